@@ -1,0 +1,9 @@
+// Process-wide switches: set once at start-up from the appliance's defaults file, read everywhere.
+#pragma once
+
+namespace koli {
+
+extern int support_vidora;  ///< 1 when the video side features are enabled
+extern int support_photo;   ///< 1 when the photo library is enabled
+
+}  // namespace koli

@@ -1,0 +1,51 @@
+#include "index/util.h"
+
+#include "base/path_names.h"
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+constexpr const char kModule[] = "util";
+}
+
+int MediaInfoFill(const char* path, MediaInfo* record) {
+    if (path == nullptr || *path == '\0' || record == nullptr) {
+        KOLI_LOG("%s:%d Bad parameter.");
+        return -1;
+    }
+    uint64_t size = 0;
+    if (IsFileExist(path, &size) == 0) return -1;
+
+    CopyText(record->path, sizeof record->path, path);
+    record->file_size = size;
+    TitleFromPath(path, record->title, sizeof record->title);
+    if (!AlbumFromPath(path, record->album, sizeof record->album)) KOLI_LOG("%s:%d Impossible error.");
+    KOLIIndexCTimeMTimeGet(record->path, record->ctime, sizeof record->ctime, record->mtime,
+                           sizeof record->mtime);
+    return 0;
+}
+
+int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, const char* format) {
+    if (MediaInfoDBSave(type, &record) != 0) {
+        LogError(format, site.module, site.line, record.path);
+        return result;
+    }
+    return result == 1 ? 1 : 0;
+}
+
+int DeleteMediaInfo(int type, const char* path, LogSite site, const char* failure_format,
+                    RemoveFailure on_failure) {
+    if (IsFileExist(path, nullptr) != 0) {
+        LogError("%s (%d) File exists. Skip remove it from database.", site.module, site.line);
+        return -1;
+    }
+    if (MediaInfoDBDelete(type, path) != 0) {
+        LogError(failure_format, site.module, site.line, path);
+        return on_failure == RemoveFailure::kIsError ? -1 : 0;
+    }
+    return 0;
+}
+
+}  // namespace koli

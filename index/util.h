@@ -1,0 +1,28 @@
+// What every add and delete handler of the dispatch table shares.
+#pragma once
+
+#include "base/log.h"
+#include "base/media_info.h"
+
+namespace koli {
+
+/// Fills what every record carries: path, file size, title from the file name, album from the folder's name,
+/// times. The rest of the record stays as it is.  Returns 0, or -1 for a bad argument (logged) or a missing
+/// file.
+int MediaInfoFill(const char* path, MediaInfo* record);
+
+/// The tail of an add handler: saves the record.  `result` is what the handler has so far, 1 when the
+/// metadata could not be parsed, else the value to return for a failed save.  A failed save logs `format`
+/// (module, line, then the record's path for texts that want it) and returns `result` as it stands; success
+/// returns 0, or 1 when `result` is 1.
+int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, const char* format);
+
+/// What a delete handler does with a removal that the store refused.
+enum class RemoveFailure { kIsError, kIsReportedOnly };
+
+/// The delete handler: refuses to remove the row of a file that still exists (logged, -1), else removes it.
+/// A refused removal logs `failure_format` (module, line, path) and returns -1 or, when only reported, 0.
+int DeleteMediaInfo(int type, const char* path, LogSite site, const char* failure_format,
+                    RemoveFailure on_failure);
+
+}  // namespace koli

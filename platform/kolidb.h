@@ -1,0 +1,144 @@
+// libkolidb: the appliance's databases.  The media store holds one row per media file and per folder; the
+// photo database holds the photo library and its albums.
+//
+// Nothing here throws.  Rows may be committed in groups: KOLIDBFlush closes the open group, KOLIDBSync also
+// puts what has been accepted on the disk.  Pointers passed in are only read during the call unless said
+// otherwise.
+#pragma once
+
+#include <stddef.h>
+
+#include "base/media_info.h"
+#include "base/photo_record.h"
+
+extern "C" {
+
+// ---- Media store -----------------------------------------------------------------------------------------
+
+/// Inserts or replaces the row of `record->path` in the table of `type` (StoreType 0 to 3).  A save that
+/// would leave the row as it is writes nothing.  Returns 0, or nonzero on failure.
+int MediaInfoDBSave(int type, const koli::MediaInfo* record);
+
+/// Cleans a filled record in place before its save: text that is only white space is emptied, control
+/// characters become blanks, impossible numbers become 0.  Its result means nothing.
+int MediaInfoValid(koli::MediaInfo* record);
+
+/// Removes the row of a file (type 0 to 3), or with type 5 the rows of `path` itself and of everything below
+/// `path`/ in all five tables.  Returns 0 (also when there was no row), or nonzero on failure.
+int MediaInfoDBDelete(int type, const char* path);
+
+/// Records the directory `path`.  Returns 0, or nonzero on failure.
+int MediaInfoDBDirSave(const char* path);
+
+/// Compact the databases.  Negative on failure.
+int MediaDBVacuum(void);
+int PhotoDBVacuum(void);
+
+/// Commits the rows of the open groups of both databases.  Call it before anything slow (a child, an external
+/// program, waiting for a lock).  Returns 0 or -1; a failure has been logged.
+int KOLIDBFlush(void);
+
+/// KOLIDBFlush, then makes sure that everything accepted so far survives a power cut.  Returns 0 or -1
+/// (logged).
+int KOLIDBSync(void);
+
+// ---- Photo database --------------------------------------------------------------------------------------
+
+/// Inserts or replaces the row of the record's path and sets its `updated` mark; `mode` is 1 (add) or 5
+/// (update). Captions entered by hand survive: see the implementation.  Returns 0, or nonzero on failure.
+int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode);
+
+/// Removes the row of `path`.  Returns 0 (also when there was none), or nonzero on failure.
+int PhotoInfoDBDelete(const char* path);
+
+/// Removes every photo row at or below the directory `path`.  Returns 0, or nonzero on failure.
+int PhotoInfoDBDirDelete(const char* path);
+
+/// Sets the conversion status of the video `path`, and its `updated` mark, if the photo library has a row for
+/// it. Returns 0, or nonzero on failure.
+int KOLIIndexPhotoUpdateVideoStatus(const char* path);
+
+/// Clears the `updated` mark of every photo row / deletes the photo rows whose mark is still clear.
+/// Return 0, or -1 on failure.
+int KOLIPhotoInitAllRows(void);
+int KOLIPhotoDeleteNoUpdateRows(void);
+
+/// Runs one SQL statement on the photo database.  Returns the number of rows affected, or -1 on failure
+/// (logged).
+int PhotoDBExec(const char* sql);
+
+// ---- Result sets -----------------------------------------------------------------------------------------
+
+struct KOLIDB;        // a database connection
+struct KOLIDBResult;  // the rows of a query, held in memory
+
+/// A result set.  Owned by the caller from PhotoInfoDBOpen or MediaInfoDBOpen until PhotoInfoDBClose.
+struct KOLIDBRows {
+    KOLIDB* db;            // the connection it came from, for KOLIDBExecute and KOLIDBErrorGet; not owned
+    KOLIDBResult* result;  // the rows; owned
+    int row;               // the current row, -1 before the first KOLIDBFetchRow
+    int row_count;         // number of rows
+};
+
+/// Tables of PhotoInfoDBOpen.
+enum KOLIPhotoTable {
+    KOLI_PHOTO_INFO = 0,
+    KOLI_VIDEO_DESC = 1,
+    KOLI_VIDEO_COMMENT = 2,
+    KOLI_PHOTO_SHARE = 3,
+    KOLI_PHOTO_ACCESS_RIGHT = 4
+};
+
+/// Selects `columns` ("path", or "*") of a photo-database table.  `where` and `order` are SQL texts as after
+/// WHERE and ORDER BY, null for none; `reserved` is 0; `limit` 0 means all rows.  In `where`, LIKE is
+/// case-sensitive and a backslash in its pattern escapes the next character; elsewhere a backslash is an
+/// ordinary character. Returns a result set (possibly of 0 rows), or null on failure.
+KOLIDBRows* PhotoInfoDBOpen(int table, const char* columns, const char* where, int reserved,
+                            const char* order, int limit, int offset);
+
+/// The same for the media store's tables (StoreType 0 to 3); `reserved2` is 0.
+KOLIDBRows* MediaInfoDBOpen(int type, const char* columns, const char* where, int reserved, const char* order,
+                            int limit, int offset, int reserved2);
+
+/// Releases a result set of either database; null is allowed.
+void PhotoInfoDBClose(KOLIDBRows* rows);
+
+/// Advances `*row` (start with -1, or pass &rows->row).  Returns 0 while it then names a row, -1 past the
+/// last.
+int KOLIDBFetchRow(KOLIDBResult* result, int* row);
+
+/// The text of a field; "" for NULL, null for a row or column that is not there.  Booleans read "t" and "f".
+/// Valid until the result set is closed.
+const char* KOLIDBFetchField(KOLIDBResult* result, int row, const char* column);
+
+/// Runs one SQL statement.  `result`, when not null, is set to null (no rows are returned).  Returns 0, or
+/// -1.
+int KOLIDBExecute(KOLIDB* db, const char* sql, KOLIDBResult** result);
+
+/// The text of the connection's last error.  Valid until its next use.
+const char* KOLIDBErrorGet(KOLIDB* db);
+
+/// Doubles the quotes of `text` for use between single quotes in SQL.  `out_size` of twice the length plus 1
+/// always fits.  Returns 0, or -1 when it does not fit (nothing usable in `out`).
+int KOLIDBEscapeString(const char* text, char* out, size_t out_size);
+
+/// Puts a backslash before each '\', '%' and '_' so that `text` stands for itself in a LIKE pattern.
+/// `out_size` of three times the length plus 1 always fits.  Returns 0, or -1 when it does not fit.
+int KOLIDBEscapeBackslash(const char* text, char* out, size_t out_size);
+
+/// A list of paths.  Each node and its `path` come from malloc.
+struct PhotoPathList {
+    char* path;
+    PhotoPathList* next;
+};
+
+/// Copies the "path" column of every row of a result set, in row order; null for none, or when memory ran
+/// out. The caller frees the list with FreePhotoPathList.
+PhotoPathList* PhotoPathDBGet(KOLIDBRows* rows);
+void FreePhotoPathList(PhotoPathList* list);
+
+/// Moves every listed photo row from the prefix `old_path` to `new_path`; rows that stand at a new path give
+/// way. Returns 0, or -1 on failure (then nothing is changed).
+int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path, const char* old_path);
+
+}  // extern "C"
