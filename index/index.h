@@ -1,0 +1,29 @@
+// From a path to the handler of its format.
+#pragma once
+
+namespace koli {
+
+/// One row of the dispatch table.
+///
+/// `add` stores the file: 0 stored, 1 its metadata could not be parsed (logged by the handler; an entry with
+/// the names from the path may have been stored all the same), anything else failure.  `remove` removes the
+/// entry of a file that is gone: 0, or -1, also when the file still exists.
+struct IndexHandler {
+    const char* extension;  // lower case, without its dot; null ends the table
+    int (*add)(const char* path);
+    int (*remove)(const char* path);
+};
+
+/// The row of an extension, ignoring case; null when there is none, and for a null `ext`.
+const IndexHandler* IndexHandlerFind(const char* ext);
+
+/// Adds (kModeAdd) or removes (kModeDelete) one file, or records one directory.  Returns 0, the handler's
+/// result, or -1: for bad arguments (logged), a name without extension, an AppleDouble companion ("._name"),
+/// and metadata that could not be parsed (logged, and an event in the appliance's log).  A file of an unknown
+/// kind is accepted with 0 and stored nowhere.
+int IndexOnePath(const char* path, int mode);
+
+/// IndexOnePath for a path that the caller knows to be no directory: saves asking the file system again.
+int IndexOneFile(const char* path, int mode);
+
+}  // namespace koli
