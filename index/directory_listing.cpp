@@ -1,0 +1,71 @@
+#include "index/directory_listing.h"
+
+#include <sys/stat.h>
+
+#include <cstring>
+#include <new>
+
+namespace koli {
+namespace {
+
+constexpr const char kMetadataFolder[] = "@eaDir";
+
+bool IsSkipped(const char* name) {
+    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0 || strcmp(name, kMetadataFolder) == 0;
+}
+
+}  // namespace
+
+bool DirectoryListing::Open(const char* path) {
+    stream_ = opendir(path);
+    if (stream_ == nullptr) return false;
+    struct stat status;
+    if (fstat(dirfd(stream_), &status) != 0) return false;
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
+    return true;
+}
+
+DirectoryListing::Entry DirectoryListing::Next() {
+    if (held_at_ == held_end_) return Read();
+    const char* text = held_.get() + held_at_;
+    held_at_ += 1 + strlen(text + 1) + 1;
+    return {text + 1, static_cast<unsigned char>(text[0])};
+}
+
+void DirectoryListing::Release() {
+    if (stream_ == nullptr || held_ != nullptr) return;
+    held_.reset(new (std::nothrow) char[kHeldSize]);
+    if (held_ == nullptr) return;
+    while (held_end_ + 1 + kNameSize <= kHeldSize && Hold(Read())) {
+    }
+}
+
+void DirectoryListing::Close() {
+    if (stream_ != nullptr) closedir(stream_);
+    stream_ = nullptr;
+}
+
+DirectoryListing::Entry DirectoryListing::Read() {
+    while (stream_ != nullptr) {
+        const dirent* entry = readdir(stream_);
+        if (entry == nullptr) {
+            Close();
+        } else if (!IsSkipped(entry->d_name)) {
+            return {entry->d_name, entry->d_type};
+        }
+    }
+    return {nullptr, DT_UNKNOWN};
+}
+
+bool DirectoryListing::Hold(const Entry& entry) {
+    if (entry.name == nullptr) return false;
+    const size_t size = strlen(entry.name) + 1;
+    if (size > kNameSize) return true;  // fits no path
+    held_[held_end_] = static_cast<char>(entry.type);
+    memcpy(held_.get() + held_end_ + 1, entry.name, size);
+    held_end_ += 1 + size;
+    return true;
+}
+
+}  // namespace koli

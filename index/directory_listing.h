@@ -1,0 +1,60 @@
+// The entries of one directory, one after another.
+#pragma once
+
+#include <dirent.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+
+#include "base/media_info.h"
+
+namespace koli {
+
+/// Gives the entries of a directory in the order in which the file system returns them, without ".", ".." and
+/// the platform's "@eaDir".
+///
+/// The directory stays open until the listing ends.  A tree can be deeper than a process may have files open:
+/// Release() reads what is left into memory and closes the directory.  Only a directory with more names than
+/// that memory holds stays open.
+class DirectoryListing {
+  public:
+    DirectoryListing() = default;
+    ~DirectoryListing() { Close(); }
+    DirectoryListing(const DirectoryListing&) = delete;
+    DirectoryListing& operator=(const DirectoryListing&) = delete;
+
+    struct Entry {
+        const char* name;    // valid until the next call
+        unsigned char type;  // d_type: DT_DIR, DT_REG, DT_LNK, DT_UNKNOWN, ...
+    };
+
+    /// False, with errno set, when the directory cannot be opened.
+    bool Open(const char* path);
+
+    /// The next entry; its name is null at the end.
+    Entry Next();
+
+    void Release();
+
+    /// Identity of the directory.
+    dev_t device() const { return device_; }
+    ino_t inode() const { return inode_; }
+
+  private:
+    void Close();
+    Entry Read();
+    bool Hold(const Entry& entry);
+
+    static constexpr size_t kNameSize = kPathSize;         // a name can be longer than dirent's 255 bytes
+    static constexpr size_t kHeldSize = size_t{64} << 10;  // bytes of names that one released listing holds
+
+    DIR* stream_ = nullptr;
+    std::unique_ptr<char[]> held_;  // entries read ahead: type byte, name, terminator
+    size_t held_end_ = 0;
+    size_t held_at_ = 0;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+};
+
+}  // namespace koli

@@ -1,0 +1,152 @@
+// The walk: what it visits, in which stores, and how it takes deep, looping and unreachable trees.
+#include "index/directory.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "base/features.h"
+#include "index/directory_listing.h"
+#include "index/index_mode.h"
+#include "tests/fake_handlers.h"
+#include "tests/fake_platform.h"
+
+namespace koli {
+namespace {
+
+using test::fake;
+using Lines = std::vector<std::string>;
+constexpr int kBoth = kWalkMediaStore | kWalkPhotoLibrary;
+
+class Walk : public testing::Test {
+  protected:
+    Walk() {
+        EXPECT_EQ(chdir(top_.c_str()), 0);
+        support_photo = 1;
+    }
+    ~Walk() override { EXPECT_EQ(chdir("/"), 0); }
+
+    /// The calls of one walk in sorted order: the file system's order is its own.
+    static Lines Calls(const std::string& path, int mode, int types) {
+        fake.calls.clear();
+        EXPECT_EQ(IndexWalk(path.c_str(), mode, types), 0);
+        std::sort(fake.calls.begin(), fake.calls.end());
+        return fake.calls;
+    }
+
+    const test::Sandbox sandbox_;
+    const std::string& top_ = sandbox_.dir();
+};
+
+TEST_F(Walk, StoresEveryFolderAndEveryKnownFileAndFollowsNoLinkUpwards) {
+    for (const char* name :
+         {"a.mp3", "t.txt", "s/b.MP3", "s/@eaDir/c.mp3", "#recycle/d.mp3", "s/#recycle/e.mp3"})
+        sandbox_.Write(name, "");
+    ASSERT_EQ(mkfifo("pipe.mp3", 0600), 0);
+    for (const char* link : {"up1", "s/up2", "s/up3", "s/#recycle/up4"})
+        ASSERT_EQ(symlink(top_.c_str(), link), 0);
+    ASSERT_EQ(symlink("a.mp3", "link.mp3"), 0);
+    ASSERT_EQ(symlink("gone", "dangling.mp3"), 0);
+    ASSERT_EQ(symlink("s/#recycle", "aside"), 0);
+    EXPECT_EQ(Calls(top_, kModeAdd, kBoth),
+              (Lines{"MediaInfoDBDirSave " + top_, "MediaInfoDBDirSave " + top_ + "/aside",
+                     "MediaInfoDBDirSave " + top_ + "/s", "MediaInfoDBDirSave " + top_ + "/s/#recycle",
+                     "MusicFileAdd " + top_ + "/a.mp3", "MusicFileAdd " + top_ + "/aside/e.mp3",
+                     "MusicFileAdd " + top_ + "/link.mp3", "MusicFileAdd " + top_ + "/s/#recycle/e.mp3",
+                     "MusicFileAdd " + top_ + "/s/b.MP3"}));
+    for (const std::string& path : {top_ + "/#recycle", top_ + "/gone", "/" + std::string(5000, 'x')})
+        EXPECT_EQ(Calls(path, kModeAdd, kBoth), Lines{});
+    const std::string file = top_ + "/#recycle/d.mp3";  // a single file is taken anywhere
+    EXPECT_EQ(Calls(file, kModeAdd, kBoth), Lines{"MusicFileAdd " + file});
+    EXPECT_TRUE(fake.log.empty());
+}
+
+TEST_F(Walk, ThePhotoLibraryGetsWhatTheMediaStoreTookAndTheConverterTheRest) {
+    const std::string p = "vol00001/photo";  // its ninth character is where a volume's photo share has it
+    for (const char* name : {"/a.jpg", "/b.mov", "/noext", "/._c.jpg", "/t.txt"})
+        sandbox_.Write(p + name, "");
+    const std::string exec = "KLIBExec /usr/koli/bin/koliflvconv -f " + p;
+    test::handler_results = {{"MediaVideoAdd", -1}};
+    EXPECT_EQ(Calls(p, kModeAdd, kBoth),
+              (Lines{exec + "/._c.jpg", exec + "/b.mov", exec + "/noext", "MediaInfoDBDirSave " + p,
+                     "MediaVideoAdd " + p + "/b.mov", "PhotoLibraryIndex " + p + "/a.jpg 1",
+                     "PhotoLibraryIndex " + p + "/t.txt 1", "PhotoMediaAdd " + p + "/a.jpg"}));
+    test::handler_results.clear();
+    EXPECT_EQ(Calls(p, kModeUpdate, kWalkPhotoLibrary).size(), 5U);
+    EXPECT_EQ(Calls(p + "/a.jpg", kModeUpdate, kWalkPhotoLibrary),
+              Lines{"PhotoLibraryIndex " + p + "/a.jpg 5"});
+    EXPECT_EQ(Calls(p + "/a.jpg", kModeUpdate, kBoth), Lines{exec + "/a.jpg"});
+    EXPECT_EQ(fake.log, Lines{"index (#) Bad parameter."});
+    EXPECT_EQ(Calls(p, kModeDelete, kBoth), (Lines{"MediaInfoDBDelete 5 " + p, "PhotoInfoDBDirDelete " + p}));
+    EXPECT_EQ(Calls("/volume1/music", kModeDelete, kBoth), Lines{"MediaInfoDBDelete 5 /volume1/music"});
+
+    support_photo = 0;
+    EXPECT_EQ(Calls(p + "/a.jpg", kModeAdd, kBoth), Lines{"PhotoMediaAdd " + p + "/a.jpg"});
+    EXPECT_EQ(Calls(p, kModeDelete, kWalkPhotoLibrary), Lines{});
+}
+
+TEST_F(Walk, BadCallsAreLoggedAndAShareIsRebuiltOnlyWhenItCanBeOpened) {
+    EXPECT_EQ(IndexWalk(nullptr, kModeAdd, kBoth), 0);
+    EXPECT_EQ(IndexWalk("", kModeDelete, kBoth), 0);
+    EXPECT_EQ(IndexWalk("/", 4, kWalkMediaStore), 0);
+    EXPECT_EQ(IndexWalk(nullptr, kModeRebuild, kWalkPhotoLibrary), 0);
+    const std::string real = sandbox_.MakeDir("real");
+    ASSERT_EQ(symlink("/no/such/volume", "unmounted"), 0);
+    ASSERT_EQ(symlink((real + "//").c_str(), "share"), 0);
+    for (const char* link : {"unmounted", "real", "gone", ""})
+        ReindexShare(link);
+    ReindexShare(nullptr);
+    EXPECT_TRUE(fake.calls.empty());
+    Lines expected(3, "directory (#) Bad parameter.");
+    expected.emplace_back("directory (#) index type must be KOLIINDEX_MEDIA");
+    expected.emplace_back("directory (#) Failed to open directory /no/such/volume ");
+    EXPECT_EQ(fake.log, expected);
+    ReindexShare("share");
+    EXPECT_EQ(fake.calls, (Lines{"MediaInfoDBDelete 5 " + real, "MediaInfoDBDirSave " + real}));
+}
+
+TEST_F(Walk, ADeepTreeNeedsFewOpenFilesAndPathsAreNeverCut) {
+    constexpr int kLevels = 2200;  // the deepest lie beyond what a path can name
+    for (int level = 0; level < kLevels; ++level) {
+        for (const char* file : {"1.mp3", "2.mp3"})
+            close(open(file, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+        ASSERT_TRUE(mkdir("d", 0700) == 0 && chdir("d") == 0);
+    }
+    ASSERT_EQ(chdir("/"), 0);
+    rlimit before;
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit few{64, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    const Lines calls = Calls(top_, kModeAdd, kWalkMediaStore);
+    setrlimit(RLIMIT_NOFILE, &before);
+    // One folder record for each path of up to 4095 bytes, and two files where "/N.mp3" still fits.
+    const size_t folders = (4095 - top_.size()) / 2 + 1;
+    const size_t with_files = (4095 - 6 - top_.size()) / 2 + 1;
+    EXPECT_EQ(calls.size(), folders + 2 * with_files);
+    EXPECT_TRUE(fake.log.empty());
+    for (const std::string& call : calls)
+        ASSERT_TRUE(call.ends_with(".mp3") || call.ends_with("/d") || call.ends_with(top_));
+}
+
+TEST_F(Walk, AReleasedListingGoesOnWhereItWas) {
+    for (int i = 1000; i < 1600; ++i)  // of 250 bytes each: more than a released listing holds
+        sandbox_.Write(std::to_string(i) + std::string(246, 'n'), "");
+    Lines plain, released;
+    DirectoryListing first, second;
+    ASSERT_TRUE(first.Open(".") && second.Open("."));
+    for (auto entry = first.Next(); entry.name != nullptr; entry = first.Next())
+        plain.emplace_back(entry.name);
+    for (auto entry = second.Next(); entry.name != nullptr; entry = second.Next()) {
+        released.emplace_back(entry.name);
+        second.Release();
+    }
+    EXPECT_EQ(plain.size(), 600U);
+    EXPECT_EQ(released, plain);
+}
+
+}  // namespace
+}  // namespace koli
