@@ -1,0 +1,56 @@
+#include "daemon/queue_line.h"
+
+#include "base/log.h"
+#include "daemon/requests.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "koliindexd";
+
+void SkipNuls(FILE* file) {
+    int c = 0;
+    while (c == '\0')
+        c = getc_unlocked(file);
+    if (c != EOF) ungetc(c, file);
+}
+
+void LogBadFormat(const QueueLine& line) {
+    KOLI_LOG("%s (%d) Bad format [%s].", line.text);
+}
+
+}  // namespace
+
+bool QueueLineRead(FILE* file, QueueLine* line) {
+    line->length = 0;
+    line->end = QueueLine::kFull;
+    while (line->end == QueueLine::kFull && line->length < kQueueLineSize - 1) {
+        const int c = getc_unlocked(file);
+        if (c == EOF) {
+            line->end = QueueLine::kFile;
+        } else if (c == '\0') {
+            line->end = QueueLine::kNul;
+        } else {
+            line->text[line->length++] = static_cast<char>(c);
+            if (c == '\n') line->end = QueueLine::kNewline;
+        }
+    }
+    line->text[line->length] = '\0';
+    if (line->end == QueueLine::kNul) SkipNuls(file);
+    return line->end != QueueLine::kFile || line->length > 0;
+}
+
+void QueueLineExecute(QueueLine* line) {
+    if (line->length < 2 || line->text[1] != ':' || line->end == QueueLine::kNul) {
+        LogBadFormat(*line);
+        return;
+    }
+    if (line->end == QueueLine::kNewline) {
+        line->text[--line->length] = '\0';
+    } else {
+        KOLI_LOG("%s (%d) Warning! No new line here.");
+    }
+    if (!RequestExecute(line->text[0], {line->text + 2, line->end == QueueLine::kFull})) LogBadFormat(*line);
+}
+
+}  // namespace koli

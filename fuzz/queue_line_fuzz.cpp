@@ -1,0 +1,57 @@
+// Arbitrary bytes as an indexing queue.  What reaches the engine must be a path that the bytes really hold:
+// no line end in it, no '/' at its end, and nothing that was cut off a longer text.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "base/features.h"
+#include "daemon/queue.h"
+#include "index/directory.h"
+#include "index/index.h"
+#include "tests/fake_handlers.h"
+#include "tests/fake_platform.h"
+
+namespace koli {
+
+static std::string queue;  // the bytes of this run
+
+static void Require(bool condition) {
+    if (!condition) abort();
+}
+
+static void CheckPath(const char* path) {
+    if (path == nullptr) return;
+    const size_t length = strlen(path);
+    Require(length < 4110 && strchr(path, '\n') == nullptr);
+    Require(length < 2 || path[length - 1] != '/');
+    Require(queue.find(path) != std::string::npos);
+}
+
+int IndexWalk(const char* path, int mode, int types) {
+    CheckPath(path);
+    Require(mode != 3 || (path == nullptr && (types == 1 || types == 4 || types == 8)));
+    return 0;
+}
+
+int IndexOnePath(const char* path, int mode) {
+    CheckPath(path);
+    Require(mode == 1 || mode == 2);
+    return static_cast<int>(queue.size() % 2);
+}
+
+}  // namespace koli
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0) return 0;
+    koli::test::fake.calls.clear();
+    koli::test::fake.log.clear();
+    koli::support_photo = koli::support_vidora = 1;
+    koli::queue.assign(reinterpret_cast<const char*>(data), size);
+    FILE* batch = fmemopen(koli::queue.data(), size, "r");
+    koli::ProcessBatchLines(batch);
+    koli::Require(ftell(batch) == static_cast<long>(size));
+    fclose(batch);
+    return 0;
+}

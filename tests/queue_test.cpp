@@ -1,0 +1,193 @@
+// Queue runs: the life of a batch, the line format, and what each request calls.
+#include "daemon/queue.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "base/features.h"
+#include "index/directory.h"
+#include "index/index.h"
+#include "tests/fake_handlers.h"
+#include "tests/fake_platform.h"
+
+namespace koli {
+
+// Stand-ins for the indexing engine.
+int IndexWalk(const char* path, int mode, int types) {
+    return test::RecordCall("IndexWalk", path, " " + std::to_string(mode) + " " + std::to_string(types));
+}
+int IndexOnePath(const char* path, int mode) {
+    return test::RecordCall("IndexOnePath", path, " " + std::to_string(mode));
+}
+
+namespace {
+
+using test::fake;
+using Lines = std::vector<std::string>;
+int hangups = 0, wakeups = 0;
+
+class Queue : public testing::Test {
+  protected:
+    Queue() {
+        EXPECT_EQ(chdir(sandbox_.dir().c_str()), 0);
+        support_photo = support_vidora = 1;
+    }
+    ~Queue() override { EXPECT_EQ(chdir("/"), 0); }
+
+    /// One run; gives what it called behind the clearing of the table marks.
+    static Lines Run() {
+        fake.calls.clear();
+        fake.log.clear();
+        ProcessQueueFiles({"queue", "queue.tmp", "rm -rf queue.tmp"});
+        EXPECT_EQ(fake.calls.at(0), "KOLIIndexMusicTableDirtySet 0");
+        EXPECT_EQ(fake.calls.at(1), "KOLIIndexVideoTableDirtySet 0");
+        return {fake.calls.begin() + 2, fake.calls.end()};
+    }
+    /// What the lines of a queue call.
+    Lines Calls(const std::string& lines) {
+        sandbox_.Write("queue", lines);
+        Lines calls = Run();
+        EXPECT_EQ(calls.back(), "KOLIDBSync");
+        EXPECT_FALSE(std::filesystem::exists("queue.tmp"));
+        calls.pop_back();
+        return calls;
+    }
+    static std::string Bad(const std::string& line) { return "koliindexd (#) Bad format [" + line + "]."; }
+
+    const test::Sandbox sandbox_;
+    const std::string no_newline_ = "koliindexd (#) Warning! No new line here.";
+};
+
+TEST_F(Queue, ABatchComesBeforeTheQueueAndStaysUntilTheStoreHasIt) {
+    sandbox_.Write("queue", "T:second\n");
+    sandbox_.Write("queue.tmp", "T:first\n");
+    fake.failing = {"KOLIDBSync"};
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
+    EXPECT_EQ(fake.log.size(), 1U);
+    fake.failing.clear();
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
+    EXPECT_EQ(test::ReadFile("queue"), "T:second\n");
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));
+    EXPECT_TRUE(fake.log.empty());
+
+    EXPECT_EQ(Run(), Lines{});
+    Lines expected(16, "koliindexd(#): Failed to rename queue. (No such file or directory)");
+    expected.emplace_back("koliindexd(#): Failed to open queue.tmp. (No such file or directory)");
+    EXPECT_EQ(fake.log, expected);
+}
+
+TEST_F(Queue, WhatIsNoFileIsClearedAwayAndTheServersHearOfWhatWasRead) {
+    signal(SIGHUP, [](int) { ++hangups; });
+    signal(SIGUSR1, [](int) { ++wakeups; });
+    fake.pids = {{"/var/run/mt-daapd.pid", getpid()}, {"/var/run/dms.pid", getpid()}};
+    sandbox_.MakeDir("queue.tmp/sub");
+    Run();
+    EXPECT_EQ(fake.log.size(), 1U);
+    ASSERT_EQ(mkfifo("queue.tmp", 0600), 0);
+    Run();  // must not block
+    EXPECT_EQ(fake.log, Lines{"koliindexd(#): Failed to open queue.tmp. (Invalid argument)"});
+    EXPECT_EQ(wakeups, 0);
+    EXPECT_EQ(Calls("nothing valid\n"), Lines{});
+    EXPECT_EQ(wakeups, 1);
+    EXPECT_EQ(hangups, 0);
+}
+
+TEST_F(Queue, LinesThatAreNoRequestsAreLoggedAndTheNextOneIsRead) {
+    EXPECT_EQ(Calls("\nX:/v/x.mp3\n/v/x.mp3\nA\n:\nT:ok\nA:/v/x.mp3"),
+              (Lines{"KOLITruncateTable ok", "IndexWalk /v/x.mp3 1 3"}));
+    EXPECT_EQ(fake.log,
+              (Lines{Bad("\n"), Bad("X:/v/x.mp3"), Bad("/v/x.mp3\n"), Bad("A\n"), Bad(":\n"), no_newline_}));
+    EXPECT_EQ(Calls(""), Lines{});
+    EXPECT_TRUE(fake.log.empty());
+    // Zero bytes end a line, and hide nothing behind them.
+    using namespace std::string_literals;
+    EXPECT_EQ(Calls("T:a\n\0\0\0T:b\nD:/vol\0\0T:c\nT:d\0"s),
+              (Lines{"KOLITruncateTable a", "KOLITruncateTable b", "KOLITruncateTable c"}));
+    EXPECT_EQ(fake.log, (Lines{Bad(""), Bad("D:/vol"), Bad("T:d")}));
+}
+
+TEST_F(Queue, ALineThatDoesNotFitIsReadInPieces) {
+    const std::string fits(4108, 'x');
+    EXPECT_EQ(Calls("T:" + fits + "\n"), Lines{"KOLITruncateTable " + fits});
+    EXPECT_TRUE(fake.log.empty());
+    EXPECT_EQ(Calls("T:" + fits + "yT:rest\n"),
+              (Lines{"KOLITruncateTable " + fits + "y", "KOLITruncateTable rest"}));
+    EXPECT_EQ(fake.log, Lines{no_newline_});
+    // The old path of a cut rename could be anything above the one meant.
+    sandbox_.MakeDir("new");
+    EXPECT_EQ(Calls("N:new:/volume1/music/" + fits + "\n"),
+              (Lines{"IndexWalk (null) 2 1", "IndexWalk new 1 1"}));
+}
+
+TEST_F(Queue, PathsLoseTheirTrailingSlashesAndWhatExistsIsNotRemoved) {
+    EXPECT_EQ(Calls("A:/v/a //\nd:/gone/ \nD:/gone///\na://\nN:/x/:/y//\n"),
+              (Lines{"IndexWalk /v/a  1 3", "IndexOnePath /gone/  2", "IndexWalk /gone 2 3",
+                     "IndexOnePath / 1", "IndexOnePath /y 2", "IndexOnePath /x 1"}));
+    EXPECT_EQ(Calls("D:\na:\nN::\nN:/x\n"),
+              (Lines{"IndexWalk  2 3", "IndexOnePath  1", "IndexOnePath (null) 2", "IndexOnePath (null) 1",
+                     "IndexOnePath (null) 2", "IndexOnePath /x 1"}));
+    sandbox_.Write("f.mp3", "");
+    EXPECT_EQ(Calls("D:f.mp3\nd:.\n"), Lines{});
+    EXPECT_EQ(fake.log, (Lines{"koliindexd (#) Dir or File exists (f.mp3). Skip remove it from database.",
+                               "koliindexd (#) Dir or File exists (.). Skip remove it from database."}));
+}
+
+TEST_F(Queue, PhotoPathsAlsoReachThePhotoLibraryAndItsAlbums) {
+    const std::string p = "vol00001/photo/T";  // its ninth character is where a volume's photo share has it
+    sandbox_.MakeDir(p);
+    const std::string lines =
+        "A:" + p + "\nA:" + p + "/x\na:" + p + "\na:" + p + ".jpg\nD:" + p + "2\nd:" + p + ".jpg\n";
+    const std::string exec = "KLIBExec /usr/koli/bin/koliflvconv -f ";
+    test::handler_results = {{"IndexOnePath", -1}};
+    EXPECT_EQ(Calls(lines),
+              (Lines{"IndexWalk " + p + " 1 3", "PhotoShareFsCheck", "PhotoShareWalk " + p,
+                     "IndexWalk " + p + "/x 1 3", "IndexOnePath " + p + " 1", exec + p,
+                     "PhotoShareUpdate " + p + " 1", "IndexOnePath " + p + ".jpg 1", exec + p + ".jpg",
+                     "IndexWalk " + p + "2 2 3", "PhotoShareUpdate " + p + "2 2",
+                     "IndexOnePath " + p + ".jpg 2", "PhotoLibraryIndex " + p + ".jpg 2"}));
+    test::handler_results.clear();
+    EXPECT_EQ(Calls("a:" + p + ".jpg\n"),
+              (Lines{"IndexOnePath " + p + ".jpg 1", "PhotoLibraryIndex " + p + ".jpg 1"}));
+    support_photo = 0;
+    EXPECT_EQ(Calls(lines).size(), 6U);
+}
+
+TEST_F(Queue, RenamesMoveEverythingThatHangsOnThePath) {
+    const std::string n = "vol00001/photo/N", o = "vol00001/photo/O";
+    sandbox_.MakeDir(n);
+    const std::string directory = "N:" + n + ":" + o + ":ignored\n",
+                      video = "N:" + n + ".flv::" + o + ".flv\n";
+    const auto both = [&](const char* function, const char* extension, const char* rest) {
+        return std::string(function) + " " + n + extension + " " + o + extension + rest;
+    };
+    EXPECT_EQ(Calls(directory),
+              (Lines{"IndexWalk " + o + " 2 1", "IndexWalk " + n + " 1 1", both("PhotoPathRename", "", " 1"),
+                     both("PhotoShareRename", "", ""), both("VideoDescPathRename", "", " 1"),
+                     both("VideoDescPathRename", "", " 2")}));
+    EXPECT_EQ(Calls(video),
+              (Lines{"IndexOnePath " + o + ".flv 2", "IndexOnePath " + n + ".flv 1",
+                     both("PhotoPathRename", ".flv", " 0"), both("VideoDescPathRename", ".flv", " 1"),
+                     both("VideoDescPathRename", ".flv", " 2")}));
+    EXPECT_EQ(Calls("N:" + n + ".jpg:" + o + ".jpg\n").size(), 3U);
+    support_vidora = 0;
+    EXPECT_EQ(Calls(video).size(), 3U);
+    EXPECT_EQ(Calls(directory).size(), 4U);
+    support_photo = 0;
+    EXPECT_EQ(Calls(video + directory).size(), 4U);
+}
+
+TEST_F(Queue, WordsSelectWhatIsRebuilt) {
+    support_photo = 0;  // R:photo asks for no feature switch
+    EXPECT_EQ(Calls("R:photo\nR:music\nR:video\nR:Music\nR:\nU:video\nU:\n"),
+              (Lines{"PhotoShareFsCheck", "PhotoFolderResync (null)", "PhotoDBVacuum",
+                     "PhotoShareResync (null)", "IndexWalk (null) 3 4", "IndexWalk (null) 3 8",
+                     "IndexWalk (null) 3 1", "IndexWalk (null) 3 1"}));
+    EXPECT_TRUE(fake.log.empty());
+}
+
+}  // namespace
+}  // namespace koli
