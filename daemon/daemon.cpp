@@ -1,0 +1,115 @@
+#include "daemon/daemon.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "base/daemon_lock.h"
+#include "base/features.h"
+#include "base/log.h"
+#include "daemon/loop.h"
+#include "daemon/pid_file.h"
+#include "daemon/queue.h"
+#include "platform/kolisdk.h"
+#include "platform/paths.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "koliindexd";
+constexpr int kNiceLevel = 10;
+
+sigset_t DaemonSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGUSR1);
+    sigaddset(&set, SIGTERM);
+    return set;
+}
+
+int FeatureSwitch(const char* key) {
+    return BlKOLIFileCheckKeyValue(paths::kDefaults, key, "yes", 0) != 0 ? 1 : 0;
+}
+
+bool Exists(const char* path) {
+    struct stat status;
+    return stat(path, &status) == 0;
+}
+
+}  // namespace
+
+int DaemonStart() {
+    const sigset_t held_back = DaemonSignals();
+    sigprocmask(SIG_BLOCK, &held_back, nullptr);
+
+    // The lock is taken while there still is a terminal to answer to; daemon() hands it to the child.
+    const bool is_alive = IsDaemonAlive(paths::kPidFile) != 0;
+    const int lock = is_alive ? kPidFileHeld : PidFileLock(paths::kPidFile);
+    const int lock_error = errno;
+    if (lock == kPidFileHeld) {
+        printf("Daemon alive. No need to start\n");
+        return -1;
+    }
+    if (daemon(0, 0) != 0) {
+        KOLI_LOG("%s (%d) Failed to become a daemon.(%s)", strerror(errno));
+        return -1;
+    }
+    if (lock == kPidFileUnusable) {
+        KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(lock_error));
+        exit(0);
+    }
+    daemon_lock_fd = lock;
+    if (PidFileWrite(lock) != 0) KOLI_LOG("%s(%d): fprintf pid failed. (%s)", strerror(errno));
+    return 0;
+}
+
+void Die(int) {
+    unlink(paths::kPidFile);
+    _exit(0);
+}
+
+int SignalsInstall() {
+    // Children are waited for; a starter that ignores their end must not hand that on.
+    signal(SIGCHLD, SIG_DFL);
+    if (signal(SIGUSR1, SetDirty) == SIG_ERR) {
+        KOLI_LOG("%s (%d) signal(SIGUSR1, SetDirty) failed.");
+        return -1;
+    }
+    if (signal(SIGTERM, Die) == SIG_ERR) {
+        KOLI_LOG("%s (%d) signal(SIGTERM, Die) failed.");
+        return -1;
+    }
+    const sigset_t held_back = DaemonSignals();
+    sigprocmask(SIG_UNBLOCK, &held_back, nullptr);
+    return 0;
+}
+
+void FeaturesRead() {
+    support_vidora = FeatureSwitch("supportvidora");
+    support_photo = FeatureSwitch("supportphoto");
+}
+
+void LeftoversRun() {
+    if (Exists(paths::kBatch)) ProcessIndexQueue();
+    if (Exists(paths::kQueue)) ProcessIndexQueue();
+}
+
+void DaemonRun() {
+    if (DaemonStart() != 0) exit(1);
+    setpriority(PRIO_PROCESS, 0, kNiceLevel);
+    if (SignalsInstall() != 0) exit(1);
+    last_vacuum = time(nullptr);
+    VacuumDatabases();
+    FeaturesRead();
+    LeftoversRun();
+    MainLoop();
+}
+
+}  // namespace koli

@@ -1,0 +1,133 @@
+// The debounce rule, the overflow rule and the vacuum schedule, without sleeping; the pid file and its lock.
+#include "daemon/loop.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "base/daemon_lock.h"
+#include "daemon/pid_file.h"
+#include "daemon/queue.h"
+#include "tests/fake_platform.h"
+
+namespace koli {
+
+static bool signal_during_run = false;
+
+/// Stands in for the queue run.
+void ProcessIndexQueue() {
+    test::fake.calls.emplace_back("ProcessIndexQueue");
+    if (signal_during_run) SetDirty(SIGUSR1);
+    signal_during_run = false;
+}
+
+namespace {
+
+using test::fake;
+using Lines = std::vector<std::string>;
+const Lines kRun{"ProcessIndexQueue"};
+const Lines kVacuumRun{"MediaDBVacuum", "PhotoDBVacuum", "ProcessIndexQueue"};
+
+class Loop : public testing::Test {
+  protected:
+    Loop() {
+        dirty = 0;
+        dirty_seen = 0;
+        signal_count = 0;
+        last_vacuum = time(nullptr);
+    }
+    static Lines Pass() {
+        fake.calls.clear();
+        LoopPass();
+        return fake.calls;
+    }
+    const test::Sandbox sandbox_;
+};
+
+TEST_F(Loop, OneSignalGivesOneRunOnTheSecondPass) {
+    signal(SIGUSR1, SetDirty);
+    raise(SIGUSR1);
+    EXPECT_EQ(Pass(), Lines{});
+    signal_during_run = true;
+    EXPECT_EQ(Pass(), kRun);
+    EXPECT_EQ(signal_count, 1);  // the signal of the run itself brings one more
+    EXPECT_EQ(Pass(), Lines{});
+    EXPECT_EQ(Pass(), kRun);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(Pass(), Lines{});
+    dirty = 1;  // a signal that came while the flags were cleared counts as a burst
+    EXPECT_EQ(Pass(), Lines{});
+    EXPECT_EQ(dirty_seen, 1);
+}
+
+TEST_F(Loop, ASignalInEveryTickPutsTheRunOffUntilTheOverflow) {
+    last_vacuum = 0;
+    for (int i = 0; i < 9999; ++i) {
+        SetDirty(SIGUSR1);
+        ASSERT_EQ(Pass(), Lines{});
+    }
+    SetDirty(SIGUSR1);
+    signal_during_run = true;
+    EXPECT_EQ(Pass(), kVacuumRun);
+    EXPECT_NEAR(static_cast<double>(last_vacuum), static_cast<double>(time(nullptr)), 5);
+    EXPECT_EQ(Pass(), kRun);  // the same pass has already looked at the signal of the run
+    EXPECT_EQ(Pass(), Lines{});
+}
+
+TEST_F(Loop, VacuumsBeforeARunMoreThanTwelveHoursAfterTheLast) {
+    const LoopFlags quiet{.dirty = 0, .dirty_seen = 1, .last_vacuum = 1000000};
+    const time_t twelve_hours = 12 * 3600;
+    EXPECT_EQ(LoopDecide(quiet, 1000000 + twelve_hours), LoopAction::kRun);
+    EXPECT_EQ(LoopDecide(quiet, 1000000 + twelve_hours + 1), LoopAction::kVacuumAndRun);
+    EXPECT_EQ(LoopDecide(quiet, 0), LoopAction::kRun);  // the clock was set back
+
+    last_vacuum = 0;
+    EXPECT_EQ(Pass(), Lines{});  // never while idle
+    SetDirty(SIGUSR1);
+    EXPECT_EQ(Pass(), Lines{});
+    fake.failing = {"MediaDBVacuum", "PhotoDBVacuum"};
+    EXPECT_EQ(Pass(), kVacuumRun);
+    EXPECT_EQ(fake.log, (Lines{"koliindexd (#) vaccuum mediaserver failed.",
+                               "koliindexd (#) vaccuum photodb failed."}));
+}
+
+TEST_F(Loop, ThePidFileIsLockedByOneUntilItsLastHolderEnds) {
+    fake.pids = {{"live", getpid()}, {"all", -1}};
+    EXPECT_EQ(IsDaemonAlive("live"), 1);
+    for (const char* dead : {"all", "missing", static_cast<const char*>(nullptr)})
+        EXPECT_EQ(IsDaemonAlive(dead), 0);
+
+    umask(0);
+    const std::string path = sandbox_.Write("d.pid", "stale 123456789");
+    const int lock = PidFileLock(path.c_str());
+    ASSERT_GT(lock, 2);
+    EXPECT_EQ(PidFileLock(path.c_str()), kPidFileHeld);
+    EXPECT_EQ(test::ReadFile(path), "stale 123456789");
+    EXPECT_EQ(PidFileWrite(lock), 0);
+    EXPECT_EQ(test::ReadFile(path), std::to_string(getpid()));
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0644U);
+    EXPECT_EQ(PidFileLock((path + "/x").c_str()), kPidFileUnusable);
+
+    // A child that outlives the daemon does not keep the next one out once it has closed its copy.
+    int closed[2], ended[2];
+    ASSERT_TRUE(pipe(closed) == 0 && pipe(ended) == 0);
+    daemon_lock_fd = lock;
+    const pid_t child = fork();
+    char byte = 0;
+    if (child == 0) {
+        close(ended[1]);
+        DaemonLockClose();
+        _exit(write(closed[1], "x", 1) == 1 && read(ended[0], &byte, 1) == 0 ? 0 : 1);
+    }
+    EXPECT_EQ(read(closed[0], &byte, 1), 1);
+    DaemonLockClose();
+    EXPECT_GT(PidFileLock(path.c_str()), 2);
+    close(ended[1]);
+    EXPECT_EQ(waitpid(child, nullptr, 0), child);
+}
+
+}  // namespace
+}  // namespace koli
