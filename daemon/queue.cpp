@@ -1,6 +1,7 @@
 #include "daemon/queue.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "base/log.h"
 #include "daemon/queue_line.h"
@@ -21,6 +23,8 @@ namespace {
 
 constexpr const char kModule[] = "koliindexd";
 constexpr int kTakeOverAttempts = 16;
+constexpr int kLockAttempts = 100;             // one second in all
+constexpr timespec kLockPause{0, 10'000'000};  // 10 ms
 constexpr QueueFiles kQueueFiles{paths::kQueue, paths::kBatch, "rm -rf /var/spool/koli_indexing_queue.tmp"};
 
 /// Makes the queue the batch, unless one is pending: that one comes first, and the queue waits for a later
@@ -58,6 +62,26 @@ FILE* OpenBatch(const QueueFiles& files) {
     return nullptr;
 }
 
+/// A writer that opened the queue just before the take-over may append its line only now.  Writers that take
+/// a lock for their append lose no line: with the lock held, nothing new can come between the last look and
+/// the removal.  One that never gives its lock back is not waited for longer than a second.
+void LockAgainstWriters(int fd) {
+    for (int attempt = 0; attempt < kLockAttempts && flock(fd, LOCK_EX | LOCK_NB) != 0; ++attempt) {
+        if (errno != EWOULDBLOCK && errno != EINTR) return;
+        nanosleep(&kLockPause, nullptr);
+    }
+}
+
+/// True when the whole batch has been read; it is then locked.  False when a late line has come meanwhile.
+bool IsReadToItsEnd(FILE* batch) {
+    LockAgainstWriters(fileno(batch));
+    struct stat status;
+    if (fstat(fileno(batch), &status) != 0 || status.st_size <= ftello(batch)) return true;
+    flock(fileno(batch), LOCK_UN);
+    clearerr(batch);
+    return false;
+}
+
 /// The batch goes when its work is on the disk.  When the store cannot say so, the batch is kept: the next
 /// run, which the next signal or the next start brings, executes it once more.
 void RemoveBatch(const QueueFiles& files) {
@@ -83,8 +107,10 @@ void NotifyMediaServers() {
 
 void ProcessBatchLines(FILE* batch) {
     QueueLine line;
-    while (QueueLineRead(batch, &line))
-        QueueLineExecute(&line);
+    do {
+        while (QueueLineRead(batch, &line))
+            QueueLineExecute(&line);
+    } while (ferror(batch) == 0 && !IsReadToItsEnd(batch));
     if (ferror(batch) != 0) KOLI_LOG("%s (%d) Failed to read the batch to its end. (%s)", strerror(errno));
 }
 
@@ -95,8 +121,8 @@ void ProcessQueueFiles(const QueueFiles& files) {
     FILE* batch = OpenBatch(files);
     if (batch == nullptr) return;
     ProcessBatchLines(batch);
-    fclose(batch);
     RemoveBatch(files);
+    fclose(batch);  // and with it the lock
     NotifyMediaServers();
 }
 

@@ -1,8 +1,11 @@
 // Queue runs: the life of a batch, the line format, and what each request calls.
 #include "daemon/queue.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -78,6 +81,25 @@ TEST_F(Queue, ABatchComesBeforeTheQueueAndStaysUntilTheStoreHasIt) {
     Lines expected(16, "koliindexd(#): Failed to rename queue. (No such file or directory)");
     expected.emplace_back("koliindexd(#): Failed to open queue.tmp. (No such file or directory)");
     EXPECT_EQ(fake.log, expected);
+}
+
+TEST_F(Queue, ALineWrittenUnderTheLockWhileTheBatchEndsIsNotLost) {
+    const std::string batch = sandbox_.Write("queue.tmp", "T:first\n");
+    const int fd = open(batch.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    ASSERT_EQ(flock(fd, LOCK_EX), 0);
+    const pid_t writer = fork();
+    if (writer == 0) {
+        usleep(50'000);
+        const bool written = write(fd, "T:late\n", 7) == 7;
+        flock(fd, LOCK_UN);
+        _exit(written ? 0 : 1);
+    }
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLITruncateTable late", "KOLIDBSync"}));
+    EXPECT_FALSE(std::filesystem::exists(batch));
+    int status = 1;
+    waitpid(writer, &status, 0);
+    EXPECT_EQ(status, 0);
+    close(fd);
 }
 
 TEST_F(Queue, WhatIsNoFileIsClearedAwayAndTheServersHearOfWhatWasRead) {
