@@ -1,0 +1,117 @@
+// The cover store: the covers of DIR/NAME are DIR/@eaDir/NAME/coverINDEX.jpg and .png.
+//
+// Shares are writable by people, the daemon runs as root: "@eaDir" or a cover folder that is a symbolic link
+// is never followed, so that a link laid into a share cannot make the daemon write or remove files outside
+// it.
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "platform/host/ea_path.h"
+#include "platform/koliindex.h"
+
+namespace {
+
+constexpr mode_t kFolderMode = 0777;
+constexpr size_t kIndexDigitsMax = 10;  // of an int
+
+bool IsRealDirectory(const char* path) {
+    struct stat status;
+    return lstat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool MakeRealDirectory(const char* path) {
+    struct stat status;
+    if (lstat(path, &status) == 0) return S_ISDIR(status.st_mode);
+    if (errno != ENOENT) return false;
+    return mkdir(path, kFolderMode) == 0 || (errno == EEXIST && IsRealDirectory(path));
+}
+
+/// Asks `test` about the folder that holds `path`, which has a '/'.  `path` is as before afterwards.
+bool OfParent(char* path, bool (*test)(const char*)) {
+    char* slash = strrchr(path, '/');
+    *slash = '\0';
+    const bool result = test(path);
+    *slash = '/';
+    return result;
+}
+
+const char* SuffixOf(int image_type) {
+    switch (image_type) {
+        case KOLI_COVER_JPEG:
+            return "jpg";
+        case KOLI_COVER_PNG:
+            return "png";
+        default:
+            return nullptr;
+    }
+}
+
+/// True for the names that GetCoverPath gives: "cover", a decimal number from 1 on, ".jpg" or ".png".
+bool IsCoverName(std::string_view name) {
+    constexpr std::string_view kPrefix = "cover";
+    if (!name.starts_with(kPrefix) || !(name.ends_with(".jpg") || name.ends_with(".png"))) return false;
+    name.remove_suffix(4);
+    if (name.size() <= kPrefix.size()) return false;
+    name.remove_prefix(kPrefix.size());
+    return name.size() <= kIndexDigitsMax && name.front() != '0' &&
+           name.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+bool IsRegularFile(int directory, const dirent& entry) {
+    if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_REG;
+    struct stat status;
+    return fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+extern "C" {
+
+int GetCoverFolder(const char* audio_path, char* folder, int size) {
+    if (!koli::EaPath(audio_path, nullptr, folder, size)) return 0;
+    // Most files have no cover folder: the deeper folder is asked for first, which answers with one call.
+    return IsRealDirectory(folder) && OfParent(folder, IsRealDirectory) ? 1 : 0;
+}
+
+void CleanOldCover(const char* folder) {
+    if (folder == nullptr) return;
+    const int descriptor = open(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (descriptor < 0) return;
+    DIR* entries = fdopendir(descriptor);
+    if (entries == nullptr) {
+        close(descriptor);
+        return;
+    }
+    while (const dirent* entry = readdir(entries))
+        if (IsCoverName(entry->d_name) && IsRegularFile(descriptor, *entry))
+            unlinkat(descriptor, entry->d_name, 0);
+    closedir(entries);
+}
+
+int GetCoverPath(const char* audio_path, char* cover_path, int size, int /*picture_type*/, int index,
+                 int image_type) {
+    const char* suffix = SuffixOf(image_type);
+    if (cover_path == nullptr || size <= 0) return 0;
+    cover_path[0] = '\0';
+    if (suffix == nullptr || index < 1) return 0;
+
+    char name[sizeof "cover.jpg" + kIndexDigitsMax];
+    char folder[PATH_MAX];
+    snprintf(name, sizeof name, "cover%d.%s", index, suffix);
+    if (koli::EaPath(audio_path, nullptr, folder, sizeof folder) &&
+        koli::EaPath(audio_path, name, cover_path, size) && OfParent(folder, MakeRealDirectory) &&
+        MakeRealDirectory(folder))
+        return 1;
+    cover_path[0] = '\0';
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,35 @@
+#include <sys/stat.h>
+
+#include <ctime>
+
+#include "platform/koliindex.h"
+
+namespace {
+
+void Clear(char* text, int size) {
+    if (text != nullptr && size > 0) text[0] = '\0';
+}
+
+/// Writes local time; leaves the text empty when it does not fit or the time has no calendar year.
+/// localtime_r reads the time zone at its first use only: no file is touched for each picture and song.
+void WriteLocalTime(time_t when, char* text, int size) {
+    Clear(text, size);
+    struct tm local;
+    if (text == nullptr || size <= 0 || localtime_r(&when, &local) == nullptr) return;
+    if (strftime(text, static_cast<size_t>(size), "%Y-%m-%d %H:%M:%S", &local) == 0) text[0] = '\0';
+}
+
+}  // namespace
+
+extern "C" int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* mtime,
+                                      int mtime_size) {
+    struct stat status;
+    if (path == nullptr || stat(path, &status) != 0) {
+        Clear(ctime, ctime_size);
+        Clear(mtime, mtime_size);
+        return -1;
+    }
+    WriteLocalTime(status.st_ctime, ctime, ctime_size);
+    WriteLocalTime(status.st_mtime, mtime, mtime_size);
+    return 0;
+}

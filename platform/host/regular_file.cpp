@@ -1,0 +1,36 @@
+#include "platform/host/regular_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace koli {
+
+RegularFile::RegularFile(const char* path) {
+    if (path == nullptr) return;
+    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    if (descriptor < 0) return;
+    struct stat status;
+    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+        close(descriptor);
+        return;
+    }
+    descriptor_ = descriptor;
+    size_ = static_cast<uint64_t>(status.st_size);
+}
+
+RegularFile::~RegularFile() {
+    if (descriptor_ >= 0) close(descriptor_);
+}
+
+ssize_t RegularFile::ReadAt(uint64_t offset, void* buffer, size_t count) const {
+    ssize_t got;
+    do {
+        got = pread(descriptor_, buffer, count, static_cast<off_t>(offset));
+    } while (got < 0 && errno == EINTR);
+    return got;
+}
+
+}  // namespace koli

@@ -1,0 +1,246 @@
+// Files, settings, processes, quoting, extension lists and the cover store on real files.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+#include "tests/host_temp_dir.h"
+
+namespace {
+int flushes = 0;
+}
+
+extern "C" int KOLIDBFlush(void) {
+    return ++flushes, 0;
+}
+
+namespace koli::test {
+namespace {
+
+using std::filesystem::create_directories;
+using std::filesystem::create_directory_symlink;
+using std::filesystem::exists;
+
+std::string ValueOf(const std::string& file, const char* key, int size = 16) {
+    char buffer[64] = "before";
+    const int length = KLIBFileGetKeyValue(file.c_str(), key, buffer, size, 0);
+    return std::to_string(length) + ":" + buffer;
+}
+
+TEST(Settings, LastLineOfAKeyWins) {
+    const TempDir dir;
+    const std::string file =
+        dir.Write("a.conf", "# a=0\na = 1\r\n\tq=\" x y \"\n a=2 \nab=3\nempty=\nb=\"\n  #c=1\nlong=" +
+                                std::string(20, 'v') + "\nover=" + std::string(40000, 'v') + "\nlast=yes");
+    for (const auto& [key, value] : {std::pair{"a", "1:2"},
+                                     {"q", "5: x y "},
+                                     {"empty", "0:"},
+                                     {"b", "1:\""},
+                                     {"long", "20:vvvvvvvvvvvvvvv"}})
+        EXPECT_EQ(ValueOf(file, key), value);
+    EXPECT_EQ(ValueOf(file, "last", 3), "3:ye");
+    for (const char* key : {"c", "A", "", "#c", "# a", "over"})
+        EXPECT_EQ(ValueOf(file, key), "-1:") << key;
+    EXPECT_EQ(ValueOf(dir.Path("gone"), "a"), "-1:");
+    EXPECT_NE(BlKOLIFileCheckKeyValue(file.c_str(), "last", "yes", 0), 0);
+    EXPECT_EQ(BlKOLIFileCheckKeyValue(file.c_str(), "last", "ye", 0), 0);
+    EXPECT_EQ(BlKOLIFileCheckKeyValue(file.c_str(), "a", "1", 0), 0);
+}
+
+std::string LineOf(const std::string& file, const std::string& key, int size = 4097) {
+    char buffer[4097] = "before";
+    const int found = KLIBFileGetLine(file.c_str(), key.c_str(), buffer, size, KLIB_LINE_MATCH);
+    return std::to_string(found) + ":" + buffer;
+}
+
+TEST(Lines, EqualLineWinsOverAnEarlierBeginning) {
+    const TempDir dir;
+    const std::string over(50000, 'o');
+    std::string text = "/a/bc\n/a/b\n" + std::string("/z\0x\n", 5) + over + "\n\n";
+    for (int i = 0; i < 20000; ++i)
+        text += "/fill/" + std::to_string(i) + "\n";
+    const std::string file = dir.Write("queue", text + "/a/last");
+    for (const char* line : {"/a/b", "/a/last", "/fill/19999", ""})
+        EXPECT_EQ(LineOf(file, line), "1:" + std::string(line));
+    EXPECT_EQ(LineOf(file, "/a"), "1:/a/bc");
+    EXPECT_EQ(LineOf(file, "/a/bc", 4), "1:/a/");
+    EXPECT_EQ(LineOf(file, "ooo"), "1:" + over.substr(0, 4096));
+    for (const std::string& key : {std::string("/z"), std::string("x"), std::string("/a/lasts"), over + "o"})
+        EXPECT_EQ(LineOf(file, key), "0:");
+    ASSERT_EQ(mkfifo(dir.Path("fifo").c_str(), 0600), 0);
+    for (const char* name : {"gone", "fifo", "."})
+        EXPECT_EQ(LineOf(dir.Path(name), "a"), "-1:");
+}
+
+TEST(Processes, PidFileGivesRunningProcessesOnly) {
+    const TempDir dir;
+    const std::string self = std::to_string(getpid());
+    const auto pid_in = [&](const std::string& text) {
+        return KLIBReadPidFile(dir.Write("p.pid", text).c_str());
+    };
+    EXPECT_EQ(pid_in(self + "\n"), getpid());
+    EXPECT_EQ(pid_in("1"), 1);
+    const pid_t ended = fork();
+    if (ended == 0) _exit(0);
+    waitpid(ended, nullptr, 0);
+    for (const std::string& text :
+         {std::string(), std::string("0"), "-" + self, "+" + self, self + "x", self + "\n1", " " + self,
+          "0x" + self, std::string("99999999999"), std::to_string(ended), self + std::string(100000, '\n')})
+        EXPECT_EQ(pid_in(text), 0) << text.substr(0, 20);
+    ASSERT_EQ(mkfifo(dir.Path("fifo").c_str(), 0600), 0);
+    EXPECT_EQ(KLIBReadPidFile(dir.Path("fifo").c_str()), 0);
+}
+
+TEST(Processes, ExecGivesTheStatusOfAProgramWithFreshSignals) {
+    flushes = 0;
+    EXPECT_EQ(KLIBExec("/gone/program", "-f", "x", nullptr, nullptr), -1);
+    EXPECT_EQ(flushes, 0);
+    EXPECT_EQ(KLIBExec("/bin/sh", "-c", "test \"$0 $#\" = \"a  b 0\" && exit 7", "a  b", nullptr), 7);
+    EXPECT_EQ(KLIBExec("/bin/sh", "-c", "exit 3", nullptr, "never"), 3);
+    EXPECT_EQ(flushes, 2);
+
+    const auto old_handler = signal(SIGTERM, SIG_IGN);
+    sigset_t blocked, old_mask;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &blocked, &old_mask);
+    EXPECT_EQ(KLIBExec("/bin/sh", "-c", "kill -TERM $$; exit 0", nullptr, nullptr), -1);
+    EXPECT_EQ(KLIBExec("/bin/sh", "-c", "kill -USR1 $$; exit 0", nullptr, nullptr), -1);
+    sigprocmask(SIG_SETMASK, &old_mask, nullptr);
+    signal(SIGTERM, old_handler);
+}
+
+TEST(Quoting, TheShellHandsTheSameBytesOn) {
+    std::string every;
+    for (int byte = 1; byte < 256; ++byte)
+        every += static_cast<char>(byte);
+    for (const std::string& text : {every, std::string(), std::string("'"), std::string("''a''"),
+                                    std::string("-n"), std::string("$(id) `id` \\\n*")}) {
+        char quoted[1024];
+        ASSERT_EQ(KLIBEncShParam(text.c_str(), quoted, sizeof quoted), 0);
+        FILE* shell = popen(("printf '%s|' " + std::string(quoted)).c_str(), "re");
+        char back[1024];
+        const size_t length = fread(back, 1, sizeof back, shell);
+        pclose(shell);
+        EXPECT_EQ(std::string(back, length), text + "|");
+
+        const int needed = static_cast<int>(strlen(quoted)) + 1;
+        for (int size = 1; size <= needed; ++size) {
+            EXPECT_EQ(KLIBEncShParam(text.c_str(), quoted, size) == 0, size == needed);
+            EXPECT_EQ(quoted[0] == '\0', size < needed);
+        }
+    }
+}
+
+TEST(Files, ExistenceTimesAndText) {
+    const TempDir dir;
+    const std::string file = dir.Write("a.txt", "12345");
+    uint64_t size = 0;
+    EXPECT_TRUE(IsFileExist(file.c_str(), &size) && size == 5);
+    EXPECT_FALSE(IsFileExist(dir.Path("").c_str(), nullptr) || IsDirExist(file.c_str()));
+
+    setenv("TZ", "XXX-3", 1);
+    const timespec times[] = {{0, 0}, {86399, 0}};
+    utimensat(AT_FDCWD, file.c_str(), times, 0);
+    char changed[32], modified[32];
+    KOLIIndexCTimeMTimeGet(file.c_str(), changed, sizeof changed, modified, sizeof modified);
+    EXPECT_STREQ(modified, "1970-01-02 02:59:59");
+    KOLIIndexCTimeMTimeGet(dir.Path("gone").c_str(), changed, sizeof changed, modified, sizeof modified);
+    EXPECT_EQ(std::string(changed) + modified, "");
+
+    for (const auto& [text, trimmed] :
+         {std::pair{" \t\r\n\v\fa b\xa0 ", "a b\xa0"}, {" \n ", ""}, {"", ""}}) {
+        std::string copy = text;
+        StringTrim(copy.data());
+        EXPECT_STREQ(copy.c_str(), trimmed);
+    }
+}
+
+TEST(Extensions, ListsIgnoreCaseAndPathsUseTheLastComponent) {
+    EXPECT_STREQ(KOLIIndexExtGet("/a.b/c.D.Mp3"), "Mp3");
+    EXPECT_STREQ(KOLIIndexExtGet("/a/x."), "");
+    EXPECT_EQ(KOLIIndexExtGet("/a.b/c"), nullptr);
+    EXPECT_NE(BlKOLIIndexIsPhotoOnWebFile("/a/b.PNG"), 0);
+    EXPECT_EQ(BlKOLIIndexIsPhotoOnWebFile("/a.png/b"), 0);
+    EXPECT_NE(BlKOLIIndexIsVideoOnWebFile("x.M4V"), 0);
+    EXPECT_EQ(BlKOLIIndexIsVideo("srt") + BlKOLIIndexIsVideo("") + BlKOLIIndexIsVideo(nullptr), 0);
+}
+
+TEST(EaPath, FitsOrFails) {
+    char path[4096];
+    EXPECT_EQ(KOLIEAPath("/v/photo/a.jpg", "KOLIPHOTO:TITLE", path, 4095), 0);
+    EXPECT_STREQ(path, "/v/photo/@eaDir/a.jpg/KOLIPHOTO:TITLE");
+    EXPECT_EQ(KOLIEAPath("/v/Trip/", "S", path, 18), 0);
+    EXPECT_STREQ(path, "/v/@eaDir/Trip/S");
+    for (const char* bad : {"/v/Trip/1", "/", "", "/v/.."}) {
+        EXPECT_EQ(KOLIEAPath(bad, "S", path, 17), -1);
+        EXPECT_STREQ(path, "");
+    }
+}
+
+TEST(Covers, AreMadeFoundAndCleaned) {
+    const TempDir dir;
+    const std::string song = dir.Path("a.mp3"), folder = dir.Path("@eaDir/a.mp3");
+    char path[4096];
+    EXPECT_EQ(GetCoverFolder(song.c_str(), path, sizeof path), 0);
+    EXPECT_EQ(GetCoverPath(song.c_str(), path, 10, 3, 1, KOLI_COVER_JPEG), 0);
+    EXPECT_FALSE(exists(dir.Path("@eaDir")));
+    const mode_t mask = umask(0);
+    ASSERT_NE(GetCoverPath(song.c_str(), path, sizeof path, 3, 12, KOLI_COVER_PNG), 0);
+    umask(mask);
+    EXPECT_EQ(path, folder + "/cover12.png");
+    struct stat status;
+    ASSERT_EQ(stat(folder.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0777U);
+    ASSERT_NE(GetCoverFolder(song.c_str(), path, sizeof path), 0);
+    EXPECT_EQ(path, folder);
+
+    create_directories(folder + "/cover2.jpg");
+    const std::string names[] = {"cover.jpg",  "cover01.jpg", "cover1.jpeg", "Cover1.jpg",
+                                 "coverx.png", "xcover1.jpg", "cover1.jpg",  "cover12.png"};
+    for (const std::string& name : names)
+        dir.Write("@eaDir/a.mp3/" + name, "x");
+    CleanOldCover(path);
+    for (const std::string& name : names)
+        EXPECT_EQ(exists(std::filesystem::path(folder) / name), name != "cover1.jpg" && name != "cover12.png")
+            << name;
+    EXPECT_TRUE(exists(folder + "/cover2.jpg"));
+}
+
+TEST(Covers, NeverLeaveTheShareByALink) {
+    const TempDir dir;
+    create_directories(dir.Path("outside/a.mp3"));
+    dir.Write("outside/a.mp3/cover1.jpg", "x");
+    create_directory_symlink(dir.Path("outside"), dir.Path("@eaDir"));
+    create_directories(dir.Path("sub/@eaDir"));
+    create_directory_symlink(dir.Path("outside/a.mp3"), dir.Path("sub/@eaDir/a.mp3"));
+    char path[4096];
+    for (const std::string& song : {dir.Path("a.mp3"), dir.Path("sub/a.mp3")}) {
+        EXPECT_EQ(GetCoverFolder(song.c_str(), path, sizeof path), 0);
+        EXPECT_EQ(GetCoverPath(song.c_str(), path, sizeof path, 3, 1, KOLI_COVER_JPEG), 0);
+    }
+    CleanOldCover(dir.Path("sub/@eaDir/a.mp3").c_str());
+    EXPECT_TRUE(exists(dir.Path("outside/a.mp3/cover1.jpg")));
+}
+
+TEST(EventLog, WritesOneWarning) {
+    openlog("t", LOG_PERROR, LOG_USER);
+    const int mask = setlogmask(LOG_MASK(LOG_WARNING));
+    testing::internal::CaptureStderr();
+    KOLILogSet1(2, 3, 0x11B00510, "/a/%s", "", "b", nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "t: event 0x11B00510 category 2 level 3 [/a/%s] [] [b] []\n");
+    setlogmask(mask);
+    closelog();
+}
+
+}  // namespace
+}  // namespace koli::test
