@@ -1,0 +1,245 @@
+#include "platform/host/sql.h"
+
+#include <sqlite3.h>
+#include <strings.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace koli::host {
+namespace {
+
+constexpr int kBusyTimeoutMs = 10000;
+
+// The log is cut back to 8 MiB once a reader or a large transaction has let it grow.
+constexpr const char kSettings[] =
+    "PRAGMA cache_size=-2048;"
+    "PRAGMA case_sensitive_like=ON;"
+    "PRAGMA journal_size_limit=8388608;"
+    "PRAGMA cell_size_check=ON;"
+    "PRAGMA trusted_schema=OFF;";
+
+bool IsOnlyBlank(const char* text, const char* end) {
+    while (text != end && strchr(" \t\r\n;", *text) != nullptr)
+        ++text;
+    return text == end;
+}
+
+}  // namespace
+
+// ---- SqlRows, SqlStatement
+
+const char* SqlRows::Field(int row, const char* column) const {
+    if (row < 0 || row >= count_ || column == nullptr) return nullptr;
+    for (size_t i = 0; i < columns_.size(); ++i)
+        if (strcasecmp(columns_[i].c_str(), column) == 0)
+            return text_.c_str() + offsets_[static_cast<size_t>(row) * columns_.size() + i];
+    return nullptr;
+}
+
+SqlStatement::~SqlStatement() {
+    sqlite3_finalize(handle_);
+}
+
+void SqlStatement::Text(int index, std::string_view value) {
+    // A null pointer would bind NULL.
+    sqlite3_bind_text64(handle_, index, value.data() != nullptr ? value.data() : "", value.size(),
+                        SQLITE_TRANSIENT, SQLITE_UTF8);
+}
+
+void SqlStatement::Integer(int index, int64_t value) {
+    sqlite3_bind_int64(handle_, index, value);
+}
+
+void SqlStatement::Real(int index, double value) {
+    sqlite3_bind_double(handle_, index, value);
+}
+
+// ---- Opening and closing
+
+std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, std::string* error) {
+    std::unique_ptr<Sql> sql(new Sql(changed));
+    constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
+    if (sqlite3_open_v2(file.c_str(), &sql->db_, kFlags, nullptr) != SQLITE_OK || !sql->Configure()) {
+        sql->Fail();
+        *error = sql->error_;
+        return nullptr;
+    }
+    // Without permission to write the engine falls back to reading.
+    if (sqlite3_db_readonly(sql->db_, "main") != 0) {
+        *error = "no permission to write";
+        return nullptr;
+    }
+    return sql;
+}
+
+bool Sql::Configure() {
+    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    // "..." is an identifier and nothing else.
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
+    sqlite3_set_authorizer(db_, OnAuthorize, this);
+
+    const std::unique_ptr<SqlRows> mode = Query("PRAGMA journal_mode=WAL");
+    if (mode == nullptr || mode->count() == 0) return false;
+    // A file system that cannot share memory between processes has no write-ahead log: SyncLog has nothing to
+    // do there, so every commit must be durable by itself.
+    const bool has_log = strcmp(mode->Field(0, "journal_mode"), "wal") == 0;
+    return ExecuteScript(kSettings) &&
+           ExecuteScript(has_log ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL");
+}
+
+Sql::~Sql() {
+    kept_.clear();
+    sqlite3_close(db_);
+}
+
+void Sql::KeepLogOnClose() {
+    sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
+// ---- Statements
+
+/// Called while a statement is prepared, once for each thing that it will do; notes the table that it
+/// changes.
+int Sql::OnAuthorize(void* self, int action, const char* table, const char*, const char*,
+                     const char* trigger) {
+    const bool changes = action == SQLITE_INSERT || action == SQLITE_UPDATE || action == SQLITE_DELETE;
+    if (changes && trigger == nullptr && table != nullptr) static_cast<Sql*>(self)->prepared_table_ = table;
+    return SQLITE_OK;
+}
+
+std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags) {
+    prepared_table_.clear();
+    sqlite3_stmt* handle = nullptr;
+    const char* tail = nullptr;
+    if (text.size() > INT_MAX || sqlite3_prepare_v3(db_, text.data(), static_cast<int>(text.size()), flags,
+                                                    &handle, &tail) != SQLITE_OK) {
+        Fail();
+        return nullptr;
+    }
+    std::unique_ptr<SqlStatement> statement(new SqlStatement(handle, prepared_table_));
+    if (handle == nullptr || !IsOnlyBlank(tail, text.data() + text.size())) {
+        error_ = handle == nullptr ? "no statement" : "more than one statement";
+        error_code_ = SQLITE_MISUSE;
+        return nullptr;
+    }
+    return statement;
+}
+
+SqlStatement* Sql::Kept(const char* text) {
+    std::unique_ptr<SqlStatement>& slot = kept_[text];
+    if (slot == nullptr) slot = Prepare(text, SQLITE_PREPARE_PERSISTENT);
+    return slot.get();
+}
+
+int Sql::Run(SqlStatement& statement) {
+    const int64_t before = TotalChanges();
+    int code = 0;
+    do {
+        code = sqlite3_step(statement.handle_);
+    } while (code == SQLITE_ROW);
+    if (code != SQLITE_DONE) Fail();
+    sqlite3_reset(statement.handle_);
+    sqlite3_clear_bindings(statement.handle_);
+    if (code != SQLITE_DONE) return -1;
+
+    // sqlite3_changes would repeat the count of an earlier statement.
+    if (TotalChanges() == before) return 0;
+    const int affected = sqlite3_changes(db_);
+    if (affected > 0 && changed_ != nullptr) changed_(statement.table_.c_str());
+    return affected;
+}
+
+int Sql::Execute(std::string_view text) {
+    const std::unique_ptr<SqlStatement> statement = Prepare(text, 0);
+    return statement != nullptr ? Run(*statement) : -1;
+}
+
+bool Sql::ExecuteScript(const std::string& script) {
+    if (sqlite3_exec(db_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return true;
+    Fail();
+    return false;
+}
+
+// ---- Queries
+
+std::unique_ptr<SqlRows> Sql::Query(std::string_view text) try {
+    const std::unique_ptr<SqlStatement> statement = Prepare(text, 0);
+    if (statement == nullptr) return nullptr;
+    sqlite3_stmt* const handle = statement->handle_;
+    auto rows = std::make_unique<SqlRows>();
+    const int columns = sqlite3_column_count(handle);
+    for (int i = 0; i < columns; ++i)
+        rows->columns_.emplace_back(sqlite3_column_name(handle, i));
+
+    int code = 0;
+    while ((code = sqlite3_step(handle)) == SQLITE_ROW && rows->count_ < INT_MAX) {
+        for (int i = 0; i < columns; ++i) {
+            const auto* field = reinterpret_cast<const char*>(sqlite3_column_text(handle, i));
+            rows->offsets_.push_back(rows->text_.size());
+            rows->text_.append(field != nullptr ? field : "").push_back('\0');
+        }
+        ++rows->count_;
+    }
+    if (code == SQLITE_DONE) return rows;
+    Fail();
+    return nullptr;
+} catch (const std::bad_alloc&) {
+    error_ = "the result does not fit into the memory";
+    error_code_ = SQLITE_NOMEM;
+    return nullptr;
+}
+
+int64_t Sql::QueryNumber(std::string_view text) {
+    const std::unique_ptr<SqlRows> rows = Query(text);
+    if (rows == nullptr || rows->count_ == 0 || rows->columns_.empty()) return -1;
+    return strtoll(rows->text_.c_str(), nullptr, 10);
+}
+
+// ---- State
+
+bool Sql::InTransaction() const {
+    return sqlite3_get_autocommit(db_) == 0;
+}
+
+int64_t Sql::TotalChanges() const {
+    return sqlite3_total_changes64(db_);
+}
+
+bool Sql::FileMoved() const {
+    int moved = 0;
+    return sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved != 0;
+}
+
+bool Sql::SyncLog() {
+    // The engine's own descriptor: opening and closing a database file here would drop the locks that this
+    // process holds on it.  The first sync of a log also syncs its directory.
+    sqlite3_file* log = nullptr;
+    sqlite3_file_control(db_, "main", SQLITE_FCNTL_JOURNAL_POINTER, static_cast<void*>(&log));
+    if (log == nullptr || log->pMethods == nullptr) return true;
+    const int code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY);
+    if (code == SQLITE_OK) return true;
+    error_ = sqlite3_errstr(code);
+    error_code_ = code;
+    return false;
+}
+
+void Sql::Fail() {
+    error_ = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
+    error_code_ = db_ != nullptr ? sqlite3_errcode(db_) : SQLITE_NOMEM;
+}
+
+bool Sql::FailedBusy() const {
+    return error_code_ == SQLITE_BUSY;
+}
+
+bool Sql::FailedByFile() const {
+    return error_code_ == SQLITE_CORRUPT || error_code_ == SQLITE_NOTADB || error_code_ == SQLITE_IOERR ||
+           error_code_ == SQLITE_CANTOPEN || error_code_ == SQLITE_READONLY;
+}
+
+}  // namespace koli::host

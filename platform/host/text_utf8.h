@@ -1,0 +1,41 @@
+// Text as tags hold it, made valid UTF-8 for the databases.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace koli::host {
+
+/// The bytes of a text field up to its terminator, at most the whole field.
+template <size_t N>
+std::string_view FieldText(const char (&field)[N]) {
+    const std::string_view whole(field, N);
+    return whole.substr(0, whole.find('\0'));
+}
+
+/// The UTF-16 text in `bytes` behind its byte-order mark, up to a zero unit or the last whole unit; empty
+/// when the bytes do not begin with a byte-order mark.
+struct Utf16Text {
+    explicit Utf16Text(std::string_view bytes);
+
+    bool marked = false;      // began with FE FF or FF FE
+    bool big_endian = false;  // by the byte-order mark
+    std::string_view units;   // two bytes each, without the mark
+
+    size_t size() const { return units.size() / 2; }
+    unsigned operator[](size_t index) const;  // one code unit
+};
+
+/// UTF-16 as UTF-8; unpaired surrogates become U+FFFD.
+std::string Utf8FromUtf16(const Utf16Text& text);
+
+/// Unmarked text as UTF-8:
+/// - valid UTF-8 is kept (Unicode, table 3-7: no overlong forms, no surrogates, nothing above U+10FFFF);
+/// - when its only fault is an incomplete sequence at its very end, and a whole sequence of two or more bytes
+///   stands before it, the text was cut: it loses that sequence;
+/// - anything else is read as windows-1252, its five unassigned bytes as the C1 controls of the same number.
+/// Returns `text` or a part of it, or `*scratch` when the bytes had to be changed.
+std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch);
+
+}  // namespace koli::host
