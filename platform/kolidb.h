@@ -38,14 +38,17 @@ int PhotoDBVacuum(void);
 /// program, waiting for a lock).  Returns 0 or -1; a failure has been logged.
 int KOLIDBFlush(void);
 
-/// KOLIDBFlush, then makes sure that everything accepted so far survives a power cut.  Returns 0 or -1
-/// (logged).
+/// KOLIDBFlush, then makes sure that everything accepted so far survives a power cut; nothing is done when
+/// nothing was written since the last time (nothing is known of the time before the first).  Returns 0, or -1
+/// (logged), also when rows that had been accepted since the last KOLIDBSync were lost (disk full): the batch
+/// must be repeated.
 int KOLIDBSync(void);
 
 // ---- Photo database --------------------------------------------------------------------------------------
 
 /// Inserts or replaces the row of the record's path and sets its `updated` mark; `mode` is 1 (add) or 5
-/// (update). Captions entered by hand survive: see the implementation.  Returns 0, or nonzero on failure.
+/// (update).  Over an existing row an empty description keeps the row's, and a title that is only the file
+/// name without its extension keeps the row's.  Returns 0, or nonzero on failure.
 int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode);
 
 /// Removes the row of `path`.  Returns 0 (also when there was none), or nonzero on failure.

@@ -1,0 +1,69 @@
+#include "platform/host/database_directory.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string_view>
+
+#include "base/log.h"
+#include "base/media_info.h"
+#include "platform/kolisdk.h"
+#include "platform/paths.h"
+
+namespace koli::host {
+namespace {
+
+constexpr const char kModule[] = "kolidb";
+constexpr const char kDefaultDirectory[] = "/var/lib/koli";
+constexpr std::string_view kEngine = "sqlite:";
+
+std::string& ChosenDirectory() {
+    static auto* const chosen = new std::string;  // never destroyed: the process may end at any instant
+    return *chosen;
+}
+
+/// Puts a directory's entries on the disk.
+bool SyncDirectory(const std::string& directory) {
+    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return false;
+    const bool synced = fsync(fd) == 0;
+    close(fd);
+    return synced;
+}
+
+}  // namespace
+
+std::string DatabaseDirectory() {
+    if (!ChosenDirectory().empty()) return ChosenDirectory();
+    char value[kPathSize];
+    if (KLIBFileGetKeyValue(paths::kConfig, "database", value, sizeof value, 0) < 0 || value[0] == '\0')
+        return kDefaultDirectory;
+    const std::string_view engine(value);
+    if (engine.substr(0, kEngine.size()) == kEngine && engine.substr(kEngine.size(), 1) == "/")
+        return std::string(engine.substr(kEngine.size()));
+    KOLI_LOG("%s (%d) Unknown database [%s] in %s.", value, paths::kConfig);
+    return "";
+}
+
+void DatabaseDirectoryChoose(const char* directory) {
+    ChosenDirectory() = directory != nullptr ? directory : "";
+}
+
+bool MakeDirectories(const std::string& directory) {
+    for (size_t end = 0; end != std::string::npos;) {
+        const size_t begin = end;
+        end = directory.find('/', begin + 1);
+        if (mkdir(directory.substr(0, end).c_str(), 0755) == 0) {
+            if (!SyncDirectory(begin > 0 ? directory.substr(0, begin) : "/")) return false;
+        } else if (errno != EEXIST && errno != EISDIR) {
+            return false;
+        }
+    }
+    struct stat status;
+    errno = ENOTDIR;
+    return stat(directory.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+}  // namespace koli::host

@@ -1,0 +1,91 @@
+// KOLIUpdatePhotoPath: moves photo rows to the paths that their files have got.
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/log.h"
+#include "base/path_names.h"
+#include "base/photo_record.h"
+#include "platform/host/database_groups.h"
+#include "platform/host/text_utf8.h"
+#include "platform/kolidb.h"
+
+namespace koli::host {
+namespace {
+
+constexpr const char kModule[] = "kolidb";
+
+// A row at the new path gives way; without a row at the old one nothing happens.
+constexpr const char kMove[] =
+    "UPDATE OR REPLACE photo_info SET path = ?2, name = ?3, folder = ?4,"
+    " title = CASE WHEN title = ?5 THEN ?6 ELSE title END WHERE path = ?1";
+constexpr const char kRemove[] = "DELETE FROM photo_info WHERE path = ?1";
+
+/// The listed paths that begin with `old_path`, in an order in which no row reaches a place before the listed
+/// row that stands there has left it: every move changes the length of its path by the same amount.
+std::vector<const char*> MovesInOrder(const PhotoPathList* list, std::string_view new_path,
+                                      std::string_view old_path) {
+    std::vector<const char*> paths;
+    for (; list != nullptr; list = list->next)
+        if (list->path != nullptr && strncmp(list->path, old_path.data(), old_path.size()) == 0)
+            paths.push_back(list->path);
+    const bool grow = new_path.size() > old_path.size();
+    std::stable_sort(paths.begin(), paths.end(), [grow](const char* a, const char* b) {
+        return grow ? strlen(a) > strlen(b) : strlen(a) < strlen(b);
+    });
+    return paths;
+}
+
+/// The title that a photo has by its file name alone, as it is stored.
+std::string PlainTitle(const char* path) {
+    char title[sizeof PhotoRecord::title];
+    TitleFromPath(path, title, sizeof title);
+    std::string scratch;
+    return std::string(Utf8FromUnmarked(title, &scratch));
+}
+
+/// A row whose new path does not fit into a record is removed: no index of the new place would have it.
+bool MoveRow(const char* from, const std::string& to) {
+    const bool fits = to.size() < sizeof PhotoRecord::path;
+    SqlStatement* statement = PhotoDatabase().Prepare(fits ? kMove : kRemove);
+    if (statement == nullptr) return false;
+    statement->Text(1, from);
+    if (fits) {
+        char name[sizeof PhotoRecord::name], folder[sizeof PhotoRecord::folder];
+        CopyText(name, sizeof name, FileNameOf(to.c_str()));
+        if (!AlbumFromPath(to.c_str(), folder, sizeof folder)) KOLI_LOG("%s (%d) Impossible error.");
+        statement->Text(2, to);
+        statement->Text(3, name);
+        statement->Text(4, folder);
+        statement->Text(5, PlainTitle(from));
+        statement->Text(6, PlainTitle(to.c_str()));
+    }
+    return PhotoDatabase().Run(*statement) >= 0;
+}
+
+}  // namespace
+}  // namespace koli::host
+
+using namespace koli::host;
+
+extern "C" int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path,
+                                   const char* old_path) try {
+    if (new_path == nullptr || *new_path == '\0' || old_path == nullptr || *old_path == '\0') {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    if (strcmp(new_path, old_path) == 0) return 0;
+    const std::vector<const char*> paths = MovesInOrder(list, new_path, old_path);
+    if (paths.empty()) return 0;
+    if (!PhotoDatabase().BeginUnit()) return -1;
+    bool moved = true;
+    for (size_t i = 0; i < paths.size() && moved; ++i)
+        moved = MoveRow(paths[i], new_path + std::string(paths[i] + strlen(old_path)));
+    return PhotoDatabase().EndUnit(moved);
+} catch (const std::bad_alloc&) {
+    KOLI_LOG("%s (%d) Out of memory.");
+    return PhotoDatabase().EndUnit(false);
+}

@@ -1,0 +1,119 @@
+// Result sets of both databases, and statements run on the connection that a result set came from.
+#include <iterator>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "base/log.h"
+#include "platform/host/database_groups.h"
+#include "platform/host/schema.h"
+#include "platform/host/sql_dialect.h"
+#include "platform/kolidb.h"
+
+struct KOLIDB {
+    koli::host::Database& database;
+};
+
+struct KOLIDBResult {
+    std::unique_ptr<koli::host::SqlRows> rows;
+};
+
+namespace koli::host {
+namespace {
+
+constexpr const char kModule[] = "kolidb";
+
+KOLIDB* MediaConnection() {
+    static auto* const db = new KOLIDB{MediaDatabase()};
+    return db;
+}
+
+KOLIDB* PhotoConnection() {
+    static auto* const db = new KOLIDB{PhotoDatabase()};
+    return db;
+}
+
+struct Selection {
+    const char* columns;
+    const char* where;  // null = all rows
+    const char* order;  // null = none
+    int limit;          // 0 = all
+    int offset;
+};
+
+bool HasText(const char* text) {
+    return text != nullptr && *text != '\0';
+}
+
+std::string SelectText(const char* table, const Selection& selection) {
+    std::string text = "SELECT " + ToSqliteText(selection.columns) + " FROM " + table;
+    if (HasText(selection.where)) text += " WHERE " + ToSqliteText(selection.where);
+    if (HasText(selection.order)) text += " ORDER BY " + ToSqliteText(selection.order);
+    if (selection.limit > 0 || selection.offset > 0)
+        text += " LIMIT " + std::to_string(selection.limit > 0 ? selection.limit : -1) + " OFFSET " +
+                std::to_string(selection.offset);
+    return text;
+}
+
+KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
+    std::unique_ptr<SqlRows> rows = db->database.Query(SelectText(table, selection));
+    if (rows == nullptr) return nullptr;
+    const int count = rows->count();
+    return new KOLIDBRows{db, new KOLIDBResult{std::move(rows)}, -1, count};
+}
+
+}  // namespace
+}  // namespace koli::host
+
+using namespace koli::host;
+
+extern "C" {
+
+KOLIDBRows* PhotoInfoDBOpen(int table, const char* columns, const char* where, int, const char* order,
+                            int limit, int offset) {
+    if (table < 0 || table >= static_cast<int>(std::size(kPhotoTables)) || !HasText(columns)) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return nullptr;
+    }
+    return OpenRows(PhotoConnection(), kPhotoTables[table], {columns, where, order, limit, offset});
+}
+
+KOLIDBRows* MediaInfoDBOpen(int type, const char* columns, const char* where, int, const char* order,
+                            int limit, int offset, int) {
+    if (type < 0 || type >= kMediaStoreTables || !HasText(columns)) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return nullptr;
+    }
+    return OpenRows(MediaConnection(), kMediaTables[type], {columns, where, order, limit, offset});
+}
+
+void PhotoInfoDBClose(KOLIDBRows* rows) {
+    if (rows == nullptr) return;
+    delete rows->result;
+    delete rows;
+}
+
+int KOLIDBFetchRow(KOLIDBResult* result, int* row) {
+    if (result == nullptr || row == nullptr || *row < -1 || *row >= result->rows->count() - 1) return -1;
+    ++*row;
+    return 0;
+}
+
+const char* KOLIDBFetchField(KOLIDBResult* result, int row, const char* column) {
+    return result != nullptr ? result->rows->Field(row, column) : nullptr;
+}
+
+int KOLIDBExecute(KOLIDB* db, const char* sql, KOLIDBResult** result) {
+    if (result != nullptr) *result = nullptr;
+    if (db == nullptr || !HasText(sql)) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0;
+}
+
+const char* KOLIDBErrorGet(KOLIDB* db) {
+    return db != nullptr ? db->database.error() : "";
+}
+
+}  // extern "C"
