@@ -3,6 +3,7 @@
 
 #include <climits>
 
+#include "base/parse_number.h"
 #include "base/path_names.h"
 #include "index/util.h"
 #include "tests/fake_platform.h"
@@ -36,6 +37,29 @@ TEST(PathNames, FollowTheLastComponentAndItsFolder) {
         EXPECT_EQ(AlbumFromPath(c.path.c_str(), album, sizeof album), c.found_cut) << c.path;
         EXPECT_EQ(title, c.title);
         EXPECT_EQ(album, c.album);
+    }
+}
+
+TEST(ParseInt32, SaturatesAt32BitsAndTellsWhereItStopped) {
+    struct {
+        const char* text;
+        int32_t value;
+        size_t end;
+    } const cases[] = {
+        {"1999", 1999, 4},
+        {" -7x", -7, 3},
+        {"3/12", 3, 1},
+        {"", 0, 0},
+        {"+", 0, 0},
+        {"2147483648", INT_MAX, 10},
+        {"-2147483649", INT_MIN, 11},
+        {"99999999999999999999", INT_MAX, 20},
+        {"-99999999999999999999", INT_MIN, 21},
+    };
+    for (const auto& c : cases) {
+        const char* end = nullptr;
+        EXPECT_EQ(ParseInt32(c.text, &end), c.value) << c.text;
+        EXPECT_EQ(end, c.text + c.end) << c.text;
     }
 }
 
