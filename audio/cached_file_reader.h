@@ -1,0 +1,74 @@
+// Positional byte access to an untrusted file through one small buffer.
+#pragma once
+
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+
+#include "base/log.h"
+#include "base/log_limit.h"
+
+namespace koli {
+
+inline constexpr int64_t kReadAhead = 16384;  // bytes per read into the buffer
+inline constexpr int kUnreadable = 17;        // the value of every byte that cannot be read
+
+/// How far the search for the variable-bit-rate headers has come (audio/vbr_header.h); offsets into the file.
+struct VbrScan {
+    int64_t start = -1;  // where the search began; -1 = none has begun
+    int64_t next = 0;    // first offset that has not been looked at
+    int64_t xing = -1;   // first "Xing" before `next`, -1 = none
+    int64_t vbri = -1;   // first "VBRI" before `next`, -1 = none
+};
+
+/// One open media file.  Make it with `CachedFileReader reader{}`; CachedFileOpen fills it, CachedFileClose
+/// releases what it holds.  Whatever lies outside the file, or cannot be read, consists of bytes of the value
+/// 17: callers cannot tell them from data, and none of the searched-for marks contains that value.
+struct CachedFileReader {
+    FILE* fp = nullptr;               // open for reading; only its descriptor is used; owned
+    int64_t size = 0;                 // bytes, without an ID3v1 trailer once Id3v1Read has found one
+    uint8_t buffer[kReadAhead] = {};  // the bytes of [buffer_start, buffer_end)
+    int64_t buffer_start = 0;         // file offset
+    int64_t buffer_end = 0;           // file offset, exclusive
+    int32_t mode = 0;                 // MPEG video only: system layer, 1 = MPEG-1, 2 = MPEG-2
+    int64_t end_of_file = INT64_MAX;  // where a read came short: nothing from here on is asked for again
+    RepeatedMessage header_not_found = {};  // MpegFrameFind's message for this file
+    VbrScan vbr_scan = {};
+};
+
+/// Opens `path` for reading (neither a FIFO nor a device can block it) and takes its size.  Returns 0, or -1
+/// with nothing open; the failure has then been logged in the name of `site`.
+int CachedFileOpen(CachedFileReader* reader, const char* path, LogSite site);
+
+/// Closes the file; a reader that is not open is left alone.
+void CachedFileClose(CachedFileReader* reader);
+
+/// The byte at `offset`, 0 to 255, or 17 when there is none.  Outside the buffer, up to 16384 bytes from
+/// `offset` on are read into it.
+int CachedByteAt(CachedFileReader* reader, int64_t offset);
+
+/// A piece of the buffer.  Valid until the reader is next used.
+struct ByteWindow {
+    const uint8_t* data;
+    int64_t length;  // 0 = nothing could be read there
+};
+
+/// What the buffer holds from `offset` on; it is filled from there when that is less than `wanted` bytes
+/// (at most 16384).  Fewer come back only at the end of the file.
+ByteWindow CachedWindowAt(CachedFileReader* reader, int64_t offset, int64_t wanted = 1);
+
+/// Copies `length` bytes from `offset` on; those outside the file become 17.
+void CachedCopy(CachedFileReader* reader, int64_t offset, uint8_t* bytes, size_t length);
+
+/// Reads up to `length` bytes without moving the buffer.  Returns how many, -1 with errno set.
+int64_t ReadDirect(const CachedFileReader* reader, int64_t offset, void* bytes, size_t length);
+
+/// Four bytes of seven bits each, most significant first (ID3v2.4 section 6.2).  Bit 7 is not masked, it runs
+/// into the byte before.  17 for a negative offset.
+uint32_t ReadSyncsafe32(CachedFileReader* reader, int64_t offset);
+
+/// Four bytes, most significant first.  Here missing bytes are 0; a negative offset gives 17.
+uint32_t ReadBe32Direct(const CachedFileReader* reader, int64_t offset);
+
+}  // namespace koli

@@ -1,0 +1,174 @@
+// The cached reader, frame headers, the frame search and the variable-bit-rate headers.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <random>
+
+#include <sys/stat.h>
+
+#include "audio/vbr_header.h"
+#include "tests/fake_platform.h"
+#include "tests/mp3_bytes.h"
+#include "tests/mpeg_model.h"
+
+namespace koli {
+namespace {
+
+using namespace std::string_literals;
+using namespace test;
+using Lines = std::vector<std::string>;
+
+/// An open reader on a file of these bytes.
+struct Opened {
+    Opened(const Sandbox& sandbox, const std::string& bytes) {
+        EXPECT_EQ(CachedFileOpen(&reader, sandbox.Write("a.mp3", bytes).c_str(), LogSite("m")), 0);
+    }
+    ~Opened() { CachedFileClose(&reader); }
+    Opened(const Opened&) = delete;
+    Opened& operator=(const Opened&) = delete;
+    CachedFileReader reader;
+    MpegHeaderInfo header{};
+    int64_t position = 0;
+};
+
+TEST(CachedFileReader, GivesSeventeenForWhatIsNotThere) {
+    const Sandbox sandbox;
+    Opened file(sandbox, std::string(16384, 'x') + "\x01\x02\x83\x04");
+    CachedFileReader* reader = &file.reader;
+    EXPECT_EQ(CachedByteAt(reader, -1), 17);
+    EXPECT_EQ(CachedByteAt(reader, 16386), 0x83);
+    EXPECT_EQ(CachedByteAt(reader, 16388), 17);
+    EXPECT_EQ(CachedByteAt(reader, 0), 'x');
+    EXPECT_EQ(ReadSyncsafe32(reader, 16384), (1U << 21 | 2U << 14 | 0x83U << 7 | 4U));
+    EXPECT_EQ(ReadSyncsafe32(reader, 16387), (4U << 21 | 17U << 14 | 17U << 7 | 17U));
+    EXPECT_EQ(ReadBe32Direct(reader, 16384), 0x01028304U);
+    EXPECT_EQ(ReadBe32Direct(reader, 16386), 0x83040000U);
+    EXPECT_EQ(ReadBe32Direct(reader, -4), 17U);
+
+    const std::string fifo = sandbox.dir() + "/fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    CachedFileReader other;
+    EXPECT_EQ(CachedFileOpen(&other, fifo.c_str(), LogSite("m")), -1);
+    EXPECT_EQ(CachedFileOpen(&other, "/gone", LogSite("m")), -1);
+    EXPECT_EQ(fake.log, (Lines{"m (#) Unable to seek to end " + fifo + " ", "m (#) Unable to open /gone "}));
+}
+
+TEST(MpegFrame, DecodesByTheTables) {
+    const Sandbox sandbox;
+    struct {
+        std::string header;
+        int version, layer, length;
+        uint32_t bitrate, sample_rate;
+        int mode, extension;
+    } const cases[] = {{"\xFF\xFB\x90\x64", 1, 3, 417, 128000, 44100, 1, 2},
+                       {"\xFF\xFB\x92\xC0", 1, 3, 418, 128000, 44100, 3, -1},
+                       {"\xFF\xFD\xE4"s + '\0', 1, 2, 1152, 384000, 48000, 0, -1},
+                       {"\xFF\xFE\xEA\x80", 1, 1, 676, 448000, 32000, 2, -1},
+                       {"\xFF\xF3\xE8\x80", 2, 3, 720, 160000, 16000, 2, -1},
+                       {"\xFF\xF5\x10\x80", 2, 2, 26, 8000, 22050, 2, -1},
+                       {"\xFF\xF7\xE4\x80", 2, 1, 256, 256000, 24000, 2, -1},
+                       {"\xFF\xFB\x02\x80", 1, 3, 1, 0, 44100, 2, -1}};
+    for (const auto& c : cases) {
+        Opened file(sandbox, "xx" + Padded(c.header, 998));
+        const MpegHeaderInfo& h = file.header;
+        ASSERT_EQ(MpegFrameFind(&file.reader, &file.position, &file.header), 1);
+        EXPECT_EQ(h.position, 2);
+        EXPECT_DOUBLE_EQ(h.duration, 1000.0 / (c.bitrate / 1000) * 0.008);
+        EXPECT_EQ(std::tie(h.version, h.layer, h.frame_length, h.bitrate, h.sample_rate, h.channel_mode,
+                           h.mode_extension),
+                  std::tie(c.version, c.layer, c.length, c.bitrate, c.sample_rate, c.mode, c.extension));
+    }
+    for (const char* bad : {"\xFF\xE3\x90\x64", "\xFF\xEB\x90\x64", "\xFF\xF9\x90\x64", "\xFF\xFB\x9C\x64",
+                            "\xFF\xFB\xF0\x64", "\xFE\xFB\x90\x64", "\xFF\xDB\x90\x64", "\xFF\xFB"}) {
+        Opened file(sandbox,
+                    Padded(bad, 1000));  // the last one has no bit rate, no padding, and so no length
+        EXPECT_EQ(MpegFrameFind(&file.reader, &file.position, &file.header), 0);
+        EXPECT_EQ(MpegFrameCheck(&file.reader, 0), bad[2] != '\0' ? -1 : 0);
+    }
+}
+
+TEST(MpegFrame, LimitsItsMessageForOneFile) {
+    const Sandbox sandbox;
+    Opened file(sandbox, std::string(100, 'x'));
+    for (int i = 0; i < 20; ++i, file.position %= 90)
+        EXPECT_EQ(MpegFrameFind(&file.reader, &file.position, &file.header), 0);
+    EXPECT_EQ(file.position, 0);  // was left at the end of each search
+    MpegFrameLogSuppressed(&file.reader);
+    ASSERT_EQ(fake.log.size(), 17U);
+    EXPECT_EQ(fake.log[15], "metaid3 (#) MPEG Header not found");
+    EXPECT_EQ(fake.log[16], "metaid3 (#) MPEG Header not found, 4 more times");
+}
+
+TEST(VbrHeader, IsFoundWhereverItBeginsInTheFirstQuarter) {
+    const Sandbox sandbox;
+    for (const size_t at : {0, 63, 64, 16317, 16380, 16381, 16382, 16383, 16384, 19999, 20000}) {
+        std::string bytes(80000, 'X');
+        bytes.replace(at, 12, "Xing" + Be32(1) + Be32(10000));
+        Opened file(sandbox, bytes);
+        file.header.version = 1;
+        file.header.layer = 3;
+        file.header.sample_rate = 44100;
+        EXPECT_EQ(XingHeaderRead(&file.reader, 0, &file.header), -1);  // no bit rate
+        file.header.bitrate = 1;
+        EXPECT_EQ(XingHeaderRead(&file.reader, 0, &file.header), at < 20000 ? 0 : -1) << at;
+        EXPECT_EQ(VbriHeaderRead(&file.reader, 0, &file.header), -1);
+    }
+}
+
+TEST(MpegSearch, AgreesWithTheByteWiseOnes) {
+    const Sandbox sandbox;
+    std::mt19937 random(7);
+    const std::string pieces[] = {"\xFF\xFB\x90\x64",
+                                  "\xFF\xF7\x94\xC4",
+                                  "\xFF\xFB\x02\x64",
+                                  std::string(30, '\0'),
+                                  "\xFF",
+                                  "Xing",
+                                  "VBRI",
+                                  std::string(400, 'z'),
+                                  "Vi",
+                                  std::string(17000, '\0'),
+                                  Audio(1).substr(0, 416),
+                                  "\xFF\xFB\0"s,
+                                  std::string(300, '\0')};
+    for (int round = 0; round < 400; ++round) {
+        std::string bytes;
+        for (size_t count = random() % 200; count > 0; --count)
+            bytes += pieces[random() % (round % 8 == 0 ? std::size(pieces) : 9)];
+        Opened file(sandbox, bytes), model(sandbox, bytes);
+        const int64_t start = round % 3;
+        const int64_t frame =
+            MpegFirstFrame(&file.reader, start, &file.header) == 0 ? file.header.position : -1;
+        ASSERT_EQ(frame, ModelFirstFrame(&model.reader, bytes, start)) << round;
+        if (frame < 0 || file.header.bitrate == 0) continue;
+        XingHeaderRead(&file.reader, start, &file.header);
+        VbriHeaderRead(&file.reader, start, &file.header);
+        ASSERT_EQ(file.reader.vbr_scan.xing, ModelMark(&model.reader, bytes, "Xing", start)) << round;
+        ASSERT_EQ(file.reader.vbr_scan.vbri, ModelMark(&model.reader, bytes, "VBRI", start)) << round;
+    }
+}
+
+TEST(MpegSearch, ReadsAHostileFileAFewTimesAtMost) {
+    const auto bytes_read = [] {
+        std::string name;
+        int64_t count = 0;
+        std::ifstream("/proc/self/io") >> name >> count;
+        return count;
+    };
+    const Sandbox sandbox;
+    std::string cluster;  // candidates of different lengths, all of which lead into the zeros behind
+    for (int i = 0; i < 100; ++i)
+        cluster += i % 2 != 0 ? "\xFF\xFB\x90" : "\xFF\xFB\xE0";
+    for (const std::string& unit : {"\xFF\xFB\x90\x64"s, cluster + std::string(40000, '\0'), "\xFF"s}) {
+        std::string bytes;
+        while (bytes.size() < 2000000)
+            bytes += unit;
+        Opened file(sandbox, bytes);
+        const int64_t before = bytes_read();
+        EXPECT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), -1);
+        EXPECT_LT(bytes_read() - before, 6 * 2000000);
+    }
+}
+
+}  // namespace
+}  // namespace koli
