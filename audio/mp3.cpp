@@ -1,0 +1,65 @@
+#include "audio/mp3.h"
+
+#include "audio/cached_file_reader.h"
+#include "audio/id3_merge.h"
+#include "audio/id3v1.h"
+#include "audio/id3v2.h"
+#include "audio/mpeg_frame.h"
+#include "audio/vbr_header.h"
+#include "base/log.h"
+#include "platform/koliindex.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "metaid3";
+
+void RemoveOldCovers(const char* path) {
+    char folder[kPathSize] = {};
+    if (GetCoverFolder(path, folder, sizeof folder) != 0) CleanOldCover(folder);
+}
+
+/// Reads the ID3v2 tag.  Returns where it ends: 0 when there is none.
+int64_t ReadId3v2(CachedFileReader* reader, Id3v2Fields* fields, const char* path) {
+    int version = 0;
+    const int64_t end = Id3v2Probe(reader, &version);
+    if (end > 0 && version > 2)
+        Id3v23FramesRead(fields, reader, version, path);
+    else if (end > 0 && version == 2)
+        Id3v22FramesRead(fields, reader, version, path);
+    return end;
+}
+
+int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record) {
+    Id3v1Block v1{};
+    if (Id3v1Read(reader, &v1) == -1) KOLI_LOG("%s (%d) Failed to parse ID3V1.");
+    Id3v2Fields v2{};
+    const int64_t start = ReadId3v2(reader, &v2, path);
+
+    MpegHeaderInfo header{};
+    if (MpegFirstFrame(reader, start, &header) != 0) {
+        KOLI_LOG("%s (%d) Can't find valid mpeg header: %s", path);
+        return -1;
+    }
+    if (XingHeaderRead(reader, start, &header) == -1) VbriHeaderRead(reader, start, &header);
+    Id3MergeIntoRecord(record, &header, &v1, &v2);
+    return 0;
+}
+
+}  // namespace
+
+int Mp3MetadataParse(const char* path, MediaInfo* record) {
+    if (path == nullptr || *path == '\0' || record == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameters.");
+        return -1;
+    }
+    RemoveOldCovers(path);
+    CachedFileReader reader{};
+    if (CachedFileOpen(&reader, path, LogSite(kModule)) != 0) return -1;
+    const int result = ParseOpenFile(&reader, path, record);
+    MpegFrameLogSuppressed(&reader);
+    CachedFileClose(&reader);
+    return result;
+}
+
+}  // namespace koli

@@ -1,0 +1,100 @@
+// Pictures of a tag and the cover files that they become.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "audio/mp3.h"
+#include "tests/fake_platform.h"
+#include "tests/mp3_bytes.h"
+
+namespace koli {
+namespace {
+
+using namespace std::string_literals;
+using namespace test;
+using Lines = std::vector<std::string>;
+
+const std::string kImage = "0123456789";
+
+class Cover : public testing::Test {
+  protected:
+    Cover() { fake.cover_folder = sandbox_.MakeDir("covers"); }
+
+    /// Indexes a file with these frames; returns whether a cover was saved.
+    bool Save(const std::string& frames, char version = 3, const std::string& behind = Audio()) {
+        fake.log.clear();
+        MediaInfo record{};
+        Mp3MetadataParse(sandbox_.Write("a.mp3", Tag(frames, version) + behind).c_str(), &record);
+        return record.has_cover != 0;
+    }
+
+    Sandbox sandbox_;
+    const std::string path_ = sandbox_.Write("a.mp3", "");
+    const std::string jpg_ = sandbox_.dir() + "/covers/cover1.jpg";
+    const std::string png_ = sandbox_.dir() + "/covers/cover1.png";
+};
+
+TEST_F(Cover, IsWrittenWithTheModeAndOwnerOfTheMediaFile) {
+    const std::string image = std::string(200000, 'j') + "end";
+    const std::string victim = sandbox_.Write("victim", "precious");
+    ASSERT_EQ(symlink(victim.c_str(), jpg_.c_str()), 0);
+    ASSERT_TRUE(geteuid() != 0 || chown(path_.c_str(), 1234, 4321) == 0);
+    ASSERT_TRUE(Save(Picture("image/JPEG", 3, image) + Picture("image/png", 3, kImage)));
+    EXPECT_EQ(fake.calls.back(), "GetCoverPath 3 1 1");
+    EXPECT_EQ(ReadFile(jpg_), image);
+    EXPECT_EQ(ReadFile(victim), "precious");
+    struct stat media, cover;
+    ASSERT_TRUE(stat(path_.c_str(), &media) == 0 && stat(jpg_.c_str(), &cover) == 0);
+    EXPECT_EQ(cover.st_mode & 07777, 0777U);
+    EXPECT_EQ(std::pair(cover.st_uid, cover.st_gid), std::pair(media.st_uid, media.st_gid));
+    EXPECT_EQ(fake.log, Lines{});
+}
+
+TEST_F(Cover, IsTakenFromTheFirstPictureThatIsGood) {
+    const std::string good = Picture("image/png", 4, kImage);
+    const std::pair<std::string, Lines> cases[] = {
+        {Picture("image/gif", 3, kImage), {"metaid3 (#) Wrong MIME type: image/gif, file:" + path_}},
+        {Picture("image/jpeg", 21, kImage), {"metaid3 (#) Wrong cover type: 21"}},
+        {Picture("image/jpg", 20, kImage.substr(1)), {}},
+        {Picture("image/png", 0, kImage.substr(3)), {}},
+        {Frame("APIC", "\0image/jpeg\0\3no zero at all"s), {}}};
+    for (const auto& [bad, log] : cases) {
+        EXPECT_TRUE(Save(bad + good));
+        EXPECT_EQ(fake.log, log);
+        EXPECT_EQ(ReadFile(png_), kImage);
+        EXPECT_EQ(fake.calls.back(), "GetCoverPath 4 1 2");
+    }
+    EXPECT_TRUE(Save(Picture("image/png", 0, kImage.substr(2))));
+    EXPECT_FALSE(Save(Text22("PIC", "gif\3d\0"s + kImage), 2));
+    EXPECT_TRUE(Save(Text22("PIC", "jPg\3d\0"s + kImage), 2));
+    EXPECT_EQ(ReadFile(jpg_), kImage);
+
+    std::string many;
+    for (int i = 0; i < 70; ++i)
+        many += Picture("image/gif", 3, kImage);
+    EXPECT_FALSE(Save(many + good));
+    EXPECT_EQ(fake.log.size(), 65U);
+}
+
+TEST_F(Cover, ThatFailsLeavesNothingBehind) {
+    for (const int64_t size : {5000L, 0x7FFFFFFFL, 0x80000000L, 0xFFFFFFFFL, 4L}) {
+        EXPECT_FALSE(Save(Picture("image/jpeg", 3, kImage, size), 3, ""));
+        EXPECT_EQ(fake.log[0] == "metaid3 (#) FAILED TO WRITE PIC FILE, reason=No data available",
+                  size == 5000 || size == 0x7FFFFFFF);
+        EXPECT_NE(access(jpg_.c_str(), F_OK), 0);
+    }
+    const std::string good = Picture("image/jpeg", 3, kImage);
+    sandbox_.MakeDir("covers/cover1.jpg");
+    EXPECT_FALSE(Save(good));
+    EXPECT_EQ(fake.log, Lines{"metaid3 (#) FAILED to unlink :" + jpg_ + ",  reason=Is a directory"});
+    ASSERT_EQ(system(("rm -r " + sandbox_.dir() + "/covers").c_str()), 0);
+    EXPECT_FALSE(Save(good));
+    EXPECT_EQ(fake.log, Lines{"metaid3 (#) FAILED TO OPEN " + jpg_ + ", reason=No such file or directory"});
+    fake.failing = {"GetCoverPath"};
+    EXPECT_FALSE(Save(good));
+    EXPECT_EQ(fake.log, Lines{"metaid3 (#) FAILED to get CoverPath :" + path_});
+}
+
+}  // namespace
+}  // namespace koli

@@ -1,0 +1,143 @@
+// ID3v1 and ID3v2 tags, read and merged.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "audio/id3v2.h"
+#include "audio/mp3.h"
+#include "tests/fake_platform.h"
+#include "tests/mp3_bytes.h"
+
+namespace koli {
+namespace {
+
+using namespace std::string_literals;
+using namespace test;
+
+/// The fields that tags fill, as one text; a '*' follows what is marked as UTF-16.
+std::string Summary(const MediaInfo& m) {
+    const auto text = [](const char* field, int mark) { return field + std::string(mark != 0 ? "*|" : "|"); };
+    return text(m.title, m.title_utf16) + text(m.artist, m.artist_utf16) + text(m.album, m.album_utf16) +
+           text(m.genre, m.genre_utf16) + text(m.composer, m.composer_utf16) +
+           text(m.comment, m.comment_utf16) + std::to_string(m.year) + "|" + std::to_string(m.track) + "|" +
+           std::to_string(m.disc);
+}
+
+class Id3 : public testing::Test {
+  protected:
+    /// What the tags before and behind a valid stream give.
+    MediaInfo Parse(const std::string& tag, const std::string& trailer = "") {
+        MediaInfo record{};
+        const std::string path = sandbox_.Write("a.mp3", tag + Audio() + trailer);
+        EXPECT_EQ(Mp3MetadataParse(path.c_str(), &record), 0);
+        return record;
+    }
+    Sandbox sandbox_;
+};
+
+TEST_F(Id3, StoresEachTextFrameInItsField) {
+    const std::string v23 = Text("TIT2", "T") + Text("TPE1", "P") + Text("TALB", "A") + Text("TYER", "1999") +
+                            Text("TCON", "Rock") + Text("TCOM", "C") + Text("COMM", "engd\0Words"s) +
+                            Text("COMM", "eng\0late"s) + Text("TRCK", "3/12") + Text("TPOS", "1/2") +
+                            Text("TDRC", "2004");
+    const std::string v22 = Text22("TT2", "T") + Text22("TP1", "P") + Text22("TAL", "A") +
+                            Text22("TYE", "1999") + Text22("TCO", "Rock") + Text22("TCM", "C") +
+                            Text22("COM", "engd\0Words"s) + Text22("TRK", "3/12") + Text22("TPA", "1/2");
+    EXPECT_EQ(Summary(Parse(Tag(v23))), "T|P|A|Rock|C|Words|1999|3|1");
+    EXPECT_EQ(Summary(Parse(Tag(v22, 2))), "T|P|A|Rock|C|Words|1999|3|1");
+}
+
+TEST_F(Id3, ReadsNumbersAndGenresByTheirRules) {
+    const std::string cases[][3] = {{"TCON", "(17)", "Rock|||0|0|0"},
+                                    {"TCON", "(200)", "200|||0|0|0"},
+                                    {"TCON", "(17)Rock", "Rock|||0|0|0"},
+                                    {"TCON", "(1x)", "|||0|0|0"},
+                                    {"TCON", "()", "|||0|0|0"},
+                                    {"TCON", "x (0)", "Blues|||0|0|0"},
+                                    {"TCON", "(133)", "Afro-Punk|||0|0|0"},
+                                    {"TCON", "(147)", "SynthPop|||0|0|0"},
+                                    {"TCON", ")Rock(", ")Rock(|||0|0|0"},
+                                    {"TCON", "(9999999999)", "2147483647|||0|0|0"},
+                                    {"TCON", "(17)(18)", "|||0|0|0"},
+                                    {"TYER", "1999 ", "|||0|0|0"},
+                                    {"TYER", "1199", "|||0|0|0"},
+                                    {"TYER", "2200", "|||2200|0|0"},
+                                    {"TYER", " 1999", "|||1999|0|0"},
+                                    {"TRCK", "99999999999", "|||0|9999999|0"},
+                                    {"TRCK", "7x", "|||0|7|0"},
+                                    {"TPOS", "A", "|||0|0|0"},
+                                    {"TPOS", "2 ", "|||0|0|0"},
+                                    {"TPOS", "\xFF\xFE\x31", "|||0|0|0"}};
+    for (const auto& [id, text, result] : cases)
+        EXPECT_EQ(Summary(Parse(Tag(Text(id, text)))), "|||" + result) << text;
+}
+
+TEST_F(Id3, MarksUtf16TextByItsOwnByteOrderMark) {
+    const std::string text = "\xFF\xFE\x61\0\x62\0"s;
+    const MediaInfo record =
+        Parse(Tag(Text("TIT2", text + "\0\0zz"s, 1) + Text("TALB", text, 1) + Text("TALB", text) +
+                  Text("TPE1", "a\0b"s, 1) + Text("TCON", "\0(\0x"s, 2) + Text("TCOM", "", 2) +
+                  Text("COMM", "eng\xFF\xFE\0\0\xFF\xFE\x61\0"s, 1)));  // cut at the description's first zero
+    EXPECT_EQ(Summary(record), "\xFF\xFE\x61*|a|\xFF\xFE\x61|\xFE\xFF*|||0|0|0");
+    EXPECT_EQ(std::string(record.title, 8), text + "\0\0"s);
+    EXPECT_EQ(std::string(record.genre, 7), "\xFE\xFF\0(\0x\0"s);
+
+    char field[255];
+    Utf16BomCopy(("\xFE\xFF" + std::string(600, 'x')).c_str(), field, sizeof field);
+    EXPECT_EQ(strnlen(field, sizeof field), 254U);
+}
+
+TEST_F(Id3, EndsTheScanWhereTheTagDoesNotLeadOn) {
+    const std::string last = Text("TIT2", "T");
+    const std::pair<std::string, std::string> cases[] = {
+        {Tag(Text("TXXX", std::string(2000, 'x')) + last), "v1"},
+        {Tag(Text("TXXX", std::string(1022, 'x')) + last), "T"},
+        {Tag(Text22("TT2", std::string(299, 'x')) + Text22("TT2", "T"), 2), std::string(0x2C, 'x')},
+        {Tag("\0\0\0\6\0\0\0\0\0\0"s + last), "v1"},        // an extended header
+        {Tag(Frame("APIC", "", 0xFFFFFFF6) + last), "v1"},  // leads nowhere
+        {Tag(Text("TXXX", std::string(100, 'x')) + Frame("APIC", "", 0xFFFFFF87) + last),
+         "v1"},  // leads back
+        {Tag(Text("TIT2", "old") + Text("tit2", "x") + last), "old"},
+        {Tag(Text("TIT2", "old") + Text("Tit2", "T")), "T"},
+        {Tag(Frame("TIT2", "\0T"s, 5)), "T\xFF\xFB\x90"},  // is read past the tag
+        {Tag(last, 1), "v1"},                              // version 2.1 has no frames
+        {Tag("TIT2" + Syncsafe(200) + "\0\0\0"s + std::string(199, 'y'), 4), std::string(199, 'y')}};
+    for (const auto& [tag, title] : cases)
+        EXPECT_EQ(Parse(tag, Trailer("v1", "", "", "", "", 0)).title, title);
+}
+
+TEST_F(Id3, FallsBackToTheTrailerFieldByField) {
+    const std::string full(30, 'f');
+    const std::string trailer = Trailer(" T ", full, "   ", "1999", Padded("Words", 28, ' ') + "\0\7"s, 17);
+    EXPECT_EQ(Summary(Parse("", trailer)), "T|" + full + "||Rock||Words|1999|7|0");
+    EXPECT_EQ(Summary(Parse(Tag(Text("TPE1", "v2") + Text("TRCK", "A")), trailer)),
+              "T|v2||Rock||Words|1999|0|0");
+    for (const char genre : {'\0', '\x94', '\xFF'})
+        EXPECT_EQ(Summary(Parse("", Trailer("", "", "", "99", std::string(29, 'c') + '\7', genre))),
+                  "|||||" + std::string(29, 'c') + "\7|0|0|0");
+}
+
+TEST_F(Id3, SurvivesTagsThatAreCutOffOrDamaged) {
+    fake.cover_folder = sandbox_.dir();
+    const std::string whole =
+        Tag(Text("TIT2", "\xFF\xFE\x61\0"s, 1) + Picture("image/jpeg", 3, std::string(40, 'j')) +
+            Text("COMM", "engd\0Words"s) + Text("TRCK", "3/12")) +
+        Audio(3) + Trailer("T", "A", "L", "1999", "C", 1);
+    const auto parse = [&](const std::string& bytes) {
+        MediaInfo record{};
+        const int result = Mp3MetadataParse(sandbox_.Write("a.mp3", bytes).c_str(), &record);
+        EXPECT_TRUE(result == 0 || Summary(record) == "||||||0|0|0");
+    };
+    for (size_t length = 0; length < whole.size(); ++length)
+        parse(whole.substr(0, length));
+    std::mt19937 random(3);
+    for (size_t round = 0; round < 3000; ++round) {
+        std::string damaged = whole;
+        for (int i = 0; i < 4; ++i)
+            damaged[random() % (round % 2 != 0 ? 200 : damaged.size())] = static_cast<char>(random());
+        parse(damaged);
+    }
+}
+
+}  // namespace
+}  // namespace koli
