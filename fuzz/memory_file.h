@@ -1,0 +1,20 @@
+// A file in memory with a path, for code that opens its input by name.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace koli::test {
+
+/// Replaces the contents of this process's one memory file and returns its path.
+inline std::string MemoryFile(const void* bytes, size_t size) {
+    static const int fd = memfd_create("input", MFD_CLOEXEC);
+    if (ftruncate(fd, 0) != 0 || pwrite(fd, bytes, size, 0) != static_cast<ssize_t>(size)) abort();
+    return "/proc/self/fd/" + std::to_string(fd);
+}
+
+}  // namespace koli::test
