@@ -1,0 +1,90 @@
+#!/usr/bin/python3
+"""Start, stop, and death at any moment."""
+import os
+import random
+import signal
+import subprocess
+import time
+
+import harness
+from harness import appliance
+
+
+class Life(harness.DaemonTest):
+    def test_help(self):
+        shown = subprocess.run([self.binary, "--help"], capture_output=True, check=True).stdout
+        self.assertIn(b"koliindexd", shown)
+        self.assertFalse(os.path.exists(appliance.PID_FILE))
+
+    def test_one_instance(self):
+        self.start()
+        appliance.wait_until(appliance.daemon_pid, 10, "the pid file")
+        pid = appliance.daemon_pid()
+        second = appliance.start(self.binary)
+        self.assertEqual((second.returncode, second.stdout), (1, b"Daemon alive. No need to start\n"))
+        self.assertEqual(appliance.daemon_pid(), pid)
+        self.assertEqual(os.stat(appliance.PID_FILE).st_mode & 0o777, 0o644)
+        appliance.wait_until(lambda: os.getpriority(os.PRIO_PROCESS, pid) == 10, 10, "the nice level")
+        appliance.stop()
+        self.assertFalse(os.path.exists(appliance.PID_FILE))
+
+    def test_two_starts_at_the_same_instant(self):
+        for _ in range(20):
+            both = [subprocess.Popen([self.binary], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) for _ in range(2)]
+            said = sorted((one.wait(), one.communicate()[0]) for one in both)
+            appliance.wait_until(appliance.daemon_pid, 10, "the pid file")
+            running = [name for name in os.listdir("/proc") if name.isdigit() and self.runs(name)]
+            self.assertEqual((len(running), said), (1, [(0, b""), (1, b"Daemon alive. No need to start\n")]))
+            appliance.stop()
+
+    def runs(self, pid):
+        try:
+            return os.path.samefile(f"/proc/{pid}/exe", self.binary)
+        except OSError:
+            return False
+
+    def test_stale_pid_files(self):
+        ended = subprocess.Popen(["true"])
+        ended.wait()
+        for text in (str(ended.pid), "", "none", "-1", "0", "99999999999999999999"):
+            with open(appliance.PID_FILE, "w") as file:
+                file.write(text)
+            os.chmod(appliance.PID_FILE, 0o600)
+            self.start()
+            appliance.wait_until(appliance.daemon_pid, 10, "the pid file")
+            self.assertEqual(os.stat(appliance.PID_FILE).st_mode & 0o777, 0o644)
+            appliance.stop()
+
+    def test_leftover_batch_comes_before_the_queue(self):
+        self.put("/volume1/music/a.mp3")
+        appliance.enqueue(["T:music"])
+        os.rename(appliance.QUEUE, appliance.BATCH)
+        self.index("A:/volume1/music")
+        self.assertEqual(self.paths("music"), ["/volume1/music/a.mp3"])
+
+    def test_killed_at_any_moment(self):
+        for copy in range(4):
+            for share in harness.SHARES:
+                harness.shutil.copytree(f"{harness.SAMPLES}/{share}", f"/volume1/{share}/copy {copy}")
+        lines = [f"A:/volume1/{share}" for share in harness.SHARES]
+        begin = time.monotonic()
+        self.index(*lines, seconds=200)
+        whole = time.monotonic() - begin
+        expected = harness.dump()
+        self.assertGreater(len(expected["music"]), 100)
+        for path in harness.glob.glob("/volume1/**/cover?.*", recursive=True):
+            os.unlink(path)
+        chance = random.Random(7)
+        for _ in range(3):
+            self.forget_everything()
+            appliance.enqueue(lines)
+            for _ in range(6):
+                self.start()
+                time.sleep(chance.uniform(0, whole * 0.7))
+                appliance.stop(signal.SIGKILL)
+            self.index(seconds=200)
+            self.assertEqual(harness.dump(), expected)
+
+
+if __name__ == "__main__":
+    harness.main()
