@@ -2,6 +2,7 @@
 import os
 import re
 import signal
+import socket
 import sqlite3
 import subprocess
 import sys
@@ -79,11 +80,30 @@ def wait_for_batch(seconds, tick=lambda: None):
     wait_until(done, seconds, "the batch")
 
 
+def settle_log():
+    """Until everything that has been logged so far is in the file: a mark sent after it has arrived."""
+    mark = b"mark %d" % time.monotonic_ns()
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as sender:
+        sender.sendto(mark, "/dev/log")
+
+    def arrived():
+        with open(LOG, "rb") as file:
+            return mark in file.read()
+
+    wait_until(arrived, 20, "the log")
+
+
+def clear_log():
+    settle_log()
+    os.truncate(LOG, 0)
+
+
 def log_messages():
     """What was logged, oldest first, without time and program; undecodable bytes as surrogates."""
+    settle_log()
     with open(LOG, "rb") as file:
         lines = os.fsdecode(file.read()).split("\n")[:-1]
-    return [re.sub(r"^<\d+>\w+ +\d+ [\d:]+ [^:]*: ", "", line) for line in lines]
+    return [re.sub(r"^<\d+>\w+ +\d+ [\d:]+ [^:]*: ", "", line) for line in lines if line.startswith("<")]
 
 
 def open_database(name):
