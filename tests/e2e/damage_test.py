@@ -32,7 +32,7 @@ class Damage(harness.DaemonTest):
                     data = file.read()
                 share, _, rest = os.path.relpath(place, harness.SAMPLES).partition("/")
                 for copy in range(COPIES):
-                    path = f"/volume1/{share}/Damaged/{rest}/{copy} {name}"
+                    path = os.path.normpath(f"/volume1/{share}/Damaged/{rest}/{copy} {name}")
                     os.makedirs(os.path.dirname(path), exist_ok=True)
                     with open(path, "wb") as file:
                         file.write(damaged(data, chance))

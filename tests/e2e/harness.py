@@ -39,7 +39,7 @@ class DaemonTest(unittest.TestCase):
             empty_folder(folder)
         for path in glob.glob("/run/*.pid") + glob.glob(appliance.SANITIZER_REPORT + "*"):
             os.unlink(path)
-        os.truncate(appliance.LOG, 0)
+        appliance.clear_log()
 
     def check_daemon_was_healthy(self):
         for path in glob.glob(appliance.SANITIZER_REPORT + "*"):
@@ -50,12 +50,13 @@ class DaemonTest(unittest.TestCase):
         started = appliance.start(self.binary)
         self.assertEqual((started.returncode, started.stdout), (0, b""))
 
-    def index(self, *lines, seconds=60):
+    def index(self, *lines, seconds=60, before_stop=lambda: None):
         """One batch from start to stop; returns what was logged meanwhile."""
-        os.truncate(appliance.LOG, 0)
+        appliance.clear_log()
         appliance.enqueue(lines)
         self.start()
         appliance.wait_for_batch(seconds)
+        before_stop()
         appliance.stop()
         return appliance.log_messages()
 

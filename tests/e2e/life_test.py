@@ -63,27 +63,41 @@ class Life(harness.DaemonTest):
         self.assertEqual(self.paths("music"), ["/volume1/music/a.mp3"])
 
     def test_killed_at_any_moment(self):
-        for copy in range(4):
-            for share in harness.SHARES:
+        for share in harness.SHARES:
+            for copy in range(4):
                 harness.shutil.copytree(f"{harness.SAMPLES}/{share}", f"/volume1/{share}/copy {copy}")
+        self.put_captions()
         lines = [f"A:/volume1/{share}" for share in harness.SHARES]
         begin = time.monotonic()
         self.index(*lines, seconds=200)
         whole = time.monotonic() - begin
         expected = harness.dump()
         self.assertGreater(len(expected["music"]), 100)
-        for path in harness.glob.glob("/volume1/**/cover?.*", recursive=True):
-            os.unlink(path)
         chance = random.Random(7)
-        for _ in range(3):
+        interrupted = 0
+        for _ in range(4):
             self.forget_everything()
+            self.put_captions()
             appliance.enqueue(lines)
             for _ in range(6):
                 self.start()
                 time.sleep(chance.uniform(0, whole * 0.7))
                 appliance.stop(signal.SIGKILL)
+                interrupted += os.path.exists(appliance.BATCH)
             self.index(seconds=200)
-            self.assertEqual(harness.dump(), expected)
+            for table, found in harness.dump().items():
+                self.assertEqual(found, expected[table], table)
+        self.assertGreater(interrupted, 8)
+
+    @staticmethod
+    def put_captions():
+        """A caption is handed over once: its file is gone when the photo has it."""
+        for path in harness.glob.glob("/volume1/photo/**/IMG_*.jpg", recursive=True):
+            folder, name = os.path.split(path)
+            os.makedirs(f"{folder}/@eaDir/{name}", exist_ok=True)
+            for kind in ("TITLE", "DESC"):
+                with open(f"{folder}/@eaDir/{name}/KOLIPHOTO:{kind}", "w") as caption:
+                    caption.write(f"{kind} of {path}")
 
 
 if __name__ == "__main__":

@@ -33,8 +33,11 @@ class Rows(harness.DaemonTest):
             row = self.row("music", f"{M}/{name}")
             wanted = {column: value for column, value in zip(columns, values) if value is not None}
             self.assertEqual({column: row[column] for column in wanted}, wanted, name)
-            self.assertAlmostEqual(row["duration"], 3.0, delta=0.15, msg=name)
             self.assertEqual(row["file_size"], os.path.getsize(row["path"]))
+            # Of a constant bit rate the duration is the file's size, less a trailing tag, at that rate.
+            size = row["file_size"] - (128 if "/side " in row["path"] else 0)
+            constant = row["audio_bitrate"] in (56000, 128000, 192000)
+            self.assertAlmostEqual(row["duration"], 8 * size / row["audio_bitrate"] if constant else 3.05, delta=0.03, msg=name)
         self.assertEqual(self.paths("directory"), sorted([M] + [f"{M}/{name}" for name in os.listdir(M)]))
         with open(f"{M}/Café Été/@eaDir/01 Déjà vu.mp3/cover1.jpg", "rb") as cover:
             picture = cover.read()
@@ -129,12 +132,14 @@ class Requests(harness.DaemonTest):
             self.assertIn(text, log)
 
     def test_a_batch_that_is_no_file(self):
-        for make in (os.mkfifo, os.mkdir, lambda path: os.symlink("/nowhere", path)):
+        def dangle(path):
+            os.symlink("/nowhere", path)
+
+        for make in (os.mkfifo, os.mkdir, dangle):
             self.put(f"{M}/a.mp3")
             make(appliance.BATCH)
             log = self.index(f"A:{M}")
-            dangling = os.path.islink(appliance.BATCH)
-            self.assertEqual(len([line for line in log if "Failed to open" in line]), 0 if dangling else 1, log)
+            self.assertEqual(len([line for line in log if "Failed to open" in line]), 0 if make is dangle else 1, log)
             self.assertEqual(self.paths("music"), [f"{M}/a.mp3"])
             self.forget_everything()
 
@@ -151,8 +156,11 @@ class Neighbours(harness.DaemonTest):
 
     def told(self, *lines):
         self.signals.clear()
-        self.index(*lines)
+        self.index(*lines, before_stop=self.wait_for_the_last_signal)
         return set(self.signals)
+
+    def wait_for_the_last_signal(self):
+        appliance.wait_until(lambda: signal.SIGUSR1 in self.signals, 20, "the media server's signal")
 
     def test_the_music_server_hears_of_changed_tables_only(self):
         self.put(f"{M}/a.mp3")
@@ -168,19 +176,19 @@ class Neighbours(harness.DaemonTest):
 
     def test_a_signal_leads_to_one_run_after_a_quiet_tick_and_an_unchanged_library_writes_nothing(self):
         self.put(f"{M}/a.mp3")
+        appliance.enqueue(["nothing to do"])  # once this is done, only a signal leads to a run
         self.start()
-        appliance.wait_until(lambda: os.path.exists(f"{appliance.STORE}/photo.db"), 10, "the databases")
+        self.wait_for_the_last_signal()
         for first in (True, False):
             self.signals.clear()
             appliance.enqueue([f"A:{M}"])
-            time.sleep(0.5)
             watch = sqlite3.connect(f"{appliance.STORE}/media.db")
             version = watch.execute("PRAGMA data_version").fetchone()
             begin = time.monotonic()
             os.kill(appliance.daemon_pid(), signal.SIGUSR1)
             appliance.wait_for_batch(30)
             self.assertGreater(time.monotonic() - begin, 8)
-            appliance.wait_until(lambda: signal.SIGUSR1 in self.signals, 5, "the media server's signal")
+            self.wait_for_the_last_signal()
             self.assertEqual(signal.SIGHUP in self.signals, first)
             self.assertEqual(watch.execute("PRAGMA data_version").fetchone() != version, first)
             watch.close()
