@@ -5,8 +5,8 @@
 
 namespace koli {
 
-/// Counts one message for one file.  The first kLimit are written as they occur; of the rest one line, written when
-/// the file is done, tells the number.
+/// Counts one message for one file.  The first kLimit are written as they occur; of the rest one line,
+/// written when the file is done, tells the number.
 struct RepeatedMessage {
     static constexpr int64_t kLimit = 16;
 
