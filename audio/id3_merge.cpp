@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "audio/id3_genres.h"
+#include "base/id3_genres.h"
 #include "base/log.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"

@@ -1,4 +1,4 @@
-#include "audio/id3_genres.h"
+#include "base/id3_genres.h"
 
 #include <iterator>
 
