@@ -1,0 +1,66 @@
+#include "audio/aiff.h"
+
+#include "base/float_to_uint.h"
+#include "base/path_names.h"
+#include "compat/aiff_file.h"
+#include "index/util.h"
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "aiff";
+
+void StoreAudioFormat(const char* path, MediaInfo* record) {
+    AIFF_Ref file = AIFF_OpenFile(path, F_RDONLY);
+    if (file == nullptr) return;
+    uint64_t frames = 0;
+    int channels = 0, bits = 0, segment_size = 0;
+    double rate = 0;
+    if (AIFF_GetAudioFormat(file, &frames, &channels, &rate, &bits, &segment_size) == 1) {
+        record->channels = static_cast<uint32_t>(channels);
+        record->duration = rate > 0.0 ? DoubleToFloat(static_cast<double>(frames) / rate) : 0.0F;
+        record->audio_bitrate = FloatToUint32(bits * rate * channels);
+        record->sample_rate = FloatToUint32(rate);
+    }
+    AIFF_CloseFile(file);
+}
+
+}  // namespace
+
+int AiffMetadataRead(const char* path, MediaInfo* record) {
+    if (path == nullptr || *path == '\0' || record == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    uint64_t size = 0;
+    if (IsFileExist(path, &size) == 0) return -1;
+
+    *record = MediaInfo{};
+    CopyText(record->path, sizeof record->path, path);
+    record->file_size = size;
+    StoreAudioFormat(path, record);
+    KOLIIndexCTimeMTimeGet(path, record->ctime, sizeof record->ctime, record->mtime, sizeof record->mtime);
+    MediaInfoValid(record);
+
+    if (record->title[0] == '\0') TitleFromPath(path, record->title, sizeof record->title);
+    if (record->album[0] == '\0' && !AlbumFromPath(path, record->album, sizeof record->album))
+        KOLI_LOG("%s (%d) Impossible error.");
+    return 0;
+}
+
+int AiffFileAdd(const char* path) {
+    MediaInfo record;
+    if (AiffMetadataRead(path, &record) < 0) return -1;
+    return SaveMediaInfo(kStoreMusic, record, -1, LogSite(kModule),
+                         "%s (%d) Failed to save media info to database.");
+}
+
+int AiffFileDelete(const char* path) {
+    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+                           RemoveFailure::kIsError);
+}
+
+}  // namespace koli

@@ -1,0 +1,122 @@
+#include "audio/flac.h"
+
+#include <FLAC/metadata.h>
+#include <sys/stat.h>
+
+#include <strings.h>
+#include <cstring>
+
+#include "audio/flac_guard.h"
+#include "base/float_to_uint.h"
+#include "base/parse_number.h"
+#include "base/path_names.h"
+#include "index/util.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "flac";
+
+void StoreStreamInfo(const FLAC__StreamMetadata_StreamInfo& info, int64_t file_size, MediaInfo* record) {
+    record->channels = info.channels;
+    record->sample_rate = info.sample_rate;
+    record->duration = 0;
+    record->audio_bitrate = 0;
+    if (info.sample_rate == 0) return;
+
+    const uint64_t whole_seconds = info.total_samples / info.sample_rate;
+    record->duration = static_cast<float>(whole_seconds);
+    if (info.total_samples == 0) return;
+    // The play time is single precision on purpose: its rounding shows in the stored number.
+    const float seconds = static_cast<float>(info.total_samples) / static_cast<float>(info.sample_rate);
+    record->audio_bitrate =
+        FloatToUint32(static_cast<double>(file_size) * 8.0 / static_cast<double>(seconds));
+}
+
+/// What follows `name` ("TITLE=") in a comment of that name; null for another name and when nothing follows.
+/// libFLAC terminates each entry with a NUL behind its `length` bytes.
+const char* CommentValue(const FLAC__StreamMetadata_VorbisComment_Entry& entry, const char* name) {
+    const char* text = reinterpret_cast<const char*>(entry.entry);
+    const size_t name_length = strlen(name);
+    if (text == nullptr || entry.length <= name_length || strncasecmp(text, name, name_length) != 0)
+        return nullptr;
+    return text + name_length;
+}
+
+void StoreComment(const FLAC__StreamMetadata_VorbisComment_Entry& entry, MediaInfo* record) {
+    const char* end = nullptr;
+    if (const char* title = CommentValue(entry, "TITLE=")) {
+        CopyText(record->title, sizeof record->title, title);
+    } else if (const char* artist = CommentValue(entry, "ARTIST=")) {
+        CopyText(record->artist, sizeof record->artist, artist);
+    } else if (const char* album = CommentValue(entry, "ALBUM=")) {
+        CopyText(record->album, sizeof record->album, album);
+    } else if (const char* date = CommentValue(entry, "DATE=")) {
+        const int32_t year = ParseInt32(date, &end);
+        record->year = *end == '\0' ? year : 0;
+    } else if (const char* genre = CommentValue(entry, "GENRE=")) {
+        CopyText(record->genre, sizeof record->genre, genre);
+    } else if (const char* track = CommentValue(entry, "TRACKNUMBER=")) {
+        record->track = ParseInt32(track, &end);
+    }
+}
+
+}  // namespace
+
+int FlacMetadataRead(const char* path, MediaInfo* record) {
+    if (path == nullptr || *path == '\0' || record == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    struct stat status;
+    if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) {
+        KOLI_LOG("%s (%d) Stat file error: %s.", path);
+        return -1;
+    }
+
+    FLAC__StreamMetadata stream_info;
+    if (!FlacMetadataIsBounded(path, status.st_size) || !FLAC__metadata_get_streaminfo(path, &stream_info)) {
+        KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path);
+        return -1;
+    }
+    StoreStreamInfo(stream_info.data.stream_info, status.st_size, record);
+
+    FLAC__StreamMetadata* tags = nullptr;
+    if (!FLAC__metadata_get_tags(path, &tags)) {
+        KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path);
+        return -1;
+    }
+    const FLAC__StreamMetadata_VorbisComment& comments = tags->data.vorbis_comment;
+    for (FLAC__uint32 i = 0; i < comments.num_comments; ++i)
+        StoreComment(comments.comments[i], record);
+    FLAC__metadata_object_delete(tags);
+    return 0;
+}
+
+int FlacFileAdd(const char* path) {
+    if (path == nullptr || *path == '\0') {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    uint64_t size = 0;
+    if (IsFileExist(path, &size) == 0) return -1;
+
+    MediaInfo record{};
+    CopyText(record.path, sizeof record.path, path);
+    record.file_size = size;
+    TitleFromPath(path, record.title, sizeof record.title);
+    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
+
+    int result = -1;
+    if (FlacMetadataRead(path, &record) < 0) {
+        KOLI_LOG("%s (%d) Failed to parse music metadata.");
+        result = 1;
+    }
+    KOLIIndexCTimeMTimeGet(path, record.ctime, sizeof record.ctime, record.mtime, sizeof record.mtime);
+    return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
+                         "%s (%d) Failed to save media info to database.");
+}
+
+}  // namespace koli
