@@ -1,0 +1,165 @@
+#include "index/aac.h"
+
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "base/parse_number.h"
+#include "index/util.h"
+#include "platform/kolidb.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "aac";
+constexpr const char kDecoder[] = KOLI_FAAD_PATH;
+constexpr size_t kCommandSize = 4096;
+constexpr size_t kLineSize = 1024;
+
+struct DecoderFigures {
+    float seconds;
+    int32_t sample_rate;
+    int32_t channels;
+    int32_t bitrate;
+};
+
+const char* SkipBlanks(const char* text) {
+    while (isspace(static_cast<unsigned char>(*text)) != 0)
+        ++text;
+    return text;
+}
+
+/// Advances `*text` over `word`; false when something else stands there.
+bool Take(const char** text, const char* word) {
+    const size_t length = strlen(word);
+    if (strncmp(*text, word, length) != 0) return false;
+    *text += length;
+    return true;
+}
+
+/// Advances `*text` over a number, with '.' as its decimal point whatever the locale.
+bool TakeFloat(const char** text, float* value) {
+    static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", nullptr);
+    char* end = nullptr;
+    *value = strtof_l(*text, &end, c_locale);
+    const bool found = end != *text;
+    *text = end;
+    return found;
+}
+
+bool TakeInt(const char** text, int32_t* value) {
+    const char* start = *text;
+    *value = ParseInt32(start, text);
+    return *text != start;
+}
+
+/// What sscanf makes of "%s duration;%f;samplerate;%d;channel;%d;bitrate;%d;" when all five are converted,
+/// with numbers that saturate.
+bool ParseFigures(const char* line, DecoderFigures* figures) {
+    const char* text = SkipBlanks(line);
+    const size_t word = strcspn(text, " \t\n\v\f\r");
+    if (word == 0) return false;
+    text = SkipBlanks(text + word);
+    return Take(&text, "duration;") && TakeFloat(&text, &figures->seconds) && Take(&text, ";samplerate;") &&
+           TakeInt(&text, &figures->sample_rate) && Take(&text, ";channel;") &&
+           TakeInt(&text, &figures->channels) && Take(&text, ";bitrate;") &&
+           TakeInt(&text, &figures->bitrate);
+}
+
+/// Reads the first line, its newline included, of at most kLineSize - 1 bytes; false when there is none.  Not
+/// through stdio: a signal in mid-line would lose what had been read.
+bool ReadLine(int descriptor, char (&line)[kLineSize]) {
+    size_t used = 0;
+    while (used < sizeof line - 1) {
+        const ssize_t got = read(descriptor, line + used, sizeof line - 1 - used);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        const void* newline = memchr(line + used, '\n', static_cast<size_t>(got));
+        used += static_cast<size_t>(got);
+        if (newline != nullptr) {
+            used = static_cast<size_t>(static_cast<const char*>(newline) - line) + 1;
+            break;
+        }
+    }
+    line[used] = '\0';
+    return used > 0;
+}
+
+struct FreeText {
+    void operator()(char* text) const { free(text); }
+};
+struct ClosePipe {
+    void operator()(FILE* pipe) const { pclose(pipe); }
+};
+
+/// Starts the decoder on a path that is quoted for the shell.  A command that does not fit is not run: cut
+/// inside the quotes it would mean something else.
+FILE* StartDecoder(const char* quoted_path) {
+    char command[kCommandSize];
+    const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", kDecoder, quoted_path);
+    FILE* pipe = nullptr;
+    if (length > 0 && static_cast<size_t>(length) < sizeof command) {
+        KOLIDBFlush();
+        pipe = popen(command, "re");
+    }
+    if (pipe == nullptr) KOLI_LOG("%s:%d Failed to popen. [%s]", command);
+    return pipe;
+}
+
+}  // namespace
+
+int AacInfoGet(const char* path, MediaInfo* record) {
+    if (path == nullptr || *path == '\0' || record == nullptr) {
+        KOLI_LOG("%s:%d Bad parameter.");
+        return -1;
+    }
+    const size_t length = strlen(path);
+    const size_t quoted_size = 2 * length + 1;
+    const std::unique_ptr<char, FreeText> quoted(
+        quoted_size <= INT_MAX ? static_cast<char*>(malloc(quoted_size)) : nullptr);
+    if (quoted == nullptr) {
+        KOLI_LOG("%s:%d Failed to malloc(%d)", static_cast<int>(length));
+        return -1;
+    }
+    if (KLIBEncShParam(path, quoted.get(), static_cast<int>(quoted_size)) != 0) {
+        KOLI_LOG("%s:%d Failed to encode string [%s]", path);
+        return -1;
+    }
+    const std::unique_ptr<FILE, ClosePipe> pipe(StartDecoder(quoted.get()));
+    char line[kLineSize];
+    if (pipe == nullptr || !ReadLine(fileno(pipe.get()), line)) return -1;
+
+    DecoderFigures figures{};
+    if (!ParseFigures(line, &figures)) {
+        KOLI_LOG("%s:%d Failed to parse FAAD result. [%s]", line);
+        return -1;
+    }
+    record->duration = figures.seconds;
+    record->sample_rate = static_cast<uint32_t>(figures.sample_rate);
+    record->channels = static_cast<uint32_t>(figures.channels);
+    record->audio_bitrate = static_cast<uint32_t>(figures.bitrate);
+    MediaInfoValid(record);
+    return 0;
+}
+
+int AacFileAdd(const char* path) {
+    if (path == nullptr) {
+        KOLI_LOG("%s:%d Bad parameter.");
+        return -1;
+    }
+    MediaInfo record{};
+    if (MediaInfoFill(path, &record) != 0) return -1;
+    const int result = AacInfoGet(path, &record) != 0 ? 1 : -1;
+    return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
+                         "%s:%d Failed to save media info to database. [%s]");
+}
+
+}  // namespace koli
