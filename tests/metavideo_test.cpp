@@ -1,0 +1,193 @@
+// MPEG video files made bit by bit: sequence headers, start code search, the audio in a program stream.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+#include "tests/fake_platform.h"
+#include "tests/media_bytes.h"
+#include "video/metavideo.h"
+
+namespace koli {
+namespace {
+
+using test::Be;
+using test::fake;
+using test::Figures;
+using Lines = std::vector<std::string>;
+
+std::string Code(int code) {
+    return Be(0x100U | static_cast<unsigned>(code), 4);
+}
+
+/// A sequence header; `rate` in 400 bit/s.
+std::string Sequence(uint64_t width, uint64_t height, uint64_t rate, uint64_t codes = 0x23) {
+    return Code(0xB3) + Be(width << 20 | height << 8 | codes, 4) + Be(rate << 14 | 0x2000, 4);
+}
+
+const std::string kGroup = Code(0xB8) + "group";
+const std::string kMpeg1Packet = Code(0xC0) + Be(0, 2) + "\x0f";
+
+/// An MPEG-1 Layer II frame of 192 kbit/s at 44100 Hz (626 bytes), or another header, filled with `fill`.
+std::string Frame(uint32_t header = 0xFFFDA000, char fill = 'a', size_t length = 626) {
+    std::string frame = Be(header, 4);
+    frame.resize(length, fill);
+    return frame;
+}
+
+MediaInfo Read(const test::Sandbox& sandbox, const std::string& bytes, int expected = 0) {
+    MediaInfo record{};
+    EXPECT_EQ(MpegVideoInfoGet(sandbox.Write("a.dat", bytes).c_str(), &record), expected);
+    return record;
+}
+
+TEST(MetaVideo, ABareStreamTellsSizeRateAndDuration) {
+    const test::Sandbox sandbox;
+    std::string bytes = Sequence(352, 288, 5000) + kGroup + kMpeg1Packet + Frame() + Frame();
+    bytes.resize(1000000);
+    MediaInfo record = Read(sandbox, bytes);
+    EXPECT_EQ(record.width, 352U);
+    EXPECT_EQ(record.height, 288U);
+    EXPECT_EQ(record.video_bitrate, 5000000U);
+    EXPECT_EQ(Figures(record), "4 0 0 0");
+    EXPECT_TRUE(fake.log.empty());
+
+    record = Read(sandbox, Sequence(352, 288, 0, 0x03) + kGroup);
+    EXPECT_EQ(record.duration, INFINITY);
+    EXPECT_EQ(fake.log, Lines{"metavideo (#) invalid aspect_ratio."});
+}
+
+TEST(MetaVideo, TheExtensionAddsUpperBitsButNotToTheDuration) {
+    const test::Sandbox sandbox;
+    // Width extension 11, height extension 10, bit rate extension 1, frame rate 2/3.
+    const std::string extension = Code(0xB5) + "\x14\x01\xc0\x03\xff\x22";
+    std::string bytes = Sequence(720, 576, 250) + Code(0xB5) + "\x20zzzzz" + extension + kGroup + extension;
+    bytes.resize(100000);
+    const MediaInfo record = Read(sandbox, bytes);
+    EXPECT_EQ(record.width, 720U | 1U << 13);
+    EXPECT_EQ(record.height, 576U | 2U << 12);
+    EXPECT_EQ(record.video_bitrate, (250U | 1U << 18) * 1000);
+    EXPECT_EQ(record.duration, 8.0F);
+
+    const std::string path = sandbox.Write("b.dat", bytes);
+    MpegVideoReader reader;
+    ASSERT_EQ(CachedFileOpen(&reader.file, path.c_str(), LogSite("t")), 0);
+    MpegVideoInfo info{};
+    EXPECT_EQ(MpegSequenceHeaderParse(&reader, 0, &info), 0);
+    EXPECT_EQ(reader.file.mode, 2);
+    EXPECT_DOUBLE_EQ(info.frame_rate, 25.0 * 2 / 3);
+    EXPECT_EQ(MpegSequenceHeaderParse(&reader, 1, &info), -1);
+    CachedFileClose(&reader.file);
+}
+
+TEST(MetaVideo, StartCodesAreFoundAsAPlainSearchFindsThem) {
+    const test::Sandbox sandbox;
+    std::mt19937 random(1);
+    for (const size_t size : {3U, 4U, 5U, 8U, 16386U, 16388U, 32800U, 100001U, 100003U, 120000U}) {
+        std::string bytes(size, 'x');
+        for (size_t i = 0; i < size / 400 + 1; ++i)
+            bytes.replace(random() % size, 4, Code(0xB3));
+        for (const size_t at : {16381U, 16382U, 16383U, 16384U, 32766U, 99998U, 99999U, 100000U})
+            if (at + 4 <= size) bytes.replace(at, 4, Code(0xC0));
+        bytes.resize(size);
+        const std::string path = sandbox.Write("a.dat", bytes);
+        MpegVideoReader reader;
+        ASSERT_EQ(CachedFileOpen(&reader.file, path.c_str(), LogSite("t")), 0);
+        for (size_t from = 0; from <= size;) {
+            const size_t hit = bytes.find(Code(0).substr(0, 2) + "\1", from);
+            const bool inside = hit != std::string::npos && hit + 4 < size && hit < 100000;
+            const int64_t found = MpegStartCodePrefixFind(&reader, static_cast<int64_t>(from));
+            ASSERT_EQ(found, inside ? static_cast<int64_t>(hit) : -1) << size << " from " << from;
+            if (!inside) break;
+            from = hit + 1;
+        }
+        CachedFileClose(&reader.file);
+    }
+}
+
+TEST(MetaVideo, AProgramStreamGivesTheFirstAudioFrame) {
+    const test::Sandbox sandbox;
+    const std::string video = Code(0xBA) + "pack" + Sequence(352, 240, 2875) + kGroup;
+    const std::string stuffed = Code(0xC0) + Be(0, 2) + "\xff\x80\x60\x20" + "\x31" + std::string(9, '\x11');
+    const struct {
+        std::string packet, frame;
+        std::string figures;  // without the duration
+    } cases[] = {
+        {kMpeg1Packet, Frame(), " 192000 44100 2"},
+        {stuffed, Frame(0xFFFDA0C0), " 192000 44100 1"},
+        {kMpeg1Packet, "xx" + Frame(), " 192000 44100 2"},  // the first sync, taken unconfirmed
+        {kMpeg1Packet, "\xff\xff\xff" + Frame(0xFFF48480, 'a', 192) + Frame(0xFFF48480), " 64000 24000 2"},
+        {kMpeg1Packet, "\xff\xf2" + Frame(0xFFFDA000, 'a', 99), " 0 0 0"},  // not followed by another one
+        {Code(0xC1) + "xxxx", Frame(), " 0 0 0"},
+    };
+    for (const auto& c : cases) {
+        const MediaInfo record = Read(sandbox, video + c.packet + c.frame + std::string(30, 'z'));
+        EXPECT_EQ(record.width, 352U);
+        EXPECT_EQ(Figures(record).substr(Figures(record).find(' ')), c.figures);
+    }
+}
+
+TEST(MetaVideo, ZerosBeforeTheNextFrameAreCountedAtTheHeadOfTheFile) {
+    const test::Sandbox sandbox;
+    // The byte at the frame's length + 1 begins a run of zeros at the head; as many are expected behind the
+    // frame.
+    for (const size_t zeros : {0U, 5U, 40000U}) {
+        const std::string head = Sequence(352, 240, 2875) + kGroup;
+        std::string bytes =
+            "x" + head + std::string(627 - head.size() - 1, 'x') + std::string(zeros, '\0') + "x";
+        bytes += kMpeg1Packet + "\xff\xf2" + Frame();
+        const std::string follower = Frame(0xFFFDA000, 'b');
+        EXPECT_EQ(Read(sandbox, bytes + std::string(zeros, 'c') + follower).audio_bitrate, 192000U) << zeros;
+        EXPECT_EQ(Read(sandbox, bytes + std::string(zeros + 1, 'c') + follower).audio_bitrate, 0U) << zeros;
+    }
+}
+
+TEST(MetaVideo, AnMpeg2PacketTellsItsHeaderLength) {
+    const test::Sandbox sandbox;
+    MpegVideoReader reader;
+    const std::string path = sandbox.Write("a.dat", Code(0xC0) + Be(0x81, 4) + "\x05" + std::string(20, 'x'));
+    ASSERT_EQ(CachedFileOpen(&reader.file, path.c_str(), LogSite("t")), 0);
+    reader.file.mode = 2;
+    EXPECT_EQ(MpegPesPayloadOffset(&reader, 0), 14);
+    reader.file.mode = 0;
+    EXPECT_EQ(MpegPesPayloadOffset(&reader, 0), 10);
+    EXPECT_EQ(MpegByteAt(&reader, -1), 17);
+    for (int i = 0; i < 20; ++i)
+        EXPECT_EQ(MpegByteAt(&reader, 1000), 17);
+    MpegLogSuppressed(&reader);
+    Lines expected(18, "metavideo (#) Invalid offset ");
+    expected.front() = "metavideo (#) AT EOF ";
+    expected.back() = "metavideo (#) Invalid offset, 4 more times";
+    EXPECT_EQ(fake.log, expected);
+    CachedFileClose(&reader.file);
+}
+
+TEST(MetaVideo, WithoutAVideoTheFieldsBecomeZero) {
+    const test::Sandbox sandbox;
+    std::string bytes(100000, 'x');
+    bytes += Sequence(352, 288, 5000);
+    const std::string path = sandbox.Write("a.dat", bytes);
+    MediaInfo record{};
+    record.width = 7;
+    record.duration = 7;
+    EXPECT_EQ(MpegVideoInfoGet(path.c_str(), &record), -1);
+    EXPECT_EQ(record.width, 0U);
+    EXPECT_EQ(record.duration, 0.0F);
+    EXPECT_EQ(fake.log, (Lines{"metavideo (#) couldn't find any valid video.",
+                               "metavideo (#) Did not find video nor audio. Skip meta info"}));
+    record.width = 7;
+    fake.log.clear();
+    EXPECT_EQ(MpegVideoInfoGet((path + "x").c_str(), &record), -1);
+    EXPECT_EQ(record.width, 7U);
+    EXPECT_EQ(fake.log, Lines{"metavideo (#) Unable to open " + path + "x "});
+
+    const std::string whole =
+        "x" + Sequence(352, 240, 2875) + kGroup + kMpeg1Packet + "\xff" + Frame() + Frame();
+    for (size_t length = 0; length < whole.size(); ++length) {
+        const bool has_code = length > 5;  // the last four bytes are not searched
+        Read(sandbox, whole.substr(0, length), has_code ? 0 : -1);
+    }
+}
+
+}  // namespace
+}  // namespace koli
