@@ -1,0 +1,18 @@
+#include "fuzz/memory_file.h"
+#include "tests/fake_platform.h"
+#include "video/metamedia.h"
+#include "video/mp4.h"
+
+/// The probe has a child and a fuzz target of its own.
+int koli::MiscMediaInfoGet(const char*, MediaInfo*) {
+    return -1;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const koli::test::Sandbox sandbox;
+    koli::test::fake = {};
+    koli::test::fake.cover_folder = sandbox.dir();
+    koli::MediaInfo record{};
+    koli::Mp4InfoFill(koli::test::MemoryFile(data, size).c_str(), &record);
+    return 0;
+}

@@ -1,0 +1,66 @@
+#include "video/mp4.h"
+
+#include "base/path_names.h"
+#include "index/util.h"
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+#include "video/metamedia.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "mp4";
+
+/// What the probe found wins over the MP4 reader's figures, which stand in for it.
+void MergeProbe(const MediaInfo& probe, MediaInfo* record) {
+    if (probe.audio_bitrate != 0) record->audio_bitrate = probe.audio_bitrate;
+    if (probe.channels > 0) record->channels = probe.channels;
+    if (probe.duration > 0.0F) record->duration = probe.duration;
+    if (probe.sample_rate > 0) record->sample_rate = probe.sample_rate;
+}
+
+}  // namespace
+
+int Mp4InfoFill(const char* path, MediaInfo* record) {
+    if (path == nullptr || *path == '\0' || record == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    uint64_t size = 0;
+    if (IsFileExist(path, &size) == 0) return -1;
+
+    *record = MediaInfo{};
+    CopyText(record->path, sizeof record->path, path);
+    record->file_size = size;
+    int result = 0;
+    if (Mp4MetadataRead(record->path, record) < 0) {
+        KOLI_LOG("%s (%d) Failed to parse mp4 metadata.");
+        result = 1;
+    }
+    KOLIIndexCTimeMTimeGet(record->path, record->ctime, sizeof record->ctime, record->mtime,
+                           sizeof record->mtime);
+    MediaInfoValid(record);
+
+    if (record->title[0] == '\0') TitleFromPath(path, record->title, sizeof record->title);
+    if (record->album[0] == '\0' && !AlbumFromPath(path, record->album, sizeof record->album))
+        KOLI_LOG("%s (%d) Impossible error.");
+    return result;
+}
+
+int Mp4Add(const char* path) {
+    MediaInfo record{};
+    MediaInfo probe{};
+    const int result = Mp4InfoFill(path, &record);
+    if (result != 0 && result != 1) return -1;
+    if (MiscMediaInfoGet(path, &probe) == 0) MergeProbe(probe, &record);
+    return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
+                         "%s (%d) Failed to save media info to database.");
+}
+
+int Mp4Delete(const char* path) {
+    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+                           RemoveFailure::kIsError);
+}
+
+}  // namespace koli
