@@ -1,0 +1,86 @@
+#include "photo/caption.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+
+#include "base/log.h"
+#include "base/path_names.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "photo_index";
+
+constexpr int kCaptionPathSize = 4095;
+
+struct CloseFile {
+    void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+/// Captions lie in the shares, where people put what they like: a link is not followed, as its target's first
+/// line would be shown, and a FIFO does not block.
+File OpenCaption(const char* path) {
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) return nullptr;
+    File file(fdopen(fd, "rb"));
+    if (file == nullptr) close(fd);
+    return file;
+}
+
+int CaptionGet(const char* path, const char* stream, char* field, size_t field_size) {
+    char text[kCaptionSize] = {};
+    if (CaptionRead(path, stream, text, sizeof text) != 0) return 0;
+    CopyText(field, field_size, text);
+    return 1;
+}
+
+}  // namespace
+
+int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
+    if (path == nullptr || stream == nullptr || buffer == nullptr || size <= 0) {
+        KOLI_LOG("%s:%d Bad parameters.");
+        return -1;
+    }
+    char caption_path[kCaptionPathSize];
+    if (KOLIEAPath(path, stream, caption_path, sizeof caption_path) != 0) {
+        KOLI_LOG("%s:%d KOLIEAPath() failed.");
+        return -1;
+    }
+    if (BlKLIBFileExist(caption_path) == 0) return -1;
+    const File file = OpenCaption(caption_path);
+    if (file == nullptr) {
+        KOLI_LOG("%s:%d failed to open file %s.", caption_path);
+        return -1;
+    }
+    buffer[0] = '\0';
+    if (fgets(buffer, size, file.get()) == nullptr && feof(file.get()) == 0) {
+        KOLI_LOG("%s:%d fgets() failed.");
+        return -1;
+    }
+    unlink(caption_path);
+    return buffer[0] == '\0' || buffer[0] == '\n' ? -1 : 0;
+}
+
+int CaptionTitleGet(const char* path, PhotoRecord* record) {
+    if (path == nullptr || record == nullptr) {
+        KOLI_LOG("%s:%d Bad parameters.");
+        return 0;
+    }
+    return CaptionGet(path, kTitleStream, record->title, sizeof record->title);
+}
+
+int CaptionDescGet(const char* path, PhotoRecord* record) {
+    if (path == nullptr || record == nullptr) {
+        KOLI_LOG("%s:%d Bad parameters.");
+        return 0;
+    }
+    return CaptionGet(path, kDescriptionStream, record->description, sizeof record->description);
+}
+
+}  // namespace koli

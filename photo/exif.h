@@ -1,0 +1,27 @@
+// The EXIF block of a picture (JEITA CP-3451).
+#pragma once
+
+#include "base/photo_record.h"
+
+namespace koli {
+
+/// Fills the record from the EXIF block of the file that its path names.  Values are the texts that libexif
+/// renders (at most 127 bytes), cut to their fields:
+///
+/// | tag   | name             | field          | kept                                                    |
+/// |-------|------------------|----------------|---------------------------------------------------------|
+/// | 271   | Make             | camera_make    | as rendered                                             |
+/// | 272   | Model            | camera_model   | as rendered                                             |
+/// | 33434 | ExposureTime     | exposure_time  | as rendered, such as "1/125 sec."                       |
+/// | 33437 | FNumber          | f_number       | as rendered, such as "f/2.8"                            |
+/// | 34855 | ISOSpeedRatings  | iso_speed      | its leading number                                      |
+/// | 36867 | DateTimeOriginal | date_taken     | when it begins with a date "%Y:%m:%d %H:%M:%S"          |
+/// | 40962 | PixelXDimension  | width          | its leading number                                      |
+/// | 40963 | PixelYDimension  | height         | its leading number                                      |
+///
+/// A tag that stands in several directories, or twice in one, has its last value.  What the file does not
+/// tell stays as it is.  Returns 0, also for a file without EXIF or one that cannot be read; -1 for null
+/// (logged).
+int ExifFillPhotoRecord(PhotoRecord* record);
+
+}  // namespace koli

@@ -1,0 +1,110 @@
+#include "photo/photo.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/log.h"
+#include "base/media_info.h"
+#include "base/parse_number.h"
+#include "base/path_names.h"
+#include "base/photo_record.h"
+#include "index/util.h"
+#include "photo/exif.h"
+#include "photo/metadata_folder.h"
+#include "photo/photo_library.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "photo";
+
+constexpr int kDateNumbers = 6;  // year, month, day, hours, minutes, seconds
+
+/// Reads six numbers as scanf does with "%dS%dS%d %d:%d:%d", where S is `separator`: blanks before a number
+/// count for nothing.
+bool ParseDate(const char* text, char separator, int (&numbers)[kDateNumbers]) {
+    const char between[kDateNumbers] = {separator, separator, ' ', ':', ':', '\0'};
+    for (int i = 0; i < kDateNumbers; ++i) {
+        const char* end = nullptr;
+        numbers[i] = ParseInt32(text, &end);
+        if (end == text) return false;
+        text = end;
+        if (between[i] == ' ' || between[i] == '\0') continue;
+        if (*text != between[i]) return false;
+        ++text;
+    }
+    return true;
+}
+
+/// The media store keeps dates with dashes, and without the zeros that EXIF pads its numbers with.
+void FillDate(const char* exif_date, MediaInfo* record) {
+    int n[kDateNumbers];
+    if (ParseDate(exif_date, '-', n)) {
+        CopyText(record->date_taken, sizeof record->date_taken, exif_date);
+    } else if (ParseDate(exif_date, ':', n)) {
+        snprintf(record->date_taken, sizeof record->date_taken, "%d-%d-%d %d:%d:%d", n[0], n[1], n[2], n[3],
+                 n[4], n[5]);
+    }
+}
+
+/// The EXIF reader fills photo records, so the values take the way over one.
+void FillFromExif(const char* path, MediaInfo* record) {
+    PhotoRecord photo{};
+    CopyText(photo.path, sizeof photo.path, path);
+    ExifFillPhotoRecord(&photo);
+    PhotoRecordSanitize(&photo);
+
+    CopyText(record->camera_make, sizeof record->camera_make, photo.camera_make);
+    CopyText(record->camera_model, sizeof record->camera_model, photo.camera_model);
+    CopyText(record->exposure_time, sizeof record->exposure_time, photo.exposure_time);
+    CopyText(record->f_number, sizeof record->f_number, photo.f_number);
+    FillDate(photo.date_taken, record);
+    record->width = static_cast<uint32_t>(photo.width);
+    record->height = static_cast<uint32_t>(photo.height);
+    record->iso_speed = photo.iso_speed;
+}
+
+/// What is asked of the file itself, once its name has an extension.
+void FillFromFile(const char* path, const char* extension, MediaInfo* record) {
+    KOLIIndexCTimeMTimeGet(path, record->ctime, sizeof record->ctime, record->mtime, sizeof record->mtime);
+    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(path, record);
+
+    int width = 0;
+    int height = 0;
+    if (KOLIIndexImgResGet(path, &width, &height) != 0) return;
+    record->width = static_cast<uint32_t>(width);
+    record->height = static_cast<uint32_t>(height);
+}
+
+}  // namespace
+
+int PhotoMediaAdd(const char* path) {
+    if (path == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    uint64_t size = 0;
+    if (IsFileExist(path, &size) == 0) return -1;
+    if (MentionsMetadataFolder(path)) return 0;
+
+    MediaInfo record{};
+    CopyText(record.path, sizeof record.path, path);
+    record.file_size = size;
+    TitleFromPath(path, record.title, sizeof record.title);
+    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
+    if (const char* dot = strrchr(path, '.'); dot != nullptr) FillFromFile(path, dot + 1, &record);
+    return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "%s (%d) Failed to save playlist info.");
+}
+
+int PhotoMediaDelete(const char* path) {
+    if (path == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    return DeleteMediaInfo(kStorePhoto, path, LogSite(kModule), "%s (%d) Failed to remove %s from database.",
+                           RemoveFailure::kIsReportedOnly);
+}
+
+}  // namespace koli

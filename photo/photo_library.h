@@ -1,0 +1,42 @@
+// The photo library: one record for each picture of the photo share that a browser can show.
+#pragma once
+
+#include <cstdint>
+
+#include "base/photo_record.h"
+
+namespace koli {
+
+/// The largest file, in bytes, that enters the photo library: 20 MiB less one byte.
+inline constexpr int64_t kMaxPhotoSize = 20971519;
+
+/// The largest width or height, in pixels, that is believed.
+inline constexpr int32_t kMaxPhotoPixels = 8000;
+
+/// What a browser can do with a file.
+enum class WebKind { kNone, kPhoto, kVideo };
+
+/// Tells the kind by what follows the last '.' of the whole path; kNone when there is none.
+WebKind WebKindOf(const char* path);
+
+/// Applies `mode` (kModeAdd, kModeDelete or kModeUpdate of IndexMode) to one file of the photo share.  Plain
+/// videos are handed to the converter, whatever the mode.  Returns 0, whether or not a record was stored; -1
+/// for bad arguments (logged), a directory, and files that are neither picture nor video.
+int PhotoLibraryIndex(const char* path, int mode);
+
+/// Stores the record of one picture.  A hand-entered title or description that waits for the picture is taken
+/// (and is gone from its file afterwards, whatever follows).  `mode` goes on to PhotoInfoDBSave.  Returns 0
+/// when the record was stored; -1 for a null path (logged), a path with "@eaDir", a hidden file, a file of 0
+/// or more than kMaxPhotoSize bytes, a file that cannot be looked at, and a refused save (logged).
+int PhotoLibraryAdd(const char* path, int mode);
+
+/// Removes the record of a picture that is gone.  Returns 0, also when the database refused (logged); -1 for
+/// a null path or a file that still exists (logged), and for a path with "@eaDir".
+int PhotoLibraryDelete(const char* path);
+
+/// Cleans a record before its save: a width or height outside 0 to kMaxPhotoPixels becomes 0; the date, the
+/// make and the model are emptied when they hold anything but ASCII without control characters (0x7F is
+/// allowed). Returns 0, or -1 for null.
+int PhotoRecordSanitize(PhotoRecord* record);
+
+}  // namespace koli

@@ -1,0 +1,67 @@
+// Small pictures with an EXIF block, byte by byte.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace koli::test {
+
+/// One directory entry: TIFF field type (2 ASCII, 3 SHORT, 4 LONG, 5 RATIONAL), value count, value bytes.
+struct ExifField {
+    uint16_t tag;
+    uint16_t type;
+    uint32_t count;
+    std::string bytes;
+};
+
+inline std::string Le(uint32_t value, int size) {
+    std::string bytes;
+    for (; size > 0; --size, value >>= 8)
+        bytes += static_cast<char>(value & 0xFF);
+    return bytes;
+}
+
+inline ExifField Ascii(uint16_t tag, const std::string& text) {
+    return {tag, 2, static_cast<uint32_t>(text.size()) + 1, text + std::string(1, '\0')};
+}
+inline ExifField Short(uint16_t tag, uint16_t value) {
+    return {tag, 3, 1, Le(value, 2)};
+}
+inline ExifField Long(uint16_t tag, uint32_t value) {
+    return {tag, 4, 1, Le(value, 4)};
+}
+inline ExifField Rational(uint16_t tag, uint32_t above, uint32_t below) {
+    return {tag, 5, 1, Le(above, 4) + Le(below, 4)};
+}
+
+/// Appends a directory, followed by the one at `next`, to the TIFF bytes and returns where it stands.
+inline uint32_t AppendIfd(std::string* tiff, const std::vector<ExifField>& fields, uint32_t next = 0) {
+    const auto at = static_cast<uint32_t>(tiff->size());
+    auto data_at = static_cast<uint32_t>(at + 2 + fields.size() * 12 + 4);
+    std::string ifd = Le(static_cast<uint32_t>(fields.size()), 2);
+    std::string data;
+    for (const ExifField& field : fields) {
+        ifd += Le(field.tag, 2) + Le(field.type, 2) + Le(field.count, 4);
+        const bool is_inline = field.bytes.size() <= 4;
+        ifd += is_inline ? field.bytes + std::string(4 - field.bytes.size(), '\0')
+                         : Le(data_at + static_cast<uint32_t>(data.size()), 4);
+        if (!is_inline) data += field.bytes;
+    }
+    *tiff += ifd + Le(next, 4) + data;
+    return at;
+}
+
+/// A JPEG whose only segment is an EXIF block with these fields in IFD 0, in the EXIF directory and in IFD 1.
+inline std::string JpegWithExif(std::vector<ExifField> ifd0, const std::vector<ExifField>& exif,
+                                const std::vector<ExifField>& ifd1 = {}) {
+    std::string tiff = "II*" + std::string(5, '\0');
+    ifd0.push_back(Long(0x8769, AppendIfd(&tiff, exif)));
+    const uint32_t thumbnail = ifd1.empty() ? 0 : AppendIfd(&tiff, ifd1);
+    tiff.replace(4, 4, Le(AppendIfd(&tiff, ifd0, thumbnail), 4));
+    const std::string block = "Exif" + std::string(2, '\0') + tiff;
+    const auto length = static_cast<uint32_t>(block.size() + 2);
+    return "\xFF\xD8\xFF\xE1" + Le(length >> 8, 1) + Le(length, 1) + block + "\xFF\xDA";
+}
+
+}  // namespace koli::test

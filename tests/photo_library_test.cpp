@@ -1,0 +1,207 @@
+// Pictures in the media store and in the photo library.
+#include "photo/photo_library.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "base/features.h"
+#include "index/index_mode.h"
+#include "photo/photo.h"
+#include "tests/exif_bytes.h"
+#include "tests/fake_platform.h"
+
+namespace koli {
+namespace {
+
+using namespace test;
+using Lines = std::vector<std::string>;
+
+std::string CameraJpeg(const std::string& model, uint32_t width) {
+    return JpegWithExif({Ascii(271, "Maker"), Ascii(272, model)},
+                        {Rational(33434, 1, 125), Rational(33437, 28, 10), Short(34855, 200),
+                         Ascii(36867, "2009:03:05 07:08:09"), Long(40962, width), Long(40963, 8000)});
+}
+
+TEST(PhotoMedia, AJpegBringsItsExifValues) {
+    const Sandbox sandbox;
+    const std::string bytes = CameraJpeg("M\xC3\xB6", 9000);
+    const std::string path = sandbox.Write("Trip/a.b.JPG", bytes);
+    ASSERT_EQ(PhotoMediaAdd(path.c_str()), 0);
+    fake.image_sizes[path] = {9000, 6000};
+    ASSERT_EQ(PhotoMediaAdd(path.c_str()), 0);
+
+    ASSERT_EQ(fake.media.size(), 2U);
+    const MediaInfo& record = fake.media[0].second;
+    EXPECT_EQ(fake.media[0].first, kStorePhoto);
+    EXPECT_EQ(record.path, path);
+    EXPECT_STREQ(record.title, "a.b");
+    EXPECT_STREQ(record.album, "Trip");
+    EXPECT_STREQ(record.camera_make, "Maker");
+    EXPECT_STREQ(record.camera_model, "");
+    EXPECT_STREQ(record.exposure_time, "1/125 sec.");
+    EXPECT_STREQ(record.f_number, "f/2.8");
+    EXPECT_STREQ(record.date_taken, "2009-3-5 7:8:9");
+    EXPECT_STREQ(record.ctime, "ctime");
+    EXPECT_STREQ(record.mtime, "mtime");
+    EXPECT_EQ(record.iso_speed, 200);
+    EXPECT_EQ(record.file_size, bytes.size());
+    EXPECT_EQ(record.width, 0U);
+    EXPECT_EQ(record.height, 8000U);
+    EXPECT_EQ(fake.media[1].second.width, 9000U);
+    EXPECT_EQ(fake.media[1].second.height, 6000U);
+}
+
+TEST(PhotoMedia, OtherPicturesBringTheirSizeOnly) {
+    const Sandbox sandbox;
+    const std::string png = sandbox.Write("a.png", CameraJpeg("M", 10));
+    const std::string bare = sandbox.Write("bare", "x");
+    const std::string hidden = sandbox.Write("@eaDir/x.jpg", "x");
+    fake.image_sizes = {{png, {3, 4}}, {bare, {5, 6}}};
+    EXPECT_EQ(PhotoMediaAdd(png.c_str()), 0);
+    EXPECT_EQ(PhotoMediaAdd(bare.c_str()), 0);
+    EXPECT_EQ(PhotoMediaAdd(hidden.c_str()), 0);
+    EXPECT_EQ(PhotoMediaAdd((sandbox.dir() + "/gone.jpg").c_str()), -1);
+    ASSERT_EQ(fake.media.size(), 2U);
+    EXPECT_EQ(fake.media[0].second.width, 3U);
+    EXPECT_STREQ(fake.media[0].second.camera_make, "");
+    EXPECT_EQ(fake.media[1].second.width, 0U);
+    EXPECT_STREQ(fake.media[1].second.ctime, "");
+    EXPECT_STREQ(fake.media[1].second.title, "bare");
+}
+
+TEST(PhotoMedia, FailuresAreToldInTheirWords) {
+    const Sandbox sandbox;
+    const std::string path = sandbox.Write(std::string(254, 'd') + "/a.png", "x");
+    fake.failing = {"MediaInfoDBSave", "MediaInfoDBDelete"};
+    EXPECT_EQ(PhotoMediaAdd(nullptr), -1);
+    EXPECT_EQ(PhotoMediaAdd(path.c_str()), -1);
+    EXPECT_EQ(PhotoMediaDelete(path.c_str()), -1);
+    EXPECT_EQ(PhotoMediaDelete("/gone.png"), 0);
+    EXPECT_EQ(fake.log, (Lines{"photo (#) Bad parameter.", "photo (#) Impossible error.",
+                               "photo (#) Failed to save playlist info.",
+                               "photo (#) File exists. Skip remove it from database.",
+                               "photo (#) Failed to remove /gone.png from database."}));
+    EXPECT_EQ(fake.calls.back(), "MediaInfoDBDelete 2 /gone.png");
+}
+
+TEST(PhotoLibraryAdd, FillsTheRecordFromNamesFileAndExif) {
+    const Sandbox sandbox;
+    const std::string bytes = CameraJpeg("M", 8000);
+    const std::string path = sandbox.Write("Trip/a.b.jpg", bytes);
+    sandbox.Write("Trip/@eaDir/a.b.jpg/KOLIPHOTO:DESC", "By the sea\nline 2");
+    ASSERT_EQ(PhotoLibraryAdd(path.c_str(), kModeUpdate), 0);
+
+    ASSERT_EQ(fake.photos.size(), 1U);
+    const auto& [mode, record] = fake.photos[0];
+    EXPECT_EQ(mode, 5);
+    EXPECT_EQ(record.reserved, 0U);
+    EXPECT_EQ(record.path, path);
+    EXPECT_STREQ(record.name, "a.b.jpg");
+    EXPECT_STREQ(record.title, "a.b");
+    EXPECT_STREQ(record.description, "By the sea\n");
+    EXPECT_STREQ(record.folder, "Trip");
+    EXPECT_STREQ(record.camera_model, "M");
+    EXPECT_STREQ(record.date_taken, "2009:03:05 07:08:09");
+    EXPECT_EQ(record.width, 8000);
+    EXPECT_EQ(record.file_size, static_cast<int64_t>(bytes.size()));
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_STREQ(record.ctime, ctime(&status.st_ctime));
+}
+
+TEST(PhotoLibraryAdd, APictureWithoutDateGetsTheFiles) {
+    const Sandbox sandbox;
+    const std::string path = sandbox.Write("a.png", "x");
+    fake.image_sizes[path] = {8001, 20};
+    ASSERT_EQ(PhotoLibraryAdd(path.c_str(), kModeAdd), 0);
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    char text[32];
+    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime(&status.st_ctime));
+    EXPECT_STREQ(fake.photos.at(0).second.date_taken, text);
+    EXPECT_EQ(fake.photos[0].second.width, 0);
+    EXPECT_EQ(fake.photos[0].second.height, 20);
+}
+
+TEST(PhotoLibraryAdd, RefusesWhatIsNoPhotoOfTheShare) {
+    const Sandbox sandbox;
+    const std::string path = sandbox.Write("a.jpg", "x");
+    ASSERT_EQ(truncate(path.c_str(), kMaxPhotoSize), 0);
+    EXPECT_EQ(PhotoLibraryAdd(path.c_str(), 1), 0);
+    for (const int64_t size : {kMaxPhotoSize + 1, int64_t{1} << 32, int64_t{0}}) {
+        ASSERT_EQ(truncate(path.c_str(), size), 0);
+        EXPECT_EQ(PhotoLibraryAdd(path.c_str(), 1), -1) << size;
+    }
+    EXPECT_EQ(PhotoLibraryAdd(sandbox.Write(".hidden.jpg", "x").c_str(), 1), -1);
+    EXPECT_EQ(PhotoLibraryAdd(sandbox.Write("my@eaDir2/a.jpg", "x").c_str(), 1), -1);
+    EXPECT_EQ(PhotoLibraryAdd("/gone.jpg", 1), -1);
+    EXPECT_EQ(fake.photos.size(), 1U);
+    EXPECT_TRUE(fake.log.empty());
+
+    fake.failing = {"PhotoInfoDBSave"};
+    EXPECT_EQ(PhotoLibraryAdd(sandbox.Write("b.jpg", "x").c_str(), 1), -1);
+    EXPECT_EQ(PhotoLibraryAdd(nullptr, 1), -1);
+    EXPECT_EQ(fake.log,
+              (Lines{"photo_index (#) Failed to save photo info.", "photo_index (#) Bad parameter."}));
+}
+
+TEST(PhotoRecordSanitize, EmptiesWhatIsNotPlainText) {
+    PhotoRecord record{};
+    strcpy(record.camera_make, "a\x7F");
+    strcpy(record.camera_model, "a\nb");
+    strcpy(record.date_taken, "2009\x80");
+    strcpy(record.exposure_time, "\xC3\xA4");
+    record.width = -1;
+    record.height = 8001;
+    EXPECT_EQ(PhotoRecordSanitize(&record), 0);
+    EXPECT_STREQ(record.camera_make, "a\x7F");
+    EXPECT_STREQ(record.camera_model, "");
+    EXPECT_STREQ(record.date_taken, "");
+    EXPECT_STREQ(record.exposure_time, "\xC3\xA4");
+    EXPECT_EQ(record.width, 0);
+    EXPECT_EQ(record.height, 0);
+    EXPECT_EQ(PhotoRecordSanitize(nullptr), -1);
+}
+
+TEST(PhotoLibraryIndex, DispatchesByModeAndKind) {
+    const Sandbox sandbox;
+    support_photo = 1;
+    const std::string photo = sandbox.Write("a.jpg", "x");
+    const std::string video = sandbox.Write("a.mp4", "x");
+    const std::string plain = sandbox.Write("a.avi", "x");
+    const std::string convert = "KLIBExec /usr/koli/bin/koliflvconv -f ";
+    const struct {
+        std::string path;
+        int mode, result;
+        Lines calls;
+    } cases[] = {
+        {photo, kModeAdd, 0, {"PhotoInfoDBSave 1 " + photo}},
+        {photo, kModeUpdate, 0, {"PhotoInfoDBSave 5 " + photo}},
+        {"/gone.jpg", kModeDelete, 0, {"PhotoInfoDBDelete /gone.jpg"}},
+        {video, kModeAdd, 0, {}},
+        {video, kModeUpdate, 0, {"KOLIIndexPhotoUpdateVideoStatus " + video}},
+        {plain, kModeAdd, 0, {convert + plain}},
+        {plain, kModeUpdate, 0, {convert + plain, "KOLIIndexPhotoUpdateVideoStatus " + plain}},
+        {"/gone.avi", kModeDelete, 0, {convert + "/gone.avi", "PhotoInfoDBDelete /gone.avi"}},
+        {sandbox.Write("a.txt", "x"), kModeAdd, -1, {}},
+        {"/dotless", kModeDelete, -1, {}},
+        {sandbox.MakeDir("d.jpg"), kModeAdd, -1, {}},
+        {photo, kModeRebuild, -1, {}},
+        {photo, kModeDelete, 0, {}},
+    };
+    for (const auto& c : cases) {
+        fake.calls.clear();
+        EXPECT_EQ(PhotoLibraryIndex(c.path.c_str(), c.mode), c.result) << c.path << c.mode;
+        EXPECT_EQ(fake.calls, c.calls) << c.path << c.mode;
+    }
+    EXPECT_EQ(fake.log,
+              (Lines{"photo_index(#) Thumb daemon is not running .....\n", "photo_index (#) Bad parameter.",
+                     "photo_index (#) File exists. Skip remove it from database."}));
+    support_photo = 0;
+}
+
+}  // namespace
+}  // namespace koli
