@@ -1,0 +1,28 @@
+#include "photo/path_buffer.h"
+
+#include <cstring>
+
+namespace koli {
+
+PathBuffer::PathBuffer(const char* path) {
+    const size_t length = strnlen(path, sizeof text_);
+    if (length < sizeof text_) length_ = length;
+    memcpy(text_, path, length_);
+    text_[length_] = '\0';
+}
+
+bool PathBuffer::Append(const char* name) {
+    const size_t name_length = strlen(name);
+    if (length_ + 1 + name_length >= sizeof text_) return false;
+    text_[length_] = '/';
+    memcpy(text_ + length_ + 1, name, name_length + 1);
+    length_ += 1 + name_length;
+    return true;
+}
+
+void PathBuffer::CutTo(size_t length) {
+    length_ = length;
+    text_[length_] = '\0';
+}
+
+}  // namespace koli

@@ -1,0 +1,136 @@
+#include "photo/photo_rename.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/log.h"
+#include "base/media_info.h"
+#include "index/directory.h"
+#include "index/index_mode.h"
+#include "photo/photo_library.h"
+#include "photo/sql_text.h"
+#include "platform/kolidb.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "photo_index";
+
+bool IsMissing(const char* path) {
+    return path == nullptr || *path == '\0';
+}
+
+/// Null when it failed, which has been logged.
+SqlRows OpenPaths(int table, const char* where) {
+    SqlRows rows(PhotoInfoDBOpen(table, "path", where, 0, nullptr, 0, 0));
+    if (rows == nullptr) KOLI_LOG("%s (%d) Error occurred, failed to get records.");
+    return rows;
+}
+
+/// The new name of a rename.
+struct NewPath {
+    explicit NewPath(const char* new_path)
+        : path(new_path), is_file(strchr(path, '.') != nullptr && IsDirExist(path) == 0) {
+        if (is_file) kind = WebKindOf(path);
+    }
+    bool IsPhoto() const { return is_file && kind == WebKind::kPhoto; }
+
+    const char* path;
+    bool is_file;  // a '.' anywhere and no folder
+    WebKind kind = WebKind::kNone;
+};
+
+int MoveRows(SqlRows& rows, const NewPath& to, const char* old_path) {
+    if (to.is_file && !to.IsPhoto()) {
+        PhotoLibraryDelete(old_path);
+        return -1;
+    }
+    // A rename to its own name keeps its row.
+    if (to.IsPhoto() && strcmp(to.path, old_path) != 0) PhotoInfoDBDelete(to.path);
+    const PathList list(PhotoPathDBGet(rows.get()));
+    if (list != nullptr && KOLIUpdatePhotoPath(list.get(), to.path, old_path) == -1) {
+        KOLI_LOG("%s (%d) Failed to rename to new path.");
+        return -1;
+    }
+    return 0;
+}
+
+int IndexWithoutRows(const NewPath& to) {
+    if (to.is_file && !to.IsPhoto()) return -1;
+    if (to.is_file) {
+        PhotoLibraryAdd(to.path, kModeAdd);
+    } else {
+        IndexWalk(to.path, kModeAdd, kWalkPhotoLibrary);
+    }
+    return 0;
+}
+
+/// Writes to `moved` where the row goes; false for a row that stays where it is.
+bool MovedPath(const char* row_path, const char* new_path, const char* old_path, char (&moved)[kPathSize]) {
+    const char* found = row_path != nullptr ? strstr(row_path, old_path) : nullptr;
+    if (found == nullptr) return false;
+    const int length = snprintf(moved, sizeof moved, "%s%s", new_path, found + strlen(old_path));
+    return length >= 0 && static_cast<size_t>(length) < sizeof moved;
+}
+
+int MoveDescription(KOLIDB* db, int table, const char* row_path, const char* moved) {
+    const SqlText to = QuoteText(moved, LogSite(kModule));
+    const SqlText from = QuoteText(row_path, LogSite(kModule));
+    if (to == nullptr || from == nullptr) return -1;
+    const SqlText sql =
+        table == KOLI_VIDEO_DESC
+            ? FormatSql(LogSite(kModule), "Update video_desc set path = '%s' where path = '%s'", to.get(),
+                        from.get())
+            : FormatSql(LogSite(kModule), "Update video_comment set path = '%s' where path = '%s'", to.get(),
+                        from.get());
+    if (sql == nullptr) return -1;
+    KOLIDBResult* result = nullptr;
+    if (KOLIDBExecute(db, sql.get(), &result) == -1) {
+        KOLI_LOG("%s (%d) Failed to exec [%s] (%s)", sql.get(), KOLIDBErrorGet(db));
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int PhotoPathRename(const char* new_path, const char* old_path, int is_directory) {
+    if (IsMissing(new_path) || IsMissing(old_path)) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    const NewPath to(new_path);
+    const SqlText old_like = LikeText(old_path, LogSite(kModule));
+    if (old_like == nullptr) return -1;
+    const SqlText where = is_directory != 0 ? FormatSql(LogSite(kModule), "path like '%s/%%'", old_like.get())
+                                            : FormatSql(LogSite(kModule), "path like '%s%%'", old_like.get());
+    if (where == nullptr) return -1;
+    SqlRows rows = OpenPaths(KOLI_PHOTO_INFO, where.get());
+    if (rows == nullptr) return -1;
+    return rows->row_count > 0 ? MoveRows(rows, to, old_path) : IndexWithoutRows(to);
+}
+
+int VideoDescPathRename(int table, const char* new_path, const char* old_path) {
+    if (IsMissing(new_path) || IsMissing(old_path) ||
+        (table != KOLI_VIDEO_DESC && table != KOLI_VIDEO_COMMENT)) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    const SqlText old_like = LikeText(old_path, LogSite(kModule));
+    if (old_like == nullptr) return -1;
+    const SqlText where = FormatSql(LogSite(kModule), "path like '%s%%'", old_like.get());
+    if (where == nullptr) return -1;
+    const SqlRows rows = OpenPaths(table, where.get());
+    if (rows == nullptr || rows->row_count <= 0) return -1;
+
+    while (KOLIDBFetchRow(rows->result, &rows->row) == 0) {
+        const char* row_path = KOLIDBFetchField(rows->result, rows->row, "path");
+        char moved[kPathSize];
+        if (!MovedPath(row_path, new_path, old_path, moved)) continue;
+        if (MoveDescription(rows->db, table, row_path, moved) != 0) return -1;
+    }
+    return 0;
+}
+
+}  // namespace koli
