@@ -1,0 +1,48 @@
+// Albums: every directory of the photo share down to the second level is one, with a row in the table
+// photo_share.
+//
+// Every path is a real path of the photo share ("/volume1/photo/Trip"); an album's name is the part behind
+// "/volume1/photo/".  No statement runs in a transaction: a failing step leaves the earlier ones applied.
+#pragma once
+
+namespace koli {
+
+/// What PhotoShareUpdate does.
+enum AlbumOperation : int { kAlbumCreate = 1, kAlbumDelete = 2 };
+
+/// Creates the album of a directory, public or not as its caption or the machine's setting says, a sub-album
+/// with the public flag and the rights of its album; or deletes the album and its sub-albums, and with the
+/// share's top all albums.  A path that is no album, and creating one in the share's "#recycle", does
+/// nothing.  Returns 0, or -1 for bad arguments and failures (logged), such as creating an album that exists.
+int PhotoShareUpdate(const char* path, int operation);
+
+/// Renames the album of a renamed directory, its sub-albums, and what its cover's path says.  Between the
+/// levels, the sub-albums are dropped or created; a new place that is none for an album drops the album. When
+/// the old path has no album, or lies in another share, albums are created for the new one.  Returns 0 when
+/// an album was renamed or dropped, else -1 (failures and bad arguments are logged).
+int PhotoShareRename(const char* new_path, const char* old_path);
+
+/// Creates the album of a directory and the albums of the directories inside it; for the share's top those of
+/// all its directories.  Albums that exist are logged and stay.  Returns 0, or -1 for a bad argument
+/// (logged).
+int PhotoShareWalk(const char* path);
+
+/// Brings the albums in step with the directories: marks every album as stale, marks those whose directory is
+/// found as fresh, creates the missing ones and deletes the stale ones.  With the path of a top-level album
+/// only its sub-albums are marked or created.  A directory that is there but cannot be listed is logged;
+/// stale albums then wait for the next resync.  Returns 0, or -1 when the share's link, the marking or the
+/// sweep failed (logged).
+int PhotoShareResync(const char* path);
+
+/// The steps of the resync.  Mark all albums, or with a name the album's sub-albums, as stale: 0, or -1 on
+/// failure (logged by the caller for all, here for one album).
+int PhotoShareMarkAll(const char* album);
+/// Mark an album as fresh, or create it: -1, always.
+int PhotoShareMark(const char* album);
+/// Delete the stale albums, or with a name the album's stale sub-albums: results as PhotoShareMarkAll.
+int PhotoShareSweep(const char* album);
+
+/// Reads the public flag that was handed over for an album.  Returns 1 when there was one, else 0.
+int PhotoSharePublicGet(const char* path, char* buffer, int size);
+
+}  // namespace koli

@@ -1,0 +1,53 @@
+#include "photo/photo_share_rows.h"
+
+#include <climits>
+
+#include "base/parse_number.h"
+#include "base/path_names.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "photo_share";
+
+}  // namespace
+
+int AlbumExec(const SqlText& sql, LogSite site) {
+    if (sql == nullptr) return -1;
+    const int affected = PhotoDBExec(sql.get());
+    if (affected == -1) LogError("%s (%d) Failed to exec [%s]", site.module, site.line, sql.get());
+    return affected;
+}
+
+SqlRows AlbumRowsOpen(int table, const char* where, const char* order, int limit, LogSite site) {
+    SqlRows rows(PhotoInfoDBOpen(table, "*", where, 0, order, limit, 0));
+    if (rows == nullptr) LogError("%s (%d) Error occurred, failed to get records.", site.module, site.line);
+    return rows;
+}
+
+int KOLIPhotoShareGetFieldValue(const char* album, const char* column, char* buffer, int size) {
+    if (album == nullptr || column == nullptr || buffer == nullptr || size <= 0) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
+    const SqlText name = QuoteText(album, LogSite(kModule));
+    if (name == nullptr) return -1;
+    const SqlText where = FormatSql(LogSite(kModule), "sharename = '%s'", name.get());
+    if (where == nullptr) return -1;
+    const SqlRows rows = AlbumRowsOpen(KOLI_PHOTO_SHARE, where.get(), nullptr, 1, LogSite(kModule));
+    if (rows == nullptr || KOLIDBFetchRow(rows->result, &rows->row) != 0) return -1;
+    const char* value = KOLIDBFetchField(rows->result, rows->row, column);
+    if (value == nullptr) return -1;
+    CopyText(buffer, static_cast<size_t>(size), value);
+    return 0;
+}
+
+int PhotoShareNextId() {
+    const SqlRows rows = AlbumRowsOpen(KOLI_PHOTO_SHARE, "shareid > 0", "shareid desc", 1, LogSite(kModule));
+    if (rows == nullptr || KOLIDBFetchRow(rows->result, &rows->row) != 0) return 1;
+    const char* value = KOLIDBFetchField(rows->result, rows->row, "shareid");
+    const int32_t highest = value != nullptr ? ParseInt32(value) : 0;
+    return highest < INT32_MAX ? highest + 1 : INT32_MAX;
+}
+
+}  // namespace koli

@@ -1,0 +1,272 @@
+// Albums follow the directories of the photo share: the statements, to the letter.
+#include "photo/photo_share.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <ctime>
+
+#include "photo/album_name.h"
+#include "photo/photo_share_inherit.h"
+#include "photo/photo_share_rename.h"
+#include "photo/photo_share_rows.h"
+#include "platform/paths.h"
+#include "tests/photo_sandbox.h"
+
+namespace koli {
+namespace {
+
+using namespace test;
+using Lines = std::vector<std::string>;
+
+const std::string kNextId = "PhotoInfoDBOpen photo 3 shareid > 0";
+const std::string kNoDefault = "photo_share(#) Can't get key valude. key=supportvidora";
+
+std::string Insert(const std::string& name, const std::string& is_public = "false", int id = 1) {
+    const bool is_sub = name.find('/') != std::string::npos;
+    return "PhotoDBExec Insert into photo_share values(" + std::to_string(id) + ", '" + name +
+           "', '', '', '" + is_public + "', 0, '', 'true', '" + (is_sub ? "true" : "false") + "', '1');";
+}
+std::string Open(const std::string& name) {
+    return "PhotoInfoDBOpen photo 3 sharename = '" + name + "'";
+}
+/// The answer to Open().
+void AddAlbum(const std::string& name, std::map<std::string, std::string> row) {
+    fake.rows["photo 3 sharename = '" + name + "'"] = {std::move(row)};
+}
+/// The names of the albums that were created.
+Lines Created() {
+    Lines names;
+    for (const std::string& call : fake.calls)
+        if (call.rfind("PhotoDBExec Insert into photo_share values(1, '", 0) == 0)
+            names.push_back(call.substr(47, call.find('\'', 47) - 47));
+    return names;
+}
+
+class PhotoShare : public testing::Test {
+  protected:
+    void SetDefaultPublic(const std::string& value) {
+        fake.values[std::string(paths::kConfig) + ":albumdefpublic"] = value;
+    }
+    const PhotoSandbox share_;
+};
+
+TEST_F(PhotoShare, DepthCountsFromBehindTheShare) {
+    const std::pair<const char*, int> cases[] = {
+        {"/volume1/photo/Trip", 0},
+        {"/volume1/photo/Trip/Day1", 1},
+        {"/volume1/photo/Trip/Day1/x", 2},
+        {"/volume1/photo", 2},
+        {"/volume1/photo/", 2},
+        {"/x", 2},
+        {"", 2},
+        {nullptr, 2},
+    };
+    for (const auto& [path, depth] : cases)
+        EXPECT_EQ(PhotoShareDepth(path), depth) << (path != nullptr ? path : "null");
+    EXPECT_EQ(fake.log, Lines(2, "photo_share (#) Bad parameter."));
+}
+
+TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
+    fake.rows["photo 3 shareid > 0"] = {{{"shareid", "41"}}};
+    EXPECT_EQ(PhotoShareUpdate(share_.In("O'B_").c_str(), kAlbumCreate), 0);
+    EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("O''B_", "false", 42)}));
+    EXPECT_EQ(fake.log, Lines{kNoDefault});
+
+    SetDefaultPublic("YES");
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), 0);
+    EXPECT_EQ(fake.calls.back(), Insert("A", "true", 42));
+    const std::string flag = share_.MakeDir("@eaDir/A") + "/KOLIPHOTO:PUBLIC";
+    share_.MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");  // holds "x"
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), 0);
+    EXPECT_EQ(fake.calls.back(), Insert("A", "false", 42));
+    EXPECT_NE(access(flag.c_str(), F_OK), 0);
+}
+
+TEST_F(PhotoShare, ASubAlbumInheritsRightsUnlessItsAlbumIsPublic) {
+    SetDefaultPublic("no");
+    AddAlbum("A", {{"shareid", "3"}, {"public", "f"}});
+    AddAlbum("A/x", {{"shareid", "9"}});
+    fake.rows["photo 4 shareid = '3'"] = {{{"userid", "7"}}, {{"userid", "8"}}};
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A/x").c_str(), kAlbumCreate), 0);
+    ASSERT_EQ(fake.calls.size(), 9U);
+    const Lines head(fake.calls.begin(), fake.calls.begin() + 7);
+    EXPECT_EQ(head, (Lines{kNextId, Insert("A/x"), Open("A"),
+                           "PhotoDBExec Update photo_share set public = 'f' where sharename = 'A/x';",
+                           Open("A"), "PhotoInfoDBOpen photo 4 shareid = '3'", Open("A/x")}));
+    const time_t now = time(nullptr);
+    const std::string day = std::string(asctime(localtime(&now))).substr(0, 10);
+    EXPECT_EQ(
+        fake.calls[7].rfind("PhotoDBExec Insert into photo_access_right Values (7, 9, '" + day + " ", 0), 0U);
+    EXPECT_EQ(fake.calls[8].substr(fake.calls[8].size() - 3), "\n')");
+
+    fake.calls.clear();
+    AddAlbum("A", {{"shareid", "3"}, {"public", "t"}});
+    EXPECT_EQ(KOLIPhotoShareSubDirUpdatePrivilege("A/x"), 0);
+    EXPECT_EQ(fake.calls,
+              (Lines{Open("A"), "PhotoDBExec Update photo_share set public = 't' where sharename = 'A/x';"}));
+}
+
+TEST_F(PhotoShare, ValuesOfOtherProgramsInjectNothing) {
+    AddAlbum("A", {{"shareid", "3' or '1"}, {"public", "t'; x"}});
+    AddAlbum("A/x", {{"shareid", "9"}});
+    fake.rows["photo 4 shareid = '3'' or ''1'"] = {{{"userid", "7, 1, ''); Delete from photo_share; --"}}};
+    EXPECT_EQ(KOLIPhotoShareSubDirUpdatePrivilege("A/x"), -1);
+    EXPECT_EQ(
+        fake.calls,
+        (Lines{Open("A"), "PhotoDBExec Update photo_share set public = 't''; x' where sharename = 'A/x';",
+               Open("A"), "PhotoInfoDBOpen photo 4 shareid = '3'' or ''1'", Open("A/x")}));
+    ASSERT_EQ(fake.log.size(), 2U);
+    EXPECT_EQ(
+        fake.log[0].rfind("photo_share (#) Failed to exec [Insert into photo_access_right Values (7, 1,", 0),
+        0U);
+    EXPECT_EQ(fake.log[1], "photo_share (#) KOLIPhotoShareSubDirPrivilegeAdd failed.");
+}
+
+TEST_F(PhotoShare, AnAlbumGoesWithItsSubAlbums) {
+    EXPECT_EQ(PhotoShareUpdate(share_.In("100%'").c_str(), kAlbumDelete), 0);
+    EXPECT_EQ(PhotoShareUpdate(share_.top().c_str(), kAlbumDelete), 0);
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A/b/c").c_str(), kAlbumDelete), 0);
+    EXPECT_EQ(PhotoShareUpdate(share_.top().c_str(), kAlbumCreate), 0);
+    EXPECT_EQ(PhotoShareUpdate(share_.In("#recycle/A").c_str(), kAlbumCreate), 0);
+    EXPECT_EQ(
+        fake.calls,
+        (Lines{
+            "PhotoDBExec Delete from photo_share where sharename = '100%''' or sharename like '100\\%''/%';",
+            "PhotoDBExec Delete from photo_share;"}));
+}
+
+TEST_F(PhotoShare, FailuresAreToldInTheirWords) {
+    SetDefaultPublic("no");
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), 3), -1);
+    EXPECT_EQ(PhotoShareUpdate("", kAlbumCreate), -1);
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A/x").c_str(), kAlbumCreate), -1);  // no row of A
+    EXPECT_EQ(KOLIPhotoShareSubDirUpdatePrivilege("A"), -1);
+    fake.failing = {"PhotoDBExec"};
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), -1);
+    EXPECT_EQ(PhotoShareUpdate(share_.top().c_str(), kAlbumDelete), -1);
+    EXPECT_EQ(PhotoShareMarkAll("A_"), -1);
+    EXPECT_EQ(PhotoShareSweep("A_"), -1);
+    fake.failing = {"PhotoInfoDBOpen"};
+    EXPECT_EQ(PhotoShareNextId(), 1);
+    EXPECT_EQ(
+        fake.log,
+        (Lines{
+            "photo_share (#) Bad parameter.", "photo_share (#) Bad parameter.",
+            "photo_share (#) KOLIPhotoShareGetFieldValue failed.",
+            "photo_share (#) KOLIPhotoShareSubDirUpdatePrivilege Failed.", "photo_share (#) Bad parameter.",
+            "photo_share (#) Failed to exec [" + Insert("A").substr(12) + "]",
+            "photo_share:# Failed to exec [Delete from photo_share;]",
+            "photo_share (#) Failed to exec [Update photo_share set updated = '0' where sharename like "
+            "'A\\_/%'].",
+            "photo_share (#) Failed to exec [Delete from photo_share where updated = '0' and sharename like "
+            "'A\\_/%'].",
+            "photo_share (#) Error occurred, failed to get records."}));
+}
+
+TEST_F(PhotoShare, ARenamedAlbumTakesItsSubAlbumsAlong) {
+    fake.rows["photo 3 sharename like 'A''\\_/%'"] = {{{"sharename", "A'_/x"}}};
+    EXPECT_EQ(PhotoShareRename(share_.In("B").c_str(), share_.In("A'_").c_str()), 0);
+    EXPECT_EQ(
+        fake.calls,
+        (Lines{"PhotoDBExec Update photo_share set sharename = 'B', is_subdir = 'f' where sharename = 'A''_'",
+               "PhotoDBExec UPDATE photo_share SET cover = replace(cover, '/var/services/photo/A''_/', "
+               "'/var/services/photo/B/') WHERE sharename='B'",
+               "PhotoInfoDBOpen photo 3 sharename like 'A''\\_/%'",
+               "PhotoDBExec Update photo_share set sharename = 'B/x' where sharename = 'A''_/x'"}));
+    EXPECT_TRUE(fake.log.empty());
+}
+
+TEST_F(PhotoShare, ARenameBetweenTheLevelsDropsOrCreatesSubAlbums) {
+    const std::string drop =
+        "PhotoDBExec Delete from photo_share where sharename = 'A' or sharename like 'A/%';";
+    EXPECT_EQ(PhotoShareRename(share_.In("B/A").c_str(), share_.In("A").c_str()), 0);
+    EXPECT_EQ(fake.calls[0],
+              "PhotoDBExec Update photo_share set sharename = 'B/A', is_subdir = 't' where sharename = 'A'");
+    EXPECT_EQ(fake.calls.back(), drop);
+
+    share_.MakeDir("A/x");
+    EXPECT_EQ(PhotoShareRename(share_.In("A").c_str(), share_.In("B/A").c_str()), 0);
+    EXPECT_EQ(Created(), (Lines{"A", "A/x"}));
+
+    for (const char* place : {"B/C/A", "#recycle/A"}) {  // no album may stand there
+        fake.calls.clear();
+        EXPECT_EQ(PhotoShareRename(share_.In(place).c_str(), share_.In("A").c_str()), 0);
+        EXPECT_EQ(fake.calls, Lines{drop});
+    }
+    EXPECT_EQ(PhotoShareRename(share_.In("a/b/c").c_str(), share_.In("d/e/f").c_str()), -1);
+    EXPECT_EQ(fake.calls.size(), 1U);
+}
+
+TEST_F(PhotoShare, ARenameWithoutAnAlbumCreatesOne) {
+    SetDefaultPublic("no");
+    fake.affected_rows = 0;
+    const std::string path = share_.MakeDir("B");
+    EXPECT_EQ(PhotoShareRename(path.c_str(), share_.In("A").c_str()), -1);
+    EXPECT_EQ(Created(), Lines{"B"});
+    fake.calls.clear();
+    EXPECT_EQ(PhotoShareRename(path.c_str(), "/volume2/photo/A"), -1);
+    EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("B")}));
+    fake.log.clear();
+    EXPECT_EQ(PhotoShareRename(share_.In("gone").c_str(), share_.In("A").c_str()), -1);
+    EXPECT_EQ(PhotoShareRename(nullptr, share_.In("A").c_str()), -1);
+    EXPECT_EQ(fake.log, (Lines{"photo_share:# UPDATE cover failed, sharename [gone] not exists in db.",
+                               "photo_share (#) Bad parameter."}));
+}
+
+TEST_F(PhotoShare, AWalkCreatesTwoLevels) {
+    SetDefaultPublic("no");
+    for (const char* name : {"B/y/z", "A/x", "A/@eaDir", "A/.hidden", "#recycle/r", "@eaDir"})
+        share_.MakeDir(name);
+    share_.MakeFile("file");
+    ASSERT_EQ(symlink(share_.In("file").c_str(), share_.In("link").c_str()), 0);
+    ASSERT_EQ(symlink(share_.In("A").c_str(), share_.In("C").c_str()), 0);
+    EXPECT_EQ(PhotoShareWalk(share_.top().c_str()), 0);
+    EXPECT_EQ(Created(), (Lines{"A", "A/x", "B", "B/y", "C", "C/x"}));
+    fake.calls.clear();
+    EXPECT_EQ(PhotoShareWalk(share_.In("B/y").c_str()), 0);
+    EXPECT_EQ(PhotoShareWalk(share_.In("B/y/z").c_str()), 0);
+    EXPECT_EQ(PhotoShareWalk(share_.In("#recycle").c_str()), 0);
+    EXPECT_EQ(Created(), Lines{"B/y"});
+    EXPECT_EQ(PhotoShareWalk(""), -1);
+}
+
+TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
+    SetDefaultPublic("no");
+    for (const char* name : {"A/x", "B/y", "A/#recycle", "#recycle/r", "A/@eaDir"})
+        share_.MakeDir(name);
+    AddAlbum("A", {{"public", "t"}});
+    AddAlbum("A/x", {{"shareid", "2"}});
+    AddAlbum("B", {{"public", "t"}});
+    const auto mark = [](const std::string& name) {
+        return "PhotoDBExec Update photo_share set updated = '1' where sharename = '" + name + "'";
+    };
+    EXPECT_EQ(PhotoShareResync(nullptr), 0);
+    EXPECT_EQ(fake.calls,
+              (Lines{"PhotoDBExec Update photo_share set updated = '0'", Open("A"), mark("A"), Open("A/x"),
+                     mark("A/x"), Open("B"), mark("B"), Open("B/y"), kNextId, Insert("B/y"), Open("B"),
+                     "PhotoDBExec Update photo_share set public = 't' where sharename = 'B/y';",
+                     "PhotoDBExec Delete from photo_share where updated = '0'"}));
+    fake.calls.clear();
+    EXPECT_EQ(PhotoShareResync(share_.In("A").c_str()), 0);
+    EXPECT_EQ(PhotoShareResync(share_.In("A/x").c_str()), 0);
+    EXPECT_EQ(fake.calls, (Lines{Open("A/x"), mark("A/x")}));
+    EXPECT_TRUE(fake.log.empty());
+}
+
+TEST_F(PhotoShare, NothingIsSweptUnlessTheShareWasSeen) {
+    share_target = share_.In("unmounted");
+    EXPECT_EQ(PhotoShareResync(nullptr), 0);
+    EXPECT_EQ(fake.calls.size(), 1U);
+    share_target = "";
+    EXPECT_EQ(PhotoShareResync(nullptr), -1);
+    share_target = share_.top();
+    fake.failing = {"PhotoDBExec"};
+    EXPECT_EQ(PhotoShareResync(nullptr), -1);
+    EXPECT_EQ(fake.log, (Lines{"photo_share (#) Failed to open directory " + share_.In("unmounted") + " ",
+                               "photo_share (#) Failed to read link of /var/services/photo",
+                               "photo_share (#) Failed to set updated to 0 for all rows."}));
+}
+
+}  // namespace
+}  // namespace koli
