@@ -3,13 +3,27 @@
 #include <syslog.h>
 
 #include <cstdarg>
+#include <cstdio>
 
 namespace koli {
 
 void LogError(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    vsyslog(LOG_ERR, format, arguments);
+    if (log_sink != nullptr) {
+        char line[kLogSinkLineSize];
+        vsnprintf(line, sizeof line, format, arguments);
+        log_sink(line);
+    } else {
+        vsyslog(LOG_ERR, format, arguments);
+    }
+    va_end(arguments);
+}
+
+void LogNotice(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vsyslog(LOG_NOTICE, format, arguments);
     va_end(arguments);
 }
 

@@ -15,6 +15,15 @@ namespace koli {
 /// a system log keeps one datagram one entry and escapes control characters itself.
 void LogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+/// The same at priority LOG_NOTICE: worth knowing, but nothing has failed.
+void LogNotice(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Takes the finished lines of LogError in a process that has no connection to the system log (the child of a
+/// guarded probe).  Null, as in the daemon itself: they go to the system log.
+using LogSink = void (*)(const char* line);
+extern LogSink log_sink;
+inline constexpr int kLogSinkLineSize = 5120;  // bytes; longer lines are cut: a path and its message fit
+
 /// Where a message comes from, for helpers that log in the name of the module that called them:
 /// `LogSite(kModule)` holds the caller's module name and line.  `module` is a string literal, not owned.
 struct LogSite {

@@ -73,7 +73,19 @@ void LogError(const char* format, ...) {
     va_start(arguments, format);
     vsnprintf(line, sizeof line, format, arguments);
     va_end(arguments);
-    test::fake.log.push_back(test::WithoutLineNumber(line));
+    if (log_sink != nullptr)
+        log_sink(line);
+    else
+        test::fake.log.push_back(test::WithoutLineNumber(line));
+}
+
+void LogNotice(const char* format, ...) {
+    char line[1000];
+    va_list arguments;
+    va_start(arguments, format);
+    vsnprintf(line, sizeof line, format, arguments);
+    va_end(arguments);
+    test::fake.log.push_back("notice: " + test::WithoutLineNumber(line));
 }
 
 }  // namespace koli

@@ -1,0 +1,7 @@
+#include "base/log.h"
+
+namespace koli {
+
+LogSink log_sink = nullptr;
+
+}  // namespace koli
