@@ -1,0 +1,7 @@
+# The packaged libraries, found once; each is linked by the one room that uses it.
+find_package(PkgConfig REQUIRED)
+find_package(SQLite3 REQUIRED)
+pkg_check_modules(EXIF REQUIRED IMPORTED_TARGET GLOBAL libexif)
+pkg_check_modules(FLAC REQUIRED IMPORTED_TARGET GLOBAL flac)
+pkg_check_modules(LIBAV REQUIRED IMPORTED_TARGET GLOBAL libavformat libavcodec libavutil)
+pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET GLOBAL libseccomp)

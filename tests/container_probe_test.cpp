@@ -1,0 +1,231 @@
+// The container probe on small files built here, and on files that try to make it open others.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+
+#include "tests/fake_platform.h"
+#include "video/container_probe.h"
+#include "video/metamedia.h"
+
+namespace koli {
+namespace {
+
+using test::fake;
+using Lines = std::vector<std::string>;
+
+std::string Le(uint64_t value, int bytes) {
+    std::string text;
+    for (int i = 0; i < bytes; ++i, value >>= 8)
+        text += static_cast<char>(value);
+    return text;
+}
+
+std::string Chunk(const std::string& id, const std::string& body) {
+    return id + Le(body.size(), 4) + body + (body.size() % 2 != 0 ? std::string(1, '\0') : "");
+}
+
+/// A RIFF INFO list of (id, text) pairs.
+std::string Info(std::initializer_list<std::pair<const char*, std::string>> tags) {
+    std::string list = "INFO";
+    for (const auto& [id, text] : tags)
+        list += Chunk(id, text + '\0');
+    return Chunk("LIST", list);
+}
+
+std::string Wav(unsigned format, unsigned channels, unsigned rate, unsigned bits, const std::string& list) {
+    const unsigned frame = channels * bits / 8;
+    const std::string fmt = Le(format, 2) + Le(channels, 2) + Le(rate, 4) + Le(uint64_t{rate} * frame, 4) +
+                            Le(frame, 2) + Le(bits, 2);
+    const std::string samples(size_t{rate} * frame * 3 / 2, '\x55');  // one second and a half
+    return Chunk("RIFF", "WAVE" + Chunk("fmt ", fmt) + list + Chunk("data", samples));
+}
+
+/// One second of uncompressed 16 x 8 video.
+std::string Avi(const std::string& list) {
+    const unsigned frames = 10, frame_size = 16 * 8 * 3;
+    const std::string avih = Le(100000, 4) + Le(0, 12) + Le(frames, 4) + Le(0, 4) + Le(1, 4) + Le(0, 4) +
+                             Le(16, 4) + Le(8, 4) + Le(0, 16);
+    const std::string strh = "vidsDIB " + Le(0, 12) + Le(1, 4) + Le(10, 4) + Le(0, 4) + Le(frames, 4) +
+                             Le(frame_size, 4) + Le(0, 16);
+    const std::string strf =
+        Le(40, 4) + Le(16, 4) + Le(8, 4) + Le(1, 2) + Le(24, 2) + Le(0, 4) + Le(frame_size, 4) + Le(0, 16);
+    std::string movi = "movi";
+    for (unsigned i = 0; i < frames; ++i)
+        movi += Chunk("00db", std::string(frame_size, '\0'));
+    const std::string stream = Chunk("LIST", "strl" + Chunk("strh", strh) + Chunk("strf", strf));
+    return Chunk("RIFF",
+                 "AVI " + Chunk("LIST", "hdrl" + Chunk("avih", avih) + stream) + list + Chunk("LIST", movi));
+}
+
+TEST(ContainerProbe, ReadsSoundAndItsTags) {
+    const test::Sandbox sandbox;
+    const std::string tags = Info({{"INAM", "Title"},
+                                   {"IART", "Artist"},
+                                   {"IPRD", std::string(300, 'a')},
+                                   {"IGNR", "Genre"},
+                                   {"ICRD", "  2004-05-06"},
+                                   {"IPRT", "7/12"}});
+    const std::string path = sandbox.Write("a.wav", Wav(1, 2, 44100, 16, tags));
+    MediaInfo record{};
+    ASSERT_EQ(MiscMediaInfoGet(path.c_str(), &record), 0);
+    EXPECT_EQ(record.audio_bitrate, 1411200U);
+    EXPECT_EQ(record.sample_rate, 44100U);
+    EXPECT_EQ(record.channels, 2U);
+    EXPECT_EQ(record.duration, 1.0F);  // whole seconds
+    EXPECT_NEAR(static_cast<double>(record.video_bitrate), 1411200, 20000);
+    EXPECT_STREQ(record.title, "Title");
+    EXPECT_STREQ(record.artist, "Artist");
+    EXPECT_STREQ(record.genre, "Genre");
+    EXPECT_EQ(record.album, std::string(kTextSize - 1, 'a'));
+    EXPECT_EQ(record.year, 2004);
+    EXPECT_EQ(record.track, 7);
+    EXPECT_TRUE(fake.log.empty());
+}
+
+TEST(ContainerProbe, NumbersAreLeadingDigitsAndTheRestStays) {
+    const test::Sandbox sandbox;
+    const std::string tags = Info({{"ICRD", "May 2004"}, {"IPRT", "99999999999"}, {"INAM", ""}});
+    const std::string path = sandbox.Write("a.wav", Wav(6, 1, 8000, 8, tags));
+    MediaInfo record{};
+    record.year = 1;
+    strcpy(record.title, "preset");
+    ASSERT_EQ(MiscMediaInfoProbe(path.c_str(), &record), 0);
+    EXPECT_EQ(record.audio_bitrate, 64000U);
+    EXPECT_EQ(record.year, 1);
+    EXPECT_EQ(record.track, INT32_MAX);
+    EXPECT_STREQ(record.title, "preset");
+
+    sandbox.Write("b.wav", Wav(6, 1, 8000, 8, ""));
+    ASSERT_EQ(MiscMediaInfoProbe((sandbox.dir() + "/b.wav").c_str(), &record), 0);
+    EXPECT_EQ(record.track, 0);
+}
+
+TEST(ContainerProbe, AVideoKeepsTheAlbumOfItsFolder) {
+    const test::Sandbox sandbox;
+    const std::string path = sandbox.Write("a.avi", Avi(Info({{"IPRD", "Album"}, {"INAM", "Title"}})));
+    MediaInfo record{};
+    strcpy(record.album, "folder");
+    ASSERT_EQ(MiscMediaInfoGet(path.c_str(), &record), 0);
+    EXPECT_EQ(record.width, 16U);
+    EXPECT_EQ(record.height, 8U);
+    EXPECT_EQ(record.duration, 1.0F);
+    EXPECT_EQ(record.audio_bitrate, 0U);
+    EXPECT_STREQ(record.title, "Title");
+    EXPECT_STREQ(record.album, "folder");
+}
+
+TEST(ContainerProbe, SurvivesEveryCutAndTellsWhatItCannotOpen) {
+    const test::Sandbox sandbox;
+    const std::string wav = Wav(1, 1, 8000, 16, Info({{"INAM", "Title"}}));
+    const std::string avi = Avi("");
+    for (size_t size = 1; size < 400; size += 7)
+        for (const std::string& whole : {wav, avi}) {
+            const std::string path = sandbox.Write("cut", whole.substr(0, size));
+            MediaInfo record{};
+            const int result = MiscMediaInfoGet(path.c_str(), &record);
+            EXPECT_TRUE(result == 0 || result == 1) << size;
+        }
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+
+    fake.log.clear();
+    MediaInfo record{};
+    const std::string path = sandbox.Write("text.avi", "just a text");
+    EXPECT_EQ(MiscMediaInfoGet(path.c_str(), &record), 1);
+    EXPECT_EQ(MiscMediaInfoGet("/no/such.avi", &record), 1);
+    EXPECT_EQ(fake.log, (Lines{"metamedia (#) Failed to av_open_input_file() file [" + path + "].",
+                               "metamedia (#) Failed to get Misc Media Info from [" + path + "].",
+                               "metamedia (#) Failed to av_open_input_file() file [/no/such.avi].",
+                               "metamedia (#) Failed to get Misc Media Info from [/no/such.avi]."}));
+}
+
+TEST(ContainerProbe, NamesAreOnlyNames) {
+    const test::Sandbox sandbox;
+    const std::string wav = Wav(1, 1, 8000, 16, "");
+    ASSERT_EQ(chdir(sandbox.dir().c_str()), 0);
+    for (const char* name : {"http:x.wav", "concat:a|b.wav", "file:x.wav", "a%03d.wav", "-x ?#.wav"}) {
+        sandbox.Write(name, wav);
+        MediaInfo record{};
+        EXPECT_EQ(MiscMediaInfoGet((sandbox.dir() + "/" + name).c_str(), &record), 0) << name;
+        EXPECT_EQ(MiscMediaInfoProbe(name, &record), 0) << name;
+    }
+    ASSERT_EQ(chdir("/"), 0);
+}
+
+// ---- Files that name a local secret (a sound file whose title would show) and a server on this machine.
+
+class CanaryServer {
+  public:
+    CanaryServer() : socket_(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* any = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(bind(socket_, any, size) | listen(socket_, 9) | getsockname(socket_, any, &size), 0);
+        authority_ = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    }
+    ~CanaryServer() { close(socket_); }
+    CanaryServer(const CanaryServer&) = delete;
+    CanaryServer& operator=(const CanaryServer&) = delete;
+
+    const std::string& authority() const { return authority_; }
+    bool Untouched() const { return accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC) < 0 && errno == EAGAIN; }
+
+  private:
+    int socket_;
+    std::string authority_;
+};
+
+TEST(ContainerProbe, FollowsNoReferenceToOtherFilesOrHosts) {
+    const test::Sandbox sandbox;
+    const CanaryServer server;
+    const std::string secret = sandbox.Write("secret.wav", Wav(1, 1, 8000, 16, Info({{"INAM", "SECRET"}})));
+    MediaInfo control{};
+    ASSERT_EQ(MiscMediaInfoProbe(secret.c_str(), &control), 0);
+    ASSERT_STREQ(control.title, "SECRET");
+
+    const auto both = [&](const std::string& head, const std::string& before, const std::string& after) {
+        return std::vector{head + before + "file://" + secret + after, head + before + secret + after,
+                           head + before + "secret.wav" + after,
+                           head + before + "http://" + server.authority() + "/x" + after};
+    };
+    const std::string mpd =
+        "<?xml version=\"1.0\"?><MPD xmlns=\"urn:mpeg:dash:schema:mpd:2011\" type=\"static\" "
+        "profiles=\"urn:mpeg:dash:profile:isoff-main:2011\" mediaPresentationDuration=\"PT2S\"><Period>"
+        "<AdaptationSet contentType=\"audio\" mimeType=\"audio/wav\"><Representation id=\"0\" "
+        "bandwidth=\"1\"><BaseURL>";
+    const std::vector<std::string> lists[] = {
+        both("#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXT-X-MEDIA-SEQUENCE:0\n#EXTINF:2,\n", "",
+             "\n#EXT-X-ENDLIST\n"),
+        both("#EXTM3U\n#EXT-X-STREAM-INF:BANDWIDTH=1\n", "", "\n"),
+        both("#EXTM3U\n#EXT-X-TARGETDURATION:2\n#EXT-X-KEY:METHOD=AES-128,URI=\"", "",
+             "\"\n#EXTINF:2,\nx.ts\n"),
+        both("ffconcat version 1.0\n", "file '", "'\n"),
+        both(mpd, "", "</BaseURL></Representation></AdaptationSet></Period></MPD>"),
+        both("<ASX version=\"3.0\"><Entry><Ref href=\"", "", "\"/></Entry></ASX>"),
+        both("[Reference]\n", "Ref1=", "\n"),
+        both("", "", "\n"),
+        {"v=0\no=- 0 0 IN IP4 127.0.0.1\ns=SECRET\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 5004 RTP/AVP 0\n"},
+        {"rtsp://" + server.authority() + "/SECRET.rm\n"},
+        {";FFMETADATA1\ntitle=SECRET\n"},
+    };
+    for (const char* name : {"x.avi", "x.m3u8.mp4", "x.ram", "x%03d.mov"})
+        for (const auto& list : lists)
+            for (const std::string& text : list) {
+                const std::string path = sandbox.Write(name, text);
+                MediaInfo record{};
+                EXPECT_EQ(MiscMediaInfoProbe(path.c_str(), &record), 1) << text;  // by the lists alone
+                EXPECT_EQ(MiscMediaInfoGet(path.c_str(), &record), 1) << text;
+                const std::string bytes(reinterpret_cast<const char*>(&record), sizeof record);
+                EXPECT_EQ(bytes.find("SECRET"), std::string::npos) << text;
+            }
+    EXPECT_TRUE(server.Untouched());
+}
+
+}  // namespace
+}  // namespace koli

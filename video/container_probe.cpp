@@ -1,0 +1,195 @@
+#include "video/container_probe.h"
+
+extern "C" {
+#include <libavcodec/codec_id.h>
+#include <libavformat/avformat.h>
+#include <libavutil/log.h>
+}
+
+#include <unistd.h>
+
+#include <cctype>
+#include <climits>
+#include <cstring>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "base/log.h"
+#include "base/parse_number.h"
+#include "base/path_names.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "metamedia";
+
+/// Demuxers, by the names that the library gives them (one of several names is enough), that read nothing but
+/// the file itself: no playlists, no concat scripts, no streaming manifests, no session descriptions, no
+/// image sequences.  The protocol whitelist alone would still let those open other local files.
+constexpr const char kFormats[] =
+    "aac,ac3,eac3,aiff,amr,ape,asf,au,avi,caf,dts,flac,flv,m4v,matroska,mov,mp3,mpc,mpc8,mpeg,mpegts,"
+    "mpegvideo,"
+    "ogg,rm,swf,tta,truehd,w64,wav,wtv,wv,xwma";
+constexpr const char kProtocols[] = "file";
+
+constexpr int64_t kMicroseconds = 1000000;
+
+// The linear PCM identifiers of 16 bits a sample, and behind them those of 8 bits.
+static_assert(AV_CODEC_ID_PCM_S16LE == 0x10000 && AV_CODEC_ID_PCM_U16BE == 0x10003);
+static_assert(AV_CODEC_ID_PCM_S8 == 0x10004 && AV_CODEC_ID_PCM_ALAW == 0x10007);
+
+struct CloseInput {
+    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
+};
+using Input = std::unique_ptr<AVFormatContext, CloseInput>;
+
+/// The library takes "NAME:..." for a URL: an absolute path behind an explicit protocol is never one.
+std::string FileUrl(const char* path) {
+    std::string url = "file:";
+    if (*path != '/') {
+        char directory[PATH_MAX];
+        if (getcwd(directory, sizeof directory) != nullptr) url.append(directory).append("/");
+    }
+    return url.append(path);
+}
+
+Input OpenInput(const char* path) {
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", kProtocols, 0);
+    av_dict_set(&options, "format_whitelist", kFormats, 0);
+    AVFormatContext* context = nullptr;
+    const int result = avformat_open_input(&context, FileUrl(path).c_str(), nullptr, &options);
+    av_dict_free(&options);
+    return Input(result >= 0 ? context : nullptr);
+}
+
+/// The tags of a container.  Ogg keeps them on its streams: there the first audio stream is asked for what
+/// the container itself lacks.
+class Tags {
+  public:
+    explicit Tags(const AVFormatContext& context) : container_(context.metadata) {
+        if (strcmp(context.iformat->name, "ogg") != 0) return;
+        for (unsigned i = 0; i < context.nb_streams && stream_ == nullptr; ++i)
+            if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
+                stream_ = context.streams[i]->metadata;
+    }
+
+    /// The first of the names that has a text, or null.
+    const char* Text(std::initializer_list<const char*> names) const {
+        return First(names, [](const char* text) { return *text != '\0'; });
+    }
+    /// The leading digits of the first of the names that has some, or 0.
+    int32_t Number(std::initializer_list<const char*> names) const {
+        const char* text =
+            First(names, [](const char* candidate) { return isdigit(*Digits(candidate)) != 0; });
+        return text != nullptr ? ParseInt32(text, nullptr) : 0;
+    }
+
+  private:
+    static const unsigned char* Digits(const char* text) {
+        return reinterpret_cast<const unsigned char*>(text + strspn(text, " \t\n\v\f\r"));
+    }
+    template <typename Test>
+    const char* First(std::initializer_list<const char*> names, Test usable) const {
+        for (const AVDictionary* tags : {container_, stream_})
+            for (const char* name : names) {
+                const AVDictionaryEntry* tag = av_dict_get(tags, name, nullptr, 0);
+                if (tag != nullptr && usable(tag->value)) return tag->value;
+            }
+        return nullptr;
+    }
+
+    const AVDictionary* container_;
+    const AVDictionary* stream_ = nullptr;
+};
+
+template <size_t N>
+void CopyIfAny(char (&field)[N], const char* text) {
+    if (text != nullptr) CopyText(field, N, text);
+}
+
+void ReadContainer(const AVFormatContext& context, const Tags& tags, MediaInfo* record) {
+    record->video_bitrate = static_cast<uint32_t>(context.bit_rate);
+    record->duration = static_cast<float>(context.duration / kMicroseconds);
+    CopyIfAny(record->genre, tags.Text({"genre"}));
+    CopyIfAny(record->artist, tags.Text({"artist", "author"}));
+    CopyIfAny(record->title, tags.Text({"title"}));
+    if (const int32_t year = tags.Number({"date", "year"}); year != 0) record->year = year;
+    record->track = tags.Number({"track"});
+}
+
+/// The bit rate of an audio stream in bit/s, 0 when unknown.
+uint32_t AudioBitRate(const AVCodecParameters& codec) {
+    const auto samples =
+        static_cast<uint32_t>(codec.sample_rate) * static_cast<uint32_t>(codec.ch_layout.nb_channels);
+    if (codec.codec_id >= AV_CODEC_ID_PCM_S16LE && codec.codec_id <= AV_CODEC_ID_PCM_U16BE)
+        return samples * 16;
+    if (codec.codec_id >= AV_CODEC_ID_PCM_S8 && codec.codec_id <= AV_CODEC_ID_PCM_ALAW) return samples * 8;
+    return static_cast<uint32_t>(codec.bit_rate);
+}
+
+struct Found {
+    bool video = false;
+    bool audio = false;
+};
+
+void ReadVideo(const AVCodecParameters& codec, MediaInfo* record) {
+    if (codec.width == 0) return;
+    record->width = static_cast<uint32_t>(codec.width);
+    record->height = static_cast<uint32_t>(codec.height);
+}
+
+void ReadAudio(const AVCodecParameters& codec, MediaInfo* record) {
+    record->channels = static_cast<uint32_t>(codec.ch_layout.nb_channels);
+    if (codec.sample_rate != 0) record->sample_rate = static_cast<uint32_t>(codec.sample_rate);
+    if (const uint32_t rate = AudioBitRate(codec); rate != 0) record->audio_bitrate = rate;
+}
+
+/// Reads one stream.  Returns 0, or 1 for a type that means nothing here (logged).
+int ReadStream(const AVStream& stream, const char* path, Found* found, MediaInfo* record) {
+    const AVCodecParameters& codec = *stream.codecpar;
+    switch (codec.codec_type) {
+        case AVMEDIA_TYPE_VIDEO:
+            if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) return 0;
+            ReadVideo(codec, record);
+            found->video = true;
+            return 0;
+        case AVMEDIA_TYPE_AUDIO:
+            ReadAudio(codec, record);
+            found->audio = true;
+            return 0;
+        case AVMEDIA_TYPE_DATA:
+        case AVMEDIA_TYPE_SUBTITLE:
+            return 0;
+        default:
+            KOLI_LOG("%s:%d Invalid stream type:%d from [%s].", static_cast<int>(codec.codec_type), path);
+            return 1;
+    }
+}
+
+}  // namespace
+
+int MiscMediaInfoProbe(const char* path, MediaInfo* record) {
+    av_log_set_level(AV_LOG_QUIET);
+    const Input input = OpenInput(path);
+    if (input == nullptr) {
+        KOLI_LOG("%s (%d) Failed to av_open_input_file() file [%s].", path);
+        return 1;
+    }
+    if (avformat_find_stream_info(input.get(), nullptr) < 0) {
+        KOLI_LOG("%s (%d) Could not find codec parameters.  %s", path);
+        return 1;
+    }
+    const Tags tags(*input);
+    ReadContainer(*input, tags, record);
+
+    Found found;
+    for (unsigned i = 0; i < input->nb_streams; ++i)
+        if (ReadStream(*input->streams[i], path, &found, record) != 0) return 1;
+    if (!found.video && !found.audio) return 1;
+    if (!found.video) CopyIfAny(record->album, tags.Text({"album"}));
+    return 0;
+}
+
+}  // namespace koli

@@ -1,0 +1,207 @@
+#include "video/metamedia.h"
+
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <initializer_list>
+#include <span>
+
+#include "base/log.h"
+#include "base/parse_number.h"
+#include "platform/kolidb.h"
+#include "video/child_signals.h"
+#include "video/container_probe.h"
+#include "video/guarded_probe.h"
+#include "video/probe_guard.h"
+#include "video/probe_messages.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "metamedia";
+constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, terminator included
+
+/// The record as the child sees it: one record's size, shared with the child.
+class SharedRecord {
+  public:
+    SharedRecord()
+        : area_(mmap(nullptr, sizeof(MediaInfo), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
+    }
+    ~SharedRecord() { munmap(area_, sizeof(MediaInfo)); }
+    SharedRecord(const SharedRecord&) = delete;
+    SharedRecord& operator=(const SharedRecord&) = delete;
+
+    bool valid() const { return area_ != MAP_FAILED; }
+    MediaInfo* get() const { return static_cast<MediaInfo*>(area_); }
+
+  private:
+    void* area_;
+};
+
+/// Everything that the child does.  It comes from the daemon's middle, so it leaves with _exit: a normal exit
+/// would flush the daemon's open streams and move the offsets that both share.
+[[noreturn]] void RunChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent,
+                           const sigset_t& mask) {
+    if (signal(SIGTERM, SIG_DFL) == SIG_ERR) {
+        KOLI_LOG("%s:%d signal(SIGTERM, SIG_DFL) failed.");
+        _exit(1);
+    }
+    signal(SIGUSR1, SIG_IGN);  // a request is the daemon's business; one sent to the whole group is no harm
+    signal(SIGCHLD, SIG_DFL);
+    sigprocmask(SIG_SETMASK, &mask, nullptr);
+
+    if (ProbeGuardEnter(path, parent) != 0) _exit(1);
+    if (probe(path, record) == 0) _exit(0);
+    KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
+    _exit(1);
+}
+
+/// Copies the child's record over the caller's.  A child that was taken over may have left anything in it:
+/// its texts end where they must, and it is still the record of the same file.
+void CopyBack(const MediaInfo& shared, MediaInfo* record) {
+    char path[kPathSize];
+    memcpy(path, record->path, sizeof path);
+    memcpy(record, &shared, sizeof *record);
+    memcpy(record->path, path, sizeof path);
+    for (const std::span<char> text : std::initializer_list<std::span<char>>{
+             record->title, record->album, record->artist, record->genre, record->composer, record->comment,
+             record->camera_make, record->camera_model, record->exposure_time, record->f_number,
+             record->date_taken, record->ctime, record->mtime})
+        text.back() = '\0';
+}
+
+/// Finds the line of the file that holds `key` and a number behind it.  Returns 1 found, 0 no such line, -1
+/// when the file cannot be opened.
+int ProcNumberGet(const char* file, const char* key, int32_t* value) {
+    FILE* lines = fopen(file, "re");
+    if (lines == nullptr) return -1;
+    const size_t key_length = strlen(key);
+    int found = 0;
+    for (char line[kLineSize]; found == 0 && fgets(line, sizeof line, lines) != nullptr;) {
+        if (strncmp(line, key, key_length) != 0) continue;
+        const char* end = nullptr;
+        *value = ParseInt32(line + key_length, &end);
+        found = end != line + key_length ? 1 : 0;
+    }
+    fclose(lines);
+    return found;
+}
+
+/// What the status of an ended child means for the caller.
+int ExitResult(pid_t pid, int status) {
+    if (WIFEXITED(status)) return WEXITSTATUS(status);
+    if (WIFSIGNALED(status)) KOLI_LOG("%s:%d Process %d killed by signal %d", pid, WTERMSIG(status));
+    return -1;
+}
+
+}  // namespace
+
+void ProbePollSleep(const timespec& interval, const sigset_t& mask) {
+    ppoll(nullptr, 0, &interval, &mask);
+}
+
+int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, const WatchSettings& settings) {
+    const SharedRecord shared;
+    const ProbeMessages messages;
+    if (!shared.valid() || !messages.valid()) {
+        KOLI_LOG("%s:%d mmap() failed.");
+        return -1;
+    }
+    memcpy(shared.get(), record, sizeof *record);
+
+    KOLIDBFlush();
+    ProbeGuardPrepare();
+    const pid_t parent = getpid();
+    const ChildEndScope child_end;
+    pid_t pid = 0;
+    {
+        const AllSignalsBlocked until_the_child_has_its_own;
+        pid = settings.fork_child != nullptr ? settings.fork_child() : fork();
+        if (pid == 0) {
+            messages.Collect();
+            RunChild(path, shared.get(), probe, parent, child_end.outer_mask());
+        }
+    }
+    if (pid < 0) {
+        KOLI_LOG("%s:%d fork failed.");
+        return -1;
+    }
+    const int result = ProbeChildWatchWith(pid, settings);
+    messages.Relay();
+    CopyBack(*shared.get(), record);
+    return result;
+}
+
+int MiscMediaInfoGet(const char* path, MediaInfo* record) {
+    return GuardedProbeRun(path, record, MiscMediaInfoProbe, WatchSettings{});
+}
+
+int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
+    if (pid <= 0) {
+        KOLI_LOG("%s:%d Bad parameters.");
+        return -1;
+    }
+    const ChildEndScope child_end;
+    int status = 0;
+    for (uint32_t polls = 0;;) {
+        settings.sleep(settings.interval, child_end.sleep_mask());
+        if (waitpid(pid, &status, WNOHANG) > 0) return ExitResult(pid, status);
+        if (polls > settings.poll_limit) {
+            ProbeChildKill(pid);
+            KOLI_LOG("%s:%d Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
+                     static_cast<int>(polls), static_cast<int>(settings.interval.tv_sec),
+                     static_cast<int>(settings.interval.tv_nsec));
+            return -1;
+        }
+        ++polls;
+        if (ProbeChildMemoryExceededIn(pid, settings.proc) != 0) {
+            ProbeChildKill(pid);
+            KOLI_LOG("%s:%d Process %d exceeded max memory usage.", pid);
+            return -1;
+        }
+    }
+}
+
+int ProbeChildWatch(pid_t pid) {
+    return ProbeChildWatchWith(pid, WatchSettings{});
+}
+
+int ProbeChildMemoryExceededIn(pid_t pid, const char* proc) {
+    char file[kLineSize];
+    int32_t total = 0;     // kB
+    int32_t resident = 0;  // kB
+    snprintf(file, sizeof file, "%s/meminfo", proc);
+    switch (ProcNumberGet(file, "MemTotal:", &total)) {
+        case -1:
+            KOLI_LOG("%s:%d Cannot open /proc/meminfo");
+            return 0;
+        case 0:
+            KOLI_LOG("%s:%d Cannot get MemTotal value.");
+            return 0;
+        default:
+            break;
+    }
+    snprintf(file, sizeof file, "%s/%d/status", proc, pid);
+    if (ProcNumberGet(file, "VmRSS:", &resident) != 1) return 0;
+    return resident > static_cast<int32_t>(static_cast<double>(total) * 0.5) ? 1 : 0;
+}
+
+int ProbeChildMemoryExceeded(pid_t pid) {
+    return ProbeChildMemoryExceededIn(pid, "/proc");
+}
+
+pid_t ProbeChildKill(pid_t pid) {
+    kill(pid, SIGKILL);
+    pid_t ended = 0;
+    do {
+        ended = waitpid(pid, nullptr, 0);
+    } while (ended < 0 && errno == EINTR);
+    return ended;
+}
+
+}  // namespace koli

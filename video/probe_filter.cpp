@@ -1,0 +1,97 @@
+#include "video/probe_filter.h"
+
+#include <fcntl.h>
+#include <seccomp.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+
+#include "video/sanitized_build.h"
+
+namespace koli {
+namespace {
+
+using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
+
+// Names that this machine's architecture does not have are skipped by libseccomp.
+constexpr int kAllowed[] = {
+    // the end, and signals on the way to it
+    SCMP_SYS(exit), SCMP_SYS(exit_group), SCMP_SYS(rt_sigaction), SCMP_SYS(rt_sigprocmask),
+    SCMP_SYS(rt_sigreturn), SCMP_SYS(sigreturn), SCMP_SYS(restart_syscall),
+    // reading of open files; what may be opened is below
+    SCMP_SYS(read), SCMP_SYS(readv), SCMP_SYS(pread64), SCMP_SYS(lseek), SCMP_SYS(_llseek), SCMP_SYS(close),
+    SCMP_SYS(fstat), SCMP_SYS(fstat64), SCMP_SYS(newfstatat), SCMP_SYS(fstatat64), SCMP_SYS(stat),
+    SCMP_SYS(stat64), SCMP_SYS(lstat), SCMP_SYS(lstat64), SCMP_SYS(statx), SCMP_SYS(access),
+    SCMP_SYS(faccessat),
+    // memory that holds no code
+    SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise),
+    // the C library's own needs
+    SCMP_SYS(futex), SCMP_SYS(futex_time64), SCMP_SYS(getrandom), SCMP_SYS(sched_getaffinity),
+    SCMP_SYS(sched_yield), SCMP_SYS(getpid), SCMP_SYS(gettid), SCMP_SYS(clock_gettime),
+    SCMP_SYS(clock_gettime64), SCMP_SYS(gettimeofday), SCMP_SYS(time)};
+
+// Nothing harmless tries these.
+constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect),
+                           SCMP_SYS(bind),   SCMP_SYS(execve),     SCMP_SYS(execveat)};
+
+// A sanitizer's report is worth more than the last bit of tightness.
+constexpr int kForSanitizers[] = {SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(readlink)};
+
+template <size_t N>
+bool AddAll(scmp_filter_ctx filter, uint32_t action, const int (&calls)[N]) {
+    for (const int call : calls)
+        if (seccomp_rule_add(filter, action, call, 0) != 0) return false;
+    return true;
+}
+
+/// Allows `call` when none of `forbidden` is set in its argument number `argument`.
+bool AddWithoutBits(scmp_filter_ctx filter, int call, unsigned argument, scmp_datum_t forbidden) {
+    const scmp_arg_cmp clear{argument, SCMP_CMP_MASKED_EQ, forbidden, 0};
+    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &clear) == 0;
+}
+
+bool AddValue(scmp_filter_ctx filter, int call, unsigned argument, scmp_datum_t value) {
+    const scmp_arg_cmp equal{argument, SCMP_CMP_EQ, value, 0};
+    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &equal) == 0;
+}
+
+bool AddRules(scmp_filter_ctx filter) {
+    constexpr scmp_datum_t kWriting = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
+    return AddAll(filter, SCMP_ACT_ALLOW, kAllowed) && AddAll(filter, SCMP_ACT_KILL_PROCESS, kDeadly) &&
+           AddWithoutBits(filter, SCMP_SYS(open), 1, kWriting) &&
+           AddWithoutBits(filter, SCMP_SYS(openat), 2, kWriting) &&
+           AddWithoutBits(filter, SCMP_SYS(mmap), 2, PROT_EXEC) &&
+           AddWithoutBits(filter, SCMP_SYS(mmap2), 2, PROT_EXEC) &&
+           AddWithoutBits(filter, SCMP_SYS(mprotect), 2, PROT_EXEC) &&
+           AddValue(filter, SCMP_SYS(fcntl), 1, F_GETFD) && AddValue(filter, SCMP_SYS(fcntl), 1, F_SETFD) &&
+           AddValue(filter, SCMP_SYS(fcntl64), 1, F_GETFD) &&
+           AddValue(filter, SCMP_SYS(fcntl64), 1, F_SETFD) &&
+           (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
+}
+
+/// The library gives its program out through a descriptor only.
+bool Export(scmp_filter_ctx filter, ProbeFilter* out) {
+    const int file = memfd_create("probe-filter", MFD_CLOEXEC);
+    if (file < 0) return false;
+    ssize_t bytes = -1;
+    if (seccomp_export_bpf(filter, file) == 0)
+        bytes = pread(file, out->instructions.data(), sizeof out->instructions, 0);
+    close(file);
+    if (bytes <= 0 || bytes == sizeof out->instructions) return false;  // a full array may be cut
+    out->length = static_cast<uint16_t>(static_cast<size_t>(bytes) / sizeof(sock_filter));
+    return true;
+}
+
+}  // namespace
+
+bool ProbeFilterBuild(ProbeFilter* filter) {
+    filter->length = 0;
+    const Filter rules(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release);
+    if (rules == nullptr) return false;
+    seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
+    return AddRules(rules.get()) && Export(rules.get(), filter);
+}
+
+}  // namespace koli

@@ -1,0 +1,31 @@
+// Takes from the child of a guarded probe everything but the one file it is to read.
+#pragma once
+
+#include <sys/types.h>
+
+namespace koli {
+
+/// The mechanisms that a kernel may lack.
+struct ProbeGuardStatus {
+    bool system_call_filter;  // seccomp
+    bool file_rules;          // Landlock
+};
+
+/// In the daemon, before the first child: asks the kernel what it offers and builds what all children share.
+/// Calls after the first do nothing.
+void ProbeGuardPrepare();
+
+/// What the children are guarded with beyond the limits that every kernel has.
+ProbeGuardStatus ProbeGuardStatusGet();
+
+/// At the daemon's start: writes one line below error level for a kernel that lacks a mechanism, else
+/// nothing.
+void ProbeGuardReport();
+
+/// In the child of `parent`, before it looks at the file `path`: no descriptor but the standard three, no
+/// writing, no network, no other program or process, no file but `path`, no new privileges, an end with its
+/// parent.  What the kernel lacks is left out.  Returns 0, or -1 when a step failed (logged): the child must
+/// end.
+int ProbeGuardEnter(const char* path, pid_t parent);
+
+}  // namespace koli
