@@ -12,7 +12,7 @@ void LogError(const char* format, ...) {
     va_start(arguments, format);
     if (log_sink != nullptr) {
         char line[kLogSinkLineSize];
-        vsnprintf(line, sizeof line, format, arguments);
+        vsnprintf(line, sizeof line, format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)
         log_sink(line);
     } else {
         vsyslog(LOG_ERR, format, arguments);
