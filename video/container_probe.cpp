@@ -1,7 +1,7 @@
 #include "video/container_probe.h"
 
 extern "C" {
-#include <libavcodec/codec_id.h>
+#include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
 #include <libavutil/log.h>
 }
@@ -33,6 +33,13 @@ constexpr const char kFormats[] =
     "ogg,rm,swf,tta,truehd,w64,wav,wtv,wv,xwma";
 constexpr const char kProtocols[] = "file";
 
+/// Decoders of the usual files, all of the library's own making.
+constexpr AVCodecID kUsualCodecs[] = {AV_CODEC_ID_H264,       AV_CODEC_ID_HEVC,  AV_CODEC_ID_MPEG1VIDEO,
+                                      AV_CODEC_ID_MPEG2VIDEO, AV_CODEC_ID_MPEG4, AV_CODEC_ID_MSMPEG4V3,
+                                      AV_CODEC_ID_FLV1,       AV_CODEC_ID_WMV2,  AV_CODEC_ID_AAC,
+                                      AV_CODEC_ID_AC3,        AV_CODEC_ID_MP2,   AV_CODEC_ID_MP3,
+                                      AV_CODEC_ID_VORBIS};
+
 constexpr int64_t kMicroseconds = 1000000;
 
 // The linear PCM identifiers of 16 bits a sample, and behind them those of 8 bits.
@@ -43,6 +50,21 @@ struct CloseInput {
     void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
 };
 using Input = std::unique_ptr<AVFormatContext, CloseInput>;
+
+/// Opens and closes a decoder without any data.
+void WarmUpDecoder(AVCodecID id) {
+    struct FreeDecoder {
+        void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+    };
+    const AVCodec* codec = avcodec_find_decoder(id);
+    const std::unique_ptr<AVCodecContext, FreeDecoder> context(avcodec_alloc_context3(codec));
+    if (context == nullptr) return;
+    context->thread_count = 1;
+    context->width = context->height = 16;
+    context->sample_rate = 44100;
+    av_channel_layout_default(&context->ch_layout, 2);
+    avcodec_open2(context.get(), codec, nullptr);  // one that refuses has made its tables all the same
+}
 
 /// The library takes "NAME:..." for a URL: an absolute path behind an explicit protocol is never one.
 std::string FileUrl(const char* path) {
@@ -111,7 +133,8 @@ void CopyIfAny(char (&field)[N], const char* text) {
 
 void ReadContainer(const AVFormatContext& context, const Tags& tags, MediaInfo* record) {
     record->video_bitrate = static_cast<uint32_t>(context.bit_rate);
-    record->duration = static_cast<float>(context.duration / kMicroseconds);
+    const int64_t seconds = context.duration / kMicroseconds;
+    record->duration = static_cast<float>(seconds);
     CopyIfAny(record->genre, tags.Text({"genre"}));
     CopyIfAny(record->artist, tags.Text({"artist", "author"}));
     CopyIfAny(record->title, tags.Text({"title"}));
@@ -169,6 +192,15 @@ int ReadStream(const AVStream& stream, const char* path, Found* found, MediaInfo
 }
 
 }  // namespace
+
+void ContainerProbeWarmUp() {
+    static bool done = false;
+    if (done) return;
+    done = true;
+    av_log_set_level(AV_LOG_QUIET);
+    for (const AVCodecID id : kUsualCodecs)
+        WarmUpDecoder(id);
+}
 
 int MiscMediaInfoProbe(const char* path, MediaInfo* record) {
     av_log_set_level(AV_LOG_QUIET);

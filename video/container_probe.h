@@ -1,5 +1,5 @@
-// What the container library says about a media file.  It runs in the child of a guarded probe only: the
-// library is large and the file is anybody's.
+// What the container library says about a media file.  A file is looked at in the child of a guarded probe
+// only: the library is large and the file is anybody's.
 #pragma once
 
 #include "base/media_info.h"
@@ -23,5 +23,10 @@ namespace koli {
 /// Returns 0, or 1 when the file cannot be opened or analysed, holds a stream of unknown type (all logged),
 /// or neither video nor audio; what was written until then stays.
 int MiscMediaInfoProbe(const char* path, MediaInfo* record);
+
+/// In the daemon, before the first probe: lets the library make its constant tables (decoders of the usual
+/// files, no data involved), so that every child finds them made.  Takes about 4 ms and 2 MB once and saves
+/// each child 0.7 ms or more.  Calls after the first do nothing.
+void ContainerProbeWarmUp();
 
 }  // namespace koli

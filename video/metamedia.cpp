@@ -138,6 +138,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
 }
 
 int MiscMediaInfoGet(const char* path, MediaInfo* record) {
+    ContainerProbeWarmUp();
     return GuardedProbeRun(path, record, MiscMediaInfoProbe, WatchSettings{});
 }
 
