@@ -6,6 +6,7 @@ set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
 option(KOLI_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+option(KOLI_BENCH "Build the benchmarks" OFF)
 option(KOLI_FUZZ "Build the libFuzzer targets (clang)" OFF)
 
 find_program(KOLI_CCACHE ccache)
