@@ -19,6 +19,7 @@
 #include "daemon/queue.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
+#include "video/probe_guard.h"
 
 namespace koli {
 namespace {
@@ -105,6 +106,7 @@ void DaemonRun() {
     if (DaemonStart() != 0) exit(1);
     setpriority(PRIO_PROCESS, 0, kNiceLevel);
     if (SignalsInstall() != 0) exit(1);
+    ProbeGuardReport();
     last_vacuum = time(nullptr);
     VacuumDatabases();
     FeaturesRead();
