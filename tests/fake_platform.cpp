@@ -3,12 +3,9 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-
-#include <sys/stat.h>
 
 #include "base/log.h"
 #include "platform/kolidb.h"
@@ -109,12 +106,6 @@ int Record(const char* operation, const Words&... words) {
 
 const char* Text(const char* text) {
     return text != nullptr ? text : "(null)";
-}
-
-bool HasExtension(const char* extension, std::initializer_list<const char*> list) {
-    for (const char* known : list)
-        if (extension != nullptr && strcasecmp(extension, known) == 0) return true;
-    return false;
 }
 
 KOLIDBRows* OpenRows(const char* operation, const std::string& key);
@@ -218,52 +209,7 @@ const char* KOLIDBErrorGet(KOLIDB*) {
     return "fake error";
 }
 
-static int Escape(const char* text, char* out, size_t out_size, const char* special, char escape) {
-    size_t used = 0;
-    for (; *text != '\0'; ++text) {
-        if (used + 3 > out_size) return -1;
-        if (strchr(special, *text) != nullptr) out[used++] = escape != 0 ? escape : *text;
-        out[used++] = *text;
-    }
-    if (used >= out_size) return -1;
-    out[used] = '\0';
-    return 0;
-}
-int KOLIDBEscapeString(const char* text, char* out, size_t out_size) {
-    return Fails("KOLIDBEscapeString") ? -1 : Escape(text, out, out_size, "'", 0);
-}
-int KOLIDBEscapeBackslash(const char* text, char* out, size_t out_size) {
-    return Fails("KOLIDBEscapeBackslash") ? -1 : Escape(text, out, out_size, "\\%_", '\\');
-}
-
-PhotoPathList* PhotoPathDBGet(KOLIDBRows* rows) {
-    PhotoPathList* list = nullptr;
-    PhotoPathList** end = &list;
-    for (auto& row : rows->result->rows) {
-        *end = static_cast<PhotoPathList*>(calloc(1, sizeof(PhotoPathList)));
-        (*end)->path = strdup(row["path"].c_str());
-        end = &(*end)->next;
-    }
-    return list;
-}
-void FreePhotoPathList(PhotoPathList* list) {
-    while (list != nullptr) {
-        PhotoPathList* next = list->next;
-        free(list->path);
-        free(list);
-        list = next;
-    }
-}
-int KOLIUpdatePhotoPath(const PhotoPathList*, const char* new_path, const char* old_path) {
-    return Record("KOLIUpdatePhotoPath", new_path, old_path);
-}
-
 // ---- koliindex
-const char* KOLIIndexExtGet(const char* path) {
-    const char* slash = strrchr(path, '/');
-    const char* dot = strrchr(slash != nullptr ? slash : path, '.');
-    return dot != nullptr ? dot + 1 : nullptr;
-}
 int KOLIIndexCTimeMTimeGet(const char*, char* ctime, int ctime_size, char* mtime, int mtime_size) {
     snprintf(ctime, static_cast<size_t>(ctime_size), "ctime");
     snprintf(mtime, static_cast<size_t>(mtime_size), "mtime");
@@ -290,33 +236,8 @@ int BlKOLIIndexIsMusicTableDirty(void) {
 int BlKOLIIndexIsVideoTableDirty(void) {
     return fake.video_dirty;
 }
-int BlKOLIIndexIsJpeg(const char* e) {
-    return HasExtension(e, {"jpg", "jpeg", "jpe"});
-}
-int BlKOLIIndexIsPhotoOnWeb(const char* e) {
-    return HasExtension(e, {"jpg", "jpeg", "jpe", "bmp", "gif", "png"});
-}
-int BlKOLIIndexIsVideoOnWeb(const char* e) {
-    return HasExtension(e, {"flv", "mp4", "m4v"});
-}
-int BlKOLIIndexIsVideo(const char* e) {
-    return HasExtension(e, {"flv", "mp4", "m4v", "avi", "mkv", "dat"});
-}
-int BlKOLIIndexIsPhotoOnWebFile(const char* path) {
-    return BlKOLIIndexIsPhotoOnWeb(KOLIIndexExtGet(path));
-}
-int BlKOLIIndexIsVideoOnWebFile(const char* path) {
-    return BlKOLIIndexIsVideoOnWeb(KOLIIndexExtGet(path));
-}
 int KOLITruncateTable(const char* table) {
     return Record("KOLITruncateTable", table);
-}
-int KOLIEAPath(const char* path, const char* stream, char* buffer, int size) {
-    if (Fails("KOLIEAPath")) return -1;
-    const std::string full(path);
-    const size_t slash = full.rfind('/');
-    const std::string result = full.substr(0, slash) + "/@eaDir/" + full.substr(slash + 1) + "/" + stream;
-    return snprintf(buffer, static_cast<size_t>(size), "%s", result.c_str()) < size ? 0 : -1;
 }
 int GetCoverFolder(const char* audio_path, char* folder, int size) {
     Record("GetCoverFolder", audio_path);
@@ -334,26 +255,6 @@ int GetCoverPath(const char*, char* cover_path, int size, int picture_type, int 
 }
 
 // ---- kolisdk
-int IsFileExist(const char* path, uint64_t* size) {
-    struct stat status;
-    if (path == nullptr || stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return 0;
-    if (size != nullptr) *size = static_cast<uint64_t>(status.st_size);
-    return 1;
-}
-int IsDirExist(const char* path) {
-    struct stat status;
-    return path != nullptr && stat(path, &status) == 0 && S_ISDIR(status.st_mode);
-}
-int BlKLIBFileExist(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
-}
-void StringTrim(char* text) {
-    std::string trimmed(text);
-    trimmed.erase(trimmed.find_last_not_of(" \t\r\n\v\f") + 1);
-    trimmed.erase(0, trimmed.find_first_not_of(" \t\r\n\v\f"));
-    strcpy(text, trimmed.c_str());
-}
 int KLIBReadPidFile(const char* path) {
     return fake.pids.count(path) != 0 ? fake.pids[path] : 0;
 }
@@ -362,13 +263,6 @@ void KLIBCopyright(void) {
 }
 int KLIBExec(const char* program, const char* arg1, const char* arg2, const char*, const char*) {
     return Record("KLIBExec", program, Text(arg1), Text(arg2));
-}
-int KLIBEncShParam(const char* text, char* out, int out_size) {
-    if (Fails("KLIBEncShParam")) return -1;
-    std::string quoted = "'";
-    for (; *text != '\0'; ++text)
-        quoted += *text == '\'' ? std::string("'\\''") : std::string(1, *text);
-    return snprintf(out, static_cast<size_t>(out_size), "%s'", quoted.c_str()) < out_size ? 0 : -1;
 }
 int KLIBFileGetKeyValue(const char* file, const char* key, char* buffer, int size, int) {
     const auto value = fake.values.find(std::string(file) + ":" + key);
