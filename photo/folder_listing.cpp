@@ -50,6 +50,7 @@ FolderListing::Status FolderListing::Read(const char* path) {
     close(folder);
     if (count < 0) {
         entries_ = nullptr;
+        count_ = 0;
         return StatusOf(error);
     }
     count_ = count;

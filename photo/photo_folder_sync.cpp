@@ -134,7 +134,8 @@ void AddToBothStores(const char* path) {
 }  // namespace
 
 int PhotoFolderSync(const char* directory, const FolderListing* names) {
-    if (directory == nullptr || *directory == '\0' || names == nullptr) {
+    if (directory == nullptr || *directory == '\0' || names == nullptr ||
+        std::none_of(names->begin(), names->end(), HasDot)) {
         KOLI_LOG("%s (%d) Bad parameter. ");
         return -1;
     }

@@ -97,7 +97,7 @@ int BeginShare(char (&target)[kPathSize]) {
     return 0;
 }
 
-bool IsShareTop(const char* directory) {
+bool IsLinkTarget(const char* directory) {
     char target[kPathSize];
     return ShareTargetGet(paths::kPhotoShare, target) == 0 && strcmp(directory, target) == 0;
 }
@@ -112,7 +112,7 @@ int PhotoFolderResync(const char* directory) {
     if (IsRecycleBinPath(top) != 0) return 0;
 
     const bool is_complete = TreeResync(top).Run();
-    if (!is_complete || !(is_whole_share || IsShareTop(top))) return 0;
+    if (!is_complete || !(is_whole_share || IsLinkTarget(top))) return 0;
     if (KOLIPhotoDeleteNoUpdateRows() == -1) {
         KOLI_LOG("%s (%d) Failed to delete none updated rows.");
         return -1;

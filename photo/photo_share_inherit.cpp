@@ -60,6 +60,10 @@ int ShareIdGet(const char* album, char (&share_id)[kValueSize]) {
 }  // namespace
 
 int KOLIPhotoShareSubDirUpdatePublic(const char* album, const char* value) {
+    if (album == nullptr || value == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
     const SqlText name = QuoteText(album, LogSite(kModule));
     const SqlText flag = QuoteText(value, LogSite(kModule));
     if (name == nullptr || flag == nullptr) return -1;

@@ -81,6 +81,10 @@ int RenameSubAlbum(const char* row_name, const char* new_album, size_t old_lengt
 }  // namespace
 
 int KOLIPhotoShareRenameSubDir(const char* new_album, const char* old_album) {
+    if (new_album == nullptr || old_album == nullptr) {
+        KOLI_LOG("%s (%d) Bad parameter.");
+        return -1;
+    }
     const SqlText like = LikeText(old_album, LogSite(kModule));
     if (like == nullptr) return -1;
     const SqlText where = FormatSql(LogSite(kModule), "sharename like '%s/%%'", like.get());

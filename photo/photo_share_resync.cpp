@@ -40,9 +40,8 @@ void CreateAlbum(const char* album) {
     if (path != nullptr) PhotoShareUpdate(path.get(), kAlbumCreate);
 }
 
-/// Marks the albums of the directories inside `folder`, the share's top or a top-level album, and below the
-/// top those inside each of them.  False when a directory could not be looked at: nobody knows then what is
-/// stale.
+/// Marks the albums of the directories inside `folder`, and with `is_top`, for the share's top, also those
+/// inside each of them.  False when a directory could not be looked at: nobody knows then what is stale.
 bool MarkInside(const char* folder, bool is_top) {
     bool is_complete = true;
     const FolderListing::Status result = ForEachFolder(folder, [&is_complete, is_top](const char* path) {

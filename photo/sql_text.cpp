@@ -45,6 +45,7 @@ SqlText FormatSql(LogSite site, const char* format, ...) {
     va_list again;
     va_start(arguments, format);
     va_copy(again, arguments);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the check does not see va_start
     const int length = vsnprintf(nullptr, 0, format, arguments);
     va_end(arguments);
     SqlText text = length >= 0 ? Allocate(static_cast<size_t>(length) + 1, site) : nullptr;

@@ -99,7 +99,7 @@ TEST(VideoDescPathRename, StopsAtTheFirstFailure) {
 
 TEST(PhotoFolderResync, RefreshesTheKnownAddsTheNewAndSweeps) {
     const PhotoSandbox share;
-    const std::string top = share.top();
+    const std::string& top = share.top();
     for (const char* name : {"b.jpg", "a.jpg", "c.mp4", "n.jpg", "m.jpg", ".hidden.jpg", "bare", "sub/s.jpg",
                              "@eaDir/e.jpg", "#recycle/r.jpg", "sub/my@eaDir/e.jpg", ".dir/h.jpg"})
         share.MakeFile(name);
