@@ -148,24 +148,6 @@ TEST(PhotoLibraryAdd, RefusesWhatIsNoPhotoOfTheShare) {
               (Lines{"photo_index (#) Failed to save photo info.", "photo_index (#) Bad parameter."}));
 }
 
-TEST(PhotoRecordSanitize, EmptiesWhatIsNotPlainText) {
-    PhotoRecord record{};
-    strcpy(record.camera_make, "a\x7F");
-    strcpy(record.camera_model, "a\nb");
-    strcpy(record.date_taken, "2009\x80");
-    strcpy(record.exposure_time, "\xC3\xA4");
-    record.width = -1;
-    record.height = 8001;
-    EXPECT_EQ(PhotoRecordSanitize(&record), 0);
-    EXPECT_STREQ(record.camera_make, "a\x7F");
-    EXPECT_STREQ(record.camera_model, "");
-    EXPECT_STREQ(record.date_taken, "");
-    EXPECT_STREQ(record.exposure_time, "\xC3\xA4");
-    EXPECT_EQ(record.width, 0);
-    EXPECT_EQ(record.height, 0);
-    EXPECT_EQ(PhotoRecordSanitize(nullptr), -1);
-}
-
 TEST(PhotoLibraryIndex, DispatchesByModeAndKind) {
     const Sandbox sandbox;
     support_photo = 1;

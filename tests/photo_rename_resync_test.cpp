@@ -183,14 +183,5 @@ TEST(PhotoFolderResync, ATreeOf2000LevelsIsWalkedToItsEnd) {
               0);  // removing it by recursion would need 2000 descriptors
 }
 
-TEST(PhotoShareFsCheck, AFailureKeepsTheFlag) {
-    const PhotoSandbox share;
-    if (access("/var/services/photo", F_OK) == 0) GTEST_SKIP() << "this machine has a photo share";
-    photo_share_needs_type_check = true;
-    PhotoShareFsCheck();
-    EXPECT_TRUE(photo_share_needs_type_check);
-    EXPECT_EQ(fake.log, Lines{"photo_index (#) Failed to statfs."});
-}
-
 }  // namespace
 }  // namespace koli
