@@ -209,6 +209,10 @@ const char* KOLIDBErrorGet(KOLIDB*) {
     return "fake error";
 }
 
+int KOLIUpdatePhotoPath(const PhotoPathList*, const char* new_path, const char* old_path) {
+    return Record("KOLIUpdatePhotoPath", new_path, old_path);
+}
+
 // ---- koliindex
 int KOLIIndexCTimeMTimeGet(const char*, char* ctime, int ctime_size, char* mtime, int mtime_size) {
     snprintf(ctime, static_cast<size_t>(ctime_size), "ctime");
