@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 #include <strings.h>
 
+#include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -11,7 +12,7 @@
 namespace koli::host {
 namespace {
 
-constexpr int kBusyTimeoutMs = 10000;
+constexpr int kLogPauseMs = 5;
 
 // The log is cut back to 8 MiB once a reader or a large transaction has let it grow.
 constexpr const char kSettings[] =
@@ -76,20 +77,31 @@ std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, 
 }
 
 bool Sql::Configure() {
-    sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+    WaitForLocks(kLockWaitMs);
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     // "..." is an identifier and nothing else.
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_set_authorizer(db_, OnAuthorize, this);
 
-    const std::unique_ptr<SqlRows> mode = Query("PRAGMA journal_mode=WAL");
+    const std::unique_ptr<SqlRows> mode = ChooseLog();
     if (mode == nullptr || mode->count() == 0) return false;
     // A file system that cannot share memory between processes has no write-ahead log: SyncLog has nothing to
     // do there, so every commit must be durable by itself.
     const bool has_log = strcmp(mode->Field(0, "journal_mode"), "wal") == 0;
     return ExecuteScript(kSettings) &&
            ExecuteScript(has_log ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL");
+}
+
+/// Two programs that give a new file its log at the same time can each hold what the other needs: then one of
+/// them fails at once instead of waiting, and tries again.
+std::unique_ptr<SqlRows> Sql::ChooseLog() {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kLockWaitMs);
+    for (;;) {
+        std::unique_ptr<SqlRows> mode = Query("PRAGMA journal_mode=WAL");
+        if (mode != nullptr || !FailedBusy() || std::chrono::steady_clock::now() >= end) return mode;
+        sqlite3_sleep(kLogPauseMs);
+    }
 }
 
 Sql::~Sql() {
@@ -99,6 +111,10 @@ Sql::~Sql() {
 
 void Sql::KeepLogOnClose() {
     sqlite3_db_config(db_, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+}
+
+void Sql::WaitForLocks(int ms) {
+    sqlite3_busy_timeout(db_, ms);
 }
 
 // ---- Statements

@@ -73,6 +73,10 @@ class Sql {
     /// Runs one statement, the same results; more than one in the text are refused.
     int Execute(std::string_view text);
 
+    /// How long an operation waits for another program's lock.
+    static constexpr int kLockWaitMs = 10000;  // at first
+    void WaitForLocks(int ms);
+
     /// Runs all statements of `script`.
     bool ExecuteScript(const std::string& script);
 
@@ -100,6 +104,7 @@ class Sql {
   private:
     explicit Sql(ChangeListener changed) : changed_(changed) {}
     bool Configure();
+    std::unique_ptr<SqlRows> ChooseLog();
     void Fail();
     std::unique_ptr<SqlStatement> Prepare(std::string_view text, unsigned flags);
     static int OnAuthorize(void* self, int action, const char* table, const char* column,
