@@ -477,6 +477,21 @@ TEST_F(Store, AFullDatabaseIsReportedByTheSync) {
     EXPECT_EQ(Outsider("media.db")->QueryNumber("SELECT count(*) FROM music"), 1);
 }
 
+TEST_F(Store, ALockedDatabaseIsReportedByTheSync) {
+    const MediaInfo record = MediaRecord("/m/a"), late = MediaRecord("/m/b");
+    ASSERT_EQ(MediaInfoDBSave(kStoreMusic, &record), 0);
+    ASSERT_EQ(MediaDatabase().Execute("PRAGMA busy_timeout=50"), 0);
+    ASSERT_EQ(KOLIDBSync(), 0);
+    const auto other = Outsider("media.db");
+    ASSERT_EQ(other->Execute("BEGIN IMMEDIATE"), 0);
+    EXPECT_NE(MediaInfoDBSave(kStoreMusic, &late), 0);
+    ASSERT_EQ(other->Execute("COMMIT"), 0);
+    EXPECT_EQ(MediaInfoDBSave(kStoreMusic, &record), 0);
+    EXPECT_EQ(KOLIDBSync(), -1);  // the refused row is to come again
+    EXPECT_EQ(MediaInfoDBSave(kStoreMusic, &late), 0);
+    EXPECT_EQ(KOLIDBSync(), 0);
+}
+
 TEST_F(Store, ADamagedFileFailsEachOperationAndIsLeftAlone) {
     const std::string file = directory_ + "/media.db", junk(8192, 'j');
     std::filesystem::create_directories(directory_);

@@ -17,6 +17,7 @@ constexpr const char kModule[] = "kolidb";
 constexpr int kGroupWrites = 256;
 constexpr int64_t kGroupAgeMs = 1000;
 constexpr int64_t kRetryMs = 5000;
+constexpr int kLockedWaitMs = 100;
 
 int64_t NowMs() {
     timespec now{};
@@ -98,14 +99,25 @@ void Database::Close() {
 
 // ---- Groups
 
+/// Another program has held the database for as long as a write waits.  The batch has to be repeated, and
+/// what is left of it must not wait that long row by row.
+void Database::NoteLock() {
+    if (!sql_->FailedBusy()) return;
+    lost_ = true;
+    locked_ = true;
+    sql_->WaitForLocks(kLockedWaitMs);
+}
+
 bool Database::BeginGroup() {
     if (sql_ != nullptr && sql_->InTransaction()) return true;
     if (sql_ != nullptr) DropUnusable();
     if (!Open()) return false;
     if (sql_->Execute("BEGIN IMMEDIATE") < 0) {
+        NoteLock();
         Failed("begin a group of");
         return false;
     }
+    if (std::exchange(locked_, false)) sql_->WaitForLocks(Sql::kLockWaitMs);
     group_began_ = NowMs();
     group_writes_ = 0;
     group_changes_ = sql_->TotalChanges();
@@ -185,7 +197,7 @@ int Database::EndUnit(bool keep) {
 int Database::Sync() {
     int result = Flush();
     if (std::exchange(lost_, false)) {
-        KOLI_LOG("%s (%d) Rows written to %s before were lost.", file_name_);
+        KOLI_LOG("%s (%d) Rows meant for %s were lost.", file_name_);
         result = -1;
     }
     if (!unsynced_ || sql_ == nullptr) return result;

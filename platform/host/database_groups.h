@@ -37,7 +37,7 @@ class Database {
     int EndUnit(bool keep);
 
     int Flush();   ///< commits the group; 0 or -1 (logged)
-    int Sync();    ///< Flush, then durable; -1 also when something accepted since the last Sync was lost
+    int Sync();    ///< Flush, then durable; -1 also when something since the last Sync was lost or locked out
     int Vacuum();  ///< gives unused pages back; 0 or -1 (logged)
     void Close();  ///< flushes and closes; the next use opens it again
 
@@ -47,6 +47,7 @@ class Database {
     bool Open();
     bool CreateTables();
     bool BeginGroup();
+    void NoteLock();
     int CountWrite(int affected);
     void DropUnusable();
     int Failed(const char* what, int line = __builtin_LINE());
@@ -63,7 +64,8 @@ class Database {
     bool in_unit_ = false;
     bool suspect_ = false;   // the file failed a statement: open it anew before the next group
     bool unsynced_ = false;  // committed since the last Sync, or by whoever had it open before
-    bool lost_ = false;      // a group was lost since the last Sync
+    bool lost_ = false;      // a group was lost, or found the database locked, since the last Sync
+    bool locked_ = false;    // the last group found the database locked
 };
 
 Database& MediaDatabase();
