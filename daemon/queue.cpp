@@ -64,10 +64,12 @@ FILE* OpenBatch(const QueueFiles& files) {
 
 /// A writer that opened the queue just before the take-over may append its line only now.  Writers that take
 /// a lock for their append lose no line: with the lock held, nothing new can come between the last look and
-/// the removal.  One that never gives its lock back is not waited for longer than a second.
+/// the removal.  One that never gives its lock back is not waited for longer than a second; it may be waiting
+/// for the databases, so their open rows are committed first.
 void LockAgainstWriters(int fd) {
     for (int attempt = 0; attempt < kLockAttempts && flock(fd, LOCK_EX | LOCK_NB) != 0; ++attempt) {
         if (errno != EWOULDBLOCK && errno != EINTR) return;
+        KOLIDBFlush();
         nanosleep(&kLockPause, nullptr);
     }
 }
