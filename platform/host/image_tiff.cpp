@@ -19,8 +19,8 @@ struct Tiff {
     uint64_t Number(uint64_t at, size_t width) const {
         return big_endian ? in.Big(at, width) : in.Little(at, width);
     }
-    uint64_t offset_size() const { return wide ? 8 : 4; }
-    uint64_t entry_count_size() const { return wide ? 8 : 2; }
+    size_t offset_size() const { return wide ? 8 : 4; }
+    size_t entry_count_size() const { return wide ? 8 : 2; }
     uint64_t entry_size() const { return 4 + 2 * offset_size(); }
 };
 

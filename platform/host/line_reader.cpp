@@ -10,7 +10,8 @@ bool LineReader::Refill() {
     memmove(buffer_, buffer_ + begin_, end_ - begin_);
     end_ -= begin_;
     begin_ = 0;
-    const size_t wanted = std::min<uint64_t>(sizeof buffer_ - end_, file_.size() - offset_);
+    const auto wanted =
+        static_cast<size_t>(std::min<uint64_t>(sizeof buffer_ - end_, file_.size() - offset_));
     if (wanted == 0 || failed_) return false;
     const ssize_t got = file_.ReadAt(offset_, buffer_ + end_, wanted);
     failed_ = got < 0;
