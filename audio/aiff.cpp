@@ -1,12 +1,9 @@
 #include "audio/aiff.h"
 
 #include "base/float_to_uint.h"
-#include "base/path_names.h"
 #include "compat/aiff_file.h"
 #include "index/util.h"
 #include "platform/kolidb.h"
-#include "platform/koliindex.h"
-#include "platform/kolisdk.h"
 
 namespace koli {
 namespace {
@@ -31,23 +28,12 @@ void StoreAudioFormat(const char* path, MediaInfo* record) {
 }  // namespace
 
 int AiffMetadataRead(const char* path, MediaInfo* record) {
-    if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
-
-    *record = MediaInfo{};
-    CopyText(record->path, sizeof record->path, path);
-    record->file_size = size;
+    if (MediaInfoBegin(path, record, LogSite(kModule)) != 0) return -1;
     StoreAudioFormat(path, record);
-    KOLIIndexCTimeMTimeGet(path, record->ctime, sizeof record->ctime, record->mtime, sizeof record->mtime);
+    MediaInfoTimes(record);
     MediaInfoValid(record);
 
-    if (record->title[0] == '\0') TitleFromPath(path, record->title, sizeof record->title);
-    if (record->album[0] == '\0' && !AlbumFromPath(path, record->album, sizeof record->album))
-        KOLI_LOG("%s (%d) Impossible error.");
+    MediaInfoNames(path, NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
     return 0;
 }
 

@@ -11,8 +11,6 @@
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "index/util.h"
-#include "platform/koliindex.h"
-#include "platform/kolisdk.h"
 
 namespace koli {
 namespace {
@@ -96,25 +94,16 @@ int FlacMetadataRead(const char* path, MediaInfo* record) {
 }
 
 int FlacFileAdd(const char* path) {
-    if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
-
-    MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path);
-    record.file_size = size;
-    TitleFromPath(path, record.title, sizeof record.title);
-    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
+    MediaInfo record;
+    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    MediaInfoNames(path, NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
     if (FlacMetadataRead(path, &record) < 0) {
         KOLI_LOG("%s (%d) Failed to parse music metadata.");
         result = 1;
     }
-    KOLIIndexCTimeMTimeGet(path, record.ctime, sizeof record.ctime, record.mtime, sizeof record.mtime);
+    MediaInfoTimes(&record);
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
                          "%s (%d) Failed to save media info to database.");
 }

@@ -1,5 +1,7 @@
 #include "index/util.h"
 
+#include <cstring>
+
 #include "base/path_names.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
@@ -22,9 +24,38 @@ int MediaInfoFill(const char* path, MediaInfo* record) {
     record->file_size = size;
     TitleFromPath(path, record->title, sizeof record->title);
     if (!AlbumFromPath(path, record->album, sizeof record->album)) KOLI_LOG("%s:%d Impossible error.");
+    MediaInfoTimes(record);
+    return 0;
+}
+
+int MediaInfoBegin(const char* path, MediaInfo* record, LogSite site) {
+    if (path == nullptr || *path == '\0' || record == nullptr) {
+        LogError("%s (%d) Bad parameter.", site.module, site.line);
+        return -1;
+    }
+    uint64_t size = 0;
+    if (IsFileExist(path, &size) == 0) return -1;
+
+    *record = MediaInfo{};
+    CopyText(record->path, sizeof record->path, path);
+    record->file_size = size;
+    return 0;
+}
+
+void MediaInfoNames(const char* path, NamesFromPath which, MediaInfo* record, LogSite site) {
+    const bool is_preset = which == NamesFromPath::kPreset;
+    if (is_preset || record->title[0] == '\0') {
+        memset(record->title, 0, sizeof record->title);
+        TitleFromPath(path, record->title, sizeof record->title);
+    }
+    if (!is_preset && record->album[0] != '\0') return;
+    if (!AlbumFromPath(path, record->album, sizeof record->album))
+        LogError("%s (%d) Impossible error.", site.module, site.line);
+}
+
+void MediaInfoTimes(MediaInfo* record) {
     KOLIIndexCTimeMTimeGet(record->path, record->ctime, sizeof record->ctime, record->mtime,
                            sizeof record->mtime);
-    return 0;
 }
 
 int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, const char* format) {

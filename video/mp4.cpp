@@ -1,10 +1,7 @@
 #include "video/mp4.h"
 
-#include "base/path_names.h"
 #include "index/util.h"
 #include "platform/kolidb.h"
-#include "platform/koliindex.h"
-#include "platform/kolisdk.h"
 #include "video/metamedia.h"
 
 namespace koli {
@@ -23,28 +20,16 @@ void MergeProbe(const MediaInfo& probe, MediaInfo* record) {
 }  // namespace
 
 int Mp4InfoFill(const char* path, MediaInfo* record) {
-    if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
-
-    *record = MediaInfo{};
-    CopyText(record->path, sizeof record->path, path);
-    record->file_size = size;
+    if (MediaInfoBegin(path, record, LogSite(kModule)) != 0) return -1;
     int result = 0;
     if (Mp4MetadataRead(record->path, record) < 0) {
         KOLI_LOG("%s (%d) Failed to parse mp4 metadata.");
         result = 1;
     }
-    KOLIIndexCTimeMTimeGet(record->path, record->ctime, sizeof record->ctime, record->mtime,
-                           sizeof record->mtime);
+    MediaInfoTimes(record);
     MediaInfoValid(record);
 
-    if (record->title[0] == '\0') TitleFromPath(path, record->title, sizeof record->title);
-    if (record->album[0] == '\0' && !AlbumFromPath(path, record->album, sizeof record->album))
-        KOLI_LOG("%s (%d) Impossible error.");
+    MediaInfoNames(path, NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
     return result;
 }
 

@@ -2,11 +2,8 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
-#include "base/path_names.h"
 #include "index/util.h"
 #include "platform/kolidb.h"
-#include "platform/koliindex.h"
-#include "platform/kolisdk.h"
 #include "video/metavideo.h"
 
 namespace koli {
@@ -15,25 +12,16 @@ constexpr const char kModule[] = "video";
 }
 
 int VideoAdd(const char* path) {
-    if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
-
-    MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path);
-    record.file_size = size;
-    TitleFromPath(path, record.title, sizeof record.title);
-    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
+    MediaInfo record;
+    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    MediaInfoNames(path, NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
     if (MpegVideoInfoGet(path, &record) < 0) {
         KOLI_LOG("%s (%d) Failed to parse dat metadata.");
         result = 1;
     }
-    KOLIIndexCTimeMTimeGet(record.path, record.ctime, sizeof record.ctime, record.mtime, sizeof record.mtime);
+    MediaInfoTimes(&record);
     MediaInfoValid(&record);
     return SaveMediaInfo(kStoreVideo, record, result, LogSite(kModule),
                          "%s (%d) Failed to save media info to database.");
