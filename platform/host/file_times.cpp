@@ -1,6 +1,6 @@
-#include <sys/stat.h>
+#include "platform/host/file_times.h"
 
-#include <ctime>
+#include <sys/stat.h>
 
 #include "platform/koliindex.h"
 
@@ -10,16 +10,15 @@ void Clear(char* text, int size) {
     if (text != nullptr && size > 0) text[0] = '\0';
 }
 
-/// Writes local time; leaves the text empty when it does not fit or the time has no calendar year.
-/// localtime_r reads the time zone at its first use only: no file is touched for each picture and song.
-void WriteLocalTime(time_t when, char* text, int size) {
+}  // namespace
+
+void koli::host::WriteLocalTime(time_t when, char* text, int size) {
     Clear(text, size);
     struct tm local;
+    // localtime_r reads the time zone at its first use only: no file is touched for each picture and song.
     if (text == nullptr || size <= 0 || localtime_r(&when, &local) == nullptr) return;
     if (strftime(text, static_cast<size_t>(size), "%Y-%m-%d %H:%M:%S", &local) == 0) text[0] = '\0';
 }
-
-}  // namespace
 
 extern "C" int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* mtime,
                                       int mtime_size) {
@@ -29,7 +28,7 @@ extern "C" int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_s
         Clear(mtime, mtime_size);
         return -1;
     }
-    WriteLocalTime(status.st_ctime, ctime, ctime_size);
-    WriteLocalTime(status.st_mtime, mtime, mtime_size);
+    koli::host::WriteLocalTime(status.st_ctime, ctime, ctime_size);
+    koli::host::WriteLocalTime(status.st_mtime, mtime, mtime_size);
     return 0;
 }
