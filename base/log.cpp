@@ -10,6 +10,9 @@ namespace koli {
 void LogError(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
+    LogFirstNote(format, arguments);
+    va_end(arguments);
+    va_start(arguments, format);
     if (log_sink != nullptr) {
         char line[kLogSinkLineSize];
         vsnprintf(line, sizeof line, format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)

@@ -124,6 +124,7 @@ int AddFile(const char* path, const IndexHandler& handler) {
     const char* slash = strrchr(path, '/');
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
+    LogFirstForget();  // the log's first line from here on tells why, if the file cannot be parsed
     const int result = handler.add(path);
     if (result != 1) return result;
     KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);

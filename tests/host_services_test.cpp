@@ -235,9 +235,9 @@ TEST(EventLog, WritesOneWarning) {
     openlog("t", LOG_PERROR, LOG_USER);
     const int mask = setlogmask(LOG_MASK(LOG_WARNING));
     testing::internal::CaptureStderr();
-    KOLILogSet1(2, 3, 0x11B00510, "/a/%s", "", "b", nullptr);
+    KOLILogSet1(2, 3, 0x11B00511, "/a/%s", "", "b", nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "t: event 0x11B00510 category 2 level 3 [/a/%s] [] [b] []\n");
+              "t: event 0x11B00511 category 2 level 3 [/a/%s] [] [b] []\n");
     setlogmask(mask);
     closelog();
 }

@@ -27,7 +27,7 @@ int64_t NowMs() {
 
 }  // namespace
 
-Database::Database(const char* file_name, std::string schema, Sql::ChangeListener changed)
+Database::Database(const char* file_name, std::vector<std::string> schema, Sql::ChangeListener changed)
     : file_name_(file_name), schema_(std::move(schema)), changed_(changed) {}
 
 /// Logs a failure with the engine's reason and keeps that for error().
@@ -71,16 +71,19 @@ bool Database::Open() {
     return true;
 }
 
-/// Gives an empty database its tables; whoever comes second finds them there.
+/// Gives an empty database its tables, and an older one those that it lacks; whoever comes second finds them
+/// there.
 bool Database::CreateTables() {
+    const auto wanted = static_cast<int64_t>(schema_.size());
     int64_t version = sql_->QueryNumber("PRAGMA user_version");
-    if (version >= kSchemaVersion) return true;
+    if (version >= wanted) return true;
     if (version < 0 || sql_->Execute("BEGIN IMMEDIATE") < 0) return false;
     version = sql_->QueryNumber("PRAGMA user_version");
-    if (version < kSchemaVersion &&
-        !sql_->ExecuteScript(schema_ + "PRAGMA user_version=" + std::to_string(kSchemaVersion)))
-        return false;
-    return sql_->Execute("COMMIT") >= 0;
+    for (; version >= 0 && version < wanted; ++version)
+        if (!sql_->ExecuteScript(schema_[static_cast<size_t>(version)] +
+                                 "PRAGMA user_version=" + std::to_string(version + 1)))
+            return false;
+    return version >= 0 && sql_->Execute("COMMIT") >= 0;
 }
 
 /// Closes a connection whose file has failed, or is no longer the one in the directory.
@@ -219,12 +222,12 @@ int Database::Vacuum() {
 }
 
 Database& MediaDatabase() {
-    static auto* const database = new Database("media.db", MediaSchema(), MediaTableChanged);
+    static auto* const database = new Database("media.db", MediaSchemaSteps(), MediaTableChanged);
     return *database;  // never destroyed: the process may end at any instant
 }
 
 Database& PhotoDatabase() {
-    static auto* const database = new Database("photo.db", PhotoSchema(), nullptr);
+    static auto* const database = new Database("photo.db", PhotoSchemaSteps(), nullptr);
     return *database;
 }
 

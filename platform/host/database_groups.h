@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/host/sql.h"
 
@@ -18,7 +19,8 @@ namespace koli::host {
 /// be opened makes every operation fail with one log line each; it is tried again some seconds later.
 class Database {
   public:
-    Database(const char* file_name, std::string schema, Sql::ChangeListener changed);
+    /// `schema` holds the steps of its tables (schema.h).
+    Database(const char* file_name, std::vector<std::string> schema, Sql::ChangeListener changed);
 
     /// The kept statement of `text` (which must live as long as the program), to be filled in and run next,
     /// within a group.  Null on failure (logged).
@@ -53,7 +55,7 @@ class Database {
     int Failed(const char* what, int line = __builtin_LINE());
 
     const char* file_name_;
-    std::string schema_;
+    std::vector<std::string> schema_;
     Sql::ChangeListener changed_;
     std::unique_ptr<Sql> sql_;
     std::string error_;          // of the last failure

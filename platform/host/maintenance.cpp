@@ -5,6 +5,7 @@
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/problems.h"
 #include "platform/host/schema.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
@@ -40,10 +41,12 @@ int KOLITruncateTable(const char* table) {
         KOLI_LOG("%s (%d) No such table [%s].", table != nullptr ? table : "");
         return -1;
     }
+    if (database == &MediaDatabase()) ProblemForgetTable(table);
     return database->Execute(std::string("DELETE FROM ") + table) >= 0 ? 0 : -1;
 }
 
 int MediaDBVacuum(void) {
+    ProblemSettle();
     return MediaDatabase().Vacuum();
 }
 
@@ -52,11 +55,13 @@ int PhotoDBVacuum(void) {
 }
 
 int KOLIDBFlush(void) {
+    ProblemSettle();
     const int media = MediaDatabase().Flush(), photo = PhotoDatabase().Flush();
     return media != 0 || photo != 0 ? -1 : 0;
 }
 
 int KOLIDBSync(void) {
+    ProblemSettle();
     const int media = MediaDatabase().Sync(), photo = PhotoDatabase().Sync();
     return media != 0 || photo != 0 ? -1 : 0;
 }

@@ -6,6 +6,7 @@
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/path_range.h"
+#include "platform/host/problems.h"
 #include "platform/host/schema.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
@@ -113,6 +114,7 @@ int DeleteBelow(const char* path) {
         BindPathRange(*statement, path);
         if (MediaDatabase().Run(*statement) < 0) result = -1;
     }
+    if (result == 0) ProblemForgetBelow(path);
     return result;
 }
 
@@ -129,10 +131,13 @@ int MediaInfoDBSave(int type, const MediaInfo* record) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
+    ProblemSettle();
     SqlStatement* statement = MediaDatabase().Prepare(Statements().save[type].c_str());
     if (statement == nullptr) return -1;
     BindMediaInfo(*statement, *record);
-    return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
+    if (MediaDatabase().Run(*statement) < 0) return -1;
+    ProblemSaved(record->path);
+    return 0;
 }
 
 int MediaInfoDBDirSave(const char* path) {
@@ -140,6 +145,7 @@ int MediaInfoDBDirSave(const char* path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
+    ProblemSettle();
     SqlStatement* statement = MediaDatabase().Prepare(kSaveDirectory);
     if (statement == nullptr) return -1;
     const std::string directory(WithoutTrailingSlashes(path));
@@ -154,11 +160,14 @@ int MediaInfoDBDelete(int type, const char* path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
+    ProblemSettle();
     if (type == kStoreBelowDirectory) return DeleteBelow(path);
     SqlStatement* statement = MediaDatabase().Prepare(Statements().remove[type].c_str());
     if (statement == nullptr) return -1;
     statement->Text(1, path);
-    return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
+    if (MediaDatabase().Run(*statement) < 0) return -1;
+    ProblemForget(path);
+    return 0;
 }
 
 }  // extern "C"

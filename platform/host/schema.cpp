@@ -46,6 +46,10 @@ constexpr Column kMediaColumns[] = {
     {"mtime", kText},
 };
 
+constexpr const char kProblemTableSql[] =
+    "CREATE TABLE problem (path TEXT NOT NULL PRIMARY KEY, time TEXT NOT NULL DEFAULT '',"
+    " reason TEXT NOT NULL DEFAULT '') WITHOUT ROWID;";
+
 constexpr const char kPhotoTablesSql[] = R"(
 CREATE TABLE photo_info (
     path TEXT NOT NULL PRIMARY KEY,
@@ -134,9 +138,7 @@ std::string TruthTrigger(const std::string& name, const std::string& event) {
            TruthAssignment("is_subdir") + " WHERE shareid = NEW.shareid; END;\n";
 }
 
-}  // namespace
-
-std::string MediaSchema() {
+std::string MediaTablesSql() {
     std::string columns;
     for (const Column& column : kMediaColumns)
         columns.append(columns.empty() ? "" : ", ").append(column.name).append(" ").append(column.type);
@@ -147,9 +149,15 @@ std::string MediaSchema() {
     return schema;
 }
 
-std::string PhotoSchema() {
-    return kPhotoTablesSql + TruthTrigger("photo_share_inserted", "INSERT") +
-           TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir");
+}  // namespace
+
+std::vector<std::string> MediaSchemaSteps() {
+    return {MediaTablesSql(), kProblemTableSql};
+}
+
+std::vector<std::string> PhotoSchemaSteps() {
+    return {kPhotoTablesSql + TruthTrigger("photo_share_inserted", "INSERT") +
+            TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir")};
 }
 
 std::string MediaSaveSql(const char* table) {

@@ -8,14 +8,15 @@
 // - Boolean columns hold 't' or 'f'.  The triggers of photo_share turn every other form of a truth value into
 //   these and refuse what is none, whichever program writes; a comparison in a caller's text is translated
 //   (sql_dialect.h).
+// - `problem` tells which files of the media store could not be parsed, and why: one row per path
+// (problems.h).
 // - The access rights of an album go with it, by a trigger, whichever program deletes it.
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace koli::host {
-
-inline constexpr int kSchemaVersion = 1;  // user_version of a database that has its tables
 
 /// Tables of the media store by StoreType, and behind them the one for folders.
 inline constexpr const char* kMediaTables[] = {"music", "video", "photo", "playlist", "directory"};
@@ -25,9 +26,10 @@ inline constexpr int kMediaStoreTables = 4;  // those that hold a MediaInfo
 inline constexpr const char* kPhotoTables[] = {"photo_info", "video_desc", "video_comment", "photo_share",
                                                "photo_access_right"};
 
-/// The statements that create the tables of each.
-std::string MediaSchema();
-std::string PhotoSchema();
+/// The statements that make the tables of each: the one at [n] takes a database from version n (its
+/// user_version; 0 is an empty file) to n + 1.  Steps are only ever added.
+std::vector<std::string> MediaSchemaSteps();
+std::vector<std::string> PhotoSchemaSteps();
 
 /// The statement that saves a MediaInfo: parameters in the order of the columns; a row that would stay as it
 /// is counts as not affected.

@@ -1,0 +1,24 @@
+#include <cstdio>
+
+#include "base/log.h"
+
+namespace koli {
+namespace {
+
+char first_line[kLogFirstSize];
+
+}  // namespace
+
+const char* LogFirst() {
+    return first_line;
+}
+
+void LogFirstForget() {
+    first_line[0] = '\0';
+}
+
+void LogFirstNote(const char* format, va_list arguments) {
+    if (first_line[0] == '\0') vsnprintf(first_line, sizeof first_line, format, arguments);
+}
+
+}  // namespace koli

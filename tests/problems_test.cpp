@@ -1,0 +1,108 @@
+// The table of files that could not be parsed, as the daemon's own sequence of calls fills and clears it.
+#include <gtest/gtest.h>
+
+#include "base/log.h"
+#include "base/path_names.h"
+#include "platform/host/database_groups.h"
+#include "platform/host/problems.h"
+#include "platform/host/schema.h"
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+#include "tests/host_temp_dir.h"
+
+namespace koli::host {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+class Problems : public testing::Test {
+  protected:
+    void SetUp() override {
+        setenv("TZ", "UTC", 1);
+        DatabaseDirectorySet(dir_.Path("db").c_str());
+    }
+    void TearDown() override { DatabaseDirectorySet(nullptr); }
+
+    /// What a dispatch of the file does; an empty reason stands for a file that parses.
+    static void Index(const std::string& path, const std::string& reason, int type = kStoreMusic) {
+        LogFirstForget();
+        if (!reason.empty()) LogError("%s", reason.c_str());
+        MediaInfo record{};
+        CopyText(record.path, sizeof record.path, path.c_str());
+        ASSERT_EQ(MediaInfoDBSave(type, &record), 0);
+        if (reason.empty()) return;
+        LogError("index:12 Failed to parse media metadata of file [%s].", path.c_str());
+        KOLILogSet1(2, 3, kEventUnparsable, path.c_str(), "", "", "");
+    }
+
+    static Texts Table() {
+        Texts rows;
+        const auto found =
+            MediaDatabase().Query("SELECT path || ' ' || reason AS v FROM problem ORDER BY path");
+        for (int row = 0; found != nullptr && row < found->count(); ++row)
+            rows.emplace_back(found->Field(row, "v"));
+        return rows;
+    }
+
+    const test::TempDir dir_;
+};
+
+TEST_F(Problems, KeepTheFirstLineOfEachFileWithoutItsPrefix) {
+    Index("/a.mp3", "metaid3 (12) Bad frame 7");
+    Index("/b.mp3", "");
+    Index("/c.mp3", "(music, 3) 9 lives");
+    Index("/d.mp3", "media(44): caf\xE9");
+    Index("/e.mp3", "metamedia: Probe(5) - gone");
+    Index("/f.mp3", "no prefix");
+    EXPECT_EQ(Table(), (Texts{"/a.mp3 Bad frame 7", "/c.mp3 9 lives", "/d.mp3 caf\xC3\xA9", "/e.mp3 gone",
+                              "/f.mp3 no prefix"}));
+}
+
+TEST_F(Problems, GoWhenTheFileParsesOrLeaves) {
+    for (const char* path : {"/s/a.mp3", "/s/b.mp3", "/s/c/d.mp3", "/s/c-.mp3", "/s/e.avi"})
+        Index(path, "m (1) no", *(path + strlen(path) - 1) == 'i' ? kStoreVideo : kStoreMusic);
+    Index("/s/a.mp3", "");
+    EXPECT_EQ(Table().size(), 5U);  // not known yet: the event could still come
+    KOLIDBFlush();
+    EXPECT_EQ(Table(), (Texts{"/s/b.mp3 no", "/s/c-.mp3 no", "/s/c/d.mp3 no", "/s/e.avi no"}));
+    MediaInfoDBDelete(kStoreBelowDirectory, "/s/c");
+    EXPECT_EQ(Table(), (Texts{"/s/b.mp3 no", "/s/c-.mp3 no", "/s/e.avi no"}));
+    MediaInfoDBDelete(kStoreMusic, "/s/b.mp3");
+    KOLITruncateTable("music");
+    EXPECT_EQ(Table(), Texts{"/s/e.avi no"});
+}
+
+TEST_F(Problems, AreWrittenOnlyWhenTheyChange) {
+    const auto changes = [](const std::string& reason) {
+        KOLIDBFlush();
+        const auto count = [] {
+            return atoll(MediaDatabase().Query("SELECT total_changes() AS v")->Field(0, "v"));
+        };
+        const int64_t before = count();
+        Index("/a.mp3", reason);
+        Index("/b.mp3", "");
+        KOLIDBFlush();
+        return count() - before;
+    };
+    EXPECT_EQ(changes("m (1) no"), 3);
+    EXPECT_EQ(changes("m (99) no"), 0);
+    EXPECT_EQ(changes("m (1) other"), 1);
+    EXPECT_EQ(changes(""), 1);
+    EXPECT_EQ(changes(""), 0);
+}
+
+TEST_F(Problems, TableIsAddedToADatabaseThatLacksIt) {
+    const std::string file = dir_.Path("db") + "/media.db";
+    Index("/old.mp3", "");
+    ASSERT_GE(MediaDatabase().Execute("DROP TABLE problem"), 0);
+    ASSERT_GE(MediaDatabase().Execute("PRAGMA user_version=1"), 0);
+    DatabaseDirectorySet(dir_.Path("db").c_str());
+    Index("/new.mp3", "m (1) no");
+    EXPECT_EQ(Table(), Texts{"/new.mp3 no"});
+    EXPECT_STREQ(MediaDatabase().Query("SELECT count(*) AS v FROM music")->Field(0, "v"), "2");
+    EXPECT_STREQ(MediaDatabase().Query("PRAGMA user_version")->Field(0, "user_version"), "2");
+}
+
+}  // namespace
+}  // namespace koli::host
