@@ -1,0 +1,348 @@
+// koliindexctl: what differs between folders and databases, and the commands that tell and queue it.
+#include <gtest/gtest.h>
+#include <sys/fsuid.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "base/path_names.h"
+#include "platform/host/database_groups.h"
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+#include "tests/host_temp_dir.h"
+#include "tools/ctl/list.h"
+#include "tools/ctl/requests.h"
+#include "tools/ctl/show.h"
+#include "tools/ctl/status.h"
+#include "tools/ctl/sync.h"
+#include "tools/ctl/sync_plan.h"
+#include "tools/ctl/wait_result.h"
+
+namespace koli::ctl {
+namespace {
+
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+std::string Read(const std::string& path) {
+    std::stringstream bytes;
+    bytes << std::ifstream(path, std::ios::binary).rdbuf();
+    return bytes.str();
+}
+
+// ---- What differs
+
+class SyncTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        host::DatabaseDirectorySet(store_.Path("db").c_str());
+        places_.databases = store_.Path("db");
+    }
+    void TearDown() override { host::DatabaseDirectorySet(nullptr); }
+
+    std::string Path(const std::string& name) const { return top_ + "/" + name; }
+    void File(const std::string& name, const std::string& bytes = "x") const {
+        fs::create_directories(fs::path(Path(name)).parent_path());
+        std::ofstream(Path(name), std::ios::binary) << bytes;
+    }
+    /// Stores the file as the daemon would, or a row for a file that there is not.
+    void Store(const std::string& name, int type = kStoreMusic) const {
+        MediaInfo record{};
+        struct stat status {};
+        CopyText(record.path, sizeof record.path, Path(name).c_str());
+        KOLIIndexCTimeMTimeGet(record.path, record.ctime, sizeof record.ctime, record.mtime,
+                               sizeof record.mtime);
+        if (stat(record.path, &status) == 0) record.file_size = static_cast<uint64_t>(status.st_size);
+        if (type == kStorePlaylist) CopyText(record.ctime, sizeof record.ctime, ctime(&status.st_ctime));
+        ASSERT_EQ(MediaInfoDBSave(type, &record), 0);
+    }
+    void StoreFolder(const std::string& name) const { ASSERT_EQ(MediaInfoDBDirSave(Path(name).c_str()), 0); }
+    void Both(const std::string& name, int type = kStoreMusic) const {
+        File(name);
+        Store(name, type);
+    }
+
+    CompareResult Compare(SyncPlan* plan, bool allow_empty = false) {
+        KOLIDBSync();
+        StoreReader store;
+        EXPECT_TRUE(store.Open(places_)) << store.error();
+        chmod(top_.c_str(), 0755);
+        setfsuid(65534);  // root would read everything
+        const CompareOptions options{.allow_empty = allow_empty};
+        const CompareResult result =
+            TreeCompare(store, top_, options,
+                        [plan](Change change, const std::string& path) { plan->Add(change, path); });
+        setfsuid(0);
+        EXPECT_EQ(store.error(), "");
+        return result;
+    }
+    /// The requests, with the top's path written as "~".
+    Texts Requests(bool allow_empty = false) {
+        SyncPlan plan;
+        Compare(&plan, allow_empty);
+        Texts requests;
+        std::istringstream lines(plan.lines());
+        for (std::string line; std::getline(lines, line);) {
+            const size_t at = line.find(top_);
+            requests.push_back(at == 2 ? line.substr(0, 2) + "~" + line.substr(2 + top_.size()) : line);
+        }
+        std::sort(requests.begin(), requests.end());
+        return requests;
+    }
+
+    const test::TempDir store_, dir_;
+    const std::string top_ = fs::path(dir_.Path("")).parent_path();  // two levels, like a share
+    Places places_;
+};
+
+TEST_F(SyncTest, AnUnchangedTreeAsksForNothing) {
+    // Names around '/' in the order of bytes, and all four tables.
+    for (const char* folder : {"", "b", "b-c", "b/a", "b.d", "b0"})
+        StoreFolder(folder);
+    for (const char* name :
+         {"a.mp3", "b.mp3", "b-c/x.mp3", "b/a/x.mp3", "b/x.mp3", "b.d/x.mp3", "b0/x.mp3", "c.mp3"})
+        Both(name);
+    Both("v.mkv", kStoreVideo);
+    Both("p.JPG", kStorePhoto);
+    Both("l.m3u", kStorePlaylist);
+    for (const char* name : {"readme.txt", "._a.mp3", "noext", "b/@eaDir/x.mp3", "#recycle/x.mp3"})
+        File(name);
+    symlink(top_.c_str(), Path("b/up").c_str());
+    EXPECT_EQ(Requests(), Texts{});
+}
+
+TEST_F(SyncTest, EachDifferenceBecomesItsRequest) {
+    for (const char* folder : {"", "old", "gone", "gone/deep", "gone-2"})
+        StoreFolder(folder);
+    Both("old/same.mp3");
+    Both("old/size.mp3");
+    File("old/size.mp3", "xx");
+    Both("old/table.mp3", kStoreVideo);  // stored, but in a table that is not its own
+    Store("old/time.mp3");               // stored before the file was there: another time
+    File("old/time.mp3", "");
+    File("old/new.mp3");
+    File("fresh/deep/x.mp3");
+    Both("unrecorded/x.mp3");
+    File("bad\nname/x.mp3");
+    for (const char* name :
+         {"old/removed.mp3", "gone/x.mp3", "gone/deep/x.mp3", "gone-2/x.mp3", "never/recorded/x.mp3"})
+        Store(name);
+    Store("old/removed.avi", kStoreMusic);  // no handler would look for it in that table
+    EXPECT_EQ(Requests(),
+              (Texts{"A:~", "A:~/fresh", "D:~/gone", "D:~/gone-2", "D:~/never", "D:~/old/removed.avi",
+                     "a:~/old/new.mp3", "a:~/old/size.mp3", "a:~/old/table.mp3", "a:~/old/time.mp3",
+                     "a:~/unrecorded", "d:~/old/removed.mp3"}));
+}
+
+TEST_F(SyncTest, RowsOfWhatExistsStay) {
+    StoreFolder("");
+    Both("#recycle/x.mp3");
+    Both("@eaDir/x.mp3");
+    SyncPlan plan;
+    EXPECT_EQ(Compare(&plan).kept, 2);
+    EXPECT_EQ(plan.requests(), 0);
+}
+
+TEST_F(SyncTest, RowsBelowAnUnreadableFolderStay) {
+    for (const char* folder : {"", "locked", "locked/deep"})
+        StoreFolder(folder);
+    for (const char* name : {"locked/a.mp3", "locked/deep/b.mp3", "c.mp3"})
+        Both(name);
+    fs::permissions(Path("locked"), fs::perms(0));
+    SyncPlan plan;
+    EXPECT_EQ(Compare(&plan).unreadable, 1);
+    EXPECT_EQ(plan.lines(), "");
+    // Names can be listed, but nothing can be asked about them.
+    fs::permissions(Path("locked"), fs::perms(0444));
+    EXPECT_EQ(Compare(&plan).kept, 1);
+    fs::permissions(Path("locked"), fs::perms(0700));
+    EXPECT_EQ(plan.lines(), "");
+}
+
+TEST_F(SyncTest, AVanishedShareIsNotADeletedOne) {
+    EXPECT_EQ(Requests(), Texts{"A:~"});  // empty and new
+    StoreFolder("");
+    EXPECT_EQ(Requests(), Texts{});
+    Store("a.mp3");
+    SyncPlan plan;
+    EXPECT_EQ(Compare(&plan).status, CompareResult::kTopEmpty);
+    fs::remove(top_);
+    EXPECT_EQ(Compare(&plan).status, CompareResult::kTopEmpty);
+    EXPECT_EQ(plan.items().size(), 0U);
+    EXPECT_EQ(Requests(true), Texts{"D:~"});
+    fs::create_directory(top_);
+    EXPECT_EQ(Requests(true), Texts{"d:~/a.mp3"});
+    File("b.mp3");
+    EXPECT_EQ(Requests(), (Texts{"a:~/b.mp3", "d:~/a.mp3"}));
+
+    // Unmounted while it is compared: another folder stands there at the end.
+    KOLIDBSync();
+    StoreReader store;
+    ASSERT_TRUE(store.Open(places_));
+    const auto unmount = [this](Change, const std::string&) {
+        fs::rename(top_, store_.Path("away"));
+        fs::create_directory(top_);
+    };
+    fs::remove(Path("b.mp3"));
+    File("c.txt");
+    EXPECT_EQ(TreeCompare(store, top_, {}, unmount).error, ESTALE);
+}
+
+TEST_F(SyncTest, ADeepTreeNeitherCrashesNorLosesRows) {
+    StoreFolder("");
+    std::string folder;
+    for (int level = 0; level < 2000; ++level) {
+        folder += folder.empty() ? "d" : "/d";
+        StoreFolder(folder);
+        ASSERT_EQ(mkdir(Path(folder).c_str(), 0755), 0);
+    }
+    Both(folder + "/x.mp3");
+    EXPECT_EQ(Requests(), Texts{});
+    fs::remove(Path(folder + "/x.mp3"));
+    EXPECT_EQ(Requests(), Texts{"d:~/" + folder + "/x.mp3"});
+}
+
+TEST_F(SyncTest, TheResultOfAWaitNamesWhatIsMissing) {
+    Both("a.mp3");
+    File("sub/b.mp3");
+    KOLIDBSync();
+    Context context;
+    context.places = places_;
+    const WaitResult result =
+        WaitResultOf(context, {.lines = "", .present = {top_}, .absent = {Path("a.mp3")}});
+    EXPECT_EQ(result.files, 2);
+    EXPECT_EQ(result.missing, Texts{Path("sub/b.mp3")});
+    EXPECT_EQ(result.still_stored, 1);
+    EXPECT_EQ(FilesFound({top_, Path("a.mp3")}), 3);
+}
+
+// ---- The commands
+
+class CommandTest : public SyncTest {
+  protected:
+    void SetUp() override {
+        SyncTest::SetUp();
+        context_.places = {.queue = store_.Path("queue"),
+                           .batch = store_.Path("batch"),
+                           .pid_file = store_.Path("pid"),
+                           .databases = places_.databases};
+        context_.json = true;
+    }
+    /// Runs a command that is to end with `exit_code`; what it has printed, as JSON.
+    template <typename Command>
+    nlohmann::json Run(int exit_code, Command command) {
+        KOLIDBSync();
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(command(), exit_code);
+        complaint_ = testing::internal::GetCapturedStderr();
+        return nlohmann::json::parse(testing::internal::GetCapturedStdout(), nullptr, false);
+    }
+
+    Context context_;
+    std::string complaint_;
+};
+
+TEST_F(CommandTest, RequestsAreQueuedWithoutADaemonAndThatIsSaid) {
+    File("Album/a.mp3");
+    StoreFolder("Gone");
+    Store("Lost/b.mp3");
+    Store("c.mp3");
+    const auto add = [&] { return Add(context_, {Path("Album/"), Path("Album/a.mp3")}, {}); };
+    EXPECT_EQ(Run(kExitNoDaemon, add)["requests"], 2);
+    EXPECT_NE(complaint_.find("the daemon is not running; the requests wait in"), std::string::npos)
+        << complaint_;
+    Run(kExitNoDaemon, [&] {
+        return Remove(context_, {Path("Gone"), Path("Lost"), Path("c.mp3")}, {.wait = true});
+    });
+    Run(kExitNoDaemon, [&] { return Rename(context_, Path("Old"), Path("Album"), {}); });
+    Run(kExitNoDaemon, [&] { return Rebuild(context_, "photo", {}); });
+    Run(kExitNoDaemon, [&] { return Resync(context_, {}); });
+    Run(kExitNoDaemon, [&] { return Truncate(context_, "photo_info", true, {}); });
+    EXPECT_EQ(Read(context_.places.queue), "A:" + Path("Album") + "\na:" + Path("Album/a.mp3") +
+                                               "\nD:" + Path("Gone") + "\nD:" + Path("Lost") +
+                                               "\nd:" + Path("c.mp3") + "\nN:" + Path("Album") + ":" +
+                                               Path("Old") + "\nR:photo\nU:photo\nT:photo_info\n");
+    EXPECT_EQ(Run(kExitNoDaemon, [&] { return Status(context_); })["requests_waiting"], 9);
+}
+
+TEST_F(CommandTest, SyncQueuesWhatItsDryRunShows) {
+    StoreFolder("");
+    File("new.mp3");
+    SyncOptions options{.dry_run = true, .wait = {}};
+    const auto sync = [&] { return Sync(context_, {top_, Path("new.mp3")}, options); };
+    const nlohmann::json plan = Run(kExitDifferences, sync);
+    EXPECT_EQ(plan["differences"].size(), 1U);
+    EXPECT_EQ(plan["differences"][0]["path"], Path("new.mp3"));
+    EXPECT_EQ(plan["summary"]["requests"], 1);
+    EXPECT_FALSE(fs::exists(context_.places.queue));
+    options.dry_run = false;
+    Run(kExitNoDaemon, sync);
+    EXPECT_EQ(Read(context_.places.queue), "a:" + Path("new.mp3") + "\n");
+    Store("new.mp3");
+    EXPECT_EQ(Run(kExitDone, sync)["summary"]["files"], 1);
+    fs::remove_all(top_);
+    Run(kExitFiles, sync);
+    EXPECT_NE(complaint_.find("is it mounted?"), std::string::npos) << complaint_;
+}
+
+TEST_F(CommandTest, QueriesFindWhatIsStored) {
+    Store("a.mp3");
+    Store("b/caf\xE9.mp3");
+    Store("v.mkv", kStoreVideo);
+    StoreFolder("b");
+    KOLILogSet1(2, 3, 0x11B00510, Path("v.mkv").c_str(), "", "", "");
+    const auto list = [&](const ListOptions& options) {
+        Texts paths;
+        for (const auto& row : Run(kExitDone, [&] { return List(context_, options); }))
+            paths.push_back(row["path"].get<std::string>().substr(top_.size()));
+        return paths;
+    };
+    EXPECT_EQ(list({}), (Texts{"/a.mp3", "/b/caf\xEF\xBF\xBD.mp3", "/v.mkv"}));
+    EXPECT_EQ(list({.below = Path("b")}).size(), 1U);
+    EXPECT_EQ(list({.kinds = {"music"}, .where = {"path~A.MP"}}), Texts{"/a.mp3"});
+    EXPECT_EQ(list({.where = {"file_size=0", "path=" + Path("v.mkv")}}), Texts{"/v.mkv"});
+    EXPECT_EQ(list({.where = {"title=x' OR '1'='1"}}), Texts{});
+    EXPECT_EQ(list({.limit = 1}), (Texts{"/a.mp3", "/v.mkv"}));
+    Run(kExitUsage, [&] { return List(context_, {.where = {"1=1 OR path=x"}}); });
+
+    const nlohmann::json problems = Run(kExitDifferences, [&] { return Problems(context_, ""); });
+    ASSERT_EQ(problems.size(), 1U);
+    EXPECT_EQ(problems[0]["path"], Path("v.mkv"));
+    EXPECT_EQ(Run(kExitDone, [&] { return Problems(context_, Path("b")); }).size(), 0U);
+
+    const nlohmann::json file = Run(kExitDone, [&] { return Show(context_, Path("b/caf\xE9.mp3")); });
+    EXPECT_EQ(file["music"][0]["path_hex"].get<std::string>().substr(2 * Path("b/caf").size()), "e92e6d7033");
+    const nlohmann::json folder = Run(kExitDone, [&] { return Show(context_, Path("b/")); });
+    EXPECT_EQ(folder["at_and_below"], (nlohmann::json{{"music", 1}, {"directory", 1}}));
+    Run(kExitDifferences, [&] { return Show(context_, Path("none")); });
+
+    const nlohmann::json status = Run(kExitNoDaemon, [&] { return Status(context_); });
+    EXPECT_EQ(status["daemon"], "not running");
+    EXPECT_EQ(status["rows_music"], 2);
+    EXPECT_EQ(status["unparsable"], 1);
+}
+
+TEST(StoreReader, TellsAMissingDatabaseFromADamagedOne) {
+    const test::TempDir dir;
+    const Places places{.databases = dir.Path("db")};
+    StoreReader none;
+    ASSERT_TRUE(none.Open(places));
+    EXPECT_EQ(none.FilesBelow(""), 0);
+    mkdir(dir.Path("db").c_str(), 0700);
+    dir.Write("db/media.db", std::string(5000, 'x'));
+    StoreReader damaged;
+    EXPECT_FALSE(damaged.Open(places));
+    EXPECT_NE(damaged.error().find("media.db: file is not a database"), std::string::npos) << damaged.error();
+}
+
+TEST(SyncPlan, NestedTopsAreComparedOnce) {
+    EXPECT_EQ(WithoutNested({"/a/b", "/a-b", "/a", "/a", "/c/d"}), (Texts{"/a", "/a-b", "/c/d"}));
+    EXPECT_EQ(WithoutNested({"/a", "/"}), Texts{"/"});
+}
+
+}  // namespace
+}  // namespace koli::ctl

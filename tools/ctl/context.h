@@ -1,0 +1,36 @@
+// What every command of koliindexctl shares.
+#pragma once
+
+#include <string>
+
+#include "platform/paths.h"
+
+namespace koli::ctl {
+
+/// The exit codes, as --help and the manual list them.
+enum ExitCode : int {
+    kExitDone = 0,         // done, or everything is in step
+    kExitDifferences = 1,  // done, but something could not be stored, or differences or problems were found
+    kExitUsage = 2,        // wrong usage, or a path that cannot be queued
+    kExitNoDaemon = 3,  // the daemon does not run or cannot be woken; requests have been queued all the same
+    kExitFiles = 4,     // the spool or another file could not be read or written
+    kExitDatabase = 5   // a database could not be read
+};
+
+/// Where the daemon is met.
+struct Places {
+    std::string queue = paths::kQueue;
+    std::string batch = paths::kBatch;
+    std::string pid_file = paths::kPidFile;
+    std::string databases = {};  // directory; '' = as the machine's settings say
+};
+
+struct Context {
+    Places places;
+    bool json = false;  // machine-readable output
+};
+
+/// Writes one line "koliindexctl: ..." to the error stream, control characters escaped.
+void Complain(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace koli::ctl

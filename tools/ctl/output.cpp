@@ -1,0 +1,239 @@
+#include "tools/ctl/output.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace koli::ctl {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr size_t kRowsForWidths = 200;
+constexpr size_t kWidthMax = 60;  // of a column that is not the last
+
+/// Length of the valid UTF-8 sequence at the beginning of `text`, 0 when there is none (Unicode, table 3-7).
+size_t SequenceLength(std::string_view text) {
+    const auto byte = [text](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
+    const auto tail = [&byte](size_t i) { return (byte(i) & 0xC0) == 0x80; };
+    const unsigned first = byte(0), second = byte(1);
+    if (first < 0x80) return 1;
+    if (first >= 0xC2 && first <= 0xDF) return tail(1) ? 2 : 0;
+    if (first >= 0xE0 && first <= 0xEF) {
+        const bool fits = (first != 0xE0 || second >= 0xA0) && (first != 0xED || second < 0xA0);
+        return fits && tail(1) && tail(2) ? 3 : 0;
+    }
+    if (first < 0xF0 || first > 0xF4) return 0;
+    const bool fits = (first != 0xF0 || second >= 0x90) && (first != 0xF4 || second < 0x90);
+    return fits && tail(1) && tail(2) && tail(3) ? 4 : 0;
+}
+
+bool IsControl(std::string_view sequence) {
+    const auto first = static_cast<unsigned char>(sequence[0]);
+    if (sequence.size() == 1) return first < 0x20 || first == 0x7F;
+    return first == 0xC2 && static_cast<unsigned char>(sequence[1]) < 0xA0;  // C1
+}
+
+void AppendEscaped(std::string_view bytes, std::string* text) {
+    for (const char c : bytes) {
+        char escape[8];
+        snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned char>(c));
+        text->append(c == '\n' ? "\\n" : c == '\t' ? "\\t" : escape);
+    }
+}
+
+bool IsUtf8(std::string_view text) {
+    for (size_t length = 0; !text.empty(); text.remove_prefix(length))
+        if ((length = SequenceLength(text)) == 0) return false;
+    return true;
+}
+
+size_t Width(std::string_view text) {
+    return static_cast<size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::string Hex(std::string_view bytes) {
+    std::string text;
+    for (const char c : bytes) {
+        char digits[4];
+        snprintf(digits, sizeof digits, "%02x", static_cast<unsigned char>(c));
+        text += digits;
+    }
+    return text;
+}
+
+Json JsonOf(const Field& field) {
+    switch (field.kind) {
+        case Field::kNumber:
+            return field.number;
+        case Field::kReal:
+            return field.real;
+        case Field::kBoolean:
+            return field.number != 0;
+        default:
+            return field.text;
+    }
+}
+
+/// A text that is not UTF-8 (the name of a file may be anything) also has its bytes beside it.
+void AddTo(Json& object, const std::string& name, const Field& field) {
+    object[name] = JsonOf(field);
+    if (field.kind == Field::kText && !IsUtf8(field.text)) object[name + "_hex"] = Hex(field.text);
+}
+
+Json JsonOf(const Record& record) {
+    Json object = Json::object();
+    for (const auto& [name, field] : record)
+        AddTo(object, name, field);
+    return object;
+}
+
+std::string Dump(const Json& json, int indent) {
+    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+}
+
+void PrintAligned(const Record& record, const char* margin, bool leave_out_unknown) {
+    size_t width = 0;
+    for (const auto& [name, field] : record)
+        width = std::max(width, name.size());
+    for (const auto& [name, field] : record) {
+        const bool is_unknown =
+            field.kind == Field::kText ? field.text.empty() : field.number == 0 && field.real == 0;
+        if (is_unknown && leave_out_unknown) continue;
+        printf("%s%-*s  %s\n", margin, static_cast<int>(width), name.c_str(), Printable(field.text).c_str());
+    }
+}
+
+void PrintSectionsJson(const std::vector<Section>& sections) {
+    Json object = Json::object();
+    for (const Section& section : sections) {
+        Json list = Json::array();
+        for (const Record& record : section.records)
+            list.push_back(JsonOf(record));
+        object[section.name] = section.is_one ? list.at(0) : list;
+    }
+    printf("%s\n", Dump(object, 2).c_str());
+}
+
+}  // namespace
+
+std::string Printable(std::string_view text) {
+    std::string printable;
+    while (!text.empty()) {
+        const size_t valid = SequenceLength(text);
+        const std::string_view sequence = text.substr(0, std::max<size_t>(valid, 1));
+        if (valid == 0 || IsControl(sequence))
+            AppendEscaped(sequence, &printable);
+        else
+            printable.append(sequence);
+        text.remove_prefix(sequence.size());
+    }
+    return printable;
+}
+
+Field Field::Real(double value) {
+    Field field;
+    char digits[32];
+    snprintf(digits, sizeof digits, "%.6g", value);
+    field.kind = kReal;
+    field.text = digits;
+    field.real = value;
+    return field;
+}
+
+Field Field::Of(const host::SqlCursor& cursor, int column) {
+    switch (cursor.KindOf(column)) {
+        case host::SqlCursor::Kind::kInteger:
+            return cursor.Number(column);
+        case host::SqlCursor::Kind::kReal:
+            return Real(cursor.Real(column));
+        default:
+            return cursor.Field(column);
+    }
+}
+
+Record RecordOf(const host::SqlCursor& cursor) {
+    Record record;
+    for (int column = 0; column < cursor.columns(); ++column)
+        record.emplace_back(cursor.Name(column), Field::Of(cursor, column));
+    return record;
+}
+
+void PrintRecord(const Record& record, bool json) {
+    if (json)
+        printf("%s\n", Dump(JsonOf(record), 2).c_str());
+    else
+        PrintAligned(record, "", false);
+}
+
+void PrintSections(const std::vector<Section>& sections, bool json) {
+    if (json) return PrintSectionsJson(sections);
+    for (const Section& section : sections)
+        for (const Record& record : section.records) {
+            printf("%s\n", section.name.c_str());
+            PrintAligned(record, "  ", true);
+        }
+}
+
+// ---- RowPrinter
+
+RowPrinter::RowPrinter(std::vector<std::string> columns, bool json)
+    : columns_(std::move(columns)), json_(json) {}
+
+RowPrinter::~RowPrinter() {
+    if (json_)
+        printf(count_ > 0 ? "\n]\n" : "[]\n");
+    else
+        PrintHeld();
+}
+
+void RowPrinter::PrintObject(const std::vector<Field>& fields) const {
+    Record record;
+    for (size_t i = 0; i < columns_.size() && i < fields.size(); ++i)
+        record.emplace_back(columns_[i], fields[i]);
+    printf("%s%s", count_ > 0 ? ",\n" : "[\n", Dump(JsonOf(record), -1).c_str());
+}
+
+void RowPrinter::Row(const std::vector<Field>& fields) {
+    if (json_) {
+        PrintObject(fields);
+    } else {
+        std::vector<std::string> texts;
+        texts.reserve(fields.size());
+        for (const Field& field : fields)
+            texts.push_back(Printable(field.text));
+        if (has_widths_)
+            PrintLine(texts);
+        else
+            held_.push_back(std::move(texts));
+        if (held_.size() >= kRowsForWidths) PrintHeld();
+    }
+    ++count_;
+}
+
+void RowPrinter::PrintHeld() {
+    if (held_.empty()) return;
+    held_.insert(held_.begin(), columns_);
+    widths_.assign(columns_.size(), 0);
+    for (const std::vector<std::string>& texts : held_)
+        for (size_t i = 0; i < texts.size(); ++i)
+            widths_[i] = std::min(std::max(widths_[i], Width(texts[i])), kWidthMax);
+    for (const std::vector<std::string>& texts : held_)
+        PrintLine(texts);
+    held_.clear();
+    has_widths_ = true;
+}
+
+void RowPrinter::PrintLine(const std::vector<std::string>& texts) const {
+    std::string line;
+    for (size_t i = 0; i < texts.size(); ++i) {
+        line += texts[i];
+        if (i + 1 == texts.size()) break;
+        const size_t width = Width(texts[i]);
+        line.append(widths_[i] > width ? widths_[i] - width : 0, ' ').append("  ");
+    }
+    printf("%s\n", line.c_str());
+}
+
+}  // namespace koli::ctl

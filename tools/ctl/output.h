@@ -1,0 +1,76 @@
+// What commands print: tables and lists for people, JSON for programs.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/host/sql_reader.h"
+
+namespace koli::ctl {
+
+/// Text that is safe on a terminal: control characters and bytes that are not UTF-8 as \n, \t or \xNN.
+std::string Printable(std::string_view text);
+
+/// A value of a field.
+struct Field {
+    Field() = default;
+    Field(std::string_view value) : text(value) {}
+    Field(const char* value) : text(value) {}
+    Field(const std::string& value) : text(value) {}
+    Field(int64_t value) : kind(kNumber), text(std::to_string(value)), number(value) {}
+    Field(bool value) : kind(kBoolean), text(value ? "yes" : "no"), number(value ? 1 : 0) {}
+    static Field Real(double value);
+    static Field Of(const host::SqlCursor& cursor, int column);
+
+    enum Kind { kText, kNumber, kReal, kBoolean } kind = kText;
+    std::string text;  // as it is printed for people; of kText the bytes as they are
+    int64_t number = 0;
+    double real = 0;
+};
+
+using Record = std::vector<std::pair<std::string, Field>>;
+
+/// The row of a cursor with the names of its columns.
+Record RecordOf(const host::SqlCursor& cursor);
+
+struct Section {
+    std::string name;
+    std::vector<Record> records = {};
+    bool is_one = false;  // exactly one record: an object in JSON, not a list
+};
+
+/// One object: "name   value" lines, or JSON.
+void PrintRecord(const Record& record, bool json);
+
+/// Objects and lists of objects by name.  For people empty texts and zeroes are left out.
+void PrintSections(const std::vector<Section>& sections, bool json);
+
+/// Rows of the same columns, printed as they come: the widths are those of the first rows.  JSON: an array of
+/// objects.
+class RowPrinter {
+  public:
+    RowPrinter(std::vector<std::string> columns, bool json);
+    ~RowPrinter();  ///< prints what is left
+    RowPrinter(const RowPrinter&) = delete;
+    RowPrinter& operator=(const RowPrinter&) = delete;
+
+    void Row(const std::vector<Field>& fields);
+    int64_t count() const { return count_; }
+
+  private:
+    void PrintHeld();
+    void PrintLine(const std::vector<std::string>& texts) const;
+    void PrintObject(const std::vector<Field>& fields) const;
+
+    std::vector<std::string> columns_;
+    bool json_;
+    int64_t count_ = 0;
+    std::vector<size_t> widths_;                  // characters
+    std::vector<std::vector<std::string>> held_;  // first rows, until the widths are set
+    bool has_widths_ = false;
+};
+
+}  // namespace koli::ctl

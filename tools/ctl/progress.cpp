@@ -1,0 +1,73 @@
+#include "tools/ctl/progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+
+#include "tools/ctl/store_reader.h"
+
+namespace koli::ctl {
+namespace {
+
+constexpr double kSecondsPerLine = 5;  // where there is no terminal
+constexpr int kBarWidth = 24;
+
+double Now() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+std::string Bar(int64_t part, int64_t whole) {
+    const int64_t filled = whole > 0 ? std::clamp<int64_t>(part * kBarWidth / whole, 0, kBarWidth) : 0;
+    return "[" + std::string(static_cast<size_t>(filled), '#') +
+           std::string(static_cast<size_t>(kBarWidth - filled), '.') + "] ";
+}
+
+}  // namespace
+
+Progress::Progress(const Context& context, std::vector<std::string> paths, int64_t found)
+    : context_(context), paths_(std::move(paths)), found_(found), is_terminal_(isatty(STDERR_FILENO) == 1) {}
+
+Progress::~Progress() {
+    if (is_terminal_ && told_ > 0) fprintf(stderr, "\r\033[K");
+}
+
+std::string Progress::Line(bool begun, int64_t stored, int64_t unparsable) {
+    if (!begun) return "queued, the daemon begins in about ten seconds";
+    if (stored_before_ < 0) {
+        stored_before_ = stored;
+        began_ = Now();
+    }
+    const double seconds = Now() - began_;
+    const double rate = seconds > 0 ? static_cast<double>(stored - stored_before_) / seconds : 0;
+    std::string line = is_terminal_ ? Bar(stored, found_) : "";
+    line += std::to_string(stored) + " of " + std::to_string(found_) + " files stored, " +
+            std::to_string(unparsable) + " unparsable";
+    char text[64];
+    if (rate > 0) {
+        const double left = static_cast<double>(std::max<int64_t>(found_ - stored, 0)) / rate;
+        snprintf(text, sizeof text, ", %.0f/s, %.0f s left", rate, std::min(left, 1e9));
+        line += text;
+    }
+    return line;
+}
+
+void Progress::Tell(bool begun) {
+    const double now = Now();
+    if (!is_terminal_ && told_ > 0 && now - told_ < kSecondsPerLine) return;
+    int64_t stored = 0, unparsable = 0;
+    StoreReader store;
+    if (begun && store.Open(context_.places))  // a failure shows when the result is looked at
+        for (const std::string& path : paths_) {
+            stored += store.FilesBelow(path);
+            unparsable += store.CountBelow("problem", path);
+        }
+    const std::string line = Line(begun, stored, unparsable);
+    fprintf(stderr, is_terminal_ ? "\r%s\033[K" : "koliindexctl: %s\n", line.c_str());
+    told_ = now;
+}
+
+}  // namespace koli::ctl

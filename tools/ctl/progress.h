@@ -1,0 +1,35 @@
+// Shows on the error stream how far the daemon has come.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/ctl/context.h"
+
+namespace koli::ctl {
+
+/// A moving bar on a terminal, else a line every few seconds.
+class Progress {
+  public:
+    /// `found` is the number of files that the daemon will find at and below `paths`.
+    Progress(const Context& context, std::vector<std::string> paths, int64_t found);
+    ~Progress();  ///< leaves the terminal with an empty line
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void Tell(bool begun);
+
+  private:
+    std::string Line(bool begun, int64_t stored, int64_t unparsable);
+
+    const Context& context_;
+    std::vector<std::string> paths_;
+    int64_t found_;
+    int64_t stored_before_ = -1;  // when the daemon began; -1 = it has not
+    double began_ = 0;            // seconds of the monotonic clock
+    double told_ = 0;             // the same, of the last line
+    bool is_terminal_;
+};
+
+}  // namespace koli::ctl

@@ -1,0 +1,30 @@
+// Appends requests to the daemon's queue so that none is lost, and wakes the daemon.
+#pragma once
+
+#include <string>
+
+#include "tools/ctl/context.h"
+#include "tools/ctl/unique_fd.h"
+
+namespace koli::ctl {
+
+/// The queue file that took the lines.  It loses its last name when the daemon has executed them.
+struct QueuedBatch {
+    UniqueFd file;      // not valid: nothing was written
+    std::string error;  // then the reason
+};
+
+/// Appends whole lines, all or none, under the lock that the daemon takes before it removes a batch: what is
+/// written is in the file that the daemon reads or will read.  The queue is made when it is missing, writable
+/// for everybody, since every program of the machine may queue.
+QueuedBatch QueueAppend(const std::string& queue, const std::string& lines);
+
+enum class Wake { kWoken, kNotRunning, kNotPermitted };
+
+/// Sends the daemon its signal.
+Wake DaemonWake(const std::string& pid_file);
+
+/// The daemon's pid; 0 when it does not run, or the pid file names something else.
+int DaemonPid(const std::string& pid_file);
+
+}  // namespace koli::ctl

@@ -1,0 +1,132 @@
+#include "tools/ctl/requests.h"
+
+#include <algorithm>
+
+#include "index/share_path.h"
+#include "platform/host/schema.h"
+#include "platform/kolisdk.h"
+#include "tools/ctl/request_line.h"
+#include "tools/ctl/store_reader.h"
+#include "tools/ctl/sync_plan.h"
+
+namespace koli::ctl {
+namespace {
+
+bool IsFolder(const std::string& path) {
+    return IsDirExist(path.c_str()) != 0;
+}
+
+bool IsFile(const std::string& path) {
+    return IsFileExist(path.c_str(), nullptr) != 0;
+}
+
+/// The path as the daemon knows it; complains and gives "" when a request cannot carry it.
+std::string Checked(const std::string& given) {
+    std::string path = given.empty() ? "" : DaemonPath(given);
+    const char* refusal = PathRefusal(path);
+    if (refusal == nullptr) return path;
+    Complain("%s: %s", given.empty() ? "(empty)" : given.c_str(), refusal);
+    return "";
+}
+
+int Refuse(const std::string& given, const char* reason) {
+    Complain("%s: %s", given.c_str(), reason);
+    return kExitUsage;
+}
+
+void AddLine(const std::string& line, Submission* submission) {
+    submission->lines += line;
+    ++submission->requests;
+}
+
+/// Where the share links lead.
+std::vector<std::string> ShareFolders(const std::string& library) {
+    std::vector<std::string> folders;
+    for (const std::string name : {"music", "video", "photo"}) {
+        char target[kPathSize];
+        const std::string link = "/var/services/" + name;
+        if ((library == name || library == "all") && ShareTargetGet(link.c_str(), target) == 0)
+            folders.push_back(AbsolutePath(target, "/var/services"));
+    }
+    return folders;
+}
+
+/// A folder and a file that are gone look alike; what the databases say decides.  Without them the request
+/// for a folder removes either.
+char RemoveCode(const StoreReader& store, bool is_readable, const std::string& path) {
+    const bool is_folder = !is_readable || store.IsRecordedFolder(path) || store.HasRowsBelow(path);
+    return is_folder ? 'D' : 'd';
+}
+
+}  // namespace
+
+int Add(const Context& context, const std::vector<std::string>& paths, const WaitOptions& options) {
+    Submission submission;
+    for (const std::string& given : paths) {
+        std::string path = Checked(given);
+        if (path.empty()) return kExitUsage;
+        const bool is_folder = IsFolder(path);
+        if (!is_folder && !IsFile(path)) return Refuse(given, "there is no such file or folder");
+        AddLine(RequestLine(is_folder ? 'A' : 'a', path), &submission);
+        submission.present.push_back(std::move(path));
+    }
+    submission.present = WithoutNested(std::move(submission.present));
+    return Submit(context, submission, options);
+}
+
+int Remove(const Context& context, const std::vector<std::string>& paths, const WaitOptions& options) {
+    Submission submission;
+    for (const std::string& given : paths) {
+        std::string path = Checked(given);
+        if (path.empty()) return kExitUsage;
+        if (IsFolder(path) || IsFile(path))
+            return Refuse(given, "it still exists; the daemon removes only what is gone");
+        submission.absent.push_back(std::move(path));
+    }
+    StoreReader store;
+    const bool is_readable = store.Open(context.places);
+    for (const std::string& path : submission.absent)
+        AddLine(RequestLine(RemoveCode(store, is_readable, path), path), &submission);
+    return Submit(context, submission, options);
+}
+
+int Rename(const Context& context, const std::string& old_path, const std::string& new_path,
+           const WaitOptions& options) {
+    Submission submission;
+    const std::string from = Checked(old_path), to = from.empty() ? "" : Checked(new_path);
+    if (to.empty()) return kExitUsage;
+    if (const char* refusal = RenameRefusal(to, from); refusal != nullptr) return Refuse(new_path, refusal);
+    if (!IsFolder(to) && !IsFile(to)) return Refuse(new_path, "there is no such file or folder");
+    if (IsFolder(from) || IsFile(from)) return Refuse(old_path, "it still exists: nothing was renamed");
+    AddLine(RenameLine(to, from), &submission);
+    submission.present.push_back(to);
+    submission.absent.push_back(from);
+    return Submit(context, submission, options);
+}
+
+int Rebuild(const Context& context, const std::string& library, const WaitOptions& options) {
+    Submission submission;
+    AddLine(RequestLine('R', library), &submission);
+    submission.photo_library = false;
+    if (library != "photo") submission.present = ShareFolders(library);
+    return Submit(context, submission, options);
+}
+
+int Resync(const Context& context, const WaitOptions& options) {
+    Submission submission;
+    AddLine(RequestLine('U', "photo"), &submission);
+    return Submit(context, submission, options);
+}
+
+int Truncate(const Context& context, const std::string& table, bool is_sure, const WaitOptions& options) {
+    const auto is_table = [&table](const char* name) { return table == name; };
+    if (std::none_of(std::begin(host::kMediaTables), std::end(host::kMediaTables), is_table) &&
+        std::none_of(std::begin(host::kPhotoTables), std::end(host::kPhotoTables), is_table))
+        return Refuse(table, "there is no such table");
+    if (!is_sure) return Refuse(table, "every row of this table will be removed; say --yes to do it");
+    Submission submission;
+    AddLine(RequestLine('T', table), &submission);
+    return Submit(context, submission, options);
+}
+
+}  // namespace koli::ctl

@@ -1,0 +1,136 @@
+#include "tools/ctl/submit.h"
+
+#include <cstdio>
+
+#include "tools/ctl/batch_wait.h"
+#include "tools/ctl/output.h"
+#include "tools/ctl/progress.h"
+#include "tools/ctl/request_writer.h"
+#include "tools/ctl/wait_result.h"
+
+namespace koli::ctl {
+namespace {
+
+constexpr size_t kNamesShown = 5;
+
+std::string Counted(int64_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+const char* WakeName(Wake wake) {
+    switch (wake) {
+        case Wake::kWoken:
+            return "woken";
+        case Wake::kNotRunning:
+            return "not running";
+        case Wake::kNotPermitted:
+            return "not permitted";
+    }
+    return "";
+}
+
+/// One line that says that the requests wait, and the exit code.
+int TellUnwoken(const Context& context, Wake wake) {
+    const char* queue = context.places.queue.c_str();
+    if (wake == Wake::kNotRunning)
+        Complain("the daemon is not running; the requests wait in %s until it starts", queue);
+    else
+        Complain("no permission to wake the daemon; the requests wait in %s for the next signal", queue);
+    return kExitNoDaemon;
+}
+
+int TellUnfinished(BatchEnd end) {
+    if (end == BatchEnd::kNoDaemon) {
+        Complain("the daemon has ended before the requests were done; they are kept for its next start");
+        return kExitNoDaemon;
+    }
+    Complain("the requests are not done yet; the daemon goes on with them (see koliindexctl status)");
+    return kExitDifferences;
+}
+
+void PrintNames(const char* what, const std::vector<std::string>& names, int64_t count) {
+    for (size_t i = 0; i < names.size() && i < kNamesShown; ++i)
+        printf("  %s: %s\n", what, Printable(names[i]).c_str());
+    if (count > static_cast<int64_t>(kNamesShown))
+        printf("  %s: %lld more\n", what,
+               static_cast<long long>(count) - static_cast<long long>(kNamesShown));
+}
+
+void PrintResult(const WaitResult& result, const Submission& submission) {
+    const auto stored = static_cast<long long>(result.files - result.missing_count);
+    if (submission.present.empty())
+        printf("%s done.\n", Counted(submission.requests, "request").c_str());
+    else
+        printf("%s done: %lld of %s stored, %lld unparsable.\n",
+               Counted(submission.requests, "request").c_str(), stored, Counted(result.files, "file").c_str(),
+               static_cast<long long>(result.unparsable_count));
+    PrintNames("not stored", result.missing, result.missing_count);
+    PrintNames("unparsable", result.unparsable, result.unparsable_count);
+    if (result.still_stored > 0) printf("  still stored: %s\n", Counted(result.still_stored, "row").c_str());
+}
+
+Section Names(const char* name, const std::vector<std::string>& paths) {
+    Section section{name};
+    for (const std::string& path : paths)
+        section.records.push_back({{"path", path}});
+    return section;
+}
+
+void PrintResultJson(const WaitResult& result, const Submission& submission) {
+    const Record summary{{"requests", submission.requests},
+                         {"files", result.files},
+                         {"stored", result.files - result.missing_count},
+                         {"not_stored", result.missing_count},
+                         {"unparsable", result.unparsable_count},
+                         {"still_stored", result.still_stored}};
+    PrintSections({{"summary", {summary}, true},
+                   Names("not_stored", result.missing),
+                   Names("unparsable", result.unparsable)},
+                  true);
+}
+
+int Finish(const Context& context, const Submission& submission, const WaitOptions& options) {
+    const WaitResult result = WaitResultOf(context, submission);
+    if (!result.error.empty()) {
+        Complain("%s", result.error.c_str());
+        return kExitDatabase;
+    }
+    if (context.json)
+        PrintResultJson(result, submission);
+    else
+        PrintResult(result, submission);
+    const bool is_incomplete = result.missing_count > 0 || result.still_stored > 0 ||
+                               (options.strict && result.unparsable_count > 0);
+    return is_incomplete ? kExitDifferences : kExitDone;
+}
+
+int Wait(const Context& context, const QueuedBatch& batch, const Submission& submission,
+         const WaitOptions& options) {
+    BatchEnd end{};
+    {
+        Progress progress(context, submission.present, FilesFound(submission.present));
+        const WaitLimits limits{.timeout = options.timeout};
+        end = BatchWait(batch.file, context.places, limits, [&](bool begun) { progress.Tell(begun); });
+    }
+    if (end != BatchEnd::kExecuted) return TellUnfinished(end);
+    return Finish(context, submission, options);
+}
+
+}  // namespace
+
+int Submit(const Context& context, const Submission& submission, const WaitOptions& options) {
+    const QueuedBatch batch = QueueAppend(context.places.queue, submission.lines);
+    if (!batch.file.valid()) {
+        Complain("cannot queue the requests in %s: %s", context.places.queue.c_str(), batch.error.c_str());
+        return kExitFiles;
+    }
+    const Wake wake = DaemonWake(context.places.pid_file);
+    if (wake == Wake::kWoken && options.wait) return Wait(context, batch, submission, options);
+    if (context.json)
+        PrintRecord({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, true);
+    else
+        printf("%s queued.\n", Counted(submission.requests, "request").c_str());
+    return wake == Wake::kWoken ? static_cast<int>(kExitDone) : TellUnwoken(context, wake);
+}
+
+}  // namespace koli::ctl

@@ -1,0 +1,20 @@
+// sync: queues exactly what differs between the folders and the databases.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tools/ctl/submit.h"
+
+namespace koli::ctl {
+
+struct SyncOptions {
+    bool dry_run = false;      // print the differences, queue nothing
+    bool allow_empty = false;  // a missing or empty folder means that its files are gone
+    WaitOptions wait = {};
+};
+
+/// Without paths: the three shares.  Returns an ExitCode.
+int Sync(const Context& context, const std::vector<std::string>& paths, const SyncOptions& options);
+
+}  // namespace koli::ctl

@@ -1,0 +1,80 @@
+#include "tools/ctl/sync_plan.h"
+
+#include <algorithm>
+
+#include "tools/ctl/request_line.h"
+
+namespace koli::ctl {
+
+void SyncPlan::AddLine(char code, const std::string& path) {
+    lines_ += RequestLine(code, path);
+    ++requests_;
+}
+
+/// A name with a line break is found by the walk of its folder.
+void SyncPlan::AddNearestFolder(std::string path) {
+    while (path.size() > 1 && PathRefusal(path) != nullptr)
+        path.resize(std::max<size_t>(path.rfind('/'), 1));
+    if (whole_folders_.insert(path).second) AddLine('A', path);
+}
+
+void SyncPlan::Add(Change change, const std::string& path) {
+    items_.push_back({change, path});
+    const bool is_gone = change == Change::kGoneFile || change == Change::kGoneTree;
+    if (PathRefusal(path) != nullptr) {
+        if (is_gone)
+            ++uncarried_;
+        else
+            AddNearestFolder(path);
+        return;
+    }
+    switch (change) {
+        case Change::kNewFile:
+        case Change::kChangedFile:
+        case Change::kUnrecordedFolder:
+            return AddLine('a', path);
+        case Change::kNewFolder:
+            return AddLine('A', path);
+        case Change::kGoneFile:
+            return AddLine('d', path);
+        case Change::kGoneTree:
+            return AddLine('D', path);
+    }
+}
+
+int64_t SyncPlan::Count(Change change) const {
+    return std::count_if(items_.begin(), items_.end(),
+                         [change](const SyncItem& item) { return item.change == change; });
+}
+
+const char* ChangeName(Change change) {
+    switch (change) {
+        case Change::kNewFile:
+            return "new";
+        case Change::kChangedFile:
+            return "changed";
+        case Change::kNewFolder:
+            return "new folder";
+        case Change::kUnrecordedFolder:
+            return "unrecorded folder";
+        case Change::kGoneFile:
+            return "gone";
+        case Change::kGoneTree:
+            return "gone folder";
+    }
+    return "";
+}
+
+std::vector<std::string> WithoutNested(std::vector<std::string> paths) {
+    std::vector<std::string> tops;
+    std::sort(paths.begin(), paths.end());
+    for (std::string& path : paths) {
+        const auto holds = [&path](const std::string& top) {
+            return path == top || path.starts_with(FirstKeyBelow(top));
+        };
+        if (std::none_of(tops.begin(), tops.end(), holds)) tops.push_back(std::move(path));
+    }
+    return tops;
+}
+
+}  // namespace koli::ctl

@@ -1,0 +1,300 @@
+#include "tools/ctl/tree_compare.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <unordered_set>
+
+#include "index/share_path.h"
+#include "platform/host/file_times.h"
+#include "platform/kolisdk.h"
+#include "platform/paths.h"
+#include "tools/ctl/folder_entries.h"
+#include "tools/ctl/media_kinds.h"
+#include "tools/ctl/stored_rows.h"
+
+namespace koli::ctl {
+namespace {
+
+/// A time in the two forms in which tables hold it.  Files of one copy share their times.
+class TimeTexts {
+  public:
+    std::string_view Local(time_t when) {
+        if (when != local_when_ || local_.empty()) {
+            char text[32];
+            host::WriteLocalTime(when, text, sizeof text);
+            local_ = text;
+            local_when_ = when;
+        }
+        return local_;
+    }
+    /// The C library's text, its newline included.
+    static std::string CLibrary(time_t when) {
+        char text[64];
+        struct tm local;
+        return localtime_r(&when, &local) != nullptr && asctime_r(&local, text) != nullptr ? text : "";
+    }
+
+  private:
+    time_t local_when_ = 0;
+    std::string local_;
+};
+
+/// A folder on the way from the top to the current one.
+struct Level {
+    dev_t device;
+    ino_t inode;
+    const Level* above;  // null at the top
+};
+
+bool IsOnTheWay(const Level* way, const FolderEntries& folder) {
+    for (; way != nullptr; way = way->above)
+        if (way->inode == folder.inode && way->device == folder.device) return true;
+    return false;
+}
+
+/// Only a plain "there is no such thing" counts as gone: no right to look, or a disk that fails, is none.
+bool Exists(const std::string& path) {
+    struct stat status;
+    if (stat(path.c_str(), &status) == 0) return S_ISDIR(status.st_mode) || S_ISREG(status.st_mode);
+    return errno != ENOENT && errno != ENOTDIR;
+}
+
+/// The shortest part of `path` that does not exist, longer than its first `known` bytes; "" when all exist.
+std::string FirstMissing(std::string_view path, size_t known) {
+    for (size_t end = known; end < path.size();) {
+        end = std::min(path.find('/', end + 1), path.size());
+        std::string part(path.substr(0, end));
+        if (!Exists(part)) return part;
+    }
+    return "";
+}
+
+class Comparison {
+  public:
+    /// `top_length` is the length of a part of every path that is known to exist.
+    Comparison(StoredRows rows, size_t top_length, const CompareOptions& options, const ChangeHandler& tell,
+               CompareResult* result)
+        : rows_(std::move(rows)), top_length_(top_length), options_(options), tell_(tell), result_(*result) {}
+
+    /// Everything below `path`, a folder whose entries have been read.
+    void Contents(const std::string& path, FolderEntries folder, bool recorded, const Level* above);
+    void File(const std::string& path, const FileState& file);
+    /// What is left is below the top, but was not met.
+    void Rest() {
+        while (rows_.First() != nullptr)
+            DropGone();
+    }
+
+  private:
+    void Folder(const std::string& path, std::vector<FolderEntry>& entries, size_t index);
+    void SubFolder(const std::string& path, bool recorded, const Level& level);
+    bool IsUnchanged(const StoredRow& row, const FileState& file);
+    void DropUpTo(const std::string& key);
+    void DropBelow(const std::string& prefix);
+    void DropGone();
+    void TellGone(const StoredRow& row);
+    bool IsNext(const std::string& path) const {
+        return rows_.First() != nullptr && rows_.First()->path == path;
+    }
+    bool HasBelow(const std::string& prefix) const {
+        return rows_.First() != nullptr && rows_.First()->path.starts_with(prefix);
+    }
+
+    StoredRows rows_;
+    const size_t top_length_;
+    const CompareOptions& options_;
+    const ChangeHandler& tell_;
+    CompareResult& result_;
+    TimeTexts times_;
+    std::unordered_set<std::string> gone_trees_;  // each with '/' behind it
+    std::string gone_tree_;                       // the one told last, with '/' behind it
+    std::string gone_file_;                       // the file told last
+};
+
+// ---- Rows without a file
+
+void Comparison::DropUpTo(const std::string& key) {
+    while (rows_.First() != nullptr && rows_.First()->path < key)
+        DropGone();
+}
+
+void Comparison::DropBelow(const std::string& prefix) {
+    DropUpTo(prefix);
+    while (HasBelow(prefix))
+        rows_.Drop();
+}
+
+/// Drops a row that nothing was met for.
+void Comparison::DropGone() {
+    const StoredRow& row = *rows_.First();
+    const bool is_told = (!gone_tree_.empty() && row.path.starts_with(gone_tree_)) || row.path == gone_file_;
+    if (!is_told) TellGone(row);
+    rows_.Drop();
+}
+
+/// Tells what is gone with the row: its file, or the highest folder above it.
+void Comparison::TellGone(const StoredRow& row) {
+    const std::string missing = FirstMissing(row.path, top_length_);
+    if (missing.empty()) {
+        ++result_.kept;
+        return;
+    }
+    if (missing == row.path) gone_file_ = missing;
+    // The removal of a file looks only into the table of its kind.
+    const bool is_file =
+        missing == row.path && (row.type == kRowLibrary || row.type == MediaKindOf(missing.c_str()));
+    if (is_file) {
+        tell_(Change::kGoneFile, missing);
+    } else {
+        gone_tree_ = missing + '/';
+        if (gone_trees_.insert(gone_tree_).second) tell_(Change::kGoneTree, missing);
+    }
+}
+
+// ---- What is there
+
+bool Comparison::IsUnchanged(const StoredRow& row, const FileState& file) {
+    if (row.size != file.size) return false;
+    if (row.type == kStorePlaylist || row.type == kRowLibrary)
+        return row.ctime == TimeTexts::CLibrary(file.ctime);
+    return row.ctime == times_.Local(file.ctime);
+}
+
+void Comparison::File(const std::string& path, const FileState& file) {
+    ++result_.files;
+    DropUpTo(path);
+    const bool wants_library = options_.photo_library && IsLibraryPhoto(path.c_str(), file.size);
+    bool is_stored = false, is_in_library = !wants_library, is_changed = false;
+    for (; IsNext(path); rows_.Drop()) {
+        const StoredRow& row = *rows_.First();
+        if (row.type == file.type)
+            is_stored = true;
+        else if (row.type == kRowLibrary && wants_library)
+            is_in_library = true;
+        else
+            continue;  // a row that adding the file does not touch
+        is_changed |= !IsUnchanged(row, file);
+    }
+    if (!is_stored)
+        tell_(Change::kNewFile, path);
+    else if (is_changed || !is_in_library)
+        tell_(Change::kChangedFile, path);
+}
+
+void Comparison::Folder(const std::string& path, std::vector<FolderEntry>& entries, size_t index) {
+    DropUpTo(path);
+    for (; IsNext(path); rows_.Drop()) {
+        if (rows_.First()->type != kRowFolder) continue;
+        // The entry of its contents follows, behind names like "b-c".
+        const std::string contents = entries[index].name + '/';
+        size_t at = index + 1;
+        while (at < entries.size() && entries[at].name != contents)
+            ++at;
+        if (at < entries.size()) entries[at].recorded = true;
+    }
+}
+
+void Comparison::Contents(const std::string& path, FolderEntries folder, bool recorded, const Level* above) {
+    const std::string prefix = FirstKeyBelow(path);
+    DropUpTo(prefix);
+    if (!recorded && !HasBelow(prefix) && options_.fold_new_folders) {
+        tell_(Change::kNewFolder, path);
+        return;
+    }
+    if (!recorded && options_.fold_new_folders) tell_(Change::kUnrecordedFolder, path);
+
+    const Level level{folder.device, folder.inode, above};
+    for (size_t i = 0; i < folder.entries.size(); ++i) {
+        const FolderEntry& entry = folder.entries[i];
+        std::string entry_path = prefix + entry.name;
+        if (entry.kind == FolderEntry::kFile) {
+            File(entry_path, entry.file);
+        } else if (entry.kind == FolderEntry::kFolder) {
+            Folder(entry_path, folder.entries, i);
+        } else {
+            entry_path.pop_back();
+            SubFolder(entry_path, entry.recorded, level);
+        }
+    }
+}
+
+/// Like the daemon's walk: what it does not enter is not indexed.
+void Comparison::SubFolder(const std::string& path, bool recorded, const Level& level) {
+    if (IsRecycleBinPath(path.c_str()) != 0) return;
+    FolderEntries folder;
+    if (FolderEntriesRead(path, &folder) != 0) {
+        ++result_.unreadable;
+        DropBelow(path + '/');
+        return;
+    }
+    if (!IsOnTheWay(&level, folder)) Contents(path, std::move(folder), recorded, &level);
+}
+
+/// A top that is a file.
+void CompareFile(const StoreReader& store, const std::string& top, const CompareOptions& options,
+                 const ChangeHandler& tell, CompareResult* result) {
+    struct stat status;
+    const int type = MediaKindOf(top.c_str());
+    if (type == kNotIndexed || stat(top.c_str(), &status) != 0) return;
+    StoredRows rows(store, top, top + '\0', options.photo_library);
+    Comparison(std::move(rows), top.size(), options, tell, result).File(top, FileStateOf(type, status));
+}
+
+void CompareFolder(const StoreReader& store, const std::string& top, FolderEntries folder,
+                   const CompareOptions& options, const ChangeHandler& tell, CompareResult* result) {
+    if (IsRecycleBinPath(top.c_str()) != 0) return;
+    StoredRows rows(store, FirstKeyBelow(top), KeyBehind(top), options.photo_library);
+    const dev_t device = folder.device;
+    const ino_t inode = folder.inode;
+    Comparison comparison(std::move(rows), top == "/" ? 0 : top.size(), options, tell, result);
+    comparison.Contents(top, std::move(folder), store.IsRecordedFolder(top), nullptr);
+    comparison.Rest();
+
+    // A share that was unmounted meanwhile has made everything look gone.
+    struct stat status;
+    if (stat(top.c_str(), &status) == 0 && status.st_dev == device && status.st_ino == inode) return;
+    result->status = CompareResult::kTopUnreadable;
+    result->error = ESTALE;
+}
+
+/// A share that has lost everything at once is more often not mounted than emptied.
+bool LooksUnmounted(const StoreReader& store, const std::string& top, bool is_missing) {
+    return store.HasRowsBelow(top) ||
+           (is_missing && (store.IsRecordedFolder(top) || store.FilesBelow(top) > 0));
+}
+
+bool KeepsPhotoLibrary() {
+    return BlKOLIFileCheckKeyValue(paths::kDefaults, "supportphoto", "yes", 0) != 0;
+}
+
+}  // namespace
+
+CompareResult TreeCompare(const StoreReader& store, const std::string& top, const CompareOptions& wanted,
+                          const ChangeHandler& tell) {
+    CompareResult result;
+    CompareOptions options = wanted;
+    options.photo_library &= KeepsPhotoLibrary();
+    FolderEntries folder;
+    const int error = FolderEntriesRead(top, &folder);
+    if (error == ENOTDIR && IsFileExist(top.c_str(), nullptr) != 0) {
+        CompareFile(store, top, options, tell, &result);
+        return result;
+    }
+    const bool is_missing = error == ENOENT || error == ENOTDIR;
+    const bool is_doubtful = (is_missing || folder.is_empty) && LooksUnmounted(store, top, is_missing);
+    if (is_doubtful && !options.allow_empty) {
+        result.status = CompareResult::kTopEmpty;
+    } else if (is_doubtful && is_missing) {
+        tell(Change::kGoneTree, top);
+    } else if (error != 0) {
+        result.status = CompareResult::kTopUnreadable;
+        result.error = error;
+    } else {
+        CompareFolder(store, top, std::move(folder), options, tell, &result);
+    }
+    return result;
+}
+
+}  // namespace koli::ctl
