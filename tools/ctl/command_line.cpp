@@ -11,6 +11,7 @@
 #include "tools/ctl/show.h"
 #include "tools/ctl/status.h"
 #include "tools/ctl/sync.h"
+#include "tools/watch/watch_command.h"
 
 namespace koli::ctl {
 namespace {
@@ -151,6 +152,14 @@ void AddQueries(CLI::App& app, Arguments& a) {
     SetWork(problems, a, [&a] { return Problems(a.context, a.list.below); });
 }
 
+void AddMachine(CLI::App& app, Arguments& a) {
+    CLI::App* watch =
+        app.add_subcommand("watch", "Compare folders, then queue what changes in them until SIGTERM");
+    watch->add_option("FOLDER", a.paths, "Shares, or folders in them")->required();
+    watch->footer("Example:\n  koliindexctl watch /var/services/music /var/services/photo\n");
+    SetWork(watch, a, [&a] { return watch::Watch(a.context, a.paths); });
+}
+
 void AddCompletion(CLI::App& app, Arguments& a) {
     CLI::App* completion = app.add_subcommand("completion", "Print the completion script of a shell");
     completion->add_option("SHELL", a.first, "bash")->required()->check(CLI::IsMember({"bash"}));
@@ -172,6 +181,7 @@ int CommandLineRun(int argc, char** argv) {
     AddLibraryRequests(app, arguments);
     AddSync(app, arguments);
     AddQueries(app, arguments);
+    AddMachine(app, arguments);
     AddCompletion(app, arguments);
     try {
         app.parse(argc, argv);

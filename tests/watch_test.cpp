@@ -1,0 +1,271 @@
+// The watcher's state machines on a clock of the test's own.
+#include <gtest/gtest.h>
+#include <sys/inotify.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tools/watch/event_fold.h"
+#include "tools/watch/sent_changes.h"
+
+namespace koli::watch {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+std::string TextOf(const SettledChange& change) {
+    constexpr const char* kNames[] = {"a", "A", "burst", "d", "D", "n", "na", "N", "compare"};
+    const std::string old = change.old_path.empty() ? "" : " " + change.old_path;
+    return kNames[change.kind] + std::string(" ") + change.path + old;
+}
+
+Texts TextsOf(const std::vector<SettledChange>& changes) {
+    Texts texts;
+    for (const SettledChange& change : changes)
+        texts.push_back(TextOf(change));
+    return texts;
+}
+
+struct FakePort : FolderPort {
+    void WatchTree(FolderId folder) override { tree->SetWatch(folder, ++last_watch); }
+    std::vector<FolderId> TakeMissed() override { return {}; }
+    void Unwatch(int watch) override { unwatched.push_back(watch); }
+    Entry Look(FolderId, const std::string& name) override {
+        return looks.contains(name) ? looks[name] : kGrowing;
+    }
+    FolderTree* tree = nullptr;
+    int last_watch = 0;
+    std::vector<int> unwatched;
+    std::map<std::string, Entry> looks;
+};
+
+/// A share "/v/m" with the folders "one" and "two", which have been stored long ago.
+class WatchTest : public testing::Test {
+  protected:
+    WatchTest() {
+        port_.tree = &tree_;
+        top_ = tree_.AddTop("/v/m");
+        one_ = tree_.Add(top_, "one");
+        two_ = tree_.Add(top_, "two");
+        for (const FolderId folder : {top_, one_, two_})
+            port_.WatchTree(folder);
+    }
+    void Note(uint32_t mask, FolderId folder, std::string_view name, uint32_t cookie = 0) {
+        fold_.Apply({folder, mask, cookie, name}, now_);
+    }
+    void Write(FolderId folder, std::string_view name) {
+        for (const uint32_t mask : {IN_CREATE, IN_MODIFY, IN_CLOSE_WRITE})
+            Note(mask, folder, name);
+    }
+    FolderId Make(FolderId folder, std::string_view name) {
+        Note(IN_CREATE | IN_ISDIR, folder, name);
+        return tree_.Find(folder, name);
+    }
+    void Move(FolderId from, std::string_view old_name, FolderId to, std::string_view name,
+              uint32_t kind = 0) {
+        Note(IN_MOVED_FROM | kind, from, old_name, ++cookie_);
+        Note(IN_MOVED_TO | kind, to, name, cookie_);
+    }
+    Texts After(int64_t milliseconds) {
+        now_ += milliseconds;
+        fold_.Settle(now_);
+        return TextsOf(pending_.TakeDue(now_));
+    }
+
+    FolderTree tree_;
+    PendingChanges pending_{&tree_};
+    FakePort port_;
+    EventFold fold_{&tree_, &pending_, &port_,
+                    [](const std::string& name) { return name.ends_with(".mp3"); }};
+    FolderId top_, one_, two_;
+    int64_t now_ = 1000;
+    uint32_t cookie_ = 0;
+};
+
+TEST_F(WatchTest, AFileIsAskedForOnceItIsComplete) {
+    Note(IN_CREATE, one_, "a.mp3");
+    Note(IN_ATTRIB, one_, "a.mp3");  // what a copying program does before it closes
+    EXPECT_EQ(After(20'000), Texts());
+    Note(IN_MODIFY, one_, "a.mp3");
+    EXPECT_EQ(After(20'000), Texts());
+    Note(IN_CLOSE_WRITE, one_, "a.mp3");
+    EXPECT_EQ(After(kQuiet - 1), Texts());
+    Note(IN_ATTRIB, one_, "a.mp3");
+    EXPECT_EQ(After(kQuiet - 1), Texts());
+    EXPECT_EQ(After(1), Texts{"a /v/m/one/a.mp3"});
+    EXPECT_TRUE(pending_.empty());
+
+    Note(IN_MODIFY, one_, "a.mp3");  // and then its writer hangs
+    EXPECT_EQ(After(kStalled - 1), Texts());
+    EXPECT_EQ(After(1), Texts{"a /v/m/one/a.mp3"});
+
+    for (int i = 0; i < 30; ++i) {  // closed again and again
+        Write(one_, "a.mp3");
+        EXPECT_EQ(After(1000), i < 29 ? Texts() : Texts{"a /v/m/one/a.mp3"});
+    }
+    port_.looks["link.mp3"] = FolderPort::kWhole;
+    Note(IN_CREATE, one_, "link.mp3");
+    Note(IN_CREATE, one_, "notes.txt");
+    Note(IN_CREATE | IN_ISDIR, one_, "@eaDir");
+    Note(IN_CREATE | IN_ISDIR, top_, "#recycle");
+    EXPECT_EQ(After(kQuiet), Texts{"a /v/m/one/link.mp3"});
+}
+
+TEST_F(WatchTest, RenamesOfFilesKeepWhatIsStored) {
+    Move(one_, "a.mp3", two_, "b.mp3");
+    Move(two_, "b.mp3", two_, "c.mp3");
+    EXPECT_EQ(After(kQuiet), (Texts{"d /v/m/two/b.mp3", "n /v/m/two/c.mp3 /v/m/one/a.mp3"}));
+    Move(one_, "a.mp3", one_, "b.mp3");
+    Write(one_, "b.mp3");
+    EXPECT_EQ(After(kQuiet), Texts{"na /v/m/one/b.mp3 /v/m/one/a.mp3"});
+    Move(one_, "a.mp3", one_, "b.mp3");
+    Note(IN_DELETE, one_, "b.mp3");
+    EXPECT_EQ(After(kQuiet), (Texts{"d /v/m/one/a.mp3", "d /v/m/one/b.mp3"}));
+    Move(one_, "a.mp3", one_, "b.mp3");
+    Move(one_, "b.mp3", one_, "a.mp3");
+    EXPECT_EQ(After(kQuiet), (Texts{"d /v/m/one/b.mp3", "a /v/m/one/a.mp3"}));
+
+    Write(one_, "up.part");  // uploads under a name of their own
+    Move(one_, "up.part", one_, "up.mp3");
+    Move(one_, "old.mp3", one_, "old.bak");
+    EXPECT_EQ(After(kQuiet), (Texts{"a /v/m/one/up.mp3", "d /v/m/one/old.mp3"}));
+    Write(one_, "up.mp3");
+    Move(one_, "up.mp3", one_, "down.mp3");
+    EXPECT_EQ(After(kQuiet), (Texts{"d /v/m/one/up.mp3", "a /v/m/one/down.mp3"}));
+
+    Note(IN_MOVED_FROM, one_, "away.mp3", 99);
+    Note(IN_MOVED_TO, one_, "arrived.mp3", 100);
+    EXPECT_EQ(After(kQuiet), (Texts{"a /v/m/one/arrived.mp3"}));
+    EXPECT_EQ(After(500), (Texts{"d /v/m/one/away.mp3"}));
+}
+
+TEST_F(WatchTest, FoldersMoveAndGoWithWhatIsInThem) {
+    Move(top_, "one", top_, "uno", IN_ISDIR);
+    Write(one_, "a.mp3");
+    Move(one_, "b.mp3", one_, "c.mp3");
+    Move(top_, "uno", two_, "ein", IN_ISDIR);
+    EXPECT_EQ(After(kQuiet), (Texts{"N /v/m/two/ein /v/m/one", "D /v/m/uno", "a /v/m/two/ein/a.mp3",
+                                    "n /v/m/two/ein/c.mp3 /v/m/two/ein/b.mp3"}));
+    EXPECT_TRUE(port_.unwatched.empty());
+
+    // Out of a folder, which then goes: what is stored of the file must still be there.
+    Move(one_, "a.mp3", two_, "a.mp3");
+    Note(IN_DELETE | IN_ISDIR, two_, "ein");
+    EXPECT_EQ(After(kQuiet), (Texts{"n /v/m/two/a.mp3 /v/m/two/ein/a.mp3", "D /v/m/two/ein"}));
+    EXPECT_EQ(port_.unwatched, std::vector<int>{2});
+
+    const FolderId deep = tree_.Add(tree_.Add(two_, "x"), "y");
+    Note(IN_MOVED_FROM | IN_ISDIR, two_, "x", 77);
+    Write(deep, "late.mp3");
+    EXPECT_EQ(After(500), Texts());
+    EXPECT_EQ(After(kQuiet), Texts{"D /v/m/two/x"});
+    EXPECT_EQ(tree_.size(), 2u);
+
+    Note(IN_DELETE | IN_ISDIR, top_, "two");
+    Make(top_, "two");
+    EXPECT_EQ(After(kQuiet), Texts{"compare /v/m/two"});
+}
+
+TEST_F(WatchTest, ANewFolderIsOneRequest) {
+    FolderId fresh = Make(top_, "New Folder");
+    Move(top_, "New Folder", top_, "Album", IN_ISDIR);
+    Write(fresh, "a.mp3");
+    const FolderId cd = Make(fresh, "cd");
+    Write(cd, "b.mp3");
+    Move(one_, "old.mp3", cd, "old.mp3");
+    EXPECT_EQ(After(kQuiet),
+              (Texts{"n /v/m/Album/cd/old.mp3 /v/m/one/old.mp3", "D /v/m/New Folder", "A /v/m/Album"}));
+    Write(Make(top_, "new"), "temporary.mp3");
+    Note(IN_DELETE, tree_.Find(top_, "new"), "temporary.mp3");
+    EXPECT_EQ(After(kQuiet), Texts{"compare /v/m/new"}) << "a walk may have met the file";
+
+    fresh = Make(top_, "Film");
+    Note(IN_CREATE, fresh, "film.mp3");
+    for (int i = 0; i < 100; ++i) {  // longer than any other limit but one
+        Note(IN_MODIFY, fresh, "film.mp3");
+        EXPECT_EQ(After(1000), Texts());
+    }
+    Note(IN_CLOSE_WRITE, fresh, "film.mp3");
+    Note(IN_CREATE, fresh, "next.mp3");  // at no look from outside is all of it closed
+    EXPECT_EQ(After(0), Texts{"A /v/m/Film"});
+    Note(IN_CLOSE_WRITE, fresh, "next.mp3");
+    EXPECT_EQ(After(kQuiet), Texts{"a /v/m/Film/next.mp3"});
+
+    Make(top_, "Short");
+    Note(IN_DELETE | IN_ISDIR, top_, "Short");
+    EXPECT_EQ(After(kQuiet), Texts{"D /v/m/Short"});
+    port_.looks["link"] = FolderPort::kLinkedTree;
+    Note(IN_CREATE, top_, "link");
+    EXPECT_EQ(After(kQuiet), Texts{"A /v/m/link"});
+    Note(IN_DELETE, top_, "link");
+    EXPECT_EQ(After(kQuiet), Texts{"D /v/m/link"});
+}
+
+TEST_F(WatchTest, BurstsFold) {
+    for (size_t i = 0; i < 5000; ++i) {
+        Write(one_, std::to_string(i) + ".mp3");
+        Note(IN_DELETE, two_, std::to_string(i) + ".mp3");
+    }
+    Move(two_, "x.mp3", one_, "y.mp3");
+    const std::vector<SettledChange> due = (now_ += kQuiet, pending_.TakeDue(now_));
+    ASSERT_EQ(due.size(), 5002u);
+    EXPECT_EQ(TextOf(due[0]), "d /v/m/two/0.mp3");
+    EXPECT_EQ(TextOf(due[5000]), "n /v/m/one/y.mp3 /v/m/two/x.mp3");
+    EXPECT_EQ(TextOf(due[5001]), "burst /v/m/one");
+    EXPECT_EQ(due[5001].files, 5000u);
+
+    for (size_t i = 0; i <= kBurst; ++i) {
+        const FolderId folder = Make(two_, std::to_string(i));
+        Write(folder, "a.mp3");
+    }
+    EXPECT_EQ(After(kQuiet), Texts{"compare /v/m/two"});
+    EXPECT_TRUE(pending_.empty());
+
+    for (size_t i = 0; i <= kMaxPending; ++i)
+        Note(IN_DELETE, two_, std::to_string(i) + ".mp3");
+    EXPECT_EQ(After(kQuiet), Texts{"compare /v/m/two"});
+    for (int i = 0; i < 5000; ++i)
+        Note(IN_DELETE | IN_ISDIR, top_, (tree_.Add(top_, std::to_string(i)), std::to_string(i)));
+    EXPECT_TRUE(pending_.TakeOverflow());
+}
+
+TEST_F(WatchTest, AShareThatVanishesIsNotDeleted) {
+    const FolderId mount = tree_.Add(two_, "disk");
+    Note(IN_DELETE, mount, "a.mp3");
+    Note(IN_DELETE | IN_ISDIR, mount, (tree_.Add(mount, "x"), "x"));
+    Move(mount, "b.mp3", mount, "c.mp3");
+    Move(two_, "moved.mp3", mount, "moved.mp3");
+    Move(top_, "one", mount, "one", IN_ISDIR);
+    Note(IN_UNMOUNT, mount, "");
+    EXPECT_EQ(After(kQuiet), (Texts{"D /v/m/one", "d /v/m/two/moved.mp3"}));
+    EXPECT_EQ(tree_.Find(two_, "disk"), kNoFolder);
+    EXPECT_TRUE(pending_.empty());
+}
+
+TEST(SentChangesTest, LaterRequestsDoTheWorkOfEarlierOnes) {
+    const auto ask = [](SentChanges& sent, SettledChange::Kind kind, const char* path, const char* old = "") {
+        return TextsOf(sent.Complete({kind, path, old}));
+    };
+    SentChanges sent;
+    EXPECT_EQ(ask(sent, SettledChange::kMoveTree, "/b/x", "/a"), Texts{"N /b/x /a"});
+    EXPECT_EQ(ask(sent, SettledChange::kAddFile, "/b/n.mp3"), Texts{"a /b/n.mp3"});
+    EXPECT_EQ(ask(sent, SettledChange::kMoveTree, "/c", "/b"), (Texts{"N /c/x /a", "N /c /b", "A /c"}));
+    EXPECT_EQ(ask(sent, SettledChange::kRemoveTree, "/c/x"), (Texts{"D /a", "D /c/x"}));
+    const auto nothing = [](const std::string&) { return false; };
+    const auto all = [](const std::string&) { return true; };
+    EXPECT_TRUE(sent.Executed(all));
+    EXPECT_TRUE(sent.empty());
+    EXPECT_EQ(ask(sent, SettledChange::kMoveTree, "/d", "/c"), Texts{"N /d /c"});
+    EXPECT_FALSE(sent.Executed(all));
+    ask(sent, SettledChange::kMoveTree, "/e", "/d");
+    EXPECT_TRUE(sent.Executed(nothing)) << "the move has met nothing";
+    ask(sent, SettledChange::kRemoveTree, "/e");
+    EXPECT_TRUE(sent.Executed(all)) << "the removal was refused";
+    ask(sent, SettledChange::kAddFile, "/f/a.mp3");
+    EXPECT_FALSE(sent.Executed(nothing));
+    EXPECT_EQ(ask(sent, SettledChange::kMoveTree, "/g", "/f"), (Texts{"N /g /f", "A /g"}));
+}
+
+}  // namespace
+}  // namespace koli::watch

@@ -1,0 +1,126 @@
+#include "tools/watch/watch_command.h"
+
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "tools/ctl/request_line.h"
+#include "tools/ctl/request_writer.h"
+#include "tools/ctl/sync_plan.h"
+#include "tools/ctl/tree_compare.h"
+#include "tools/ctl/unique_fd.h"
+#include "tools/watch/watcher.h"
+
+namespace koli::watch {
+namespace {
+
+/// Requests through the queue file; what goes wrong is told once, until it goes right again.
+class QueueSink : public RequestSink {
+  public:
+    explicit QueueSink(const ctl::Context& context) : context_(context) {}
+
+    bool Queue(const std::string& lines) override;
+    bool Compare(const std::string& folder, bool is_top) override;
+    bool IsQueueEmpty() override;
+
+  private:
+    bool Tell(std::string* told, const std::string& trouble);
+
+    const ctl::Context& context_;
+    std::string told_queue_;
+    std::string told_daemon_;
+    std::string told_compare_;
+};
+
+/// True when there is no trouble.
+bool QueueSink::Tell(std::string* told, const std::string& trouble) {
+    if (!trouble.empty() && trouble != *told) ctl::Complain("%s", trouble.c_str());
+    *told = trouble;
+    return trouble.empty();
+}
+
+bool QueueSink::Queue(const std::string& lines) {
+    const ctl::QueuedBatch batch = ctl::QueueAppend(context_.places.queue, lines);
+    const bool is_written = batch.file.valid();
+    if (!Tell(&told_queue_, is_written ? ""
+                                       : "cannot queue requests in " + context_.places.queue + ": " +
+                                             batch.error + "; they are kept and tried again"))
+        return false;
+    switch (ctl::DaemonWake(context_.places.pid_file)) {
+        case ctl::Wake::kWoken:
+            return Tell(&told_daemon_, "");
+        case ctl::Wake::kNotRunning:
+            Tell(&told_daemon_, "the daemon is not running; the requests wait until it starts");
+            return true;
+        case ctl::Wake::kNotPermitted:
+            Tell(&told_daemon_, "no permission to wake the daemon; the requests wait for the next signal");
+            return true;
+    }
+    return true;
+}
+
+bool QueueSink::Compare(const std::string& folder, bool is_top) {
+    ctl::StoreReader store;
+    if (!store.Open(context_.places)) return Tell(&told_compare_, store.error());
+    ctl::SyncPlan plan;
+    const ctl::CompareResult result =
+        ctl::TreeCompare(store, folder, {.allow_empty = !is_top},
+                         [&](ctl::Change change, const std::string& path) { plan.Add(change, path); });
+    if (!Tell(&told_compare_, store.error())) return false;
+    if (result.status == ctl::CompareResult::kTopUnreadable) return true;  // it has gone since
+    if (result.status == ctl::CompareResult::kTopEmpty) {
+        ctl::Complain("%s is empty, but files are stored below it: is it mounted? What is stored stays",
+                      folder.c_str());
+        return true;
+    }
+    if (plan.requests() == 0) return true;
+    printf("%s differs: %lld requests\n", folder.c_str(), static_cast<long long>(plan.requests()));
+    fflush(stdout);
+    return Queue(plan.lines());
+}
+
+bool QueueSink::IsQueueEmpty() {
+    for (const std::string& path : {context_.places.queue, context_.places.batch}) {
+        struct stat status;
+        if (stat(path.c_str(), &status) == 0 && status.st_size > 0) return false;
+    }
+    return true;
+}
+
+/// A descriptor that can be read once the watcher is to end.
+ctl::UniqueFd StopDescriptor() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return ctl::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+}  // namespace
+
+int Watch(const ctl::Context& context, const std::vector<std::string>& folders) {
+    std::vector<std::string> tops;
+    for (const std::string& folder : folders) {
+        tops.push_back(folder.empty() ? "" : ctl::DaemonPath(folder));
+        const char* refusal =
+            tops.back() == "/" ? "the root folder cannot be watched" : ctl::PathRefusal(tops.back());
+        if (refusal == nullptr) continue;
+        ctl::Complain("%s: %s", folder.c_str(), refusal);
+        return ctl::kExitUsage;
+    }
+    const ctl::UniqueFd stop = StopDescriptor();
+    if (!stop.valid()) {
+        ctl::Complain("cannot wait for signals: %s", strerror(errno));
+        return ctl::kExitFiles;
+    }
+    QueueSink sink(context);
+    return Watcher(ctl::WithoutNested(std::move(tops)), &sink).Run(stop.get()) == 0 ? ctl::kExitDone
+                                                                                    : ctl::kExitFiles;
+}
+
+}  // namespace koli::watch

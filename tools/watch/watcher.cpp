@@ -1,0 +1,259 @@
+#include "tools/watch/watcher.h"
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+
+#include "tools/ctl/context.h"
+#include "tools/ctl/media_kinds.h"
+
+namespace koli::watch {
+namespace {
+
+// Milliseconds.
+constexpr int64_t kTick = 500;             // while something is pending
+constexpr int64_t kCheck = 10'000;         // are the shares there, has the queue been executed
+constexpr int64_t kCompareGaps = 600'000;  // folders that cannot be watched
+constexpr int64_t kSendAgain = 5000;       // after a failed write
+constexpr int64_t kCompareAgain = 60'000;  // after a failed comparison
+constexpr int64_t kLostQuiet = 2000;       // events were dropped: start over when it has become quiet,
+constexpr int64_t kLostLongest = 30'000;   // or after so long
+constexpr timespec kGather{0,
+                           20'000'000};  // lets notes gather: fewer reads, and the kernel merges equal ones
+constexpr size_t kMaxUnsent = size_t{4} << 20;  // bytes of lines; beyond it everything is compared instead
+
+int64_t Now() {
+    timespec now;
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+bool IsMediaName(const std::string& name) {
+    return ctl::MediaKindOf(name.c_str()) != ctl::kNotIndexed;
+}
+
+bool Exists(const std::string& path) {
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0;
+}
+
+long WatchLimit() {
+    long limit = 0;
+    FILE* file = fopen("/proc/sys/fs/inotify/max_user_watches", "re");
+    if (file == nullptr) return 0;
+    if (fscanf(file, "%ld", &limit) != 1) limit = 0;  // NOLINT(cert-err34-c): the kernel prints a number
+    fclose(file);
+    return limit;
+}
+
+}  // namespace
+
+Watcher::Watcher(const std::vector<std::string>& tops, RequestSink* sink)
+    : sink_(*sink), pending_(&tree_), port_(&tree_), fold_(&tree_, &pending_, &port_, IsMediaName) {
+    for (const std::string& path : tops)
+        tops_.push_back({path});
+}
+
+int Watcher::Run(int stop) {
+    if (!port_.Open()) {
+        ctl::Complain("cannot watch folders: %s (see fs.inotify.max_user_instances)", strerror(errno));
+        return -1;
+    }
+    OpenAll();
+    printf("watching %zu folder%s\n", tree_.size(), tree_.size() == 1 ? "" : "s");
+    fflush(stdout);
+    Compare();
+    for (;;) {
+        pollfd polled[] = {{port_.descriptor(), POLLIN, 0}, {stop, POLLIN, 0}};
+        poll(polled, std::size(polled), TimeoutOf(Now()));
+        if (polled[1].revents != 0) break;
+        if (polled[0].revents != 0) {
+            nanosleep(&kGather, nullptr);
+            ReadEvents(Now());
+        }
+        Tick(Now());
+    }
+    ReadEvents(Now());
+    Finish(Now());
+    return 0;
+}
+
+int Watcher::TimeoutOf(int64_t now) const {
+    const bool is_busy =
+        !pending_.empty() || fold_.HasOpenMoves() || !composer_.lines().empty() || lost_since_ != 0;
+    return static_cast<int>(is_busy ? kTick : std::clamp<int64_t>(next_check_ - now, 0, kCheck));
+}
+
+// The shares.
+
+bool Watcher::IsThere(const Top& top) const {
+    struct stat status;
+    return stat(top.path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_dev == top.device &&
+           status.st_ino == top.inode;
+}
+
+bool Watcher::OpenTop(Top* top) {
+    struct stat status;
+    if (stat(top->path.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+        if (!top->is_told)
+            ctl::Complain("%s is not there; it is watched as soon as it is", top->path.c_str());
+        top->is_told = true;
+        return false;
+    }
+    top->device = status.st_dev;
+    top->inode = status.st_ino;
+    top->root = tree_.AddTop(top->path);
+    port_.WatchTree(top->root);
+    if (tree_.WatchOf(top->root) == kNoWatch)
+        port_.gaps.linked = true;  // compared from time to time at least
+    top->is_told = false;
+    return true;
+}
+
+/// What is in a share that vanishes stays stored.
+void Watcher::LoseTop(Top* top) {
+    ctl::Complain("%s is not there any more; what is stored of it stays", top->path.c_str());
+    fold_.Lost(top->root);
+    top->root = kNoFolder;
+    top->is_told = true;
+}
+
+void Watcher::OpenAll() {
+    for (Top& top : tops_)
+        if (top.root == kNoFolder && OpenTop(&top)) composer_.AddCompare(top.path);
+    TellLimit();
+}
+
+void Watcher::CheckTops() {
+    for (Top& top : tops_)
+        if (top.root != kNoFolder && !IsThere(top)) LoseTop(&top);
+    OpenAll();
+}
+
+void Watcher::TellLimit() {
+    if (!port_.gaps.limit || is_limit_told_) return;
+    ctl::Complain(
+        "this machine allows %ld folders to be watched, and there are more: the rest is only compared every "
+        "%lld "
+        "minutes; raise fs.inotify.max_user_watches (sysctl -w fs.inotify.max_user_watches=NUMBER) and start "
+        "again",
+        WatchLimit(), static_cast<long long>(kCompareGaps / 60'000));
+    is_limit_told_ = true;
+}
+
+// The events.
+
+void Watcher::ReadEvents(int64_t now) {
+    if (!port_.Read([&](const FolderEvent& event) { ApplyEvent(event, now); })) EventsLost(now);
+    TellLimit();
+}
+
+void Watcher::ApplyEvent(const FolderEvent& event, int64_t now) {
+    if (lost_since_ != 0) {
+        lost_last_ = now;
+        return;
+    }
+    constexpr uint32_t kTopGone = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
+    const auto is_top = [&](const Top& top) { return top.root == event.folder; };
+    const auto top = std::ranges::find_if(tops_, is_top);
+    if (top != tops_.end() && (event.mask & kTopGone) != 0)
+        LoseTop(&*top);
+    else
+        fold_.Apply(event, now);
+}
+
+/// Paths can be wrong from here on, so nothing more is taken from the events.
+void Watcher::EventsLost(int64_t now) {
+    if (lost_since_ == 0) {
+        ctl::Complain(
+            "the kernel dropped notes of changes; the shares are compared as soon as it is quieter");
+        Ask(pending_.TakeAll(now));
+        lost_since_ = now;
+    }
+    lost_last_ = now;
+}
+
+void Watcher::StartOver() {
+    lost_since_ = 0;
+    for (Top& top : tops_) {
+        if (top.root != kNoFolder) fold_.Lost(top.root);
+        top.root = kNoFolder;
+    }
+    if (!port_.Open()) ctl::Complain("cannot watch folders: %s", strerror(errno));
+    OpenAll();
+}
+
+// The requests.
+
+void Watcher::Tick(int64_t now) {
+    fold_.Settle(now);
+    if (lost_since_ != 0 && (now - lost_last_ >= kLostQuiet || now - lost_since_ >= kLostLongest))
+        StartOver();
+    const bool is_check = now >= next_check_;
+    if (is_check) next_check_ = now + kCheck;
+    // Nothing is asked for of a share that has just gone.
+    if (is_check || !pending_.empty()) CheckTops();
+    if ((port_.gaps.limit || port_.gaps.linked) && now >= next_compare_) {
+        if (next_compare_ != 0) CompareAll();
+        next_compare_ = now + kCompareGaps;
+    }
+    const bool waits = is_check && now >= next_try_ && (!sent_.empty() || composer_.HasCompares());
+    if (waits && sink_.IsQueueEmpty()) {
+        if (sent_.Executed(Exists)) CompareAll();
+        Compare();
+    }
+    Ask(pending_.TakeDue(now));
+    if (now >= next_send_ && !Send()) next_send_ = now + kSendAgain;
+}
+
+void Watcher::Ask(const std::vector<SettledChange>& changes) {
+    for (const SettledChange& change : changes)
+        for (const SettledChange& asked : sent_.Complete(change))
+            composer_.Add(asked);
+    if (pending_.TakeOverflow()) CompareAll();
+}
+
+bool Watcher::Send() {
+    if (composer_.lines().empty()) return true;
+    if (sink_.Queue(composer_.lines())) {
+        composer_.TakeLines();
+        return true;
+    }
+    if (composer_.lines().size() > kMaxUnsent) {
+        composer_.TakeLines();
+        CompareAll();
+    }
+    return false;
+}
+
+void Watcher::CompareAll() {
+    for (const Top& top : tops_)
+        if (top.root != kNoFolder) composer_.AddCompare(top.path);
+}
+
+/// A comparison against a queue that is still to be executed would ask for everything in it again.
+void Watcher::Compare() {
+    for (const std::string& folder : composer_.TakeCompares()) {
+        const bool is_top = std::ranges::any_of(tops_, [&](const Top& top) { return top.path == folder; });
+        if (sink_.Compare(folder, is_top)) continue;
+        composer_.AddCompare(folder);
+        next_try_ = Now() + kCompareAgain;
+    }
+}
+
+void Watcher::Finish(int64_t now) {
+    fold_.Settle(INT64_MAX);
+    CheckTops();
+    Ask(pending_.TakeAll(now));
+    if (!Send())
+        ctl::Complain("some changes could not be queued; the comparison at the next start finds them");
+    Compare();
+}
+
+}  // namespace koli::watch

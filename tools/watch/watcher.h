@@ -1,0 +1,90 @@
+// Keeps the databases in step with some shares: reads what the kernel notes, asks for what has settled, and
+// compares where notes are missing.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/watch/composer.h"
+#include "tools/watch/event_fold.h"
+#include "tools/watch/folder_tree.h"
+#include "tools/watch/inotify_port.h"
+#include "tools/watch/pending_changes.h"
+#include "tools/watch/sent_changes.h"
+
+namespace koli::watch {
+
+/// Where the requests go.
+class RequestSink {
+  public:
+    virtual ~RequestSink() = default;
+    /// Queues the lines, all or none, and wakes the daemon.  False: nothing was written, try again later.
+    virtual bool Queue(const std::string& lines) = 0;
+    /// Queues what differs between the databases and the folder.  `is_top`: an empty one may be a share that
+    /// is not mounted.  False: try again later.
+    virtual bool Compare(const std::string& folder, bool is_top) = 0;
+    /// True when nothing waits in the queue and no batch is being executed.
+    virtual bool IsQueueEmpty() = 0;
+};
+
+class Watcher {
+  public:
+    /// `sink` must outlive this.  `tops` are absolute paths, none inside another.
+    Watcher(const std::vector<std::string>& tops, RequestSink* sink);
+
+    /// Opens the shares, compares them and watches until `stop`, a descriptor, can be read.  What is pending
+    /// then is queued.  Returns 0; -1, with a complaint, when nothing can be watched at all.
+    int Run(int stop);
+
+    size_t folders() const { return tree_.size(); }
+    int64_t requests() const { return composer_.requests(); }
+
+  private:
+    struct Top {
+        std::string path;
+        FolderId root = kNoFolder;  // kNoFolder: away
+        dev_t device = 0;
+        ino_t inode = 0;
+        bool is_told = false;  // that it is away
+    };
+    bool OpenTop(Top* top);
+    void LoseTop(Top* top);
+    void CheckTops();
+    bool IsThere(const Top& top) const;
+    void OpenAll();
+    void TellLimit();
+
+    void ReadEvents(int64_t now);
+    void ApplyEvent(const FolderEvent& event, int64_t now);
+    void EventsLost(int64_t now);
+    void StartOver();
+
+    void Tick(int64_t now);
+    void Ask(const std::vector<SettledChange>& changes);
+    bool Send();
+    void CompareAll();
+    void Compare();
+    void Finish(int64_t now);
+    int TimeoutOf(int64_t now) const;
+
+    RequestSink& sink_;
+    std::vector<Top> tops_;
+    FolderTree tree_;
+    PendingChanges pending_;
+    InotifyPort port_;
+    EventFold fold_;
+    SentChanges sent_;
+    Composer composer_;
+    int64_t next_check_ = 0;
+    int64_t next_compare_ = 0;
+    int64_t next_try_ = 0;  // of a comparison
+    int64_t next_send_ = 0;
+    int64_t lost_since_ = 0;  // 0: no event is missing
+    int64_t lost_last_ = 0;
+    bool is_limit_told_ = false;
+};
+
+}  // namespace koli::watch
