@@ -8,6 +8,7 @@
 #include "tools/ctl/completion.h"
 #include "tools/ctl/list.h"
 #include "tools/ctl/requests.h"
+#include "tools/ctl/setup.h"
 #include "tools/ctl/show.h"
 #include "tools/ctl/status.h"
 #include "tools/ctl/sync.h"
@@ -38,6 +39,7 @@ struct Arguments {
     bool is_sure = false;
     SyncOptions sync;
     ListOptions list;
+    SetupOptions setup;
     int exit_code = kExitDone;
 };
 
@@ -158,6 +160,16 @@ void AddMachine(CLI::App& app, Arguments& a) {
     watch->add_option("FOLDER", a.paths, "Shares, or folders in them")->required();
     watch->footer("Example:\n  koliindexctl watch /var/services/music /var/services/photo\n");
     SetWork(watch, a, [&a] { return watch::Watch(a.context, a.paths); });
+
+    CLI::App* setup = AddCommand(app, "setup", "Show or make what a plain machine needs for the daemon",
+                                 "setup --apply /volume1", a);
+    CLI::Option* volume =
+        setup->add_option("VOLUME", a.first, "The folder of the shares music, video and photo");
+    CLI::Option* apply = setup->add_flag("--apply", a.setup.apply, "Make what is missing");
+    setup->add_flag("--undo", a.setup.undo, "Remove what an earlier --apply made")
+        ->excludes(apply)
+        ->excludes(volume);
+    SetWork(setup, a, [&a] { return Setup(a.context, a.first, a.setup); });
 }
 
 void AddCompletion(CLI::App& app, Arguments& a) {
