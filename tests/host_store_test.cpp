@@ -459,6 +459,23 @@ TEST_F(Store, SurvivesBeingKilledInTheMiddleOfAGroup) {
     EXPECT_EQ(MediaInfoDBSave(kStoreMusic, &record), 0);
 }
 
+TEST_F(Store, AChildHasNoShareInTheLogIndex) {
+    const MediaInfo record = MediaRecord("/m/a");
+    ASSERT_EQ(MediaInfoDBSave(kStoreMusic, &record), 0);
+    const auto mapped = [] {
+        std::ifstream maps("/proc/self/maps");
+        for (std::string line; std::getline(maps, line);)
+            if (line.find("-shm") != std::string::npos) return 1;
+        return 0;
+    };
+    EXPECT_EQ(mapped(), 1);
+    const pid_t pid = fork();
+    if (pid == 0) _exit(mapped());
+    int status = -1;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(status, 0);
+}
+
 TEST_F(Store, AFullDatabaseIsReportedByTheSync) {
     const MediaInfo record = MediaRecord("/m/a");
     ASSERT_EQ(MediaInfoDBSave(kStoreMusic, &record), 0);

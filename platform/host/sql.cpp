@@ -2,6 +2,7 @@
 
 #include <sqlite3.h>
 #include <strings.h>
+#include <sys/mman.h>
 
 #include <chrono>
 #include <climits>
@@ -21,6 +22,20 @@ constexpr const char kSettings[] =
     "PRAGMA journal_size_limit=8388608;"
     "PRAGMA cell_size_check=ON;"
     "PRAGMA trusted_schema=OFF;";
+
+/// mmap() for the engine: the write-ahead log's index is shared memory, and a child that is taken over by what
+/// it reads must not find it in its address space.
+void* MapForThisProcessOnly(void* address, size_t size, int protection, int flags, int file, off_t offset) {
+    void* area = mmap(address, size, protection, flags, file, offset);
+    if (area != MAP_FAILED) madvise(area, size, MADV_DONTFORK);
+    return area;
+}
+
+void KeepMappingsFromChildren() {
+    sqlite3_vfs* files = sqlite3_vfs_find(nullptr);
+    if (files == nullptr || files->iVersion < 3) return;
+    files->xSetSystemCall(files, "mmap", reinterpret_cast<sqlite3_syscall_ptr>(MapForThisProcessOnly));
+}
 
 bool IsOnlyBlank(const char* text, const char* end) {
     while (text != end && strchr(" \t\r\n;", *text) != nullptr)
@@ -61,6 +76,7 @@ void SqlStatement::Real(int index, double value) {
 // ---- Opening and closing
 
 std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, std::string* error) {
+    KeepMappingsFromChildren();
     std::unique_ptr<Sql> sql(new Sql(changed));
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(file.c_str(), &sql->db_, kFlags, nullptr) != SQLITE_OK || !sql->Configure()) {
