@@ -44,9 +44,10 @@ class SharedRecord {
 };
 
 /// Everything that the child does.  It comes from the daemon's middle, so it leaves with _exit: a normal exit
-/// would flush the daemon's open streams and move the offsets that both share.
+/// would flush the daemon's open streams and move the offsets that both share.  An exception (memory at its
+/// limit) ends it here instead of unwinding into the daemon's code.
 [[noreturn]] void RunChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent,
-                           const sigset_t& mask) {
+                           const sigset_t& mask) noexcept {
     if (signal(SIGTERM, SIG_DFL) == SIG_ERR) {
         KOLI_LOG("%s:%d signal(SIGTERM, SIG_DFL) failed.");
         _exit(1);
