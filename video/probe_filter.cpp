@@ -26,7 +26,7 @@ constexpr int kAllowed[] = {
     SCMP_SYS(stat64), SCMP_SYS(lstat), SCMP_SYS(lstat64), SCMP_SYS(statx), SCMP_SYS(access),
     SCMP_SYS(faccessat),
     // memory that holds no code
-    SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(madvise),
+    SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap),
     // the C library's own needs
     SCMP_SYS(futex), SCMP_SYS(futex_time64), SCMP_SYS(getrandom), SCMP_SYS(sched_getaffinity),
     SCMP_SYS(sched_yield), SCMP_SYS(getpid), SCMP_SYS(gettid), SCMP_SYS(clock_gettime),
@@ -37,7 +37,8 @@ constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(sock
                            SCMP_SYS(bind),   SCMP_SYS(execve),     SCMP_SYS(execveat)};
 
 // A sanitizer's report is worth more than the last bit of tightness.
-constexpr int kForSanitizers[] = {SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(readlink)};
+constexpr int kForSanitizers[] = {SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(readlink),
+                                  SCMP_SYS(madvise)};
 
 template <size_t N>
 bool AddAll(scmp_filter_ctx filter, uint32_t action, const int (&calls)[N]) {
@@ -65,6 +66,8 @@ bool AddRules(scmp_filter_ctx filter) {
            AddWithoutBits(filter, SCMP_SYS(mmap), 2, PROT_EXEC) &&
            AddWithoutBits(filter, SCMP_SYS(mmap2), 2, PROT_EXEC) &&
            AddWithoutBits(filter, SCMP_SYS(mprotect), 2, PROT_EXEC) &&
+           // given back by the allocator; other advice takes pages from the machine (MADV_HWPOISON)
+           AddValue(filter, SCMP_SYS(madvise), 2, MADV_DONTNEED) &&
            AddValue(filter, SCMP_SYS(fcntl), 1, F_GETFD) && AddValue(filter, SCMP_SYS(fcntl), 1, F_SETFD) &&
            AddValue(filter, SCMP_SYS(fcntl64), 1, F_GETFD) &&
            AddValue(filter, SCMP_SYS(fcntl64), 1, F_SETFD) &&
