@@ -33,12 +33,13 @@ struct GuardState {
     rlim_t address_space;  // bytes
     int landlock_abi;      // 0 = not there
     ProbeFilter filter;    // length 0 = not there
+    unsigned filter_flags;
 };
 GuardState guard;
 
-bool KernelFiltersSystemCalls() {
+bool KernelFiltersSystemCalls(unsigned flags) {
     // A filter of no address: EFAULT comes only from a kernel that would have read it.
-    return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, nullptr) != 0 && errno == EFAULT;
+    return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, nullptr) != 0 && errno == EFAULT;
 }
 
 /// More than the whole machine's memory is never needed: one poll of the watch is long enough to fill it.
@@ -91,10 +92,7 @@ int AllowOneFile(const char* path) {
 int FilterSystemCalls() {
     if (guard.filter.length == 0) return 0;
     const sock_fprog program{guard.filter.length, guard.filter.instructions.data()};
-    // Without SPEC_ALLOW some kernels run a filtered process with slow speculation defences.
-    const auto result =
-        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_SPEC_ALLOW, &program);
-    return static_cast<int>(result);
+    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, guard.filter_flags, &program));
 }
 
 int Failed(const char* step) {
@@ -109,7 +107,10 @@ void ProbeGuardPrepare() {
     guard.prepared = true;
     guard.address_space = MachineMemory() + kLibraryBytes;
     guard.landlock_abi = LandlockAbi();
-    if (KernelFiltersSystemCalls()) ProbeFilterBuild(&guard.filter);
+    // Without SPEC_ALLOW (Linux 4.17) some kernels run a filtered process with slow speculation defences.
+    if (KernelFiltersSystemCalls(SECCOMP_FILTER_FLAG_SPEC_ALLOW))
+        guard.filter_flags = SECCOMP_FILTER_FLAG_SPEC_ALLOW;
+    if (KernelFiltersSystemCalls(guard.filter_flags)) ProbeFilterBuild(&guard.filter);
 }
 
 ProbeGuardStatus ProbeGuardStatusGet() {
