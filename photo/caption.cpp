@@ -8,6 +8,7 @@
 
 #include "base/log.h"
 #include "base/path_names.h"
+#include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 
@@ -16,7 +17,7 @@ namespace {
 
 constexpr const char kModule[] = "photo_index";
 
-constexpr int kCaptionPathSize = 4095;
+CaptionHold* current_hold = nullptr;
 
 struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }
@@ -42,6 +43,25 @@ int CaptionGet(const char* path, const char* stream, char* field, size_t field_s
 
 }  // namespace
 
+CaptionHold::CaptionHold() {
+    current_hold = this;
+}
+
+CaptionHold::~CaptionHold() {
+    current_hold = nullptr;
+    if (count_ == 0 || PhotoDBHarden() != 0) return;
+    for (size_t i = 0; i < count_; ++i)
+        unlink(paths_[i]);
+}
+
+void CaptionHold::Remove(const char* caption_path) {
+    if (current_hold == nullptr || current_hold->count_ == kMostCaptions) {
+        unlink(caption_path);
+        return;
+    }
+    CopyText(current_hold->paths_[current_hold->count_++], kCaptionPathSize, caption_path);
+}
+
 int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
     if (path == nullptr || stream == nullptr || buffer == nullptr || size <= 0) {
         KOLI_LOG("%s:%d Bad parameters.");
@@ -63,7 +83,7 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
         KOLI_LOG("%s:%d fgets() failed.");
         return -1;
     }
-    unlink(caption_path);
+    CaptionHold::Remove(caption_path);
     return buffer[0] == '\0' || buffer[0] == '\n' ? -1 : 0;
 }
 

@@ -130,10 +130,12 @@ int PhotoLibraryAdd(const char* path, int mode) {
     }
     if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return -1;
 
+    CaptionHold captions;
     PhotoRecord record{};
     FillNames(path, &record);
     if (!FillSize(path, &record) || !FillFromPicture(path, &record)) return -1;
     if (PhotoInfoDBSave(&record, mode) != 0) {
+        captions.Keep();
         KOLI_LOG("%s (%d) Failed to save photo info.");
         return -1;
     }

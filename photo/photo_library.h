@@ -25,9 +25,9 @@ WebKind WebKindOf(const char* path);
 int PhotoLibraryIndex(const char* path, int mode);
 
 /// Stores the record of one picture.  A hand-entered title or description that waits for the picture is taken
-/// (and is gone from its file afterwards, whatever follows).  `mode` goes on to PhotoInfoDBSave.  Returns 0
-/// when the record was stored; -1 for a null path (logged), a path with "@eaDir", a hidden file, a file of 0
-/// or more than kMaxPhotoSize bytes, a file that cannot be looked at, and a refused save (logged).
+/// and is gone from its file afterwards, unless the save failed.  `mode` goes on to PhotoInfoDBSave.  Returns
+/// 0 when the record was stored; -1 for a null path (logged), a path with "@eaDir", a hidden file, a file of
+/// 0 or more than kMaxPhotoSize bytes, a file that cannot be looked at, and a refused save (logged).
 int PhotoLibraryAdd(const char* path, int mode);
 
 /// Removes the record of a picture that is gone.  Returns 0, also when the database refused (logged); -1 for

@@ -22,6 +22,7 @@ namespace {
 constexpr const char kModule[] = "photo_share";
 
 constexpr int kFlagSize = 16;  // bytes of a public flag's text
+constexpr int kIdSize = 16;    // bytes of an album's number as text
 
 int DeleteAllAlbums() {
     if (PhotoDBExec("Delete from photo_share;") == -1) {
@@ -42,14 +43,24 @@ bool IsPublicAlbum(const char* path) {
     return strcasecmp(value, "yes") == 0;
 }
 
+bool IsAlbum(const char* album) {
+    char share_id[kIdSize];
+    return KOLIPhotoShareGetFieldValue(album, "shareid", share_id, sizeof share_id) == 0;
+}
+
+/// The flag that was handed over for an album that exists already is gone like any other.
 int CreateAlbum(const char* path, int depth) {
     const SqlText name = QuoteText(AlbumNameOf(path), LogSite(kModule));
     if (name == nullptr) return -1;
+    CaptionHold captions;
     const char* is_public = IsPublicAlbum(path) ? "true" : "false";
     const SqlText sql = FormatSql(
         LogSite(kModule), "Insert into photo_share values(%d, '%s', '', '', '%s', 0, '', 'true', '%s', '1');",
         PhotoShareNextId(), name.get(), is_public, depth == kSubAlbum ? "true" : "false");
-    if (AlbumExec(sql, LogSite(kModule)) == -1) return -1;
+    if (AlbumExec(sql, LogSite(kModule)) == -1) {
+        if (captions.HasCaptions() && !IsAlbum(AlbumNameOf(path))) captions.Keep();
+        return -1;
+    }
 
     if (depth == kSubAlbum && KOLIPhotoShareSubDirUpdatePrivilege(AlbumNameOf(path)) == -1) {
         KOLI_LOG("%s (%d) KOLIPhotoShareSubDirUpdatePrivilege Failed.");

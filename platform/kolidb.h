@@ -44,6 +44,11 @@ int KOLIDBFlush(void);
 /// were refused because another program had the database locked: the batch must be repeated.
 int KOLIDBSync(void);
 
+/// Makes durable what the photo database has accepted so far, for a caller about to remove where it came
+/// from.  Returns 0, or -1 when that failed (logged) and as long as the next KOLIDBSync will tell of lost
+/// rows.
+int PhotoDBHarden(void);
+
 // ---- Photo database --------------------------------------------------------------------------------------
 
 /// Inserts or replaces the row of the record's path and sets its `updated` mark; `mode` is 1 (add) or 5

@@ -156,6 +156,9 @@ int KOLIDBFlush(void) {
 int KOLIDBSync(void) {
     return Record("KOLIDBSync");
 }
+int PhotoDBHarden(void) {
+    return Record("PhotoDBHarden");
+}
 
 int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode) {
     fake.photos.emplace_back(mode, *record);

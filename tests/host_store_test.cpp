@@ -504,6 +504,7 @@ TEST_F(Store, ALockedDatabaseIsReportedByTheSync) {
     EXPECT_NE(MediaInfoDBSave(kStoreMusic, &late), 0);
     ASSERT_EQ(other->Execute("COMMIT"), 0);
     EXPECT_EQ(MediaInfoDBSave(kStoreMusic, &record), 0);
+    EXPECT_EQ(MediaDatabase().Harden(), -1);
     EXPECT_EQ(KOLIDBSync(), -1);  // the refused row is to come again
     EXPECT_EQ(MediaInfoDBSave(kStoreMusic, &late), 0);
     EXPECT_EQ(KOLIDBSync(), 0);

@@ -112,6 +112,27 @@ TEST(PhotoLibraryAdd, FillsTheRecordFromNamesFileAndExif) {
     EXPECT_STREQ(record.ctime, ctime(&status.st_ctime));
 }
 
+TEST(PhotoLibraryAdd, ACaptionGoesWhenItsRowIsSafe) {
+    const Sandbox sandbox;
+    const std::string path = sandbox.Write("a.jpg", "x");
+    for (const char* failing : {"PhotoInfoDBSave", "PhotoDBHarden", ""}) {
+        const std::string title = sandbox.Write("@eaDir/a.jpg/KOLIPHOTO:TITLE", "Sunset");
+        const std::string empty = sandbox.Write("@eaDir/a.jpg/KOLIPHOTO:DESC", "");
+        fake.failing = {failing};
+        fake.calls.clear();
+        PhotoLibraryAdd(path.c_str(), kModeAdd);
+        EXPECT_STREQ(fake.photos.back().second.title, "Sunset");
+        EXPECT_EQ(fake.calls[0], "PhotoInfoDBSave 1 " + path);
+        EXPECT_EQ(access(title.c_str(), F_OK) == 0, *failing != '\0') << failing;
+        EXPECT_EQ(access(empty.c_str(), F_OK) == 0, *failing != '\0') << failing;
+    }
+    EXPECT_EQ(fake.calls, (Lines{"PhotoInfoDBSave 1 " + path, "PhotoDBHarden"}));
+    const std::string title =
+        sandbox.Write("@eaDir/empty.jpg/KOLIPHOTO:TITLE", "of a file that never enters");
+    EXPECT_EQ(PhotoLibraryAdd(sandbox.Write("empty.jpg", "").c_str(), kModeAdd), -1);
+    EXPECT_NE(access(title.c_str(), F_OK), 0);
+}
+
 TEST(PhotoLibraryAdd, APictureWithoutDateGetsTheFiles) {
     const Sandbox sandbox;
     const std::string path = sandbox.Write("a.png", "x");

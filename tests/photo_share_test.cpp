@@ -80,7 +80,17 @@ TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
     const std::string flag = share_.MakeDir("@eaDir/A") + "/KOLIPHOTO:PUBLIC";
     share_.MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");  // holds "x"
     EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), 0);
-    EXPECT_EQ(fake.calls.back(), Insert("A", "false", 42));
+    const Lines last(fake.calls.end() - 2, fake.calls.end());
+    EXPECT_EQ(last, (Lines{Insert("A", "false", 42), "PhotoDBHarden"}));
+    EXPECT_NE(access(flag.c_str(), F_OK), 0);
+
+    // The flag waits when the album could not be made, and is gone when there is one already.
+    share_.MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");
+    fake.failing = {"PhotoDBExec"};
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), -1);
+    EXPECT_EQ(access(flag.c_str(), F_OK), 0);
+    AddAlbum("A", {{"shareid", "3"}});
+    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), -1);
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
 }
 

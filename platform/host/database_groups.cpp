@@ -197,15 +197,18 @@ int Database::EndUnit(bool keep) {
 
 // ---- Durability and space
 
-int Database::Sync() {
+int Database::Harden() {
     int result = Flush();
-    if (std::exchange(lost_, false)) {
-        KOLI_LOG("%s (%d) Rows meant for %s were lost.", file_name_);
-        result = -1;
-    }
+    if (lost_) result = -1;
     if (!unsynced_ || sql_ == nullptr) return result;
     if (!sql_->SyncLog()) return Failed("sync");
     unsynced_ = false;
+    return result;
+}
+
+int Database::Sync() {
+    const int result = Harden();
+    if (std::exchange(lost_, false)) KOLI_LOG("%s (%d) Rows meant for %s were lost.", file_name_);
     return result;
 }
 

@@ -38,8 +38,10 @@ class Database {
     bool BeginUnit();
     int EndUnit(bool keep);
 
-    int Flush();   ///< commits the group; 0 or -1 (logged)
-    int Sync();    ///< Flush, then durable; -1 also when something since the last Sync was lost or locked out
+    int Flush();  ///< commits the group; 0 or -1 (logged)
+    int
+    Harden();    ///< Flush, then durable; -1 also while something since the last Sync was lost or locked out
+    int Sync();  ///< Harden, then a new count of what was lost (logged)
     int Vacuum();  ///< gives unused pages back; 0 or -1 (logged)
     void Close();  ///< flushes and closes; the next use opens it again
 

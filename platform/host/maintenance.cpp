@@ -66,4 +66,8 @@ int KOLIDBSync(void) {
     return media != 0 || photo != 0 ? -1 : 0;
 }
 
+int PhotoDBHarden(void) {
+    return PhotoDatabase().Harden();
+}
+
 }  // extern "C"
