@@ -53,6 +53,7 @@ int CreateAlbum(const char* path, int depth) {
     const SqlText name = QuoteText(AlbumNameOf(path), LogSite(kModule));
     if (name == nullptr) return -1;
     CaptionHold captions;
+    if (depth == kSubAlbum) KOLIDBFlush();  // so that album and rights fall into one group: all or nothing
     const char* is_public = IsPublicAlbum(path) ? "true" : "false";
     const SqlText sql = FormatSql(
         LogSite(kModule), "Insert into photo_share values(%d, '%s', '', '', '%s', 0, '', 'true', '%s', '1');",

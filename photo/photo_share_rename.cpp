@@ -115,6 +115,7 @@ int PhotoShareRename(const char* new_path, const char* old_path) {
     const SqlText new_name = QuoteText(AlbumNameOf(new_path), LogSite(kModule));
     const SqlText old_name = QuoteText(AlbumNameOf(old_path), LogSite(kModule));
     if (new_name == nullptr || old_name == nullptr) return -1;
+    KOLIDBFlush();  // so that the steps fall into one group: a process killed between them leaves all or none
     const int renamed = is_same_share ? RenameRow(new_name.get(), old_name.get()) : 0;
     if (renamed == -1) return -1;
     if (renamed == 0 && IsDirExist(new_path) != 0) {
