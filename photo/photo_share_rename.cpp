@@ -29,6 +29,11 @@ int RenameRow(const char* new_name, const char* old_name) {
     return AlbumExec(sql, LogSite(kModule));
 }
 
+int ReportMissing(const char* album) {
+    KOLI_LOG("%s:%d UPDATE cover failed, sharename [%s] not exists in db.", album);
+    return -1;
+}
+
 /// The covers' paths go through the share's link.
 int RenameCover(const char* new_name, const char* old_name) {
     const SqlText sql = FormatSql(LogSite(kModule),
@@ -41,11 +46,7 @@ int RenameCover(const char* new_name, const char* old_name) {
         KOLI_LOG("%s:%d Failed to exec [%s]", sql.get());
         return -1;
     }
-    if (affected == 0) {
-        KOLI_LOG("%s:%d UPDATE cover failed, sharename [%s] not exists in db.", new_name);
-        return -1;
-    }
-    return 0;
+    return affected == 0 ? ReportMissing(new_name) : 0;
 }
 
 /// The sub-albums, when their album changes its level.
@@ -123,6 +124,7 @@ int PhotoShareRename(const char* new_path, const char* old_path) {
         PhotoShareWalk(new_path);
         return -1;
     }
+    if (!is_same_share) return ReportMissing(new_name.get());
     if (RenameCover(new_name.get(), old_name.get()) != 0) return -1;
     return FollowWithSubAlbums(new_path, old_path);
 }
