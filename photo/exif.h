@@ -19,9 +19,9 @@ namespace koli {
 /// | 40962 | PixelXDimension  | width          | its leading number                                      |
 /// | 40963 | PixelYDimension  | height         | its leading number                                      |
 ///
-/// A tag that stands in several directories, or twice in one, has its last value.  What the file does not
-/// tell stays as it is.  Returns 0, also for a file without EXIF or one that cannot be read; -1 for null
-/// (logged).
+/// A tag that stands in several directories has its last value (of two in one directory libexif keeps the
+/// first).  What the file does not tell stays as it is.  Returns 0, also for a file without EXIF or one that
+/// cannot be read; -1 for null (logged).
 int ExifFillPhotoRecord(PhotoRecord* record);
 
 }  // namespace koli
