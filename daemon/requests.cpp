@@ -24,8 +24,6 @@ namespace {
 constexpr const char kModule[] = "koliindexd";
 
 constexpr int kBothStores = kWalkMediaStore | kWalkPhotoLibrary;
-enum AlbumOperation : int { kAlbumCreate = 1, kAlbumDelete = 2 };      // of PhotoShareUpdate
-enum VideoTable : int { kVideoDescriptions = 1, kVideoComments = 2 };  // of VideoDescPathRename
 
 bool IsPhotoEnabled(const char* path) {
     return support_photo == 1 && IsPhotoSharePath(path) != 0;
@@ -77,8 +75,8 @@ void DeleteFile(RequestArgument argument) {
 }
 
 void RenameVideoTexts(const char* new_path, const char* old_path) {
-    VideoDescPathRename(kVideoDescriptions, new_path, old_path);
-    VideoDescPathRename(kVideoComments, new_path, old_path);
+    VideoDescPathRename(KOLI_VIDEO_DESC, new_path, old_path);
+    VideoDescPathRename(KOLI_VIDEO_COMMENT, new_path, old_path);
 }
 
 void RenameDirectory(const char* new_path, const char* old_path) {
