@@ -173,10 +173,10 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
     EXPECT_EQ(cut.error, "No space left on device");
     EXPECT_EQ(Read(queue), "a:/1\na:/cut\na:/2\n");
 
+    ASSERT_EQ(symlink(queue.c_str(), dir.Path("link").c_str()), 0);
+    mkfifo(dir.Path("fifo").c_str(), 0600);
+    mkdir(dir.Path("folder").c_str(), 0700);
     for (const char* bad : {"link", "fifo", "folder", "missing/queue"}) {
-        symlink(queue.c_str(), dir.Path("link").c_str());
-        mkfifo(dir.Path("fifo").c_str(), 0600);
-        mkdir(dir.Path("folder").c_str(), 0700);
         const QueuedBatch refused = QueueAppend(dir.Path(bad), "a:/5\n");
         EXPECT_FALSE(refused.file.valid()) << bad;
         EXPECT_FALSE(refused.error.empty()) << bad;
