@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "base/parse_number.h"
+#include "index/aac_decoder.h"
 #include "index/util.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
@@ -20,7 +21,6 @@ namespace koli {
 namespace {
 
 constexpr const char kModule[] = "aac";
-constexpr const char kDecoder[] = KOLI_FAAD_PATH;
 constexpr size_t kCommandSize = 4096;
 constexpr size_t kLineSize = 1024;
 
@@ -104,7 +104,7 @@ struct ClosePipe {
 /// inside the quotes it would mean something else.
 FILE* StartDecoder(const char* quoted_path) {
     char command[kCommandSize];
-    const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", kDecoder, quoted_path);
+    const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", kAacDecoder, quoted_path);
     FILE* pipe = nullptr;
     if (length > 0 && static_cast<size_t>(length) < sizeof command) {
         KOLIDBFlush();

@@ -1,0 +1,7 @@
+#include "index/aac_decoder.h"
+
+namespace koli {
+
+const char* const kAacDecoder = KOLI_FAAD_PATH;
+
+}  // namespace koli
