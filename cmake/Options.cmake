@@ -5,6 +5,9 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 
+# Functions are bound at the start: the child of a guarded probe would look up each one that it is the first to call.
+add_link_options(-Wl,-z,relro,-z,now)
+
 option(KOLI_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
 option(KOLI_BENCH "Build the benchmarks" OFF)
 option(KOLI_FUZZ "Build the libFuzzer targets (clang)" OFF)
