@@ -6,6 +6,7 @@ extern "C" {
 #include <libavutil/log.h>
 }
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cctype>
@@ -200,6 +201,7 @@ void ContainerProbeWarmUp() {
     av_log_set_level(AV_LOG_QUIET);
     for (const AVCodecID id : kUsualCodecs)
         WarmUpDecoder(id);
+    malloc_trim(0);  // a child would copy what the decoders have left behind, page by page
 }
 
 int MiscMediaInfoProbe(const char* path, MediaInfo* record) {

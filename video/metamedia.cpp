@@ -14,6 +14,7 @@
 #include "base/log.h"
 #include "base/parse_number.h"
 #include "platform/kolidb.h"
+#include "video/child_heap.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
 #include "video/guarded_probe.h"
@@ -56,6 +57,7 @@ class SharedRecord {
     signal(SIGCHLD, SIG_DFL);
     sigprocmask(SIG_SETMASK, &mask, nullptr);
 
+    ChildHeapUseLargePages();
     if (ProbeGuardEnter(path, parent) != 0) _exit(1);
     if (probe(path, record) == 0) _exit(0);
     KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
