@@ -12,8 +12,7 @@
 namespace koli {
 namespace {
 
-constexpr size_t kLargePage = size_t{2}
-                              << 20;  // bytes; where it is another size the advice is without effect
+constexpr size_t kLargePage = 2097152;  // bytes; where it is another size the advice is without effect
 constexpr size_t kLargePages = 2;
 constexpr int kHeapBlock = 32 << 20;  // blocks up to here come from the heap; a larger value is refused
 
