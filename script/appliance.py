@@ -43,7 +43,7 @@ def daemon_pid():
         os.kill(pid, 0)
         with open(f"/proc/{pid}/stat") as file:
             return 0 if file.read().rpartition(")")[2].split()[0] == "Z" else pid
-    except (OSError, ValueError):
+    except (OSError, ValueError, OverflowError):
         return 0
 
 
