@@ -122,14 +122,9 @@ struct EndlessSource : ByteSource {
 
 TEST(ImageSize, ReadsLittleHoweverLargeTheFile) {
     ImageSize size{};
-    // Camera data and a colour profile in front.
-    EndlessSource photo("\xff\xd8" + Segment(0xE1, std::string(60000, 'x')) +
-                            Segment(0xE2, std::string(3000, 'x')) + Segment(0xDB, std::string(130, 'x')) +
-                            Jpeg(0xC0).substr(2),
-                        "x");
-    ASSERT_TRUE(ReadImageSize(photo, &size));
-    EXPECT_EQ(size.width, 640);
-    EXPECT_LE(photo.reads, 4);
+    EndlessSource photo("\xff\xd8" + Segment(0xE1, std::string(60000, 'x')) + Jpeg(0xC0).substr(2), "x");
+    EXPECT_TRUE(ReadImageSize(photo, &size));
+    EXPECT_LE(photo.reads, 3);
 
     const std::string tiff = "II" + Le(42, 2) + Le(8, 4) + Le(0xFFFF, 2);
     for (const auto& [head, tail] : {std::pair{std::string("\xff\xd8"), std::string("\xff")},

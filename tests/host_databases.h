@@ -1,0 +1,119 @@
+// The host platform's databases on real files in a temporary directory, with the machine's settings and the
+// system log in the test's hands.  For one source file of a test program.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "base/log.h"
+#include "platform/host/database_directory.h"
+#include "platform/host/database_groups.h"
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
+#include "platform/kolisdk.h"
+#include "tests/host_temp_dir.h"
+
+namespace koli::test {
+inline int log_lines = 0;
+inline const char* engine_key = nullptr;  // what the machine's settings say
+}  // namespace koli::test
+
+void koli::LogError(const char*, ...) {
+    ++test::log_lines;
+}
+
+extern "C" int KLIBFileGetKeyValue(const char*, const char* key, char* buffer, int size, int) {
+    const char* value = koli::test::engine_key;
+    if (value == nullptr || strcmp(key, "database") != 0) return -1;
+    return snprintf(buffer, static_cast<size_t>(size), "%s", value);
+}
+
+namespace koli::host {
+
+using test::log_lines;
+using Texts = std::vector<std::string>;
+using namespace std::string_literals;
+
+class Store : public testing::Test {
+  protected:
+    Store() {
+        DatabaseDirectorySet(directory_.c_str());
+        KOLIIndexMusicTableDirtySet(0);
+        KOLIIndexVideoTableDirtySet(0);
+        log_lines = 0;
+    }
+    ~Store() override { DatabaseDirectorySet(nullptr); }
+
+    /// What another program finds in the media store's file.
+    int64_t OutsideNumber(const char* query) const {
+        std::string error;
+        const auto sql = Sql::Open(directory_ + "/media.db", nullptr, &error);
+        return sql != nullptr ? sql->QueryNumber(query) : -1;
+    }
+
+    const test::TempDir top_;
+    const std::string directory_ = top_.Path("made/for/us");
+};
+
+/// The values of column v.
+inline Texts Values(Database& database, const std::string& query) {
+    Texts values;
+    const auto rows = database.Query(query);
+    for (int row = 0; rows != nullptr && row < rows->count(); ++row)
+        values.emplace_back(rows->Field(row, "v"));
+    return values;
+}
+inline Texts Media(const std::string& query) {
+    return Values(MediaDatabase(), query);
+}
+inline Texts Photo(const std::string& query) {
+    return Values(PhotoDatabase(), query);
+}
+
+/// The photos of a condition, in the platform's list.
+struct PhotoPaths {
+    explicit PhotoPaths(const std::string& where)
+        : rows(PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", where.c_str(), 0, "path asc", 0, 0)),
+          list(PhotoPathDBGet(rows)) {}
+    ~PhotoPaths() {
+        FreePhotoPathList(list);
+        PhotoInfoDBClose(rows);
+    }
+    PhotoPaths(const PhotoPaths&) = delete;
+    PhotoPaths& operator=(const PhotoPaths&) = delete;
+
+    KOLIDBRows* const rows;
+    PhotoPathList* const list;
+};
+inline Texts PhotosWhere(const std::string& where) {
+    Texts paths;
+    const PhotoPaths found(where);
+    for (const PhotoPathList* node = found.list; node != nullptr; node = node->next)
+        paths.emplace_back(node->path);
+    return paths;
+}
+
+inline MediaInfo MediaRecord(const std::string& path, const std::string& title = "title") {
+    MediaInfo record{};
+    memcpy(record.path, path.data(), path.size());
+    memcpy(record.title, title.data(), title.size());
+    return record;
+}
+inline int SaveMusic(const std::string& path) {
+    const MediaInfo record = MediaRecord(path);
+    return MediaInfoDBSave(kStoreMusic, &record);
+}
+inline void SavePhoto(const std::string& path, const std::string& title,
+                      const std::string& description = "") {
+    PhotoRecord record{};
+    memcpy(record.path, path.data(), path.size());
+    memcpy(record.title, title.data(), title.size());
+    memcpy(record.description, description.data(), description.size());
+    ASSERT_EQ(PhotoInfoDBSave(&record, 5), 0);
+}
+
+}  // namespace koli::host
