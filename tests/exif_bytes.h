@@ -35,8 +35,8 @@ inline ExifField Rational(uint16_t tag, uint32_t above, uint32_t below) {
     return {tag, 5, 1, Le(above, 4) + Le(below, 4)};
 }
 
-/// Appends a directory, followed by the one at `next`, to the TIFF bytes and returns where it stands.
-inline uint32_t AppendIfd(std::string* tiff, const std::vector<ExifField>& fields, uint32_t next = 0) {
+/// Appends a directory to the TIFF bytes and returns where it stands.
+inline uint32_t AppendIfd(std::string* tiff, const std::vector<ExifField>& fields) {
     const auto at = static_cast<uint32_t>(tiff->size());
     auto data_at = static_cast<uint32_t>(at + 2 + fields.size() * 12 + 4);
     std::string ifd = Le(static_cast<uint32_t>(fields.size()), 2);
@@ -48,17 +48,15 @@ inline uint32_t AppendIfd(std::string* tiff, const std::vector<ExifField>& field
                          : Le(data_at + static_cast<uint32_t>(data.size()), 4);
         if (!is_inline) data += field.bytes;
     }
-    *tiff += ifd + Le(next, 4) + data;
+    *tiff += ifd + Le(0, 4) + data;
     return at;
 }
 
-/// A JPEG whose only segment is an EXIF block with these fields in IFD 0, in the EXIF directory and in IFD 1.
-inline std::string JpegWithExif(std::vector<ExifField> ifd0, const std::vector<ExifField>& exif,
-                                const std::vector<ExifField>& ifd1 = {}) {
+/// A JPEG whose only segment is an EXIF block with these fields in IFD 0 and in the EXIF directory.
+inline std::string JpegWithExif(std::vector<ExifField> ifd0, const std::vector<ExifField>& exif) {
     std::string tiff = "II*" + std::string(5, '\0');
     ifd0.push_back(Long(0x8769, AppendIfd(&tiff, exif)));
-    const uint32_t thumbnail = ifd1.empty() ? 0 : AppendIfd(&tiff, ifd1);
-    tiff.replace(4, 4, Le(AppendIfd(&tiff, ifd0, thumbnail), 4));
+    tiff.replace(4, 4, Le(AppendIfd(&tiff, ifd0), 4));
     const std::string block = "Exif" + std::string(2, '\0') + tiff;
     const auto length = static_cast<uint32_t>(block.size() + 2);
     return "\xFF\xD8\xFF\xE1" + Le(length >> 8, 1) + Le(length, 1) + block + "\xFF\xDA";
