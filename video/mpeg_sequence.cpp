@@ -38,9 +38,8 @@ int MpegSequenceHeaderParse(MpegVideoReader* reader, int64_t position, MpegVideo
     info->reserved = 0;
     info->width = MpegWordAt(reader, position + 4) >> 4;
     info->height = MpegWordAt(reader, position + 5) & 0xFFF;
-    const int codes = MpegByteAt(reader, position + 7);
-    info->frame_rate = kFrameRates[codes & 0x0F];
-    info->aspect_ratio = static_cast<uint8_t>(codes >> 4);
+    info->frame_rate = kFrameRates[MpegByteAt(reader, position + 7) & 0x0F];
+    info->aspect_ratio = static_cast<uint8_t>(MpegByteAt(reader, position + 7) >> 4);
     if (info->aspect_ratio == 0) KOLI_LOG("%s (%d) invalid aspect_ratio.");
     info->bitrate_value = static_cast<uint32_t>(MpegWordAt(reader, position + 8)) << 2 |
                           static_cast<uint32_t>(MpegByteAt(reader, position + 10)) >> 6;
@@ -53,15 +52,13 @@ int MpegSequenceHeaderParse(MpegVideoReader* reader, int64_t position, MpegVideo
 int MpegSequenceExtensionParse(MpegVideoReader* reader, int64_t position, MpegVideoInfo* info) {
     reader->file.mode = kMpeg2;
     if (info == nullptr) return 0;
-    const int b1 = MpegByteAt(reader, position + 1);
-    const int b2 = MpegByteAt(reader, position + 2);
-    const int b3 = MpegByteAt(reader, position + 3);
-    const int b5 = MpegByteAt(reader, position + 5);
-    info->width |= (b1 & 0x01) << 13;  // the upper of the two bits alone; what is stored relies on it
-    info->height |= (b2 & 0x60) << 7;
-    info->bitrate_value |= static_cast<uint32_t>((b2 & 0x1F) << 7 | (b3 & 0xFE) >> 1) << 18;
-    const int n = (b5 & 0x60) >> 5;
-    const int d = b5 & 0x1F;
+    // Each field reads its bytes anew: in a file that ends here, each read is one message.
+    const auto byte = [reader, position](int64_t offset) { return MpegByteAt(reader, position + offset); };
+    info->width |= (byte(1) & 0x01) << 13;  // the upper of the two bits alone; what is stored relies on it
+    info->height |= (byte(2) & 0x60) << 7;
+    info->bitrate_value |= static_cast<uint32_t>((byte(2) & 0x1F) << 7 | (byte(3) & 0xFE) >> 1) << 18;
+    const int n = (byte(5) & 0x60) >> 5;
+    const int d = byte(5) & 0x1F;
     info->frame_rate = info->frame_rate * (n + 1) / (d + 1);
     return 1;
 }
