@@ -21,7 +21,8 @@ using koli::compat::Mp4Track;
 namespace {
 
 constexpr size_t kMaxTracks = 1024;
-constexpr int64_t kMaxText = 4096;  // bytes of a text tag that are handed out
+constexpr int64_t kMaxText = 4096;          // bytes of a text tag that are handed out
+constexpr int64_t kMaxCover = 256LL << 20;  // bytes; a sparse file can hold any number of them for nothing
 
 /// A tag: an item of the list "ilst", whose first "data" box holds the value:
 ///
@@ -235,9 +236,11 @@ bool MP4GetMetadataDisk(MP4FileHandle file, uint16_t* number, uint16_t* total) {
 
 bool MP4GetMetadataCoverArt(MP4FileHandle file, MP4CoverData* data, uint64_t* size) {
     const Box* box = FindData(file, FourCc("covr"));
-    if (box == nullptr || box->end - box->payload == kValueOffset) return false;
-    *data = {file->reader.file().descriptor(), box->payload + kValueOffset};
-    *size = static_cast<uint64_t>(box->end - data->offset);
+    if (box == nullptr) return false;
+    const int64_t start = box->payload + kValueOffset;
+    if (box->end == start || box->end - start > kMaxCover) return false;
+    *data = {file->reader.file().descriptor(), start};
+    *size = static_cast<uint64_t>(box->end - start);
     return true;
 }
 
