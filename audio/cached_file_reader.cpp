@@ -4,19 +4,12 @@
 #include <cerrno>
 #include <cstring>
 
-#include <fcntl.h>
 #include <unistd.h>
+
+#include "base/open_file.h"
 
 namespace koli {
 namespace {
-
-/// O_NONBLOCK keeps a FIFO that took the file's place from blocking the caller.  It also refuses a file on
-/// which a file server holds a lease: that one is asked for again, and waited for.
-int OpenForReading(const char* path) {
-    constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
-    const int fd = open(path, kFlags | O_NONBLOCK);
-    return fd < 0 && errno == EWOULDBLOCK ? open(path, kFlags) : fd;
-}
 
 int64_t ReadAt(const CachedFileReader* reader, int64_t offset, void* bytes, size_t length) {
     ssize_t count = 0;

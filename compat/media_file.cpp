@@ -1,10 +1,11 @@
 #include "compat/media_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "base/open_file.h"
 
 namespace koli::compat {
 
@@ -13,7 +14,7 @@ MediaFile::~MediaFile() {
 }
 
 bool MediaFile::Open(const char* path) {
-    descriptor_ = open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    descriptor_ = OpenForReading(path);
     struct stat status;
     if (descriptor_ < 0 || fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) return false;
     size_ = status.st_size;

@@ -1,6 +1,5 @@
 #include "photo/exif.h"
 
-#include <fcntl.h>
 #include <libexif/exif-data.h>
 #include <libexif/exif-loader.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 #include <memory>
 
 #include "base/log.h"
+#include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 
@@ -45,7 +45,7 @@ bool Feed(ExifLoader* loader, unsigned char* bytes, size_t size) {
 
 /// Does what exif_loader_write_file does, within kSearchLimit.
 void FeedFile(ExifLoader* loader, const char* path) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int fd = OpenForReading(path);
     if (fd < 0) return;
     unsigned char block[kReadSize];
     for (size_t total = 0; total < kSearchLimit;) {

@@ -1,10 +1,16 @@
-// The names derived from a path, and the handler parts that every format shares.
+// The names derived from a path, opening files, and the handler parts that every format shares.
 #include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <climits>
 #include <tuple>
 
+#include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "index/util.h"
@@ -44,6 +50,35 @@ TEST(ParseInt32, SaturatesAt32BitsAndTellsWhereItStopped) {
         EXPECT_EQ(ParseInt32(text, &end), value) << text;
         EXPECT_EQ(end, text + length) << text;
     }
+}
+
+TEST(OpenForReading, WaitsForALeaseButNotForAFifo) {
+    const test::Sandbox sandbox;
+    const std::string fifo = sandbox.dir() + "/fifo", file = sandbox.Write("a", "x");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const int opened = OpenForReading(fifo.c_str());
+    EXPECT_EQ(fcntl(opened, F_GETFD), FD_CLOEXEC);
+    close(opened);
+
+    // A server that is asked to give its lease up gets SIGIO; this one's end does so.
+    int ready[2];
+    ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
+    const pid_t server = fork();
+    if (server == 0) {
+        const int fd = open(file.c_str(), O_RDWR | O_CLOEXEC);
+        const char has_lease = fcntl(fd, F_SETLEASE, F_WRLCK) == 0 ? 'y' : 'n';
+        if (write(ready[1], &has_lease, 1) == 1 && has_lease == 'y') sleep(30);
+        _exit(0);
+    }
+    char has_lease = 'n';
+    ASSERT_EQ(read(ready[0], &has_lease, 1), 1);
+    const int leased = OpenForReading(file.c_str());
+    EXPECT_GE(leased, 0);
+    int status = 0;
+    waitpid(server, &status, 0);
+    EXPECT_EQ(WIFSIGNALED(status), has_lease == 'y');
+    for (const int fd : {leased, ready[0], ready[1]})
+        close(fd);
 }
 
 TEST(MediaInfo, NumbersAreBigEndianInMemory) {

@@ -1,16 +1,17 @@
 #include "platform/host/regular_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "base/open_file.h"
+
 namespace koli {
 
 RegularFile::RegularFile(const char* path) {
     if (path == nullptr) return;
-    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+    const int descriptor = OpenForReading(path);
     if (descriptor < 0) return;
     struct stat status;
     if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
