@@ -1,7 +1,8 @@
 // Pictures in an ID3v2 tag.
 //
-//   2.3, 2.4  "APIC": encoding 1, MIME type to its zero byte, picture type 1, description to its zero byte,
-//   image 2.2       "PIC":  encoding 1, image format 3 ("JPG", "PNG"), picture type 1, description, image
+//   2.3, 2.4  "APIC":  encoding 1, MIME type and a zero byte, picture type 1,
+//                      description and a zero byte, image
+//   2.2       "PIC":   encoding 1, image format 3 ("JPG", "PNG"), the rest as above
 #pragma once
 
 #include <cstdint>

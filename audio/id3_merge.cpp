@@ -49,7 +49,8 @@ bool StoreV2Text(char (&field)[kTextSize], BeInt32* mark, const char* text, int3
     return true;
 }
 
-/// Stores a text of the ID3v1 tag, which need not be terminated.
+/// Stores a text of the ID3v1 tag.  One that fills its place there has no end of its own: it overwrites the
+/// beginning of a longer text that the field was preset with, and ends where that one does.
 template <size_t size>
 void StoreV1Text(char (&field)[kTextSize], const char (&text)[size]) {
     if (text[0] == '\0') return;

@@ -13,6 +13,7 @@ constexpr const char kModule[] = "metaid3";
 constexpr int64_t kSearchMargin = 10;  // bytes before the end of the audio in which no search begins a frame
 
 // By version - 1, layer - 1 and, in the first table, the 4-bit index; 0 is the free format, 15 is forbidden.
+// Bit rates in kbit/s, sample rates in Hz.
 constexpr uint16_t kBitrates[2][3][15] = {
     {
         {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448},
@@ -24,8 +25,8 @@ constexpr uint16_t kBitrates[2][3][15] = {
         {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
         {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160},
     },
-};                                                                                       // kbit/s
-constexpr uint16_t kSampleRates[2][3] = {{44100, 48000, 32000}, {22050, 24000, 16000}};  // Hz
+};
+constexpr uint16_t kSampleRates[2][3] = {{44100, 48000, 32000}, {22050, 24000, 16000}};
 constexpr int kSamplesPerFrame[2][3] = {{384, 1152, 1152}, {384, 1152, 576}};
 // Bytes x Hz per kbit/s.  Those of MPEG-2 Layer I and II are half of the standard's; existing libraries rely
 // on it.

@@ -1,9 +1,9 @@
 // MPEG audio frame headers: ISO/IEC 11172-3 clause 2.4.1.3 and ISO/IEC 13818-3.
 //
-//   byte 0  11111111          sync
-//   byte 1  1111vllp          v: 1 = MPEG-1, 0 = MPEG-2   ll: 3 = Layer I, 2 = II, 1 = III   p: 0 = with
-//   checksum byte 2  bbbbss d.         bit-rate index, sample-rate index, padding byte 3  mmeecoxx mode, mode
-//   extension, copyright, original, emphasis
+//   byte 0  11111111   sync
+//   byte 1  1111vllp   v: 1 = MPEG-1, 0 = MPEG-2; l: 3 = Layer I, 2 = II, 1 = III; p: 0 = with checksum
+//   byte 2  bbbbssd.   bit-rate index, sample-rate index, padding
+//   byte 3  mmeecoxx   mode, mode extension, copyright, original, emphasis
 //
 // The lower-rate extension MPEG-2.5 clears the sync's last bit (1110....).  Its frames are never accepted.
 #pragma once
