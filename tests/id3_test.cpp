@@ -1,10 +1,9 @@
 // ID3v1 and ID3v2 tags, read and merged.
 #include <gtest/gtest.h>
 
-#include <random>
-
 #include "audio/id3v2.h"
 #include "audio/mp3.h"
+#include "fuzz/memory_file.h"
 #include "tests/fake_platform.h"
 #include "tests/mp3_bytes.h"
 
@@ -28,11 +27,12 @@ class Id3 : public testing::Test {
     /// What the tags before and behind a valid stream give.
     MediaInfo Parse(const std::string& tag, const std::string& trailer = "") {
         MediaInfo record{};
-        const std::string path = sandbox_.Write("a.mp3", tag + Audio() + trailer);
+        const std::string bytes = tag + Audio() + trailer;
+        const std::string path = MemoryFile(bytes.data(), bytes.size());
         EXPECT_EQ(Mp3MetadataParse(path.c_str(), &record), 0);
         return record;
     }
-    Sandbox sandbox_;
+    const Sandbox fresh_;
 };
 
 TEST_F(Id3, StoresEachTextFrameInItsField) {
@@ -48,28 +48,21 @@ TEST_F(Id3, StoresEachTextFrameInItsField) {
 }
 
 TEST_F(Id3, ReadsNumbersAndGenresByTheirRules) {
-    const std::string cases[][3] = {{"TCON", "(17)", "Rock|||0|0|0"},
-                                    {"TCON", "(200)", "200|||0|0|0"},
-                                    {"TCON", "(17)Rock", "Rock|||0|0|0"},
-                                    {"TCON", "(1x)", "|||0|0|0"},
-                                    {"TCON", "()", "|||0|0|0"},
-                                    {"TCON", "x (0)", "Blues|||0|0|0"},
-                                    {"TCON", "(133)", "Afro-Punk|||0|0|0"},
-                                    {"TCON", "(147)", "SynthPop|||0|0|0"},
-                                    {"TCON", ")Rock(", ")Rock(|||0|0|0"},
-                                    {"TCON", "(9999999999)", "2147483647|||0|0|0"},
-                                    {"TCON", "(17)(18)", "|||0|0|0"},
-                                    {"TYER", "1999 ", "|||0|0|0"},
-                                    {"TYER", "1199", "|||0|0|0"},
-                                    {"TYER", "2200", "|||2200|0|0"},
-                                    {"TYER", " 1999", "|||1999|0|0"},
-                                    {"TRCK", "99999999999", "|||0|9999999|0"},
-                                    {"TRCK", "7x", "|||0|7|0"},
-                                    {"TPOS", "A", "|||0|0|0"},
-                                    {"TPOS", "2 ", "|||0|0|0"},
-                                    {"TPOS", "\xFF\xFE\x31", "|||0|0|0"}};
-    for (const auto& [id, text, result] : cases)
-        EXPECT_EQ(Summary(Parse(Tag(Text(id, text)))), "|||" + result) << text;
+    const auto all = [&](const char* id, const std::vector<std::string>& texts) {
+        std::string result;
+        for (const std::string& text : texts)
+            result += Summary(Parse(Tag(Text(id, text)))).substr(3) + " ";
+        return result;
+    };
+    EXPECT_EQ(all("TCON", {"(17)", "(200)", "(17)Rock", "(1x)", "()", "x (0)", "(133)", "(17)(18)"}),
+              "Rock|||0|0|0 200|||0|0|0 Rock|||0|0|0 |||0|0|0 |||0|0|0 Blues|||0|0|0 Afro-Punk|||0|0|0 "
+              "|||0|0|0 ");
+    EXPECT_EQ(all("TCON", {"(147)", "(148)", ")Rock(", "(9999999999)"}),
+              "SynthPop|||0|0|0 148|||0|0|0 )Rock(|||0|0|0 2147483647|||0|0|0 ");
+    EXPECT_EQ(all("TYER", {"1999 ", "1199", "1200", "2200", "2201", " 1999"}),
+              "|||0|0|0 |||0|0|0 |||1200|0|0 |||2200|0|0 |||0|0|0 |||1999|0|0 ");
+    EXPECT_EQ(all("TRCK", {"99999999999", "7x"}), "|||0|9999999|0 |||0|7|0 ");
+    EXPECT_EQ(all("TPOS", {"A", "2 ", "\xFF\xFE\x31", "2"}), "|||0|0|0 |||0|0|0 |||0|0|0 |||0|0|2 ");
 }
 
 TEST_F(Id3, MarksUtf16TextByItsOwnByteOrderMark) {
@@ -95,8 +88,7 @@ TEST_F(Id3, EndsTheScanWhereTheTagDoesNotLeadOn) {
         {Tag(Text22("TT2", std::string(299, 'x')) + Text22("TT2", "T"), 2), std::string(0x2C, 'x')},
         {Tag("\0\0\0\6\0\0\0\0\0\0"s + last), "v1"},        // an extended header
         {Tag(Frame("APIC", "", 0xFFFFFFF6) + last), "v1"},  // leads nowhere
-        {Tag(Text("TXXX", std::string(100, 'x')) + Frame("APIC", "", 0xFFFFFF87) + last),
-         "v1"},  // leads back
+        {Tag(Frame("APIC", "", 0x80000000) + last), "v1"},  // leads back
         {Tag(Text("TIT2", "old") + Text("tit2", "x") + last), "old"},
         {Tag(Text("TIT2", "old") + Text("Tit2", "T")), "T"},
         {Tag(Frame("TIT2", "\0T"s, 5)), "T\xFF\xFB\x90"},  // is read past the tag
@@ -117,25 +109,14 @@ TEST_F(Id3, FallsBackToTheTrailerFieldByField) {
                   "|||||" + std::string(29, 'c') + "\7|0|0|0");
 }
 
-TEST_F(Id3, SurvivesTagsThatAreCutOffOrDamaged) {
-    fake.cover_folder = sandbox_.dir();
-    const std::string whole =
-        Tag(Text("TIT2", "\xFF\xFE\x61\0"s, 1) + Picture("image/jpeg", 3, std::string(40, 'j')) +
-            Text("COMM", "engd\0Words"s) + Text("TRCK", "3/12")) +
-        Audio(3) + Trailer("T", "A", "L", "1999", "C", 1);
-    const auto parse = [&](const std::string& bytes) {
+TEST_F(Id3, SurvivesTagsThatAreCutOff) {
+    const std::string whole = Tag(Text("TIT2", "\xFF\xFE\x61\0"s, 1) + Picture("image/jpeg", 3, "image") +
+                                  Text("COMM", "engd\0Words"s)) +
+                              Audio(2) + Trailer("T", "A", "L", "1999", "C", 1);
+    for (size_t length = 0; length < whole.size(); ++length) {
         MediaInfo record{};
-        const int result = Mp3MetadataParse(sandbox_.Write("a.mp3", bytes).c_str(), &record);
-        EXPECT_TRUE(result == 0 || Summary(record) == "||||||0|0|0");
-    };
-    for (size_t length = 0; length < whole.size(); ++length)
-        parse(whole.substr(0, length));
-    std::mt19937 random(3);
-    for (size_t round = 0; round < 3000; ++round) {
-        std::string damaged = whole;
-        for (int i = 0; i < 4; ++i)
-            damaged[random() % (round % 2 != 0 ? 200 : damaged.size())] = static_cast<char>(random());
-        parse(damaged);
+        const std::string path = MemoryFile(whole.data(), length);
+        EXPECT_TRUE(Mp3MetadataParse(path.c_str(), &record) == 0 || Summary(record) == "||||||0|0|0");
     }
 }
 

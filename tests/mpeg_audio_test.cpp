@@ -72,11 +72,10 @@ TEST(MpegFrame, DecodesByTheTables) {
         Opened file(sandbox, "xx" + Padded(c.header, 998));
         const MpegHeaderInfo& h = file.header;
         ASSERT_EQ(MpegFrameFind(&file.reader, &file.position, &file.header), 1);
-        EXPECT_EQ(h.position, 2);
         EXPECT_DOUBLE_EQ(h.duration, 1000.0 / (c.bitrate / 1000) * 0.008);
-        EXPECT_EQ(std::tie(h.version, h.layer, h.frame_length, h.bitrate, h.sample_rate, h.channel_mode,
-                           h.mode_extension),
-                  std::tie(c.version, c.layer, c.length, c.bitrate, c.sample_rate, c.mode, c.extension));
+        EXPECT_EQ(std::tuple(h.position, h.version, h.layer, h.frame_length, h.bitrate, h.sample_rate,
+                             h.channel_mode, h.mode_extension),
+                  std::tuple(2, c.version, c.layer, c.length, c.bitrate, c.sample_rate, c.mode, c.extension));
     }
     for (const char* bad : {"\xFF\xE3\x90\x64", "\xFF\xEB\x90\x64", "\xFF\xF9\x90\x64", "\xFF\xFB\x9C\x64",
                             "\xFF\xFB\xF0\x64", "\xFE\xFB\x90\x64", "\xFF\xDB\x90\x64", "\xFF\xFB"}) {
@@ -118,29 +117,20 @@ TEST(VbrHeader, IsFoundWhereverItBeginsInTheFirstQuarter) {
 TEST(MpegSearch, AgreesWithTheByteWiseOnes) {
     const Sandbox sandbox;
     std::mt19937 random(7);
-    const std::string pieces[] = {"\xFF\xFB\x90\x64",
-                                  "\xFF\xF7\x94\xC4",
-                                  "\xFF\xFB\x02\x64",
-                                  std::string(30, '\0'),
-                                  "\xFF",
-                                  "Xing",
-                                  "VBRI",
-                                  std::string(400, 'z'),
-                                  "Vi",
-                                  std::string(17000, '\0'),
-                                  Audio(1).substr(0, 416),
-                                  "\xFF\xFB\0"s,
-                                  std::string(300, '\0')};
+    std::vector<std::string> pieces = {"Xing", "VBRI", "Vi", "\xFF", "\xFF\xFB\x90\x64"};
+    pieces.insert(pieces.end(),
+                  {"\xFF\xF7\x94\xC4", "\xFF\xFB\x02\x64", Audio(1).substr(17), Padded("", 30)});
+    const size_t small = pieces.size();
+    pieces.insert(pieces.end(), {Audio(1).substr(0, 416), "\xFF\xFB\0"s, Padded("", 300), Padded("", 17000)});
     for (int round = 0; round < 400; ++round) {
         std::string bytes;
         for (size_t count = random() % 200; count > 0; --count)
-            bytes += pieces[random() % (round % 8 == 0 ? std::size(pieces) : 9)];
+            bytes += pieces[random() % (round % 8 == 0 ? pieces.size() : small)];
         Opened file(sandbox, bytes), model(sandbox, bytes);
         const int64_t start = round % 3;
-        const int64_t frame =
-            MpegFirstFrame(&file.reader, start, &file.header) == 0 ? file.header.position : -1;
-        ASSERT_EQ(frame, ModelFirstFrame(&model.reader, bytes, start)) << round;
-        if (frame < 0 || file.header.bitrate == 0) continue;
+        const bool is_found = MpegFirstFrame(&file.reader, start, &file.header) == 0;
+        ASSERT_EQ(is_found ? file.header.position : -1, ModelFirstFrame(&model.reader, bytes, start));
+        if (!is_found || file.header.bitrate == 0) continue;
         XingHeaderRead(&file.reader, start, &file.header);
         VbriHeaderRead(&file.reader, start, &file.header);
         ASSERT_EQ(file.reader.vbr_scan.xing, ModelMark(&model.reader, bytes, "Xing", start)) << round;
