@@ -17,9 +17,10 @@ constexpr const char kModule[] = "metaid3";
 
 constexpr int64_t kTagHeaderSize = 10;
 constexpr uint32_t kMaxTextFrame = 1023;  // bytes; a larger frame other than a picture ends the scan
-constexpr size_t kTextBufferSize = 1024;  // its last byte takes everything that does not fit
+constexpr size_t kTextBufferSize = 1024;  // bytes; holds the longest text and an added byte-order mark
 constexpr int kMaxPictures = 64;          // picture frames that are tried in one tag
 constexpr size_t kCommentLead = 4;        // encoding and language, before a comment's description
+static_assert(kMaxTextFrame - 1 + 2 <= kTextBufferSize);  // less the encoding
 
 /// What differs between version 2.2 and its successors.
 struct FrameLayout {
@@ -53,7 +54,7 @@ constexpr TextFrame kTextFrames[] = {
     {"TPA", "TPOS", offsetof(Id3v2Fields, disc), sizeof(Id3v2Fields::disc), nullptr},
 };
 
-/// A frame's text, in a buffer that a text never fills beyond its last byte.
+/// A frame's text.  Only the longest one of encoding 2 fills the buffer and has no terminator.
 struct FrameText {
     char bytes[kTextBufferSize] = {};
     bool is_utf16 = false;
@@ -181,9 +182,7 @@ FrameText TagScan::DecodeText(const uint8_t* data, size_t size, size_t text) con
         used = 2;
         result.is_utf16 = true;
     }
-    const size_t room = kTextBufferSize - 1 - used;
-    memcpy(result.bytes + used, source, std::min(length, room));
-    if (length > room) result.bytes[kTextBufferSize - 1] = source[length - 1];
+    memcpy(result.bytes + used, source, length);
     result.is_present = true;
     return result;
 }
