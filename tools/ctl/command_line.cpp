@@ -199,7 +199,12 @@ int CommandLineRun(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // help
-        Complain("%s (see koliindexctl --help)", error.what());
+        // The parser misses a command before it looks at words that it does not know.
+        const std::vector<std::string> unknown = app.remaining();
+        if (app.get_subcommands().empty() && !unknown.empty())
+            Complain("%s: there is no such command (see koliindexctl --help)", unknown.front().c_str());
+        else
+            Complain("%s (see koliindexctl --help)", error.what());
         return kExitUsage;
     }
     if (fflush(stdout) != 0 || ferror(stdout) != 0) {

@@ -233,6 +233,7 @@ void RowPrinter::PrintLine(const std::vector<std::string>& texts) const {
         const size_t width = Width(texts[i]);
         line.append(widths_[i] > width ? widths_[i] - width : 0, ' ').append("  ");
     }
+    line.erase(line.find_last_not_of(' ') + 1);
     printf("%s\n", line.c_str());
 }
 
