@@ -114,7 +114,10 @@ void Database::NoteLock() {
 bool Database::BeginGroup() {
     if (sql_ != nullptr && sql_->InTransaction()) return true;
     if (sql_ != nullptr) DropUnusable();
-    if (!Open()) return false;
+    if (!Open()) {
+        lost_ = true;  // nothing at all can be stored: the batch has to wait until the file is sound again
+        return false;
+    }
     if (sql_->Execute("BEGIN IMMEDIATE") < 0) {
         NoteLock();
         Failed("begin a group of");

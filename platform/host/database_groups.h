@@ -68,7 +68,7 @@ class Database {
     bool in_unit_ = false;
     bool suspect_ = false;   // the file failed a statement: open it anew before the next group
     bool unsynced_ = false;  // committed since the last Sync, or by whoever had it open before
-    bool lost_ = false;      // a group was lost, or found the database locked, since the last Sync
+    bool lost_ = false;      // a group was lost, or could not be begun, since the last Sync
     bool locked_ = false;    // the last group found the database locked
 };
 
