@@ -138,12 +138,16 @@ class Control(harness.DaemonTest):
         self.refused(3, "not running", "remove", gone, queued=[f"a:{SONG}", f"D:{gone}"])
         lock.close()
         sound = store.read_bytes()
+        store.write_bytes(b"no database")
+        self.start()
+        self.refused(5, "not a database; .*daemon keeps them", "add", "--wait", SONG, queued=[f"a:{SONG}"])
+        appliance.stop()
         for damaged, words in ((b"no database" * 1000, "not a database"),
                                (sound[:4096] + b"\x55" * (len(sound) - 4096), "malformed")):
             store.write_bytes(damaged)
             self.every_query_is_refused(words)
         store.write_bytes(sound)
-        self.stored_at_next_start(SONG)
+        self.stored_at_next_start(SONG)  # the batch that was kept, too: of the file that is gone nothing is left
 
     def every_query_is_refused(self, words):
         for arguments in (["list"], ["show", SONG], ["problems"], ["status"], ["sync"]):

@@ -43,7 +43,7 @@ class Interval {
 }  // namespace
 
 BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits& limits,
-                   const std::function<void(bool begun)>& tell) {
+                   const std::function<bool(bool begun)>& tell) {
     const int64_t start = NowMs();
     int64_t seen_alive = start;
     Interval telling(limits.tell_every_ms, start), waking(limits.wake_every_ms, start);
@@ -55,9 +55,10 @@ BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits&
         if (limits.timeout > 0 && now - start >= int64_t{limits.timeout} * 1000) return BatchEnd::kTimeout;
 
         const bool begun = !IsNamed(places.queue, status);
-        if (telling.IsDue(now)) tell(begun);
-        // A run that finds an older batch executes that one and leaves the queue to the next signal.
-        if (!begun && waking.IsDue(now)) DaemonWake(places.pid_file);
+        if (telling.IsDue(now) && !tell(begun)) return BatchEnd::kGivenUp;
+        // A run that finds an older batch executes that one and leaves the queue to the next signal; one that
+        // could not store everything leaves its batch to it.
+        if (waking.IsDue(now)) DaemonWake(places.pid_file);
         SleepMs(limits.look_every_ms);
     }
     return BatchEnd::kExecuted;

@@ -55,19 +55,22 @@ std::string Progress::Line(bool begun, int64_t stored, int64_t unparsable) {
     return line;
 }
 
-void Progress::Tell(bool begun) {
+bool Progress::Tell(bool begun) {
     const double now = Now();
-    if (!is_terminal_ && told_ > 0 && now - told_ < kSecondsPerLine) return;
+    if (!is_terminal_ && told_ > 0 && now - told_ < kSecondsPerLine) return true;
     int64_t stored = 0, unparsable = 0;
     StoreReader store;
-    if (begun && store.Open(context_.places))  // a failure shows when the result is looked at
+    if (store.Open(context_.places))
         for (const std::string& path : paths_) {
             stored += store.FilesBelow(path);
             unparsable += store.CountBelow("problem", path);
         }
+    error_ = store.error();
+    if (!error_.empty()) return false;
     const std::string line = Line(begun, stored, unparsable);
     fprintf(stderr, is_terminal_ ? "\r%s\033[K" : "koliindexctl: %s\n", line.c_str());
     told_ = now;
+    return true;
 }
 
 }  // namespace koli::ctl

@@ -18,7 +18,9 @@ class Progress {
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    void Tell(bool begun);
+    /// False when a database cannot be read, and so not be written by the daemon; error() has the reason.
+    bool Tell(bool begun);
+    const std::string& error() const { return error_; }
 
   private:
     std::string Line(bool begun, int64_t stored, int64_t unparsable);
@@ -29,6 +31,7 @@ class Progress {
     int64_t stored_before_ = -1;  // when the daemon began; -1 = it has not
     double began_ = 0;            // seconds of the monotonic clock
     double told_ = 0;             // the same, of the last line
+    std::string error_;
     bool is_terminal_;
 };
 
