@@ -23,8 +23,8 @@ constexpr const char kSettings[] =
     "PRAGMA cell_size_check=ON;"
     "PRAGMA trusted_schema=OFF;";
 
-/// mmap() for the engine: the write-ahead log's index is shared memory, and a child that is taken over by what
-/// it reads must not find it in its address space.
+/// mmap() for the engine: the write-ahead log's index is shared memory, and a child that is taken over by
+/// what it reads must not find it in its address space.
 void* MapForThisProcessOnly(void* address, size_t size, int protection, int flags, int file, off_t offset) {
     void* area = mmap(address, size, protection, flags, file, offset);
     if (area != MAP_FAILED) madvise(area, size, MADV_DONTFORK);
