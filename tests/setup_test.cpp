@@ -21,12 +21,9 @@ class SetupTest : public testing::Test {
         dir_.Write("volume1/video/film.mkv", "x");
     }
     int Run(bool apply, bool undo, const std::string& volume = "/volume1") {
-        return ctl::Setup({}, volume, {apply, undo, {dir_.Path("").substr(0, dir_.Path("").size() - 1)}});
+        return ctl::Setup({}, volume, {apply, undo, {fs::path(dir_.Path("")).parent_path()}});
     }
-    std::set<fs::path> Tree() const {
-        const fs::recursive_directory_iterator all(dir_.Path(""));
-        return {begin(all), end(all)};
-    }
+    std::set<fs::path> Tree() const { return {fs::recursive_directory_iterator(dir_.Path("")), {}}; }
     test::TempDir dir_;
 };
 
@@ -61,8 +58,7 @@ TEST_F(SetupTest, WhatHasBeenUsedSinceStays) {
 
     // Now that it is out of the way a second undo finishes.
     EXPECT_EQ(Run(false, true), kExitDone);
-    EXPECT_FALSE(fs::exists(dir_.Path("var/lib/koli")));
-    EXPECT_FALSE(fs::exists(dir_.Path("volume1/music")));
+    EXPECT_FALSE(fs::exists(dir_.Path("var/lib/koli")) || fs::exists(dir_.Path("volume1/music")));
 }
 
 TEST_F(SetupTest, RefusesAndDistrusts) {
