@@ -38,7 +38,6 @@ std::string Read(const std::string& path) {
 TEST(RequestLine, PathsAreMadeAbsoluteByTheirText) {
     EXPECT_EQ(AbsolutePath("../a/./b//", "/w/x"), "/w/a/b");
     EXPECT_EQ(AbsolutePath("/a/../../b", "/w"), "/b");
-    EXPECT_EQ(AbsolutePath("..", "/w"), "/");
     EXPECT_EQ(AbsolutePath(" a ", "/w"), "/w/ a ");
     EXPECT_EQ(AbsolutePath("...", "/"), "/...");
     EXPECT_EQ(AbsolutePath("", "/w"), "");
