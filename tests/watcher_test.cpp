@@ -49,7 +49,7 @@ class WatcherTest : public testing::Test {
     }
     bool WaitFor(const std::function<bool()>& condition) {
         for (int i = 0; i < 1000; usleep(20'000), ++i) {
-            const std::unique_lock guard(sink_.mutex);
+            const std::lock_guard guard(sink_.mutex);
             if (condition()) return true;
         }
         return false;
