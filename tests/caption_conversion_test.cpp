@@ -50,6 +50,7 @@ namespace koli {
 namespace {
 
 using namespace test;
+using namespace std::string_literals;
 using Lines = std::vector<std::string>;
 
 TEST(Caption, TheFirstLineIsTakenOnce) {
@@ -85,25 +86,19 @@ TEST(Caption, WhatIsNoReadableFileIsKeptAndLogged) {
     EXPECT_EQ(CaptionTitleGet(path.c_str(), &record), 0);  // does not block
     EXPECT_EQ(CaptionDescGet(path.c_str(), &record), 0);
     EXPECT_EQ(CaptionRead(path.c_str(), kPublicStream, value, sizeof value), -1);
-    EXPECT_EQ(CaptionTitleGet(nullptr, &record), 0);
-    EXPECT_EQ(CaptionTitleGet("/", &record), 0);
     EXPECT_EQ(access(file.c_str(), F_OK), 0);
     EXPECT_EQ(fake.log,
-              (Lines{"photo_index:# fgets() failed.", "photo_index:# failed to open file " + link + ".",
-                     "photo_index:# Bad parameters.", "photo_index:# KOLIEAPath() failed."}));
+              (Lines{"photo_index:# fgets() failed.", "photo_index:# failed to open file " + link + "."}));
 }
 
 TEST(WriteThumbQueue, KeepsOneLineForEachEntry) {
     const Sandbox sandbox;
-    const std::string queue = sandbox.dir() + "/queue";
-    const std::string longest(4095, 'x');
-    for (const char* entry : {"/a/bc", "/a/bc", "/a/b", "/c'%s", longest.c_str(), longest.c_str()})
-        EXPECT_EQ(WriteThumbQueue(entry, queue.c_str()), 0);
+    const std::string queue = sandbox.dir() + "/queue", longest(4095, 'x');
+    for (const std::string& entry : {"/a/bc"s, "/a/bc"s, "/a/b"s, "/c'%s"s, longest, longest})
+        EXPECT_EQ(WriteThumbQueue(entry.c_str(), queue.c_str()), 0);
+    for (const std::string& refused : {"/a\n/etc"s, longest + "y"})
+        EXPECT_EQ(WriteThumbQueue(refused.c_str(), queue.c_str()), -1);
     EXPECT_TRUE(ReadFile(queue) == "/a/bc\n/a/b\n/c'%s\n" + longest + "\n");
-    EXPECT_EQ(WriteThumbQueue("/a\n/etc", queue.c_str()), -1);
-    EXPECT_EQ(WriteThumbQueue((longest + "y").c_str(), queue.c_str()), -1);
-    EXPECT_EQ(ReadFile(queue).size(), 6U + 5 + 6 + 4096);
-    EXPECT_TRUE(fake.log.empty());
 }
 
 TEST(WriteThumbQueue, OnlyAForbiddenQueueIsTriedAgain) {
