@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 #include <thread>
 
@@ -31,7 +30,6 @@ namespace {
 
 using test::fake;
 using Lines = std::vector<std::string>;
-int hangups = 0, wakeups = 0;
 
 class Queue : public testing::Test {
   protected:
@@ -97,32 +95,23 @@ TEST_F(Queue, ALineWrittenUnderTheLockWhileTheBatchEndsIsNotLost) {
     writer.join();
 }
 
-TEST_F(Queue, WhatIsNoFileIsClearedAwayAndTheServersHearOfWhatWasRead) {
-    signal(SIGHUP, [](int) { ++hangups; });
-    signal(SIGUSR1, [](int) { ++wakeups; });
-    fake.pids = {{"/var/run/mt-daapd.pid", getpid()}, {"/var/run/dms.pid", getpid()}};
+TEST_F(Queue, WhatIsNoFileIsClearedAway) {
     sandbox_.MakeDir("queue.tmp/sub");
     Run();
     EXPECT_EQ(fake.log.size(), 1U);
     ASSERT_EQ(mkfifo("queue.tmp", 0600), 0);
     Run();  // must not block
     EXPECT_EQ(fake.log, Lines{"koliindexd(#): Failed to open queue.tmp. (Invalid argument)"});
-    EXPECT_EQ(wakeups, 0);
-    EXPECT_EQ(Calls("nothing valid\n"), Lines{});
-    EXPECT_EQ(wakeups, 1);
-    EXPECT_EQ(hangups, 0);
 }
 
 TEST_F(Queue, LinesThatAreNoRequestsAreLoggedAndTheNextOneIsRead) {
-    EXPECT_EQ(Calls("\nX:/v/x.mp3\n/v/x.mp3\nA\n:\nT:ok\nA:/v/x.mp3"),
-              (Lines{"KOLITruncateTable ok", "IndexWalk /v/x.mp3 1 3"}));
-    EXPECT_EQ(fake.log,
-              (Lines{Bad("\n"), Bad("X:/v/x.mp3"), Bad("/v/x.mp3\n"), Bad("A\n"), Bad(":\n"), no_newline_}));
-    // Zero bytes end a line, and hide nothing behind them.
     using namespace std::string_literals;
-    EXPECT_EQ(Calls("T:a\n\0\0\0T:b\nD:/vol\0\0T:c\nT:d\0"s),
-              (Lines{"KOLITruncateTable a", "KOLITruncateTable b", "KOLITruncateTable c"}));
-    EXPECT_EQ(fake.log, (Lines{Bad(""), Bad("D:/vol"), Bad("T:d")}));
+    // Zero bytes end a line, and hide nothing behind them.
+    EXPECT_EQ(Calls("\n/v/x.mp3\n:\nT:a\n\0\0\0T:b\nD:/vol\0\0T:c\nT:d\0\nA:/v/x.mp3"s),
+              (Lines{"KOLITruncateTable a", "KOLITruncateTable b", "KOLITruncateTable c",
+                     "IndexWalk /v/x.mp3 1 3"}));
+    EXPECT_EQ(fake.log, (Lines{Bad("\n"), Bad("/v/x.mp3\n"), Bad(":\n"), Bad(""), Bad("D:/vol"), Bad("T:d"),
+                               Bad("\n"), no_newline_}));
 }
 
 TEST_F(Queue, ALineThatDoesNotFitIsReadInPieces) {
@@ -138,17 +127,12 @@ TEST_F(Queue, ALineThatDoesNotFitIsReadInPieces) {
               (Lines{"IndexWalk (null) 2 1", "IndexWalk new 1 1"}));
 }
 
-TEST_F(Queue, PathsLoseTheirTrailingSlashesAndWhatExistsIsNotRemoved) {
-    EXPECT_EQ(Calls("A:/v/a //\nd:/gone/ \nD:/gone///\na://\nN:/x/:/y//\n"),
-              (Lines{"IndexWalk /v/a  1 3", "IndexOnePath /gone/  2", "IndexWalk /gone 2 3",
-                     "IndexOnePath / 1", "IndexOnePath /y 2", "IndexOnePath /x 1"}));
-    EXPECT_EQ(Calls("D:\na:\nN::\nN:/x\n"),
-              (Lines{"IndexWalk  2 3", "IndexOnePath  1", "IndexOnePath (null) 2", "IndexOnePath (null) 1",
-                     "IndexOnePath (null) 2", "IndexOnePath /x 1"}));
-    sandbox_.Write("f.mp3", "");
-    EXPECT_EQ(Calls("D:f.mp3\nd:.\n"), Lines{});
-    EXPECT_EQ(fake.log, (Lines{"koliindexd (#) Dir or File exists (f.mp3). Skip remove it from database.",
-                               "koliindexd (#) Dir or File exists (.). Skip remove it from database."}));
+TEST_F(Queue, PathsLoseTheirTrailingSlashes) {
+    EXPECT_EQ(
+        Calls("A:/v/a //\nd:/gone/ \nD:/gone///\na://\nN:/x/:/y//\nD:\nN::\nN:/x\n"),
+        (Lines{"IndexWalk /v/a  1 3", "IndexOnePath /gone/  2", "IndexWalk /gone 2 3", "IndexOnePath / 1",
+               "IndexOnePath /y 2", "IndexOnePath /x 1", "IndexWalk  2 3", "IndexOnePath (null) 2",
+               "IndexOnePath (null) 1", "IndexOnePath (null) 2", "IndexOnePath /x 1"}));
 }
 
 TEST_F(Queue, PhotoPathsAlsoReachThePhotoLibraryAndItsAlbums) {
