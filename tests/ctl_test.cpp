@@ -188,21 +188,21 @@ TEST(BatchWait, EndsWithTheBatchTheDaemonOrTheTime) {
     dir.Write("pid", std::to_string(daemon));
 
     QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
-    EXPECT_EQ(BatchWait(batch.file, places, limits, [](bool begun) { EXPECT_FALSE(begun); }),
-              BatchEnd::kTimeout);
+    EXPECT_EQ(BatchWait(batch.file, places, limits, [](bool begun) { return !begun; }), BatchEnd::kTimeout);
     // The daemon takes it over, then is done with it.
     int told = 0;
     const auto take_over = [&](bool begun) {
         EXPECT_EQ(begun, told > 0);
         if (told++ == 0) rename(places.queue.c_str(), places.batch.c_str());
         if (told == 3) unlink(places.batch.c_str());
+        return true;
     };
     EXPECT_EQ(BatchWait(batch.file, places, limits, take_over), BatchEnd::kExecuted);
 
     batch = QueueAppend(places.queue, "a:/1\n");
     kill(daemon, SIGKILL);
     waitpid(daemon, nullptr, 0);
-    EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 20}, [](bool) {}), BatchEnd::kNoDaemon);
+    EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 20}, [](bool) { return true; }), BatchEnd::kNoDaemon);
     EXPECT_EQ(Read(places.queue), "a:/1\n");
 }
 
