@@ -287,7 +287,7 @@ class Sequences(harness.DaemonTest):
 
 
 class Trouble(harness.DaemonTest):
-    def library(self):
+    def library_rows(self):
         """Both stores' pictures, and the albums."""
         albums = sorted(row["sharename"] for row in appliance.rows("photo_share"))
         return self.paths("photo"), self.paths("photo_info"), albums
@@ -315,7 +315,7 @@ class Trouble(harness.DaemonTest):
     def test_a_share_out_of_reach_keeps_its_rows(self):
         self.put_album("Trip")
         self.index(f"A:{P}")
-        before, link = self.library(), "/var/services/photo"
+        before, link = self.library_rows(), "/var/services/photo"
         self.addCleanup(os.symlink, P, link)
         for target in (None, "/volume1/nowhere", link):
             os.unlink(link)
@@ -323,7 +323,7 @@ class Trouble(harness.DaemonTest):
                 os.symlink(target, link)
             log = "\n".join(self.index("R:photo", "U:photo", "R:everything"))
             self.assertIn("Failed to open directory" if target else "Failed to read link of", log)
-            self.assertEqual(self.library(), before, target)
+            self.assertEqual(self.library_rows(), before, target)
             if not target:
                 os.symlink(P, link)
         os.unlink(link)
@@ -331,7 +331,7 @@ class Trouble(harness.DaemonTest):
     def test_a_folder_that_cannot_be_entered_keeps_its_rows_and_puts_off_the_sweep(self):
         photos = [self.put_album(name) for name in ("gone", "locked", "open")]
         self.index(f"A:{P}")
-        before, daemon = self.library(), self.binary
+        before, daemon = self.library_rows(), self.binary
         self.binary = "/tmp/without-override"  # to root, nothing is out of reach
         with open(self.binary, "w") as file:
             file.write(f"#!/bin/sh\nexec setpriv --bounding-set=-dac_override,-dac_read_search '{daemon}'\n")
@@ -339,10 +339,10 @@ class Trouble(harness.DaemonTest):
         os.chmod(f"{P}/locked", 0o600)
         shutil.rmtree(f"{P}/gone")
         self.assertIn(f"Failed to open directory {P}/locked ", "\n".join(self.index("R:photo", "U:photo")))
-        self.assertEqual(self.library(), before)
+        self.assertEqual(self.library_rows(), before)
         os.chmod(f"{P}/locked", 0o755)
         self.index("R:photo")
-        self.assertEqual(self.library()[1:], (photos[1:], ["locked", "locked/sub", "open", "open/sub"]))
+        self.assertEqual(self.library_rows()[1:], (photos[1:], ["locked", "locked/sub", "open", "open/sub"]))
 
     def test_link_loops_and_two_thousand_levels(self):
         photos = [self.put_album(name) for name in ("A", "B", "new\nline")] + [f"{P}/z" + 1999 * "/d" + "/x.jpg"]
@@ -359,10 +359,10 @@ class Trouble(harness.DaemonTest):
         os.close(deep)
         self.index(f"A:{P}", "R:photo", "U:photo", "R:everything")
         albums = ["A", "A/sub", "B", "B/sub", "new\nline", "new\nline/sub", "z", "z/d"]
-        self.assertEqual(self.library(), (photos, photos, albums))
+        self.assertEqual(self.library_rows(), (photos, photos, albums))
         os.rename(f"{P}/z", f"{P}/_")
         self.index(f"N:{P}/_:{P}/z")
-        self.assertIn(photos[3].replace("/z/", "/_/"), self.library()[1])
+        self.assertIn(photos[3].replace("/z/", "/_/"), self.library_rows()[1])
 
     def test_conversion_queues(self):
         def hears(*told):
@@ -385,7 +385,7 @@ class Trouble(harness.DaemonTest):
             fcntl.flock(queue, fcntl.LOCK_EX)
             appliance.enqueue([f"a:{self.put_album('B')}"])
             self.start()
-            appliance.wait_until(lambda: len(self.library()[1]) == 2, 10, "the row, while the daemon waits for the queue")
+            appliance.wait_until(lambda: len(self.library_rows()[1]) == 2, 10, "the row, while the daemon waits for the queue")
             self.assertTrue(os.path.exists(appliance.BATCH) and hears("flv", "thumb"))
             print("somebody else's", file=queue, flush=True)
             fcntl.flock(queue, fcntl.LOCK_UN)
