@@ -140,6 +140,7 @@ class Control(harness.DaemonTest):
         sound = store.read_bytes()
         store.write_bytes(b"no database")
         self.start()
+        appliance.wait_until(lambda: not os.path.exists(appliance.QUEUE), 60, "the first batch, which is kept")
         self.refused(5, "not a database; .*daemon keeps them", "add", "--wait", SONG, queued=[f"a:{SONG}"])
         appliance.stop()
         for damaged, words in ((b"no database" * 1000, "not a database"),
