@@ -65,7 +65,7 @@ void LoopPass() {
     if (signal_count > kMaxSignals) ForceRunAfterOverflow();
 
     switch (
-        LoopDecide({.dirty = dirty, .dirty_seen = dirty_seen, .last_vacuum = last_vacuum}, time(nullptr))) {
+        LoopDecide({.dirty_seen = dirty_seen, .dirty = dirty, .last_vacuum = last_vacuum}, time(nullptr))) {
         case LoopAction::kIdle:
             return;
         case LoopAction::kClearDirty:

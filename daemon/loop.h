@@ -20,10 +20,11 @@ extern time_t last_vacuum;                  ///< when the databases were last va
 /// Handler of SIGUSR1: notes that requests wait.
 void SetDirty(int signo);
 
-/// A look at the state above.
+/// A look at the state above, taken in this order, which is SetDirty's: a signal in the middle of it gives
+/// (0, 1), the beginning of a burst, and never (1, 0), a tick without one.
 struct LoopFlags {
-    int dirty;
     int dirty_seen;
+    int dirty;
     time_t last_vacuum;
 };
 

@@ -74,7 +74,7 @@ TEST_F(Loop, ASignalInEveryTickPutsTheRunOffUntilTheOverflow) {
 }
 
 TEST_F(Loop, VacuumsBeforeARunMoreThanTwelveHoursAfterTheLast) {
-    const LoopFlags quiet{.dirty = 0, .dirty_seen = 1, .last_vacuum = 1000000};
+    const LoopFlags quiet{.dirty_seen = 1, .dirty = 0, .last_vacuum = 1000000};
     const time_t twelve_hours = 12 * 3600;
     EXPECT_EQ(LoopDecide(quiet, 1000000 + twelve_hours), LoopAction::kRun);
     EXPECT_EQ(LoopDecide(quiet, 1000000 + twelve_hours + 1), LoopAction::kVacuumAndRun);
