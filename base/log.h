@@ -27,8 +27,7 @@ extern LogSink log_sink;
 inline constexpr int kLogSinkLineSize = 5120;  // bytes; longer lines are cut: a path and its message fit
 
 /// The first line of LogError, prefix included, since the last LogFirstForget, which the dispatch calls when
-/// it begins a file; "" = none.  It is cut to
-/// kLogFirstSize - 1 bytes.  Valid until the next LogFirstForget.
+/// it begins a file; "" = none.  It is cut to kLogFirstSize - 1 bytes.  Valid until the next LogFirstForget.
 inline constexpr int kLogFirstSize = 512;
 const char* LogFirst();
 void LogFirstForget();

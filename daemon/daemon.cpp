@@ -11,7 +11,6 @@
 #include <cstring>
 #include <ctime>
 
-#include "base/daemon_lock.h"
 #include "base/features.h"
 #include "base/log.h"
 #include "daemon/loop.h"
@@ -66,7 +65,7 @@ int DaemonStart() {
         KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(lock_error));
         exit(0);
     }
-    daemon_lock_fd = lock;
+    // The descriptor stays open as long as the process lives, and the lock with it.
     if (PidFileWrite(lock) != 0) KOLI_LOG("%s(%d): fprintf pid failed. (%s)", strerror(errno));
     return 0;
 }

@@ -14,7 +14,8 @@ enum PidFileLockFailure : int {
 
 /// Opens `pidfile`, creating it, and takes the lock that the daemon keeps for its whole life; what the file
 /// holds stays as it is.  The lock survives fork() and ends with the last copy of the descriptor, so it needs
-/// no cleaning up after a crash.  Returns the descriptor (close-on-exec, none of the standard three), or a
+/// no cleaning up after a crash; a child that starts no other program closes its copy, or it would keep the
+/// next daemon out.  Returns the descriptor (close-on-exec, none of the standard three), or a
 /// PidFileLockFailure.
 int PidFileLock(const char* pidfile);
 

@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "base/daemon_lock.h"
 #include "daemon/pid_file.h"
 #include "daemon/queue.h"
 #include "tests/fake_platform.h"
@@ -105,10 +104,10 @@ TEST_F(Loop, ThePidFileIsLockedByOneUntilItsLastHolderEnds) {
     EXPECT_EQ(PidFileLock((path + "/x").c_str()), kPidFileUnusable);
 
     // A copy, as a child has it, keeps the next daemon out until it is closed too.
-    daemon_lock_fd = dup(lock);
+    const int copy = dup(lock);
     close(lock);
     EXPECT_EQ(PidFileLock(path.c_str()), kPidFileHeld);
-    DaemonLockClose();
+    close(copy);
     EXPECT_GT(PidFileLock(path.c_str()), 2);
 }
 
