@@ -1,6 +1,5 @@
 #include "daemon/queue.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <ctime>
 
 #include "base/log.h"
+#include "base/open_file.h"
 #include "daemon/queue_line.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
@@ -40,7 +40,7 @@ void TakeOver(const QueueFiles& files) {
 
 /// Opens a regular file, else null with errno set: a FIFO must not block the daemon.
 FILE* OpenRegularFile(const char* path) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    const int fd = OpenForReading(path);
     if (fd < 0) return nullptr;
     struct stat status;
     if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
