@@ -132,14 +132,6 @@ int AddFile(const char* path, const IndexHandler& handler) {
     return -1;
 }
 
-int DispatchFile(const char* path, int mode) {
-    const char* extension = KOLIIndexExtGet(path);
-    if (extension == nullptr) return -1;
-    const IndexHandler* handler = IndexHandlerFind(extension);
-    if (handler == nullptr) return 0;
-    return mode == kModeDelete ? handler->remove(path) : AddFile(path, *handler);
-}
-
 }  // namespace
 
 const IndexHandler* IndexHandlerFind(const char* ext) {
@@ -153,12 +145,8 @@ const IndexHandler* IndexHandlerFind(const char* ext) {
 }
 
 int IndexOnePath(const char* path, int mode) {
-    if (IsBadCall(path, mode)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    if (IsDirExist(path) != 0) return IndexOneDirectory(path, mode);
-    return DispatchFile(path, mode);
+    if (!IsBadCall(path, mode) && IsDirExist(path) != 0) return IndexOneDirectory(path, mode);
+    return IndexOneFile(path, mode);
 }
 
 int IndexOneFile(const char* path, int mode) {
@@ -166,7 +154,11 @@ int IndexOneFile(const char* path, int mode) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    return DispatchFile(path, mode);
+    const char* extension = KOLIIndexExtGet(path);
+    if (extension == nullptr) return -1;
+    const IndexHandler* handler = IndexHandlerFind(extension);
+    if (handler == nullptr) return 0;
+    return mode == kModeDelete ? handler->remove(path) : AddFile(path, *handler);
 }
 
 }  // namespace koli
