@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -93,15 +92,6 @@ TEST_F(Queue, ALineWrittenUnderTheLockWhileTheBatchEndsIsNotLost) {
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLITruncateTable late", "KOLIDBSync"}));
     EXPECT_FALSE(std::filesystem::exists(batch));
     writer.join();
-}
-
-TEST_F(Queue, WhatIsNoFileIsClearedAway) {
-    sandbox_.MakeDir("queue.tmp/sub");
-    Run();
-    EXPECT_EQ(fake.log.size(), 1U);
-    ASSERT_EQ(mkfifo("queue.tmp", 0600), 0);
-    Run();  // must not block
-    EXPECT_EQ(fake.log, Lines{"koliindexd(#): Failed to open queue.tmp. (Invalid argument)"});
 }
 
 TEST_F(Queue, LinesThatAreNoRequestsAreLoggedAndTheNextOneIsRead) {
