@@ -16,10 +16,12 @@ enum AlbumOperation : int { kAlbumCreate = 1, kAlbumDelete = 2 };
 /// nothing.  Returns 0, or -1 for bad arguments and failures (logged), such as creating an album that exists.
 int PhotoShareUpdate(const char* path, int operation);
 
-/// Renames the album of a renamed directory, its sub-albums, and what its cover's path says.  Between the
-/// levels, the sub-albums are dropped or created; a new place that is none for an album drops the album. When
-/// the old path has no album, or lies in another share, albums are created for the new one.  Returns 0 when
-/// an album was renamed or dropped, else -1 (failures and bad arguments are logged).
+/// Renames the album of a renamed directory, its sub-albums, and what its cover's path says.  Between the two
+/// levels, the sub-albums are dropped or created.  An album that goes deeper keeps its row under its new
+/// name, with what people entered, until it comes back or the next resync finds it stale (so do its
+/// sub-albums' rows, under their old names); in the share's "#recycle" it is dropped.  When the old path has
+/// no album, or lies in another share, albums are created for the new one.  Returns 0 when an album was
+/// renamed or dropped, else -1 (failures and bad arguments are logged).
 int PhotoShareRename(const char* new_path, const char* old_path);
 
 /// Creates the album of a directory and the albums of the directories inside it; for the share's top those of

@@ -17,6 +17,11 @@ namespace {
 
 constexpr const char kModule[] = "photo_share";
 
+/// The share's top and everything in its "#recycle": what is moved there has no album any more.
+bool IsNoPlaceForAlbums(const char* path) {
+    return *AlbumNameOf(path) == '\0' || IsRecycleBinPath(path) != 0;
+}
+
 /// Both paths begin with the same share, of the same volume.
 bool IsSameShare(const char* new_path, const char* old_path) {
     return strncmp(new_path, old_path, kShareTopLength + 1) == 0;
@@ -107,11 +112,11 @@ int PhotoShareRename(const char* new_path, const char* old_path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    const bool is_new_album = PhotoShareDepth(new_path) != kNoAlbum && IsRecycleBinPath(new_path) == 0;
-    if (!is_new_album && PhotoShareDepth(old_path) == kNoAlbum) return -1;
+    const bool is_dropped = IsNoPlaceForAlbums(new_path);
+    if (PhotoShareDepth(old_path) == kNoAlbum && (is_dropped || PhotoShareDepth(new_path) == kNoAlbum))
+        return -1;
     const bool is_same_share = IsSameShare(new_path, old_path);
-    // Too deep, or in the share's "#recycle": no directory there has an album.
-    if (!is_new_album) return is_same_share ? PhotoShareUpdate(old_path, kAlbumDelete) : -1;
+    if (is_dropped) return is_same_share ? PhotoShareUpdate(old_path, kAlbumDelete) : -1;
 
     const SqlText new_name = QuoteText(AlbumNameOf(new_path), LogSite(kModule));
     const SqlText old_name = QuoteText(AlbumNameOf(old_path), LogSite(kModule));

@@ -10,7 +10,7 @@ import subprocess
 import harness
 from harness import appliance
 
-SEQUENCES = 5
+SEQUENCES, DEEPEST = 5, 999
 P, OUT, BIN = "/volume1/photo", "/volume1/music", "/volume1/photo/#recycle"
 SAMPLES = {"photo/Family/IMG_3000.jpg": ".jpg", "photo/Formats/picture.png": ".PNG", "photo/Formats/picture.jpe": ".jpeg",
            "photo/Formats/picture.tif": ".tif", "photo/Coast 2019/Day 2/waves.mp4": ".mp4", "video/Formats/clip.avi": ".avi",
@@ -20,10 +20,10 @@ NAMES = ("Trip", "O'Brien \"x\"", "100%_a", "back\\slash\\", "'; DROP TABLE phot
          "v1.2 Été")
 
 
-def album_of(path):
+def album_of(path, levels=2):
     """The name of a folder's album; None for one that has none."""
     name = path[len(P) + 1:]
-    return name if path.startswith(P + "/") and name.count("/") < 2 and not path.startswith(BIN) else None
+    return name if path.startswith(P + "/") and name.count("/") < levels and not path.startswith(BIN) else None
 
 
 def below(top, folders):
@@ -87,24 +87,34 @@ class People:
         self.albums = {name: album for name, album in self.albums.items() if not is_at(name, top)}
 
     def renamed(self, new, old):
-        before, after, is_folder = album_of(old), album_of(new), os.path.isdir(new)
+        is_folder = os.path.isdir(new)
         captions = {key: text for key, text in self.captions.items() if key[0] != new or not is_photo(old)}
         self.captions = {(new + path[len(old):] if is_at(path, old) else path, stream): text
                          for (path, stream), text in captions.items()}
         if is_folder or new.endswith(".mp4") and new not in self.texts:  # every path that begins with the old one goes along
             self.texts = {new + path[len(old):] if path.startswith(old) else path: text for path, text in self.texts.items()}
-        if is_folder and before and after:
-            self.albums[after] = album = self.albums.pop(before)
-            album["cover"] = album["cover"].replace(f"/var/services/photo/{before}/", f"/var/services/photo/{after}/")
-            if "/" not in before + after:  # else sub-albums are dropped, or made anew
-                self.albums = {after + name[len(before):] if is_at(name, before) else name: album
-                               for name, album in self.albums.items()}
-        if is_folder and before:
-            self.albums = {name: album for name, album in self.albums.items() if not is_at(name, before)}
         if is_folder:
-            self.made(new)
+            self.album_renamed(new, album_of(new, DEEPEST), album_of(old, DEEPEST))
         elif not is_photo(new):
             self.gone(new)
+
+    def album_renamed(self, new, after, before):
+        if before not in self.albums:
+            return self.made(new)
+        levels = before.count("/"), after.count("/")  # below the second one, a row only waits for the resync
+        if min(levels) > 1:
+            return None
+        self.albums[after] = album = self.albums.pop(before)
+        album["cover"] = album["cover"].replace(f"/var/services/photo/{before}/", f"/var/services/photo/{after}/")
+        if levels in ((0, 0), (0, 1)):  # the sub-albums go along, or are dropped
+            self.albums = {after + name[len(before):] if is_at(name, before) else name: album for name, album
+                           in self.albums.items() if levels == (0, 0) or not is_at(name, before)}
+        return self.made(new) if levels == (1, 0) else None
+
+    def resynced(self):
+        names = set(map(album_of, below(P, True)))
+        self.albums = {name: album for name, album in self.albums.items() if name in names}
+        self.made(P)
 
     # --- Changes
 
@@ -171,8 +181,8 @@ class People:
         return [f"N:{new}:{old}"]
 
     def move_album(self):
-        places = [P] + [f"{P}/{name}" for name in self.albums if "/" not in name]
-        return self.move(f"{P}/{self.chance.choice(list(self.albums))}", self.chance.choice(places))
+        albums = [f"{P}/{name}" for name in self.albums if os.path.isdir(f"{P}/{name}")]
+        return self.move(self.chance.choice(albums), self.chance.choice([P] + [path for path in albums if path.count("/") == 3]))
 
     def enter(self):
         """From another share, or out of the recycle bin."""
@@ -204,7 +214,10 @@ class People:
 
     def type_in_later(self):
         path = self.type_in(self.something())
-        return [self.chance.choice((f"A:{os.path.dirname(path)}", "U:photo", "R:photo"))]
+        line = self.chance.choice((f"A:{os.path.dirname(path)}", "U:photo", "R:photo"))
+        if line.startswith("A:"):
+            self.made(os.path.dirname(path))
+        return [line]
 
     def work_in_application(self):
         self.count += 1
@@ -271,11 +284,14 @@ class Sequences(harness.DaemonTest):
             for kind in ["add_tree"] * 3 + people.chance.choices(list(weights), weights.values(), k=30):
                 done += (lines := getattr(people, kind if people.albums and below(P, False) else "add_tree")())
                 self.index(*lines)
+                if "R:photo" in lines:
+                    people.resynced()
                 self.check(people, (seed, lines))
             self.assertEqual(harness.glob.glob(f"{P}/**/KOLIPHOTO:*", recursive=True), [])
             live = self.state()
             self.index("U:photo", "R:photo")
             self.assertEqual(difference(self.state(), live), {}, seed)
+            people.resynced()
             self.check(people, (seed, "resync"))
 
             self.forget_everything()
