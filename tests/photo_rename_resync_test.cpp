@@ -1,10 +1,7 @@
 // Photo rows follow renames, and a resync brings them in step with the share.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <cstdlib>
 
 #include "photo/folder_listing.h"
 #include "photo/photo_rename.h"
@@ -127,25 +124,6 @@ TEST(PhotoFolderResync, NothingIsSweptUnlessAllWasSeen) {
                                "photo_index (#) Failed to open directory " + share.In("unmounted") + " ",
                                "photo_index (#) Failed to read link of /var/services/photo",
                                "photo_index (#) Bad parameter. "}));
-}
-
-TEST(PhotoFolderResync, ATreeOf2000LevelsIsWalkedToItsEnd) {
-    const PhotoSandbox share;
-    int level = open(share.top().c_str(), O_PATH | O_CLOEXEC);
-    std::string path = share.top();
-    for (int depth = 0; depth < 2000; ++depth, path += "/d") {
-        ASSERT_EQ(mkdirat(level, "d", 0700), 0);
-        const int below = openat(level, "d", O_PATH | O_CLOEXEC);
-        close(level);
-        level = below;
-    }
-    close(openat(level, "x.jpg", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
-    close(level);
-    share_target = "/elsewhere";
-    EXPECT_EQ(PhotoFolderResync(share.top().c_str()), 0);
-    EXPECT_EQ(fake.calls.back(), "IndexOnePath 1 " + path + "/x.jpg");
-    EXPECT_EQ(system(("rm -r " + share.top()).c_str()),
-              0);  // removing it by recursion would need 2000 descriptors
 }
 
 }  // namespace
