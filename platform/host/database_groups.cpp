@@ -40,6 +40,13 @@ int Database::Failed(const char* what, int line) {
     return -1;
 }
 
+/// Failed, for what a request has asked for: its batch has to be repeated unless the statement itself is
+/// wrong.
+int Database::Refused(const char* what, int line) {
+    lost_ |= sql_->FailedForNow();
+    return Failed(what, line);
+}
+
 // ---- Opening and closing
 
 bool Database::Open() {
@@ -102,11 +109,10 @@ void Database::Close() {
 
 // ---- Groups
 
-/// Another program has held the database for as long as a write waits.  The batch has to be repeated, and
-/// what is left of it must not wait that long row by row.
+/// Another program has held the database for as long as a write waits: the other rows of the batch must not
+/// wait that long one by one.
 void Database::NoteLock() {
     if (!sql_->FailedBusy()) return;
-    lost_ = true;
     locked_ = true;
     sql_->WaitForLocks(kLockedWaitMs);
 }
@@ -120,7 +126,7 @@ bool Database::BeginGroup() {
     }
     if (sql_->Execute("BEGIN IMMEDIATE") < 0) {
         NoteLock();
-        Failed("begin a group of");
+        Refused("begin a group of");
         return false;
     }
     if (std::exchange(locked_, false)) sql_->WaitForLocks(Sql::kLockWaitMs);
@@ -141,15 +147,14 @@ int Database::Flush() {
     Failed("commit to");
     if (can_wait) return -1;  // the group stays open, the next flush tries again
     if (sql_->InTransaction()) sql_->Execute("ROLLBACK");
-    lost_ |= wrote && !in_unit_;
+    lost_ |= wrote;
     return -1;
 }
 
 int Database::CountWrite(int affected) {
     if (affected < 0) {
-        Failed("write to");
-        // A full disk, or a damaged one, may have taken the whole transaction back.
-        if (!sql_->InTransaction() && !in_unit_) lost_ |= sql_->TotalChanges() != group_changes_;
+        Refused("write to");
+        lost_ |= !sql_->InTransaction();  // short of memory, the engine takes the whole transaction back
     }
     ++group_writes_;
     if (!in_unit_ && (group_writes_ >= kGroupWrites || NowMs() - group_began_ >= kGroupAgeMs)) Flush();
@@ -159,7 +164,7 @@ int Database::CountWrite(int affected) {
 SqlStatement* Database::Prepare(const char* text) {
     if (!BeginGroup()) return nullptr;
     SqlStatement* statement = sql_->Kept(text);
-    if (statement == nullptr) Failed("prepare a statement for");
+    if (statement == nullptr) Refused("prepare a statement for");
     return statement;
 }
 
@@ -173,9 +178,12 @@ int Database::Execute(std::string_view text) {
 
 std::unique_ptr<SqlRows> Database::Query(std::string_view text) {
     if (sql_ != nullptr && !sql_->InTransaction()) DropUnusable();
-    if (!Open()) return nullptr;
+    if (!Open()) {
+        lost_ = true;  // as in BeginGroup: a request that looks something up first is not done either
+        return nullptr;
+    }
     std::unique_ptr<SqlRows> rows = sql_->Query(text);
-    if (rows == nullptr) Failed("read from");
+    if (rows == nullptr) Refused("read from");
     return rows;
 }
 
@@ -211,7 +219,8 @@ int Database::Harden() {
 
 int Database::Sync() {
     const int result = Harden();
-    if (std::exchange(lost_, false)) KOLI_LOG("%s (%d) Rows meant for %s were lost.", file_name_);
+    if (std::exchange(lost_, false))
+        KOLI_LOG("%s (%d) Changes meant for %s were lost or refused.", file_name_);
     return result;
 }
 

@@ -38,10 +38,9 @@ class Database {
     bool BeginUnit();
     int EndUnit(bool keep);
 
-    int Flush();  ///< commits the group; 0 or -1 (logged)
-    int
-    Harden();    ///< Flush, then durable; -1 also while something since the last Sync was lost or locked out
-    int Sync();  ///< Harden, then a new count of what was lost (logged)
+    int Flush();   ///< commits the group; 0 or -1 (logged)
+    int Harden();  ///< Flush, then durable; -1 also while something since the last Sync was lost or refused
+    int Sync();    ///< Harden, then a new count of what was lost (logged)
     int Vacuum();  ///< gives unused pages back; 0 or -1 (logged)
     void Close();  ///< flushes and closes; the next use opens it again
 
@@ -55,6 +54,7 @@ class Database {
     int CountWrite(int affected);
     void DropUnusable();
     int Failed(const char* what, int line = __builtin_LINE());
+    int Refused(const char* what, int line = __builtin_LINE());
 
     const char* file_name_;
     std::vector<std::string> schema_;
@@ -68,7 +68,7 @@ class Database {
     bool in_unit_ = false;
     bool suspect_ = false;   // the file failed a statement: open it anew before the next group
     bool unsynced_ = false;  // committed since the last Sync, or by whoever had it open before
-    bool lost_ = false;      // a group was lost, or could not be begun, since the last Sync
+    bool lost_ = false;      // since the last Sync a group was lost, or a request refused for now
     bool locked_ = false;    // the last group found the database locked
 };
 

@@ -274,4 +274,8 @@ bool Sql::FailedByFile() const {
            error_code_ == SQLITE_CANTOPEN || error_code_ == SQLITE_READONLY;
 }
 
+bool Sql::FailedForNow() const {
+    return FailedBusy() || FailedByFile() || error_code_ == SQLITE_FULL;
+}
+
 }  // namespace koli::host

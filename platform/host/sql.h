@@ -100,6 +100,7 @@ class Sql {
     const char* error() const { return error_.c_str(); }  ///< of the last failure
     bool FailedBusy() const;                              ///< the last failure was another writer's lock
     bool FailedByFile() const;                            ///< it lay in the file: damaged, unreadable
+    bool FailedForNow() const;  ///< one of these, or no room: not the statement's own fault
 
   private:
     explicit Sql(ChangeListener changed) : changed_(changed) {}
