@@ -103,10 +103,10 @@ bool Sql::Configure() {
     const std::unique_ptr<SqlRows> mode = ChooseLog();
     if (mode == nullptr || mode->count() == 0) return false;
     // A file system that cannot share memory between processes has no write-ahead log: SyncLog has nothing to
-    // do there, so every commit must be durable by itself.
+    // do there, so every commit must be durable by itself, the removal of its journal included.
     const bool has_log = strcmp(mode->Field(0, "journal_mode"), "wal") == 0;
     return ExecuteScript(kSettings) &&
-           ExecuteScript(has_log ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL");
+           ExecuteScript(has_log ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=EXTRA");
 }
 
 /// Two programs that give a new file its log at the same time can each hold what the other needs: then one of
