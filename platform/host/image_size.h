@@ -2,19 +2,27 @@
 //
 // What is read of each format (offsets in bytes from the start of the file):
 //
-//   JPEG   FF D8, then segments: FF.., marker, length (2, big-endian, itself included), data.  ITU-T T.81
-//   Annex B.
+//   JPEG   FF D8, then segments: FF.., marker, length (2, big-endian, itself included), data.
 //          The size stands in the frame header SOFn: length 2, precision 1, height 2, width 2.
-//   PNG    89 "PNG" 0D 0A 1A 0A, then IHDR: length 4 (13), "IHDR", width 4, height 4, big-endian.  ISO
-//   15948, 11.2.2. GIF    "GIF87a" or "GIF89a", width 2, height 2, little-endian: the logical screen. BMP
-//   "BM"; at 14 the length of the information header, which begins there.  12: width 2, height 2 at 18, 20;
-//          longer: width 4, height 4 at 18, 22, signed; a negative height means rows from top to bottom.
+//          ITU-T T.81, Annex B.
+//
+//   PNG    89 "PNG" 0D 0A 1A 0A, then IHDR: length 4 (13), "IHDR", width 4, height 4, big-endian.
+//          ISO 15948, 11.2.2.
+//
+//   GIF    "GIF87a" or "GIF89a", width 2, height 2, little-endian: the logical screen.
+//
+//   BMP    "BM"; at 14 the length of the information header, which begins there.
+//          12: width 2, height 2 at 18, 20.  Longer: width 4, height 4 at 18, 22, signed; a negative height
+//          means rows from top to bottom.
+//
 //   TIFF   "II" or "MM", 42, offset of directory 0: count 2, entries of 12 (tag 2, type 2, count 4, value 4).
-//          BigTIFF: 43, 8, 0, offset 8: count 8, entries of 20 (tag 2, type 2, count 8, value 8).  TIFF 6.0,
-//          section 2.
+//          BigTIFF: 43, 8, 0, offset 8: count 8, entries of 20 (tag 2, type 2, count 8, value 8).
+//          TIFF 6.0, section 2.
+//
 //   PSD    "8BPS", version 1 or 2, 6 reserved, channels 2, height 4, width 4, big-endian.
-//   ICO    0, 1, count (2 each, little-endian), then entries of 16 that begin with width 1, height 1; 0 means
-//   256.
+//
+//   ICO    0, 1, count (2 each, little-endian), then entries of 16 that begin with width 1, height 1; a
+//          stored 0 means 256.
 #pragma once
 
 #include "platform/host/header_reader.h"

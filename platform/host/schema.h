@@ -3,13 +3,13 @@
 // - Empty text is '', an unknown number 0, never NULL.
 // - Text is valid UTF-8; path, name, folder and sharename hold the file system's bytes.  They are stored as
 //   TEXT and compared byte by byte.
-// - A table that is keyed by path is clustered by it (WITHOUT ROWID): what lies below one folder lies
-// together.
+// - A table that is keyed by path is clustered by it (WITHOUT ROWID): what lies below one folder stands in
+//   one place.
 // - Boolean columns hold 't' or 'f'.  The triggers of photo_share turn every other form of a truth value into
 //   these and refuse what is none, whichever program writes; a comparison in a caller's text is translated
 //   (sql_dialect.h).
-// - `problem` tells which files of the media store could not be parsed, and why: one row per path
-// (problems.h).
+// - `problem` tells which files of the media store could not be parsed, and why: one row per path; see
+//   problems.h.
 // - The access rights of an album go with it, by a trigger, whichever program deletes it.
 #pragma once
 
