@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/ctl/submit.h"
+#include "tools/ctl/context.h"
+#include "tools/ctl/submission.h"
 
 namespace koli::ctl {
 

@@ -1,0 +1,18 @@
+// Requests, and what is to be so when they have been executed.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace koli::ctl {
+
+struct Submission {
+    std::string lines;
+    int64_t requests = 0;
+    std::vector<std::string> present = {};  // every file at and below these is stored as it is
+    std::vector<std::string> absent = {};   // nothing at and below these is stored
+    bool photo_library = true;              // the photo library counts too
+};
+
+}  // namespace koli::ctl
