@@ -1,6 +1,6 @@
 # The packaged libraries, found once; each is linked by the one room that uses it.
 find_package(PkgConfig REQUIRED)
-find_package(SQLite3 REQUIRED)
+find_package(SQLite3 3.39 REQUIRED) # IS DISTINCT FROM
 pkg_check_modules(EXIF REQUIRED IMPORTED_TARGET GLOBAL libexif)
 pkg_check_modules(FLAC REQUIRED IMPORTED_TARGET GLOBAL flac)
 pkg_check_modules(LIBAV REQUIRED IMPORTED_TARGET GLOBAL libavformat libavcodec libavutil)

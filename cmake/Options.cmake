@@ -1,4 +1,4 @@
-# Compiler settings and find_package calls that every room shares.
+# Compiler settings that every room shares.
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -9,7 +9,6 @@ set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 add_link_options(-Wl,-z,relro,-z,now)
 
 option(KOLI_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
-option(KOLI_BENCH "Build the benchmarks" OFF)
 option(KOLI_FUZZ "Build the libFuzzer targets (clang)" OFF)
 
 find_program(KOLI_CCACHE ccache)

@@ -48,7 +48,6 @@ class BoxReader {
     /// True once a box was shorter than its own header, or there were too many boxes: nothing that was read
     /// can be relied on, and no more is read.
     bool is_damaged() const { return is_damaged_; }
-    void MarkDamaged() { is_damaged_ = true; }
 
   private:
     static constexpr int kMaxBoxes = 65536;      // of one file that are looked at

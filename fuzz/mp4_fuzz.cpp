@@ -3,7 +3,7 @@
 #include "video/metamedia.h"
 #include "video/mp4.h"
 
-/// The probe has a child and a fuzz target of its own.
+/// The probe runs in a child and reads the file with a library.
 int koli::MiscMediaInfoGet(const char*, MediaInfo*) {
     return -1;
 }
