@@ -113,7 +113,8 @@ int PhotoFolderResync(const char* directory) {
 
     const bool is_complete = TreeResync(top).Run();
     if (!is_complete || !(is_whole_share || IsLinkTarget(top))) return 0;
-    if (KOLIPhotoDeleteNoUpdateRows() == -1) {
+    // A row whose mark was lost or refused has its photo still.
+    if (PhotoDBHarden() != 0 || KOLIPhotoDeleteNoUpdateRows() == -1) {
         KOLI_LOG("%s (%d) Failed to delete none updated rows.");
         return -1;
     }

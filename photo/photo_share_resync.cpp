@@ -108,7 +108,8 @@ int PhotoShareResync(const char* path) {
         return -1;
     }
     if (!MarkInside(target, true)) return 0;
-    if (PhotoShareSweep(nullptr) == -1) {
+    // An album whose mark was lost or refused is there still.
+    if (PhotoDBHarden() != 0 || PhotoShareSweep(nullptr) == -1) {
         KOLI_LOG("%s (%d) Failed to delete none updated rows.");
         return -1;
     }

@@ -46,8 +46,8 @@ int KOLIDBFlush(void);
 int KOLIDBSync(void);
 
 /// Makes durable what the photo database has accepted so far, for a caller about to remove where it came
-/// from.  Returns 0, or -1 when that failed (logged) and as long as the next KOLIDBSync will tell of lost
-/// rows.
+/// from, or the rows that it has not marked.  Returns 0, or -1 when that failed (logged) and as long as the
+/// next KOLIDBSync will tell of lost rows.
 int PhotoDBHarden(void);
 
 // ---- Photo database --------------------------------------------------------------------------------------

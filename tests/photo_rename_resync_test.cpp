@@ -88,7 +88,7 @@ TEST(PhotoFolderResync, RefreshesTheKnownAddsTheNewAndSweeps) {
                "IndexOnePath 1 " + share.In("m.jpg"), "PhotoInfoDBSave 1 " + share.In("m.jpg"),
                "PhotoInfoDBOpen photo 0 " + sub, "MediaInfoDBOpen media 1 " + sub,
                "IndexOnePath 1 " + share.In("sub/s.jpg"), "PhotoInfoDBSave 1 " + share.In("sub/s.jpg"),
-               "KOLIPhotoDeleteNoUpdateRows"}));
+               "PhotoDBHarden", "KOLIPhotoDeleteNoUpdateRows"}));
     EXPECT_TRUE(fake.log.empty());
 }
 
@@ -104,8 +104,9 @@ TEST(PhotoFolderResync, NothingIsSweptUnlessAllWasSeen) {
     EXPECT_NE(fake.calls.back(), "KOLIPhotoDeleteNoUpdateRows");
     chmod(locked.c_str(), 0700);
 
-    fake.failing = {"KOLIPhotoDeleteNoUpdateRows"};
+    fake.failing = {"PhotoDBHarden"};
     EXPECT_EQ(PhotoFolderResync(nullptr), -1);
+    EXPECT_EQ(fake.calls.back(), "PhotoDBHarden");
     fake.failing = {"PhotoInfoDBOpen"};
     EXPECT_EQ(PhotoFolderResync(nullptr), 0);
     fake.failing = {"KOLIPhotoInitAllRows"};

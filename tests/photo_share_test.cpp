@@ -185,7 +185,7 @@ TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
               (Lines{"PhotoDBExec Update photo_share set updated = '0'", Open("A"), mark("A"), Open("A/x"),
                      mark("A/x"), Open("B"), mark("B"), Open("B/y"), kNextId, Insert("B/y"), Open("B"),
                      "PhotoDBExec Update photo_share set public = 't' where sharename = 'B/y';",
-                     "PhotoDBExec Delete from photo_share where updated = '0'"}));
+                     "PhotoDBHarden", "PhotoDBExec Delete from photo_share where updated = '0'"}));
     fake.calls.clear();
     EXPECT_EQ(PhotoShareResync(share_.In("A").c_str()), 0);
     EXPECT_EQ(PhotoShareResync(share_.In("A/x").c_str()), 0);
@@ -200,10 +200,14 @@ TEST_F(PhotoShare, NothingIsSweptUnlessTheShareWasSeen) {
     share_target = "";
     EXPECT_EQ(PhotoShareResync(nullptr), -1);
     share_target = share_.top();
+    fake.failing = {"PhotoDBHarden"};
+    EXPECT_EQ(PhotoShareResync(nullptr), -1);
+    EXPECT_EQ(fake.calls.back(), "PhotoDBHarden");
     fake.failing = {"PhotoDBExec"};
     EXPECT_EQ(PhotoShareResync(nullptr), -1);
     EXPECT_EQ(fake.log, (Lines{"photo_share (#) Failed to open directory " + share_.In("unmounted") + " ",
                                "photo_share (#) Failed to read link of /var/services/photo",
+                               "photo_share (#) Failed to delete none updated rows.",
                                "photo_share (#) Failed to set updated to 0 for all rows."}));
 }
 
