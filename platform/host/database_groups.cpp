@@ -55,10 +55,10 @@ bool Database::Open() {
         Failed("open");  // error_ still tells why
         return false;
     }
-    retry_at_ = NowMs() + kRetryMs;
     const std::string directory = DatabaseDirectory();
     if (directory.empty()) {
         error_ = "unknown engine";
+        retry_at_ = NowMs() + kRetryMs;
         return false;  // logged
     }
     if (MakeDirectories(directory))
@@ -68,6 +68,7 @@ bool Database::Open() {
     if (sql_ == nullptr || !CreateTables()) {
         Failed("open");
         sql_.reset();
+        retry_at_ = NowMs() + kRetryMs;  // from now on: the attempt may have waited longer for a lock
         return false;
     }
     retry_at_ = 0;
@@ -109,8 +110,8 @@ void Database::Close() {
 
 // ---- Groups
 
-/// Another program has held the database for as long as a write waits: the other rows of the batch must not
-/// wait that long one by one.
+/// Another program has held the database for as long as an operation waits: the rest of the batch must not
+/// wait that long row by row.
 void Database::NoteLock() {
     if (!sql_->FailedBusy()) return;
     locked_ = true;
@@ -183,7 +184,10 @@ std::unique_ptr<SqlRows> Database::Query(std::string_view text) {
         return nullptr;
     }
     std::unique_ptr<SqlRows> rows = sql_->Query(text);
-    if (rows == nullptr) Refused("read from");
+    if (rows == nullptr) {
+        NoteLock();
+        Refused("read from");
+    }
     return rows;
 }
 

@@ -69,7 +69,7 @@ class Database {
     bool suspect_ = false;   // the file failed a statement: open it anew before the next group
     bool unsynced_ = false;  // committed since the last Sync, or by whoever had it open before
     bool lost_ = false;      // since the last Sync a group was lost, or a request refused for now
-    bool locked_ = false;    // the last group found the database locked
+    bool locked_ = false;    // the last group or look-up found the database locked
 };
 
 Database& MediaDatabase();
