@@ -94,9 +94,16 @@ bool Database::CreateTables() {
     return version >= 0 && sql_->Execute("COMMIT") >= 0;
 }
 
-/// Closes a connection whose file has failed, or is no longer the one in the directory.
-void Database::DropUnusable() {
+/// The file is no longer the one in the directory: what the batch has stored so far went with it.
+bool Database::HasMoved() {
     const bool moved = sql_->FileMoved();
+    lost_ |= moved && written_;
+    return moved;
+}
+
+/// Closes a connection whose file has failed, or has moved.
+void Database::DropUnusable() {
+    const bool moved = HasMoved();
     if (!moved && !suspect_) return;
     if (moved) sql_->KeepLogOnClose();
     sql_.reset();
@@ -142,6 +149,7 @@ int Database::Flush() {
     const bool wrote = sql_->TotalChanges() != group_changes_;
     if (sql_->Execute("COMMIT") >= 0) {
         unsynced_ |= wrote;
+        written_ |= wrote;
         return 0;
     }
     const bool can_wait = sql_->FailedBusy() && !in_unit_;
@@ -214,6 +222,7 @@ int Database::EndUnit(bool keep) {
 
 int Database::Harden() {
     int result = Flush();
+    if (sql_ != nullptr) HasMoved();
     if (lost_) result = -1;
     if (!unsynced_ || sql_ == nullptr) return result;
     if (!sql_->SyncLog()) return Failed("sync");
@@ -223,6 +232,7 @@ int Database::Harden() {
 
 int Database::Sync() {
     const int result = Harden();
+    written_ = false;
     if (std::exchange(lost_, false))
         KOLI_LOG("%s (%d) Changes meant for %s were lost or refused.", file_name_);
     return result;

@@ -52,6 +52,7 @@ class Database {
     bool BeginGroup();
     void NoteLock();
     int CountWrite(int affected);
+    bool HasMoved();
     void DropUnusable();
     int Failed(const char* what, int line = __builtin_LINE());
     int Refused(const char* what, int line = __builtin_LINE());
@@ -67,7 +68,8 @@ class Database {
     int64_t group_changes_ = 0;  // the connection's changes when the group was opened
     bool in_unit_ = false;
     bool suspect_ = false;   // the file failed a statement: open it anew before the next group
-    bool unsynced_ = false;  // committed since the last Sync, or by whoever had it open before
+    bool unsynced_ = false;  // committed, by this process or one before it, and perhaps not on the disk
+    bool written_ = false;   // committed since the last Sync
     bool lost_ = false;      // since the last Sync a group was lost, or a request refused for now
     bool locked_ = false;    // the last group or look-up found the database locked
 };
