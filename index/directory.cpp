@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/features.h"
+#include "base/folder_way.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "index/directory_listing.h"
@@ -43,20 +44,6 @@ void WalkFile(const char* path, int mode, int types) {
     }
 }
 
-/// A directory on the way from the top of the walk to the current one.
-struct Level {
-    dev_t device;
-    ino_t inode;
-    const Level* above;  // null at the top
-    int depth;           // 0 at the top
-};
-
-bool IsOnTheWay(const Level* way, dev_t device, ino_t inode) {
-    for (; way != nullptr; way = way->above)
-        if (way->inode == inode && way->device == device) return true;
-    return false;
-}
-
 /// One walk with modes 1 and 5.  A single path buffer serves every level.
 class TreeWalk {
   public:
@@ -64,14 +51,16 @@ class TreeWalk {
     void Run(const char* path);
 
   private:
-    void WalkDirectory(const Level* above);
-    void WalkEntry(unsigned char type, DirectoryListing& listing, const Level& level);
+    void WalkDirectory(const FolderWay* above, bool is_link);
+    void WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way);
     bool Append(const char* name);
 
     const int mode_;
     const int types_;
     char path_[kPathSize];
     size_t length_ = 0;  // of path_
+    int depth_ = 0;      // of path_ below the top
+    LinkLimit links_;
 };
 
 void TreeWalk::Run(const char* path) {
@@ -79,13 +68,13 @@ void TreeWalk::Run(const char* path) {
     if (length_ == sizeof path_) return;  // longer than any path that can exist
     memcpy(path_, path, length_ + 1);
     if (IsDirExist(path_) != 0) {
-        WalkDirectory(nullptr);
+        WalkDirectory(nullptr, false);
     } else if (IsFileExist(path_, nullptr) != 0) {
         WalkFile(path_, mode_, types_);
     }
 }
 
-void TreeWalk::WalkDirectory(const Level* above) {
+void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
     if (IsRecycleBinPath(path_) != 0) return;
     DirectoryListing listing;
     if (!listing.Open(path_)) {
@@ -93,23 +82,27 @@ void TreeWalk::WalkDirectory(const Level* above) {
         return;
     }
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
-    const Level level{listing.device(), listing.inode(), above, above != nullptr ? above->depth + 1 : 0};
+    const FolderWay way = FolderWayTo(above, listing.device(), listing.inode(), is_link);
     if ((types_ & kWalkMediaStore) != 0) IndexOnePath(path_, mode_);
 
     const size_t length = length_;
+    ++depth_;
     for (auto entry = listing.Next(); entry.name != nullptr; entry = listing.Next()) {
-        if (Append(entry.name)) WalkEntry(entry.type, listing, level);
+        if (Append(entry.name)) WalkEntry(entry.type, listing, way);
         length_ = length;
         path_[length_] = '\0';
     }
+    --depth_;
 }
 
 /// The file system is asked only where the directory did not already tell what the entry is.
-void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const Level& level) {
+void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way) {
     const bool is_open = type == DT_LNK || type == DT_UNKNOWN;
     if (type == DT_DIR || (is_open && IsDirExist(path_) != 0)) {
-        if (level.depth + 1 >= kMaxOpenLevels) listing.Release();
-        WalkDirectory(&level);
+        const bool is_link = IsLink(type, path_);
+        if (is_link && !links_.MayFollow(way)) return;
+        if (depth_ >= kMaxOpenLevels) listing.Release();
+        WalkDirectory(&way, is_link);
     } else if (type == DT_REG || (is_open && IsFileExist(path_, nullptr) != 0)) {
         WalkFile(path_, mode_, types_);
     }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "base/folder_way.h"
 #include "base/log.h"
 #include "index/share_path.h"
 #include "photo/folder_listing.h"
@@ -16,19 +17,6 @@ namespace {
 
 constexpr const char kModule[] = "photo_index";
 
-/// A directory on the way from the top of the resync to the current one.
-struct Level {
-    dev_t device;
-    ino_t inode;
-    const Level* above;  // null at the top
-};
-
-bool IsOnTheWay(const Level* way, const FolderListing& folder) {
-    for (; way != nullptr; way = way->above)
-        if (way->inode == folder.inode() && way->device == folder.device()) return true;
-    return false;
-}
-
 /// One resync.  Absolute paths alone are used, and one buffer for all of them: the working directory stays
 /// what it is, and a level costs little stack.
 class TreeResync {
@@ -39,16 +27,17 @@ class TreeResync {
     bool Run();
 
   private:
-    void Visit(const Level* above);
-    void VisitFolders(const FolderListing& listing, const Level& level);
+    void Visit(const FolderWay* above, bool is_link);
+    void VisitFolders(const FolderListing& listing, const FolderWay& way);
     void MissFolder();
 
     PathBuffer path_;
     bool is_complete_ = true;
+    LinkLimit links_;
 };
 
 bool TreeResync::Run() {
-    Visit(nullptr);
+    Visit(nullptr, false);
     return is_complete_;
 }
 
@@ -58,7 +47,7 @@ void TreeResync::MissFolder() {
 }
 
 /// A top that is not there is out of reach (a volume that is not mounted); any other may have just gone.
-void TreeResync::Visit(const Level* above) {
+void TreeResync::Visit(const FolderWay* above, bool is_link) {
     if (IsRecycleBinPath(path_.text()) != 0) return;
     FolderListing listing;
     const FolderListing::Status result = listing.Read(path_.text());
@@ -66,20 +55,23 @@ void TreeResync::Visit(const Level* above) {
         if (result == FolderListing::Status::kOutOfReach || above == nullptr) MissFolder();
         return;
     }
-    if (IsOnTheWay(above, listing)) return;
+    if (IsOnTheWay(above, listing.device(), listing.inode())) return;
 
     if (std::any_of(listing.begin(), listing.end(), HasDot) && PhotoFolderSync(path_.text(), &listing) != 0)
         is_complete_ = false;
-    VisitFolders(listing, {listing.device(), listing.inode(), above});
+    VisitFolders(listing, FolderWayTo(above, listing.device(), listing.inode(), is_link));
 }
 
-void TreeResync::VisitFolders(const FolderListing& listing, const Level& level) {
+void TreeResync::VisitFolders(const FolderListing& listing, const FolderWay& way) {
     const size_t length = path_.length();
     for (const dirent* entry : listing) {
         if (MentionsMetadataFolder(entry->d_name) || !path_.Append(entry->d_name)) continue;
         const EntryKind kind = EntryKindOf(*entry, path_.text());
         if (kind == EntryKind::kOutOfReach) MissFolder();
-        if (kind == EntryKind::kFolder) Visit(&level);
+        if (kind == EntryKind::kFolder) {
+            const bool is_link = IsLink(entry->d_type, path_.text());
+            if (!is_link || links_.MayFollow(way)) Visit(&way, is_link);
+        }
         path_.CutTo(length);
     }
 }

@@ -64,6 +64,19 @@ TEST_F(Walk, StoresEveryFolderAndEveryKnownFileAndFollowsNoLinkUpwards) {
     EXPECT_TRUE(fake.log.empty());
 }
 
+TEST_F(Walk, FoldersFullOfLinksToEachOtherAreNotGoneThroughInEveryOrder) {
+    const std::string names = "abcdefghij";  // nearly 10^7 ways
+    for (const char folder : names) {
+        ASSERT_EQ(mkdir(std::string{folder}.c_str(), 0755), 0);
+        for (const char other : names)
+            ASSERT_EQ(symlink((top_ + "/" + other).c_str(), std::string{folder, '/', other}.c_str()), 0);
+    }
+    const size_t free_ways = 1 + 10 + 10 * 9 + 10 * 9 * 8;
+    const size_t folders = Calls(top_, kModeAdd, kWalkMediaStore).size();
+    EXPECT_GT(folders, free_ways);
+    EXPECT_LE(folders, free_ways + 10000);
+}
+
 TEST_F(Walk, ThePhotoLibraryGetsWhatTheMediaStoreTookAndTheConverterTheRest) {
     const std::string p = "vol00001/photo";  // its ninth character is where a volume's photo share has it
     for (const char* name : {"/a.jpg", "/b.mov", "/noext", "/._c.jpg", "/t.txt"})
