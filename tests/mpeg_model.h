@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "audio/mpeg_frame.h"
+#include "audio/vbr_header.h"
 
 namespace koli::test {
 
@@ -32,6 +32,25 @@ inline int64_t ModelMark(const CachedFileReader* reader, const std::string& byte
     for (int64_t s = start; s < reader->size / 4; ++s)
         if (bytes.compare(static_cast<size_t>(s), 4, mark) == 0) return s;
     return -1;
+}
+
+/// Whether the product's searches find in the file of these bytes what the byte-wise ones find.
+inline bool SearchesAgree(const std::string& path, const std::string& bytes, int64_t start) {
+    CachedFileReader reader{}, model{};
+    if (CachedFileOpen(&reader, path.c_str(), LogSite("model")) != 0) return false;
+    if (CachedFileOpen(&model, path.c_str(), LogSite("model")) != 0) return false;
+    MpegHeaderInfo header{};
+    const int64_t frame = MpegFirstFrame(&reader, start, &header) == 0 ? header.position : -1;
+    bool is_same = frame == ModelFirstFrame(&model, bytes, start);
+    if (frame >= 0 && header.bitrate != 0) {
+        XingHeaderRead(&reader, start, &header);
+        VbriHeaderRead(&reader, start, &header);
+        is_same = is_same && reader.vbr_scan.xing == ModelMark(&model, bytes, "Xing", start) &&
+                  reader.vbr_scan.vbri == ModelMark(&model, bytes, "VBRI", start);
+    }
+    CachedFileClose(&reader);
+    CachedFileClose(&model);
+    return is_same;
 }
 
 }  // namespace koli::test
