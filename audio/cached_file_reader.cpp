@@ -75,6 +75,15 @@ ByteWindow CachedWindowAt(CachedFileReader* reader, int64_t offset, int64_t want
     return {reader->buffer + (offset - reader->buffer_start), reader->buffer_end - offset};
 }
 
+/// Asking costs a system call, so only a zero byte before `offset` is a reason to.
+int64_t CachedSkipHole(const CachedFileReader* reader, int64_t offset, int64_t end) {
+    if (!IsBuffered(reader, offset - 1) || reader->buffer[offset - 1 - reader->buffer_start] != 0)
+        return offset;
+    int64_t data = lseek(fileno(reader->fp), offset, SEEK_DATA);
+    if (data == -1 && errno == ENXIO) data = reader->size;  // a hole up to the end of the file
+    return std::max(offset, std::min(data, end));
+}
+
 void CachedCopy(CachedFileReader* reader, int64_t offset, uint8_t* bytes, size_t length) {
     while (length > 0) {
         const ByteWindow window = CachedWindowAt(reader, offset);

@@ -58,6 +58,10 @@ struct ByteWindow {
 /// (at most 16384).  Fewer come back only at the end of the file.
 ByteWindow CachedWindowAt(CachedFileReader* reader, int64_t offset, int64_t wanted = 1);
 
+/// Where a search for anything but zeros, which has passed the buffer's bytes up to `offset`, goes on: at
+/// `offset` itself, or, when that lies in a hole of a sparse file, behind the hole, at most at `end`.
+int64_t CachedSkipHole(const CachedFileReader* reader, int64_t offset, int64_t end);
+
 /// Copies `length` bytes from `offset` on; those outside the file become 17.
 void CachedCopy(CachedFileReader* reader, int64_t offset, uint8_t* bytes, size_t length);
 

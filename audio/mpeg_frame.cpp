@@ -46,7 +46,7 @@ int64_t FindSync(CachedFileReader* reader, int64_t position) {
         const int64_t count = std::min(window.length - 1, end - position);
         const void* found = memchr(window.data, 0xFF, static_cast<size_t>(count));
         if (found == nullptr) {
-            position += count;
+            position = CachedSkipHole(reader, position + count, end);
             continue;
         }
         const auto* sync = static_cast<const uint8_t*>(found);
@@ -112,6 +112,7 @@ int64_t SkipZeros(CachedFileReader* reader, int64_t from, int64_t end) {
             std::find_if(window.data, window.data + count, [](uint8_t b) { return b != 0; });
         from += stop - window.data;
         if (count == 0 || stop != window.data + count) return from;
+        from = CachedSkipHole(reader, from, end);
     }
     return from;
 }

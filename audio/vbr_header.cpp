@@ -74,6 +74,7 @@ bool ContinueScan(CachedFileReader* reader) {
         const VbrScan before = *scan;
         scan->next += ScanWindow(window.data, count, scan);
         if (scan->xing != before.xing || scan->vbri != before.vbri) return true;
+        scan->next = CachedSkipHole(reader, scan->next, end);
     }
     return false;
 }

@@ -1,6 +1,7 @@
 // The cached reader, frame headers, the frame search and the variable-bit-rate headers.
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <fstream>
 #include <random>
 
@@ -127,6 +128,20 @@ TEST(MpegSearch, AgreesWithTheByteWiseOnes) {
             bytes += pieces[random() % (round % 8 == 0 ? pieces.size() : small)];
         ASSERT_TRUE(SearchesAgree(sandbox.Write("a.mp3", bytes), bytes, round % 3)) << round;
     }
+}
+
+TEST(MpegSearch, StepsOverTheHolesOfASparseFile) {
+    const Sandbox sandbox;
+    Opened file(sandbox, "\xFF\xFB\x90");  // a frame that ends in the first hole
+    for (const auto& [at, behind] :
+         {std::pair(1LL << 38, "Xing" + Be32(1) + Be32(10000)), std::pair(1LL << 41, Audio(2))}) {
+        std::filesystem::resize_file(sandbox.dir() + "/a.mp3", at);
+        std::ofstream(sandbox.dir() + "/a.mp3", std::ios::app) << behind;
+        file.reader.size = at + static_cast<int64_t>(behind.size());
+    }
+    EXPECT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), 0);
+    EXPECT_EQ(file.header.position, 1LL << 41);
+    EXPECT_EQ(XingHeaderRead(&file.reader, 0, &file.header), 0);
 }
 
 TEST(MpegSearch, ReadsAHostileFileAFewTimesAtMost) {
