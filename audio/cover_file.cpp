@@ -16,6 +16,8 @@ namespace {
 
 constexpr mode_t kCoverMode = 0777;    // every service of the appliance may replace a cover
 constexpr int64_t kBlockSize = 65536;  // bytes per read and write
+// Bytes of one cover: no ID3 tag can hold more, while a sparse file can hold any number of them for nothing.
+constexpr int64_t kMaxCover = 256LL << 20;
 
 /// Users can write to the cover folder: what stands at the path is removed and never followed or opened.
 int CreateCoverFile(const char* cover_path, LogSite site, const CoverFileMessages& messages) {
@@ -93,6 +95,10 @@ int CopyFileBytes(int from, int64_t offset, int64_t length, int fd) {
     if (fstat(from, &status) != 0) return -1;
     if (length > status.st_size - offset) {
         errno = ENODATA;
+        return -1;
+    }
+    if (length > kMaxCover) {
+        errno = EFBIG;
         return -1;
     }
     uint8_t block[kBlockSize];

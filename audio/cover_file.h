@@ -29,7 +29,8 @@ int CoverFileWrite(const char* media_path, int picture_type, int index, int imag
 int WriteFully(int fd, const void* bytes, size_t size);
 
 /// For sources.  Appends `length` bytes of the file `from`, from `offset` on, to `fd`.  A file that ends
-/// before them is refused before anything is written (ENODATA).  Returns 0, or -1 with errno set.
+/// before them (ENODATA) and more than 256 MiB (EFBIG) are refused before anything is written.  Returns 0, or
+/// -1 with errno set.
 int CopyFileBytes(int from, int64_t offset, int64_t length, int fd);
 
 }  // namespace koli
