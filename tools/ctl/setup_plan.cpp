@@ -7,27 +7,10 @@
 #include <cerrno>
 
 #include "platform/paths.h"
+#include "settings_text.h"
 
 namespace koli::ctl {
 namespace {
-
-constexpr const char kDefaultsText[] =
-    "# Features of the indexing daemon; read once, when it starts.  A value of \"yes\" switches one on.\n"
-    "\n"
-    "# The photo library: photo records, albums, thumbnails.\n"
-    "supportphoto=yes\n"
-    "\n"
-    "# Descriptions and comments of videos follow when files are renamed.\n"
-    "supportvidora=no\n";
-
-constexpr const char kConfigText[] =
-    "# Settings of the indexing daemon on this machine.\n"
-    "\n"
-    "# Are new photo albums open to everybody?  yes or no.\n"
-    "albumdefpublic=no\n"
-    "\n"
-    "# Where the databases are kept.\n"
-    "#database=sqlite:/var/lib/koli\n";
 
 SetupStep::State StateOf(const SetupRoot& root, const SetupStep& step) {
     const std::string path = root.Path(step.path);
