@@ -10,12 +10,21 @@ void Clear(char* text, int size) {
     if (text != nullptr && size > 0) text[0] = '\0';
 }
 
+/// A time zone that the machine has got meanwhile counts from the next second on; localtime_r alone would
+/// keep the old one.  Its file is not looked at for each picture and song.
+void LookAtZone() {
+    static time_t looked = 0;
+    const time_t now = time(nullptr);
+    if (now != looked) tzset();
+    looked = now;
+}
+
 }  // namespace
 
 void koli::host::WriteLocalTime(time_t when, char* text, int size) {
     Clear(text, size);
+    LookAtZone();
     struct tm local;
-    // localtime_r reads the time zone at its first use only: no file is touched for each picture and song.
     if (text == nullptr || size <= 0 || localtime_r(&when, &local) == nullptr) return;
     if (strftime(text, static_cast<size_t>(size), "%Y-%m-%d %H:%M:%S", &local) == 0) text[0] = '\0';
 }

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "tools/ctl/completion.h"
+#include "tools/ctl/daemon_zone.h"
 #include "tools/ctl/list.h"
 #include "tools/ctl/requests.h"
 #include "tools/ctl/setup.h"
@@ -195,6 +196,7 @@ int CommandLineRun(int argc, char** argv) {
     AddQueries(app, arguments);
     AddMachine(app, arguments);
     AddCompletion(app, arguments);
+    DaemonZoneTake(arguments.context.places.pid_file);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
