@@ -25,18 +25,21 @@ bool IsNamed(const std::string& path, const struct stat& file) {
     return lstat(path.c_str(), &named) == 0 && named.st_dev == file.st_dev && named.st_ino == file.st_ino;
 }
 
-/// Something that is due once in a while.
+/// Something that is due once in a while, each time after `growth` times as long.
 class Interval {
   public:
-    Interval(int every_ms, int64_t now) : every_ms_(every_ms), due_(now + every_ms) {}
+    Interval(int every_ms, int64_t now, int growth = 1)
+        : every_ms_(every_ms), growth_(growth), due_(now + every_ms) {}
     bool IsDue(int64_t now) {
         if (now < due_) return false;
+        every_ms_ *= growth_;
         due_ = now + every_ms_;
         return true;
     }
 
   private:
-    int every_ms_;
+    int64_t every_ms_;
+    int growth_;
     int64_t due_;
 };
 
@@ -46,7 +49,7 @@ BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits&
                    const std::function<bool(bool begun)>& tell) {
     const int64_t start = NowMs();
     int64_t seen_alive = start;
-    Interval telling(limits.tell_every_ms, start), waking(limits.wake_every_ms, start);
+    Interval telling(limits.tell_every_ms, start), waking(limits.wake_after_ms, start, 2);
     struct stat status;
     while (fstat(file.get(), &status) == 0 && status.st_nlink > 0) {
         const int64_t now = NowMs();
@@ -57,7 +60,8 @@ BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits&
         const bool begun = !IsNamed(places.queue, status);
         if (telling.IsDue(now) && !tell(begun)) return BatchEnd::kGivenUp;
         // A run that finds an older batch executes that one and leaves the queue to the next signal; one that
-        // could not store everything leaves its batch to it.
+        // could not store everything leaves its batch to it.  Ever less often: the daemon begins only when no
+        // signal has come for ten seconds, and many may wait.
         if (waking.IsDue(now)) DaemonWake(places.pid_file);
         SleepMs(limits.look_every_ms);
     }

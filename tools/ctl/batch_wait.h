@@ -12,11 +12,10 @@ namespace koli::ctl {
 enum class BatchEnd { kExecuted, kNoDaemon, kTimeout, kGivenUp };
 
 struct WaitLimits {
-    int timeout = 0;          // seconds, 0 = none
-    int look_every_ms = 100;  // how often the batch is looked at
-    int tell_every_ms = 500;  // how often `tell` is called
-    int wake_every_ms =
-        30000;  // how often the daemon is woken again, for a queue or a batch that it has kept
+    int timeout = 0;            // seconds, 0 = none
+    int look_every_ms = 100;    // how often the batch is looked at
+    int tell_every_ms = 500;    // how often `tell` is called
+    int wake_after_ms = 30000;  // when the daemon is woken again, for a queue or a batch that it has kept
 };
 
 /// Waits until the file that took the requests has lost its last name.  `tell` hears whether the daemon has
