@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/watch/composer.h"
 #include "tools/watch/event_fold.h"
 #include "tools/watch/sent_changes.h"
 
@@ -202,6 +203,13 @@ TEST_F(WatchTest, AShareThatVanishesIsNotDeleted) {
     EXPECT_EQ(After(kQuiet), (Texts{"D /v/m/one", "d /v/m/two/moved.mp3"}));
     EXPECT_EQ(tree_.Find(two_, "disk"), kNoFolder);
     EXPECT_TRUE(pending_.empty());
+}
+
+TEST(ComposerTest, WhatNoRequestCanCarryIsLookedForInItsFolder) {
+    Composer composer;
+    composer.Add({SettledChange::kAddFile, "/v/m/a\nb.mp3"});
+    EXPECT_EQ(composer.lines(), "");
+    EXPECT_EQ(composer.TakeCompares(), Texts{"/v/m"});
 }
 
 TEST(SentChangesTest, LaterRequestsDoTheWorkOfEarlierOnes) {

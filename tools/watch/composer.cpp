@@ -52,6 +52,8 @@ bool HoldsMoreThan(const std::string& folder, size_t limit) {
 
 void Composer::AddLine(char code, const std::string& path) {
     if (const char* refusal = ctl::PathRefusal(path); refusal != nullptr) {
+        // What a comparison finds new under such a name it asks for with its folder.
+        if (code == 'a' || code == 'A') return AddCompare(path.substr(0, path.rfind('/')));
         ctl::Complain("%s: %s", path.c_str(), refusal);
         return;
     }

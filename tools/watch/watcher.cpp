@@ -68,7 +68,6 @@ int Watcher::Run(int stop) {
     OpenAll();
     printf("watching %zu folder%s\n", tree_.size(), tree_.size() == 1 ? "" : "s");
     fflush(stdout);
-    Compare();
     for (;;) {
         pollfd polled[] = {{port_.descriptor(), POLLIN, 0}, {stop, POLLIN, 0}};
         poll(polled, std::size(polled), TimeoutOf(Now()));
@@ -203,6 +202,7 @@ void Watcher::Tick(int64_t now) {
         if (next_compare_ != 0) CompareAll();
         next_compare_ = now + kCompareGaps;
     }
+    // A comparison against a queue that is still to be executed would ask for everything in it again.
     const bool waits = is_check && now >= next_try_ && (!sent_.empty() || composer_.HasCompares());
     if (waits && sink_.IsQueueEmpty()) {
         if (sent_.Executed(Exists)) CompareAll();
@@ -237,7 +237,6 @@ void Watcher::CompareAll() {
         if (top.root != kNoFolder) composer_.AddCompare(top.path);
 }
 
-/// A comparison against a queue that is still to be executed would ask for everything in it again.
 void Watcher::Compare() {
     for (const std::string& folder : composer_.TakeCompares()) {
         const bool is_top = std::ranges::any_of(tops_, [&](const Top& top) { return top.path == folder; });
