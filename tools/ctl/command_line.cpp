@@ -3,6 +3,7 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <climits>
 #include <cstdio>
 
 #include "tools/ctl/completion.h"
@@ -67,7 +68,7 @@ void AddWaitOptions(CLI::App* command, WaitOptions& wait) {
         ->needs(flag);
     command->add_option("--timeout", wait.timeout, "With --wait: give up after this many seconds")
         ->needs(flag)
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, INT_MAX));
 }
 
 void AddRequests(CLI::App& app, Arguments& a) {
@@ -146,7 +147,7 @@ void AddQueries(CLI::App& app, Arguments& a) {
         ->take_all();
     list->add_option("--below", a.list.below, "Only a path and what is below it");
     list->add_option("--limit", a.list.limit, "At most this many rows of each kind")
-        ->check(CLI::PositiveNumber);
+        ->check(CLI::Range(1, INT_MAX));
     SetWork(list, a, [&a] { return List(a.context, a.list); });
 
     CLI::App* problems = AddCommand(app, "problems", "Files whose metadata could not be read, and why",
@@ -201,10 +202,12 @@ int CommandLineRun(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // help
-        // The parser misses a command before it looks at words that it does not know.
-        const std::vector<std::string> unknown = app.remaining();
-        if (app.get_subcommands().empty() && !unknown.empty())
-            Complain("%s: there is no such command (see koliindexctl --help)", unknown.front().c_str());
+        // The parser misses what it needs before it looks at words that it does not know.
+        const std::vector<std::string> unknown = app.remaining(true);
+        const bool is_command = app.get_subcommands().empty();
+        if (!unknown.empty())
+            Complain("%s: there is no such %s (see koliindexctl --help)", unknown.front().c_str(),
+                     is_command ? "command" : "option or argument");
         else
             Complain("%s (see koliindexctl --help)", error.what());
         return kExitUsage;

@@ -22,6 +22,7 @@ _koliindexctl() {
 
 constexpr const char kTail[] = R"(        *) return ;;
     esac
+    [[ ${COMP_WORDS[COMP_CWORD-1]} == --kind ]] && words='music video photo playlist'
     if [[ $cur == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
     elif [[ -n $words ]]; then

@@ -58,7 +58,7 @@ std::string DaemonPath(std::string_view path) {
 }
 
 const char* PathRefusal(std::string_view path) {
-    if (path.empty()) return "an empty path";
+    if (path.empty()) return "an empty path, or one in a working folder that is gone";
     if (HasLineBreak(path)) return "a path with a line break cannot be queued; queue its folder";
     return path.size() + kFrame > kRequestLineMax ? "the path is too long to be queued" : nullptr;
 }

@@ -75,7 +75,7 @@ void AddCovers(const std::string& path, std::vector<Section>* sections) {
 int Show(const Context& context, const std::string& given) {
     const std::string path = DaemonPath(given);
     if (given.empty() || path.empty()) {
-        Complain("%s: no path", given.c_str());
+        Complain("%s: %s", given.empty() ? "(empty)" : given.c_str(), PathRefusal(""));
         return kExitUsage;
     }
     StoreReader store;
