@@ -47,11 +47,6 @@ int64_t CountLines(const std::string& file) {
     return last == '\n' ? lines : lines + 1;
 }
 
-std::string BatchText(int64_t lines, int pid) {
-    if (lines < 0) return "none";
-    return (pid > 0 ? "running, " : "left over, ") + std::to_string(lines) + " requests";
-}
-
 /// Version of the kernel's file rules, 0 = none.
 int64_t LandlockVersion() {
     const auto version =
@@ -65,7 +60,9 @@ void AddDaemon(const Context& context, int pid, Record* record) {
     record->emplace_back("pid", int64_t{pid});
     record->emplace_back("since", pid > 0 ? TimeText(ChangeTime(places.pid_file)) : "");
     record->emplace_back("requests_waiting", std::max<int64_t>(CountLines(places.queue), 0));
-    record->emplace_back("batch", BatchText(CountLines(places.batch), pid));
+    const int64_t batch = CountLines(places.batch);
+    record->emplace_back("batch", batch < 0 ? "none" : pid > 0 ? "running" : "left over");
+    record->emplace_back("requests_in_batch", std::max<int64_t>(batch, 0));
 }
 
 void AddDatabases(const StoreReader& store, Record* record) {
