@@ -28,8 +28,8 @@ std::string Bar(int64_t part, int64_t whole) {
 
 }  // namespace
 
-Progress::Progress(const Context& context, std::vector<std::string> paths, int64_t found)
-    : context_(context), paths_(std::move(paths)), found_(found), is_terminal_(isatty(STDERR_FILENO) == 1) {}
+Progress::Progress(const Context& context, const Submission& submission, int64_t found)
+    : context_(context), submission_(submission), found_(found), is_terminal_(isatty(STDERR_FILENO) == 1) {}
 
 Progress::~Progress() {
     if (is_terminal_ && told_ > 0) fprintf(stderr, "\r\033[K");
@@ -61,9 +61,9 @@ bool Progress::Tell(bool begun) {
     int64_t stored = 0, unparsable = 0;
     StoreReader store;
     if (store.Open(context_.places))
-        for (const std::string& path : paths_) {
-            stored += store.FilesBelow(path);
-            unparsable += store.CountBelow("problem", path);
+        for (const std::string& path : submission_.present) {
+            stored += submission_.media_store ? store.FilesBelow(path) : store.CountBelow("photo_info", path);
+            unparsable += submission_.media_store ? store.CountBelow("problem", path) : 0;
         }
     error_ = store.error();
     if (!error_.empty()) return false;

@@ -3,17 +3,17 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "tools/ctl/context.h"
+#include "tools/ctl/submission.h"
 
 namespace koli::ctl {
 
 /// A moving bar on a terminal, else a line every few seconds.
 class Progress {
   public:
-    /// `found` is the number of files that the daemon will find at and below `paths`.
-    Progress(const Context& context, std::vector<std::string> paths, int64_t found);
+    /// `found` is the number of files that are to be present.  The submission must outlive this.
+    Progress(const Context& context, const Submission& submission, int64_t found);
     ~Progress();  ///< leaves the terminal with an empty line
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -26,7 +26,7 @@ class Progress {
     std::string Line(bool begun, int64_t stored, int64_t unparsable);
 
     const Context& context_;
-    std::vector<std::string> paths_;
+    const Submission& submission_;
     int64_t found_;
     int64_t stored_before_ = -1;  // when the daemon began; -1 = it has not
     double began_ = 0;            // seconds of the monotonic clock

@@ -107,14 +107,17 @@ int Rename(const Context& context, const std::string& old_path, const std::strin
 int Rebuild(const Context& context, const std::string& library, const WaitOptions& options) {
     Submission submission;
     AddLine(RequestLine('R', library), &submission);
-    submission.photo_library = false;
-    if (library != "photo") submission.present = ShareFolders(library);
+    submission.present = ShareFolders(library);
+    submission.photo_library = library == "photo";
+    submission.media_store = !submission.photo_library;
     return Submit(context, submission, options);
 }
 
 int Resync(const Context& context, const WaitOptions& options) {
     Submission submission;
     AddLine(RequestLine('U', "photo"), &submission);
+    submission.present = ShareFolders("photo");
+    submission.media_store = false;
     return Submit(context, submission, options);
 }
 

@@ -12,7 +12,8 @@ struct Submission {
     int64_t requests = 0;
     std::vector<std::string> present = {};  // every file at and below these is stored as it is
     std::vector<std::string> absent = {};   // nothing at and below these is stored
-    bool photo_library = true;              // the photo library counts too
+    bool media_store = true;                // which of the two count
+    bool photo_library = true;
 };
 
 }  // namespace koli::ctl

@@ -109,7 +109,7 @@ int Wait(const Context& context, const QueuedBatch& batch, const Submission& sub
     BatchEnd end{};
     std::string error;
     {
-        Progress progress(context, submission.present, FilesFound(submission.present));
+        Progress progress(context, submission, FilesFound(submission));
         const WaitLimits limits{.timeout = options.timeout};
         end = BatchWait(batch.file, context.places, limits, [&](bool begun) { return progress.Tell(begun); });
         error = progress.error();

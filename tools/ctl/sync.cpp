@@ -111,7 +111,7 @@ int Sync(const Context& context, const std::vector<std::string>& paths, const Sy
     }
     if (!context.json) PrintRecord(SummaryOf(plan, totals), false);
     if (plan.requests() == 0) return kExitDifferences;
-    const Submission submission{plan.lines(), plan.requests(), tops, {}, true};
+    const Submission submission{plan.lines(), plan.requests(), tops};
     return Submit(context, submission, options.wait);
 }
 

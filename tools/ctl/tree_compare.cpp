@@ -163,13 +163,13 @@ bool Comparison::IsUnchanged(const StoredRow& row, const FileState& file) {
 }
 
 void Comparison::File(const std::string& path, const FileState& file) {
-    ++result_.files;
     DropUpTo(path);
     const bool wants_library = options_.photo_library && IsLibraryPhoto(path.c_str(), file.size);
-    bool is_stored = false, is_in_library = !wants_library, is_changed = false;
+    result_.files += options_.media_store || wants_library ? 1 : 0;
+    bool is_stored = !options_.media_store, is_in_library = !wants_library, is_changed = false;
     for (; IsNext(path); rows_.Drop()) {
         const StoredRow& row = *rows_.First();
-        if (row.type == file.type)
+        if (row.type == file.type && options_.media_store)
             is_stored = true;
         else if (row.type == kRowLibrary && wants_library)
             is_in_library = true;

@@ -24,6 +24,7 @@ enum class Change {
 
 struct CompareOptions {
     bool fold_new_folders = true;  // false: a new folder's files are told one by one, and folders not at all
+    bool media_store = true;       // false: of the files only the photo library's count
     bool photo_library = true;     // the photo library's rows count too (when the daemon keeps one)
     bool allow_empty = false;      // a missing or empty top means that everything below it is gone
 };

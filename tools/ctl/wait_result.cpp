@@ -11,10 +11,12 @@ void Name(const std::string& path, std::vector<std::string>* names, int64_t* cou
     if (names->size() < WaitResult::kNamesMax) names->push_back(path);
 }
 
-void LookForMissing(const StoreReader& store, const std::string& path, bool photo_library,
+void LookForMissing(const StoreReader& store, const std::string& path, const Submission& submission,
                     WaitResult* result) {
-    const CompareOptions options{
-        .fold_new_folders = false, .photo_library = photo_library, .allow_empty = true};
+    const CompareOptions options{.fold_new_folders = false,
+                                 .media_store = submission.media_store,
+                                 .photo_library = submission.photo_library,
+                                 .allow_empty = true};
     const auto note = [result](Change change, const std::string& file) {
         if (change == Change::kNewFile || change == Change::kChangedFile)
             Name(file, &result->missing, &result->missing_count);
@@ -37,11 +39,14 @@ void LookForProblems(const StoreReader& store, const std::string& path, WaitResu
 
 }  // namespace
 
-int64_t FilesFound(const std::vector<std::string>& paths) {
+int64_t FilesFound(const Submission& submission) {
     const StoreReader nothing_stored;
-    const CompareOptions options{.fold_new_folders = false, .photo_library = false, .allow_empty = true};
+    const CompareOptions options{.fold_new_folders = false,
+                                 .media_store = submission.media_store,
+                                 .photo_library = !submission.media_store,
+                                 .allow_empty = true};
     int64_t files = 0;
-    for (const std::string& path : paths)
+    for (const std::string& path : submission.present)
         files += TreeCompare(nothing_stored, path, options, [](Change, const std::string&) {}).files;
     return files;
 }
@@ -51,8 +56,8 @@ WaitResult WaitResultOf(const Context& context, const Submission& submission) {
     StoreReader store;
     if (store.Open(context.places)) {
         for (const std::string& path : submission.present) {
-            LookForMissing(store, path, submission.photo_library, &result);
-            LookForProblems(store, path, &result);
+            LookForMissing(store, path, submission, &result);
+            if (submission.media_store) LookForProblems(store, path, &result);
         }
         for (const std::string& path : submission.absent)
             result.still_stored += store.FilesBelow(path);

@@ -20,8 +20,8 @@ struct WaitResult {
     static constexpr size_t kNamesMax = 1000;
 };
 
-/// The number of files that the daemon would store at and below the paths.
-int64_t FilesFound(const std::vector<std::string>& paths);
+/// The number of files that are to be present.
+int64_t FilesFound(const Submission& submission);
 
 WaitResult WaitResultOf(const Context& context, const Submission& submission);
 
