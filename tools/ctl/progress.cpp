@@ -36,6 +36,8 @@ Progress::~Progress() {
 }
 
 std::string Progress::Line(bool begun, int64_t stored, int64_t unparsable) {
+    if (!begun && access(context_.places.batch.c_str(), F_OK) == 0)
+        return "queued, behind a batch that is being executed";
     if (!begun) return "queued, the daemon begins in about ten seconds";
     if (stored_before_ < 0) {
         stored_before_ = stored;
