@@ -32,7 +32,10 @@ bool IsLink(unsigned char type, const char* path);
 class LinkLimit {
   public:
     /// Whether the walk may enter a folder that it reaches from `way` by a link.
-    bool MayFollow(const FolderWay& way) { return way.links < kFreeLinks || followed_++ < kDeepLinksMax; }
+    bool MayFollow(const FolderWay& way) { return IsFree(way) || followed_++ < kDeepLinksMax; }
+
+    /// Whether every walk enters such a folder.
+    static bool IsFree(const FolderWay& way) { return way.links < kFreeLinks; }
 
   private:
     static constexpr int kFreeLinks = 2;

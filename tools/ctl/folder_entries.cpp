@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 
+#include "base/folder_way.h"
 #include "base/media_info.h"
 #include "tools/ctl/media_kinds.h"
 
@@ -38,7 +39,8 @@ void TakeEntry(int directory, const dirent& entry, const std::string& path, Fold
     }
     if (!is_folder) return;
     result->entries.push_back({entry.d_name, FolderEntry::kFolder, {}});
-    result->entries.push_back({std::string(entry.d_name) + '/', FolderEntry::kContents, {}});
+    const bool is_link = IsLink(entry.d_type, path.c_str());
+    result->entries.push_back({std::string(entry.d_name) + '/', FolderEntry::kContents, {}, is_link});
 }
 
 }  // namespace

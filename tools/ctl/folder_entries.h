@@ -27,6 +27,7 @@ struct FolderEntry {
     std::string name;
     Kind kind;
     FileState file;         // of kFile
+    bool is_link = false;   // of kContents
     bool recorded = false;  // of kContents: set by whoever meets the folder's row
 };
 

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <unordered_set>
 
+#include "base/folder_way.h"
 #include "index/share_path.h"
 #include "platform/host/file_times.h"
 #include "platform/kolisdk.h"
@@ -41,19 +42,6 @@ class TimeTexts {
     std::string local_;
 };
 
-/// A folder on the way from the top to the current one.
-struct Level {
-    dev_t device;
-    ino_t inode;
-    const Level* above;  // null at the top
-};
-
-bool IsOnTheWay(const Level* way, const FolderEntries& folder) {
-    for (; way != nullptr; way = way->above)
-        if (way->inode == folder.inode && way->device == folder.device) return true;
-    return false;
-}
-
 /// Only a plain "there is no such thing" counts as gone: no right to look, or a disk that fails, is none.
 bool Exists(const std::string& path) {
     struct stat status;
@@ -79,7 +67,8 @@ class Comparison {
         : rows_(std::move(rows)), top_length_(top_length), options_(options), tell_(tell), result_(*result) {}
 
     /// Everything below `path`, a folder whose entries have been read.
-    void Contents(const std::string& path, FolderEntries folder, bool recorded, const Level* above);
+    void Contents(const std::string& path, const FolderEntry& self, FolderEntries folder,
+                  const FolderWay* above);
     void File(const std::string& path, const FileState& file);
     /// What is left is below the top, but was not met.
     void Rest() {
@@ -89,7 +78,7 @@ class Comparison {
 
   private:
     void Folder(const std::string& path, std::vector<FolderEntry>& entries, size_t index);
-    void SubFolder(const std::string& path, bool recorded, const Level& level);
+    void SubFolder(const std::string& path, const FolderEntry& self, const FolderWay& way);
     bool IsUnchanged(const StoredRow& row, const FileState& file);
     void DropUpTo(const std::string& key);
     void DropBelow(const std::string& prefix);
@@ -196,16 +185,17 @@ void Comparison::Folder(const std::string& path, std::vector<FolderEntry>& entri
     }
 }
 
-void Comparison::Contents(const std::string& path, FolderEntries folder, bool recorded, const Level* above) {
+void Comparison::Contents(const std::string& path, const FolderEntry& self, FolderEntries folder,
+                          const FolderWay* above) {
     const std::string prefix = FirstKeyBelow(path);
     DropUpTo(prefix);
-    if (!recorded && !HasBelow(prefix) && options_.fold_new_folders) {
+    if (!self.recorded && !HasBelow(prefix) && options_.fold_new_folders) {
         tell_(Change::kNewFolder, path);
         return;
     }
-    if (!recorded && options_.fold_new_folders) tell_(Change::kUnrecordedFolder, path);
+    if (!self.recorded && options_.fold_new_folders) tell_(Change::kUnrecordedFolder, path);
 
-    const Level level{folder.device, folder.inode, above};
+    const FolderWay way = FolderWayTo(above, folder.device, folder.inode, self.is_link);
     for (size_t i = 0; i < folder.entries.size(); ++i) {
         const FolderEntry& entry = folder.entries[i];
         std::string entry_path = prefix + entry.name;
@@ -215,13 +205,15 @@ void Comparison::Contents(const std::string& path, FolderEntries folder, bool re
             Folder(entry_path, folder.entries, i);
         } else {
             entry_path.pop_back();
-            SubFolder(entry_path, entry.recorded, level);
+            SubFolder(entry_path, entry, way);
         }
     }
 }
 
-/// Like the daemon's walk: what it does not enter is not indexed.
-void Comparison::SubFolder(const std::string& path, bool recorded, const Level& level) {
+/// Like the daemon's walk: what it does not enter is not indexed.  Which of the deep links it follows is its
+/// own choice; those that it has followed are recorded.
+void Comparison::SubFolder(const std::string& path, const FolderEntry& self, const FolderWay& way) {
+    if (self.is_link && !LinkLimit::IsFree(way) && !self.recorded) return;
     if (IsRecycleBinPath(path.c_str()) != 0) return;
     FolderEntries folder;
     if (FolderEntriesRead(path, &folder) != 0) {
@@ -229,7 +221,7 @@ void Comparison::SubFolder(const std::string& path, bool recorded, const Level& 
         DropBelow(path + '/');
         return;
     }
-    if (!IsOnTheWay(&level, folder)) Contents(path, std::move(folder), recorded, &level);
+    if (!IsOnTheWay(&way, folder.device, folder.inode)) Contents(path, self, std::move(folder), &way);
 }
 
 /// A top that is a file.
@@ -249,7 +241,8 @@ void CompareFolder(const StoreReader& store, const std::string& top, FolderEntri
     const dev_t device = folder.device;
     const ino_t inode = folder.inode;
     Comparison comparison(std::move(rows), top == "/" ? 0 : top.size(), options, tell, result);
-    comparison.Contents(top, std::move(folder), store.IsRecordedFolder(top), nullptr);
+    const FolderEntry self{top, FolderEntry::kContents, {}, false, store.IsRecordedFolder(top)};
+    comparison.Contents(top, self, std::move(folder), nullptr);
     comparison.Rest();
 
     // A share that was unmounted meanwhile has made everything look gone.
