@@ -1,6 +1,6 @@
 // The EXIF reader, libexif included, on arbitrary bytes.
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 
 #include "base/path_names.h"
 #include "fuzz/memory_file.h"
@@ -11,11 +11,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     koli::PhotoRecord record{};
     koli::CopyText(record.path, sizeof record.path, koli::test::MemoryFile(data, size).c_str());
     if (koli::ExifFillPhotoRecord(&record) != 0) abort();
-    if (strnlen(record.camera_make, sizeof record.camera_make) == sizeof record.camera_make) abort();
-    if (strnlen(record.camera_model, sizeof record.camera_model) == sizeof record.camera_model) abort();
-    if (strnlen(record.exposure_time, sizeof record.exposure_time) == sizeof record.exposure_time) abort();
-    if (strnlen(record.f_number, sizeof record.f_number) == sizeof record.f_number) abort();
-    if (strnlen(record.date_taken, sizeof record.date_taken) == sizeof record.date_taken) abort();
+    const auto require_end = [](const auto&... texts) {
+        if (((std::string_view(texts, sizeof texts).find('\0') == std::string_view::npos) || ...)) abort();
+    };
+    require_end(record.camera_make, record.camera_model, record.exposure_time, record.f_number,
+                record.date_taken);
     koli::PhotoRecordSanitize(&record);
     if (record.width < 0 || record.width > koli::kMaxPhotoPixels) abort();
     return 0;

@@ -6,14 +6,10 @@
 #include "fuzz/memory_file.h"
 #include "tests/fake_platform.h"
 
-using koli::test::fake;
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const koli::test::Sandbox sandbox;
-    fake.log.clear();
-    fake.calls.clear();
-    fake.cover_folder = sandbox.dir();
-    const std::string path = koli::test::MemoryFile(data, size);
+    koli::test::fake = {};
+    const std::string path = koli::test::MemoryFile(data, size, sandbox.Path("a.mp3"));
     koli::MediaInfo record{};
     const int result = koli::Mp3MetadataParse(path.c_str(), &record);
     if (result != 0 && (record.title[0] != '\0' || record.sample_rate != 0)) abort();

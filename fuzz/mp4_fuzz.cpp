@@ -1,3 +1,4 @@
+// The MP4 reader with its covers, on arbitrary bytes.
 #include "fuzz/memory_file.h"
 #include "tests/fake_platform.h"
 #include "video/metamedia.h"
@@ -11,8 +12,7 @@ int koli::MiscMediaInfoGet(const char*, MediaInfo*) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const koli::test::Sandbox sandbox;
     koli::test::fake = {};
-    koli::test::fake.cover_folder = sandbox.dir();
     koli::MediaInfo record{};
-    koli::Mp4InfoFill(koli::test::MemoryFile(data, size).c_str(), &record);
+    koli::Mp4InfoFill(koli::test::MemoryFile(data, size, sandbox.Path("a.mp4")).c_str(), &record);
     return 0;
 }

@@ -10,7 +10,6 @@
 #include "daemon/queue.h"
 #include "index/directory.h"
 #include "index/index.h"
-#include "tests/fake_handlers.h"
 #include "tests/fake_platform.h"
 
 namespace koli {

@@ -1,5 +1,4 @@
 // The names derived from a path, opening files, and the handler parts that every format shares.
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -14,10 +13,9 @@
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "index/util.h"
-#include "tests/fake_platform.h"
+#include "tests/fixture.h"
 
-namespace koli {
-namespace {
+namespace koli::test {
 
 TEST(PathNames, FollowTheLastComponentAndItsFolder) {
     const std::string most(253, 'd'), over(254, 'd');
@@ -52,9 +50,10 @@ TEST(ParseInt32, SaturatesAt32BitsAndTellsWhereItStopped) {
     }
 }
 
-TEST(OpenForReading, WaitsForALeaseButNotForAFifo) {
-    const test::Sandbox sandbox;
-    const std::string fifo = sandbox.dir() + "/fifo", file = sandbox.Write("a", "x");
+using Base = Fixture;
+
+TEST_F(Base, OpeningWaitsForALeaseButNotForAFifo) {
+    const std::string fifo = Path("fifo"), file = Write("a", "x");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     const int opened = OpenForReading(fifo.c_str());
     EXPECT_EQ(fcntl(opened, F_GETFD), FD_CLOEXEC);
@@ -89,14 +88,12 @@ TEST(MediaInfo, NumbersAreBigEndianInMemory) {
     EXPECT_EQ(memcmp(&record.duration, "\x3f\x80\0\0", 4), 0);
 }
 
-TEST(MediaInfoFill, RefusesBadArgumentsLoudlyAndMissingFilesSilently) {
-    test::fake = {};
+TEST_F(Base, MediaInfoFillRefusesBadArgumentsLoudlyAndMissingFilesSilently) {
     MediaInfo record{};
     EXPECT_EQ(MediaInfoFill("/gone.mp3", &record), -1);
     EXPECT_EQ(MediaInfoFill("", &record), -1);
     EXPECT_EQ(MediaInfoFill("/x", nullptr), -1);
-    EXPECT_EQ(test::fake.log, std::vector<std::string>(2, "util:# Bad parameter."));
+    EXPECT_EQ(fake.log, Lines(2, "util:# Bad parameter."));
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

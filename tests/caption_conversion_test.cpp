@@ -1,6 +1,5 @@
 // Captions are handed over once; the conversion queues get one line and one signal.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -8,31 +7,21 @@
 
 #include <csignal>
 #include <cstdarg>
-#include <tuple>
 
-#include "base/features.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"
 #include "platform/paths.h"
-#include "tests/fake_platform.h"
+#include "tests/fixture.h"
 
-namespace {
-
-int sleeps = 0;
-std::vector<std::pair<int, int>> signals;  // pid and signal
-std::string spool;                         // stands in for /var/spool
-
-}  // namespace
+static std::string spool;  // stands in for /var/spool
 
 // These take the place of the C library's: tests neither wait, nor signal anybody, nor write to the machine's
 // spool.
-extern "C" unsigned int sleep(unsigned int) {
-    ++sleeps;
-    return 0;
+extern "C" unsigned int sleep(unsigned int seconds) {
+    return static_cast<unsigned>(koli::test::Record("sleep", seconds));
 }
 extern "C" int kill(pid_t pid, int signal) noexcept {
-    signals.emplace_back(pid, signal);
-    return 0;
+    return koli::test::Record("kill", pid, signal);
 }
 extern "C" int open64(const char* path, int flags, ...) {
     va_list arguments;
@@ -46,40 +35,17 @@ extern "C" int open64(const char* path, int flags, ...) {
     return static_cast<int>(syscall(SYS_openat, AT_FDCWD, real.c_str(), flags, mode));
 }
 
-namespace koli {
-namespace {
+namespace koli::test {
 
-using namespace test;
-using namespace std::string_literals;
-using Lines = std::vector<std::string>;
+using Caption = Fixture;
+using Conversion = Fixture;
 
-TEST(Caption, TheFirstLineIsTakenOnce) {
-    const Sandbox sandbox;
-    const std::string file = sandbox.dir() + "/@eaDir/a.jpg/KOLIPHOTO:TITLE";
-    const std::string path = sandbox.dir() + "/a.jpg";
-    const std::string huge(100000, 'x');
-    for (const auto& [bytes, result, value] : {std::tuple{"Sunset\nmore", 1, "Sunset\n"},
-                                               {"\n", 0, "old"},
-                                               {"", 0, "old"},
-                                               {huge.c_str(), 1, huge.c_str() + 100000 - 254}}) {
-        PhotoRecord record{};
-        strcpy(record.title, "old");
-        sandbox.Write("@eaDir/a.jpg/KOLIPHOTO:TITLE", bytes);
-        EXPECT_EQ(CaptionTitleGet(path.c_str(), &record), result);
-        EXPECT_STREQ(record.title, value);
-        EXPECT_NE(access(file.c_str(), F_OK), 0);
-        EXPECT_EQ(CaptionTitleGet(path.c_str(), &record), 0);
-    }
-    EXPECT_TRUE(fake.log.empty());
-}
-
-TEST(Caption, WhatIsNoReadableFileIsKeptAndLogged) {
-    const Sandbox sandbox;
-    const std::string path = sandbox.dir() + "/a.jpg";
-    const std::string file = sandbox.MakeDir("@eaDir/a.jpg/KOLIPHOTO:DESC");
-    const std::string link = sandbox.dir() + "/@eaDir/a.jpg/KOLIPHOTO:PUBLIC";
-    ASSERT_EQ(symlink(sandbox.Write("secret", "1").c_str(), link.c_str()), 0);
-    const std::string fifo = sandbox.dir() + "/@eaDir/a.jpg/KOLIPHOTO:TITLE";
+TEST_F(Caption, WhatIsNoReadableFileIsKeptAndLogged) {
+    const std::string path = Path("a.jpg");
+    const std::string file = MakeDir("@eaDir/a.jpg/KOLIPHOTO:DESC");
+    const std::string link = Path("@eaDir/a.jpg/KOLIPHOTO:PUBLIC");
+    ASSERT_EQ(symlink(Write("secret", "1").c_str(), link.c_str()), 0);
+    const std::string fifo = Path("@eaDir/a.jpg/KOLIPHOTO:TITLE");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     PhotoRecord record{};
     char value[16];
@@ -91,9 +57,8 @@ TEST(Caption, WhatIsNoReadableFileIsKeptAndLogged) {
               (Lines{"photo_index:# fgets() failed.", "photo_index:# failed to open file " + link + "."}));
 }
 
-TEST(WriteThumbQueue, KeepsOneLineForEachEntry) {
-    const Sandbox sandbox;
-    const std::string queue = sandbox.dir() + "/queue", longest(4095, 'x');
+TEST_F(Conversion, KeepsOneLineForEachEntry) {
+    const std::string queue = Path("queue"), longest(4095, 'x');
     for (const std::string& entry : {"/a/bc"s, "/a/bc"s, "/a/b"s, "/c'%s"s, longest, longest})
         EXPECT_EQ(WriteThumbQueue(entry.c_str(), queue.c_str()), 0);
     for (const std::string& refused : {"/a\n/etc"s, longest + "y"})
@@ -101,16 +66,14 @@ TEST(WriteThumbQueue, KeepsOneLineForEachEntry) {
     EXPECT_TRUE(ReadFile(queue) == "/a/bc\n/a/b\n/c'%s\n" + longest + "\n");
 }
 
-TEST(WriteThumbQueue, OnlyAForbiddenQueueIsTriedAgain) {
-    const Sandbox sandbox;
-    const std::string taken = sandbox.dir() + "/taken";
+TEST_F(Conversion, OnlyAForbiddenQueueIsTriedAgain) {
+    const std::string taken = Path("taken");
     ASSERT_EQ(symlink("/nowhere/at/all", taken.c_str()), 0);
-    sleeps = 0;
     EXPECT_EQ(WriteThumbQueue("/a", taken.c_str()), -1);
     EXPECT_EQ(fake.log, Lines{"(photo_index, #) open(" + taken + ", " +
                               std::to_string(O_RDWR | O_SYNC | O_CREAT | O_EXCL | O_TRUNC) +
                               ") failed, reason=File exists\n"});
-    EXPECT_EQ(sleeps, 0);
+    EXPECT_EQ(fake.calls, Lines{});
 
     const std::string forbidden = "/proc/sys/kernel/ostype";  // 0444, for root too
     fake.log.clear();
@@ -118,12 +81,11 @@ TEST(WriteThumbQueue, OnlyAForbiddenQueueIsTriedAgain) {
     EXPECT_EQ(fake.log, Lines(17, "(photo_index, #) open(" + forbidden + ", " +
                                       std::to_string(O_RDWR | O_SYNC | O_APPEND) +
                                       ") failed, reason=Permission denied\n"));
-    EXPECT_EQ(sleeps, 16);
+    EXPECT_EQ(fake.calls, Lines(16, "sleep 1"));
 }
 
-TEST(WriteThumbQueue, AShortWriteLeavesNothingBehind) {
-    const Sandbox sandbox;
-    const std::string queue = sandbox.Write("queue", "/first\n");
+TEST_F(Conversion, AShortWriteLeavesNothingBehind) {
+    const std::string queue = Write("queue", "/first\n");
     struct rlimit before;
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
     const struct rlimit full = {10, before.rlim_max};
@@ -137,40 +99,39 @@ TEST(WriteThumbQueue, AShortWriteLeavesNothingBehind) {
                               ", reason=No space left on device"});
 }
 
-TEST(ConversionRequest, QueuesForTheDaemonsThatRunAndWakesTheLastOne) {
+TEST_F(Conversion, QueuesForTheDaemonsThatRunAndWakesTheLastOne) {
     const std::string kNoThumb = "photo_index(#) Thumb daemon is not running .....\n";
     const std::string kNoFlv = "photo_index(#) FLV daemon is not running .....\n";
     const struct {
         const char* name;
         int flags, vidora, thumb_pid, flv_pid;
         bool in_thumb, in_flv;
-        int woken;
-        Lines log;
+        Lines woken, log;
     } cases[] = {
-        {"a.jpg", 3, 1, 11, 22, true, false, 11, {}}, {"a.mp4", 3, 1, 11, 22, false, true, 22, {}},
-        {"a.avi", 3, 1, 11, 22, false, false, 0, {}}, {"", 3, 1, 11, 22, true, true, 22, {}},
-        {"", 3, 1, 11, 0, true, false, 0, {kNoFlv}},  {"", 3, 1, 0, 22, false, true, 22, {kNoThumb}},
-        {"", 3, 0, 11, 22, true, false, 11, {}},      {"a.jpg", 2, 1, 11, 22, false, false, 0, {}},
+        {"a.jpg", 3, 1, 11, 22, true, false, {"kill 11 10"}, {}},
+        {"a.mp4", 3, 1, 11, 22, false, true, {"kill 22 10"}, {}},
+        {"a.avi", 3, 1, 11, 22, false, false, {}, {}},
+        {"", 3, 1, 11, 22, true, true, {"kill 22 10"}, {}},
+        {"", 3, 1, 11, 0, true, false, {}, {kNoFlv}},
+        {"", 3, 1, 0, 22, false, true, {"kill 22 10"}, {kNoThumb}},
+        {"", 3, 0, 11, 22, true, false, {"kill 11 10"}, {}},
+        {"a.jpg", 2, 1, 11, 22, false, false, {}, {}},
     };
-    support_photo = 1;
+    for (const char* name : {"a.jpg", "a.mp4", "a.avi"})
+        Write("share/"s + name, "x");
     for (const auto& c : cases) {
-        const Sandbox sandbox;
-        spool = sandbox.MakeDir("spool");
-        for (const char* name : {"a.jpg", "a.mp4", "a.avi"})
-            sandbox.Write(std::string("share/") + name, "x");
+        fake = {};
+        std::filesystem::remove_all(spool = Path("spool"));
+        MakeDir("spool");
         fake.pids = {{paths::kThumbDaemonPid, c.thumb_pid}, {paths::kFlvDaemonPid, c.flv_pid}};
         support_vidora = c.vidora;
-        signals.clear();
-        const std::string share = sandbox.dir() + "/share";
-        const std::string path = *c.name != '\0' ? share + "/" + c.name : share;
+        const std::string share = Path("share"), path = *c.name != '\0' ? share + "/" + c.name : share;
         ConversionRequest(path.c_str(), c.flags);
         EXPECT_EQ(ReadFile(spool + "/thumb_create.queue"), c.in_thumb ? share + "\n" : "") << c.name;
         EXPECT_EQ(ReadFile(spool + "/flv_create.queue"), c.in_flv ? path + "\n" : "") << c.name;
-        EXPECT_EQ(signals, c.woken != 0 ? decltype(signals)({{c.woken, SIGUSR1}}) : decltype(signals)());
+        EXPECT_EQ(fake.calls, c.woken) << c.name;
         EXPECT_EQ(fake.log, c.log) << c.name;
     }
-    support_photo = support_vidora = 0;
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

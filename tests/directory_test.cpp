@@ -2,7 +2,6 @@
 #include "index/directory.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,27 +9,16 @@
 #include <algorithm>
 #include <set>
 
-#include "base/features.h"
 #include "index/directory_listing.h"
 #include "index/index_mode.h"
-#include "tests/fake_handlers.h"
-#include "tests/fake_platform.h"
+#include "tests/fixture.h"
 
-namespace koli {
-namespace {
+namespace koli::test {
 
-using test::fake;
-using Lines = std::vector<std::string>;
 constexpr int kBoth = kWalkMediaStore | kWalkPhotoLibrary;
 
-class Walk : public testing::Test {
+class Walk : public Fixture {
   protected:
-    Walk() {
-        EXPECT_EQ(chdir(top_.c_str()), 0);
-        support_photo = 1;
-    }
-    ~Walk() override { EXPECT_EQ(chdir("/"), 0); }
-
     /// The calls of one walk in sorted order: the file system's order is its own.
     static Lines Calls(const std::string& path, int mode, int types) {
         fake.calls.clear();
@@ -38,14 +26,12 @@ class Walk : public testing::Test {
         std::sort(fake.calls.begin(), fake.calls.end());
         return fake.calls;
     }
-
-    const test::Sandbox sandbox_;
-    const std::string& top_ = sandbox_.dir();
+    const std::string& top_ = dir();
 };
 
 TEST_F(Walk, StoresEveryFolderAndEveryKnownFileAndFollowsNoLinkUpwards) {
     for (const char* name : {"a.mp3", "s/b.MP3", "s/@eaDir/c.mp3", "#recycle/d.mp3", "s/#recycle/e.mp3"})
-        sandbox_.Write(name, "");
+        Write(name, "");
     for (const char* link : {"up1", "s/up2", "s/up3", "s/#recycle/up4"})
         ASSERT_EQ(symlink(top_.c_str(), link), 0);
     ASSERT_EQ(symlink("a.mp3", "link.mp3"), 0);
@@ -80,14 +66,13 @@ TEST_F(Walk, FoldersFullOfLinksToEachOtherAreNotGoneThroughInEveryOrder) {
 TEST_F(Walk, ThePhotoLibraryGetsWhatTheMediaStoreTookAndTheConverterTheRest) {
     const std::string p = "vol00001/photo";  // its ninth character is where a volume's photo share has it
     for (const char* name : {"/a.jpg", "/b.mov", "/noext", "/._c.jpg", "/t.txt"})
-        sandbox_.Write(p + name, "");
+        Write(p + name, "");
     const std::string exec = "KLIBExec /usr/koli/bin/koliflvconv -f " + p;
-    test::handler_results = {{"MediaVideoAdd", -1}};
+    fake.results = {{"MediaVideoAdd", -1}};
     EXPECT_EQ(Calls(p, kModeAdd, kBoth),
               (Lines{exec + "/._c.jpg", exec + "/b.mov", exec + "/noext", "MediaInfoDBDirSave " + p,
                      "MediaVideoAdd " + p + "/b.mov", "PhotoLibraryIndex " + p + "/a.jpg 1",
                      "PhotoLibraryIndex " + p + "/t.txt 1", "PhotoMediaAdd " + p + "/a.jpg"}));
-    test::handler_results.clear();
     EXPECT_EQ(Calls(p + "/a.jpg", kModeUpdate, kWalkPhotoLibrary),
               Lines{"PhotoLibraryIndex " + p + "/a.jpg 5"});
     EXPECT_EQ(Calls(p + "/a.jpg", kModeUpdate, kBoth), Lines{exec + "/a.jpg"});
@@ -101,7 +86,7 @@ TEST_F(Walk, BadCallsAreLoggedAndAShareIsRebuiltOnlyWhenItCanBeOpened) {
     IndexWalk("", kModeDelete, kBoth);
     IndexWalk("/", 4, kWalkMediaStore);
     IndexWalk(nullptr, kModeRebuild, kWalkPhotoLibrary);
-    const std::string real = sandbox_.MakeDir("real");
+    const std::string real = MakeDir("real");
     ASSERT_EQ(symlink("/no/such/volume", "unmounted"), 0);
     ASSERT_EQ(symlink((real + "//").c_str(), "share"), 0);
     for (const char* link : {"unmounted", "real", "gone", "", static_cast<const char*>(nullptr)})
@@ -139,7 +124,7 @@ TEST_F(Walk, ADeepTreeNeedsFewOpenFilesAndPathsAreNeverCut) {
 
 TEST_F(Walk, AReleasedListingGoesOnWhereItWas) {
     for (int i = 1000; i < 1600; ++i)  // of 250 bytes each: more than a released listing holds
-        sandbox_.Write(std::to_string(i) + std::string(246, 'n'), "");
+        Write(std::to_string(i) + std::string(246, 'n'), "");
     std::set<std::string> names;
     DirectoryListing listing;
     ASSERT_TRUE(listing.Open("."));
@@ -150,5 +135,4 @@ TEST_F(Walk, AReleasedListingGoesOnWhereItWas) {
     EXPECT_EQ(names.size(), 600U);
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

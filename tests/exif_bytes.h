@@ -1,9 +1,9 @@
 // Small pictures with an EXIF block, byte by byte.
 #pragma once
 
-#include <cstdint>
-#include <string>
 #include <vector>
+
+#include "tests/media_bytes.h"
 
 namespace koli::test {
 
@@ -14,13 +14,6 @@ struct ExifField {
     uint32_t count;
     std::string bytes;
 };
-
-inline std::string Le(uint32_t value, int size) {
-    std::string bytes;
-    for (; size > 0; --size, value >>= 8)
-        bytes += static_cast<char>(value & 0xFF);
-    return bytes;
-}
 
 inline ExifField Ascii(uint16_t tag, const std::string& text) {
     return {tag, 2, static_cast<uint32_t>(text.size()) + 1, text + std::string(1, '\0')};
@@ -37,19 +30,16 @@ inline ExifField Rational(uint16_t tag, uint32_t above, uint32_t below) {
 
 /// Appends a directory to the TIFF bytes and returns where it stands.
 inline uint32_t AppendIfd(std::string* tiff, const std::vector<ExifField>& fields) {
-    const auto at = static_cast<uint32_t>(tiff->size());
-    auto data_at = static_cast<uint32_t>(at + 2 + fields.size() * 12 + 4);
-    std::string ifd = Le(static_cast<uint32_t>(fields.size()), 2);
-    std::string data;
+    const size_t at = tiff->size(), data_at = at + 2 + fields.size() * 12 + 4;
+    std::string ifd = Le(fields.size(), 2), data;
     for (const ExifField& field : fields) {
-        ifd += Le(field.tag, 2) + Le(field.type, 2) + Le(field.count, 4);
         const bool is_inline = field.bytes.size() <= 4;
-        ifd += is_inline ? field.bytes + std::string(4 - field.bytes.size(), '\0')
-                         : Le(data_at + static_cast<uint32_t>(data.size()), 4);
+        ifd += Le(field.tag, 2) + Le(field.type, 2) + Le(field.count, 4) +
+               (is_inline ? Padded(field.bytes, 4) : Le(data_at + data.size(), 4));
         if (!is_inline) data += field.bytes;
     }
     *tiff += ifd + Le(0, 4) + data;
-    return at;
+    return static_cast<uint32_t>(at);
 }
 
 /// A JPEG whose only segment is an EXIF block with these fields in IFD 0 and in the EXIF directory.
@@ -58,8 +48,7 @@ inline std::string JpegWithExif(std::vector<ExifField> ifd0, const std::vector<E
     ifd0.push_back(Long(0x8769, AppendIfd(&tiff, exif)));
     tiff.replace(4, 4, Le(AppendIfd(&tiff, ifd0), 4));
     const std::string block = "Exif" + std::string(2, '\0') + tiff;
-    const auto length = static_cast<uint32_t>(block.size() + 2);
-    return "\xFF\xD8\xFF\xE1" + Le(length >> 8, 1) + Le(length, 1) + block + "\xFF\xDA";
+    return "\xFF\xD8\xFF\xE1" + Be(block.size() + 2, 2) + block + "\xFF\xDA";
 }
 
 }  // namespace koli::test

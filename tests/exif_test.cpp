@@ -1,30 +1,24 @@
 // EXIF values: which are taken, in what form, and what damaged files do.
 #include "photo/exif.h"
 
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/path_names.h"
 #include "tests/exif_bytes.h"
-#include "tests/fake_platform.h"
+#include "tests/fixture.h"
 
-namespace koli {
-namespace {
+namespace koli::test {
 
-using namespace test;
-
-class Exif : public testing::Test {
-  protected:
+struct Exif : Fixture {
     PhotoRecord Read(const std::string& bytes) {
         PhotoRecord record{};
-        unlink((sandbox_.dir() + "/a.jpg").c_str());  // writing over a file would wait for the disk
-        const std::string path = sandbox_.Write("a.jpg", bytes);
+        unlink("a.jpg");  // writing over a file would wait for the disk
+        const std::string path = Write("a.jpg", bytes);
         CopyText(record.path, sizeof record.path, path.c_str());
         EXPECT_EQ(ExifFillPhotoRecord(&record), 0);
         return record;
     }
-    const Sandbox sandbox_;
 };
 
 const std::vector<ExifField> kCamera = {Ascii(271, "Maker"), Ascii(306, "2001:01:01 00:00:00")};
@@ -64,15 +58,15 @@ TEST_F(Exif, FilesWithoutExifAreNoErrors) {
                                      std::string("\xFF\xD8\xFF\xDA"), "\xFF\xD8\xFF\xDA" + jpeg.substr(2)})
         EXPECT_STREQ(Read(bytes).camera_make, "");
 
-    const std::string fifo = sandbox_.dir() + "/fifo.jpg";
+    const std::string fifo = Path("fifo.jpg");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    for (const std::string& path : {std::string(), sandbox_.dir(), fifo}) {
+    for (const std::string& path : {std::string(), dir(), fifo}) {
         PhotoRecord record{};
         CopyText(record.path, sizeof record.path, path.c_str());
         EXPECT_EQ(ExifFillPhotoRecord(&record), 0);
     }
     EXPECT_EQ(ExifFillPhotoRecord(nullptr), -1);
-    EXPECT_EQ(fake.log, std::vector<std::string>{"exif (#) Bad parameter."});
+    EXPECT_EQ(fake.log, Lines{"exif (#) Bad parameter."});
 }
 
 TEST_F(Exif, ABlockIsLookedForInTheFirst20MiBOnly) {
@@ -84,5 +78,4 @@ TEST_F(Exif, ABlockIsLookedForInTheFirst20MiBOnly) {
     EXPECT_STREQ(Read(padded(21 << 20)).camera_make, "");
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

@@ -1,5 +1,5 @@
-#include "tests/fake_handlers.h"
-
+// Recorders in place of the format handlers and the photo library, for tests of the dispatch, the walk and
+// the queue.
 #include "audio/aiff.h"
 #include "audio/flac.h"
 #include "audio/music.h"
@@ -17,20 +17,7 @@
 
 namespace koli {
 
-std::map<std::string, int> test::handler_results;
-
-int test::RecordCall(const char* function, const char* path, const std::string& rest) {
-    fake.calls.push_back(std::string(function) + " " + (path != nullptr ? path : "(null)") + rest);
-    return handler_results.count(function) != 0 ? handler_results[function] : 0;
-}
-
-static int Record(const char* function, const char* path) {
-    return test::RecordCall(function, path);
-}
-
-static std::string Then(const char* old_path) {
-    return std::string(" ") + (old_path != nullptr ? old_path : "(null)");
-}
+using test::Record;
 
 // clang-format off
 int MusicFileAdd(const char* path) { return Record(__func__, path); }
@@ -52,15 +39,15 @@ int VideoDelete(const char* path) { return Record(__func__, path); }
 int PhotoMediaAdd(const char* path) { return Record(__func__, path); }
 int PhotoMediaDelete(const char* path) { return Record(__func__, path); }
 
-int PhotoLibraryIndex(const char* path, int mode) { return test::RecordCall(__func__, path, " " + std::to_string(mode)); }
+int PhotoLibraryIndex(const char* path, int mode) { return Record(__func__, path, mode); }
 int PhotoFolderResync(const char* path) { return Record(__func__, path); }
 int PhotoShareResync(const char* path) { return Record(__func__, path); }
 int PhotoShareWalk(const char* path) { return Record(__func__, path); }
-int PhotoShareUpdate(const char* path, int op) { return test::RecordCall(__func__, path, " " + std::to_string(op)); }
-int PhotoShareRename(const char* path, const char* old) { return test::RecordCall(__func__, path, Then(old)); }
-int PhotoPathRename(const char* path, const char* old, int is_directory) { return test::RecordCall(__func__, path, Then(old) + " " + std::to_string(is_directory)); }
-int VideoDescPathRename(int table, const char* path, const char* old) { return test::RecordCall(__func__, path, Then(old) + " " + std::to_string(table)); }
-void PhotoShareFsCheck() { test::fake.calls.emplace_back(__func__); }
+int PhotoShareUpdate(const char* path, int op) { return Record(__func__, path, op); }
+int PhotoShareRename(const char* path, const char* old) { return Record(__func__, path, old); }
+int PhotoPathRename(const char* path, const char* old, int is_directory) { return Record(__func__, path, old, is_directory); }
+int VideoDescPathRename(int table, const char* path, const char* old) { return Record(__func__, path, old, table); }
+void PhotoShareFsCheck() { Record(__func__); }
 // clang-format on
 
 }  // namespace koli

@@ -1,57 +1,63 @@
 // The recording fake of the appliance's libraries and of the system log.
 //
-// Tests link it instead of platform/host and base/log.cpp.  What asks the file system (IsFileExist,
-// GetCoverPath, ...) works on real files; what writes to a database or starts a program is recorded, and can
-// be told to fail.
+// Tests link it instead of the databases of platform/host and of base/log.cpp.  What writes to a database or
+// starts a program is recorded, and can be told to fail; what works on files (covers, captions, pictures,
+// ...) is the host platform's own.
 #pragma once
 
 #include <map>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "base/media_info.h"
 #include "base/photo_record.h"
+#include "tests/host_temp_dir.h"
 
 namespace koli::test {
 
+using Lines = std::vector<std::string>;
+using Row = std::map<std::string, std::string>;
+
 struct FakePlatform {
-    std::vector<std::string> calls;                   ///< recorded operations: "MediaInfoDBDelete 0 /a/b"
+    Lines calls;                                      ///< recorded operations: "MediaInfoDBDelete 0 /a/b"
     std::vector<std::pair<int, MediaInfo>> media;     ///< records handed to MediaInfoDBSave, with their type
     std::vector<std::pair<int, PhotoRecord>> photos;  ///< records handed to PhotoInfoDBSave, with their mode
-    std::vector<std::string> log;                     ///< log lines, the line number replaced by #
+    Lines log;                                        ///< log lines, the line number replaced by #
     std::set<std::string> failing;                    ///< names of operations that are to fail
-    std::map<std::string, int> pids;                  ///< KLIBReadPidFile: path to pid
-    std::map<std::string, std::string> values;        ///< "file:key" to value
-    std::map<std::string, std::pair<int, int>> image_sizes;  ///< KOLIIndexImgResGet: path to width, height
+    std::map<std::string, int> results{{"PhotoDBExec", 1}};  ///< what others than 0 return, by their names
+    std::map<std::string, int> pids;                         ///< KLIBReadPidFile: path to pid
+    std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
 
     /// Rows that PhotoInfoDBOpen / MediaInfoDBOpen give, by "photo TABLE CONDITION" / "media TYPE CONDITION".
-    std::map<std::string, std::vector<std::map<std::string, std::string>>> rows;
-    int affected_rows = 1;  ///< what PhotoDBExec returns
-    int music_dirty = 0, video_dirty = 0;
-    std::string cover_folder;  ///< what GetCoverFolder gives; GetCoverPath puts its files there; '' = none
+    std::map<std::string, std::vector<Row>> rows;
 };
 
-extern FakePlatform fake;
+inline FakePlatform fake;
 
-/// A fresh fake and an empty temporary directory for each test.  Everything below it is removed afterwards.
-class Sandbox {
-  public:
-    Sandbox();
-    ~Sandbox();
-    Sandbox(const Sandbox&) = delete;
-    Sandbox& operator=(const Sandbox&) = delete;
+inline const char* Word(const char* text) {
+    return text != nullptr ? text : "(null)";
+}
+template <typename T>
+const T& Word(const T& value) {
+    return value;
+}
 
-    const std::string& dir() const { return dir_; }
-    /// Writes a file below the directory, making its folders; returns its full path.
-    std::string Write(const std::string& name, const std::string& bytes) const;
-    std::string MakeDir(const std::string& name) const;
+/// Records a call ("IndexOnePath /a/b.mp3 1"); returns its result.
+template <typename... Words>
+int Record(const std::string& operation, const Words&... words) {
+    std::ostringstream call;
+    call << operation;
+    ((call << ' ' << Word(words)), ...);
+    fake.calls.push_back(call.str());
+    return fake.failing.count(operation) != 0 ? -1 : fake.results[operation];
+}
 
-  private:
-    std::string dir_;
+/// A fresh fake and an empty directory.
+struct Sandbox : TempDir {
+    Sandbox() { fake = {}; }
 };
-
-std::string ReadFile(const std::string& path);
 
 }  // namespace koli::test

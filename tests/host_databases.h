@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,12 +34,10 @@ extern "C" int KLIBFileGetKeyValue(const char*, const char* key, char* buffer, i
 
 namespace koli::host {
 
-using test::log_lines;
 using Texts = std::vector<std::string>;
-using namespace std::string_literals;
+using namespace test;
 
-class Store : public testing::Test {
-  protected:
+struct Store : testing::Test, TempDir {
     Store() {
         DatabaseDirectorySet(directory_.c_str());
         KOLIIndexMusicTableDirtySet(0);
@@ -55,8 +53,7 @@ class Store : public testing::Test {
         return sql != nullptr ? sql->QueryNumber(query) : -1;
     }
 
-    const test::TempDir top_;
-    const std::string directory_ = top_.Path("made/for/us");
+    const std::string directory_ = Path("made/for/us");
 };
 
 /// The values of column v.
@@ -75,24 +72,17 @@ inline Texts Photo(const std::string& query) {
 }
 
 /// The photos of a condition, in the platform's list.
-struct PhotoPaths {
-    explicit PhotoPaths(const std::string& where)
-        : rows(PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", where.c_str(), 0, "path asc", 0, 0)),
-          list(PhotoPathDBGet(rows)) {}
-    ~PhotoPaths() {
-        FreePhotoPathList(list);
-        PhotoInfoDBClose(rows);
-    }
-    PhotoPaths(const PhotoPaths&) = delete;
-    PhotoPaths& operator=(const PhotoPaths&) = delete;
-
-    KOLIDBRows* const rows;
-    PhotoPathList* const list;
-};
+using PhotoList = std::unique_ptr<PhotoPathList, decltype(&FreePhotoPathList)>;
+inline PhotoList PhotosOf(const std::string& where) {
+    KOLIDBRows* rows = PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", where.c_str(), 0, "path asc", 0, 0);
+    PhotoList list(PhotoPathDBGet(rows), FreePhotoPathList);
+    PhotoInfoDBClose(rows);
+    return list;
+}
 inline Texts PhotosWhere(const std::string& where) {
     Texts paths;
-    const PhotoPaths found(where);
-    for (const PhotoPathList* node = found.list; node != nullptr; node = node->next)
+    const PhotoList list = PhotosOf(where);
+    for (const PhotoPathList* node = list.get(); node != nullptr; node = node->next)
         paths.emplace_back(node->path);
     return paths;
 }

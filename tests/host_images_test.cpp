@@ -4,21 +4,9 @@
 #include "platform/host/image_size.h"
 #include "platform/koliindex.h"
 #include "tests/host_temp_dir.h"
+#include "tests/media_bytes.h"
 
-namespace koli {
-namespace {
-
-std::string Be(uint64_t value, int width) {
-    std::string bytes;
-    for (int i = width - 1; i >= 0; --i)
-        bytes += static_cast<char>(value >> (8 * i));
-    return bytes;
-}
-
-std::string Le(uint64_t value, int width) {
-    const std::string bytes = Be(value, width);
-    return {bytes.rbegin(), bytes.rend()};
-}
+namespace koli::test {
 
 std::string Segment(int marker, const std::string& data) {
     return "\xff" + Be(static_cast<uint64_t>(marker), 1) + Be(data.size() + 2, 2) + data;
@@ -29,15 +17,11 @@ std::string Jpeg(int frame, const std::string& before = "") {
            Segment(frame, "\x08" + Be(480, 2) + Be(640, 2) + "\1\1\x11" + Be(0, 1)) + "\xff\xda";
 }
 
-std::string Png(uint64_t width, uint64_t height) {
-    return "\x89PNG\r\n\x1a\n" + Be(13, 4) + "IHDR" + Be(width, 4) + Be(height, 4) + "\x08\x06";
-}
-
 std::string Bmp(uint64_t header, const std::string& size) {
     return "BM" + std::string(12, '\0') + Le(header, 4) + size;
 }
 
-using Put = std::string (*)(uint64_t, int);
+using Put = std::string (*)(uint64_t, size_t);
 
 /// ImageLength as LONG before ImageWidth as SHORT, behind one entry of no interest.
 std::string Tiff(Put put, uint64_t count = 1) {
@@ -65,7 +49,7 @@ std::string Ico(const std::vector<std::string>& sizes) {
 
 /// "640x480" as the platform tells it, "-" when it refuses and leaves both numbers alone.
 std::string SizeOf(const std::string& bytes) {
-    static const test::TempDir dir;
+    static const TempDir dir;
     int width = -7, height = -7;
     const int result = KOLIIndexImgResGet(dir.Write("any.txt", bytes).c_str(), &width, &height);
     if (result == -1 && width == -7 && height == -7) return "-";
@@ -138,5 +122,4 @@ TEST(ImageSize, ReadsLittleHoweverLargeTheFile) {
     }
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

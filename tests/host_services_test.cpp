@@ -14,20 +14,17 @@
 #include "platform/kolisdk.h"
 #include "tests/host_temp_dir.h"
 
-namespace {
-int flushes = 0;
-}
+static int flushes = 0;
 
 extern "C" int KOLIDBFlush(void) {
     return ++flushes, 0;
 }
 
 namespace koli::test {
-namespace {
 
-using std::filesystem::create_directories;
-using std::filesystem::create_directory_symlink;
-using std::filesystem::exists;
+namespace fs = std::filesystem;
+
+struct Services : testing::Test, TempDir {};
 
 std::string ValueOf(const std::string& file, const char* key, int size = 16) {
     char buffer[64] = "before";
@@ -35,11 +32,10 @@ std::string ValueOf(const std::string& file, const char* key, int size = 16) {
     return std::to_string(length) + ":" + buffer;
 }
 
-TEST(Settings, LastLineOfAKeyWins) {
-    const TempDir dir;
+TEST_F(Services, LastLineOfAKeyWins) {
     const std::string file =
-        dir.Write("a.conf", "# a=0\na = 1\r\n\tq=\" x y \"\n a=2 \nab=3\nempty=\nb=\"\n  #c=1\nlong=" +
-                                std::string(20, 'v') + "\nover=" + std::string(40000, 'v') + "\nlast=yes");
+        Write("a.conf", "# a=0\na = 1\r\n\tq=\" x y \"\n a=2 \nab=3\nempty=\nb=\"\n  #c=1\nlong=" +
+                            std::string(20, 'v') + "\nover=" + std::string(40000, 'v') + "\nlast=yes");
     for (const auto& [key, value] : {std::pair{"a", "1:2"},
                                      {"q", "5: x y "},
                                      {"empty", "0:"},
@@ -49,7 +45,7 @@ TEST(Settings, LastLineOfAKeyWins) {
     EXPECT_EQ(ValueOf(file, "last", 3), "3:ye");
     for (const char* key : {"c", "A", "", "#c", "# a", "over"})
         EXPECT_EQ(ValueOf(file, key), "-1:") << key;
-    EXPECT_EQ(ValueOf(dir.Path("gone"), "a"), "-1:");
+    EXPECT_EQ(ValueOf(Path("gone"), "a"), "-1:");
     EXPECT_NE(BlKOLIFileCheckKeyValue(file.c_str(), "last", "yes", 0), 0);
     EXPECT_EQ(BlKOLIFileCheckKeyValue(file.c_str(), "last", "ye", 0), 0);
 }
@@ -60,51 +56,41 @@ std::string LineOf(const std::string& file, const std::string& key, int size = 4
     return std::to_string(found) + ":" + buffer;
 }
 
-TEST(Lines, EqualLineWinsOverAnEarlierBeginning) {
-    const TempDir dir;
+TEST_F(Services, EqualLineWinsOverAnEarlierBeginning) {
     const std::string over(50000, 'o');
     std::string text = "/a/bc\n/a/b\n" + std::string("/z\0x\n", 5) + over + "\n\n";
     for (int i = 0; i < 20000; ++i)
         text += "/fill/" + std::to_string(i) + "\n";
-    const std::string file = dir.Write("queue", text + "/a/last");
+    const std::string file = Write("queue", text + "/a/last");
     for (const char* line : {"/a/b", "/a/last", "/fill/19999", ""})
         EXPECT_EQ(LineOf(file, line), "1:" + std::string(line));
     EXPECT_EQ(LineOf(file, "/a"), "1:/a/bc");
     EXPECT_EQ(LineOf(file, "/a/bc", 4), "1:/a/");
     EXPECT_EQ(LineOf(file, "ooo"), "1:" + over.substr(0, 4096));
-    for (const std::string& key : {std::string("/z"), std::string("x"), std::string("/a/lasts"), over + "o"})
+    for (const std::string& key : {"/z"s, "x"s, "/a/lasts"s, over + "o"})
         EXPECT_EQ(LineOf(file, key), "0:");
-    ASSERT_EQ(mkfifo(dir.Path("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     for (const char* name : {"gone", "fifo", "."})
-        EXPECT_EQ(LineOf(dir.Path(name), "a"), "-1:");
+        EXPECT_EQ(LineOf(Path(name), "a"), "-1:");
 }
 
-TEST(Processes, PidFileGivesRunningProcessesOnly) {
-    const TempDir dir;
+TEST_F(Services, PidFileGivesRunningProcessesOnly) {
     const std::string self = std::to_string(getpid());
     const pid_t ended = fork();
     if (ended == 0) _exit(0);
     waitpid(ended, nullptr, 0);
-    const std::pair<std::string, int> cases[] = {{self + "\n", getpid()},
-                                                 {"1", 1},
-                                                 {"", 0},
-                                                 {"0", 0},
-                                                 {"-" + self, 0},
-                                                 {"+" + self, 0},
-                                                 {self + "x", 0},
-                                                 {self + "\n1", 0},
-                                                 {" " + self, 0},
-                                                 {"0x" + self, 0},
-                                                 {"99999999999", 0},
-                                                 {std::to_string(ended), 0},
-                                                 {self + std::string(100000, '\n'), 0}};
-    for (const auto& [text, pid] : cases)
-        EXPECT_EQ(KLIBReadPidFile(dir.Write("p.pid", text).c_str()), pid) << text.substr(0, 20);
-    ASSERT_EQ(mkfifo(dir.Path("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(KLIBReadPidFile(dir.Path("fifo").c_str()), 0);
+    const auto read = [&](const std::string& text) { return KLIBReadPidFile(Write("pid", text).c_str()); };
+    EXPECT_EQ(read(self + "\n"), getpid());
+    EXPECT_EQ(read("1"), 1);
+    for (const std::string& refused :
+         {""s, "0"s, "-" + self, "+" + self, self + "x", self + "\n1", " " + self, "0x" + self,
+          "99999999999"s, std::to_string(ended), self + std::string(100000, '\n')})
+        EXPECT_EQ(read(refused), 0) << refused.substr(0, 20);
+    ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
+    EXPECT_EQ(KLIBReadPidFile(Path("fifo").c_str()), 0);
 }
 
-TEST(Processes, ExecGivesTheStatusOfAProgramWithFreshSignals) {
+TEST_F(Services, ExecGivesTheStatusOfAProgramWithFreshSignals) {
     flushes = 0;
     EXPECT_EQ(KLIBExec("/gone/program", "-f", "x", nullptr, nullptr), -1);
     EXPECT_EQ(flushes, 0);
@@ -123,12 +109,11 @@ TEST(Processes, ExecGivesTheStatusOfAProgramWithFreshSignals) {
     signal(SIGTERM, old_handler);
 }
 
-TEST(Quoting, TheShellHandsTheSameBytesOn) {
+TEST_F(Services, TheShellHandsTheSameBytesOn) {
     std::string every;
     for (int byte = 1; byte < 256; ++byte)
         every += static_cast<char>(byte);
-    for (const std::string& text : {every, std::string(), std::string("'"), std::string("''a''"),
-                                    std::string("-n"), std::string("$(id) `id` \\\n*")}) {
+    for (const std::string& text : {every, ""s, "'"s, "''a''"s, "-n"s, "$(id) `id` \\\n*"s}) {
         char quoted[1024];
         ASSERT_EQ(KLIBEncShParam(text.c_str(), quoted, sizeof quoted), 0);
         FILE* shell = popen(("printf '%s|' " + std::string(quoted)).c_str(), "re");
@@ -144,9 +129,8 @@ TEST(Quoting, TheShellHandsTheSameBytesOn) {
     }
 }
 
-TEST(Files, TimesAreLocal) {
-    const TempDir dir;
-    const std::string file = dir.Write("a.txt", "12345");
+TEST_F(Services, TimesAreLocal) {
+    const std::string file = Write("a.txt", "12345");
     setenv("TZ", "XXX-3", 1);
     const timespec times[] = {{0, 0}, {86399, 0}};
     utimensat(AT_FDCWD, file.c_str(), times, 0);
@@ -158,7 +142,7 @@ TEST(Files, TimesAreLocal) {
     EXPECT_STREQ(blank, "");
 }
 
-TEST(EaPath, FitsOrFails) {
+TEST_F(Services, FitsOrFails) {
     char path[4096];
     EXPECT_EQ(KOLIEAPath("/v/Trip/", "S", path, 18), 0);
     EXPECT_STREQ(path, "/v/@eaDir/Trip/S");
@@ -166,45 +150,39 @@ TEST(EaPath, FitsOrFails) {
         EXPECT_TRUE(KOLIEAPath(bad, "S", path, 17) == -1 && *path == '\0') << bad;
 }
 
-TEST(Covers, AreMadeFoundAndCleaned) {
-    const TempDir dir;
-    const std::string song = dir.Path("a.mp3"), folder = dir.Path("@eaDir/a.mp3");
+TEST_F(Services, AreMadeFoundAndCleaned) {
+    const std::string song = Path("a.mp3"), folder = Path("@eaDir/a.mp3");
     char path[4096];
     EXPECT_EQ(GetCoverPath(song.c_str(), path, 10, 3, 1, KOLI_COVER_JPEG), 0);
-    EXPECT_FALSE(exists(dir.Path("@eaDir")));
+    EXPECT_FALSE(fs::exists(Path("@eaDir")));
     const mode_t mask = umask(0);
     ASSERT_NE(GetCoverPath(song.c_str(), path, sizeof path, 3, 12, KOLI_COVER_PNG), 0);
     umask(mask);
     EXPECT_EQ(path, folder + "/cover12.png");
-    EXPECT_EQ(std::filesystem::status(folder).permissions(), std::filesystem::perms::all);
-    const std::set<std::string> stay = {"cover.jpg", "cover01.jpg", "cover1.jpeg", "Cover1.jpg",
-                                        "xcover1.jpg"};
+    EXPECT_EQ(fs::status(folder).permissions(), fs::perms::all);
+    std::set<std::string> stay = {"cover.jpg", "cover01.jpg", "cover1.jpeg", "Cover1.jpg", "xcover1.jpg"};
     for (const std::string& name : stay)
-        dir.Write("@eaDir/a.mp3/" + name, "x");
-    dir.Write("@eaDir/a.mp3/cover1.jpg", "x");
-    dir.Write("@eaDir/a.mp3/cover12.png", "x");
+        Write("@eaDir/a.mp3/" + name, "x");
+    Write("@eaDir/a.mp3/cover1.jpg", "x");
+    Write("@eaDir/a.mp3/cover12.png", "x");
     CleanOldCover(folder.c_str());
-    std::set<std::string> left;
-    for (const auto& entry : std::filesystem::directory_iterator(folder))
-        left.insert(entry.path().filename());
-    EXPECT_EQ(left, stay);
+    for (const auto& entry : fs::directory_iterator(folder))
+        EXPECT_EQ(stay.erase(entry.path().filename()), 1U);
+    EXPECT_EQ(stay.size(), 0U);
 }
 
-TEST(Covers, NeverLeaveTheShareByALink) {
-    const TempDir dir;
-    create_directories(dir.Path("outside/a.mp3"));
-    dir.Write("outside/a.mp3/cover1.jpg", "x");
-    create_directory_symlink(dir.Path("outside"), dir.Path("@eaDir"));
-    create_directories(dir.Path("sub/@eaDir"));
-    create_directory_symlink(dir.Path("outside/a.mp3"), dir.Path("sub/@eaDir/a.mp3"));
+TEST_F(Services, NeverLeaveTheShareByALink) {
+    Write("outside/a.mp3/cover1.jpg", "x");
+    fs::create_directory_symlink(Path("outside"), Path("@eaDir"));
+    MakeDir("sub/@eaDir");
+    fs::create_directory_symlink(Path("outside/a.mp3"), Path("sub/@eaDir/a.mp3"));
     char path[4096];
-    for (const std::string& song : {dir.Path("a.mp3"), dir.Path("sub/a.mp3")}) {
+    for (const std::string& song : {Path("a.mp3"), Path("sub/a.mp3")}) {
         EXPECT_EQ(GetCoverFolder(song.c_str(), path, sizeof path), 0);
         EXPECT_EQ(GetCoverPath(song.c_str(), path, sizeof path, 3, 1, KOLI_COVER_JPEG), 0);
     }
-    CleanOldCover(dir.Path("sub/@eaDir/a.mp3").c_str());
-    EXPECT_TRUE(exists(dir.Path("outside/a.mp3/cover1.jpg")));
+    CleanOldCover(Path("sub/@eaDir/a.mp3").c_str());
+    EXPECT_TRUE(fs::exists(Path("outside/a.mp3/cover1.jpg")));
 }
 
-}  // namespace
 }  // namespace koli::test

@@ -1,31 +1,46 @@
-// A temporary directory for the tests of the host platform, which cannot link the fake's.
+// A temporary directory, gone at its end with everything below it.
 #pragma once
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 
 namespace koli::test {
 
+using namespace std::string_literals;
+
 class TempDir {
   public:
-    TempDir() {
-        char name[] = "/tmp/koli-host-XXXXXX";
-        dir_ = mkdtemp(name);
-    }
+    TempDir() : TempDir(std::string(mkdtemp("/tmp/koli-test-XXXXXX"s.data()))) {}
+    explicit TempDir(std::string made) : dir_(std::move(made)) {}
     ~TempDir() {
         std::error_code ignored;
         std::filesystem::remove_all(dir_, ignored);
     }
+    TempDir(const TempDir&) = delete;
+
+    const std::string& dir() const { return dir_; }
     std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+    /// Makes a directory, or a file with its folders; returns its path.
+    std::string MakeDir(const std::string& name) const {
+        std::filesystem::create_directories(Path(name));
+        return Path(name);
+    }
     std::string Write(const std::string& name, const std::string& bytes) const {
+        std::filesystem::create_directories(std::filesystem::path(Path(name)).parent_path());
         std::ofstream(Path(name), std::ios::binary) << bytes;
         return Path(name);
     }
 
   private:
-    std::string dir_;
+    const std::string dir_;
 };
+
+inline std::string ReadFile(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 }  // namespace koli::test

@@ -1,17 +1,12 @@
 // ID3v1 and ID3v2 tags, read and merged.
-#include <gtest/gtest.h>
 
 #include "audio/id3v2.h"
 #include "audio/mp3.h"
 #include "fuzz/memory_file.h"
-#include "tests/fake_platform.h"
+#include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
 
-namespace koli {
-namespace {
-
-using namespace std::string_literals;
-using namespace test;
+namespace koli::test {
 
 /// The fields that tags fill, as one text; a '*' follows what is marked as UTF-16.
 std::string Summary(const MediaInfo& m) {
@@ -22,8 +17,7 @@ std::string Summary(const MediaInfo& m) {
            std::to_string(m.disc);
 }
 
-class Id3 : public testing::Test {
-  protected:
+struct Id3 : Fixture {
     /// What the tags before and behind a valid stream give.
     MediaInfo Parse(const std::string& tag, const std::string& trailer = "") {
         MediaInfo record{};
@@ -32,7 +26,6 @@ class Id3 : public testing::Test {
         EXPECT_EQ(Mp3MetadataParse(path.c_str(), &record), 0);
         return record;
     }
-    const Sandbox fresh_;
 };
 
 TEST_F(Id3, StoresEachTextFrameInItsField) {
@@ -121,5 +114,4 @@ TEST_F(Id3, SurvivesTagsThatAreCutOff) {
     }
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

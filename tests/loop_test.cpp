@@ -1,32 +1,27 @@
 // The debounce rule, the overflow rule and the vacuum schedule, without sleeping; the pid file and its lock.
 #include "daemon/loop.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "daemon/pid_file.h"
 #include "daemon/queue.h"
-#include "tests/fake_platform.h"
-
-namespace koli {
+#include "tests/fixture.h"
 
 static bool signal_during_run = false;
 
 /// Stands in for the queue run.
-void ProcessIndexQueue() {
+void koli::ProcessIndexQueue() {
     test::fake.calls.emplace_back("ProcessIndexQueue");
     if (signal_during_run) SetDirty(SIGUSR1);
     signal_during_run = false;
 }
 
-namespace {
+namespace koli::test {
 
-using test::fake;
-using Lines = std::vector<std::string>;
 const Lines kRun{"ProcessIndexQueue"};
 const Lines kVacuumRun{"MediaDBVacuum", "PhotoDBVacuum", "ProcessIndexQueue"};
 
-class Loop : public testing::Test {
+class Loop : public Fixture {
   protected:
     Loop() {
         dirty = 0;
@@ -39,8 +34,6 @@ class Loop : public testing::Test {
         LoopPass();
         return fake.calls;
     }
-
-    const test::Sandbox sandbox_;
 };
 
 TEST_F(Loop, OneSignalGivesOneRunOnTheSecondPass) {
@@ -89,16 +82,15 @@ TEST_F(Loop, VacuumsBeforeARunMoreThanTwelveHoursAfterTheLast) {
 }
 
 TEST_F(Loop, ThePidFileIsLockedByOne) {
-    const std::string path = sandbox_.Write("d.pid", "stale 123456789");
+    const std::string path = Write("d.pid", "stale 123456789");
     const int lock = PidFileLock(path.c_str());
     ASSERT_GT(lock, 2);
     EXPECT_EQ(PidFileLock(path.c_str()), kPidFileHeld);
-    EXPECT_EQ(test::ReadFile(path), "stale 123456789");
+    EXPECT_EQ(ReadFile(path), "stale 123456789");
     EXPECT_EQ(PidFileWrite(lock), 0);
-    EXPECT_EQ(test::ReadFile(path), std::to_string(getpid()));
+    EXPECT_EQ(ReadFile(path), std::to_string(getpid()));
     EXPECT_EQ(PidFileLock((path + "/x").c_str()), kPidFileUnusable);
     close(lock);
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

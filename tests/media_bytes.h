@@ -10,18 +10,38 @@
 namespace koli::test {
 
 /// `value` in so many bytes, the most significant first.
-inline std::string Be(uint64_t value, int bytes) {
-    std::string text;
-    while (bytes-- > 0)
-        text += static_cast<char>(value >> (8 * bytes));
+inline std::string Be(uint64_t value, size_t bytes) {
+    std::string text(bytes, '\0');
+    for (; bytes > 0; value >>= 8)
+        text[--bytes] = static_cast<char>(value);
     return text;
 }
 
-/// "DURATION BITRATE SAMPLE_RATE CHANNELS", the figures of sound.
+/// The same, the least significant first.
+inline std::string Le(uint64_t value, size_t bytes) {
+    const std::string big = Be(value, bytes);
+    return {big.rbegin(), big.rend()};
+}
+
+inline std::string Padded(std::string text, size_t size, char pad = '\0') {
+    text.resize(size, pad);
+    return text;
+}
+
+/// The head of a PNG.
+inline std::string Png(uint64_t width, uint64_t height) {
+    return "\x89PNG\r\n\x1a\n" + Be(13, 4) + "IHDR" + Be(width, 4) + Be(height, 4) + "\x08\x06";
+}
+
+/// "DURATION BITRATE SAMPLE_RATE CHANNELS", the figures of sound, and " WIDTHxHEIGHT BITRATE" of a picture.
 inline std::string Figures(const MediaInfo& record) {
     char text[100];
-    snprintf(text, sizeof text, "%.9g %u %u %u", static_cast<double>(record.duration),
-             uint32_t{record.audio_bitrate}, uint32_t{record.sample_rate}, uint32_t{record.channels});
+    const int end =
+        snprintf(text, sizeof text, "%.9g %u %u %u", static_cast<double>(record.duration),
+                 uint32_t{record.audio_bitrate}, uint32_t{record.sample_rate}, uint32_t{record.channels});
+    if (record.width != 0 || record.height != 0 || record.video_bitrate != 0)
+        snprintf(text + end, sizeof text - static_cast<size_t>(end), " %ux%u %u", uint32_t{record.width},
+                 uint32_t{record.height}, uint32_t{record.video_bitrate});
     return text;
 }
 

@@ -1,88 +1,87 @@
-// The handlers of files that are probed, parsed as MPEG video, or only recorded.
+// What the handlers of all formats have in common: refusals, verdicts, and what they say about the store.
 #include "video/media.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "tests/fake_platform.h"
-#include "video/metavideo.h"
+#include "audio/aiff.h"
+#include "audio/flac.h"
+#include "audio/music.h"
+#include "index/playlist.h"
+#include "photo/photo.h"
+#include "tests/fixture.h"
+#include "tests/media_bytes.h"
+#include "tests/mp3_bytes.h"
+#include "video/mp4.h"
 #include "video/video.h"
 
-namespace koli {
+namespace koli::test {
 
-/// Stands in for the MPEG video parser.
-int MpegVideoInfoGet(const char* path, MediaInfo* record) {
-    record->sample_rate = 8000;
-    return strstr(path, "bad") == nullptr ? 0 : -1;
-}
+using Handlers = Fixture;
 
-namespace {
-
-using test::fake;
-using Lines = std::vector<std::string>;
-using Handler = int (*)(const char*);
-
-/// A second of 8-bit sound, 8000 Hz, mono.
-std::string Wav() {
-    return std::string(
-               "RIFF\x64\x1f\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x08\0data\x40\x1f\0\0",
-               44) +
-           std::string(8000, '\x80');
-}
-
-TEST(MediaHandlers, RefuseBadArgumentsSkipMissingFilesAndDeleteFromTheirOwnTable) {
-    const test::Sandbox sandbox;
-    const std::pair<Handler, const char*> handlers[] = {{MediaVideoAdd, "media (#) Bad parameter."},
-                                                        {MediaMusicAdd, "media (#) Bad parameter."},
-                                                        {MediaVideoSave, "media:# Bad parameter."},
-                                                        {MediaMusicSave, "media:# Bad parameter."},
-                                                        {VideoAdd, "video (#) Bad parameter."}};
-    for (const auto& [add, refusal] : handlers) {
-        fake.log.clear();
-        for (const char* path : {static_cast<const char*>(nullptr), "", "/no/such.avi"})
-            EXPECT_EQ(add(path), -1);
-        EXPECT_EQ(fake.log, Lines(2, refusal));
-    }
-    EXPECT_TRUE(fake.calls.empty());
-    for (const Handler remove : {MediaVideoDelete, MediaMusicDelete, VideoDelete})
-        EXPECT_EQ(remove("/gone"), 0);
-    EXPECT_EQ(fake.calls,
-              (Lines{"MediaInfoDBDelete 1 /gone", "MediaInfoDBDelete 0 /gone", "MediaInfoDBDelete 1 /gone"}));
-}
-
-TEST(MediaHandlers, StoreReadableUnreadableAndUnreadFiles) {
-    const test::Sandbox sandbox;
-    const std::string good = sandbox.Write("Folder/good.wav", Wav());
-    const std::string bad = sandbox.Write("Folder/bad.avi", "no media");
+TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
+    // A second of 8-bit sound, 8000 Hz, mono.
+    const std::string wav =
+        "RIFF\x64\x1f\0\0WAVEfmt \x10\0\0\0\1\0\1\0\x40\x1f\0\0\x40\x1f\0\0\1\0\x08\0data\x40\x1f\0\0"s +
+        std::string(8000, '\x80');
+    const std::string dat = Be(0x1B3, 4) + "\x16\1\x20\x23\1\x38\x80\0"s + Be(0x1B8, 4) + "group";
+    const std::string bad = Path("Folder/a.b.bad"), gone = Path("gone");
+    const std::string music = "music metadata", probed = " metadata from file [" + bad + "].";
+    const std::string bracket = "remove [" + gone + "] from database",
+                      point = "remove " + gone + " from database.";
+    const std::string info = "save media info to database.", list = "save playlist info.";
+    using Handler = int (*)(const char*);
     const struct {
-        Handler add;
+        std::string module, unparsed;  // '' = is not looked into
         int type;
-        std::string parse_failure;  // '' = the file is not looked into
-        std::string save_failure;
+        Handler add, remove;
+        std::string good, unsaved, undeleted;
+        bool cleaned = true;
+        int refusal = -1;
     } handlers[] = {
-        {MediaVideoAdd, 1, "media (#) Failed to parse media metadata from file [" + bad + "].", "media (#)"},
-        {MediaMusicAdd, 0, "media:# Failed to parse music metadata from file [" + bad + "].", "media (#)"},
-        {VideoAdd, 1, "video (#) Failed to parse dat metadata.", "video (#)"},
-        {MediaVideoSave, 1, "", "media:#"},
-        {MediaMusicSave, 0, "", "media:#"}};
+        {"music (#)", music + '.', 0, MusicFileAdd, MusicFileDelete, Audio(), info, bracket},
+        {"flac (#)", music + '.', 0, FlacFileAdd, MusicFileDelete, "", info, bracket, false},
+        {"aiff (#)", "", 0, AiffFileAdd, AiffFileDelete, "", info, bracket},
+        {"mp4 (#)", "mp4 metadata.", 0, Mp4Add, Mp4Delete, "", info, bracket},
+        {"media (#)", "media" + probed, 1, MediaVideoAdd, MediaVideoDelete, wav, info, bracket},
+        {"media (#)", "music" + probed, 0, MediaMusicAdd, MediaMusicDelete, wav, info, bracket},
+        {"media:#", "", 1, MediaVideoSave, MediaVideoDelete, "", info, bracket},
+        {"media:#", "", 0, MediaMusicSave, MediaMusicDelete, "", info, bracket},
+        {"video (#)", "dat metadata.", 1, VideoAdd, VideoDelete, dat, info, bracket},
+        {"photo (#)", "", 2, PhotoMediaAdd, PhotoMediaDelete, "", list, point, false, 0},
+        {"playlist (#)", "", 3, PlaylistFileAdd, PlaylistFileDelete, "", list, point, false, 0},
+    };
     for (const auto& h : handlers) {
+        SCOPED_TRACE(h.module + std::to_string(&h - handlers));
         fake = {};
-        const bool probed = !h.parse_failure.empty();
-        EXPECT_EQ(h.add(good.c_str()), 0);
-        EXPECT_TRUE(fake.log.empty());
-        EXPECT_EQ(h.add(bad.c_str()), probed ? 1 : 0);
-        EXPECT_EQ(probed ? fake.log.back() : "", h.parse_failure);
-        EXPECT_EQ(fake.media.at(0).first, h.type);
-        EXPECT_EQ(fake.media[0].second.sample_rate, probed ? 8000U : 0U);
-        EXPECT_STREQ(fake.media.at(1).second.title, "bad");
-        EXPECT_STREQ(fake.media[1].second.album, "Folder");
-        fake.failing = {"MediaInfoDBSave"};
-        EXPECT_EQ(h.add(good.c_str()), -1);
-        EXPECT_EQ(h.add(bad.c_str()), probed ? 1 : -1);
-        EXPECT_EQ(fake.log.back(), h.save_failure + " Failed to save media info to database.");
+        Write("Folder/a.b.bad", "junk");
+        EXPECT_EQ(h.add(nullptr), -1);
+        EXPECT_EQ(fake.log, Lines{h.module + " Bad parameter."});
+        EXPECT_EQ(h.add(gone.c_str()), -1);
+        EXPECT_EQ(fake.log.size(), 1U);
+
+        const int verdict = h.unparsed.empty() ? 0 : 1;
+        EXPECT_EQ(h.add(bad.c_str()), verdict);
+        const std::string log = testing::PrintToString(fake.log);
+        EXPECT_TRUE(verdict == 0 || log.find(" Failed to parse " + h.unparsed + "\"") != std::string::npos);
+        Lines calls = {"MediaInfoValid " + bad, "MediaInfoDBSave " + std::to_string(h.type) + " " + bad};
+        if (!h.cleaned) calls.erase(calls.begin());
+        EXPECT_EQ(fake.calls, calls);
+        const auto& [type, record] = fake.media.at(0);
+        EXPECT_EQ(type, h.type);
+        EXPECT_EQ(record.path, bad);
+        EXPECT_EQ(Names(record), "a.b|Folder||||0|0|0");
+        EXPECT_EQ(record.file_size, 4U);
+        EXPECT_TRUE(h.type == 2 || *record.mtime != '\0');
+        EXPECT_TRUE(h.good.empty() || h.add(Write("good", h.good).c_str()) == 0);
+
+        EXPECT_EQ(h.remove(bad.c_str()), -1);
+        EXPECT_TRUE(fake.log.back().ends_with(" (#) File exists. Skip remove it from database."));
+        fake.failing = {"MediaInfoDBSave", "MediaInfoDBDelete"};
+        EXPECT_EQ(h.add(bad.c_str()), verdict != 0 ? 1 : -1);
+        EXPECT_EQ(fake.log.back(), h.module + " Failed to " + h.unsaved);
+        EXPECT_TRUE(h.good.empty() || h.add(Write("good", h.good).c_str()) == -1);
+        EXPECT_EQ(h.remove(gone.c_str()), h.refusal);
+        EXPECT_TRUE(fake.log.back().ends_with(" (#) Failed to " + h.undeleted));
+        EXPECT_EQ(fake.calls.back(), "MediaInfoDBDelete " + std::to_string(h.type) + " " + gone);
     }
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

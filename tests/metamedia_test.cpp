@@ -1,5 +1,4 @@
 // The guarded probe: the watch over the child, and what the child can no longer do.
-#include <gtest/gtest.h>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -10,18 +9,22 @@
 #include <new>
 
 #include "base/log.h"
-#include "tests/fake_platform.h"
+#include "tests/fixture.h"
 #include "video/guarded_probe.h"
 #include "video/metamedia.h"
 #include "video/probe_guard.h"
 
-namespace koli {
-namespace {
-
-using test::fake;
-using Lines = std::vector<std::string>;
+namespace koli::test {
 
 constexpr timespec kForever{30, 0};  // a sleep that lasts is not cut short by what the test expects
+
+struct Probe : Fixture {
+    ~Probe() override {
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // no child is left
+        EXPECT_EQ(errno, ECHILD);
+    }
+    WatchSettings settings_;
+};
 
 int sleeps;
 void CountSleep(const timespec&, const sigset_t&) {
@@ -42,11 +45,6 @@ std::string Process(pid_t pid, const std::string& text) {
     return "metamedia:# Process " + std::to_string(pid) + text;
 }
 
-void ExpectNoChildLeft() {
-    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
-    EXPECT_EQ(errno, ECHILD);
-}
-
 int HalfWayProbe(const char*, MediaInfo* record) {
     strcpy(record->title, "half way");
     memset(record->comment, 'x', sizeof record->comment);
@@ -61,34 +59,29 @@ int FailingProbe(const char* path, MediaInfo* record) {
     return 3;
 }
 
-TEST(ProbeChildWatch, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
-    const test::Sandbox sandbox;
+TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
     for (const int status : {0, 1, 255})
         EXPECT_EQ(ProbeChildWatch(StartChild([=] { _exit(status); })), status);
     const pid_t crashed = StartChild([] { raise(SIGKILL); });
     for (const pid_t pid : {crashed, 0, -1})
         EXPECT_EQ(ProbeChildWatch(pid), -1);
-    WatchSettings settings;
-    settings.sleep = CountSleep;
+    settings_.sleep = CountSleep;
     const pid_t running = StartChild([] { pause(); }), reaped_elsewhere = StartChild([] { _exit(0); });
     waitpid(reaped_elsewhere, nullptr, 0);
     sleeps = 0;
     for (const pid_t pid : {running, reaped_elsewhere})
-        EXPECT_EQ(ProbeChildWatchWith(pid, settings), -1);
+        EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
     EXPECT_EQ(sleeps, 2 * 902);
     const std::string too_long = " exceeded max loop count: 901, sec: 0, nsec: 100000000.";
     EXPECT_EQ(fake.log, (Lines{Process(crashed, " killed by signal 9"), "metamedia:# Bad parameters.",
                                "metamedia:# Bad parameters.", Process(running, too_long),
                                Process(reaped_elsewhere, too_long)}));
-    ExpectNoChildLeft();
 }
 
 int requests;
-TEST(ProbeChildWatch, SignalsCutTheSleepAndEverythingIsAsBefore) {
-    const test::Sandbox sandbox;
-    WatchSettings settings;
-    settings.interval = kForever;
-    settings.poll_limit = 0;  // the second poll kills
+TEST_F(Probe, SignalsCutTheSleepAndEverythingIsAsBefore) {
+    settings_.interval = kForever;
+    settings_.poll_limit = 0;  // the second poll kills
     signal(SIGUSR1, [](int) { ++requests; });
     signal(SIGCHLD, SIG_IGN);  // as a careless parent leaves it
     const pid_t parent = getpid();
@@ -97,7 +90,7 @@ TEST(ProbeChildWatch, SignalsCutTheSleepAndEverythingIsAsBefore) {
         for (;; usleep(20000))
             kill(parent, SIGUSR1);
     });
-    EXPECT_EQ(ProbeChildWatchWith(pid, settings), -1);
+    EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
     EXPECT_GE(requests, 2);
     EXPECT_EQ(fake.log, Lines{Process(pid, " exceeded max loop count: 1, sec: 30, nsec: 0.")});
     sigset_t mask;
@@ -107,56 +100,48 @@ TEST(ProbeChildWatch, SignalsCutTheSleepAndEverythingIsAsBefore) {
     signal(SIGUSR1, SIG_DFL);
 }
 
-TEST(ProbeChildMemory, IsJudgedByTheTwoFilesOfTheMoment) {
-    const test::Sandbox sandbox;
-    const std::string proc = sandbox.dir();
+TEST_F(Probe, IsJudgedByTheTwoFilesOfTheMoment) {
+    const std::string proc = dir();
     const pid_t pid = StartChild([] { pause(); });
     const auto exceeded = [&] { return ProbeChildMemoryExceededIn(pid, proc.c_str()); };
     EXPECT_EQ(exceeded(), 0);
-    sandbox.Write("meminfo", "MemTotal: none\n");
+    Write("meminfo", "MemTotal: none\n");
     EXPECT_EQ(exceeded(), 0);
     EXPECT_EQ(fake.log,
               (Lines{"metamedia:# Cannot open /proc/meminfo", "metamedia:# Cannot get MemTotal value."}));
 
     fake.log.clear();
-    sandbox.Write("meminfo", "MemFree: 9 kB\nMemTotal:    1001 kB\n");
+    Write("meminfo", "MemFree: 9 kB\nMemTotal:    1001 kB\n");
     EXPECT_EQ(exceeded(), 0);  // no status file
     for (const auto& [status, result] : {std::pair{"Name: VmRSS:9999\n", 0},
                                          {"VmRSS:\t     500 kB\n", 0},
                                          {"Name: x\nVmRSS:\t     501 kB\n", 1}}) {
-        sandbox.Write(std::to_string(pid) + "/status", status);
+        Write(std::to_string(pid) + "/status", status);
         EXPECT_EQ(exceeded(), result) << status;
     }
     EXPECT_TRUE(fake.log.empty());
-    WatchSettings settings;
-    settings.proc = proc.c_str();
-    settings.sleep = CountSleep;
-    EXPECT_EQ(ProbeChildWatchWith(pid, settings), -1);
+    settings_.proc = proc.c_str();
+    settings_.sleep = CountSleep;
+    EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
     EXPECT_EQ(fake.log, Lines{Process(pid, " exceeded max memory usage.")});
-    ExpectNoChildLeft();
 }
 
-TEST(GuardedProbe, ReturnsAsSoonAsTheChildHasEnded) {
-    const test::Sandbox sandbox;
-    WatchSettings settings;
-    settings.interval = kForever;
+TEST_F(Probe, ReturnsAsSoonAsTheChildHasEnded) {
+    settings_.interval = kForever;
     const ProbeFunction nothing = [](const char*, MediaInfo*) { return 0; };
     MediaInfo record{};
     alarm(20);  // less than the shortest wait
     for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(GuardedProbeRun("/none", &record, nothing, settings), 0);
+        ASSERT_EQ(GuardedProbeRun("/none", &record, nothing, settings_), 0);
     alarm(0);
-    ExpectNoChildLeft();
 }
 
-TEST(GuardedProbe, KeepsWhatAStoppedOrFailedChildHadWritten) {
-    const test::Sandbox sandbox;
-    WatchSettings settings;
-    settings.poll_limit = 2;
+TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
+    settings_.poll_limit = 2;
     MediaInfo record{};
     strcpy(record.path, "/a/b.avi");
     strcpy(record.album, "before");
-    EXPECT_EQ(GuardedProbeRun(record.path, &record, HalfWayProbe, settings), -1);
+    EXPECT_EQ(GuardedProbeRun(record.path, &record, HalfWayProbe, settings_), -1);
     EXPECT_STREQ(record.title, "half way");
     EXPECT_STREQ(record.album, "before");
     EXPECT_STREQ(record.path, "/a/b.avi");
@@ -165,14 +150,13 @@ TEST(GuardedProbe, KeepsWhatAStoppedOrFailedChildHadWritten) {
     fake.log.clear();
     EXPECT_EQ(GuardedProbeRun("/a/b.avi", &record, FailingProbe, WatchSettings{}), 1);
     EXPECT_EQ(record.track, 7);
-    settings.fork_child = [] { return pid_t{-1}; };
+    settings_.fork_child = [] { return pid_t{-1}; };
     const MediaInfo before = record;
-    EXPECT_EQ(GuardedProbeRun("/a/b.avi", &record, FailingProbe, settings), -1);
+    EXPECT_EQ(GuardedProbeRun("/a/b.avi", &record, FailingProbe, settings_), -1);
     EXPECT_EQ(memcmp(&before, &record, sizeof record), 0);
     EXPECT_EQ(fake.log, (Lines{"probe (#) seen [/a/b.avi]",
                                "metamedia (#) Failed to get Misc Media Info from [/a/b.avi].",
                                "metamedia:# fork failed."}));
-    ExpectNoChildLeft();
 }
 
 // ---- The guard.
@@ -185,24 +169,15 @@ int Try(const char* path, MediaInfo*) {
     return attempt(path) < 0 ? 0 : 1;
 }
 
-long Throw(const char*) {
-    throw std::bad_alloc();
-}
-
-TEST(ProbeGuard, LeavesTheOneFileAndNothingElse) {
-    const test::Sandbox sandbox;
-    file = sandbox.Write("one.avi", "bytes");
-    other = sandbox.Write("other.txt", "secret");
+TEST_F(Probe, LeavesTheOneFileAndNothingElse) {
+    file = Write("one.avi", "bytes");
+    other = Write("other.txt", "secret");
     inherited = open(other.c_str(), O_RDWR | O_CLOEXEC);
     signal(SIGTERM, [](int) {});
     const auto [filter, rules] = ProbeGuardStatusGet();
     constexpr int kArea = MAP_PRIVATE | MAP_ANONYMOUS;
-    const struct {
-        const char* what;
-        bool counts;  // the kernel has what refuses it
-        int result;   // 0: refused, 1: allowed, -1: deadly
-        long (*attempt)(const char*);
-    } attempts[] = {
+    // What; whether the kernel has what refuses it; 0: refused, 1: allowed, -1: deadly.
+    const std::tuple<const char*, bool, int, long (*)(const char*)> attempts[] = {
         {"read", true, 1, [](const char* path) -> long { return open(path, O_RDONLY | O_CLOEXEC); }},
         {"other", rules, 0, [](const char*) -> long { return open(other.c_str(), O_RDONLY); }},
         {"write", filter || rules, 0, [](const char* path) -> long { return open(path, O_WRONLY); }},
@@ -217,26 +192,21 @@ TEST(ProbeGuard, LeavesTheOneFileAndNothingElse) {
         {"term", true, 0, [](const char*) -> long { return signal(SIGTERM, SIG_DFL) == SIG_DFL ? -1 : 0; }},
         {"socket", filter, -1, [](const char*) -> long { return socket(AF_INET, SOCK_STREAM, 0); }},
         {"exec", filter, -1, [](const char*) -> long { return execl("/bin/true", "true", nullptr); }},
-        {"exception", true, 0, Throw},
     };
     MediaInfo record{};
-    for (const auto& a : attempts) {
-        if (!a.counts) continue;
-        attempt = a.attempt;
+    for (const auto& [what, counts, expected, body] : attempts) {
+        if (!counts) continue;
+        attempt = body;
         fake.log.clear();
-        const int result = GuardedProbeRun(file.c_str(), &record, Try, WatchSettings{});
-        if (a.attempt == Throw) {
-            EXPECT_NE(result, 0);
-            continue;
-        }
-        EXPECT_EQ(result, a.result) << a.what;
-        EXPECT_EQ(fake.log.empty(), result == 0) << a.what;
-        EXPECT_TRUE(result >= 0 || fake.log.back().ends_with(" killed by signal 31")) << a.what;
+        EXPECT_EQ(GuardedProbeRun(file.c_str(), &record, Try, WatchSettings{}), expected) << what;
+        EXPECT_EQ(fake.log.empty(), expected == 0) << what;
+        EXPECT_TRUE(expected >= 0 || fake.log.back().ends_with(" killed by signal 31")) << what;
     }
+    attempt = [](const char*) -> long { throw std::bad_alloc(); };
+    EXPECT_NE(GuardedProbeRun(file.c_str(), &record, Try, WatchSettings{}), 0);
     signal(SIGTERM, SIG_DFL);
     close(inherited);
-    EXPECT_EQ(test::ReadFile(file), "bytes");
+    EXPECT_EQ(ReadFile(file), "bytes");
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

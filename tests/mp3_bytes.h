@@ -1,21 +1,16 @@
 // Builds the bytes of ID3 tags and MPEG audio streams.
 #pragma once
 
-#include <cstdint>
-#include <string>
+#include "tests/media_bytes.h"
 
 namespace koli::test {
 
 inline std::string Be32(int64_t n) {
-    std::string bytes;
-    for (int shift = 24; shift >= 0; shift -= 8)
-        bytes += static_cast<char>(n >> shift);
-    return bytes;
+    return Be(static_cast<uint64_t>(n), 4);
 }
 
 inline std::string Syncsafe(size_t n) {
-    return {static_cast<char>(n >> 21 & 0x7F), static_cast<char>(n >> 14 & 0x7F),
-            static_cast<char>(n >> 7 & 0x7F), static_cast<char>(n & 0x7F)};
+    return Be((n >> 21 & 0x7F) << 24 | (n >> 14 & 0x7F) << 16 | (n >> 7 & 0x7F) << 8 | (n & 0x7F), 4);
 }
 
 /// A frame of a 2.3 tag; `declared` is its size field when that is to be wrong.
@@ -35,11 +30,6 @@ inline std::string Text22(const std::string& id, const std::string& text) {
 
 inline std::string Tag(const std::string& frames, char version = 3) {
     return "ID3" + std::string{version, 0, 0} + Syncsafe(frames.size()) + frames;
-}
-
-inline std::string Padded(std::string text, size_t size, char pad = '\0') {
-    text.resize(size, pad);
-    return text;
 }
 
 inline std::string Trailer(const std::string& title, const std::string& artist, const std::string& album,

@@ -1,39 +1,34 @@
 // The cached reader, frame headers, the frame search and the variable-bit-rate headers.
-#include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 #include <random>
 
 #include <sys/stat.h>
 
-#include "tests/fake_platform.h"
+#include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
 #include "tests/mpeg_model.h"
 
-namespace koli {
-namespace {
-
-using namespace std::string_literals;
-using namespace test;
-using Lines = std::vector<std::string>;
+namespace koli::test {
 
 /// An open reader on a file of these bytes.
 struct Opened {
-    Opened(const Sandbox& sandbox, const std::string& bytes) {
-        EXPECT_EQ(CachedFileOpen(&reader, sandbox.Write("a.mp3", bytes).c_str(), LogSite("m")), 0);
+    explicit Opened(const std::string& bytes) : path(MemoryFile(bytes.data(), bytes.size())) {
+        EXPECT_EQ(CachedFileOpen(&reader, path.c_str(), LogSite("m")), 0);
     }
     ~Opened() { CachedFileClose(&reader); }
     Opened(const Opened&) = delete;
     Opened& operator=(const Opened&) = delete;
+    const std::string path;
     CachedFileReader reader;
     MpegHeaderInfo header{};
     int64_t position = 0;
 };
 
-TEST(CachedFileReader, GivesSeventeenForWhatIsNotThere) {
-    const Sandbox sandbox;
-    Opened file(sandbox, std::string(16384, 'x') + "\x01\x02\x83\x04");
+using Mpeg = Fixture;
+
+TEST_F(Mpeg, GivesSeventeenForWhatIsNotThere) {
+    Opened file(std::string(16384, 'x') + "\x01\x02\x83\x04");
     CachedFileReader* reader = &file.reader;
     EXPECT_EQ(CachedByteAt(reader, -1), 17);
     EXPECT_EQ(CachedByteAt(reader, 16386), 0x83);
@@ -45,7 +40,7 @@ TEST(CachedFileReader, GivesSeventeenForWhatIsNotThere) {
     EXPECT_EQ(ReadBe32Direct(reader, 16386), 0x83040000U);
     EXPECT_EQ(ReadBe32Direct(reader, -4), 17U);
 
-    const std::string fifo = sandbox.dir() + "/fifo";
+    const std::string fifo = Path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     CachedFileReader other;
     EXPECT_EQ(CachedFileOpen(&other, fifo.c_str(), LogSite("m")), -1);
@@ -53,42 +48,37 @@ TEST(CachedFileReader, GivesSeventeenForWhatIsNotThere) {
     EXPECT_EQ(fake.log, (Lines{"m (#) Unable to seek to end " + fifo + " ", "m (#) Unable to open /gone "}));
 }
 
-TEST(MpegFrame, DecodesByTheTables) {
-    const Sandbox sandbox;
-    struct {
-        std::string header;
-        int version, layer, length;
-        uint32_t bitrate, sample_rate;
-        int mode, extension;
-    } const cases[] = {{"\xFF\xFB\x90\x64", 1, 3, 417, 128000, 44100, 1, 2},
-                       {"\xFF\xFB\x92\xC0", 1, 3, 418, 128000, 44100, 3, -1},
-                       {"\xFF\xFD\xE4"s + '\0', 1, 2, 1152, 384000, 48000, 0, -1},
-                       {"\xFF\xFE\xEA\x80", 1, 1, 676, 448000, 32000, 2, -1},
-                       {"\xFF\xF3\xE8\x80", 2, 3, 720, 160000, 16000, 2, -1},
-                       {"\xFF\xF5\x10\x80", 2, 2, 26, 8000, 22050, 2, -1},
-                       {"\xFF\xF7\xE4\x80", 2, 1, 256, 256000, 24000, 2, -1},
-                       {"\xFF\xFB\x02\x80", 1, 3, 1, 0, 44100, 2, -1}};
-    for (const auto& c : cases) {
-        Opened file(sandbox, "xx" + Padded(c.header, 998));
+TEST_F(Mpeg, DecodesByTheTables) {
+    // Header; version, layer, length, bit rate, sample rate, mode, mode extension.
+    const std::pair<std::string, std::tuple<int, int, int, uint32_t, uint32_t, int, int>> cases[] = {
+        {"\xFF\xFB\x90\x64", {1, 3, 417, 128000, 44100, 1, 2}},
+        {"\xFF\xFB\x92\xC0", {1, 3, 418, 128000, 44100, 3, -1}},
+        {"\xFF\xFD\xE4\0"s, {1, 2, 1152, 384000, 48000, 0, -1}},
+        {"\xFF\xFE\xEA\x80", {1, 1, 676, 448000, 32000, 2, -1}},
+        {"\xFF\xF3\xE8\x80", {2, 3, 720, 160000, 16000, 2, -1}},
+        {"\xFF\xF5\x10\x80", {2, 2, 26, 8000, 22050, 2, -1}},
+        {"\xFF\xF7\xE4\x80", {2, 1, 256, 256000, 24000, 2, -1}},
+        {"\xFF\xFB\x02\x80", {1, 3, 1, 0, 44100, 2, -1}}};
+    for (const auto& [bytes, expected] : cases) {
+        Opened file("xx" + Padded(bytes, 998));
         const MpegHeaderInfo& h = file.header;
         ASSERT_EQ(MpegFrameFind(&file.reader, &file.position, &file.header), 1);
-        EXPECT_DOUBLE_EQ(h.duration, 1000.0 / (c.bitrate / 1000) * 0.008);
-        EXPECT_EQ(std::tuple(h.position, h.version, h.layer, h.frame_length, h.bitrate, h.sample_rate,
-                             h.channel_mode, h.mode_extension),
-                  std::tuple(2, c.version, c.layer, c.length, c.bitrate, c.sample_rate, c.mode, c.extension));
+        EXPECT_EQ(h.position, 2);
+        EXPECT_DOUBLE_EQ(h.duration, 1000.0 / (h.bitrate / 1000) * 0.008);
+        EXPECT_EQ(std::tuple(h.version, h.layer, h.frame_length, h.bitrate, h.sample_rate, h.channel_mode,
+                             h.mode_extension),
+                  expected);
     }
     for (const char* bad : {"\xFF\xE3\x90\x64", "\xFF\xEB\x90\x64", "\xFF\xF9\x90\x64", "\xFF\xFB\x9C\x64",
                             "\xFF\xFB\xF0\x64", "\xFE\xFB\x90\x64", "\xFF\xDB\x90\x64", "\xFF\xFB"}) {
-        Opened file(sandbox,
-                    Padded(bad, 1000));  // the last one has no bit rate, no padding, and so no length
+        Opened file(Padded(bad, 1000));  // the last one has no bit rate, no padding, and so no length
         EXPECT_EQ(MpegFrameFind(&file.reader, &file.position, &file.header), 0);
         EXPECT_EQ(MpegFrameCheck(&file.reader, 0), bad[2] != '\0' ? -1 : 0);
     }
 }
 
-TEST(MpegFrame, LimitsItsMessageForOneFile) {
-    const Sandbox sandbox;
-    Opened file(sandbox, std::string(100, 'x'));
+TEST_F(Mpeg, LimitsItsMessageForOneFile) {
+    Opened file(std::string(100, 'x'));
     for (int i = 0; i < 20; ++i, file.position %= 90)
         EXPECT_EQ(MpegFrameFind(&file.reader, &file.position, &file.header), 0);
     EXPECT_EQ(file.position, 0);  // was left at the end of each search
@@ -98,12 +88,11 @@ TEST(MpegFrame, LimitsItsMessageForOneFile) {
     EXPECT_EQ(fake.log[16], "metaid3 (#) MPEG Header not found, 4 more times");
 }
 
-TEST(VbrHeader, IsFoundWhereverItBeginsInTheFirstQuarter) {
-    const Sandbox sandbox;
+TEST_F(Mpeg, IsFoundWhereverItBeginsInTheFirstQuarter) {
     for (const size_t at : {0, 63, 64, 16317, 16380, 16381, 16382, 16383, 16384, 19999, 20000}) {
         std::string bytes(80000, 'X');
         bytes.replace(at, 12, "Xing" + Be32(1) + Be32(10000));
-        Opened file(sandbox, bytes);
+        Opened file(bytes);
         file.header.version = 1;
         file.header.layer = 3;
         file.header.sample_rate = 44100;
@@ -114,8 +103,7 @@ TEST(VbrHeader, IsFoundWhereverItBeginsInTheFirstQuarter) {
     }
 }
 
-TEST(MpegSearch, AgreesWithTheByteWiseOnes) {
-    const Sandbox sandbox;
+TEST_F(Mpeg, AgreesWithTheByteWiseOnes) {
     std::mt19937 random(7);
     std::vector<std::string> pieces = {"Xing", "VBRI", "Vi", "\xFF", "\xFF\xFB\x90\x64"};
     pieces.insert(pieces.end(),
@@ -126,17 +114,16 @@ TEST(MpegSearch, AgreesWithTheByteWiseOnes) {
         std::string bytes;
         for (size_t count = random() % 200; count > 0; --count)
             bytes += pieces[random() % (round % 8 == 0 ? pieces.size() : small)];
-        ASSERT_TRUE(SearchesAgree(sandbox.Write("a.mp3", bytes), bytes, round % 3)) << round;
+        ASSERT_TRUE(AgreesWithModel(bytes, round % 3)) << round;
     }
 }
 
-TEST(MpegSearch, StepsOverTheHolesOfASparseFile) {
-    const Sandbox sandbox;
-    Opened file(sandbox, "\xFF\xFB\x90");  // a frame that ends in the first hole
+TEST_F(Mpeg, StepsOverTheHolesOfASparseFile) {
+    Opened file("\xFF\xFB\x90");  // a frame that ends in the first hole
     for (const auto& [at, behind] :
          {std::pair(1LL << 38, "Xing" + Be32(1) + Be32(10000)), std::pair(1LL << 41, Audio(2))}) {
-        std::filesystem::resize_file(sandbox.dir() + "/a.mp3", at);
-        std::ofstream(sandbox.dir() + "/a.mp3", std::ios::app) << behind;
+        std::filesystem::resize_file(file.path, at);
+        std::ofstream(file.path, std::ios::app) << behind;
         file.reader.size = at + static_cast<int64_t>(behind.size());
     }
     EXPECT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), 0);
@@ -144,14 +131,13 @@ TEST(MpegSearch, StepsOverTheHolesOfASparseFile) {
     EXPECT_EQ(XingHeaderRead(&file.reader, 0, &file.header), 0);
 }
 
-TEST(MpegSearch, ReadsAHostileFileAFewTimesAtMost) {
+TEST_F(Mpeg, ReadsAHostileFileAFewTimesAtMost) {
     const auto bytes_read = [] {
         std::string name;
         int64_t count = 0;
         std::ifstream("/proc/self/io") >> name >> count;
         return count;
     };
-    const Sandbox sandbox;
     std::string cluster;  // candidates of different lengths, all of which lead into the zeros behind
     for (int i = 0; i < 100; ++i)
         cluster += i % 2 != 0 ? "\xFF\xFB\x90" : "\xFF\xFB\xE0";
@@ -159,12 +145,11 @@ TEST(MpegSearch, ReadsAHostileFileAFewTimesAtMost) {
         std::string bytes;
         while (bytes.size() < 2000000)
             bytes += unit;
-        Opened file(sandbox, bytes);
+        Opened file(bytes);
         const int64_t before = bytes_read();
         EXPECT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), -1);
         EXPECT_LT(bytes_read() - before, 6 * 2000000);
     }
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "audio/vbr_header.h"
+#include "fuzz/memory_file.h"
 
 namespace koli::test {
 
@@ -34,23 +35,24 @@ inline int64_t ModelMark(const CachedFileReader* reader, const std::string& byte
     return -1;
 }
 
-/// Whether the product's searches find in the file of these bytes what the byte-wise ones find.
-inline bool SearchesAgree(const std::string& path, const std::string& bytes, int64_t start) {
+/// Whether the fast searches find in a file of these bytes what the ones above find.
+inline bool AgreesWithModel(const std::string& bytes, int64_t start) {
+    const std::string path = MemoryFile(bytes.data(), bytes.size());
     CachedFileReader reader{}, model{};
-    if (CachedFileOpen(&reader, path.c_str(), LogSite("model")) != 0) return false;
-    if (CachedFileOpen(&model, path.c_str(), LogSite("model")) != 0) return false;
+    if (CachedFileOpen(&reader, path.c_str(), LogSite("m")) != 0) return false;
+    if (CachedFileOpen(&model, path.c_str(), LogSite("m")) != 0) return false;
     MpegHeaderInfo header{};
     const int64_t frame = MpegFirstFrame(&reader, start, &header) == 0 ? header.position : -1;
-    bool is_same = frame == ModelFirstFrame(&model, bytes, start);
+    bool agrees = frame == ModelFirstFrame(&model, bytes, start);
     if (frame >= 0 && header.bitrate != 0) {
         XingHeaderRead(&reader, start, &header);
         VbriHeaderRead(&reader, start, &header);
-        is_same = is_same && reader.vbr_scan.xing == ModelMark(&model, bytes, "Xing", start) &&
-                  reader.vbr_scan.vbri == ModelMark(&model, bytes, "VBRI", start);
+        agrees = agrees && reader.vbr_scan.xing == ModelMark(&model, bytes, "Xing", start) &&
+                 reader.vbr_scan.vbri == ModelMark(&model, bytes, "VBRI", start);
     }
     CachedFileClose(&reader);
     CachedFileClose(&model);
-    return is_same;
+    return agrees;
 }
 
 }  // namespace koli::test

@@ -1,22 +1,15 @@
 // Albums follow the directories of the photo share: the statements, to the letter.
 #include "photo/photo_share.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <ctime>
 
 #include "photo/photo_share_inherit.h"
 #include "photo/share_fs.h"
-#include "platform/paths.h"
 #include "tests/photo_sandbox.h"
 
-namespace koli {
-namespace {
-
-using namespace test;
-using Lines = std::vector<std::string>;
-using namespace std::string_literals;
+namespace koli::test {
 
 const std::string kNextId = "PhotoInfoDBOpen photo 3 shareid > 0";
 const std::string kNoDefault = "photo_share(#) Can't get key valude. key=supportvidora";
@@ -30,7 +23,7 @@ std::string Open(const std::string& name) {
     return "PhotoInfoDBOpen photo 3 sharename = '" + name + "'";
 }
 /// The answer to Open().
-void AddAlbum(const std::string& name, std::map<std::string, std::string> row) {
+void AddAlbum(const std::string& name, Row row) {
     fake.rows["photo 3 sharename = '" + name + "'"] = {std::move(row)};
 }
 /// The names of the albums that were created.
@@ -42,46 +35,44 @@ Lines Created() {
     return names;
 }
 
-class PhotoShare : public testing::Test {
-  protected:
-    void SetDefaultPublic(const std::string& value) {
-        fake.values[std::string(paths::kConfig) + ":albumdefpublic"] = value;
+struct PhotoShare : PhotoFixture {
+    std::string& default_public_ = fake.values["/etc/koliinfo.conf:albumdefpublic"] = "no";
+    int Update(const std::string& name, int operation = kAlbumCreate) {
+        return PhotoShareUpdate(In(name).c_str(), operation);
     }
-    const PhotoSandbox share_;
 };
 
 TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
     fake.rows["photo 3 shareid > 0"] = {{{"shareid", "41"}}};
-    EXPECT_EQ(PhotoShareUpdate(share_.In("O'B_").c_str(), kAlbumCreate), 0);
+    default_public_ = "";
+    EXPECT_EQ(Update("O'B_"), 0);
     EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("O''B_", "false", 42)}));
     EXPECT_EQ(fake.log, Lines{kNoDefault});
 
-    SetDefaultPublic("YES");
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), 0);
+    default_public_ = "YES";
+    EXPECT_EQ(Update("A"), 0);
     EXPECT_EQ(fake.calls.back(), Insert("A", "true", 42));
-    const std::string flag = share_.MakeDir("@eaDir/A") + "/KOLIPHOTO:PUBLIC";
-    share_.MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");  // holds "x"
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), 0);
+    const std::string flag = MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");  // holds "x"
+    EXPECT_EQ(Update("A"), 0);
     const Lines last(fake.calls.end() - 2, fake.calls.end());
     EXPECT_EQ(last, (Lines{Insert("A", "false", 42), "PhotoDBHarden"}));
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
 
     // The flag waits when the album could not be made, and is gone when there is one already.
-    share_.MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");
+    MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");
     fake.failing = {"PhotoDBExec"};
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), -1);
+    EXPECT_EQ(Update("A"), -1);
     EXPECT_EQ(access(flag.c_str(), F_OK), 0);
     AddAlbum("A", {{"shareid", "3"}});
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), -1);
+    EXPECT_EQ(Update("A"), -1);
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
 }
 
 TEST_F(PhotoShare, ASubAlbumOfAPrivateAlbumInheritsItsRights) {
-    SetDefaultPublic("no");
     AddAlbum("A", {{"shareid", "3"}, {"public", "f"}});
     AddAlbum("A/x", {{"shareid", "9"}});
     fake.rows["photo 4 shareid = '3'"] = {{{"userid", "7"}}, {{"userid", "8"}}};
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A/x").c_str(), kAlbumCreate), 0);
+    EXPECT_EQ(Update("A/x"), 0);
     ASSERT_EQ(fake.calls.size(), 9U);
     const std::string first = fake.calls[7], last = fake.calls[8];
     fake.calls.resize(7);
@@ -105,16 +96,19 @@ TEST_F(PhotoShare, ValuesOfOtherProgramsInjectNothing) {
 }
 
 TEST_F(PhotoShare, FailuresAreToldInTheirWords) {
-    SetDefaultPublic("no");
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), 3), -1);
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A/x").c_str(), kAlbumCreate), -1);  // no row of A
+    EXPECT_EQ(Update("A", 3), -1);
+    EXPECT_EQ(Update("A/x"), -1);  // no row of A
+    fake.failing = {"PhotoDBHarden"};
+    EXPECT_EQ(PhotoShareResync(nullptr), -1);
+    EXPECT_EQ(fake.calls.back(), "PhotoDBHarden");
     fake.failing = {"PhotoDBExec"};
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A").c_str(), kAlbumCreate), -1);
-    EXPECT_EQ(PhotoShareUpdate(share_.top().c_str(), kAlbumDelete), -1);
-    EXPECT_EQ(PhotoShareUpdate(share_.In("1%'").c_str(), kAlbumDelete), -1);
-    EXPECT_EQ(PhotoShareUpdate(share_.In("A/b/c").c_str(), kAlbumDelete), 0);
+    EXPECT_EQ(Update("A"), -1);
+    EXPECT_EQ(PhotoShareUpdate(top_.c_str(), kAlbumDelete), -1);
+    EXPECT_EQ(Update("1%'", kAlbumDelete), -1);
+    EXPECT_EQ(Update("A/b/c", kAlbumDelete), 0);
     EXPECT_EQ(PhotoShareMarkAll("A_"), -1);
     EXPECT_EQ(PhotoShareSweep("A_"), -1);
+    EXPECT_EQ(PhotoShareResync(nullptr), -1);
     const std::string below = "sharename like 'A\\_/%'].";
     const std::string drop =
         "Delete from photo_share where sharename = '1%''' or sharename like '1\\%''/%';]";
@@ -122,16 +116,18 @@ TEST_F(PhotoShare, FailuresAreToldInTheirWords) {
         fake.log,
         (Lines{"photo_share (#) Bad parameter.", "photo_share (#) KOLIPhotoShareGetFieldValue failed.",
                "photo_share (#) KOLIPhotoShareSubDirUpdatePrivilege Failed.",
+               "photo_share (#) Failed to delete none updated rows.",
                "photo_share (#) Failed to exec [" + Insert("A").substr(12) + "]",
                "photo_share:# Failed to exec [Delete from photo_share;]",
                "photo_share (#) Failed to exec [" + drop,
                "photo_share (#) Failed to exec [Update photo_share set updated = '0' where " + below,
-               "photo_share (#) Failed to exec [Delete from photo_share where updated = '0' and " + below}));
+               "photo_share (#) Failed to exec [Delete from photo_share where updated = '0' and " + below,
+               "photo_share (#) Failed to set updated to 0 for all rows."}));
 }
 
 TEST_F(PhotoShare, ARenamedAlbumTakesItsSubAlbumsAlong) {
     fake.rows["photo 3 sharename like 'A''\\_/%'"] = {{{"sharename", "A'_/x"}}};
-    EXPECT_EQ(PhotoShareRename(share_.In("B").c_str(), share_.In("A'_").c_str()), 0);
+    EXPECT_EQ(PhotoShareRename(In("B").c_str(), In("A'_").c_str()), 0);
     EXPECT_EQ(
         fake.calls,
         (Lines{"PhotoDBExec Update photo_share set sharename = 'B', is_subdir = 'f' where sharename = 'A''_'",
@@ -142,38 +138,35 @@ TEST_F(PhotoShare, ARenamedAlbumTakesItsSubAlbumsAlong) {
 }
 
 TEST_F(PhotoShare, ARenameWithoutAnAlbumCreatesOne) {
-    SetDefaultPublic("no");
-    fake.affected_rows = 0;
-    const std::string path = share_.MakeDir("B");
-    EXPECT_EQ(PhotoShareRename(path.c_str(), share_.In("A").c_str()), -1);
+    fake.results.clear();
+    const std::string path = MakeDir("B");
+    EXPECT_EQ(PhotoShareRename(path.c_str(), In("A").c_str()), -1);
     EXPECT_EQ(Created(), Lines{"B"});
     fake.calls.clear();
     EXPECT_EQ(PhotoShareRename(path.c_str(), "/volume2/photo/A"), -1);
     EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("B")}));
     fake.log.clear();
-    for (const std::string& old_path : {share_.In("A"), "/volume2/photo/A"s})
-        EXPECT_EQ(PhotoShareRename(share_.In("gone").c_str(), old_path.c_str()), -1);
+    for (const std::string& old_path : {In("A"), "/volume2/photo/A"s})
+        EXPECT_EQ(PhotoShareRename(In("gone").c_str(), old_path.c_str()), -1);
     EXPECT_EQ(fake.calls.size(), 4U);
     EXPECT_EQ(fake.log, Lines(2, "photo_share:# UPDATE cover failed, sharename [gone] not exists in db."));
 }
 
 TEST_F(PhotoShare, AWalkFollowsLinksToFoldersOnly) {
-    SetDefaultPublic("no");
     photo_share_needs_type_check = true;
     for (const char* name : {"A/x/z", "A/@eaDir", "A/.hidden", "#recycle/r"})
-        share_.MakeDir(name);
-    ASSERT_EQ(symlink(share_.MakeFile("file").c_str(), share_.In("link").c_str()), 0);
-    ASSERT_EQ(symlink(share_.In("A").c_str(), share_.In("C").c_str()), 0);
-    EXPECT_EQ(PhotoShareWalk(share_.top().c_str()), 0);
-    EXPECT_EQ(PhotoShareWalk(share_.In("A/x/z").c_str()), 0);
-    EXPECT_EQ(PhotoShareWalk(share_.In("#recycle").c_str()), 0);
+        MakeDir(name);
+    ASSERT_EQ(symlink(MakeFile("file").c_str(), In("link").c_str()), 0);
+    ASSERT_EQ(symlink(In("A").c_str(), In("C").c_str()), 0);
+    EXPECT_EQ(PhotoShareWalk(top_.c_str()), 0);
+    EXPECT_EQ(PhotoShareWalk(In("A/x/z").c_str()), 0);
+    EXPECT_EQ(PhotoShareWalk(In("#recycle").c_str()), 0);
     EXPECT_EQ(Created(), (Lines{"A", "A/x", "C", "C/x"}));
 }
 
 TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
-    SetDefaultPublic("no");
     for (const char* name : {"A/x", "B/y", "A/#recycle", "#recycle/r", "A/@eaDir"})
-        share_.MakeDir(name);
+        MakeDir(name);
     AddAlbum("A", {{"public", "t"}});
     AddAlbum("A/x", {{"shareid", "2"}});
     AddAlbum("B", {{"public", "t"}});
@@ -187,29 +180,10 @@ TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
                      "PhotoDBExec Update photo_share set public = 't' where sharename = 'B/y';",
                      "PhotoDBHarden", "PhotoDBExec Delete from photo_share where updated = '0'"}));
     fake.calls.clear();
-    EXPECT_EQ(PhotoShareResync(share_.In("A").c_str()), 0);
-    EXPECT_EQ(PhotoShareResync(share_.In("A/x").c_str()), 0);
+    EXPECT_EQ(PhotoShareResync(In("A").c_str()), 0);
+    EXPECT_EQ(PhotoShareResync(In("A/x").c_str()), 0);
     EXPECT_EQ(fake.calls, (Lines{Open("A/x"), mark("A/x")}));
     EXPECT_TRUE(fake.log.empty());
 }
 
-TEST_F(PhotoShare, NothingIsSweptUnlessTheShareWasSeen) {
-    share_target = share_.In("unmounted");
-    EXPECT_EQ(PhotoShareResync(nullptr), 0);
-    EXPECT_EQ(fake.calls.size(), 1U);
-    share_target = "";
-    EXPECT_EQ(PhotoShareResync(nullptr), -1);
-    share_target = share_.top();
-    fake.failing = {"PhotoDBHarden"};
-    EXPECT_EQ(PhotoShareResync(nullptr), -1);
-    EXPECT_EQ(fake.calls.back(), "PhotoDBHarden");
-    fake.failing = {"PhotoDBExec"};
-    EXPECT_EQ(PhotoShareResync(nullptr), -1);
-    EXPECT_EQ(fake.log, (Lines{"photo_share (#) Failed to open directory " + share_.In("unmounted") + " ",
-                               "photo_share (#) Failed to read link of /var/services/photo",
-                               "photo_share (#) Failed to delete none updated rows.",
-                               "photo_share (#) Failed to set updated to 0 for all rows."}));
-}
-
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

@@ -2,54 +2,34 @@
 #include "daemon/queue.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <thread>
 
-#include "base/features.h"
-#include "index/directory.h"
-#include "index/index.h"
-#include "tests/fake_handlers.h"
-#include "tests/fake_platform.h"
+#include "platform/koliindex.h"
+#include "tests/fake_index.h"
+#include "tests/fixture.h"
 
-namespace koli {
+namespace koli::test {
 
-// Stand-ins for the indexing engine.
-int IndexWalk(const char* path, int mode, int types) {
-    return test::RecordCall("IndexWalk", path, " " + std::to_string(mode) + " " + std::to_string(types));
-}
-int IndexOnePath(const char* path, int mode) {
-    return test::RecordCall("IndexOnePath", path, " " + std::to_string(mode));
-}
-
-namespace {
-
-using test::fake;
-using Lines = std::vector<std::string>;
-
-class Queue : public testing::Test {
+class Queue : public Fixture {
   protected:
-    Queue() {
-        EXPECT_EQ(chdir(sandbox_.dir().c_str()), 0);
-        support_photo = support_vidora = 1;
-    }
-    ~Queue() override { EXPECT_EQ(chdir("/"), 0); }
-
-    /// One run; gives what it called behind the clearing of the table marks.
+    /// One run; gives what it called.
     static Lines Run() {
         fake.calls.clear();
         fake.log.clear();
+        KOLIIndexMusicTableDirtySet(1);
+        KOLIIndexVideoTableDirtySet(1);
+        EXPECT_EQ(BlKOLIIndexIsMusicTableDirty() + BlKOLIIndexIsVideoTableDirty(), 2);
         ProcessQueueFiles({"queue", "queue.tmp", "rm -rf queue.tmp"});
-        EXPECT_EQ(fake.calls.at(0), "KOLIIndexMusicTableDirtySet 0");
-        EXPECT_EQ(fake.calls.at(1), "KOLIIndexVideoTableDirtySet 0");
-        return {fake.calls.begin() + 2, fake.calls.end()};
+        EXPECT_EQ(BlKOLIIndexIsMusicTableDirty() + BlKOLIIndexIsVideoTableDirty(), 0);
+        return fake.calls;
     }
     /// What the lines of a queue call.
     Lines Calls(const std::string& lines) {
-        sandbox_.Write("queue", lines);
+        Write("queue", lines);
         Lines calls = Run();
         EXPECT_EQ(calls.back(), "KOLIDBSync");
         EXPECT_FALSE(std::filesystem::exists("queue.tmp"));
@@ -58,19 +38,18 @@ class Queue : public testing::Test {
     }
     static std::string Bad(const std::string& line) { return "koliindexd (#) Bad format [" + line + "]."; }
 
-    const test::Sandbox sandbox_;
     const std::string no_newline_ = "koliindexd (#) Warning! No new line here.";
 };
 
 TEST_F(Queue, ABatchComesBeforeTheQueueAndStaysUntilTheStoreHasIt) {
-    sandbox_.Write("queue", "T:second\n");
-    sandbox_.Write("queue.tmp", "T:first\n");
+    Write("queue", "T:second\n");
+    Write("queue.tmp", "T:first\n");
     fake.failing = {"KOLIDBSync"};
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
     EXPECT_EQ(fake.log.size(), 1U);
     fake.failing.clear();
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
-    EXPECT_EQ(test::ReadFile("queue"), "T:second\n");
+    EXPECT_EQ(ReadFile("queue"), "T:second\n");
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));
     EXPECT_TRUE(fake.log.empty());
 
@@ -81,7 +60,7 @@ TEST_F(Queue, ABatchComesBeforeTheQueueAndStaysUntilTheStoreHasIt) {
 }
 
 TEST_F(Queue, ALineWrittenUnderTheLockWhileTheBatchEndsIsNotLost) {
-    const std::string batch = sandbox_.Write("queue.tmp", "T:first\n");
+    const std::string batch = Write("queue.tmp", "T:first\n");
     const int fd = open(batch.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
     ASSERT_EQ(flock(fd, LOCK_EX), 0);
     std::thread writer([fd] {
@@ -95,7 +74,6 @@ TEST_F(Queue, ALineWrittenUnderTheLockWhileTheBatchEndsIsNotLost) {
 }
 
 TEST_F(Queue, LinesThatAreNoRequestsAreLoggedAndTheNextOneIsRead) {
-    using namespace std::string_literals;
     // Zero bytes end a line, and hide nothing behind them.
     EXPECT_EQ(Calls("\n/v/x.mp3\n:\nT:a\n\0\0\0T:b\nD:/vol\0\0T:c\nT:d\0\nA:/v/x.mp3"s),
               (Lines{"KOLITruncateTable a", "KOLITruncateTable b", "KOLITruncateTable c",
@@ -112,7 +90,7 @@ TEST_F(Queue, ALineThatDoesNotFitIsReadInPieces) {
               (Lines{"KOLITruncateTable " + fits + "y", "KOLITruncateTable rest"}));
     EXPECT_EQ(fake.log, Lines{no_newline_});
     // The old path of a cut rename could be anything above the one meant.
-    sandbox_.MakeDir("new");
+    MakeDir("new");
     EXPECT_EQ(Calls("N:new:/volume1/music/" + fits + "\n"),
               (Lines{"IndexWalk (null) 2 1", "IndexWalk new 1 1"}));
 }
@@ -127,16 +105,16 @@ TEST_F(Queue, PathsLoseTheirTrailingSlashes) {
 
 TEST_F(Queue, PhotoPathsAlsoReachThePhotoLibraryAndItsAlbums) {
     const std::string p = "vol00001/photo/T";  // its ninth character is where a volume's photo share has it
-    sandbox_.MakeDir(p);
+    MakeDir(p);
     const std::string lines = "A:" + p + "\nA:" + p + "/x\na:" + p + "\nD:" + p + "2\nd:" + p + ".jpg\n";
     const std::string exec = "KLIBExec /usr/koli/bin/koliflvconv -f ";
-    test::handler_results = {{"IndexOnePath", -1}};
+    fake.results = {{"IndexOnePath", -1}};
     EXPECT_EQ(Calls(lines), (Lines{"IndexWalk " + p + " 1 3", "PhotoShareFsCheck", "PhotoShareWalk " + p,
                                    "IndexWalk " + p + "/x 1 3", "IndexOnePath " + p + " 1", exec + p,
                                    "PhotoShareUpdate " + p + " 1", "IndexWalk " + p + "2 2 3",
                                    "PhotoShareUpdate " + p + "2 2", "IndexOnePath " + p + ".jpg 2",
                                    "PhotoLibraryIndex " + p + ".jpg 2"}));
-    test::handler_results.clear();
+    fake.results.clear();
     EXPECT_EQ(Calls("a:" + p + ".jpg\n").back(), "PhotoLibraryIndex " + p + ".jpg 1");
     support_photo = 0;
     EXPECT_EQ(Calls(lines).size(), 5U);
@@ -144,7 +122,7 @@ TEST_F(Queue, PhotoPathsAlsoReachThePhotoLibraryAndItsAlbums) {
 
 TEST_F(Queue, RenamesMoveEverythingThatHangsOnThePath) {
     const std::string n = "vol00001/photo/N", o = "vol00001/photo/O";
-    sandbox_.MakeDir(n);
+    MakeDir(n);
     const std::string directory = "N:" + n + ":" + o + ":ignored\n",
                       video = "N:" + n + ".flv::" + o + ".flv\n";
     const auto both = [&](const char* function, const char* extension, const char* rest) {
@@ -173,5 +151,4 @@ TEST_F(Queue, WordsSelectWhatIsRebuilt) {
                "IndexWalk (null) 3 8", "IndexWalk (null) 3 1", "IndexWalk (null) 3 1"}));
 }
 
-}  // namespace
-}  // namespace koli
+}  // namespace koli::test

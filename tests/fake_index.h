@@ -1,0 +1,13 @@
+// Recorders in place of the dispatch and the walk.  For one source file of a test program.
+#pragma once
+
+#include "index/directory.h"
+#include "index/index.h"
+#include "tests/fake_platform.h"
+
+int koli::IndexOnePath(const char* path, int mode) {
+    return test::Record(__func__, path, mode);
+}
+int koli::IndexWalk(const char* path, int mode, int types) {
+    return test::Record(__func__, path, mode, types);
+}
