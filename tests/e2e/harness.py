@@ -1,9 +1,10 @@
-"""The real daemon in the sandbox, one clean appliance per test. The test programs run inside: script/sandbox -- FILE DAEMON"""
+"""The real daemon in the sandbox, one clean appliance per test. A test runs inside: script/sandbox -- FILE DAEMON"""
 import glob
 import os
 import shutil
 import signal
 import sys
+import time
 import unittest
 
 TOP = os.path.dirname(os.path.dirname(os.path.dirname(os.path.realpath(__file__))))
@@ -12,6 +13,20 @@ import appliance  # noqa: E402
 
 SAMPLES = os.path.join(TOP, "build", "samples")
 SHARES = ("music", "video", "photo")
+EVERYTHING = [f"A:/volume1/{share}" for share in SHARES]
+PATIENCE = 120  # seconds: a machine may be slow, and busy with other things
+
+
+def wait_for(what, condition):
+    appliance.wait_until(condition, PATIENCE, what)
+
+
+def hurry():
+    """The overflow of signals has the daemon take the queue over at once; where so many do not get through, its quiet
+    tick comes a little later."""
+    end, pid = time.monotonic() + 20, appliance.daemon_pid()
+    while pid and os.path.exists(appliance.QUEUE) and time.monotonic() < end:
+        os.kill(pid, signal.SIGUSR1)
 
 
 def empty_folder(folder):
@@ -23,16 +38,27 @@ def empty_folder(folder):
             os.unlink(path)
 
 
+def hand_over(path, stream, text):
+    """Leaves a caption for the daemon to find."""
+    folder, name = os.path.split(path)
+    os.makedirs(f"{folder}/@eaDir/{name}", exist_ok=True)
+    with open(f"{folder}/@eaDir/{name}/KOLIPHOTO:{stream}", "w") as file:
+        file.write(text)
+
+
 class DaemonTest(unittest.TestCase):
     binary = ""
     maxDiff = 4000
 
     def setUp(self):
+        self.clean()
+        self.addCleanup(self.check_daemon_was_healthy)
+        self.addCleanup(lambda: appliance.stop(signal.SIGKILL))  # runs first; most tests have stopped it themselves
+
+    def clean(self):
         for share in SHARES:
             empty_folder(f"/volume1/{share}")
         self.forget_everything()
-        self.addCleanup(self.check_daemon_was_healthy)
-        self.addCleanup(lambda: appliance.stop(signal.SIGKILL))  # runs first; most tests have stopped it themselves
 
     def forget_everything(self):
         for folder in (appliance.STORE, "/var/spool"):
@@ -49,21 +75,22 @@ class DaemonTest(unittest.TestCase):
     def start(self):
         started = appliance.start(self.binary)
         self.assertEqual((started.returncode, started.stdout), (0, b""))
+        wait_for("the pid file", appliance.daemon_pid)
 
-    def index(self, *lines, seconds=60, before_stop=lambda: None):
+    def index(self, *lines, before_stop=lambda: None):
         """One batch from start to stop; returns what was logged meanwhile."""
         appliance.clear_log()
         appliance.enqueue(lines)
         self.start()
-        appliance.wait_for_batch(seconds)
+        appliance.wait_for_batch(300)
         before_stop()
         appliance.stop()
         return appliance.log_messages()
 
-    def put(self, path, sample=None):
-        """A copy of a sample (a path below build/samples), or an MP3 file, at an absolute path; the path as text."""
+    def put(self, path, sample="music/Old Tapes/side b.mp3"):
+        """A copy of a sample (a path below build/samples) at an absolute path; the path as text."""
         os.makedirs(os.path.dirname(path), exist_ok=True)
-        shutil.copyfile(os.path.join(SAMPLES, sample or "music/Old Tapes/side b.mp3"), path)
+        shutil.copyfile(os.path.join(SAMPLES, sample), path)
         return os.fsdecode(path)
 
     def paths(self, table):
@@ -73,6 +100,19 @@ class DaemonTest(unittest.TestCase):
         found = [row for row in appliance.rows(table) if row["path"] == os.fsdecode(path)]
         self.assertEqual(len(found), 1, path)
         return found[0]
+
+    def processes(self):
+        """How many run the daemon's program, probes included."""
+        def runs(pid):
+            try:
+                return os.path.samefile(f"/proc/{pid}/exe", self.binary)
+            except OSError:
+                return False
+
+        return sum(map(runs, filter(str.isdigit, os.listdir("/proc"))))
+
+    def command(self, *arguments):
+        return [os.path.join(os.path.dirname(self.binary), "koliindexctl"), *arguments]
 
 
 def dump():
