@@ -52,8 +52,8 @@ class WatchTest : public testing::Test {
         fold_.Apply({folder, mask, cookie, name}, now_);
     }
     void Write(FolderId folder, std::string_view name) {
-        for (const uint32_t mask : {IN_CREATE, IN_MODIFY, IN_CLOSE_WRITE})
-            Note(mask, folder, name);
+        Note(IN_CREATE, folder, name);
+        Note(IN_CLOSE_WRITE, folder, name);
     }
     FolderId Make(FolderId folder, std::string_view name) {
         Note(IN_CREATE | IN_ISDIR, folder, name);
@@ -118,8 +118,8 @@ TEST_F(WatchTest, RenamesOfFilesKeepWhatIsStored) {
     EXPECT_EQ(After(kQuiet), (Texts{"a /v/m/one/up.mp3", "d /v/m/one/old.mp3"}));
     Note(IN_MOVED_FROM, one_, "away.mp3", 99);
     Note(IN_MOVED_TO, one_, "arrived.mp3", 100);
-    EXPECT_EQ(After(kQuiet), (Texts{"a /v/m/one/arrived.mp3"}));
-    EXPECT_EQ(After(500), (Texts{"d /v/m/one/away.mp3"}));
+    EXPECT_EQ(After(kQuiet), Texts{"a /v/m/one/arrived.mp3"});
+    EXPECT_EQ(After(500), Texts{"d /v/m/one/away.mp3"});
 }
 
 TEST_F(WatchTest, FoldersMoveAndGoWithWhatIsInThem) {
@@ -129,14 +129,12 @@ TEST_F(WatchTest, FoldersMoveAndGoWithWhatIsInThem) {
     Move(top_, "uno", two_, "ein", IN_ISDIR);
     EXPECT_EQ(After(kQuiet), (Texts{"N /v/m/two/ein /v/m/one", "D /v/m/uno", "a /v/m/two/ein/a.mp3",
                                     "n /v/m/two/ein/c.mp3 /v/m/two/ein/b.mp3"}));
-    Note(IN_DELETE | IN_ISDIR, two_, "ein");
-    EXPECT_EQ(After(kQuiet), Texts{"D /v/m/two/ein"});
-    EXPECT_EQ(port_.unwatched, std::vector<int>{2});
-    const FolderId deep = tree_.Add(tree_.Add(two_, "x"), "y");
-    Note(IN_MOVED_FROM | IN_ISDIR, two_, "x", 77);
+    const FolderId deep = tree_.Add(one_, "x");
+    Note(IN_MOVED_FROM | IN_ISDIR, two_, "ein", 77);
     Write(deep, "late.mp3");
     EXPECT_EQ(After(500), Texts());
-    EXPECT_EQ(After(kQuiet), Texts{"D /v/m/two/x"});
+    EXPECT_EQ(After(kQuiet), Texts{"D /v/m/two/ein"});
+    EXPECT_EQ(port_.unwatched, std::vector<int>{2});
     EXPECT_EQ(tree_.size(), 2u);
 }
 
@@ -170,16 +168,13 @@ TEST_F(WatchTest, ANewFolderIsOneRequest) {
 }
 
 TEST_F(WatchTest, BurstsFold) {
-    for (size_t i = 0; i < 5000; ++i) {
+    for (size_t i = 0; i < 5000; ++i)
         Write(one_, std::to_string(i) + ".mp3");
-        Note(IN_DELETE, two_, std::to_string(i) + ".mp3");
-    }
+    Note(IN_DELETE, two_, "0.mp3");
     Move(two_, "x.mp3", one_, "y.mp3");
-    const std::vector<SettledChange> due = (now_ += kQuiet, pending_.TakeDue(now_));
-    ASSERT_EQ(due.size(), 5002u);
-    EXPECT_EQ(TextsOf({due[0], due[5000], due[5001]}),
-              (Texts{"d /v/m/two/0.mp3", "n /v/m/one/y.mp3 /v/m/two/x.mp3", "burst /v/m/one"}));
-    EXPECT_EQ(due[5001].files, 5000u);
+    const std::vector<SettledChange> due = pending_.TakeDue(now_ += kQuiet);
+    EXPECT_EQ(TextsOf(due), (Texts{"d /v/m/two/0.mp3", "n /v/m/one/y.mp3 /v/m/two/x.mp3", "burst /v/m/one"}));
+    EXPECT_EQ(due.back().files, 5000u);
 
     for (size_t i = 0; i <= kBurst; ++i)
         Write(Make(two_, std::to_string(i)), "a.mp3");
