@@ -36,11 +36,12 @@ std::string Read(const std::string& path) {
 // ---- Request lines
 
 TEST(RequestLine, PathsAreMadeAbsoluteByTheirText) {
-    EXPECT_EQ(AbsolutePath("../a/./b//", "/w/x"), "/w/a/b");
-    EXPECT_EQ(AbsolutePath("/a/../../b", "/w"), "/b");
-    EXPECT_EQ(AbsolutePath(" a ", "/w"), "/w/ a ");
-    EXPECT_EQ(AbsolutePath("...", "/"), "/...");
-    EXPECT_EQ(AbsolutePath("", "/w"), "");
+    for (const auto& [path, absolute] : {std::pair{"../a/./b//", "/w/a/b"},
+                                         {"/a/../../b", "/b"},
+                                         {" a ", "/w/x/ a "},
+                                         {"...", "/w/x/..."},
+                                         {"", ""}})
+        EXPECT_EQ(AbsolutePath(path, "/w/x"), absolute);
 }
 
 TEST(RequestLine, RefusesWhatALineCannotCarry) {
@@ -94,8 +95,7 @@ void TakeOver(const std::string& queue, std::string* executed) {
     const std::string batch = queue + ".tmp";
     if (rename(queue.c_str(), batch.c_str()) != 0) return;
     const UniqueFd file(open(batch.c_str(), O_RDONLY | O_CLOEXEC));
-    static int run = 0;  // now and then late writers find the time to come
-    if (++run % 4 == 0) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (executed->size() % 4 == 0) usleep(1000);  // now and then late writers find the time to come
     flock(file.get(), LOCK_EX);
     *executed += Read(batch);
     unlink(batch.c_str());
@@ -124,11 +124,9 @@ TEST(RequestWriter, LosesAndDoublesNothingWhileTheDaemonTakesOver) {
 
     std::istringstream lines(executed);
     std::multiset<std::string> seen;
-    for (std::string add, remove; std::getline(lines, add) && std::getline(lines, remove);) {
+    for (std::string add, remove; std::getline(lines, add) && std::getline(lines, remove); seen.insert(add))
         EXPECT_EQ("d" + add.substr(1), remove);  // the lines of one call stay together
-        seen.insert(add);
-    }
-    EXPECT_EQ(seen.size(), static_cast<size_t>(kWriters * kCalls));
+    EXPECT_EQ(seen.size(), size_t{kWriters * kCalls});
     EXPECT_EQ(std::set(seen.begin(), seen.end()).size(), seen.size());
 }
 
@@ -157,39 +155,23 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
         EXPECT_FALSE(QueueAppend(dir.Path(bad), "a:/5\n").file.valid()) << bad;
 }
 
-/// A process with that name; the daemon's signal ends it.
-pid_t StartLookAlike(const char* name) {
-    prctl(PR_SET_NAME, name);  // the child inherits it
-    const pid_t child = fork();
-    if (child == 0) _exit(static_cast<int>(sleep(60)));
-    return child;
-}
-
-TEST(DaemonWake, SignalsTheDaemonAndNobodyElse) {
-    const test::TempDir dir;
-    EXPECT_EQ(DaemonWake(dir.Path("none")), Wake::kNotRunning);
-    for (const bool is_daemon : {false, true}) {
-        const pid_t child = StartLookAlike(is_daemon ? "koliindexd" : "koliindexd2");
-        const std::string pid_file = dir.Write("pid", std::to_string(child));
-        EXPECT_EQ(DaemonPid(pid_file), is_daemon ? child : 0);
-        EXPECT_EQ(DaemonWake(pid_file), is_daemon ? Wake::kWoken : Wake::kNotRunning);
-        if (!is_daemon) kill(child, SIGKILL);
-        int status = 0;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(WTERMSIG(status), is_daemon ? SIGUSR1 : SIGKILL);
-    }
-}
-
-TEST(BatchWait, EndsWithTheBatchTheDaemonOrTheTime) {
+TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
     const test::TempDir dir;
     const Places places{dir.Path("queue"), dir.Path("batch"), dir.Path("pid")};
-    const WaitLimits limits{.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5};
-    const pid_t daemon = StartLookAlike("koliindexd");
+    EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
+    dir.Write("pid", std::to_string(getpid()));  // somebody else has got the pid
+    EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
+    prctl(PR_SET_NAME, "koliindexd");  // the child inherits it
+    const pid_t daemon = fork();
+    if (daemon == 0) _exit(static_cast<int>(sleep(600)));
+    prctl(PR_SET_NAME, "koliindexd2");
+    EXPECT_EQ(DaemonPid(places.pid_file), 0);
     dir.Write("pid", std::to_string(daemon));
+    EXPECT_EQ(DaemonPid(places.pid_file), daemon);
 
+    const WaitLimits limits{.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5};
     QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
     EXPECT_EQ(BatchWait(batch.file, places, limits, [](bool begun) { return !begun; }), BatchEnd::kTimeout);
-    // The daemon takes it over, then is done with it.
     int told = 0;
     const auto take_over = [&](bool begun) {
         EXPECT_EQ(begun, told > 0);
@@ -197,13 +179,12 @@ TEST(BatchWait, EndsWithTheBatchTheDaemonOrTheTime) {
         if (told == 3) unlink(places.batch.c_str());
         return true;
     };
-    EXPECT_EQ(BatchWait(batch.file, places, limits, take_over), BatchEnd::kExecuted);
-
-    batch = QueueAppend(places.queue, "a:/1\n");
-    kill(daemon, SIGKILL);
-    waitpid(daemon, nullptr, 0);
-    EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 20}, [](bool) { return true; }), BatchEnd::kNoDaemon);
-    EXPECT_EQ(Read(places.queue), "a:/1\n");
+    EXPECT_EQ(BatchWait(batch.file, places, {.look_every_ms = 5, .tell_every_ms = 5}, take_over),
+              BatchEnd::kExecuted);
+    EXPECT_EQ(DaemonWake(places.pid_file), Wake::kWoken);
+    int status = 0;
+    waitpid(daemon, &status, 0);
+    EXPECT_EQ(WTERMSIG(status), SIGUSR1);
 }
 
 }  // namespace
