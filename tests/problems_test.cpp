@@ -47,7 +47,7 @@ class Problems : public testing::Test {
 
 TEST_F(Problems, KeepTheFirstLineOfEachFileWithoutItsPrefix) {
     for (const char* line :
-         {"a (12) Bad frame 7", "(b, 3) 9 lives", "c(44): caf\xE9", "d: P(5) - gone", "no prefix"})
+         {"a:12 Bad frame 7", "(b, 3) 9 lives", "c(44): caf\xE9", "d: P(5) - gone", "no prefix"})
         Index("/" + std::to_string(Table().size()), line);
     EXPECT_EQ(Table(), (Texts{"/0 Bad frame 7", "/1 9 lives", "/2 caf\xC3\xA9", "/3 gone", "/4 no prefix"}));
 }
