@@ -236,12 +236,6 @@ class People:
 
 
 class Sequences(harness.DaemonTest):
-    def setUpShares(self):
-        self.forget_everything()
-        for share in harness.SHARES:
-            harness.empty_folder(f"/volume1/{share}")
-        os.mkdir(BIN)
-
     def state(self):
         """What the tables hold, ids apart, and without the times of rows that a rename carries along unread."""
         tables = appliance.MEDIA_TABLES + ("photo_info",)
@@ -269,10 +263,10 @@ class Sequences(harness.DaemonTest):
     def test_changes_end_in_the_rows_of_a_fresh_index(self):
         weights = {"add_file": 3, "add_tree": 2, "make_folder": 1, "move": 5, "move_album": 4, "enter": 3, "leave": 2, "delete": 2,
                    "change": 1, "type_in_later": 2, "work_in_application": 3, "work_unannounced": 1}
-        everything = [f"A:/volume1/{share}" for share in harness.SHARES]
         for seed in range(SEQUENCES):
-            self.setUpShares()
-            self.index(*everything)
+            self.clean()
+            os.mkdir(BIN)
+            self.index(*harness.EVERYTHING)
             people, done = People(seed), []
             for kind in ["add_tree"] * 3 + people.chance.choices(list(weights), weights.values(), k=30):
                 done += (lines := getattr(people, kind if people.albums and below(P, False) else "add_tree")())
@@ -290,7 +284,7 @@ class Sequences(harness.DaemonTest):
             self.forget_everything()
             for (path, stream), text in people.captions.items():
                 hand_over(path, stream, text)
-            self.index(*everything)
+            self.index(*harness.EVERYTHING)
             self.assertEqual(difference(live, self.state()), {}, (seed, done))
             self.assertEqual(set(self.albums()), set(people.albums))
 
