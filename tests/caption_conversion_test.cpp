@@ -102,12 +102,8 @@ TEST_F(Conversion, AShortWriteLeavesNothingBehind) {
 TEST_F(Conversion, QueuesForTheDaemonsThatRunAndWakesTheLastOne) {
     const std::string kNoThumb = "photo_index(#) Thumb daemon is not running .....\n";
     const std::string kNoFlv = "photo_index(#) FLV daemon is not running .....\n";
-    const struct {
-        const char* name;
-        int flags, vidora, thumb_pid, flv_pid;
-        bool in_thumb, in_flv;
-        Lines woken, log;
-    } cases[] = {
+    // Name, flags, video converter, thumbnail daemon's pid, the converter's; whether each is asked, and told.
+    const std::tuple<const char*, int, int, int, int, bool, bool, Lines, Lines> cases[] = {
         {"a.jpg", 3, 1, 11, 22, true, false, {"kill 11 10"}, {}},
         {"a.mp4", 3, 1, 11, 22, false, true, {"kill 22 10"}, {}},
         {"a.avi", 3, 1, 11, 22, false, false, {}, {}},
@@ -119,18 +115,19 @@ TEST_F(Conversion, QueuesForTheDaemonsThatRunAndWakesTheLastOne) {
     };
     for (const char* name : {"a.jpg", "a.mp4", "a.avi"})
         Write("share/"s + name, "x");
-    for (const auto& c : cases) {
+    for (const auto& [name, flags, vidora, thumb_pid, flv_pid, in_thumb, in_flv, woken, log] : cases) {
+        SCOPED_TRACE(name);
         fake = {};
         std::filesystem::remove_all(spool = Path("spool"));
         MakeDir("spool");
-        fake.pids = {{paths::kThumbDaemonPid, c.thumb_pid}, {paths::kFlvDaemonPid, c.flv_pid}};
-        support_vidora = c.vidora;
-        const std::string share = Path("share"), path = *c.name != '\0' ? share + "/" + c.name : share;
-        ConversionRequest(path.c_str(), c.flags);
-        EXPECT_EQ(ReadFile(spool + "/thumb_create.queue"), c.in_thumb ? share + "\n" : "") << c.name;
-        EXPECT_EQ(ReadFile(spool + "/flv_create.queue"), c.in_flv ? path + "\n" : "") << c.name;
-        EXPECT_EQ(fake.calls, c.woken) << c.name;
-        EXPECT_EQ(fake.log, c.log) << c.name;
+        fake.pids = {{paths::kThumbDaemonPid, thumb_pid}, {paths::kFlvDaemonPid, flv_pid}};
+        support_vidora = vidora;
+        const std::string share = Path("share"), path = *name != '\0' ? share + "/" + name : share;
+        ConversionRequest(path.c_str(), flags);
+        EXPECT_EQ(ReadFile(spool + "/thumb_create.queue"), in_thumb ? share + "\n" : "");
+        EXPECT_EQ(ReadFile(spool + "/flv_create.queue"), in_flv ? path + "\n" : "");
+        EXPECT_EQ(fake.calls, woken);
+        EXPECT_EQ(fake.log, log);
     }
 }
 

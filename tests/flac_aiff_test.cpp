@@ -32,14 +32,6 @@ struct Flac : Fixture {
     }
 };
 
-TEST_F(Flac, BitRateIsThatOfTheWholeFileOverASinglePrecisionTime) {
-    const std::string path = Write("a.flac", "fLaC" + StreamInfo(44100, 2, 10000000) + Comments({}));
-    std::filesystem::resize_file(path, 30000000);
-    ASSERT_EQ(FlacFileAdd(path.c_str()), 0);
-    EXPECT_EQ(fake.calls, Lines{"MediaInfoDBSave 0 " + path});  // and no MediaInfoValid
-    EXPECT_EQ(Figures(fake.media.at(0).second), "226 1058399 44100 2");
-}
-
 TEST_F(Flac, CommentsAreTakenByNameAndTheLastOneWins) {
     const MediaInfo named =
         Read(StreamInfo(48000, 1, 0) +
@@ -53,11 +45,15 @@ TEST_F(Flac, CommentsAreTakenByNameAndTheLastOneWins) {
     EXPECT_EQ(Figures(dated), "0 0 0 2");
 }
 
-TEST_F(Flac, KeepsWhatItHasWhenTheCommentsAreMissing) {
+TEST_F(Flac, BitRateIsThatOfTheWholeFileOverASinglePrecisionTimeCommentsOrNot) {
+    const std::string large = Write("a.flac", "fLaC" + StreamInfo(44100, 2, 10000000) + Comments({}));
+    std::filesystem::resize_file(large, 30000000);
+    MediaInfo record{};
+    EXPECT_EQ(FlacMetadataRead(large.c_str(), &record), 0);
+    EXPECT_EQ(Figures(record), "226 1058399 44100 2");
     const std::string path = Write("b.flac", "fLaC\x80" + StreamInfo(44100, 2, 441000).substr(1));
     EXPECT_EQ(FlacFileAdd(path.c_str()), 1);
     EXPECT_EQ(Figures(fake.media.at(0).second), "10 33 44100 2");
-    MediaInfo record{};
     EXPECT_EQ(FlacMetadataRead(dir().c_str(), &record), -1);
     EXPECT_EQ(fake.log, (Lines{"flac (#) Can't get Flac comment tags: " + path + ".",
                                "flac (#) Failed to parse music metadata.",
@@ -93,52 +89,45 @@ std::string Comm(uint64_t channels, uint64_t frames, uint64_t exponent = 0x400E,
                              compression);
 }
 
-std::string Form(const std::string& type, const std::string& chunks) {
-    return Chunk("FORM", type + chunks);
-}
-
 struct Aiff : Fixture {
-    std::string FiguresOf(const std::string& bytes) {
+    /// Of a form of this type with these chunks.
+    std::string FiguresOf(const std::string& type_and_chunks, size_t length = SIZE_MAX) {
         MediaInfo record{};
+        const std::string bytes = Chunk("FORM", type_and_chunks).substr(0, length);
         EXPECT_EQ(AiffMetadataRead(Write("Album/a.b.aif", bytes).c_str(), &record), 0);
         EXPECT_EQ(Names(record), "a.b|Album||||0|0|0");
         return Figures(record);
     }
 };
 
-TEST_F(Aiff, FindsTheFormatWhereverItsChunkStands) {
-    EXPECT_EQ(FiguresOf(Form("AIFF", Comm(2, 441000))), "10 1411200 44100 2");
-    EXPECT_EQ(FiguresOf(Form("AIFC", Chunk("SSND", "odd") + Comm(2, 441000))), "10 1411200 44100 2");
-    const std::string ima4 = Form("AIFC", Comm(1, 6890, 0x400E, 0xAC44ULL << 48, "ima4" + Be(0, 2)));
-    EXPECT_EQ(FiguresOf(ima4), "9.99909306 705600 44100 1");  // packets of 64
-}
-
-TEST_F(Aiff, RatesThatNoRecorderHasAreStoredAsTheNearestNumbers) {
-    const struct {
-        uint64_t exponent, mantissa;
-        const char* figures;
-    } cases[] = {
-        {0xC00E, 0xAC44ULL << 48, "0 0 0 2"},               // negative
-        {0x7FFF, 1ULL << 63, "0 4294967295 4294967295 2"},  // infinite
-        {0x7FFF, 3ULL << 62, "0 0 0 2"},                    // not a number
-        {0x401F, 1ULL << 63, "2.32830644e-10 4294967295 4294967295 2"},
-        {0x3000, 1ULL << 63, "0 0 0 2"},    // 2^-4095: 0 as a double
-        {0x3BFF, 1ULL << 63, "inf 0 0 2"},  // 2^-1024: a subnormal
-        {0x3FFE, 1ULL << 63, "2 16 0 2"},   // one half
+TEST_F(Aiff, FindsTheFormatWhereverItsChunkStandsAndTakesTheNearestRate) {
+    const std::string ima4 = Comm(1, 6890, 0x400E, 0xAC44ULL << 48, "ima4" + Be(0, 2));  // packets of 64
+    const std::pair<std::string, const char*> cases[] = {
+        {"AIFF" + Comm(2, 441000), "10 1411200 44100 2"},
+        {"AIFC" + Chunk("SSND", "odd") + Comm(2, 441000), "10 1411200 44100 2"},
+        {"AIFC" + ima4, "9.99909306 705600 44100 1"},
+        // Rates that no recorder has.
+        {"AIFF" + Comm(2, 1, 0xC00E, 0xAC44ULL << 48), "0 0 0 2"},               // negative
+        {"AIFF" + Comm(2, 1, 0x7FFF, 1ULL << 63), "0 4294967295 4294967295 2"},  // infinite
+        {"AIFF" + Comm(2, 1, 0x7FFF, 3ULL << 62), "0 0 0 2"},                    // not a number
+        {"AIFF" + Comm(2, 1, 0x401F, 1ULL << 63), "2.32830644e-10 4294967295 4294967295 2"},
+        {"AIFF" + Comm(2, 1, 0x3000, 1ULL << 63), "0 0 0 2"},    // 2^-4095: 0 as a double
+        {"AIFF" + Comm(2, 1, 0x3BFF, 1ULL << 63), "inf 0 0 2"},  // 2^-1024: a subnormal
+        {"AIFF" + Comm(2, 1, 0x3FFE, 1ULL << 63), "2 16 0 2"},   // one half
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(FiguresOf(Form("AIFF", Comm(2, 1, c.exponent, c.mantissa))), c.figures);
+    for (const auto& [bytes, figures] : cases)
+        EXPECT_EQ(FiguresOf(bytes), figures);
 }
 
 TEST_F(Aiff, DamagedFilesAreStoredByName) {
-    const std::string whole = Form("AIFF", Comm(2, 441000)), nothing = "0 0 0 0";
-    for (size_t length = 0; length < whole.size(); ++length)
-        EXPECT_EQ(FiguresOf(whole.substr(0, length)), nothing);
+    const std::string comm = Comm(2, 441000), nothing = "0 0 0 0";
+    for (size_t length = 0; length < 12 + comm.size(); ++length)
+        EXPECT_EQ(FiguresOf("AIFF" + comm, length), nothing);
     std::string chunks;
     for (int i = 0; i < 5000; ++i)
         chunks += Chunk("ANNO", "");
-    EXPECT_EQ(FiguresOf(Form("AIFF", chunks + whole.substr(12))), nothing);
-    EXPECT_EQ(FiguresOf(Form("WAVE", whole.substr(12))), nothing);
+    EXPECT_EQ(FiguresOf("AIFF" + chunks + comm), nothing);
+    EXPECT_EQ(FiguresOf("WAVE" + comm), nothing);
 }
 
 }  // namespace koli::test

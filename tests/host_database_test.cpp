@@ -2,7 +2,6 @@
 // locked, damaged or elsewhere.
 #include "platform/host/sql_dialect.h"
 
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/host_databases.h"
@@ -147,11 +146,7 @@ TEST_F(Store, AChildHasNoShareInTheLogIndex) {
     ASSERT_EQ(SaveMusic("/m/a"), 0);
     const auto mapped = [] { return ReadFile("/proc/self/maps").find("-shm") != std::string::npos ? 1 : 0; };
     EXPECT_EQ(mapped(), 1);
-    const pid_t pid = fork();
-    if (pid == 0) _exit(mapped());
-    int status = -1;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
+    EXPECT_EXIT(_exit(mapped()), testing::ExitedWithCode(0), "");
 }
 
 }  // namespace koli::host

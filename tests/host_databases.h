@@ -37,6 +37,15 @@ namespace koli::host {
 using Texts = std::vector<std::string>;
 using namespace test;
 
+/// The values of column v.
+inline Texts Values(Database& database, const std::string& query) {
+    Texts values;
+    const auto rows = database.Query(query);
+    for (int row = 0; rows != nullptr && row < rows->count(); ++row)
+        values.emplace_back(rows->Field(row, "v"));
+    return values;
+}
+
 struct Store : testing::Test, TempDir {
     Store() {
         DatabaseDirectorySet(directory_.c_str());
@@ -46,6 +55,8 @@ struct Store : testing::Test, TempDir {
     }
     ~Store() override { DatabaseDirectorySet(nullptr); }
 
+    static Texts Media(const std::string& query) { return Values(MediaDatabase(), query); }
+    static Texts Photo(const std::string& query) { return Values(PhotoDatabase(), query); }
     /// What another program finds in the media store's file.
     int64_t OutsideNumber(const char* query) const {
         std::string error;
@@ -55,21 +66,6 @@ struct Store : testing::Test, TempDir {
 
     const std::string directory_ = Path("made/for/us");
 };
-
-/// The values of column v.
-inline Texts Values(Database& database, const std::string& query) {
-    Texts values;
-    const auto rows = database.Query(query);
-    for (int row = 0; rows != nullptr && row < rows->count(); ++row)
-        values.emplace_back(rows->Field(row, "v"));
-    return values;
-}
-inline Texts Media(const std::string& query) {
-    return Values(MediaDatabase(), query);
-}
-inline Texts Photo(const std::string& query) {
-    return Values(PhotoDatabase(), query);
-}
 
 /// The photos of a condition, in the platform's list.
 using PhotoList = std::unique_ptr<PhotoPathList, decltype(&FreePhotoPathList)>;

@@ -137,22 +137,16 @@ TEST_F(Services, TimesAreLocal) {
     char changed[32], modified[32];
     KOLIIndexCTimeMTimeGet(file.c_str(), changed, sizeof changed, modified, sizeof modified);
     EXPECT_STREQ(modified, "1970-01-02 02:59:59");
-    char blank[] = " \t\r\n\v\f";
-    StringTrim(blank);
-    EXPECT_STREQ(blank, "");
 }
 
-TEST_F(Services, FitsOrFails) {
+TEST_F(Services, HiddenFoldersAreNamedMadeAndCleaned) {
     char path[4096];
     EXPECT_EQ(KOLIEAPath("/v/Trip/", "S", path, 18), 0);
     EXPECT_STREQ(path, "/v/@eaDir/Trip/S");
     for (const char* bad : {"/v/Trip/1", "/", "", "/v/.."})
         EXPECT_TRUE(KOLIEAPath(bad, "S", path, 17) == -1 && *path == '\0') << bad;
-}
 
-TEST_F(Services, AreMadeFoundAndCleaned) {
     const std::string song = Path("a.mp3"), folder = Path("@eaDir/a.mp3");
-    char path[4096];
     EXPECT_EQ(GetCoverPath(song.c_str(), path, 10, 3, 1, KOLI_COVER_JPEG), 0);
     EXPECT_FALSE(fs::exists(Path("@eaDir")));
     const mode_t mask = umask(0);
@@ -160,15 +154,14 @@ TEST_F(Services, AreMadeFoundAndCleaned) {
     umask(mask);
     EXPECT_EQ(path, folder + "/cover12.png");
     EXPECT_EQ(fs::status(folder).permissions(), fs::perms::all);
-    std::set<std::string> stay = {"cover.jpg", "cover01.jpg", "cover1.jpeg", "Cover1.jpg", "xcover1.jpg"};
-    for (const std::string& name : stay)
-        Write("@eaDir/a.mp3/" + name, "x");
-    Write("@eaDir/a.mp3/cover1.jpg", "x");
-    Write("@eaDir/a.mp3/cover12.png", "x");
+    const std::pair<const char*, bool> covers[] = {
+        {"cover1.jpg", false}, {"cover12.png", false}, {"cover.jpg", true},  {"cover01.jpg", true},
+        {"cover1.jpeg", true}, {"Cover1.jpg", true},   {"xcover1.jpg", true}};
+    for (const auto& [name, stays] : covers)
+        Write("@eaDir/a.mp3/"s + name, "x");
     CleanOldCover(folder.c_str());
-    for (const auto& entry : fs::directory_iterator(folder))
-        EXPECT_EQ(stay.erase(entry.path().filename()), 1U);
-    EXPECT_EQ(stay.size(), 0U);
+    for (const auto& [name, stays] : covers)
+        EXPECT_EQ(fs::exists(folder + "/" + name), stays) << name;
 }
 
 TEST_F(Services, NeverLeaveTheShareByALink) {

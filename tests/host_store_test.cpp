@@ -103,27 +103,22 @@ TEST_F(Store, DeletesAFolderAndLeavesItsSiblings) {
 }
 
 TEST_F(Store, AlbumsHoldTruthValuesAndTakeTheirRightsWithThem) {
-    const auto insert = [&](const std::string& id, const std::string& name, const std::string& is_public,
-                            const std::string& is_subdir) {
-        return PhotoDBExec(("Insert into photo_share values(" + id + ", '" + name + "', '', '', '" +
-                            is_public + "', 0, '', 'true', '" + is_subdir + "', '1');")
-                               .c_str());
-    };
-    EXPECT_EQ(insert("1", "Trip", "true", "false"), 1);
-    EXPECT_EQ(insert("2", "Trip/\xE9''\\", "0", "1"), 1);
-    EXPECT_EQ(insert("3", "Tri_/x", "No", "yes"), 1);
-    EXPECT_EQ(insert("4", "Trip", "true", "false"), -1);    // the name is taken
-    EXPECT_EQ(insert("4", "Other", "maybe", "false"), -1);  // no truth value
-    EXPECT_EQ(PhotoDBExec("Update photo_share set updated = '0'; Delete from photo_share"), -1);
+    const std::pair<const char*, int> statements[] = {
+        {"Insert into photo_share values(1, 'Trip', '', '', 'true', 0, '', 'true', 'false', '1');", 1},
+        {"Insert into photo_share values(2, 'Trip/\xE9''\\', '', '', '0', 0, '', 'true', '1', '1');", 1},
+        {"Insert into photo_share values(3, 'Tri_/x', '', '', 'No', 0, '', 'true', 'yes', '1');", 1},
+        {"Insert into photo_share values(4, 'Trip', '', '', 'true', 0, '', 'true', 'false', '1');", -1},
+        {"Insert into photo_share values(4, 'Other', '', '', 'maybe', 0, '', 'true', 'false', '1');", -1},
+        {"Update photo_share set updated = '0'; Delete from photo_share", -1},
+        {"Update photo_share set title = public||enabled||is_subdir||updated", 3},
+        {"Update photo_share set public = 'true' where enabled = 'yes' and is_subdir = 't'", 2},
+        {"Update photo_share set is_subdir = lower('FALSE') where shareid = '3'", 1},
+        {"Update photo_share set updated = '0' where sharename like 'Trip/%'", 1}};
+    for (const auto& [statement, result] : statements)
+        EXPECT_EQ(PhotoDBExec(statement), result) << statement;
     EXPECT_EQ(log_lines, 3);
-    EXPECT_EQ(Photo("SELECT sharename||':'||public||'/'||enabled||'/'||is_subdir||'/'||updated AS v FROM "
-                    "photo_share ORDER BY shareid"),
-              (Texts{"Trip:t/t/f/1", "Trip/\xE9'\\:f/t/t/1", "Tri_/x:f/t/t/1"}));
-
-    EXPECT_EQ(PhotoDBExec("Update photo_share set public = 'true' where enabled = 'yes' and is_subdir = 't'"),
-              2);
-    EXPECT_EQ(PhotoDBExec("Update photo_share set is_subdir = lower('FALSE') where shareid = '3'"), 1);
-    EXPECT_EQ(PhotoDBExec("Update photo_share set updated = '0' where sharename like 'Trip/%'"), 1);
+    EXPECT_EQ(Photo("SELECT sharename||':'||title||'/'||public||is_subdir AS v FROM photo_share"),
+              (Texts{"Trip:ttf1/tf", "Trip/\xE9'\\:ftt1/tt", "Tri_/x:ftt1/tf"}));
     KOLIDBRows* rows = PhotoInfoDBOpen(KOLI_PHOTO_SHARE, "*", "shareid > 0", 0, "shareid desc", 1, 0);
     ASSERT_EQ(KOLIDBFetchRow(rows->result, &rows->row), 0);
     EXPECT_STREQ(KOLIDBFetchField(rows->result, rows->row, "is_subdir"), "f");

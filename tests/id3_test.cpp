@@ -93,8 +93,8 @@ TEST_F(Id3, EndsTheScanWhereTheTagDoesNotLeadOn) {
 }
 
 TEST_F(Id3, FallsBackToTheTrailerFieldByField) {
-    const std::string full(30, 'f');
-    const std::string trailer = Trailer(" T ", full, "   ", "1999", Padded("Words", 28, ' ') + "\0\7"s, 17);
+    const std::string full(30, 'f'), blank = " \t\r\n\v\f", title = blank + "T" + blank;
+    const std::string trailer = Trailer(title, full, blank, "1999", Padded("Words", 28, ' ') + "\0\7"s, 17);
     EXPECT_EQ(Summary(Parse("", trailer)), "T|" + full + "||Rock||Words|1999|7|0");
     EXPECT_EQ(Summary(Parse(Tag(Text("TPE1", "v2") + Text("TRCK", "A")), trailer)),
               "T|v2||Rock||Words|1999|0|0");

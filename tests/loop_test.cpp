@@ -21,8 +21,7 @@ namespace koli::test {
 const Lines kRun{"ProcessIndexQueue"};
 const Lines kVacuumRun{"MediaDBVacuum", "PhotoDBVacuum", "ProcessIndexQueue"};
 
-class Loop : public Fixture {
-  protected:
+struct Loop : Fixture {
     Loop() {
         dirty = 0;
         dirty_seen = 0;

@@ -16,20 +16,15 @@
 
 namespace koli::test {
 
-constexpr timespec kForever{30, 0};  // a sleep that lasts is not cut short by what the test expects
-
 struct Probe : Fixture {
+    static void CountSleep(const timespec&, const sigset_t&) { ++sleeps_; }
     ~Probe() override {
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // no child is left
         EXPECT_EQ(errno, ECHILD);
     }
     WatchSettings settings_;
+    static inline int sleeps_;
 };
-
-int sleeps;
-void CountSleep(const timespec&, const sigset_t&) {
-    ++sleeps;
-}
 
 template <typename Body>
 pid_t StartChild(Body body) {
@@ -68,10 +63,10 @@ TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
     settings_.sleep = CountSleep;
     const pid_t running = StartChild([] { pause(); }), reaped_elsewhere = StartChild([] { _exit(0); });
     waitpid(reaped_elsewhere, nullptr, 0);
-    sleeps = 0;
+    sleeps_ = 0;
     for (const pid_t pid : {running, reaped_elsewhere})
         EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
-    EXPECT_EQ(sleeps, 2 * 902);
+    EXPECT_EQ(sleeps_, 2 * 902);
     const std::string too_long = " exceeded max loop count: 901, sec: 0, nsec: 100000000.";
     EXPECT_EQ(fake.log, (Lines{Process(crashed, " killed by signal 9"), "metamedia:# Bad parameters.",
                                "metamedia:# Bad parameters.", Process(running, too_long),
@@ -79,11 +74,18 @@ TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
 }
 
 int requests;
-TEST_F(Probe, SignalsCutTheSleepAndEverythingIsAsBefore) {
-    settings_.interval = kForever;
+TEST_F(Probe, AnEndedChildAndSignalsCutTheSleepAndEverythingIsAsBefore) {
+    settings_.interval = {30, 0};
+    signal(SIGCHLD, SIG_IGN);  // as a careless parent leaves it
+    alarm(20);                 // less than the shortest wait
+    MediaInfo record{};
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(GuardedProbeRun(
+                      "/none", &record, [](const char*, MediaInfo*) { return 0; }, settings_),
+                  0);
+    alarm(0);
     settings_.poll_limit = 0;  // the second poll kills
     signal(SIGUSR1, [](int) { ++requests; });
-    signal(SIGCHLD, SIG_IGN);  // as a careless parent leaves it
     const pid_t parent = getpid();
     requests = 0;
     const pid_t pid = StartChild([=] {
@@ -124,16 +126,6 @@ TEST_F(Probe, IsJudgedByTheTwoFilesOfTheMoment) {
     settings_.sleep = CountSleep;
     EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
     EXPECT_EQ(fake.log, Lines{Process(pid, " exceeded max memory usage.")});
-}
-
-TEST_F(Probe, ReturnsAsSoonAsTheChildHasEnded) {
-    settings_.interval = kForever;
-    const ProbeFunction nothing = [](const char*, MediaInfo*) { return 0; };
-    MediaInfo record{};
-    alarm(20);  // less than the shortest wait
-    for (int i = 0; i < 100; ++i)
-        ASSERT_EQ(GuardedProbeRun("/none", &record, nothing, settings_), 0);
-    alarm(0);
 }
 
 TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {

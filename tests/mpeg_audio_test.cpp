@@ -18,7 +18,6 @@ struct Opened {
     }
     ~Opened() { CachedFileClose(&reader); }
     Opened(const Opened&) = delete;
-    Opened& operator=(const Opened&) = delete;
     const std::string path;
     CachedFileReader reader;
     MpegHeaderInfo header{};

@@ -24,8 +24,7 @@ TEST_F(Photo, AJpegBringsItsExifValuesAndOthersTheirSizeOnly) {
     ASSERT_EQ(PhotoMediaAdd(path.c_str()), 0);
     ASSERT_EQ(PhotoMediaAdd(png.c_str()), 0);
     EXPECT_EQ(PhotoMediaAdd(Write("@eaDir/x.jpg", "x").c_str()), 0);
-    EXPECT_EQ(PhotoMediaAdd("/gone.jpg"), -1);
-
+    EXPECT_EQ(fake.log, Lines{});
     ASSERT_EQ(fake.media.size(), 2U);
     const MediaInfo& record = fake.media[0].second;
     EXPECT_EQ(fake.media[0].first, kStorePhoto);
@@ -35,9 +34,7 @@ TEST_F(Photo, AJpegBringsItsExifValuesAndOthersTheirSizeOnly) {
     EXPECT_EQ(record.iso_speed, 200);
     EXPECT_EQ(Figures(record), "0 0 0 0 0x8000 0");
     EXPECT_EQ(Figures(fake.media[1].second), "0 0 0 0 3x4 0");
-}
 
-TEST_F(Photo, AnAlbumNameThatDoesNotFitIsTold) {
     EXPECT_EQ(PhotoMediaAdd(Write(std::string(254, 'd') + "/a.png", "x").c_str()), 0);
     EXPECT_EQ(fake.log, Lines{"photo (#) Impossible error."});
 }
@@ -48,14 +45,18 @@ TEST_F(Photo, FillsTheRecordFromNamesFileAndExif) {
     Write("Trip/@eaDir/a.b.jpg/KOLIPHOTO:DESC", "By the sea\nline 2");
     ASSERT_EQ(PhotoLibraryAdd(path.c_str(), kModeUpdate), 0);
 
-    ASSERT_EQ(fake.photos.size(), 1U);
-    const auto& [mode, record] = fake.photos[0];
+    const auto& [mode, record] = fake.photos.at(0);
     EXPECT_EQ(mode, 5);
     const Lines texts = {record.path,   record.name,         record.title,     record.description,
                          record.folder, record.camera_model, record.date_taken};
     EXPECT_EQ(texts, (Lines{path, "a.b.jpg", "a.b", "By the sea\n", "Trip", "M", "2009:03:05 07:08:09"}));
     EXPECT_EQ(record.width, 8000);
     EXPECT_EQ(record.file_size, static_cast<int64_t>(bytes.size()));
+
+    // One without a date gets the file's, and no size beyond the bound.
+    ASSERT_EQ(PhotoLibraryAdd(Write("a.png", Png(8001, 20)).c_str(), kModeAdd), 0);
+    const PhotoRecord& dateless = fake.photos.at(1).second;
+    EXPECT_TRUE(*dateless.date_taken != '\0' && dateless.width == 0 && dateless.height == 20);
 }
 
 TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
@@ -67,7 +68,6 @@ TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
         fake.calls.clear();
         PhotoLibraryAdd(path.c_str(), kModeAdd);
         EXPECT_STREQ(fake.photos.back().second.title, "Sunset");
-        EXPECT_EQ(fake.calls[0], "PhotoInfoDBSave 1 " + path);
         EXPECT_EQ(access(title.c_str(), F_OK) == 0, *failing != '\0') << failing;
         EXPECT_EQ(access(empty.c_str(), F_OK) == 0, *failing != '\0') << failing;
     }
@@ -75,13 +75,6 @@ TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
     const std::string title = Write("@eaDir/empty.jpg/KOLIPHOTO:TITLE", "of a file that never enters");
     EXPECT_EQ(PhotoLibraryAdd(Write("empty.jpg", "").c_str(), kModeAdd), -1);
     EXPECT_NE(access(title.c_str(), F_OK), 0);
-}
-
-TEST_F(Photo, APictureWithoutDateGetsTheFilesAndNoSizeBeyondTheBound) {
-    ASSERT_EQ(PhotoLibraryAdd(Write("a.png", Png(8001, 20)).c_str(), kModeAdd), 0);
-    const PhotoRecord& record = fake.photos.at(0).second;
-    EXPECT_STRNE(record.date_taken, "");
-    EXPECT_TRUE(record.width == 0 && record.height == 20);
 }
 
 TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {
@@ -104,9 +97,7 @@ TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {
 }
 
 TEST_F(Photo, DispatchesByModeAndKind) {
-    const std::string photo = Write("a.jpg", "x");
-    const std::string video = Write("a.mp4", "x");
-    const std::string plain = Write("a.avi", "x");
+    const std::string photo = Write("a.jpg", "x"), video = Write("a.mp4", "x"), plain = Write("a.avi", "x");
     const std::string convert = "KLIBExec /usr/koli/bin/koliflvconv -f ";
     const std::tuple<std::string, int, int, Lines> cases[] = {
         {photo, kModeAdd, 0, {"PhotoInfoDBSave 1 " + photo}},

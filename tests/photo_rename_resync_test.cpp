@@ -13,8 +13,7 @@ using PhotoPathRenameTest = PhotoFixture;
 using PhotoFolderResyncTest = PhotoFixture;
 
 TEST_F(PhotoPathRenameTest, RowsFollowAFolderAndAPicture) {
-    const std::string folder = MakeDir("b.d");
-    const std::string photo = MakeFile("c.jpg");
+    const std::string folder = MakeDir("d.jpg"), photo = MakeFile("c.jpg");
     fake.rows["photo 0 path like '/p/o''\\_/%'"] = {{{"path", "/p/o'_/x.jpg"}}};
     fake.rows["photo 0 path like '/p/a.jpg%'"] = {{{"path", "/p/a.jpg"}}};
     fake.rows["photo 0 path like '" + photo + "%'"] = {{{"path", photo}}};
@@ -31,18 +30,16 @@ TEST_F(PhotoPathRenameTest, RowsFollowAFolderAndAPicture) {
     EXPECT_EQ(fake.calls.back(), "PhotoInfoDBDelete /p/a.jpg");
     fake.failing = {"KOLIUpdatePhotoPath"};
     EXPECT_EQ(PhotoPathRename(folder.c_str(), "/p/a.jpg", 0), -1);
-    EXPECT_EQ(fake.log, Lines{"photo_index (#) Failed to rename to new path."});
-}
 
-TEST_F(PhotoPathRenameTest, WithoutRowsTheNewPathIsIndexed) {
-    const std::string photo = MakeFile("c.jpg"), folder = MakeDir("d.jpg");
-    EXPECT_EQ(PhotoPathRename(photo.c_str(), "/p/a.jpg", 0), 0);
+    // Without rows the new path is indexed.
+    EXPECT_EQ(PhotoPathRename(photo.c_str(), "/p/b.jpg", 0), 0);
     EXPECT_EQ(fake.calls.back(), "PhotoInfoDBSave 1 " + photo);
     EXPECT_EQ(PhotoPathRename(folder.c_str(), "/p/a", 1), 0);
     EXPECT_EQ(fake.calls.back(), "IndexWalk " + folder + " 1 2");
     EXPECT_EQ(PhotoPathRename("/p/c.mp4", "/p/a.mp4", 0), -1);
     EXPECT_EQ(PhotoPathRename("/p/a.mp4", "", 0), -1);
-    EXPECT_EQ(fake.log, Lines{"photo_index (#) Bad parameter."});
+    EXPECT_EQ(fake.log,
+              (Lines{"photo_index (#) Failed to rename to new path.", "photo_index (#) Bad parameter."}));
 }
 
 TEST_F(PhotoPathRenameTest, MovesTheFirstOccurrenceAndNeverCuts) {
