@@ -76,14 +76,13 @@ TEST(ImageSize, IsToldByContentAndNeverFromACutHeader) {
 }
 
 TEST(ImageSize, RefusesDamagedAndImpossibleHeaders) {
-    const std::string short_segment("\xff\xe2\0\1", 4), wild = Le(~uint64_t{0}, 8);
+    const std::string segment("\xff\xe2\0\1", 4), wild = Le(~uint64_t{0}, 8);
     const std::string big_tiff = "II" + Le(43, 2) + Le(8, 2) + Le(0, 2);
     for (const std::string& bytes :
          {std::string("text"), Png(0, 1), Png(1, 0), Png(0x80000000, 1), Png(1, 0xFFFFFFFF), Tiff(Le, 2),
           Psd(3), Bmp(40, Le(0xFFFFFFFF, 4) + Le(480, 4)), Bmp(40, Le(640, 4) + Le(0x80000000, 4)),
           Jpeg(0xDA), Bmp(13, Le(640, 4) + Le(480, 4)), Ico({}), Ico({"\x20\x20", "\x10"}).substr(0, 23),
-          Jpeg(0xD9), Jpeg(0xC0, short_segment), Jpeg(0xC0, "x"), Tiff(Le).substr(0, 4) + wild,
-          big_tiff + wild})
+          Jpeg(0xD9), Jpeg(0xC0, segment), Jpeg(0xC0, "x"), Tiff(Le).substr(0, 4) + wild, big_tiff + wild})
         EXPECT_EQ(SizeOf(bytes), "-") << testing::PrintToString(bytes);
     int width = 0, height = 0;
     for (const char* path : {"/", "/dev/zero", "/gone", static_cast<const char*>(nullptr)})

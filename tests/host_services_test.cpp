@@ -36,11 +36,9 @@ TEST_F(Services, LastLineOfAKeyWins) {
     const std::string file =
         Write("a.conf", "# a=0\na = 1\r\n\tq=\" x y \"\n a=2 \nab=3\nempty=\nb=\"\n  #c=1\nlong=" +
                             std::string(20, 'v') + "\nover=" + std::string(40000, 'v') + "\nlast=yes");
-    for (const auto& [key, value] : {std::pair{"a", "1:2"},
-                                     {"q", "5: x y "},
-                                     {"empty", "0:"},
-                                     {"b", "1:\""},
-                                     {"long", "20:vvvvvvvvvvvvvvv"}})
+    const std::pair<const char*, const char*> values[] = {
+        {"a", "1:2"}, {"q", "5: x y "}, {"empty", "0:"}, {"b", "1:\""}, {"long", "20:vvvvvvvvvvvvvvv"}};
+    for (const auto& [key, value] : values)
         EXPECT_EQ(ValueOf(file, key), value);
     EXPECT_EQ(ValueOf(file, "last", 3), "3:ye");
     for (const char* key : {"c", "A", "", "#c", "# a", "over"})

@@ -119,9 +119,8 @@ TEST_F(MetaVideo, ZerosBeforeTheNextFrameAreCountedAtTheHeadOfTheFile) {
             "x" + head + std::string(627 - head.size() - 1, 'x') + std::string(zeros, '\0') + "x";
         bytes += kMpeg1Packet + "\xff\xf2" + Frame();
         const std::string follower = Frame(0xFFFDA000, 'b');
-        for (const size_t distance : {zeros, zeros + 1})
-            EXPECT_EQ(Read(bytes + std::string(distance, 'c') + follower).find(" 192000 ") < 20,
-                      distance == zeros);
+        for (const size_t gap : {zeros, zeros + 1})
+            EXPECT_EQ(Read(bytes + std::string(gap, 'c') + follower).find(" 192000 ") < 20, gap == zeros);
     }
 }
 

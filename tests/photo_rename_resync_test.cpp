@@ -44,10 +44,8 @@ TEST_F(PhotoPathRenameTest, RowsFollowAFolderAndAPicture) {
 
 TEST_F(PhotoPathRenameTest, MovesTheFirstOccurrenceAndNeverCuts) {
     const std::string tail(3000, 'x');
-    fake.rows["photo 2 path like '/p/x%'"] = {{{"path", "/p/x/p/x/v.avi"}},
-                                              {{"path", "/other"}},
-                                              {{"path", "/p/x/" + tail}},
-                                              {{"path", "/p/x/it's"}}};
+    for (const std::string& path : {"/p/x/p/x/v.avi"s, "/other"s, "/p/x/" + tail, "/p/x/it's"s})
+        fake.rows["photo 2 path like '/p/x%'"].push_back({{"path", path}});
     const std::string to = "/" + std::string(1500, 'y');  // the third would not fit
     EXPECT_EQ(VideoDescPathRename(2, to.c_str(), "/p/x"), 0);
     const std::string update = "KOLIDBExecute Update video_comment set path = '" + to;
@@ -57,7 +55,7 @@ TEST_F(PhotoPathRenameTest, MovesTheFirstOccurrenceAndNeverCuts) {
 }
 
 TEST_F(PhotoFolderResyncTest, RefreshesTheKnownAddsTheNewAndSweeps) {
-    for (const char* name : {"b.jpg", "a.jpg", "c.mp4", "n.jpg", "m.jpg", ".hidden.jpg", "bare", "sub/s.jpg",
+    for (const char* name : {"b.jpg", "a.jpg", "c.mp4", "n.jpg", "m.jpg", ".h.jpg", "bare", "sub/s.jpg",
                              "@eaDir/e.jpg", "#recycle/r.jpg", "sub/my@eaDir/e.jpg", ".dir/h.jpg"})
         MakeFile(name);
     ASSERT_EQ(symlink(top_.c_str(), In("sub/up").c_str()), 0);

@@ -126,10 +126,8 @@ TEST_F(PhotoShare, ARenamedAlbumTakesItsSubAlbumsAlong) {
                "'/var/services/photo/B/') WHERE sharename='B'",
                "PhotoInfoDBOpen photo 3 sharename like 'A''\\_/%'",
                "PhotoDBExec Update photo_share set sharename = 'B/x' where sharename = 'A''_/x'"}));
-}
 
-TEST_F(PhotoShare, ARenameWithoutAnAlbumCreatesOne) {
-    fake.results.clear();
+    fake.results.clear();  // without an album, one is created
     const std::string path = MakeDir("B");
     EXPECT_EQ(PhotoShareRename(path.c_str(), In("A").c_str()), -1);
     EXPECT_EQ(fake.calls.back(), Insert("B"));
