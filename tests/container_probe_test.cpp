@@ -57,8 +57,7 @@ TEST_F(ContainerProbe, ReadsFormatsAndTags) {
          "Title|" + std::string(kTextSize - 1, 'a') + "||||2004|7|0"},
         {"b.wav", Wav(6, 1, 8000, 8, odd_tags), "1 64000 8000 1 0x0 ", "preset|folder||||1|2147483647|0"},
         {"c.wav", Wav(6, 1, 8000, 8, ""), "1 64000 8000 1 0x0 ", "preset|folder||||1|0|0"},
-        {"a.avi", Avi(tags), "1 0 0 0 16x8 ",
-         "Title|folder||||2004|7|0"}};  // a video keeps its folder's name
+        {"a.avi", Avi(tags), "1 0 0 0 16x8 ", "Title|folder||||2004|7|0"}};
     for (const auto& [name, bytes, figures, names] : cases) {
         MediaInfo record{};
         record.year = 1;
