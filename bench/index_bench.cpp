@@ -1,139 +1,212 @@
-// Times the indexer in one process, without the daemon's ten-second tick, and prints ratios to a bare loop.
+// Times the indexer over a folder of one kind of files, in one process and without the daemon's ten-second
+// tick, beside bare loops over the same files:
 //
-//   index_bench music DIR     every file below DIR through the walk, beside the bare loop for MP3 files
-//   index_bench photo DIR     the same for JPEG files, media store and photo library both
-//   index_bench walk DIR      one pass, for counting system calls and peak memory from outside
-//   index_bench delete DIR    removing one folder of a large table
+//   index_bench KIND DIR      mp3, photo, flac, aiff, m4a, m4a-probe or dat
+//   index_bench walk DIR      one pass, for counting system calls from outside
 //
-// The databases lie in a directory of their own below $TMPDIR.  Each figure is the median of five passes.
-#include <sys/resource.h>
+// Each figure is the median of several passes over files in the page cache; the stores lie below $TMPDIR.
+#include <strings.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "base/features.h"
-#include "bench/bare_loop.h"
+#include "base/log.h"
+#include "bench/bare_reader.h"
+#include "bench/bare_rows.h"
+#include "bench/measure.h"
 #include "index/directory.h"
-#include "platform/host/database_groups.h"
+#include "index/index_mode.h"
+#include "index/util.h"
 #include "platform/kolidb.h"
+#include "video/mp4.h"
 
 namespace koli::bench {
 namespace {
 
-constexpr int kPasses = 5;
+constexpr int kPasses = 7;
 
-std::string FreshDirectory(const char* name) {
-    const char* base = getenv("TMPDIR");
-    const std::filesystem::path dir =
-        std::filesystem::path(base != nullptr ? base : "/tmp") / "koli-index-bench" / name;
-    std::filesystem::remove_all(dir);
-    std::filesystem::create_directories(dir);
-    return dir.string();
+using Paths = std::vector<std::string>;
+
+/// One kind of files, and what its bare loops do with each.
+struct Kind {
+    const char* name;
+    const char* extension;
+    const char* calls;  // what `read` does, for people
+    void (*read)(const char* path);
+    int rows;  // that the indexer keeps of a file
+    bool is_probe;
+    void (*index)(const std::string& dir);
+};
+
+Paths FilesBelow(const std::string& dir, const char* extension) {
+    Paths paths;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir)) {
+        std::string path = entry.path().string();
+        const size_t length = strlen(extension);
+        if (path.size() > length && strcasecmp(path.c_str() + path.size() - length, extension) == 0 &&
+            entry.is_regular_file())
+            paths.push_back(std::move(path));
+    }
+    return paths;
 }
 
-double Median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-long CountFiles(const std::string& dir) {
-    long count = 0;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir))
-        count += entry.is_regular_file();
-    return count;
-}
-
-/// Indexes `dir` and puts the rows on the disk, as a queue run does.
-double IndexOnce(const std::string& dir) {
-    const double start = Now();
-    IndexWalk(dir.c_str(), 1, 3);
+void Walk(const std::string& dir) {
+    IndexWalk(dir.c_str(), kModeAdd, kWalkMediaStore | kWalkPhotoLibrary);
     KOLIDBSync();
-    return Now() - start;
 }
 
-long PeakKilobytes() {
-    rusage usage;
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss;
+/// The handler of MP4 music but for its probe.
+void IndexMp4WithoutProbe(const std::string& dir) {
+    for (const std::string& path : FilesBelow(dir, ".m4a")) {
+        MediaInfo record{};
+        const int result = Mp4InfoFill(path.c_str(), &record);
+        SaveMediaInfo(kStoreMusic, record, result, LogSite("bench"), "%s (%d) Not saved: %s");
+    }
+    KOLIDBSync();
 }
 
-int Compare(const std::string& dir, const char* bare_name,
-            const std::function<Pass(const std::string&, const std::string&)>& bare) {
-    const long files = CountFiles(dir);
-    std::vector<double> first, again, loop;
-    Pass last;
+constexpr Kind kKinds[] = {
+    {"mp3", ".mp3", "16 KB reads, memmem", ReadMp3, 1, false, Walk},
+    {"photo", ".jpg", "EXIF loader, header size", ReadPhoto, 2, false, Walk},
+    {"flac", ".flac", "libFLAC, two calls", ReadFlac, 1, false, Walk},
+    {"aiff", ".aiff", "AIFF reader", ReadAiff, 1, false, Walk},
+    {"m4a", ".m4a", "MP4 reader", ReadMp4, 1, false, IndexMp4WithoutProbe},
+    {"m4a-probe", ".m4a", "MP4 reader, FFmpeg unguarded", ReadMp4AndProbe, 1, true, Walk},
+    {"dat", ".dat", "MPEG parser", ReadMpegVideo, 1, false, Walk},
+};
+
+/// The passes over a folder, in turns, so that what else the machine does hits all alike.
+struct Comparison {
+    std::vector<Pass> calls;      // the reader's own calls
+    std::vector<Pass> with_rows;  // and the rows by a bare upsert
+    std::vector<Pass> first;      // indexed into empty stores
+    std::vector<Pass> again;      // the same files once more
+    bool wrote_again = false;
+};
+
+/// `rows` is null for the calls alone.
+void BareLoop(const Kind& kind, const std::string& dir, BareRows* rows) {
+    for (const std::string& path : FilesBelow(dir, kind.extension)) {
+        kind.read(path.c_str());
+        for (int i = 0; rows != nullptr && i < kind.rows; ++i)
+            rows->Upsert(path + static_cast<char>('0' + i));
+    }
+    if (rows != nullptr) rows->Commit();
+}
+
+Pass MeasureBare(const Kind& kind, const std::string& dir, bool with_rows) {
+    const auto measure = [&] {
+        std::unique_ptr<BareRows> rows;
+        if (with_rows) rows = std::make_unique<BareRows>(StoreDirectory() + "/bare.db");
+        return Measure([&] { BareLoop(kind, dir, rows.get()); });
+    };
+    // A probe leaves much on the heap, which each later child of this process would copy.
+    return kind.is_probe ? InChild(measure) : measure();
+}
+
+Comparison RunPasses(const Kind& kind, const std::string& dir) {
+    Comparison result;
+    const auto index = [&] { kind.index(dir); };
+    FreshStores();
+    index();  // covers and the page cache are then as they stay
     for (int pass = 0; pass < kPasses; ++pass) {
-        last = bare(dir, FreshDirectory("bare") + "/bare.db");
-        loop.push_back(last.seconds);
-        host::DatabaseDirectorySet(FreshDirectory("store").c_str());
-        first.push_back(IndexOnce(dir));
-        again.push_back(IndexOnce(dir));
+        FreshStores();
+        result.calls.push_back(MeasureBare(kind, dir, false));
+        result.with_rows.push_back(MeasureBare(kind, dir, true));
+        result.first.push_back(Measure(index));
+        Observer media("media.db"), photo("photo.db");
+        result.again.push_back(Measure(index));
+        result.wrote_again |= media.HasBeenWritten() || photo.HasBeenWritten();
     }
-    const double each = 1e6 / static_cast<double>(files);
-    printf("%-28s %8ld files %9.1f us each  %.1f MB read\n", bare_name, last.files,
-           Median(loop) * 1e6 / static_cast<double>(last.files), last.megabytes);
-    printf("%-28s %8ld files %9.1f us each  ratio %.2f\n", "indexed, empty database", files,
-           Median(first) * each, Median(first) / Median(loop));
-    printf("%-28s %8ld files %9.1f us each  ratio %.2f\n", "indexed again, unchanged", files,
-           Median(again) * each, Median(again) / Median(loop));
-    printf("%-28s %8ld KB\n", "peak memory", PeakKilobytes());
+    return result;
+}
+
+// ---- Printing
+
+void PrintLine(const char* what, const std::vector<Pass>& passes, size_t files, const Comparison& beside) {
+    const double seconds = MedianSeconds(passes);
+    const auto count = static_cast<double>(files);
+    printf("  %-38s %8.1f %8.0f %8.1f %9.2f %9.2f\n", what, seconds / count * 1e6, count / seconds,
+           MedianBytes(passes) / count / 1e3, seconds / MedianSeconds(beside.calls),
+           seconds / MedianSeconds(beside.with_rows));
+}
+
+void PrintRows() {
+    Observer media("media.db"), photo("photo.db");
+    printf("  rows: music %ld (%ld with a cover), video %ld, photo %ld, photo library %ld\n",
+           media.Number("SELECT count(*) FROM music"),
+           media.Number("SELECT count(*) FROM music WHERE has_cover <> 0"),
+           media.Number("SELECT count(*) FROM video"), media.Number("SELECT count(*) FROM photo"),
+           photo.Number("SELECT count(*) FROM photo_info"));
+}
+
+double MeanSize(const Paths& paths) {
+    double sum = 0;
+    for (const std::string& path : paths)
+        sum += static_cast<double>(std::filesystem::file_size(path));
+    return sum / static_cast<double>(paths.size());
+}
+
+/// What is read of a picture must not grow with its size: the smaller half of them and the larger half.
+void PrintBytesBySize(const Kind& kind, const std::string& dir) {
+    Paths paths = FilesBelow(dir, kind.extension);
+    std::sort(paths.begin(), paths.end(), [](const std::string& left, const std::string& right) {
+        return std::filesystem::file_size(left) < std::filesystem::file_size(right);
+    });
+    const auto middle = paths.begin() + static_cast<Paths::difference_type>(paths.size() / 2);
+    for (const Paths& half : {Paths(paths.begin(), middle), Paths(middle, paths.end())}) {
+        FreshStores();
+        const Pass pass = Measure([&] {
+            for (const std::string& path : half)
+                Walk(path);
+        });
+        printf("  of files of %6.0f KB on average, %5.1f KB each are read\n", MeanSize(half) / 1e3,
+               pass.bytes / static_cast<double>(half.size()) / 1e3);
+    }
+}
+
+int Compare(const Kind& kind, const std::string& dir) {
+    const Paths paths = FilesBelow(dir, kind.extension);
+    if (paths.empty()) Fail(dir.c_str());
+    const Comparison result = RunPasses(kind, dir);
+    printf("%s: %zu files of %.0f KB on average\n", kind.name, paths.size(), MeanSize(paths) / 1e3);
+    printf("  %-38s %8s %8s %8s %9s %9s\n", "", "us each", "files/s", "KB read", "to calls", "to rows");
+    PrintLine(kind.calls, result.calls, paths.size(), result);
+    PrintLine(kind.rows == 1 ? "and one bare row" : "and two bare rows", result.with_rows, paths.size(),
+              result);
+    PrintLine("indexed, empty stores", result.first, paths.size(), result);
+    PrintLine("indexed again, unchanged", result.again, paths.size(), result);
+    PrintRows();
+    printf("  indexed again: %s\n",
+           result.wrote_again ? "THE STORES WERE WRITTEN" : "nothing was written to the stores");
+    if (kind.rows > 1) PrintBytesBySize(kind, dir);
     return 0;
 }
 
-int WalkOnce(const std::string& dir) {
-    host::DatabaseDirectorySet(FreshDirectory("store").c_str());
-    const double seconds = IndexOnce(dir);
-    const long files = CountFiles(dir);
-    printf("%ld files, %.3f s, %.1f us each, peak %ld KB\n", files, seconds,
-           seconds * 1e6 / static_cast<double>(files), PeakKilobytes());
-    return 0;
-}
-
-void FillRows(const char* folder, int count) {
-    MediaInfo record{};
-    for (int i = 0; i < count; ++i) {
-        snprintf(record.path, sizeof record.path, "%s/%08d.mp3", folder, i);
-        snprintf(record.title, sizeof record.title, "Title %d", i);
-        MediaInfoDBSave(kStoreMusic, &record);
+int Run(const std::string& mode, const std::string& dir) {
+    support_photo = 1;
+    if (mode == "walk") {
+        FreshStores();
+        Walk(dir);
+        return 0;
     }
-}
-
-/// A folder of 1000 rows is removed from tables of growing size: the cost must stay that of the folder.
-int DeleteFolder() {
-    for (const int others : {1000, 10000, 100000}) {
-        host::DatabaseDirectorySet(FreshDirectory("store").c_str());
-        FillRows("/volume1/music/keep", others);
-        std::vector<double> seconds;
-        for (int pass = 0; pass < kPasses; ++pass) {
-            FillRows("/volume1/music/gone", 1000);
-            KOLIDBSync();
-            const double start = Now();
-            MediaInfoDBDelete(kStoreBelowDirectory, "/volume1/music/gone");
-            KOLIDBSync();
-            seconds.push_back(Now() - start);
-        }
-        printf("remove a folder of 1000 beside %6d rows: %7.2f ms\n", others, Median(seconds) * 1e3);
-    }
-    return 0;
+    for (const Kind& kind : kKinds)
+        if (mode == kind.name) return Compare(kind, dir);
+    fprintf(stderr, "index_bench: no such kind: %s\n", mode.c_str());
+    return 2;
 }
 
 }  // namespace
 }  // namespace koli::bench
 
 int main(int argc, char** argv) {
-    using namespace koli::bench;
-    const std::string mode = argc > 1 ? argv[1] : "";
-    koli::support_photo = 1;
-    if (mode == "delete") return DeleteFolder();
-    if (argc == 3 && mode == "music") return Compare(argv[2], "bare loop (MP3)", Mp3BareLoop);
-    if (argc == 3 && mode == "photo") return Compare(argv[2], "bare loop (EXIF, size)", PhotoBareLoop);
-    if (argc == 3 && mode == "walk") return WalkOnce(argv[2]);
-    fprintf(stderr, "usage: index_bench music|photo|walk DIR | index_bench delete\n");
+    if (argc == 3) return koli::bench::Run(argv[1], argv[2]);
+    fprintf(stderr, "usage: index_bench KIND|walk DIR\n");
     return 2;
 }
