@@ -39,7 +39,7 @@ struct Kind {
     const char* extension;
     const char* calls;  // what `read` does, for people
     void (*read)(const char* path);
-    int rows;  // that the indexer keeps of a file
+    int stores;  // that the indexer keeps a file in; each looks at the file for itself
     bool is_probe;
     void (*index)(const std::string& dir);
 };
@@ -84,7 +84,7 @@ constexpr Kind kKinds[] = {
 /// The passes over a folder, in turns, so that what else the machine does hits all alike.
 struct Comparison {
     std::vector<Pass> calls;      // the reader's own calls
-    std::vector<Pass> with_rows;  // and the rows by a bare upsert
+    std::vector<Pass> with_rows;  // the same for each store, with a row by a bare upsert
     std::vector<Pass> first;      // indexed into empty stores
     std::vector<Pass> again;      // the same files once more
     bool wrote_again = false;
@@ -93,9 +93,11 @@ struct Comparison {
 /// `rows` is null for the calls alone.
 void BareLoop(const Kind& kind, const std::string& dir, BareRows* rows) {
     for (const std::string& path : FilesBelow(dir, kind.extension)) {
-        kind.read(path.c_str());
-        for (int i = 0; rows != nullptr && i < kind.rows; ++i)
+        if (rows == nullptr) kind.read(path.c_str());
+        for (int i = 0; rows != nullptr && i < kind.stores; ++i) {
+            kind.read(path.c_str());
             rows->Upsert(path + static_cast<char>('0' + i));
+        }
     }
     if (rows != nullptr) rows->Commit();
 }
@@ -178,14 +180,14 @@ int Compare(const Kind& kind, const std::string& dir) {
     printf("%s: %zu files of %.0f KB on average\n", kind.name, paths.size(), MeanSize(paths) / 1e3);
     printf("  %-38s %8s %8s %8s %9s %9s\n", "", "us each", "files/s", "KB read", "to calls", "to rows");
     PrintLine(kind.calls, result.calls, paths.size(), result);
-    PrintLine(kind.rows == 1 ? "and one bare row" : "and two bare rows", result.with_rows, paths.size(),
-              result);
+    PrintLine(kind.stores == 1 ? "the same and a bare row" : "the same twice, each with a bare row",
+              result.with_rows, paths.size(), result);
     PrintLine("indexed, empty stores", result.first, paths.size(), result);
     PrintLine("indexed again, unchanged", result.again, paths.size(), result);
     PrintRows();
     printf("  indexed again: %s\n",
            result.wrote_again ? "THE STORES WERE WRITTEN" : "nothing was written to the stores");
-    if (kind.rows > 1) PrintBytesBySize(kind, dir);
+    if (kind.stores > 1) PrintBytesBySize(kind, dir);
     return 0;
 }
 

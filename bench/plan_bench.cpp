@@ -58,8 +58,9 @@ std::string PlanOf(const Seen& statement) {
         Fail(sqlite3_errmsg(statement.db));
     std::string plan;
     while (sqlite3_step(explained) == SQLITE_ROW) {
-        if (!plan.empty()) plan += "; ";
-        plan += reinterpret_cast<const char*>(sqlite3_column_text(explained, 3));
+        const std::string step = reinterpret_cast<const char*>(sqlite3_column_text(explained, 3));
+        const bool is_access = step.starts_with("SEARCH") || step.starts_with("SCAN");
+        if (is_access) plan += (plan.empty() ? "" : " + ") + step;
     }
     sqlite3_finalize(explained);
     return plan;
@@ -68,7 +69,7 @@ std::string PlanOf(const Seen& statement) {
 void PrintPlans(const char* what) {
     is_listening = false;
     for (const Seen& statement : seen)
-        printf("  %-7s %-58s %.90s\n", what, PlanOf(statement).c_str(), statement.shape.c_str());
+        printf("  %s: %s: %.100s\n", what, PlanOf(statement).c_str(), statement.shape.c_str());
     seen.clear();
     is_listening = true;
 }

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "base/media_info.h"
@@ -93,8 +94,8 @@ int main(int count, char** arguments) {
     for (int i = 1; i < count; ++i) {
         const Cost& child = guarded[static_cast<size_t>(i - 1)];
         const Cost alone = Measure([=, &record] { koli::MiscMediaInfoProbe(arguments[i], &record); });
-        printf("%-30.30s %8.3f %8.3f %8.3f  %8.3f %8.3f %8.3f\n", arguments[i], alone.elapsed, child.elapsed,
-               child.elapsed - alone.elapsed, alone.processor, child.processor,
+        printf("%-30.30s %8.3f %8.3f %8.3f  %8.3f %8.3f %8.3f\n", basename(arguments[i]), alone.elapsed,
+               child.elapsed, child.elapsed - alone.elapsed, alone.processor, child.processor,
                child.processor - alone.processor);
     }
     return 0;
