@@ -3,6 +3,7 @@ import glob
 import os
 import shutil
 import signal
+import subprocess
 import sys
 import time
 import unittest
@@ -30,19 +31,14 @@ def hurry():
 
 
 def empty_folder(folder):
-    for name in os.listdir(os.fsencode(folder)):
-        path = os.path.join(os.fsencode(folder), name)
-        if os.path.isdir(path) and not os.path.islink(path):
-            shutil.rmtree(path)
-        else:
-            os.unlink(path)
+    subprocess.run(["find", folder, "-mindepth", "1", "-delete"], check=True)
 
 
 def hand_over(path, stream, text):
     """Leaves a caption for the daemon to find."""
     folder, name = os.path.split(path)
     os.makedirs(f"{folder}/@eaDir/{name}", exist_ok=True)
-    with open(f"{folder}/@eaDir/{name}/KOLIPHOTO:{stream}", "w") as file:
+    with open(f"{folder}/@eaDir/{name}/KOLIPHOTO:{stream}", "w", errors="surrogateescape") as file:
         file.write(text)
 
 
