@@ -68,7 +68,7 @@ class People:
     def __init__(self, seed):
         self.chance, self.count = random.Random(seed), 0
         self.paths, self.typed, self.albums = {}, {}, {}  # of the typed in, the key has a stream, too
-        self.waiting = set()  # names of albums that have lost their folders: nobody asks for them up to a resync
+        self.waiting = set()  # albums that have lost their folders: their rows wait for a resync
 
     def look(self):
         """After a change: what was typed in goes along with its file, and a row with its folder."""
@@ -91,7 +91,7 @@ class People:
         if not name or stays and name.partition("/")[2] != old.partition("/")[2]:
             del self.albums[number]
             if level(old) > 1 or level(name) > 2:
-                self.waiting.add(old)
+                self.waiting.add(os.path.basename(old))
         elif not is_inside:
             album["cover"] = album["cover"].replace(f"{LINK}/{old}/", f"{LINK}/{name}/")
 
@@ -103,6 +103,9 @@ class People:
             top = self.albums[inode(os.path.dirname(path))]
             is_public, users = top["public"], set() if top["public"] == "t" else set(top["users"])
         self.albums[inode(path)] = {"name": name, "public": is_public, "title": "", "cover": "", "users": users}
+
+    def is_waiting(self, name):
+        return os.path.basename(name) in self.waiting and not os.path.isdir(f"{P}/{name}")
 
     def resynced(self):
         self.waiting.clear()
@@ -159,7 +162,7 @@ class People:
         place = place or self.chance.choice((self.folder(), P if is_at(old, BIN) else os.path.dirname(old)))
         new = f"{place}/{self.name()}"
         if os.path.isfile(old):
-            new += os.path.splitext(old)[1] if self.chance.random() < 0.8 else self.chance.choice((".txt", ".jpg"))
+            new += os.path.splitext(old)[1] if self.chance.random() < 0.7 else self.chance.choice((".txt", ".jpg"))
             alike = [path for path in below(P, False)
                      if path[-4:] == old[-4:] and min(map(os.path.getsize, (path, old)))]
             if alike and self.chance.random() < 0.3:
@@ -173,6 +176,9 @@ class People:
             os.rename(old, new)
         # An album that comes from below the second level would get its sub-albums with the next resync.
         return [f"N:{new}:{old}"] + [f"A:{new}"] * (level(old) > 4 and os.path.isdir(new))
+
+    def move_file(self):
+        return self.move(self.chance.choice(below(P, False)))
 
     def move_album(self):
         albums = [f"{P}/{album['name']}" for album in self.albums.values()]
@@ -241,16 +247,18 @@ class Sequences(harness.DaemonTest):
             row.update(name=row["sharename"], users={r["userid"] for r in rights if r["shareid"] == row["shareid"]})
         self.assertLessEqual({right["shareid"] for right in rights}, {row["shareid"] for row in rows})
         ours, expected = ({(*map(album.get, ("name", "public", "title", "cover")), *sorted(album["users"]))
-                           for album in albums if album["name"] not in people.waiting}
+                           for album in albums if not people.is_waiting(album["name"])}
                           for albums in (rows, people.albums.values()))
         self.assertEqual(ours ^ expected, set(), when)
         texts = {(people.paths[number], text) for (number, stream), text in people.typed.items() if stream == "video"}
         stored = {(row["path"], row["title"]) for row in appliance.rows("video_desc")}
         self.assertEqual(texts - stored, set(), when)
+        photos = {path for path in filter(is_photo, people.paths.values()) if os.path.getsize(path)}
+        self.assertEqual(photos ^ set(self.paths("photo_info")), set(), when)
 
     def test_changes_end_in_the_rows_of_a_fresh_index(self):
-        weights = {"add_file": 3, "add_tree": 2, "make_folder": 1, "move": 5, "move_album": 4, "enter": 3, "leave": 4,
-                   "type_in_later": 2, "work_in_application": 3, "work_unannounced": 1}
+        weights = {"add_file": 3, "add_tree": 2, "make_folder": 1, "move": 3, "move_file": 5, "move_album": 4, "enter": 3,
+                   "leave": 4, "type_in_later": 2, "work_in_application": 3, "work_unannounced": 1}
         for seed in range(SEQUENCES):
             self.clean()
             os.mkdir(BIN)
