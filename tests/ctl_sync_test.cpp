@@ -35,12 +35,10 @@ class SyncTest : public testing::Test {
     SyncTest() { host::DatabaseDirectorySet(context_.places.databases.c_str()); }
     ~SyncTest() override { host::DatabaseDirectorySet(nullptr); }
 
-    std::string Path(const std::string& name) const { return top_ + "/" + name; }
+    std::string Path(const std::string& name) const { return dir_.Path(name); }
     void Files(const Texts& names, const std::string& bytes = "x") const {
-        for (const std::string& name : names) {
-            fs::create_directories(fs::path(Path(name)).parent_path());
-            std::ofstream(Path(name), std::ios::binary) << bytes;
-        }
+        for (const std::string& name : names)
+            dir_.Write(name, bytes);
     }
     /// Stores the file as the daemon would, or a row for a file that there is not.
     void Store(const std::string& name, int type = kStoreMusic) const {
@@ -103,7 +101,7 @@ class SyncTest : public testing::Test {
         return nlohmann::json::parse(testing::internal::GetCapturedStdout(), nullptr, false);
     }
     const test::TempDir store_, dir_;
-    const std::string top_ = fs::path(dir_.Path("")).parent_path();  // two levels, like a share
+    const std::string& top_ = dir_.dir();  // two levels, like a share
     const Context context_{
         .places = {store_.Path("queue"), store_.Path("batch"), store_.Path("pid"), store_.Path("db")},
         .json = true};
@@ -216,8 +214,7 @@ TEST_F(SyncTest, RequestsAreQueuedWithoutADaemonAndThatIsSaid) {
         Run(kExitNoDaemon, command);
         EXPECT_NE(complaint_.find("the requests wait in"), std::string::npos) << complaint_;
     }
-    std::ifstream queue(context_.places.queue);
-    EXPECT_EQ(Short(std::string(std::istreambuf_iterator<char>(queue), {})),
+    EXPECT_EQ(Short(test::ReadFile(context_.places.queue)),
               "A:~/Album\na:~/Album/a.mp3\nD:~/Gone\nD:~/Lost\nd:~/c.mp3\nN:~/Album:~/Old\nR:photo\nU:photo\n"
               "T:photo_info\n");
     EXPECT_EQ(Run(kExitNoDaemon, [&] { return Status(context_); })["requests_waiting"], 9);

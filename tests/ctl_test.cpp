@@ -28,11 +28,6 @@ namespace fs = std::filesystem;
 using namespace std::string_literals;
 using Texts = std::vector<std::string>;
 
-std::string Read(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 // ---- Request lines
 
 TEST(RequestLine, PathsAreMadeAbsoluteByTheirText) {
@@ -97,7 +92,7 @@ void TakeOver(const std::string& queue, std::string* executed) {
     const UniqueFd file(open(batch.c_str(), O_RDONLY | O_CLOEXEC));
     if (executed->size() % 4 == 0) usleep(1000);  // now and then late writers find the time to come
     flock(file.get(), LOCK_EX);
-    *executed += Read(batch);
+    *executed += test::ReadFile(batch);
     unlink(batch.c_str());
 }
 
@@ -147,7 +142,7 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
     const QueuedBatch cut = QueueAppend(queue, "a:/3\na:/4\n");
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(cut.error, "No space left on device");
-    EXPECT_EQ(Read(queue), "a:/1\na:/cut\na:/2\n");
+    EXPECT_EQ(test::ReadFile(queue), "a:/1\na:/cut\na:/2\n");
 
     ASSERT_EQ(symlink(queue.c_str(), dir.Path("link").c_str()), 0);
     mkfifo(dir.Path("fifo").c_str(), 0600);

@@ -103,7 +103,7 @@ class Scene {
 
     std::mt19937 random_;
     test::TempDir dir_;
-    std::string top_ = dir_.Path("d").substr(0, dir_.Path("d").size() - 2);
+    const std::string& top_ = dir_.dir();
     FolderTree tree_;
     PendingChanges pending_{&tree_};
     InotifyPort port_{&tree_};

@@ -99,13 +99,8 @@ class DaemonTest(unittest.TestCase):
 
     def processes(self):
         """How many run the daemon's program, probes included."""
-        def runs(pid):
-            try:
-                return os.path.samefile(f"/proc/{pid}/exe", self.binary)
-            except OSError:
-                return False
-
-        return sum(map(runs, filter(str.isdigit, os.listdir("/proc"))))
+        programs = [os.path.realpath(link) for link in glob.glob("/proc/[0-9]*/exe")]
+        return programs.count(os.path.realpath(self.binary))
 
     def command(self, *arguments):
         return [os.path.join(os.path.dirname(self.binary), "koliindexctl"), *arguments]

@@ -80,12 +80,6 @@ class Package(harness.DaemonTest):
             self.assertTrue(os.path.islink(f"/etc/systemd/system/multi-user.target.wants/{os.path.basename(unit)}"))
             if shutil.which("systemd-analyze"):
                 self.assertEqual(run("systemd-analyze", "verify", "--man=no", "--recursive-errors=no", unit), "")
-        # Else dpkg would have to ask on a machine that was set up before the package came.
-        settings = run("cat", *CONFFILES)
-        for path in CONFFILES:
-            os.unlink(path)
-        run(CTL, "setup", "--apply", "/volume1")
-        self.assertEqual(run("cat", *CONFFILES), settings)
 
     def test_2_manual_and_completion(self):
         page = re.sub(r"\\f.|\\", "", run("zcat", "/usr/share/man/man1/koliindexctl.1.gz"))  # hyphens as they are typed

@@ -78,16 +78,6 @@ class Requests(harness.DaemonTest):
         self.index("R:everything")
         self.assertEqual((self.paths("music"), self.paths("video")), (found, []))
 
-    def test_bad_lines_leave_the_others_alone(self):
-        path = self.put(f"{M}/a.mp3")
-        with open(appliance.QUEUE, "wb") as queue:
-            queue.write(b"X:/x\n\n\0\0\0\nA\nA:\n%%%%s%%n:\nY:" + b"y" * 9000 + b"\n" + bytes(range(256)) + b"\n")
-            queue.write(f"a:{path}".encode())
-        log = "\n".join(self.index())
-        self.assertEqual(self.paths("music"), [path])
-        for text in ("Bad format [X:/x].", "Bad format [#012].", "Warning! No new line here."):
-            self.assertIn(text, log)
-
     def test_a_batch_that_is_no_file(self):
         path = self.put(f"{M}/a.mp3")
         for make, times in ((os.mkfifo, 1), (os.mkdir, 1), (lambda batch: os.symlink("/nowhere", batch), 0)):
@@ -111,14 +101,6 @@ class Neighbours(harness.DaemonTest):
 
     def wait_for_the_last_signal(self):
         harness.wait_for("the media server's signal", lambda: signal.SIGUSR1 in self.signals)
-
-    def test_the_music_server_hears_of_changed_tables_only(self):
-        path = self.put(f"{M}/a.mp3")
-        self.put(f"{M}/a.m3u", "music/Party mix.m3u")
-        for lines, is_changed in (([f"a:{path}"], True), ([f"A:{M}", "garbage"], False), (["R:music"], True)):
-            self.signals.clear()
-            self.index(*lines, before_stop=self.wait_for_the_last_signal)
-            self.assertEqual(signal.SIGHUP in self.signals, is_changed, lines)
 
     def test_a_signal_leads_to_one_run_after_a_quiet_tick_and_an_unchanged_library_writes_nothing(self):
         self.put(f"{M}/a.mp3")
