@@ -40,24 +40,12 @@ def is_photo(path):
     return is_at(path, P) and not is_at(path, BIN) and path.lower().endswith((".jpg", ".jpeg", ".png"))
 
 
-def is_video(path):
-    return path.endswith(".mp4")
-
-
 def inode(path):
     return os.stat(path).st_ino
 
 
 def level(name):
     return name.count("/")
-
-
-def by_hand(statement, name, number):
-    """What the photo application writes; the name as bytes."""
-    connection = sqlite3.connect(f"{appliance.STORE}/photo.db")
-    with connection:
-        connection.execute(statement, (os.fsencode(name), number))
-    connection.close()
 
 
 class People:
@@ -73,8 +61,9 @@ class People:
     def look(self):
         """After a change: what was typed in goes along with its file, and a row with its folder."""
         self.paths = {inode(path): path for path in below(P, True) + below(P, False)}
+        kinds = {number: "photo" if is_photo(path) else path[-4:] for number, path in self.paths.items()}
         self.typed = {(number, stream): text for (number, stream), text in self.typed.items()
-                      if (is_video if stream == "video" else is_photo)(self.paths.get(number, ""))}
+                      if kinds.get(number) == (".mp4" if stream == "video" else "photo")}
         for number, album in list(self.albums.items()):
             name = self.paths.get(number, P)[len(P) + 1:]
             if name != album["name"]:
@@ -153,10 +142,6 @@ class People:
             hand_over(top, "PUBLIC", self.chance.choice(("1\n", "0")))
         return [f"A:{top}"]
 
-    def make_folder(self):
-        os.mkdir(path := f"{self.folder()}/{self.name()}")
-        return [f"a:{path}"]
-
     def move(self, old=None, place=None):
         old = old or self.something()
         place = place or self.chance.choice((self.folder(), P if is_at(old, BIN) else os.path.dirname(old)))
@@ -206,18 +191,23 @@ class People:
         return [self.chance.choice((f"A:{os.path.dirname(path)}", "U:photo", "R:photo"))]
 
     def work_in_application(self):
+        """Names and paths are bytes to it."""
         self.count += 1
+        database = sqlite3.connect(f"{appliance.STORE}/photo.db", isolation_level=None)
         for album in [album for album in self.albums.values() if self.chance.random() < 0.4]:
-            by_hand(f"UPDATE photo_share SET title = ?2, cover = '{LINK}/' || sharename || '/' || sharename || '/.jpg'"
-                    " WHERE CAST(sharename AS BLOB) = ?1", album["name"], self.count)
-            by_hand("INSERT INTO photo_access_right SELECT ?2, shareid, '' FROM photo_share"
-                    " WHERE CAST(sharename AS BLOB) = ?1", album["name"], self.count)
+            values = os.fsencode(album["name"]), self.count
+            database.execute(f"UPDATE photo_share SET title = ?2, cover = '{LINK}/' || sharename || '/' || sharename"
+                             " || '/.jpg' WHERE CAST(sharename AS BLOB) = ?1", values)
+            database.execute("INSERT INTO photo_access_right SELECT ?2, shareid, '' FROM photo_share"
+                             " WHERE CAST(sharename AS BLOB) = ?1", values)
             album.update(title=str(self.count), cover=f"{LINK}/{album['name']}/{album['name']}/.jpg")
             album["users"].add(self.count)
         for number, path in self.paths.items():
-            if is_video(path) and (number, "video") not in self.typed:
-                by_hand("REPLACE INTO video_desc (path, title) VALUES (CAST(?1 AS TEXT), ?2)", path, self.count)
+            if path.endswith(".mp4") and (number, "video") not in self.typed:
+                database.execute("REPLACE INTO video_desc (path, title) VALUES (CAST(?1 AS TEXT), ?2)",
+                                 (os.fsencode(path), self.count))
                 self.typed[number, "video"] = str(self.count)
+        database.close()
         return []
 
     def work_unannounced(self):
@@ -234,9 +224,8 @@ class Sequences(harness.DaemonTest):
         for table in appliance.MEDIA_TABLES + ("photo_info",):
             for row in appliance.rows(table):
                 if table == "photo_info":
-                    row["ctime"] = ""
-                    if "-" in row["date_taken"]:  # the file's, for want of the picture's own
-                        row["date_taken"] = ""
+                    is_of_file = "-" in row["date_taken"]  # for want of the picture's own
+                    row.update(ctime="", date_taken="" if is_of_file else row["date_taken"])
                 found.add((table, *row.values()))
         return found
 
@@ -257,7 +246,7 @@ class Sequences(harness.DaemonTest):
         self.assertEqual(photos ^ set(self.paths("photo_info")), set(), when)
 
     def test_changes_end_in_the_rows_of_a_fresh_index(self):
-        weights = {"add_file": 3, "add_tree": 2, "make_folder": 1, "move": 3, "move_file": 5, "move_album": 4, "enter": 3,
+        weights = {"add_file": 3, "add_tree": 2, "move": 3, "move_file": 5, "move_album": 4, "enter": 3,
                    "leave": 4, "type_in_later": 2, "work_in_application": 3, "work_unannounced": 1}
         for seed in range(SEQUENCES):
             self.clean()

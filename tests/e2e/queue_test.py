@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """Request lines, the rows they lead to, and what the neighbours are told."""
 import os
+import pathlib
 import signal
 import sqlite3
 import time
@@ -32,10 +33,9 @@ class Requests(harness.DaemonTest):
             self.assertAlmostEqual(row["duration"], 8 * row["file_size"] / row["audio_bitrate"], delta=0.03, msg=name)
         row = self.row("music", f"{M}/Old Tapes/{UNTAGGED}.mp3")
         self.assertEqual((row["title"], row["album"], row["year"]), (UNTAGGED, "Old Tapes", 0))
-        with open(f"{M}/Café Été/@eaDir/01 Déjà vu.mp3/cover1.jpg", "rb") as cover:
-            picture = cover.read()
-        with open(f"{M}/Café Été/01 Déjà vu.mp3", "rb") as song:
-            self.assertIn(b"front\0" + picture, song.read())
+        picture, song = (pathlib.Path(f"{M}/Café Été/{name}").read_bytes()
+                         for name in ("@eaDir/01 Déjà vu.mp3/cover1.jpg", "01 Déjà vu.mp3"))
+        self.assertIn(b"front\0" + picture, song)
 
     def test_hostile_names_come_back_byte_for_byte(self):
         names = [b"it's \"quoted\"", b"100%_", b"back\\slash\\'", b"new\nline", b"inv\xff\xfe\xc3alid", b" blanks ",
@@ -90,25 +90,22 @@ class Requests(harness.DaemonTest):
 
 
 class Neighbours(harness.DaemonTest):
-    def setUp(self):
-        super().setUp()
-        self.signals = []
-        for number, name in ((signal.SIGHUP, "mt-daapd"), (signal.SIGUSR1, "dms")):
-            before = signal.signal(number, lambda received, _: self.signals.append(received))
-            self.addCleanup(signal.signal, number, before)
-            with open(f"/run/{name}.pid", "w") as file:
-                file.write(str(os.getpid()))
-
-    def wait_for_the_last_signal(self):
-        harness.wait_for("the media server's signal", lambda: signal.SIGUSR1 in self.signals)
-
     def test_a_signal_leads_to_one_run_after_a_quiet_tick_and_an_unchanged_library_writes_nothing(self):
+        signals = []
+        for number, name in ((signal.SIGHUP, "mt-daapd"), (signal.SIGUSR1, "dms")):
+            before = signal.signal(number, lambda received, _: signals.append(received))
+            self.addCleanup(signal.signal, number, before)
+            pathlib.Path(f"/run/{name}.pid").write_text(str(os.getpid()))
+
+        def wait_for_the_last_signal():
+            harness.wait_for("the media server's signal", lambda: signal.SIGUSR1 in signals)
+
         self.put(f"{M}/a.mp3")
         appliance.enqueue(["nothing to do"])  # once this is done, only a signal leads to a run
         self.start()
-        self.wait_for_the_last_signal()
+        wait_for_the_last_signal()
         for first in (True, False):
-            self.signals.clear()
+            signals.clear()
             appliance.enqueue([f"A:{M}"])
             watch = sqlite3.connect(f"{appliance.STORE}/media.db")
             version = watch.execute("PRAGMA data_version").fetchone()
@@ -116,8 +113,8 @@ class Neighbours(harness.DaemonTest):
             os.kill(appliance.daemon_pid(), signal.SIGUSR1)
             appliance.wait_for_batch(harness.PATIENCE)
             self.assertGreater(time.monotonic() - begin, 8)
-            self.wait_for_the_last_signal()
-            self.assertEqual(signal.SIGHUP in self.signals, first)
+            wait_for_the_last_signal()
+            self.assertEqual(signal.SIGHUP in signals, first)
             self.assertEqual(watch.execute("PRAGMA data_version").fetchone() != version, first)
             watch.close()
         self.assertEqual(self.paths("music"), [f"{M}/a.mp3"])
