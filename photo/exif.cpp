@@ -2,6 +2,7 @@
 
 #include <libexif/exif-data.h>
 #include <libexif/exif-loader.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
+#include "photo/exif_memory.h"
 
 namespace koli {
 namespace {
@@ -26,7 +28,7 @@ constexpr size_t kSearchLimit = size_t{20} << 20;
 constexpr size_t kReadSize = 16384;  // usually all of a camera's block
 constexpr size_t kFeedSize = 1024;   // the loader's own step, which bounds its recursion
 
-constexpr size_t kRenderedSize = 128;  // bytes of a rendered value, terminator included
+ExifMemory memory;
 
 struct Unref {
     void operator()(ExifLoader* loader) const { exif_loader_unref(loader); }
@@ -123,10 +125,25 @@ int StoreDirectory(const ExifContent& directory, PhotoRecord* record) {
     for (unsigned i = 0; i < directory.count; ++i) {
         ExifEntry* entry = directory.entries[i];
         if (!IsWanted(entry->tag)) continue;
-        char text[kRenderedSize] = {};
-        exif_entry_get_value(entry, text, sizeof text);
-        if (Store(entry->tag, text, record) != 0) return -1;
+        ExifMemory::Value value{.tag = entry->tag, .text = {}};
+        exif_entry_get_value(entry, value.text, sizeof value.text);
+        if (Store(value.tag, value.text, record) != 0) return -1;
+        memory.Add(value);
     }
+    return 0;
+}
+
+int FillFromFile(PhotoRecord* record) {
+    const ExifDataPtr data = Load(record->path);
+    if (data == nullptr) return 0;
+    for (const ExifContent* directory : data->ifd)
+        if (directory != nullptr && StoreDirectory(*directory, record) != 0) return -1;
+    return 0;
+}
+
+int FillFromMemory(PhotoRecord* record) {
+    for (const ExifMemory::Value& value : memory)
+        if (Store(value.tag, value.text, record) != 0) return -1;
     return 0;
 }
 
@@ -137,11 +154,11 @@ int ExifFillPhotoRecord(PhotoRecord* record) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    const ExifDataPtr data = Load(record->path);
-    if (data == nullptr) return 0;
-    for (const ExifContent* directory : data->ifd)
-        if (directory != nullptr && StoreDirectory(*directory, record) != 0) return -1;
-    return 0;
+    struct stat file;
+    if (stat(record->path, &file) != 0) return 0;
+    if (memory.Recall(file)) return FillFromMemory(record);
+    memory.Begin(file);
+    return FillFromFile(record);
 }
 
 }  // namespace koli
