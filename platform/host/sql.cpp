@@ -17,7 +17,7 @@ constexpr int kLogPauseMs = 5;
 
 // The log is cut back to 8 MiB once a reader or a large transaction has let it grow.
 constexpr const char kSettings[] =
-    "PRAGMA cache_size=-2048;"
+    "PRAGMA cache_size=-512;"
     "PRAGMA case_sensitive_like=ON;"
     "PRAGMA journal_size_limit=8388608;"
     "PRAGMA cell_size_check=ON;"
