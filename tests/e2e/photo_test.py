@@ -274,7 +274,7 @@ class Sequences(harness.DaemonTest):
 
 
 class Trouble(harness.DaemonTest):
-    def library_rows(self):
+    def rows_of_photos(self):
         """Both stores' pictures, and the albums."""
         albums = sorted(row["sharename"] for row in appliance.rows("photo_share"))
         return self.paths("photo"), self.paths("photo_info"), albums
@@ -308,15 +308,15 @@ class Trouble(harness.DaemonTest):
         photos = [photos[0], f"{P}/B/sub/x.jpg", photos[1], self.put(f"{deepest}/x.jpg", PICTURE)]
         self.index(f"A:{P}", "R:photo", "U:photo", "R:everything")
         albums = ["A", "A/sub", "B", "B/sub", "new\nline", "new\nline/sub", "z", "z/d"]
-        self.assertEqual(self.library_rows(), (photos, photos, albums))
+        self.assertEqual(self.rows_of_photos(), (photos, photos, albums))
         os.rename(f"{P}/z", f"{P}/_")
         self.index(f"N:{P}/_:{P}/z")
-        self.assertIn(photos[3].replace("/z/", "/_/"), self.library_rows()[1])
+        self.assertIn(photos[3].replace("/z/", "/_/"), self.rows_of_photos()[1])
 
     def test_what_is_out_of_reach_keeps_its_rows(self):
         photos = [self.put_album(name) for name in ("gone", "locked", "open")]
         self.index(f"A:{P}")
-        before, daemon = self.library_rows(), self.binary
+        before, daemon = self.rows_of_photos(), self.binary
         self.binary = "/tmp/without-override"  # to root, nothing is out of reach
         pathlib.Path(self.binary).write_text(
             f"#!/bin/sh\nexec setpriv --bounding-set=-dac_override,-dac_read_search '{daemon}'\n")
@@ -327,10 +327,10 @@ class Trouble(harness.DaemonTest):
             os.unlink(LINK)
             os.symlink(target, LINK)
             self.assertIn(f"Failed to open directory {named} ", "\n".join(self.index("R:photo", "U:photo")))
-            self.assertEqual(self.library_rows(), before, target)
+            self.assertEqual(self.rows_of_photos(), before, target)
         os.chmod(f"{P}/locked", 0o755)
         self.index("R:photo")
-        self.assertEqual(self.library_rows()[1:], (photos[1:], ["locked", "locked/sub", "open", "open/sub"]))
+        self.assertEqual(self.rows_of_photos()[1:], (photos[1:], ["locked", "locked/sub", "open", "open/sub"]))
 
     def test_a_conversion_queue_that_somebody_holds(self):
         pathlib.Path("/run/kolimkthumbd.pid").write_text("1")  # the sandbox's first process, which takes no signal
@@ -338,7 +338,7 @@ class Trouble(harness.DaemonTest):
             fcntl.flock(queue, fcntl.LOCK_EX)
             appliance.enqueue([f"a:{self.put_album('A')}"])
             self.start()
-            harness.wait_for("the row, while the daemon waits", lambda: len(self.library_rows()[1]) == 1)
+            harness.wait_for("the row, while the daemon waits", lambda: len(self.rows_of_photos()[1]) == 1)
             self.assertTrue(os.path.exists(appliance.BATCH))
             print("somebody else's", file=queue, flush=True)
             fcntl.flock(queue, fcntl.LOCK_UN)
