@@ -71,13 +71,11 @@ int PhotoShareMark(const char* album) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    const SqlText name = QuoteText(album, LogSite(kModule));
-    if (name == nullptr) return -1;
-    const SqlText where = FormatSql(LogSite(kModule), "sharename = '%s'", name.get());
-    if (where == nullptr) return -1;
-    const SqlRows rows = AlbumRowsOpen(KOLI_PHOTO_SHARE, where.get(), nullptr, 0, LogSite(kModule));
+    const SqlRows rows = AlbumRowOpen(album, 0, LogSite(kModule));
     if (rows == nullptr) return -1;
     if (rows->row_count > 0) {
+        const SqlText name = QuoteText(album, LogSite(kModule));
+        if (name == nullptr) return -1;
         ExecStep(FormatSql(LogSite(kModule), "Update photo_share set updated = '1' where sharename = '%s'",
                            name.get()));
     } else {

@@ -25,16 +25,19 @@ SqlRows AlbumRowsOpen(int table, const char* where, const char* order, int limit
     return rows;
 }
 
+SqlRows AlbumRowOpen(const char* album, int limit, LogSite site) {
+    const SqlText name = QuoteText(album, site);
+    if (name == nullptr) return nullptr;
+    const SqlText where = FormatSql(site, "sharename = '%s'", name.get());
+    return where != nullptr ? AlbumRowsOpen(KOLI_PHOTO_SHARE, where.get(), nullptr, limit, site) : nullptr;
+}
+
 int KOLIPhotoShareGetFieldValue(const char* album, const char* column, char* buffer, int size) {
     if (album == nullptr || column == nullptr || buffer == nullptr || size <= 0) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    const SqlText name = QuoteText(album, LogSite(kModule));
-    if (name == nullptr) return -1;
-    const SqlText where = FormatSql(LogSite(kModule), "sharename = '%s'", name.get());
-    if (where == nullptr) return -1;
-    const SqlRows rows = AlbumRowsOpen(KOLI_PHOTO_SHARE, where.get(), nullptr, 1, LogSite(kModule));
+    const SqlRows rows = AlbumRowOpen(album, 1, LogSite(kModule));
     if (rows == nullptr || KOLIDBFetchRow(rows->result, &rows->row) != 0) return -1;
     const char* value = KOLIDBFetchField(rows->result, rows->row, column);
     if (value == nullptr) return -1;

@@ -16,6 +16,9 @@ int AlbumExec(const SqlText& sql, LogSite site);
 /// `limit` of 0 means all rows.
 SqlRows AlbumRowsOpen(int table, const char* where, const char* order, int limit, LogSite site);
 
+/// The row of the album, as AlbumRowsOpen gives it; no row when there is no such album.
+SqlRows AlbumRowOpen(const char* album, int limit, LogSite site);
+
 /// The text of a column of the album's row, cut to `size` bytes.  Returns 0, or -1 when there is no such row
 /// or column, and on failure (logged).
 int KOLIPhotoShareGetFieldValue(const char* album, const char* column, char* buffer, int size);
