@@ -234,7 +234,7 @@ TEST_F(SyncTest, QueriesFindWhatIsStored) {
         {{.limit = 1}, {"a.mp3", "v.mkv"}}};
     for (const auto& [options, expected] : lists) {
         Texts paths;
-        for (const auto& row : Run(kExitDone, [&] { return List(context_, options); }))
+        for (const auto& row : Run(kExitDone, [&, &which = options] { return List(context_, which); }))
             paths.push_back(row["path"].get<std::string>().substr(top_.size() + 1));
         EXPECT_EQ(paths, expected);
     }
