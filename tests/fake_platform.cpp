@@ -71,6 +71,25 @@ int KOLIDBSync(void) {
 int PhotoDBHarden(void) {
     return Record(__func__);
 }
+void KOLIDBBatchBegin(void) {}
+int KOLIDBRefusing(void) {
+    return fake.refusing;
+}
+const char* KOLIDBRefusalGet(int database) {
+    return (fake.refusing & database) != 0 ? "fake refusal" : "";
+}
+void KOLIDBTick(void) {}
+void PhotoDBUnitBegin(void) {}
+int PhotoDBUnitEnd(int) {
+    return 0;
+}
+int PhotoDBMarkGet(KOLIBatchMark* mark) {
+    *mark = fake.mark;
+    return fake.mark.offset > 0 ? 0 : -1;
+}
+void PhotoDBMarkSet(const KOLIBatchMark* mark) {
+    fake.mark = *mark;
+}
 
 int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode) {
     fake.photos.emplace_back(mode, *record);

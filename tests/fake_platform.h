@@ -14,6 +14,7 @@
 
 #include "base/media_info.h"
 #include "base/photo_record.h"
+#include "platform/kolidb.h"
 #include "tests/host_temp_dir.h"
 
 namespace koli::test {
@@ -30,6 +31,9 @@ struct FakePlatform {
     std::map<std::string, int> results{{"PhotoDBExec", 1}};  ///< what others than 0 return, by their names
     std::map<std::string, int> pids;                         ///< KLIBReadPidFile: path to pid
     std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
+
+    int refusing = 0;      ///< KOLIDBRefusing
+    KOLIBatchMark mark{};  ///< of the photo database
 
     /// Rows that PhotoInfoDBOpen / MediaInfoDBOpen give, by "photo TABLE CONDITION" / "media TYPE CONDITION".
     std::map<std::string, std::vector<Row>> rows;

@@ -70,4 +70,28 @@ int PhotoDBHarden(void) {
     return PhotoDatabase().Harden();
 }
 
+void KOLIDBBatchBegin(void) {}
+
+int KOLIDBRefusing(void) {
+    return 0;
+}
+
+const char* KOLIDBRefusalGet(int) {
+    return "";
+}
+
+void KOLIDBTick(void) {}
+
+void PhotoDBUnitBegin(void) {}
+
+int PhotoDBUnitEnd(int) {
+    return 0;
+}
+
+int PhotoDBMarkGet(KOLIBatchMark*) {
+    return -1;
+}
+
+void PhotoDBMarkSet(const KOLIBatchMark*) {}
+
 }  // extern "C"
