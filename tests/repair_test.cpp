@@ -11,9 +11,11 @@
 #include <set>
 
 #include "platform/host/database_exchange.h"
+#include "platform/host/database_groups.h"
 #include "platform/host/database_look.h"
 #include "platform/host/database_salvage.h"
 #include "platform/host/schema.h"
+#include "platform/kolidb.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/batch_state.h"
 #include "tools/ctl/repair_database.h"
@@ -307,9 +309,14 @@ TEST_F(RepairTest, TheFolderIsLockedMeanwhile) {
     auto lock = RepairLock::Take(Path("photo.db"));
     EXPECT_FALSE(DatabaseIsFree(Path("media.db"), &reason));
     EXPECT_NE(reason.find("is being repaired"), std::string::npos) << reason;
+    DatabaseDirectorySet(dir_.dir().c_str());
+    EXPECT_NE(PhotoDBExec("Delete from photo_info"), 0);
+    EXPECT_EQ(KOLIDBRefusing(), KOLI_PHOTO_DB);
+    KOLIDBBatchBegin();
     EXPECT_EQ(RepairLock::Take(Path("photo.db")), nullptr);
     lock.reset();
-    EXPECT_TRUE(DatabaseIsFree(Path("media.db"), &reason));
+    EXPECT_EQ(PhotoDBExec("Delete from photo_info"), kPhotos);
+    DatabaseDirectorySet(nullptr);
 }
 
 TEST_F(RepairTest, OnlyTheDaemonThatRunsCanSayThatItKeepsABatch) {
