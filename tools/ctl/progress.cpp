@@ -43,8 +43,9 @@ std::string Progress::WaitingLine(bool begun) const {
     const BatchState batch = BatchStateOf(context_.places, DaemonPid(context_.places.pid_file));
     const std::string queued = begun ? "" : "queued, behind a batch that is ";
     if (batch.kind == BatchState::kKept)
-        return (begun ? "the batch is " : queued) + "kept: " + batch.database + ": " + batch.reason +
-               "; the daemon tries again at " + TimeText(batch.retry);
+        return (begun ? "the batch is " : queued) + "kept: " + batch.database +
+               (batch.database.empty() ? "" : ": ") + batch.reason + "; the daemon tries again at " +
+               TimeText(batch.retry);
     if (begun) return "";
     return batch.kind == BatchState::kNone ? "queued, the daemon begins in about ten seconds"
                                            : queued + "being executed";
