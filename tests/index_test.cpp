@@ -72,6 +72,19 @@ TEST(SharePath, ThePhotoShareAndTheRecycleBinAreToldByPosition) {
         EXPECT_EQ(IsRecycleBinPath(path), 0) << path;
 }
 
+TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
+    const std::string list = Write("a.m3u", "");
+    ASSERT_EQ(symlink("loop", "loop"), 0);
+    EXPECT_EQ(PlaylistFileDelete(list.c_str()), -1);
+    EXPECT_EQ(PlaylistFileDelete("loop/a.m3u"), -1);
+    EXPECT_EQ(PlaylistFileDelete("a.m3u/x.m3u"), 0);
+    EXPECT_EQ(fake.calls, Lines{"MediaInfoDBDelete 3 a.m3u/x.m3u"});
+    EXPECT_EQ(fake.log,
+              (Lines{"playlist (#) File exists. Skip remove it from database.",
+                     "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many "
+                     "levels of symbolic links)"}));
+}
+
 TEST_F(Index, APlaylistIsARegularFileWithTimesOfItsOwnForm) {
     setenv("TZ", "UTC", 1);
     const std::string path = Write("Party/mix.v2.m3u", "#EXTM3U");
