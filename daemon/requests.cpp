@@ -105,8 +105,8 @@ void Rename(RequestArgument argument) {
     char* old_path = strtok_r(nullptr, ":", &rest);
     if (argument.is_cut && strtok_r(nullptr, ":", &rest) == nullptr)
         (old_path != nullptr ? old_path : new_path) = nullptr;
-    if (new_path != nullptr) DropTrailingSlashes(new_path);
-    if (old_path != nullptr) DropTrailingSlashes(old_path);
+    if (new_path != nullptr) PathCollapse(new_path);
+    if (old_path != nullptr) PathCollapse(old_path);
     if (IsDirectory(new_path)) {
         RenameDirectory(new_path, old_path);
     } else {
@@ -164,7 +164,7 @@ constexpr Request kRequests[] = {
 bool RequestExecute(char code, RequestArgument argument) {
     for (const Request& request : kRequests) {
         if (request.code != code) continue;
-        if (request.takes_path) DropTrailingSlashes(argument.text);
+        if (request.takes_path) PathCollapse(argument.text);
         request.execute(argument);
         return true;
     }

@@ -85,6 +85,23 @@ TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
                      "levels of symbolic links)"}));
 }
 
+TEST_F(Index, ALinksTargetIsOneAbsolutePath) {
+    const std::pair<std::string, std::string> targets[] = {{"../../volume1//music/", "/volume1/music"},
+                                                           {"/a/../b/./..//c/", "/c"},
+                                                           {"../../../..", "/"},
+                                                           {"x", dir() + "/x"},
+                                                           {"/v/a..b", "/v/a..b"}};
+    for (const auto& [text, target] : targets) {
+        char got[kPathSize];
+        unlink("link");
+        ASSERT_EQ(symlink(text.c_str(), "link"), 0);
+        ASSERT_EQ(ShareTargetGet(Path("link").c_str(), got), 0);
+        EXPECT_EQ(got, target) << text;
+        unlink("link");
+        EXPECT_EQ(ShareTargetGet(Path("link").c_str(), got), -1);
+    }
+}
+
 TEST_F(Index, APlaylistIsARegularFileWithTimesOfItsOwnForm) {
     setenv("TZ", "UTC", 1);
     const std::string path = Write("Party/mix.v2.m3u", "#EXTM3U");
