@@ -43,8 +43,11 @@ std::string Quoted(std::string_view text) {
     return quoted + "'";
 }
 
-bool IsAtOrBelow(std::string_view path, std::string_view folder) {
-    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+/// Whether `path` or a folder above it is among the sorted `folders`.
+bool LiesInOneOf(const std::vector<std::string>& folders, std::string_view path) {
+    for (size_t end = path.size(); end != 0 && end != std::string_view::npos; end = path.rfind('/', end - 1))
+        if (std::binary_search(folders.begin(), folders.end(), path.substr(0, end))) return true;
+    return std::binary_search(folders.begin(), folders.end(), std::string_view());  // the root
 }
 
 uint64_t HashOf(std::string_view path) {
@@ -122,13 +125,13 @@ std::string Rebuild::RangeOf(const std::string& from) const {
 
 bool Rebuild::IsStale(int table, std::string_view path) const {
     if (std::binary_search(saved_.begin(), saved_.end(), NoteOf(table, path))) return false;
-    return std::none_of(missed_.begin(), missed_.end(),
-                        [path](const std::string& missed) { return IsAtOrBelow(path, missed); });
+    return !LiesInOneOf(missed_, path);
 }
 
 int Rebuild::End(bool is_certain) {
     if (!is_certain) return 0;
     std::sort(saved_.begin(), saved_.end());
+    std::sort(missed_.begin(), missed_.end());
     return RemoveStale();
 }
 
