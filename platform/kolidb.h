@@ -40,9 +40,7 @@ int KOLIDBFlush(void);
 
 /// KOLIDBFlush, then makes sure that everything accepted so far survives a power cut; nothing is done when
 /// nothing was written since the last time (nothing is known of the time before the first).  Returns 0, or -1
-/// (logged), also when since the last KOLIDBSync rows were lost after they had been accepted, or a change or
-/// a look-up was refused because the database was full, damaged, locked by another program or could not be
-/// opened: the batch must be repeated.
+/// (logged), also when one of them refuses: the batch must be repeated.
 int KOLIDBSync(void);
 
 /// Makes durable what the photo database has accepted so far, for a caller about to remove where it came
@@ -91,6 +89,9 @@ int PhotoDBMarkGet(KOLIBatchMark* mark);
 
 /// Sets the mark that is written with the next changes, in the same transaction.
 void PhotoDBMarkSet(const KOLIBatchMark* mark);
+
+/// Removes the mark.  Returns 0 when there is none, durably so, or -1.
+int PhotoDBMarkRemove(void);
 
 // ---- Photo database --------------------------------------------------------------------------------------
 

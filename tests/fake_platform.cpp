@@ -90,6 +90,10 @@ int PhotoDBMarkGet(KOLIBatchMark* mark) {
 void PhotoDBMarkSet(const KOLIBatchMark* mark) {
     fake.mark = *mark;
 }
+int PhotoDBMarkRemove(void) {
+    fake.mark = {};
+    return 0;
+}
 
 int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode) {
     fake.photos.emplace_back(mode, *record);

@@ -54,44 +54,4 @@ int PhotoDBVacuum(void) {
     return PhotoDatabase().Vacuum();
 }
 
-int KOLIDBFlush(void) {
-    ProblemSettle();
-    const int media = MediaDatabase().Flush(), photo = PhotoDatabase().Flush();
-    return media != 0 || photo != 0 ? -1 : 0;
-}
-
-int KOLIDBSync(void) {
-    ProblemSettle();
-    const int media = MediaDatabase().Sync(), photo = PhotoDatabase().Sync();
-    return media != 0 || photo != 0 ? -1 : 0;
-}
-
-int PhotoDBHarden(void) {
-    return PhotoDatabase().Harden();
-}
-
-void KOLIDBBatchBegin(void) {}
-
-int KOLIDBRefusing(void) {
-    return 0;
-}
-
-const char* KOLIDBRefusalGet(int) {
-    return "";
-}
-
-void KOLIDBTick(void) {}
-
-void PhotoDBUnitBegin(void) {}
-
-int PhotoDBUnitEnd(int) {
-    return 0;
-}
-
-int PhotoDBMarkGet(KOLIBatchMark*) {
-    return -1;
-}
-
-void PhotoDBMarkSet(const KOLIBatchMark*) {}
-
 }  // extern "C"

@@ -160,7 +160,7 @@ std::vector<std::string> MediaSchemaSteps() {
 
 std::vector<std::string> PhotoSchemaSteps() {
     return {kPhotoTablesSql + TruthTrigger("photo_share_inserted", "INSERT") +
-            TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir"),
+                TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir"),
             kSettingTableSql};
 }
 
