@@ -40,7 +40,7 @@ bool QueueLineRead(FILE* file, QueueLine* line) {
     return line->end != QueueLine::kFile || line->length > 0;
 }
 
-void QueueLineExecute(QueueLine* line) {
+void QueueLineExecute(QueueLine* line, int) {
     if (line->length < 2 || line->text[1] != ':' || line->end == QueueLine::kNul) {
         LogBadFormat(*line);
         return;

@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "platform/kolidb.h"
+
 namespace koli {
 
 inline constexpr size_t kQueueLineSize = 4112;  // bytes of a line's buffer, terminator included
@@ -31,7 +33,8 @@ struct QueueLine {
 /// file, ends a line like a newline does, so that it cannot hide the whole line behind it.
 bool QueueLineRead(FILE* file, QueueLine* line);
 
-/// Executes one line; its text is changed.  A line that is no request is logged.
-void QueueLineExecute(QueueLine* line);
+/// Executes one line in the stores that `stores` names (KOLIDatabase); its text is changed.  A line that is
+/// no request is logged.
+void QueueLineExecute(QueueLine* line, int stores = KOLI_MEDIA_DB | KOLI_PHOTO_DB);
 
 }  // namespace koli

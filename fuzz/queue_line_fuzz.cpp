@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/features.h"
-#include "daemon/queue.h"
+#include "daemon/batch.h"
 #include "index/directory.h"
 #include "index/index.h"
 #include "tests/fake_platform.h"
@@ -49,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     koli::support_photo = koli::support_vidora = 1;
     koli::queue.assign(reinterpret_cast<const char*>(data), size);
     FILE* batch = fmemopen(koli::queue.data(), size, "r");
-    koli::ProcessBatchLines(batch);
+    koli::ProcessBatchLines(batch, false, false);
     koli::Require(ftell(batch) == static_cast<long>(size));
     fclose(batch);
     return 0;

@@ -1,12 +1,7 @@
 // Queue runs: the life of a batch, the line format, and what each request calls.
 #include "daemon/queue.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <filesystem>
-#include <thread>
 
 #include "platform/koliindex.h"
 #include "tests/fake_index.h"
@@ -21,7 +16,7 @@ struct Queue : Fixture {
         fake.log.clear();
         KOLIIndexMusicTableDirtySet(1);
         KOLIIndexVideoTableDirtySet(1);
-        ProcessQueueFiles({"queue", "queue.tmp", "rm -rf queue.tmp"});
+        ProcessQueueFiles({"queue", "queue.tmp", "state", "rm -rf queue.tmp"});
         EXPECT_EQ(BlKOLIIndexIsMusicTableDirty() + BlKOLIIndexIsVideoTableDirty(), 0);
         return fake.calls;
     }
@@ -38,38 +33,6 @@ struct Queue : Fixture {
 
     const std::string no_newline_ = "koliindexd (#) Warning! No new line here.";
 };
-
-TEST_F(Queue, ABatchComesBeforeTheQueueAndStaysUntilTheStoreHasIt) {
-    Write("queue", "T:second\n");
-    Write("queue.tmp", "T:first\n");
-    fake.failing = {"KOLIDBSync"};
-    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
-    EXPECT_EQ(fake.log.size(), 1U);
-    fake.failing.clear();
-    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
-    EXPECT_EQ(ReadFile("queue"), "T:second\n");
-    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));
-    EXPECT_TRUE(fake.log.empty());
-
-    EXPECT_EQ(Run(), Lines{});
-    Lines expected(16, "koliindexd(#): Failed to rename queue. (No such file or directory)");
-    expected.emplace_back("koliindexd(#): Failed to open queue.tmp. (No such file or directory)");
-    EXPECT_EQ(fake.log, expected);
-}
-
-TEST_F(Queue, ALineWrittenUnderTheLockWhileTheBatchEndsIsNotLost) {
-    const std::string batch = Write("queue.tmp", "T:first\n");
-    const int fd = open(batch.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-    ASSERT_EQ(flock(fd, LOCK_EX), 0);
-    std::thread writer([fd] {
-        usleep(50'000);
-        EXPECT_EQ(write(fd, "T:late\n", 7), 7);
-        close(fd);
-    });
-    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLITruncateTable late", "KOLIDBSync"}));
-    EXPECT_FALSE(std::filesystem::exists(batch));
-    writer.join();
-}
 
 TEST_F(Queue, LinesThatAreNoRequestsAreLoggedAndTheNextOneIsRead) {
     // Zero bytes end a line, and hide nothing behind them.

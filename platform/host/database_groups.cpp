@@ -86,7 +86,7 @@ bool Database::BeginTransaction() {
 bool Database::BeginGroup() {
     if (IsRefusing()) return false;
     if (IsGroupOpen()) return true;
-    if (!DropUnusable() || !Open()) return false;
+    if (!IsFree() || !DropUnusable() || !Open()) return false;
     if (!BeginTransaction()) {
         Failed("begin a group of");
         return false;

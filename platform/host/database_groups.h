@@ -69,6 +69,7 @@ class Database {
   private:
     bool Open();
     bool CreateTables();
+    bool IsFree();
     bool DropUnusable();
     bool BeginGroup();
     bool BeginTransaction();
@@ -83,6 +84,7 @@ class Database {
     std::vector<std::string> schema_;
     Sql::ChangeListener changed_;
     std::unique_ptr<Sql> sql_;
+    std::string path_;                 // of the file that is open, or was last
     std::string error_;                // of the last failure
     std::string told_;                 // the failure that was logged last in this batch
     std::string refusal_;              // '' = takes changes

@@ -6,6 +6,7 @@
 #include "base/log.h"
 #include "base/passing_error.h"
 #include "platform/host/database_directory.h"
+#include "platform/host/database_exchange.h"
 #include "platform/host/database_groups.h"
 
 namespace koli::host {
@@ -30,7 +31,9 @@ bool Database::Open() {
         passes = IsPassingError(errno);
         error_ = strerror(errno);
     } else {
-        sql_ = Sql::Open(directory + "/" + file_name_, changed_, &error_, &passes);
+        path_ = directory + "/" + file_name_;
+        if (!IsFree()) return false;
+        sql_ = Sql::Open(path_, changed_, &error_, &passes);
     }
     if (sql_ == nullptr || !CreateTables()) {
         Failed("open");
@@ -45,6 +48,16 @@ bool Database::Open() {
     // the disk.
     unsynced_ = true;
     return true;
+}
+
+/// False, and refusing, while the database is being repaired.
+bool Database::IsFree() {
+    std::string reason;
+    if (path_.empty() || DatabaseIsFree(path_, &reason)) return true;
+    KOLI_LOG("%s (%d) Failed to open %s. (%s)", file_name_, reason.c_str());
+    error_ = reason;
+    Refuse(reason);
+    return false;
 }
 
 /// Gives an empty database its tables, and an older one those that it lacks; whoever comes second finds them
