@@ -3,11 +3,22 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "index/share_path.h"
+#include "platform/paths.h"
 
 namespace koli {
 namespace {
 
 constexpr const char kModule[] = "photo_share";
+
+constexpr size_t kVolumeLength = 8;  // "/volume1"
+
+int DepthOf(const char* name) {
+    if (*name == '\0') return kNoAlbum;
+    const char* slash = strchr(name, '/');
+    if (slash == nullptr) return kTopAlbum;
+    return strchr(slash + 1, '/') == nullptr ? kSubAlbum : kNoAlbum;
+}
 
 }  // namespace
 
@@ -16,11 +27,13 @@ int PhotoShareDepth(const char* path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return kNoAlbum;
     }
+    return DepthOf(AlbumNameOf(path));
+}
+
+int AlbumLevelOf(const char* path) {
     const char* name = AlbumNameOf(path);
-    if (*name == '\0') return kNoAlbum;
-    const char* slash = strchr(name, '/');
-    if (slash == nullptr) return kTopAlbum;
-    return strchr(slash + 1, '/') == nullptr ? kSubAlbum : kNoAlbum;
+    const char* inside = IsRecycleBinPath(path) != 0 ? strchr(name, '/') : nullptr;
+    return DepthOf(inside != nullptr ? inside + 1 : name);
 }
 
 const char* AlbumNameOf(const char* path) {
@@ -30,6 +43,13 @@ const char* AlbumNameOf(const char* path) {
 
 bool IsShareTop(const char* path) {
     return strlen(path) == kShareTopLength;
+}
+
+bool IsOnOtherVolume(const char* path) {
+    char target[kPathSize];
+    if (ShareTargetGet(paths::kPhotoShare, target) != 0) return false;
+    if (strlen(target) <= kVolumeLength || target[kVolumeLength] != '/') return false;
+    return strncmp(path, target, kVolumeLength + 1) != 0;
 }
 
 }  // namespace koli

@@ -22,7 +22,14 @@ int PhotoShareDepth(const char* path);
 /// for paths that are too short to lie inside it.
 const char* AlbumNameOf(const char* path);
 
+/// The depth as people see it: what lies in the share's "#recycle" has the depth that it had outside.
+int AlbumLevelOf(const char* path);
+
 /// True when the path is as long as the share's top: then it is the top.
 bool IsShareTop(const char* path);
+
+/// True when the path lies on another volume than the share that has the albums.  False when nobody knows, as
+/// the share's link cannot be read.
+bool IsOnOtherVolume(const char* path);
 
 }  // namespace koli

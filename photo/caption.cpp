@@ -1,6 +1,7 @@
 #include "photo/caption.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -8,7 +9,6 @@
 
 #include "base/log.h"
 #include "base/path_names.h"
-#include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 
@@ -49,17 +49,27 @@ CaptionHold::CaptionHold() {
 
 CaptionHold::~CaptionHold() {
     current_hold = nullptr;
-    if (count_ == 0 || PhotoDBHarden() != 0) return;
-    for (size_t i = 0; i < count_; ++i)
-        unlink(paths_[i]);
 }
 
-void CaptionHold::Remove(const char* caption_path) {
-    if (current_hold == nullptr || current_hold->count_ == kMostCaptions) {
+void CaptionHold::Release() {
+    for (; count_ > 0; --count_)
+        CaptionRemovalAdd(paths_[count_ - 1], identities_[count_ - 1]);
+    CaptionRemovalsRun();
+}
+
+void CaptionHold::Note(const char* caption_path, const CaptionIdentity& identity) {
+    CaptionHold* const hold = current_hold;
+    if (hold == nullptr || hold->count_ == kMostCaptions) {
         unlink(caption_path);
         return;
     }
-    CopyText(current_hold->paths_[current_hold->count_++], kCaptionPathSize, caption_path);
+    CopyText(hold->paths_[hold->count_], kCaptionPathSize, caption_path);
+    hold->identities_[hold->count_++] = identity;
+}
+
+int CaptionHold::NoteUnreadable() {
+    if (current_hold != nullptr) current_hold->has_unreadable_ = true;
+    return -1;
 }
 
 int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
@@ -72,18 +82,19 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
         KOLI_LOG("%s:%d KOLIEAPath() failed.");
         return -1;
     }
-    if (BlKLIBFileExist(caption_path) == 0) return -1;
+    if (KLIBPathLook(caption_path) == KLIB_PATH_ABSENT) return -1;
     const File file = OpenCaption(caption_path);
-    if (file == nullptr) {
+    struct stat status;
+    if (file == nullptr || fstat(fileno(file.get()), &status) != 0) {
         KOLI_LOG("%s:%d failed to open file %s.", caption_path);
-        return -1;
+        return CaptionHold::NoteUnreadable();
     }
     buffer[0] = '\0';
     if (fgets(buffer, size, file.get()) == nullptr && feof(file.get()) == 0) {
         KOLI_LOG("%s:%d fgets() failed.");
-        return -1;
+        return CaptionHold::NoteUnreadable();
     }
-    CaptionHold::Remove(caption_path);
+    CaptionHold::Note(caption_path, CaptionIdentityOf(status));
     return buffer[0] == '\0' || buffer[0] == '\n' ? -1 : 0;
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "base/photo_record.h"
+#include "photo/caption_removal.h"
 
 namespace koli {
 
@@ -16,10 +17,8 @@ inline constexpr int kCaptionSize = 255;  // bytes of a caption, terminator incl
 
 inline constexpr int kCaptionPathSize = 4095;  // bytes of a caption file's path, terminator included
 
-/// Puts off the removal of the caption files that are read while it lives until its end, when the row that
-/// took them has been saved: a process killed at any moment, or a power cut, leaves the value in at least one
-/// of the two places.  At its end the photo database is made durable and the files go; they stay when that
-/// fails.  There is one at a time.
+/// Keeps the caption files that are read while it lives until a row has taken their values.  There is one at
+/// a time.
 class CaptionHold {
   public:
     CaptionHold();
@@ -28,22 +27,36 @@ class CaptionHold {
     CaptionHold& operator=(const CaptionHold&) = delete;
 
     bool HasCaptions() const { return count_ > 0; }
-    /// For a save that failed: the files stay where they are, for the next time.
-    void Keep() { count_ = 0; }
+    /// A caption is there, or may be, that could not be read.
+    bool HasUnreadable() const { return has_unreadable_; }
+
+    /// The row has been saved: the files go by CaptionRemovalsRun, which is called.  Otherwise they stay, for
+    /// the next time.
+    void Release();
 
   private:
     friend int CaptionRead(const char* path, const char* stream, char* buffer, int size);
-    static void Remove(const char* caption_path);
+    static void Note(const char* caption_path, const CaptionIdentity& identity);
+    static int NoteUnreadable();
 
     static constexpr size_t kMostCaptions = 2;  // a picture's title and description
     char paths_[kMostCaptions][kCaptionPathSize];
+    CaptionIdentity identities_[kMostCaptions];
     size_t count_ = 0;
+    bool has_unreadable_ = false;
 };
 
+/// Removes the caption files whose rows are saved, once these are on the disk: a process killed at any
+/// moment, or a power cut, leaves each value in at least one of the two places.  Inside a unit of the photo
+/// database they wait for a later call, which has to come before the batch goes.  They stay when rows were
+/// lost, as the batch is repeated then, and when they are no longer what was read: somebody has handed over
+/// a new caption.
+void CaptionRemovalsRun();
+
 /// Reads the first line, its newline included, of the caption file of (path, stream) into the `size` bytes at
-/// `buffer`, cut at size - 1 bytes, and removes the file (see CaptionHold).  Returns 0 when the line holds
-/// anything; -1 when not, when there is no such file (silently), and on failure (logged; a file that could
-/// not be read is kept).
+/// `buffer`, cut at size - 1 bytes, and removes the file, or leaves that to the CaptionHold.  Returns 0 when
+/// the line holds anything; -1 when not, when there is no such file (silently), and on failure (logged; a
+/// link, and a file that could not be read, is kept).
 int CaptionRead(const char* path, const char* stream, char* buffer, int size);
 
 /// Take the title or description that waits for the picture into its record.  Return 1 when there was one,

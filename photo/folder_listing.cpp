@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "photo/absence.h"
 #include "photo/metadata_folder.h"
 #include "photo/path_buffer.h"
 #include "photo/share_fs.h"
@@ -23,13 +24,26 @@ int ByName(const dirent** left, const dirent** right) {
     return strcmp((*left)->d_name, (*right)->d_name);
 }
 
-/// What these errors of a look at a path tell is that nothing is there; others tell nothing.
-bool MeansAbsent(int error) {
-    return error == ENOENT || error == ENOTDIR || error == ELOOP || error == ENAMETOOLONG;
-}
-
 FolderListing::Status StatusOf(int error) {
     return MeansAbsent(error) ? FolderListing::Status::kNoFolder : FolderListing::Status::kOutOfReach;
+}
+
+/// The next entry that is not the indexer's or its neighbours' own work.
+const dirent* const* SkipMetadata(const dirent* const* at, const dirent* const* end) {
+    while (at != end && MentionsMetadataFolder((*at)->d_name))
+        ++at;
+    return at;
+}
+
+bool HoldsSame(const FolderListing& left, const FolderListing& right) {
+    const dirent* const* l = left.begin();
+    const dirent* const* r = right.begin();
+    for (;; ++l, ++r) {
+        l = SkipMetadata(l, left.end());
+        r = SkipMetadata(r, right.end());
+        if (l == left.end() || r == right.end()) return l == left.end() && r == right.end();
+        if ((*l)->d_ino != (*r)->d_ino || strcmp((*l)->d_name, (*r)->d_name) != 0) return false;
+    }
 }
 
 }  // namespace
@@ -56,7 +70,17 @@ FolderListing::Status FolderListing::Read(const char* path) {
     count_ = count;
     device_ = status.st_dev;
     inode_ = status.st_ino;
+    changed_ = status.st_ctim;
     return Status::kRead;
+}
+
+bool FolderListing::IsStill(const char* path) const {
+    struct stat status;
+    if (stat(path, &status) != 0 || status.st_dev != device_ || status.st_ino != inode_) return false;
+    if (status.st_ctim.tv_sec == changed_.tv_sec && status.st_ctim.tv_nsec == changed_.tv_nsec) return true;
+    FolderListing now;
+    if (now.Read(path) != Status::kRead) return false;
+    return HoldsSame(*this, now);
 }
 
 bool HasDot(const dirent* entry) {

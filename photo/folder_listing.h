@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <sys/types.h>
 
+#include <ctime>
 #include <functional>
 
 namespace koli {
@@ -30,6 +31,11 @@ class FolderListing {
     /// Identity of the folder.
     dev_t device() const { return device_; }
     ino_t inode() const { return inode_; }
+    /// When the folder changed last before it was listed (ctime, which no program can set).
+    const timespec& changed() const { return changed_; }
+
+    /// Whether `path` is the same folder still and holds what it held, "@eaDir" apart.
+    bool IsStill(const char* path) const;
 
     const dirent* const* begin() const { return entries_; }
     const dirent* const* end() const { return entries_ + count_; }
@@ -39,6 +45,7 @@ class FolderListing {
     int count_ = 0;
     dev_t device_ = 0;
     ino_t inode_ = 0;
+    timespec changed_{};
 };
 
 /// What the shell's pattern "*.*" matches, of the visible entries.

@@ -131,9 +131,31 @@ void AddToBothStores(const char* path) {
     }
 }
 
+bool IsStopped() {
+    KOLIDBTick();
+    return (KOLIDBRefusing() & KOLI_PHOTO_DB) != 0;
+}
+
+/// False when the row of a known file may have to stay, although it was not refreshed.
+bool Index(const Found& found) {
+    bool is_seen = true;
+    for (const PhotoPathList* node = found.seen.get(); node != nullptr; node = node->next) {
+        if (IsStopped()) return false;
+        PhotoOutcome outcome;
+        PhotoLibraryIndex(node->path, kModeUpdate, &outcome);
+        if (outcome == PhotoOutcome::kGone || outcome == PhotoOutcome::kMissed) is_seen = false;
+    }
+    for (const PhotoPathList* node = found.added.get(); node != nullptr; node = node->next) {
+        if (IsStopped()) return false;
+        AddToBothStores(node->path);
+    }
+    return is_seen;
+}
+
 }  // namespace
 
-int PhotoFolderSync(const char* directory, const FolderListing* names) {
+int PhotoFolderSync(const char* directory, const FolderListing* names, bool* is_seen) {
+    *is_seen = false;
     if (directory == nullptr || *directory == '\0' || names == nullptr ||
         std::none_of(names->begin(), names->end(), HasDot)) {
         KOLI_LOG("%s (%d) Bad parameter. ");
@@ -141,11 +163,13 @@ int PhotoFolderSync(const char* directory, const FolderListing* names) {
     }
     Found found;
     if (DivideByRows(directory, *names, &found) != 0) return -1;
-    for (const PhotoPathList* node = found.seen.get(); node != nullptr; node = node->next)
-        PhotoLibraryIndex(node->path, kModeUpdate);
-    for (const PhotoPathList* node = found.added.get(); node != nullptr; node = node->next)
-        AddToBothStores(node->path);
+    *is_seen = Index(found);
     return 0;
+}
+
+int PhotoFolderSync(const char* directory, const FolderListing* names) {
+    bool is_seen = false;
+    return PhotoFolderSync(directory, names, &is_seen);
 }
 
 }  // namespace koli

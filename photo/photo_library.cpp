@@ -2,12 +2,14 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 
 #include "base/log.h"
 #include "base/path_names.h"
 #include "index/index_mode.h"
+#include "photo/absence.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"
 #include "photo/exif.h"
@@ -44,11 +46,20 @@ void FillNames(const char* path, PhotoRecord* record) {
     if (!AlbumFromPath(path, record->folder, sizeof record->folder)) KOLI_LOG("%s (%d) Impossible error.");
 }
 
-bool FillSize(const char* path, PhotoRecord* record) {
+/// A look at the picture has failed, with errno set.  A link that leads nowhere is no picture.
+PhotoOutcome OutcomeOfFailure(const char* path) {
+    if (!MeansAbsent(errno)) return PhotoOutcome::kMissed;
     struct stat status;
-    if (stat(path, &status) != 0 || status.st_size <= 0 || status.st_size > kMaxPhotoSize) return false;
+    if (lstat(path, &status) == 0) return PhotoOutcome::kLeftOut;
+    return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
+}
+
+PhotoOutcome FillSize(const char* path, PhotoRecord* record) {
+    struct stat status;
+    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
+    if (status.st_size <= 0 || status.st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
     record->file_size = status.st_size;
-    return true;
+    return PhotoOutcome::kStored;
 }
 
 /// A picture without a date of its own gets the file's, in the form of this table.
@@ -59,11 +70,10 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
         record->date_taken[0] = '\0';
 }
 
-/// False when the file has gone since its size was taken.
-bool FillFromPicture(const char* path, PhotoRecord* record) {
+PhotoOutcome FillFromPicture(const char* path, PhotoRecord* record) {
     ExifFillPhotoRecord(record);
     struct stat status;
-    if (stat(path, &status) != 0) return false;
+    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
     if (const char* text = ctime(&status.st_ctime); text != nullptr)
         CopyText(record->ctime, sizeof record->ctime, text);
 
@@ -75,7 +85,35 @@ bool FillFromPicture(const char* path, PhotoRecord* record) {
     }
     PhotoRecordSanitize(record);
     FillMissingDate(status, record);
-    return true;
+    return PhotoOutcome::kStored;
+}
+
+PhotoOutcome StorePhoto(const char* path, int mode) {
+    if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return PhotoOutcome::kLeftOut;
+    CaptionHold captions;
+    PhotoRecord record{};
+    FillNames(path, &record);
+    PhotoOutcome outcome = FillSize(path, &record);
+    if (outcome == PhotoOutcome::kStored) outcome = FillFromPicture(path, &record);
+    if (outcome != PhotoOutcome::kStored) return outcome;
+    if (PhotoInfoDBSave(&record, mode) != 0) {
+        KOLI_LOG("%s (%d) Failed to save photo info.");
+        return PhotoOutcome::kMissed;
+    }
+    captions.Release();
+    return outcome;
+}
+
+PhotoOutcome AddFile(const char* path, WebKind kind) {
+    const PhotoOutcome outcome =
+        kind == WebKind::kPhoto ? StorePhoto(path, kModeAdd) : PhotoOutcome::kLeftOut;
+    ConversionRequest(path, kConvertThumbnail | kConvertFlv);
+    return outcome;
+}
+
+PhotoOutcome UpdateFile(const char* path, WebKind kind) {
+    if (kind == WebKind::kPhoto) return StorePhoto(path, kModeUpdate);
+    return KOLIIndexPhotoUpdateVideoStatus(path) == 0 ? PhotoOutcome::kLeftOut : PhotoOutcome::kMissed;
 }
 
 }  // namespace
@@ -88,7 +126,8 @@ WebKind WebKindOf(const char* path) {
     return WebKind::kNone;
 }
 
-int PhotoLibraryIndex(const char* path, int mode) {
+int PhotoLibraryIndex(const char* path, int mode, PhotoOutcome* outcome) {
+    *outcome = PhotoOutcome::kLeftOut;
     if (path == nullptr || (mode != kModeAdd && mode != kModeDelete && mode != kModeUpdate)) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
@@ -107,15 +146,10 @@ int PhotoLibraryIndex(const char* path, int mode) {
             PhotoLibraryDelete(path);
             return 0;
         case kModeAdd:
-            if (kind == WebKind::kPhoto) PhotoLibraryAdd(path, mode);
-            ConversionRequest(path, kConvertThumbnail | kConvertFlv);
+            *outcome = AddFile(path, kind);
             return 0;
         case kModeUpdate:
-            if (kind == WebKind::kPhoto) {
-                PhotoLibraryAdd(path, mode);
-            } else {
-                KOLIIndexPhotoUpdateVideoStatus(path);
-            }
+            *outcome = UpdateFile(path, kind);
             return 0;
         default:
             KOLI_LOG("%s (%d) Bad mode!! This should never happen.");
@@ -123,23 +157,17 @@ int PhotoLibraryIndex(const char* path, int mode) {
     }
 }
 
+int PhotoLibraryIndex(const char* path, int mode) {
+    PhotoOutcome outcome;
+    return PhotoLibraryIndex(path, mode, &outcome);
+}
+
 int PhotoLibraryAdd(const char* path, int mode) {
     if (path == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return -1;
-
-    CaptionHold captions;
-    PhotoRecord record{};
-    FillNames(path, &record);
-    if (!FillSize(path, &record) || !FillFromPicture(path, &record)) return -1;
-    if (PhotoInfoDBSave(&record, mode) != 0) {
-        captions.Keep();
-        KOLI_LOG("%s (%d) Failed to save photo info.");
-        return -1;
-    }
-    return 0;
+    return StorePhoto(path, mode) == PhotoOutcome::kStored ? 0 : -1;
 }
 
 int PhotoLibraryDelete(const char* path) {
@@ -147,7 +175,7 @@ int PhotoLibraryDelete(const char* path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    if (IsFileExist(path, nullptr) != 0) {
+    if (const int kind = KLIBPathLook(path); kind == KLIB_PATH_FILE || kind == KLIB_PATH_UNKNOWN) {
         KOLI_LOG("%s (%d) File exists. Skip remove it from database.");
         return -1;
     }

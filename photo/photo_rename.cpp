@@ -28,32 +28,59 @@ SqlRows OpenPaths(int table, const char* where) {
     return rows;
 }
 
+/// A '.' anywhere and no folder.  The folder `is_directory` that has moved on, or cannot be looked at, is one
+/// still.
+bool IsFileName(const char* path, int is_directory) {
+    if (strchr(path, '.') == nullptr) return false;
+    const int kind = KLIBPathLook(path);
+    const bool is_anything = kind == KLIB_PATH_FILE || kind == KLIB_PATH_OTHER;
+    return kind != KLIB_PATH_DIRECTORY && (is_directory == 0 || is_anything);
+}
+
 /// The new name of a rename.
 struct NewPath {
-    explicit NewPath(const char* new_path)
-        : path(new_path), is_file(strchr(path, '.') != nullptr && IsDirExist(path) == 0) {
+    NewPath(const char* new_path, int is_directory)
+        : path(new_path), is_file(IsFileName(path, is_directory)) {
         if (is_file) kind = WebKindOf(path);
     }
     bool IsPhoto() const { return is_file && kind == WebKind::kPhoto; }
 
     const char* path;
-    bool is_file;  // a '.' anywhere and no folder
+    bool is_file;
     WebKind kind = WebKind::kNone;
 };
+
+bool Holds(const PhotoPathList* list, const char* path) {
+    while (list != nullptr && strcmp(list->path, path) != 0)
+        list = list->next;
+    return list != nullptr;
+}
+
+int MoveListed(const PhotoPathList* list, const NewPath& to, const char* old_path) {
+    // A rename to its own name keeps its row.  So does the new name when the old one is in use again: the
+    // database tells then which of the two is right.
+    if (to.IsPhoto() && strcmp(to.path, old_path) != 0 && KLIBPathLook(old_path) == KLIB_PATH_ABSENT)
+        PhotoInfoDBDelete(to.path);
+    if (list != nullptr && KOLIUpdatePhotoPath(list, to.path, old_path) == -1) {
+        KOLI_LOG("%s (%d) Failed to rename to new path.");
+        return -1;
+    }
+    return 0;
+}
 
 int MoveRows(SqlRows& rows, const NewPath& to, const char* old_path) {
     if (to.is_file && !to.IsPhoto()) {
         PhotoLibraryDelete(old_path);
         return -1;
     }
-    // A rename to its own name keeps its row.
-    if (to.IsPhoto() && strcmp(to.path, old_path) != 0) PhotoInfoDBDelete(to.path);
     const PathList list(PhotoPathDBGet(rows.get()));
-    if (list != nullptr && KOLIUpdatePhotoPath(list.get(), to.path, old_path) == -1) {
-        KOLI_LOG("%s (%d) Failed to rename to new path.");
-        return -1;
-    }
-    return 0;
+    PhotoDBUnitBegin();
+    int result = MoveListed(list.get(), to, old_path);
+    if (PhotoDBUnitEnd(result == 0 ? 1 : 0) != 0) result = -1;
+    // With rows of neighbours alone, the picture is new.
+    if (result == 0 && to.IsPhoto() && list != nullptr && !Holds(list.get(), old_path))
+        PhotoLibraryAdd(to.path, kModeAdd);
+    return result;
 }
 
 int IndexWithoutRows(const NewPath& to) {
@@ -66,11 +93,14 @@ int IndexWithoutRows(const NewPath& to) {
     return 0;
 }
 
-/// Writes to `moved` where the row goes; false for a row that stays where it is.
+/// Writes to `moved` where the row goes; false for a row that stays where it is, such as that of a neighbour
+/// whose name only begins like the old one ("Trip 2" beside "Trip") and whose file is, or may be, there.
 bool MovedPath(const char* row_path, const char* new_path, const char* old_path, char (&moved)[kPathSize]) {
     const char* found = row_path != nullptr ? strstr(row_path, old_path) : nullptr;
     if (found == nullptr) return false;
-    const int length = snprintf(moved, sizeof moved, "%s%s", new_path, found + strlen(old_path));
+    const char* rest = found + strlen(old_path);
+    if (*rest != '\0' && *rest != '/' && KLIBPathLook(row_path) != KLIB_PATH_ABSENT) return false;
+    const int length = snprintf(moved, sizeof moved, "%s%s", new_path, rest);
     return length >= 0 && static_cast<size_t>(length) < sizeof moved;
 }
 
@@ -100,7 +130,7 @@ int PhotoPathRename(const char* new_path, const char* old_path, int is_directory
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    const NewPath to(new_path);
+    const NewPath to(new_path, is_directory);
     const SqlText old_like = LikeText(old_path, LogSite(kModule));
     if (old_like == nullptr) return -1;
     const SqlText where = is_directory != 0 ? FormatSql(LogSite(kModule), "path like '%s/%%'", old_like.get())

@@ -9,84 +9,87 @@
 #include "photo/folder_listing.h"
 #include "photo/metadata_folder.h"
 #include "photo/path_buffer.h"
+#include "photo/resync_guard.h"
+#include "photo/sql_text.h"
 #include "platform/kolidb.h"
+#include "platform/kolisdk.h"
 #include "platform/paths.h"
 
 namespace koli {
 namespace {
 
 constexpr const char kModule[] = "photo_index";
+constexpr const char kRecycleName[] = "#recycle";
+
+/// Whether the last resync of the whole share has come to its sweep; true before the first.  The resync of
+/// the albums, which is a call of its own behind it, depends on this.
+bool has_seen_all = true;
 
 /// One resync.  Absolute paths alone are used, and one buffer for all of them: the working directory stays
 /// what it is, and a level costs little stack.
 class TreeResync {
   public:
-    explicit TreeResync(const char* directory) : path_(directory) {}
+    TreeResync(const char* directory, ResyncGuard* guard) : path_(directory), guard_(*guard) {}
 
-    /// False when something that is there could not be looked at: nobody knows then what is stale.
-    bool Run();
+    void Run() { Visit(nullptr, false); }
 
   private:
     void Visit(const FolderWay* above, bool is_link);
     void VisitFolders(const FolderListing& listing, const FolderWay& way);
-    void MissFolder();
+    void VisitEntry(const dirent& entry, const FolderWay& way);
+    bool MayFollow(const FolderWay& way);
 
     PathBuffer path_;
-    bool is_complete_ = true;
+    ResyncGuard& guard_;
     LinkLimit links_;
 };
 
-bool TreeResync::Run() {
-    Visit(nullptr, false);
-    return is_complete_;
-}
-
-void TreeResync::MissFolder() {
-    KOLI_LOG("%s (%d) Failed to open directory %s ", path_.text());
-    is_complete_ = false;
-}
-
-/// A top that is not there is out of reach (a volume that is not mounted); any other may have just gone.
 void TreeResync::Visit(const FolderWay* above, bool is_link) {
     if (IsRecycleBinPath(path_.text()) != 0) return;
     FolderListing listing;
-    const FolderListing::Status result = listing.Read(path_.text());
-    if (result != FolderListing::Status::kRead) {
-        if (result == FolderListing::Status::kOutOfReach || above == nullptr) MissFolder();
-        return;
-    }
+    if (!guard_.List(path_.text(), &listing)) return;
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
 
-    if (std::any_of(listing.begin(), listing.end(), HasDot) && PhotoFolderSync(path_.text(), &listing) != 0)
-        is_complete_ = false;
+    if (std::any_of(listing.begin(), listing.end(), HasDot)) {
+        bool is_seen = false;
+        if (PhotoFolderSync(path_.text(), &listing, &is_seen) != 0 || !is_seen) guard_.Miss();
+    }
     VisitFolders(listing, FolderWayTo(above, listing.device(), listing.inode(), is_link));
+    guard_.Leave(path_.text(), listing);
 }
 
 void TreeResync::VisitFolders(const FolderListing& listing, const FolderWay& way) {
     const size_t length = path_.length();
     for (const dirent* entry : listing) {
+        if (guard_.IsStopped()) return;
         if (MentionsMetadataFolder(entry->d_name) || !path_.Append(entry->d_name)) continue;
-        const EntryKind kind = EntryKindOf(*entry, path_.text());
-        if (kind == EntryKind::kOutOfReach) MissFolder();
-        if (kind == EntryKind::kFolder) {
-            const bool is_link = IsLink(entry->d_type, path_.text());
-            if (!is_link || links_.MayFollow(way)) Visit(&way, is_link);
-        }
+        VisitEntry(*entry, way);
         path_.CutTo(length);
     }
 }
 
-/// -1, logged, when the resync must not begin.
-int BeginShare(char (&target)[kPathSize]) {
-    if (ShareTargetGet(paths::kPhotoShare, target) != 0) {
-        KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
-        return -1;
-    }
-    if (KOLIPhotoInitAllRows() == -1) {
-        KOLI_LOG("%s (%d) Failed to set updated to 0 for all rows.");
-        return -1;
-    }
-    return 0;
+void TreeResync::VisitEntry(const dirent& entry, const FolderWay& way) {
+    const EntryKind kind = EntryKindOf(entry, path_.text());
+    if (kind == EntryKind::kOutOfReach) guard_.MissFolder(path_.text());
+    if (kind != EntryKind::kFolder) return;
+    const bool is_link = IsLink(entry.d_type, path_.text());
+    if (!is_link || MayFollow(way)) Visit(&way, is_link);
+}
+
+bool TreeResync::MayFollow(const FolderWay& way) {
+    return links_.MayFollow(way);
+}
+
+int TargetGet(char (&target)[kPathSize]) {
+    if (ShareTargetGet(paths::kPhotoShare, target) == 0) return 0;
+    KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
+    return -1;
+}
+
+int MarkAllStale() {
+    if (KOLIPhotoInitAllRows() != -1) return 0;
+    KOLI_LOG("%s (%d) Failed to set updated to 0 for all rows.");
+    return -1;
 }
 
 bool IsLinkTarget(const char* directory) {
@@ -94,23 +97,60 @@ bool IsLinkTarget(const char* directory) {
     return ShareTargetGet(paths::kPhotoShare, target) == 0 && strcmp(directory, target) == 0;
 }
 
-}  // namespace
+/// The resync does not go into the share's "#recycle".  Rows that a rename has taken there stay as long as
+/// their pictures: what comes back has its captions.
+void RefreshRecycleBin(const char* top, ResyncGuard* guard) {
+    PathBuffer bin(top);
+    if (!bin.Append(kRecycleName) || KLIBPathLook(bin.text()) == KLIB_PATH_ABSENT) return;
+    const SqlText like = LikeText(bin.text(), LogSite(kModule));
+    const SqlText where =
+        like != nullptr ? FormatSql(LogSite(kModule), "path like '%s/%%'", like.get()) : nullptr;
+    const SqlRows rows(
+        where != nullptr ? PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", where.get(), 0, nullptr, 0, 0) : nullptr);
+    if (rows == nullptr) return guard->Miss();
+    while (KOLIDBFetchRow(rows->result, &rows->row) == 0 && !guard->IsStopped()) {
+        const char* path = KOLIDBFetchField(rows->result, rows->row, "path");
+        if (path == nullptr || KLIBPathLook(path) == KLIB_PATH_ABSENT) continue;
+        const SqlText name = QuoteText(path, LogSite(kModule));
+        const SqlText sql =
+            name != nullptr ? FormatSql(LogSite(kModule),
+                                        "Update photo_info set updated = '1' where path = '%s'", name.get())
+                            : nullptr;
+        if (sql == nullptr || PhotoDBExec(sql.get()) == -1) guard->Miss();
+    }
+}
 
-int PhotoFolderResync(const char* directory) {
-    char target[kPathSize];
-    const bool is_whole_share = directory == nullptr;
-    if (is_whole_share && BeginShare(target) != 0) return -1;
-    const char* top = is_whole_share ? target : directory;
-    if (IsRecycleBinPath(top) != 0) return 0;
-
-    const bool is_complete = TreeResync(top).Run();
-    if (!is_complete || !(is_whole_share || IsLinkTarget(top))) return 0;
-    // A row whose mark was lost or refused has its photo still.
+/// The top call's end.  A row whose mark was lost or refused has its photo still.
+int Sweep(const char* top, ResyncGuard* guard) {
+    RefreshRecycleBin(top, guard);
+    if (!guard->MaySweep()) return 0;
     if (PhotoDBHarden() != 0 || KOLIPhotoDeleteNoUpdateRows() == -1) {
         KOLI_LOG("%s (%d) Failed to delete none updated rows.");
         return -1;
     }
+    guard->NoteSweep();
+    has_seen_all = true;
     return 0;
+}
+
+}  // namespace
+
+bool PhotoFolderResyncSawAll() {
+    return has_seen_all;
+}
+
+int PhotoFolderResync(const char* directory) {
+    char target[kPathSize];
+    const bool is_whole_share = directory == nullptr;
+    if (is_whole_share) has_seen_all = false;
+    if (is_whole_share && TargetGet(target) != 0) return -1;
+    const char* top = is_whole_share ? target : directory;
+    ResyncGuard guard(top, LogSite(kModule));
+    if (is_whole_share && MarkAllStale() != 0) return -1;
+    if (IsRecycleBinPath(top) != 0) return 0;
+
+    TreeResync(top, &guard).Run();
+    return is_whole_share || IsLinkTarget(top) ? Sweep(top, &guard) : 0;
 }
 
 }  // namespace koli

@@ -9,6 +9,7 @@
 #include "index/share_path.h"
 #include "photo/album_name.h"
 #include "photo/caption.h"
+#include "photo/metadata_folder.h"
 #include "photo/photo_share_inherit.h"
 #include "photo/photo_share_rows.h"
 #include "photo/sql_text.h"
@@ -22,7 +23,6 @@ namespace {
 constexpr const char kModule[] = "photo_share";
 
 constexpr int kFlagSize = 16;  // bytes of a public flag's text
-constexpr int kIdSize = 16;    // bytes of an album's number as text
 
 int DeleteAllAlbums() {
     if (PhotoDBExec("Delete from photo_share;") == -1) {
@@ -43,41 +43,41 @@ bool IsPublicAlbum(const char* path) {
     return strcasecmp(value, "yes") == 0;
 }
 
-bool IsAlbum(const char* album) {
-    char share_id[kIdSize];
-    return KOLIPhotoShareGetFieldValue(album, "shareid", share_id, sizeof share_id) == 0;
-}
-
-/// The flag that was handed over for an album that exists already is gone like any other.
-int CreateAlbum(const char* path, int depth) {
-    const SqlText name = QuoteText(AlbumNameOf(path), LogSite(kModule));
+int InsertAlbum(const char* album, int depth, bool is_public) {
+    const SqlText name = QuoteText(album, LogSite(kModule));
     if (name == nullptr) return -1;
-    CaptionHold captions;
-    if (depth == kSubAlbum) KOLIDBFlush();  // so that album and rights fall into one group: all or nothing
-    const char* is_public = IsPublicAlbum(path) ? "true" : "false";
     const SqlText sql = FormatSql(
         LogSite(kModule), "Insert into photo_share values(%d, '%s', '', '', '%s', 0, '', 'true', '%s', '1');",
-        PhotoShareNextId(), name.get(), is_public, depth == kSubAlbum ? "true" : "false");
-    if (AlbumExec(sql, LogSite(kModule)) == -1) {
-        if (captions.HasCaptions() && !IsAlbum(AlbumNameOf(path))) captions.Keep();
-        return -1;
-    }
-
-    if (depth == kSubAlbum && KOLIPhotoShareSubDirUpdatePrivilege(AlbumNameOf(path)) == -1) {
+        PhotoShareNextId(), name.get(), is_public ? "true" : "false", depth == kSubAlbum ? "true" : "false");
+    if (AlbumExec(sql, LogSite(kModule)) == -1) return -1;
+    if (depth == kSubAlbum && KOLIPhotoShareSubDirUpdatePrivilege(album) == -1) {
         KOLI_LOG("%s (%d) KOLIPhotoShareSubDirUpdatePrivilege Failed.");
         return -1;
     }
     return 0;
 }
 
-int DeleteAlbum(const char* album) {
-    const SqlText name = QuoteText(album, LogSite(kModule));
-    const SqlText like = LikeText(album, LogSite(kModule));
-    if (name == nullptr || like == nullptr) return -1;
-    const SqlText sql = FormatSql(LogSite(kModule),
-                                  "Delete from photo_share where sharename = '%s' or sharename like '%s/%%';",
-                                  name.get(), like.get());
-    return AlbumExec(sql, LogSite(kModule)) == -1 ? -1 : 0;
+/// An album whose flag cannot be read might be meant to be private: it is not made yet.  The flag that was
+/// handed over for an album that exists already is gone like any other.
+int CreateAlbum(const char* path, int depth) {
+    const char* album = AlbumNameOf(path);
+    CaptionHold captions;
+    const bool is_public = IsPublicAlbum(path);
+    if (captions.HasUnreadable()) {
+        KOLI_LOG("%s (%d) The public flag of [%s] cannot be read. The album is not made yet.", album);
+        return -1;
+    }
+    PhotoDBUnitBegin();
+    const int result = InsertAlbum(album, depth, is_public);
+    const bool is_taken = captions.HasCaptions() && (result == 0 || IsAlbum(album));
+    if (PhotoDBUnitEnd(1) != 0) return -1;
+    if (is_taken) captions.Release();
+    return result;
+}
+
+/// What the indexer does not look into.
+bool IsNoPlaceForAlbums(const char* path) {
+    return IsRecycleBinPath(path) != 0 || MentionsMetadataFolder(AlbumNameOf(path));
 }
 
 }  // namespace
@@ -95,12 +95,12 @@ int PhotoShareUpdate(const char* path, int operation) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
+    if (IsOnOtherVolume(path)) return 0;
     if (operation == kAlbumDelete && IsShareTop(path)) return DeleteAllAlbums();
     const int depth = PhotoShareDepth(path);
     if (depth == kNoAlbum) return 0;
-    if (operation == kAlbumDelete) return DeleteAlbum(AlbumNameOf(path));
-    if (IsRecycleBinPath(path) != 0) return 0;
-    return CreateAlbum(path, depth);
+    if (operation == kAlbumDelete) return AlbumsDelete(AlbumNameOf(path), nullptr);
+    return IsNoPlaceForAlbums(path) ? 0 : CreateAlbum(path, depth);
 }
 
 }  // namespace koli

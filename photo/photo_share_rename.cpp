@@ -6,6 +6,7 @@
 #include "index/share_path.h"
 #include "photo/album_name.h"
 #include "photo/photo_share.h"
+#include "photo/photo_share_restrict.h"
 #include "photo/photo_share_rows.h"
 #include "photo/share_fs.h"
 #include "photo/sql_text.h"
@@ -17,14 +18,31 @@ namespace {
 
 constexpr const char kModule[] = "photo_share";
 
-/// The share's top and everything in its "#recycle": what is moved there has no album any more.
-bool IsNoPlaceForAlbums(const char* path) {
-    return *AlbumNameOf(path) == '\0' || IsRecycleBinPath(path) != 0;
-}
-
 /// Both paths begin with the same share, of the same volume.
 bool IsSameShare(const char* new_path, const char* old_path) {
     return strncmp(new_path, old_path, kShareTopLength + 1) == 0;
+}
+
+bool IsInside(const char* album, const char* top) {
+    const size_t length = strlen(top);
+    return strncmp(album, top, length) == 0 && album[length] == '/';
+}
+
+/// An album and those below it, but for the one that is on its way between the two names.
+int DropAlbums(const char* album, const char* moving) {
+    return AlbumsDelete(album, IsInside(moving, album) ? moving : nullptr);
+}
+
+/// Rows that stand at and below the new name belong to folders that are gone: the album that moves there
+/// takes nothing over from them, least of all a public flag.  They stay when the old folder is there again,
+/// as nobody knows then whose they are.
+void MakeWay(const char* new_path, const char* old_path) {
+    const char* new_name = AlbumNameOf(new_path);
+    const char* old_name = AlbumNameOf(old_path);
+    if (strcmp(new_name, old_name) == 0 || !IsAlbum(old_name)) return;
+    const int there = KLIBPathLook(new_path);
+    const bool is_replaced = there == KLIB_PATH_DIRECTORY && KLIBPathLook(old_path) == KLIB_PATH_ABSENT;
+    if (is_replaced || there == KLIB_PATH_ABSENT || !IsAlbum(new_name)) DropAlbums(new_name, old_name);
 }
 
 int RenameRow(const char* new_name, const char* old_name) {
@@ -54,20 +72,24 @@ int RenameCover(const char* new_name, const char* old_name) {
     return affected == 0 ? ReportMissing(new_name) : 0;
 }
 
-/// The sub-albums, when their album changes its level.
+/// The sub-albums stay with an album that keeps its level, in the "#recycle" too, so that what comes back
+/// from there has what it had.
 int FollowWithSubAlbums(const char* new_path, const char* old_path) {
-    const int new_depth = PhotoShareDepth(new_path);
-    const int old_depth = PhotoShareDepth(old_path);
-    if (old_depth == kTopAlbum && new_depth == kTopAlbum) {
-        if (KOLIPhotoShareRenameSubDir(AlbumNameOf(new_path), AlbumNameOf(old_path)) == -1) {
+    const int new_level = AlbumLevelOf(new_path);
+    const int old_level = AlbumLevelOf(old_path);
+    const char* new_name = AlbumNameOf(new_path);
+    const char* old_name = AlbumNameOf(old_path);
+    if (old_level == kTopAlbum && new_level == kTopAlbum) {
+        if (KOLIPhotoShareRenameSubDir(new_name, old_name) == -1) {
             KOLI_LOG("%s (%d) KOLIPhotoShareRenameSubDir failed.");
             return -1;
         }
-    } else if (old_depth == kTopAlbum && new_depth == kSubAlbum) {
-        PhotoShareUpdate(old_path, kAlbumDelete);
-    } else if (old_depth == kSubAlbum && new_depth == kTopAlbum) {
-        PhotoShareWalk(new_path);
+    } else if (old_level == kTopAlbum) {
+        DropAlbums(old_name, new_name);
     }
+    // Those of a sub-album are new; in the "#recycle" there may have come some.
+    const bool has_new = old_level == kSubAlbum || IsRecycleBinPath(old_path) != 0;
+    if (has_new && new_level == kTopAlbum) PhotoShareWalk(new_path);
     return 0;
 }
 
@@ -82,6 +104,33 @@ int RenameSubAlbum(const char* row_name, const char* new_album, size_t old_lengt
         FormatSql(LogSite(kModule), "Update photo_share set sharename = '%s' where sharename = '%s'",
                   to.get(), from.get());
     return AlbumExec(sql, LogSite(kModule)) == -1 ? -1 : 0;
+}
+
+/// Albums are made for the new path.  -1, as nothing was renamed.
+int WalkInstead(const char* new_path) {
+    PhotoShareFsCheck();
+    PhotoShareWalk(new_path);
+    return -1;
+}
+
+int RenameAlbum(const char* new_path, const char* old_path) {
+    const SqlText new_name = QuoteText(AlbumNameOf(new_path), LogSite(kModule));
+    const SqlText old_name = QuoteText(AlbumNameOf(old_path), LogSite(kModule));
+    if (new_name == nullptr || old_name == nullptr) return -1;
+    const bool has_rows = IsSameShare(new_path, old_path) && !IsOnOtherVolume(new_path);
+    int renamed = 0;
+    if (has_rows) {
+        MakeWay(new_path, old_path);
+        renamed = RenameRow(new_name.get(), old_name.get());
+    }
+    if (renamed == -1) {
+        AlbumRestrict(AlbumNameOf(new_path), AlbumNameOf(old_path));
+        return -1;
+    }
+    if (renamed == 0 && IsDirExist(new_path) != 0) return WalkInstead(new_path);
+    if (!has_rows) return ReportMissing(new_name.get());
+    if (RenameCover(new_name.get(), old_name.get()) != 0) return -1;
+    return FollowWithSubAlbums(new_path, old_path);
 }
 
 }  // namespace
@@ -112,26 +161,11 @@ int PhotoShareRename(const char* new_path, const char* old_path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    const bool is_dropped = IsNoPlaceForAlbums(new_path);
-    if (PhotoShareDepth(old_path) == kNoAlbum && (is_dropped || PhotoShareDepth(new_path) == kNoAlbum))
-        return -1;
-    const bool is_same_share = IsSameShare(new_path, old_path);
-    if (is_dropped) return is_same_share ? PhotoShareUpdate(old_path, kAlbumDelete) : -1;
-
-    const SqlText new_name = QuoteText(AlbumNameOf(new_path), LogSite(kModule));
-    const SqlText old_name = QuoteText(AlbumNameOf(old_path), LogSite(kModule));
-    if (new_name == nullptr || old_name == nullptr) return -1;
-    KOLIDBFlush();  // so that the steps fall into one group: a process killed between them leaves all or none
-    const int renamed = is_same_share ? RenameRow(new_name.get(), old_name.get()) : 0;
-    if (renamed == -1) return -1;
-    if (renamed == 0 && IsDirExist(new_path) != 0) {
-        PhotoShareFsCheck();
-        PhotoShareWalk(new_path);
-        return -1;
-    }
-    if (!is_same_share) return ReportMissing(new_name.get());
-    if (RenameCover(new_name.get(), old_name.get()) != 0) return -1;
-    return FollowWithSubAlbums(new_path, old_path);
+    if (IsShareTop(new_path)) return IsDirExist(new_path) != 0 ? WalkInstead(new_path) : -1;
+    if (AlbumLevelOf(new_path) == kNoAlbum && AlbumLevelOf(old_path) == kNoAlbum) return -1;
+    PhotoDBUnitBegin();
+    const int result = RenameAlbum(new_path, old_path);
+    return PhotoDBUnitEnd(1) == 0 ? result : -1;
 }
 
 }  // namespace koli

@@ -2,14 +2,18 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
-#include "base/path_names.h"
 #include "index/share_path.h"
 #include "photo/album_name.h"
 #include "photo/folder_listing.h"
+#include "photo/metadata_folder.h"
+#include "photo/path_buffer.h"
+#include "photo/photo_resync.h"
 #include "photo/photo_share.h"
 #include "photo/photo_share_rows.h"
+#include "photo/resync_guard.h"
 #include "photo/sql_text.h"
 #include "platform/kolidb.h"
+#include "platform/kolisdk.h"
 #include "platform/paths.h"
 
 namespace koli {
@@ -32,6 +36,13 @@ int LinkTargetGet(char (&target)[kPathSize]) {
     return -1;
 }
 
+int MarkFresh(const char* album) {
+    const SqlText name = QuoteText(album, LogSite(kModule));
+    if (name == nullptr) return -1;
+    return ExecStep(FormatSql(LogSite(kModule), "Update photo_share set updated = '1' where sharename = '%s'",
+                              name.get()));
+}
+
 /// Creates the album of a name that has no row.
 void CreateAlbum(const char* album) {
     char target[kPathSize];
@@ -41,19 +52,55 @@ void CreateAlbum(const char* album) {
 }
 
 /// Marks the albums of the directories inside `folder`, and with `is_top`, for the share's top, also those
-/// inside each of them.  False when a directory could not be looked at: nobody knows then what is stale.
-bool MarkInside(const char* folder, bool is_top) {
-    bool is_complete = true;
-    const FolderListing::Status result = ForEachFolder(folder, [&is_complete, is_top](const char* path) {
-        if (strcmp(FileNameOf(path), kRecycleName) == 0) return;
-        PhotoShareMark(AlbumNameOf(path));
-        if (is_top && !MarkInside(path, false)) is_complete = false;
-    });
-    // A top that is not there is out of reach (a volume that is not mounted); any other may have just gone.
-    const bool is_missed = result == FolderListing::Status::kOutOfReach ||
-                           (is_top && result == FolderListing::Status::kNoFolder);
-    if (is_missed) KOLI_LOG("%s (%d) Failed to open directory %s ", folder);
-    return is_complete && !is_missed;
+/// inside each of them.
+void MarkInside(const char* folder, bool is_top, ResyncGuard* guard) {
+    FolderListing listing;
+    if (!guard->List(folder, &listing)) return;
+    PathBuffer path(folder);
+    const size_t length = path.length();
+    for (const dirent* entry : listing) {
+        if (guard->IsStopped()) return;
+        const bool is_skipped =
+            MentionsMetadataFolder(entry->d_name) || strcmp(entry->d_name, kRecycleName) == 0;
+        if (is_skipped || !path.Append(entry->d_name)) continue;
+        const EntryKind kind = EntryKindOf(*entry, path.text());
+        if (kind == EntryKind::kOutOfReach) guard->MissFolder(path.text());
+        if (kind == EntryKind::kFolder) {
+            PhotoShareMark(AlbumNameOf(path.text()));
+            if (is_top) MarkInside(path.text(), false, guard);
+        }
+        path.CutTo(length);
+    }
+    guard->Leave(folder, listing);
+}
+
+/// An album that was renamed into the share's "#recycle" stays as long as its folder.
+void MarkRecycled(const char* top, ResyncGuard* guard) {
+    PathBuffer path(top);
+    const size_t length = path.length();
+    if (!path.Append(kRecycleName) || KLIBPathLook(path.text()) == KLIB_PATH_ABSENT) return;
+    path.CutTo(length);
+    const SqlRows rows =
+        AlbumRowsOpen(KOLI_PHOTO_SHARE, "sharename like '#recycle/%'", nullptr, 0, LogSite(kModule));
+    if (rows == nullptr) return guard->Miss();
+    while (KOLIDBFetchRow(rows->result, &rows->row) == 0 && !guard->IsStopped()) {
+        const char* album = KOLIDBFetchField(rows->result, rows->row, "sharename");
+        if (album == nullptr || !path.Append(album)) continue;
+        const int kind = KLIBPathLook(path.text());
+        if ((kind == KLIB_PATH_DIRECTORY || kind == KLIB_PATH_UNKNOWN) && MarkFresh(album) != 0)
+            guard->Miss();
+        path.CutTo(length);
+    }
+}
+
+/// An album whose mark was lost or refused is there still.  None goes while the photos' resync saw less than
+/// everything: its rename may be on its way.
+int Sweep(const char* top, ResyncGuard* guard) {
+    MarkRecycled(top, guard);
+    if (!PhotoFolderResyncSawAll() || !guard->MaySweep()) return 0;
+    if (PhotoDBHarden() == 0 && PhotoShareSweep(nullptr) != -1) return 0;
+    KOLI_LOG("%s (%d) Failed to delete none updated rows.");
+    return -1;
 }
 
 }  // namespace
@@ -74,10 +121,7 @@ int PhotoShareMark(const char* album) {
     const SqlRows rows = AlbumRowOpen(album, 0, LogSite(kModule));
     if (rows == nullptr) return -1;
     if (rows->row_count > 0) {
-        const SqlText name = QuoteText(album, LogSite(kModule));
-        if (name == nullptr) return -1;
-        ExecStep(FormatSql(LogSite(kModule), "Update photo_share set updated = '1' where sharename = '%s'",
-                           name.get()));
+        MarkFresh(album);
     } else {
         CreateAlbum(album);
     }
@@ -97,21 +141,14 @@ int PhotoShareResync(const char* path) {
     if (path != nullptr && PhotoShareDepth(path) != kTopAlbum) return 0;
     char target[kPathSize];
     if (LinkTargetGet(target) != 0) return -1;
-    if (path != nullptr) {
-        MarkInside(path, false);
-        return 0;
-    }
-    if (PhotoShareMarkAll(nullptr) == -1) {
+    const char* top = path != nullptr ? path : target;
+    ResyncGuard guard(top, LogSite(kModule));
+    if (path == nullptr && PhotoShareMarkAll(nullptr) == -1) {
         KOLI_LOG("%s (%d) Failed to set updated to 0 for all rows.");
         return -1;
     }
-    if (!MarkInside(target, true)) return 0;
-    // An album whose mark was lost or refused is there still.
-    if (PhotoDBHarden() != 0 || PhotoShareSweep(nullptr) == -1) {
-        KOLI_LOG("%s (%d) Failed to delete none updated rows.");
-        return -1;
-    }
-    return 0;
+    MarkInside(top, path == nullptr, &guard);
+    return path == nullptr ? Sweep(top, &guard) : 0;
 }
 
 }  // namespace koli

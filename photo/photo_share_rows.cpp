@@ -10,6 +10,8 @@ namespace {
 
 constexpr const char kModule[] = "photo_share";
 
+constexpr int kIdSize = 16;  // bytes of an album's number as text
+
 }  // namespace
 
 int AlbumExec(const SqlText& sql, LogSite site) {
@@ -30,6 +32,28 @@ SqlRows AlbumRowOpen(const char* album, int limit, LogSite site) {
     if (name == nullptr) return nullptr;
     const SqlText where = FormatSql(site, "sharename = '%s'", name.get());
     return where != nullptr ? AlbumRowsOpen(KOLI_PHOTO_SHARE, where.get(), nullptr, limit, site) : nullptr;
+}
+
+bool IsAlbum(const char* album) {
+    char share_id[kIdSize];
+    return KOLIPhotoShareGetFieldValue(album, "shareid", share_id, sizeof share_id) == 0;
+}
+
+int AlbumsDelete(const char* album, const char* but) {
+    const SqlText name = QuoteText(album, LogSite(kModule));
+    const SqlText like = LikeText(album, LogSite(kModule));
+    const SqlText kept = QuoteText(but != nullptr ? but : "", LogSite(kModule));
+    if (name == nullptr || like == nullptr || kept == nullptr) return -1;
+    const SqlText sql =
+        but == nullptr
+            ? FormatSql(LogSite(kModule),
+                        "Delete from photo_share where sharename = '%s' or sharename like '%s/%%';",
+                        name.get(), like.get())
+            : FormatSql(LogSite(kModule),
+                        "Delete from photo_share where (sharename = '%s' or sharename like '%s/%%')"
+                        " and sharename <> '%s';",
+                        name.get(), like.get(), kept.get());
+    return AlbumExec(sql, LogSite(kModule)) == -1 ? -1 : 0;
 }
 
 int KOLIPhotoShareGetFieldValue(const char* album, const char* column, char* buffer, int size) {

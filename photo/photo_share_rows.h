@@ -19,6 +19,13 @@ SqlRows AlbumRowsOpen(int table, const char* where, const char* order, int limit
 /// The row of the album, as AlbumRowsOpen gives it; no row when there is no such album.
 SqlRows AlbumRowOpen(const char* album, int limit, LogSite site);
 
+/// Whether there is an album of that name; false also when the database cannot tell (logged).
+bool IsAlbum(const char* album);
+
+/// Deletes an album and its sub-albums, but for the one named `but`, null for none.  Returns 0, or -1 on
+/// failure (logged).
+int AlbumsDelete(const char* album, const char* but);
+
 /// The text of a column of the album's row, cut to `size` bytes.  Returns 0, or -1 when there is no such row
 /// or column, and on failure (logged).
 int KOLIPhotoShareGetFieldValue(const char* album, const char* column, char* buffer, int size);

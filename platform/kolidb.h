@@ -108,6 +108,11 @@ void PhotoDBMarkSet(const KOLIBatchMark* mark);
 /// Removes the mark.  Returns 0 when there is none, durably so, or -1.
 int PhotoDBMarkRemove(void);
 
+/// The photo database's own memory: a text under a name (no file's).  Get copies it, cut to `size` bytes, and
+/// returns 0, 1 when there is none, or -1 when it cannot be read; Set returns 0, or -1.
+int PhotoDBSettingGet(const char* name, char* value, int size);
+int PhotoDBSettingSet(const char* name, const char* value);
+
 // ---- Photo database --------------------------------------------------------------------------------------
 
 /// Inserts or replaces the row of the record's path and sets its `updated` mark; `mode` is 1 (add) or 5
@@ -205,7 +210,9 @@ PhotoPathList* PhotoPathDBGet(KOLIDBRows* rows);
 void FreePhotoPathList(PhotoPathList* list);
 
 /// Moves every listed photo row from the prefix `old_path` to `new_path`; rows that stand at a new path give
-/// way. Returns 0, or -1 on failure (then nothing is changed).
+/// way.  A row whose file still stands at its path, or cannot be looked at, stays when its path goes on
+/// behind the old one with anything but '/', or when there is a row at its new path: the rename has been done
+/// before.  Returns 0, or -1 on failure (then nothing is changed).
 int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path, const char* old_path);
 
 }  // extern "C"

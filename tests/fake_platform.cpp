@@ -108,6 +108,13 @@ int PhotoDBMarkRemove(void) {
     return 0;
 }
 
+int PhotoDBSettingGet(const char*, char*, int) {
+    return 1;
+}
+int PhotoDBSettingSet(const char*, const char*) {
+    return 0;
+}
+
 int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode) {
     fake.photos.emplace_back(mode, *record);
     return Record(__func__, mode, record->path);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "index/index_mode.h"
+#include "photo/caption.h"
 #include "photo/photo.h"
 #include "tests/exif_bytes.h"
 #include "tests/fixture.h"
@@ -72,9 +73,25 @@ TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
         EXPECT_EQ(access(empty.c_str(), F_OK) == 0, *failing != '\0') << failing;
     }
     EXPECT_EQ(fake.calls, (Lines{"PhotoInfoDBSave 1 " + path, "PhotoDBHarden"}));
-    const std::string title = Write("@eaDir/empty.jpg/KOLIPHOTO:TITLE", "of a file that never enters");
+    const std::string early = Write("@eaDir/empty.jpg/KOLIPHOTO:TITLE", "of an upload that has just begun");
     EXPECT_EQ(PhotoLibraryAdd(Write("empty.jpg", "").c_str(), kModeAdd), -1);
-    EXPECT_NE(access(title.c_str(), F_OK), 0);
+    EXPECT_EQ(access(early.c_str(), F_OK), 0);
+}
+
+TEST_F(Photo, ACaptionWaitsForTheEndOfAUnitAndOneThatReplacesItStays) {
+    Lines titles;
+    fake.results["PhotoDBHarden"] = 1;
+    for (const char* name : {"a", "b", "c"}) {
+        titles.push_back(Write("@eaDir/"s + name + ".jpg/KOLIPHOTO:TITLE", "Sunset"));
+        PhotoLibraryAdd(Write(name + ".jpg"s, "x").c_str(), kModeAdd);
+    }
+    Write("@eaDir/b.jpg/KOLIPHOTO:TITLE", "Dawn.."s);  // the same size
+    std::filesystem::rename(Write("new", "Sunset"), titles[2]);
+    fake.results["PhotoDBHarden"] = 0;
+    CaptionRemovalsRun();
+    EXPECT_NE(access(titles[0].c_str(), F_OK), 0);
+    EXPECT_EQ(ReadFile(titles[1]), "Dawn..");
+    EXPECT_EQ(ReadFile(titles[2]), "Sunset");
 }
 
 TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {
@@ -99,6 +116,8 @@ TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {
 TEST_F(Photo, DispatchesByModeAndKind) {
     const std::string photo = Write("a.jpg", "x"), video = Write("a.mp4", "x"), plain = Write("a.avi", "x");
     const std::string convert = "KLIBExec /usr/koli/bin/koliflvconv -f ";
+    const std::string loop = Path("loop.jpg");
+    ASSERT_EQ(symlink("loop.jpg", loop.c_str()), 0);
     const std::tuple<std::string, int, int, Lines> cases[] = {
         {photo, kModeAdd, 0, {"PhotoInfoDBSave 1 " + photo}},
         {photo, kModeUpdate, 0, {"PhotoInfoDBSave 5 " + photo}},
@@ -113,6 +132,7 @@ TEST_F(Photo, DispatchesByModeAndKind) {
         {MakeDir("d.jpg"), kModeAdd, -1, {}},
         {photo, kModeRebuild, -1, {}},
         {photo, kModeDelete, 0, {}},
+        {loop, kModeDelete, 0, {}},  // cannot be looked at
     };
     for (const auto& [path, mode, result, calls] : cases) {
         fake.calls.clear();
@@ -122,6 +142,7 @@ TEST_F(Photo, DispatchesByModeAndKind) {
     EXPECT_EQ(fake.log,
               (Lines{"photo_index(#) Thumb daemon is not running .....\n",
                      "photo_index(#) FLV daemon is not running .....\n", "photo_index (#) Bad parameter.",
+                     "photo_index (#) File exists. Skip remove it from database.",
                      "photo_index (#) File exists. Skip remove it from database."}));
 }
 

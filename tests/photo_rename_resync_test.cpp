@@ -1,106 +1,225 @@
-// Photo rows follow renames, and a resync brings them in step with the
-#include <unistd.h>
-
+// Photo rows follow renames and leave their neighbours alone; a resync deletes what is gone and nothing else.
 #include "photo/folder_listing.h"
 #include "photo/photo_rename.h"
 #include "photo/photo_resync.h"
-#include "photo/share_fs.h"
+#include "photo/photo_share.h"
 #include "tests/photo_sandbox.h"
 
 namespace koli::test {
 
-using PhotoPathRenameTest = PhotoFixture;
-using PhotoFolderResyncTest = PhotoFixture;
+struct PhotoRename : PhotoFixture {
+    int Rename(const std::string& to, const std::string& from, int is_directory = 0) const {
+        return PhotoPathRename(In(to).c_str(), In(from).c_str(), is_directory);
+    }
+};
 
-TEST_F(PhotoPathRenameTest, RowsFollowAFolderAndAPicture) {
-    const std::string folder = MakeDir("d.jpg"), photo = MakeFile("c.jpg");
-    fake.rows["photo 0 path like '/p/o''\\_/%'"] = {{{"path", "/p/o'_/x.jpg"}}};
-    fake.rows["photo 0 path like '/p/a.jpg%'"] = {{{"path", "/p/a.jpg"}}};
-    fake.rows["photo 0 path like '" + photo + "%'"] = {{{"path", photo}}};
-    EXPECT_EQ(PhotoPathRename(folder.c_str(), "/p/o'_", 1), 0);
-    EXPECT_EQ(PhotoPathRename(photo.c_str(), "/p/a.jpg", 0), 0);
-    EXPECT_EQ(PhotoPathRename(photo.c_str(), photo.c_str(), 0), 0);
-    EXPECT_EQ(fake.calls, (Lines{"PhotoInfoDBOpen photo 0 path like '/p/o''\\_/%'",
-                                 "KOLIUpdatePhotoPath " + folder + " /p/o'_",
-                                 "PhotoInfoDBOpen photo 0 path like '/p/a.jpg%'",
-                                 "PhotoInfoDBDelete " + photo, "KOLIUpdatePhotoPath " + photo + " /p/a.jpg",
-                                 "PhotoInfoDBOpen photo 0 path like '" + photo + "%'",
-                                 "KOLIUpdatePhotoPath " + photo + " " + photo}));
-    EXPECT_EQ(PhotoPathRename("/p/b.mp4", "/p/a.jpg", 0), -1);  // a video gives up its rows
-    EXPECT_EQ(fake.calls.back(), "PhotoInfoDBDelete /p/a.jpg");
-    fake.failing = {"KOLIUpdatePhotoPath"};
-    EXPECT_EQ(PhotoPathRename(folder.c_str(), "/p/a.jpg", 0), -1);
-
-    // Without rows the new path is indexed.
-    EXPECT_EQ(PhotoPathRename(photo.c_str(), "/p/b.jpg", 0), 0);
-    EXPECT_EQ(fake.calls.back(), "PhotoInfoDBSave 1 " + photo);
-    EXPECT_EQ(PhotoPathRename(folder.c_str(), "/p/a", 1), 0);
-    EXPECT_EQ(fake.calls.back(), "IndexWalk " + folder + " 1 2");
-    EXPECT_EQ(PhotoPathRename("/p/c.mp4", "/p/a.mp4", 0), -1);
+TEST_F(PhotoRename, RowsFollowAFolderOrAPictureAndNeighboursStay) {
+    const struct {
+        const char* what;
+        Texts files, before;
+        const char *to, *from;
+        int is_directory, result;
+        Texts after;
+    } cases[] = {
+        {"a folder",
+         {"d.jpg/x.jpg"},
+         {"o'_/x.jpg T", "oo/x.jpg N"},
+         "d.jpg",
+         "o'_",
+         1,
+         0,
+         {"d.jpg/x.jpg T", "oo/x.jpg N"}},
+        {"a folder that has moved on",
+         {},
+         {"T/x.jpg T", "T/x/y.jpg U"},
+         "T.2010",
+         "T",
+         1,
+         0,
+         {"T.2010/x.jpg T", "T.2010/x/y.jpg U"}},
+        {"and was taken for a file",
+         {"T2/x.jpg"},
+         {"T/x.jpg T", "T2/x.jpg N"},
+         "X",
+         "T",
+         0,
+         0,
+         {"T2/x.jpg N", "X/x.jpg T"}},
+        {"a picture", {"b.jpg"}, {"a.jpg T", "b.jpg gives way"}, "b.jpg", "a.jpg", 0, 0, {"b.jpg T"}},
+        {"with what its name begins",
+         {"b.jpg"},
+         {"a.jpg T", "a.jpg2 U"},
+         "b.jpg",
+         "a.jpg",
+         0,
+         0,
+         {"b.jpg T", "b.jpg2 U"}},
+        {"but for what is there",
+         {"y.jpe", "x.jpeg"},
+         {"x.jpe T", "x.jpeg N"},
+         "y.jpe",
+         "x.jpe",
+         0,
+         0,
+         {"x.jpeg N", "y.jpe T"}},
+        {"or may be",
+         {"y.jpe", "x.jpeg?"},
+         {"x.jpe T", "x.jpeg N"},
+         "y.jpe",
+         "x.jpe",
+         0,
+         0,
+         {"x.jpeg N", "y.jpe T"}},
+        {"a new one beside it",
+         {"y.jpe", "x.jpeg"},
+         {"x.jpeg N"},
+         "y.jpe",
+         "x.jpe",
+         0,
+         0,
+         {"x.jpeg N", "y.jpe y"}},
+        {"swapped", {"a.jpg", "b.jpg"}, {"a.jpg T"}, "b.jpg", "a.jpg", 0, 0, {"b.jpg T"}},
+        {"done before",
+         {"a.jpg", "b.jpg"},
+         {"a.jpg new", "b.jpg T"},
+         "b.jpg",
+         "a.jpg",
+         0,
+         0,
+         {"a.jpg new", "b.jpg T"}},
+        {"done before, a folder",
+         {"A/a.jpg", "B/a.jpg"},
+         {"A/a.jpg new", "A/b.jpg U", "B/a.jpg T"},
+         "B",
+         "A",
+         1,
+         0,
+         {"A/a.jpg new", "B/a.jpg T", "B/b.jpg U"}},
+        {"onto itself", {"a.jpg"}, {"a.jpg T"}, "a.jpg", "a.jpg", 0, 0, {"a.jpg T"}},
+        {"no picture any more", {"a.mp4"}, {"a.jpg T"}, "a.mp4", "a.jpg", 0, -1, {}},
+        {"without a row", {"b.jpg"}, {}, "b.jpg", "a.jpg", 0, 0, {"b.jpg b"}},
+        {"a video without a row", {"b.mp4"}, {}, "b.mp4", "a.mp4", 0, -1, {}},
+    };
+    for (const auto& step : cases) {
+        SCOPED_TRACE(step.what);
+        std::filesystem::remove_all(top_);
+        KOLITruncateTable("photo_info");
+        for (std::string file : step.files)
+            if (file.back() != '?')
+                MakeFile(file);
+            else
+                MakeUnknown(file.substr(0, file.size() - 1));
+        AddPhotos(step.before);
+        EXPECT_EQ(Rename(step.to, step.from, step.is_directory), step.result);
+        EXPECT_EQ(Photos(), step.after);
+    }
+    const std::string folder = MakeDir("new");
+    EXPECT_EQ(Rename("new", "old", 1), 0);
+    EXPECT_EQ(fake.calls, Lines{"IndexWalk " + folder + " 1 2"});
     EXPECT_EQ(PhotoPathRename("/p/a.mp4", "", 0), -1);
-    EXPECT_EQ(fake.log,
-              (Lines{"photo_index (#) Failed to rename to new path.", "photo_index (#) Bad parameter."}));
+    EXPECT_EQ(last_log, "photo_index (#) Bad parameter.");
 }
 
-TEST_F(PhotoPathRenameTest, MovesTheFirstOccurrenceAndNeverCuts) {
-    const std::string tail(3000, 'x');
-    for (const std::string& path : {"/p/x/p/x/v.avi"s, "/other"s, "/p/x/" + tail, "/p/x/it's"s})
-        fake.rows["photo 2 path like '/p/x%'"].push_back({{"path", path}});
-    const std::string to = "/" + std::string(1500, 'y');  // the third would not fit
-    EXPECT_EQ(VideoDescPathRename(2, to.c_str(), "/p/x"), 0);
-    const std::string update = "KOLIDBExecute Update video_comment set path = '" + to;
-    EXPECT_EQ(fake.calls, (Lines{"PhotoInfoDBOpen photo 2 path like '/p/x%'",
-                                 update + "/p/x/v.avi' where path = '/p/x/p/x/v.avi'",
-                                 update + "/it''s' where path = '/p/x/it''s'"}));
+TEST_F(PhotoRename, TextsOfVideosMoveByTheFirstOccurrence) {
+    const std::string tail(3000, 'x'), to = "/" + std::string(1500, 'y');  // together too long
+    const std::string there = MakeFile("x2/v.avi");
+    for (const std::string& path : {In("x") + In("x") + "/v.avi", "/other"s, In("x/") + tail, In("x/it''s"),
+                                    In("x3/v.avi"), there, In("x4/v.avi")})
+        PhotoDBExec(("INSERT INTO video_comment (path) VALUES ('" + path + "')").c_str());
+    MakeDir("x4");
+    MakeUnknown("x4/v.avi");
+    EXPECT_EQ(VideoDescPathRename(2, to.c_str(), In("x").c_str()), 0);
+    EXPECT_EQ(Photo("SELECT path AS v FROM video_comment ORDER BY id"),
+              (Texts{to + In("x") + "/v.avi", "/other", In("x/") + tail, to + "/it's", to + "3/v.avi", there,
+                     In("x4/v.avi")}));
+    EXPECT_EQ(VideoDescPathRename(2, to.c_str(), In("none").c_str()), -1);
+    EXPECT_EQ(VideoDescPathRename(3, to.c_str(), In("x").c_str()), -1);
 }
 
-TEST_F(PhotoFolderResyncTest, RefreshesTheKnownAddsTheNewAndSweeps) {
+struct PhotoResync : PhotoFixture {
+    /// A share with a row that is stale, and an album that is.
+    PhotoResync() {
+        MakeFile("Trip/a.jpg");
+        AddPhotos({"Trip/a.jpg By hand", "Trip/gone.jpg gone"});
+        PhotoDBExec("INSERT INTO photo_share (sharename, updated) VALUES ('Trip', 1), ('gone', 1)");
+    }
+    /// Whether the stale row and the stale album are swept.
+    static std::string Swept() {
+        LetTimePass();
+        PhotoFolderResync(nullptr);
+        PhotoShareResync(nullptr);
+        return Photo(
+            "SELECT (SELECT count(*) FROM photo_info WHERE path LIKE '%gone%') || ' ' ||"
+            " (SELECT count(*) FROM photo_share WHERE sharename = 'gone') AS v")[0];
+    }
+};
+
+TEST_F(PhotoResync, RefreshesTheKnownAddsTheNewAndSweeps) {
     for (const char* name : {"b.jpg", "a.jpg", "c.mp4", "n.jpg", "m.jpg", ".h.jpg", "bare", "sub/s.jpg",
                              "@eaDir/e.jpg", "#recycle/r.jpg", "sub/my@eaDir/e.jpg", ".dir/h.jpg"})
         MakeFile(name);
     ASSERT_EQ(symlink(top_.c_str(), In("sub/up").c_str()), 0);
-    ASSERT_EQ(symlink("/dev/null", In("null").c_str()), 0);
-    const std::string inside = "path like '" + top_ + "/%' and path not like '" + top_ + "/%/%'";
-    fake.rows["photo 0 " + inside] = {{{"path", In("b.jpg")}}, {{"path", In("a.jpg")}}};
-    fake.rows["media 1 " + inside] = {{{"path", In("c.mp4")}}};
-    ASSERT_EQ(PhotoFolderResync(nullptr), 0);
-
-    const std::string sub = "path like '" + top_ + "/sub/%' and path not like '" + top_ + "/sub/%/%'";
-    EXPECT_EQ(fake.calls,
-              (Lines{"KOLIPhotoInitAllRows", "PhotoInfoDBOpen photo 0 " + inside,
-                     "MediaInfoDBOpen media 1 " + inside, "KOLIIndexPhotoUpdateVideoStatus " + In("c.mp4"),
-                     "PhotoInfoDBSave 5 " + In("b.jpg"), "PhotoInfoDBSave 5 " + In("a.jpg"),
-                     "IndexOnePath " + In("n.jpg") + " 1", "PhotoInfoDBSave 1 " + In("n.jpg"),
-                     "IndexOnePath " + In("m.jpg") + " 1", "PhotoInfoDBSave 1 " + In("m.jpg"),
-                     "PhotoInfoDBOpen photo 0 " + sub, "MediaInfoDBOpen media 1 " + sub,
-                     "IndexOnePath " + In("sub/s.jpg") + " 1", "PhotoInfoDBSave 1 " + In("sub/s.jpg"),
-                     "PhotoDBHarden", "KOLIPhotoDeleteNoUpdateRows"}));
-    EXPECT_TRUE(fake.log.empty());
+    ASSERT_EQ(symlink("/nowhere", In("sub/nowhere.jpg").c_str()), 0);
+    const MediaInfo video = host::MediaRecord(In("c.mp4"));
+    ASSERT_EQ(MediaInfoDBSave(kStoreVideo, &video), 0);
+    AddPhotos({"b.jpg By hand", "a.jpg a", "#recycle/r.jpg By hand", "#recycle/gone.jpg gone"});
+    EXPECT_EQ(Swept(), "0 0");
+    EXPECT_EQ(Photos(), (Texts{"#recycle/r.jpg By hand", "Trip/a.jpg By hand", "a.jpg a", "b.jpg By hand",
+                               "m.jpg m", "n.jpg n", "sub/s.jpg s"}));
+    EXPECT_EQ(fake.calls, (Lines{"IndexOnePath " + In("n.jpg") + " 1", "IndexOnePath " + In("m.jpg") + " 1",
+                                 "IndexOnePath " + In("sub/s.jpg") + " 1",
+                                 "IndexOnePath " + In("sub/nowhere.jpg") + " 1"}));
 }
 
-TEST_F(PhotoFolderResyncTest, FailuresAreToldInTheirWords) {
-    MakeFile("a.jpg");
-    fake.failing = {"PhotoDBHarden"};
-    EXPECT_EQ(PhotoFolderResync(nullptr), -1);
-    EXPECT_EQ(fake.calls.back(), "PhotoDBHarden");
-    fake.failing = {"PhotoInfoDBOpen"};
-    EXPECT_EQ(PhotoFolderResync(nullptr), 0);
-    EXPECT_NE(fake.calls.back(), "KOLIPhotoDeleteNoUpdateRows");
-    fake.failing = {"KOLIPhotoInitAllRows"};
-    EXPECT_EQ(PhotoFolderResync(nullptr), -1);
+TEST_F(PhotoResync, SweepsNothingWhenSomethingCannotBeSeen) {
+    MakeUnknown("Trip/b.jpg");  // as a folder it could hold rows
+    EXPECT_EQ(Swept(), "1 1");
+    EXPECT_EQ(last_log, "photo_share (#) Failed to open directory " + In("Trip/b.jpg") + " ");
+    std::filesystem::remove(In("Trip/b.jpg"));
+    const std::string real = share_target;
     share_target = In("unmounted");
-    fake.failing.clear();
     EXPECT_EQ(PhotoFolderResync(nullptr), 0);
-    EXPECT_EQ(fake.calls.back(), "KOLIPhotoInitAllRows");
+    EXPECT_EQ(last_log, "photo_index (#) Failed to open directory " + In("unmounted") + " ");
     share_target = "";
     EXPECT_EQ(PhotoFolderResync(nullptr), -1);
+    share_target = real;
+    PhotoDBExec("ALTER TABLE photo_info RENAME TO away");
+    EXPECT_EQ(PhotoFolderResync(nullptr), -1);
+    EXPECT_EQ(last_log, "photo_index (#) Failed to set updated to 0 for all rows.");
+    PhotoDBExec("ALTER TABLE away RENAME TO photo_info");
+    EXPECT_EQ(PhotoShareResync(nullptr), 0);  // the photos' resync saw too little
+    EXPECT_EQ(Photo("SELECT count(*) AS v FROM photo_share"), Texts{"2"});
+    EXPECT_EQ(Swept(), "0 0");
     EXPECT_EQ(PhotoFolderSync("", nullptr), -1);
-    EXPECT_EQ(fake.log, (Lines{"photo_index (#) Failed to delete none updated rows.",
-                               "photo_index (#) Error occurred, failed to get records.",
-                               "photo_index (#) Failed to set updated to 0 for all rows.",
-                               "photo_index (#) Failed to open directory " + In("unmounted") + " ",
-                               "photo_index (#) Failed to read link of /var/services/photo",
-                               "photo_index (#) Bad parameter. "}));
+    EXPECT_EQ(last_log, "photo_index (#) Bad parameter. ");
+}
+
+TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
+    MakeFile("Trip/new.jpg");
+    const std::pair<const char*, std::function<void()>> events[] = {
+        {"", [] {}},
+        {"the metadata folder alone", [this] { MakeDir("Trip/@eaDir"); }},
+        {"out of a folder", [this] { std::filesystem::rename(In("Trip/a.jpg"), volume_.Path("out")); }},
+        {"into a folder", [this] { std::filesystem::rename(volume_.Path("out"), In("Trip/a.jpg")); }},
+        {"a folder", [this] { std::filesystem::rename(In("Trip"), In("Trap")); }},
+        {"a folder to come", [this] { std::filesystem::create_directories(In("Zoo/new")); }},
+        {"the volume", [this] { std::filesystem::rename(top_, volume_.Path("out")), MakeDir(""); }},
+    };
+    for (const auto& [what, event] : events) {
+        SCOPED_TRACE(what);
+        std::filesystem::create_directory(In("Zoo"));
+        KOLITruncateTable("photo_info");
+        AddPhotos({"gone.jpg gone"});
+        PhotoDBExec("INSERT OR IGNORE INTO photo_share (sharename, updated) VALUES ('gone', 1)");
+        meanwhile = event;
+        const bool is_move = what[0] != '\0' && what[4] != 'm';
+        EXPECT_EQ(Swept(), is_move ? "1 1" : "0 0");
+        if (what == "a folder"s) std::filesystem::rename(In("Trap"), In("Trip"));
+    }
+    PhotoDBSettingSet("photo_device", "1");  // empty, and elsewhere than it was swept last
+    EXPECT_EQ(Swept(), "1 1");
+    PhotoDBExec("DELETE FROM setting");
+    EXPECT_EQ(Swept(), "0 0");
 }
 
 }  // namespace koli::test

@@ -1,15 +1,26 @@
-// A photo share whose real top has the length that every share's has, and recorders for what stands below the
-// photo room.  For one source file of a test program.
+// A photo share whose real top has the length that every share's has, over the host platform's databases;
+// the walk and the media store's dispatch are recorded.  For one source file of a test program.
 #pragma once
 
+#include <unistd.h>
+
+#include <functional>
+
+#include "index/directory.h"
+#include "index/index.h"
 #include "index/share_path.h"
+#include "photo/conversion.h"
 #include "photo/share_fs.h"
-#include "tests/fake_index.h"
-#include "tests/fixture.h"
+#include "tests/fake_platform.h"
+#include "tests/host_databases.h"
 
 namespace koli::test {
 
+using host::Texts;
+
 inline std::string share_target;  // where the share's link leads to; "" for a link that cannot be read
+
+inline std::function<void()> meanwhile;  // what happens to the share when a new file is indexed first
 
 /// "/tmp/NNN": a volume's name has eight characters.
 inline std::string NewVolume() {
@@ -20,21 +31,53 @@ inline std::string NewVolume() {
 }
 
 /// The share is "photo" on a volume of its own.  The share's link leads to it.
-struct PhotoFixture : testing::Test, TempDir {
-    PhotoFixture() : TempDir(NewVolume()) {
+struct PhotoFixture : host::Store {
+    PhotoFixture() {
         fake = {};
         photo_share_needs_type_check = false;
         share_target = top_;
     }
     /// The path of a name in the share; made as a directory, or as a file of one byte.
     std::string In(const std::string& name) const { return top_ + "/" + name; }
-    std::string MakeDir(const std::string& name) const { return TempDir::MakeDir("photo/" + name); }
-    std::string MakeFile(const std::string& name) const { return Write("photo/" + name, "x"); }
+    std::string MakeDir(const std::string& name) const { return volume_.MakeDir("photo/" + name); }
+    std::string MakeFile(const std::string& name, const std::string& bytes = "x") const {
+        return volume_.Write("photo/" + name, bytes);
+    }
+    /// A look at this name fails, and says nothing about what is there.
+    void MakeUnknown(const std::string& name) const {
+        ASSERT_EQ(symlink(In(name).c_str(), In(name).c_str()), 0);
+    }
 
-    const std::string top_ = TempDir::MakeDir("photo");
+    /// The file system's clock ticks every few milliseconds: after this, what was made is older than what
+    /// comes.
+    static void LetTimePass() { usleep(10000); }
+
+    /// The photo rows as "NAME TITLE", the names relative to the share.
+    Texts Photos() const {
+        return Photo("SELECT substr(path, " + std::to_string(top_.size() + 2) +
+                     ") || ' ' || title AS v FROM photo_info ORDER BY path");
+    }
+    void AddPhotos(const Texts& photos) const {
+        for (const std::string& photo : photos)
+            host::SavePhoto(In(photo.substr(0, photo.find(' '))), photo.substr(photo.find(' ') + 1));
+    }
+
+    const TempDir volume_{NewVolume()};
+    const std::string top_ = volume_.MakeDir("photo");
 };
 
 }  // namespace koli::test
+
+int koli::IndexOnePath(const char* path, int mode) {
+    if (test::meanwhile != nullptr) std::exchange(test::meanwhile, nullptr)();
+    return test::Record(__func__, path, mode);
+}
+
+int koli::IndexWalk(const char* path, int mode, int types) {
+    return test::Record(__func__, path, mode, types);
+}
+
+void koli::ConversionRequest(const char*, int) {}
 
 int koli::IsRecycleBinPath(const char* path) {
     return (std::string(path) + "/").starts_with(test::share_target + "/#recycle/");

@@ -1,144 +1,209 @@
-// Albums follow the directories of the photo share: the statements, to the letter.
+// Albums follow the directories of the photo share, and no album becomes more public on the way.
 #include "photo/photo_share.h"
 
-#include <unistd.h>
-
-#include <ctime>
-
-#include "photo/photo_share_inherit.h"
-#include "photo/share_fs.h"
 #include "tests/photo_sandbox.h"
 
 namespace koli::test {
 
-const std::string kNextId = "PhotoInfoDBOpen photo 3 shareid > 0";
-
-std::string Insert(const std::string& name, const std::string& is_public = "false", int id = 1) {
-    const bool is_sub = name.find('/') != std::string::npos;
-    return "PhotoDBExec Insert into photo_share values(" + std::to_string(id) + ", '" + name +
-           "', '', '', '" + is_public + "', 0, '', 'true', '" + (is_sub ? "true" : "false") + "', '1');";
-}
-std::string Open(const std::string& name) {
-    return "PhotoInfoDBOpen photo 3 sharename = '" + name + "'";
-}
-/// The answer to Open().
-void AddAlbum(const std::string& name, Row row) {
-    fake.rows["photo 3 sharename = '" + name + "'"] = {std::move(row)};
-}
-
 struct PhotoShare : PhotoFixture {
-    std::string& default_public_ = fake.values["/etc/koliinfo.conf:albumdefpublic"] = "no";
-    int Update(const std::string& name, int operation = kAlbumCreate) {
+    PhotoShare() { public_key = "no"; }
+
+    int Update(const std::string& name, int operation = kAlbumCreate) const {
         return PhotoShareUpdate(In(name).c_str(), operation);
     }
+    /// Every album as "NAME USERS", of a public one "NAME public USERS".
+    static Texts Albums() {
+        return Photo(
+            "SELECT sharename || CASE public WHEN 't' THEN ' public' ELSE '' END || coalesce((SELECT"
+            " ' ' || group_concat(userid) FROM photo_access_right r WHERE r.shareid = s.shareid), '') AS v"
+            " FROM photo_share s ORDER BY sharename");
+    }
+    /// Replaces all albums by such texts.
+    static void SetAlbums(const Texts& albums) {
+        KOLITruncateTable("photo_share");
+        for (std::string album : albums) {
+            const bool is_public = album.find(" public") != std::string::npos;
+            const std::string name = album.substr(0, album.find(' '));
+            const std::string user = album.find_last_of(' ') < album.size() && !album.ends_with("public")
+                                         ? album.substr(album.rfind(' ') + 1)
+                                         : "";
+            Exec("INSERT INTO photo_share (sharename, public, is_subdir, updated, cover) VALUES ('" + name +
+                 "', '" + (is_public ? "t" : "f") + "', '" + (name.find('/') < name.size() ? "t" : "f") +
+                 "', 1, '/var/services/photo/" + name + "/x.jpg')");
+            if (!user.empty())
+                Exec("INSERT INTO photo_access_right SELECT " + user + ", max(shareid), '' FROM photo_share");
+        }
+    }
+    static void Exec(const std::string& sql) { ASSERT_GE(PhotoDBExec(sql.c_str()), 0) << sql; }
 };
 
 TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
-    fake.rows["photo 3 shareid > 0"] = {{{"shareid", "41"}}};
-    default_public_ = "";
     EXPECT_EQ(Update("O'B_"), 0);
-    EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("O''B_", "false", 42)}));
-    EXPECT_EQ(fake.log, Lines{"photo_share(#) Can't get key valude. key=supportvidora"});
-
-    default_public_ = "YES";
+    public_key = "YES";
     EXPECT_EQ(Update("A"), 0);
-    EXPECT_EQ(fake.calls.back(), Insert("A", "true", 42));
-    const std::string flag = MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");  // holds "x"
-    EXPECT_EQ(Update("A"), 0);
-    const Lines last(fake.calls.end() - 2, fake.calls.end());
-    EXPECT_EQ(last, (Lines{Insert("A", "false", 42), "PhotoDBHarden"}));
+    const std::string flag = MakeFile("@eaDir/B/KOLIPHOTO:PUBLIC", "0");
+    EXPECT_EQ(Update("B"), 0);
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
+    EXPECT_EQ(Photo("SELECT shareid || sharename || public || enabled || is_subdir || updated AS v"
+                    " FROM photo_share"),
+              (Texts{"1O'B_ftf1", "2Attf1", "3Bftf1"}));
 
-    // The flag waits when the album could not be made, and is gone when there is one already.
-    MakeFile("@eaDir/A/KOLIPHOTO:PUBLIC");
-    fake.failing = {"PhotoDBExec"};
-    EXPECT_EQ(Update("A"), -1);
-    EXPECT_EQ(access(flag.c_str(), F_OK), 0);
-    AddAlbum("A", {{"shareid", "3"}});
-    EXPECT_EQ(Update("A"), -1);
+    MakeFile("@eaDir/B/KOLIPHOTO:PUBLIC", "1");  // there is one already: it takes the flag, and keeps its own
+    EXPECT_EQ(Update("B"), -1);
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
+    MakeDir("@eaDir/C/KOLIPHOTO:PUBLIC");  // who knows what it says?
+    EXPECT_EQ(Update("C"), -1);
+    EXPECT_TRUE(last_log.starts_with("photo_share (#) The public flag of [C] cannot be read."));
+    public_key = nullptr;
+    EXPECT_EQ(Update("D"), 0);
+    EXPECT_EQ(last_log, "photo_share(#) Can't get key valude. key=supportvidora");
+    EXPECT_EQ(Albums(), (Texts{"A public", "B", "D", "O'B_"}));
 }
 
 TEST_F(PhotoShare, ASubAlbumOfAPrivateAlbumInheritsItsRights) {
-    AddAlbum("A", {{"shareid", "3"}, {"public", "f"}});
-    AddAlbum("A/x", {{"shareid", "9"}});
-    fake.rows["photo 4 shareid = '3'"] = {{{"userid", "7"}}, {{"userid", "8"}}};
+    SetAlbums({"A 7", "B public 8"});
+    Exec("INSERT INTO photo_access_right SELECT 9, shareid, '' FROM photo_share WHERE sharename = 'A'");
+    public_key = "yes";
     EXPECT_EQ(Update("A/x"), 0);
-    ASSERT_EQ(fake.calls.size(), 9U);
-    const std::string first = fake.calls[7], last = fake.calls[8];
-    fake.calls.resize(7);
-    EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("A/x"), Open("A"),
-                                 "PhotoDBExec Update photo_share set public = 'f' where sharename = 'A/x';",
-                                 Open("A"), "PhotoInfoDBOpen photo 4 shareid = '3'", Open("A/x")}));
+    EXPECT_EQ(Update("B/x"), 0);
+    EXPECT_EQ(Update("C/x"), -1);
+    EXPECT_EQ(last_log, "photo_share (#) KOLIPhotoShareSubDirUpdatePrivilege Failed.");
+    EXPECT_EQ(Albums(), (Texts{"A 7,9", "A/x 7,9", "B public 8", "B/x public", "C/x public"}));
     const time_t now = time(nullptr);
     const std::string day = std::string(asctime(localtime(&now))).substr(0, 10);
-    EXPECT_EQ(first.rfind("PhotoDBExec Insert into photo_access_right Values (7, 9, '" + day + " ", 0), 0U);
-    EXPECT_EQ(last.substr(last.size() - 3), "\n')");
+    EXPECT_EQ(Photo("SELECT substr(time, 1, 10) || substr(time, -1) AS v FROM photo_access_right"
+                    " WHERE userid = 7 AND time <> ''"),
+              Texts{day + "\n"});
+
+    // What other programs have put there injects nothing.
+    Exec(
+        "INSERT INTO photo_access_right SELECT '7, 1, ''''); Delete from photo_share; --', shareid, ''"
+        " FROM photo_share WHERE sharename = 'A'");
+    EXPECT_EQ(Update("A/y"), -1);
+    EXPECT_EQ(Albums().size(), 6U);
 }
 
-TEST_F(PhotoShare, ValuesOfOtherProgramsInjectNothing) {
-    AddAlbum("A", {{"shareid", "3' or '1"}, {"public", "t'; x"}});
-    AddAlbum("A/x", {{"shareid", "9"}});
-    fake.rows["photo 4 shareid = '3'' or ''1'"] = {{{"userid", "7, 1, ''); Delete from photo_share; --"}}};
-    EXPECT_EQ(KOLIPhotoShareSubDirUpdatePrivilege("A/x"), -1);
-    EXPECT_EQ(fake.calls[1], "PhotoDBExec Update photo_share set public = 't''; x' where sharename = 'A/x';");
-    EXPECT_EQ(fake.calls.back(), Open("A/x"));
-    EXPECT_EQ(fake.log.back(), "photo_share (#) KOLIPhotoShareSubDirPrivilegeAdd failed.");
-}
-
-TEST_F(PhotoShare, FailuresAreToldInTheirWords) {
+TEST_F(PhotoShare, OtherPlacesHaveNoAlbums) {
+    SetAlbums({"A", "A/x", "A_/x", "B"});
     EXPECT_EQ(Update("A", 3), -1);
-    EXPECT_EQ(Update("A/x"), -1);  // no row of A
-    fake.failing = {"PhotoDBHarden"};
-    EXPECT_EQ(PhotoShareResync(nullptr), -1);
-    EXPECT_EQ(fake.calls.back(), "PhotoDBHarden");
-    fake.failing = {"PhotoDBExec"};
-    EXPECT_EQ(Update("A"), -1);
-    EXPECT_EQ(PhotoShareUpdate(top_.c_str(), kAlbumDelete), -1);
-    EXPECT_EQ(Update("1%'", kAlbumDelete), -1);
-    EXPECT_EQ(Update("A/b/c", kAlbumDelete), 0);
-    EXPECT_EQ(PhotoShareMarkAll("A_"), -1);
-    EXPECT_EQ(PhotoShareSweep("A_"), -1);
-    EXPECT_EQ(PhotoShareResync(nullptr), -1);
-    const std::string below = "sharename like 'A\\_/%'].";
-    const std::string drop =
-        "Delete from photo_share where sharename = '1%''' or sharename like '1\\%''/%';]";
-    EXPECT_EQ(
-        fake.log,
-        (Lines{"photo_share (#) Bad parameter.", "photo_share (#) KOLIPhotoShareGetFieldValue failed.",
-               "photo_share (#) KOLIPhotoShareSubDirUpdatePrivilege Failed.",
-               "photo_share (#) Failed to delete none updated rows.",
-               "photo_share (#) Failed to exec [" + Insert("A").substr(12) + "]",
-               "photo_share:# Failed to exec [Delete from photo_share;]",
-               "photo_share (#) Failed to exec [" + drop,
-               "photo_share (#) Failed to exec [Update photo_share set updated = '0' where " + below,
-               "photo_share (#) Failed to exec [Delete from photo_share where updated = '0' and " + below,
-               "photo_share (#) Failed to set updated to 0 for all rows."}));
+    for (const char* name : {"#recycle", "#recycle/B", "B/@eaDir", "my@eaDir", "B/b/c", ""})
+        EXPECT_EQ(Update(name), 0) << name;
+    EXPECT_EQ(PhotoShareUpdate(top_.c_str(), kAlbumCreate), 0);
+    for (const char* path : {"/volume2/photo", "/volume2/photo/A"})
+        EXPECT_EQ(PhotoShareUpdate(path, kAlbumDelete), 0);
+    EXPECT_EQ(Update("A/x/z", kAlbumDelete), 0);
+    EXPECT_EQ(Albums(), (Texts{"A", "A/x", "A_/x", "B"}));
+    EXPECT_EQ(Update("A", kAlbumDelete), 0);
+    EXPECT_EQ(Albums(), (Texts{"A_/x", "B"}));
+    EXPECT_EQ(PhotoShareUpdate(top_.c_str(), kAlbumDelete), 0);
+    EXPECT_EQ(Albums(), Texts{});
 }
 
-TEST_F(PhotoShare, ARenamedAlbumTakesItsSubAlbumsAlong) {
-    fake.rows["photo 3 sharename like 'A''\\_/%'"] = {{{"sharename", "A'_/x"}}};
-    EXPECT_EQ(PhotoShareRename(In("B").c_str(), In("A'_").c_str()), 0);
-    EXPECT_EQ(
-        fake.calls,
-        (Lines{"PhotoDBExec Update photo_share set sharename = 'B', is_subdir = 'f' where sharename = 'A''_'",
-               "PhotoDBExec UPDATE photo_share SET cover = replace(cover, '/var/services/photo/A''_/', "
-               "'/var/services/photo/B/') WHERE sharename='B'",
-               "PhotoInfoDBOpen photo 3 sharename like 'A''\\_/%'",
-               "PhotoDBExec Update photo_share set sharename = 'B/x' where sharename = 'A''_/x'"}));
+TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
+    const struct {
+        const char* what;
+        Texts folders, before;
+        const char *to, *from;
+        int result;
+        Texts after;
+    } cases[] = {
+        {"with its sub-albums",
+         {"B"},
+         {"A_ 7", "A_/x public", "AA/x 8"},
+         "B",
+         "A_",
+         0,
+         {"AA/x 8", "B 7", "B/x public"}},
+        {"and has moved on from there", {}, {"A 7", "A/x"}, "B", "A", 0, {"B 7", "B/x"}},
+        {"over another",
+         {"B"},
+         {"A 7", "A/x 7", "B public 8", "B/x public", "B/y public"},
+         "B",
+         "A",
+         0,
+         {"B 7", "B/x 7"}},
+        {"over a stale sub-album",
+         {"B"},
+         {"A 7", "A/x 7", "A/y 8", "B/x public"},
+         "B",
+         "A",
+         0,
+         {"B 7", "B/x 7", "B/y 8"}},
+        {"over a name passed through", {"A"}, {"A 7", "B public"}, "B", "A", 0, {"B 7"}},
+        {"over the album around it", {"B"}, {"B public", "B/A 7", "B/x public"}, "B", "B/A", 0, {"B 7"}},
+        {"into a new one of its name", {"A/B"}, {"A 7", "A/x 8"}, "A/B", "A", 0, {"A/B 7"}},
+        {"down", {"B/A"}, {"A 7", "A/x 8", "B public"}, "B/A", "A", 0, {"B public", "B/A 7"}},
+        {"down and down", {"B/C/A"}, {"A 7", "A/x public"}, "B/C/A", "A", 0, {"B/C/A 7"}},
+        {"up", {"B/y", "B/z"}, {"A", "A/B 7"}, "B", "A/B", 0, {"A", "B 7", "B/y 7", "B/z 7"}},
+        {"into the bin",
+         {"#recycle/A/x"},
+         {"A public", "A/x 7"},
+         "#recycle/A",
+         "A",
+         0,
+         {"#recycle/A public", "#recycle/A/x 7"}},
+        {"out of the bin",
+         {"A/x", "A/y"},
+         {"#recycle/A 8", "#recycle/A/x 7"},
+         "A",
+         "#recycle/A",
+         0,
+         {"A 8", "A/x 7", "A/y 8"}},
+        {"a sub-album, out of the bin",
+         {"A/x"},
+         {"A", "#recycle/A/x 7"},
+         "A/x",
+         "#recycle/A/x",
+         0,
+         {"A", "A/x 7"}},
+        {"but not to a name in use",
+         {"A", "B"},
+         {"A 7", "A/x", "B public", "B/x public 8"},
+         "B",
+         "A",
+         -1,
+         {"A 7", "A/x", "B", "B/x"}},
+        {"nor private ones below",
+         {"A", "B"},
+         {"A public", "A/x 7", "B public", "B/x public", "B/y public"},
+         "B",
+         "A",
+         -1,
+         {"A public", "A/x 7", "B public", "B/x", "B/y public"}},
+        {"without one, new ones are made", {"B/x"}, {"C"}, "B", "A", -1, {"B", "B/x", "C"}},
+        {"without one or a folder", {}, {"C"}, "B", "A", -1, {"C"}},
+        {"done before", {"B"}, {"B 7", "B/x 8"}, "B", "A", -1, {"B 7", "B/x 8"}},
+        {"onto itself", {}, {"A 7", "A/x 8"}, "A", "A", 0, {"A 7", "A/x 8"}},
+    };
+    for (const auto& step : cases) {
+        SCOPED_TRACE(step.what);
+        std::filesystem::remove_all(top_);
+        for (const std::string& folder : step.folders)
+            MakeDir(folder);
+        SetAlbums(step.before);
+        EXPECT_EQ(PhotoShareRename(In(step.to).c_str(), In(step.from).c_str()), step.result);
+        EXPECT_EQ(Albums(), step.after);
+        EXPECT_EQ(Photo("SELECT sharename AS v FROM photo_share WHERE (is_subdir = 't') <>"
+                        " (sharename LIKE '%/%')"),
+                  Texts{});
+    }
+    SetAlbums({"A_ 7"});
+    EXPECT_EQ(PhotoShareRename(In("B'").c_str(), In("A_").c_str()), 0);
+    EXPECT_EQ(Photo("SELECT cover AS v FROM photo_share"), Texts{"/var/services/photo/B'/x.jpg"});
+}
 
-    fake.results.clear();  // without an album, one is created
-    const std::string path = MakeDir("B");
-    EXPECT_EQ(PhotoShareRename(path.c_str(), In("A").c_str()), -1);
-    EXPECT_EQ(fake.calls.back(), Insert("B"));
-    fake.calls.clear();
-    EXPECT_EQ(PhotoShareRename(path.c_str(), "/volume2/photo/A"), -1);
-    EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("B")}));
-    fake.log.clear();
-    for (const std::string& old_path : {In("A"), "/volume2/photo/A"s})
-        EXPECT_EQ(PhotoShareRename(In("gone").c_str(), old_path.c_str()), -1);
-    EXPECT_EQ(fake.calls.size(), 4U);
-    EXPECT_EQ(fake.log, Lines(2, "photo_share:# UPDATE cover failed, sharename [gone] not exists in db."));
+TEST_F(PhotoShare, ARenameFromElsewhereTouchesNoAlbumOfThatName) {
+    SetAlbums({"A 7"});
+    for (const char* old_path : {"/volume2/photo/A", "/volume1/music/A"}) {
+        EXPECT_EQ(PhotoShareRename(In("B").c_str(), old_path), -1);
+        EXPECT_EQ(last_log, "photo_share:# UPDATE cover failed, sharename [B] not exists in db.");
+    }
+    EXPECT_EQ(PhotoShareRename("/volume2/photo/B", "/volume2/photo/A"), -1);
+    EXPECT_EQ(Albums(), Texts{"A 7"});
+    MakeDir("C/x");
+    EXPECT_EQ(PhotoShareRename(top_.c_str(), "/volume1/pictures"), -1);
+    EXPECT_EQ(Albums(), (Texts{"A 7", "C", "C/x"}));
+    EXPECT_EQ(PhotoShareRename("", top_.c_str()), -1);
 }
 
 TEST_F(PhotoShare, AWalkFollowsLinksToFoldersOnly) {
@@ -150,30 +215,20 @@ TEST_F(PhotoShare, AWalkFollowsLinksToFoldersOnly) {
     EXPECT_EQ(PhotoShareWalk(top_.c_str()), 0);
     EXPECT_EQ(PhotoShareWalk(In("A/x/z").c_str()), 0);
     EXPECT_EQ(PhotoShareWalk(In("#recycle").c_str()), 0);
-    EXPECT_EQ(fake.calls, (Lines{kNextId, Insert("A"), kNextId, Insert("A/x"), Open("A"), kNextId,
-                                 Insert("C"), kNextId, Insert("C/x"), Open("C")}));
+    EXPECT_EQ(Albums(), (Texts{"A", "A/x", "C", "C/x"}));
 }
 
 TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
-    for (const char* name : {"A/x", "B/y", "A/#recycle", "#recycle/r", "A/@eaDir"})
+    for (const char* name : {"A/x", "B/y", "A/#recycle", "#recycle/R/r", "A/@eaDir"})
         MakeDir(name);
-    AddAlbum("A", {{"public", "t"}});
-    AddAlbum("A/x", {{"shareid", "2"}});
-    AddAlbum("B", {{"public", "t"}});
-    const auto mark = [](const std::string& name) {
-        return "PhotoDBExec Update photo_share set updated = '1' where sharename = '" + name + "'";
-    };
-    EXPECT_EQ(PhotoShareResync(nullptr), 0);
-    EXPECT_EQ(fake.calls,
-              (Lines{"PhotoDBExec Update photo_share set updated = '0'", Open("A"), mark("A"), Open("A/x"),
-                     mark("A/x"), Open("B"), mark("B"), Open("B/y"), kNextId, Insert("B/y"), Open("B"),
-                     "PhotoDBExec Update photo_share set public = 't' where sharename = 'B/y';",
-                     "PhotoDBHarden", "PhotoDBExec Delete from photo_share where updated = '0'"}));
-    fake.calls.clear();
+    const Texts albums = {"#recycle/R 7", "#recycle/R/r", "#recycle/S", "A public", "A/x 8", "A/y", "C/y"};
+    SetAlbums(albums);
     EXPECT_EQ(PhotoShareResync(In("A").c_str()), 0);
     EXPECT_EQ(PhotoShareResync(In("A/x").c_str()), 0);
-    EXPECT_EQ(fake.calls, (Lines{Open("A/x"), mark("A/x")}));
-    EXPECT_TRUE(fake.log.empty());
+    EXPECT_EQ(Albums(), albums);
+    LetTimePass();
+    EXPECT_EQ(PhotoShareResync(nullptr), 0);
+    EXPECT_EQ(Albums(), (Texts{"#recycle/R 7", "#recycle/R/r", "A public", "A/x 8", "B", "B/y"}));
 }
 
 }  // namespace koli::test

@@ -45,6 +45,10 @@ constexpr const char kDelete[] = "DELETE FROM photo_info WHERE path = ?1";
 constexpr const char kVideoStatus[] =
     "UPDATE photo_info SET status = 1, updated = 1 WHERE path = ?1 AND (status <> 1 OR updated <> 1)";
 constexpr const char kClearMarks[] = "UPDATE photo_info SET updated = 0 WHERE updated <> 0";
+constexpr const char kSetSetting[] =
+    "INSERT INTO setting (name, value) VALUES (?1, ?2) ON CONFLICT (name) DO UPDATE SET value = "
+    "excluded.value"
+    " WHERE setting.value <> excluded.value";
 constexpr const char kSweep[] = "DELETE FROM photo_info WHERE updated = 0";
 
 const char* DeleteBelowSql() {
@@ -144,6 +148,24 @@ int KOLIPhotoDeleteNoUpdateRows(void) {
 int PhotoDBExec(const char* sql) {
     if (!IsPath(sql)) return -1;
     return PhotoDatabase().Execute(ToSqliteText(sql));
+}
+
+int PhotoDBSettingGet(const char* name, char* value, int size) {
+    if (!IsPath(name) || value == nullptr || size <= 0) return -1;
+    const auto rows =
+        PhotoDatabase().Query("SELECT value FROM setting WHERE name = '" + std::string(name) + "'");
+    if (rows == nullptr) return -1;
+    if (rows->count() == 0) return 1;
+    CopyText(value, static_cast<size_t>(size), rows->Field(0, "value"));
+    return 0;
+}
+
+int PhotoDBSettingSet(const char* name, const char* value) {
+    SqlStatement* statement = PhotoDatabase().Prepare(kSetSetting);
+    if (statement == nullptr) return -1;
+    statement->Text(1, name);
+    statement->Text(2, value);
+    return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
 }
 
 }  // extern "C"

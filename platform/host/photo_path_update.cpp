@@ -1,4 +1,4 @@
-// KOLIUpdatePhotoPath: moves photo rows to the paths that their files have got.
+// KOLIUpdatePhotoPath: moves photo rows to the paths that their files have got, and leaves those of others.
 #include <algorithm>
 #include <cstring>
 #include <new>
@@ -12,6 +12,7 @@
 #include "platform/host/database_groups.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
+#include "platform/kolisdk.h"
 
 namespace koli::host {
 namespace {
@@ -23,6 +24,7 @@ constexpr const char kMove[] =
     "UPDATE OR REPLACE photo_info SET path = ?2, name = ?3, folder = ?4,"
     " title = CASE WHEN title = ?5 THEN ?6 ELSE title END WHERE path = ?1";
 constexpr const char kRemove[] = "DELETE FROM photo_info WHERE path = ?1";
+constexpr const char kAsk[] = "SELECT 1 FROM photo_info WHERE path = ";
 
 /// The listed paths that begin with `old_path`, in an order in which no row reaches a place before the listed
 /// row that stands there has left it: every move changes the length of its path by the same amount.
@@ -47,6 +49,21 @@ std::string PlainTitle(const char* path) {
     return std::string(Utf8FromUnmarked(title, &scratch));
 }
 
+bool HasRow(const std::string& path) {
+    std::string quoted(2 * path.size() + 1, '\0');
+    if (KOLIDBEscapeString(path.c_str(), quoted.data(), quoted.size()) != 0) return false;
+    const auto rows = PhotoDatabase().Query(kAsk + ("'" + std::string(quoted.c_str()) + "'"));
+    return rows != nullptr && rows->count() > 0;
+}
+
+/// A file that still stands where its row says keeps it in two cases: the row is a neighbour's, whose name
+/// only begins like the one that was renamed ("Trip 2" beside "Trip"); or there is a row at the new path, for
+/// then the rename has been done before.  A file that cannot be looked at may stand.
+bool Stays(const char* path, const std::string& to, size_t old_length) {
+    const bool is_neighbour = path[old_length] != '\0' && path[old_length] != '/';
+    return KLIBPathLook(path) != KLIB_PATH_ABSENT && (is_neighbour || HasRow(to));
+}
+
 /// A row whose new path does not fit into a record is removed: no index of the new place would have it.
 bool MoveRow(const char* from, const std::string& to) {
     const bool fits = to.size() < sizeof PhotoRecord::path;
@@ -66,6 +83,17 @@ bool MoveRow(const char* from, const std::string& to) {
     return PhotoDatabase().Run(*statement) >= 0;
 }
 
+bool MoveRows(const std::vector<const char*>& paths, const std::string& new_path, size_t old_length) try {
+    for (const char* path : paths) {
+        const std::string to = new_path + (path + old_length);
+        if (!Stays(path, to, old_length) && !MoveRow(path, to)) return false;
+    }
+    return true;
+} catch (const std::bad_alloc&) {
+    KOLI_LOG("%s (%d) Out of memory.");
+    return false;
+}
+
 }  // namespace
 }  // namespace koli::host
 
@@ -80,12 +108,10 @@ extern "C" int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_pa
     if (strcmp(new_path, old_path) == 0) return 0;
     const std::vector<const char*> paths = MovesInOrder(list, new_path, old_path);
     if (paths.empty()) return 0;
-    if (!PhotoDatabase().BeginUnit()) return -1;
-    bool moved = true;
-    for (size_t i = 0; i < paths.size() && moved; ++i)
-        moved = MoveRow(paths[i], new_path + std::string(paths[i] + strlen(old_path)));
-    return PhotoDatabase().EndUnit(moved);
+    PhotoDBUnitBegin();
+    const bool moved = MoveRows(paths, new_path, strlen(old_path));
+    return PhotoDBUnitEnd(moved ? 1 : 0) == 0 && moved ? 0 : -1;
 } catch (const std::bad_alloc&) {
     KOLI_LOG("%s (%d) Out of memory.");
-    return PhotoDatabase().EndUnit(false);
+    return -1;
 }
