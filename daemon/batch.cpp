@@ -11,6 +11,7 @@
 #include <ctime>
 
 #include "daemon/queue_line.h"
+#include "photo/caption.h"
 #include "platform/kolidb.h"
 
 namespace koli {
@@ -113,7 +114,10 @@ void Execute(QueueLine* line, int64_t end, int64_t done_before, Fingerprint* exe
     if (is_unit) PhotoDBUnitBegin();
     QueueLineExecute(line, stores);
     if ((stores & KOLI_PHOTO_DB) != 0 && executed->Advance(end)) PhotoDBMarkSet(&executed->mark());
-    if (is_unit) PhotoDBUnitEnd(1);
+    if (is_unit) {
+        PhotoDBUnitEnd(1);
+        CaptionRemovalsRun();
+    }
     KOLIDBTick();
 }
 

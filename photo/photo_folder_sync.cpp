@@ -7,6 +7,7 @@
 #include "base/log.h"
 #include "index/index.h"
 #include "index/index_mode.h"
+#include "photo/conversion.h"
 #include "photo/folder_listing.h"
 #include "photo/path_buffer.h"
 #include "photo/photo_library.h"
@@ -123,11 +124,12 @@ int DivideByRows(const char* directory, const FolderListing& names, Found* found
     return Divide(directory, names, known, found);
 }
 
+/// What the media store could not take now says nothing about the file.
 void AddToBothStores(const char* path) {
-    if (IndexOnePath(path, kModeAdd) == 0) {
+    if (IndexOnePath(path, kModeAdd) == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
         PhotoLibraryIndex(path, kModeAdd);
     } else {
-        KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
+        FlvConvert(path);
     }
 }
 
