@@ -21,6 +21,7 @@ struct QueueLine {
     enum End {
         kNewline,  // the text ends with its newline
         kFile,     // the file ended first
+        kFilled,   // the text fills the buffer, and its newline is all that is read as a further line
         kFull,     // the line is longer than the buffer: the rest is read as a further line
         kNul       // a zero byte ended it: no request holds one
     };

@@ -30,6 +30,21 @@ int MediaInfoDBDelete(int type, const char* path);
 /// Records the directory `path`.  Returns 0, or nonzero on failure.
 int MediaInfoDBDirSave(const char* path);
 
+/// A rebuild of the rows at and below `path`: from Begin to End the store remembers what is saved, and End
+/// removes the rest, in all five tables.  Nothing is removed at or below a path that was missed: a folder
+/// that could not be read to its end, or an entry that could not be looked at.  Begin sets the table-changed
+/// marks of the tables that have rows there.  One rebuild at a time; it costs some 10 bytes of memory for
+/// each row that is saved.  Outside of a rebuild Miss and End do nothing.
+void MediaRebuildBegin(const char* path);
+void MediaRebuildMiss(const char* path);
+
+/// Nonzero when the last row saved since Begin is that of `path`.
+int MediaRebuildSavedLast(const char* path);
+
+/// Ends the rebuild.  With `is_certain` 0 nothing is removed, nor when the media store refuses.  Returns 0,
+/// or -1 when it could not be done to its end (logged, except that the store refuses).
+int MediaRebuildEnd(int is_certain);
+
 /// Compact the databases.  Negative on failure.
 int MediaDBVacuum(void);
 int PhotoDBVacuum(void);

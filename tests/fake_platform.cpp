@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "base/log.h"
 #include "platform/kolidb.h"
@@ -52,6 +53,18 @@ int MediaInfoValid(koli::MediaInfo* record) {
 }
 int MediaInfoDBDelete(int type, const char* path) {
     return Record(__func__, type, path);
+}
+void MediaRebuildBegin(const char* path) {
+    Record(__func__, path);
+}
+void MediaRebuildMiss(const char* path) {
+    Record(__func__, path);
+}
+int MediaRebuildSavedLast(const char* path) {
+    return fake.unsaved.count(path) == 0 ? 1 : 0;
+}
+int MediaRebuildEnd(int is_certain) {
+    return Record(__func__, is_certain);
 }
 int MediaInfoDBDirSave(const char* path) {
     return Record(__func__, path);
@@ -155,6 +168,10 @@ const char* KOLIDBErrorGet(KOLIDB*) {
 // ---- koliindex
 int KOLITruncateTable(const char* table) {
     return Record(__func__, table);
+}
+
+int KOLITableDatabase(const char* table) {
+    return strcmp(table, "photo_info") == 0 ? KOLI_PHOTO_DB : KOLI_MEDIA_DB;
 }
 
 // ---- kolisdk

@@ -154,12 +154,13 @@ std::vector<DatabaseKind> DatabaseKinds() {
 
 DatabaseFault DatabaseLook(const std::string& file, const std::vector<std::string>& schema,
                            DatabaseCheck check, std::vector<std::pair<std::string, int64_t>>* counts) {
-    if (const DatabaseFault fault = LookAtFile(file); fault.state != DatabaseState::kSound) return fault;
+    DatabaseFault fault = LookAtFile(file);
+    if (fault.state != DatabaseState::kSound) return fault;
     std::string error;
     SqlReader::Failure failure = SqlReader::Failure::kNone;
     const std::unique_ptr<SqlReader> reader = SqlReader::Open(file, &error, &failure);
     if (reader == nullptr) return FaultOf(failure, error);
-    DatabaseFault fault = LookAtSchema(*reader, schema);
+    fault = LookAtSchema(*reader, schema);
     if (fault.state == DatabaseState::kUnknownSchema || reader->failed()) return fault;
     LookAtTables(*reader, PartsAt(schema, schema.size()), counts);
     if (fault.state == DatabaseState::kSound && reader->failed()) fault = FaultOf(*reader);

@@ -92,10 +92,9 @@ class Salvager {
         VisitTree(root, form.is_clustered ? TreePage::kKeyLeaf : TreePage::kTableLeaf,
                   [&](const TreePage&, PageRecord& record) {
                       form.Complete(&record);
-                      if (form.kinds[0] == PageValue::kText && record.values[0].text.empty())
-                          ++result_->lost_rows;
-                      else if (!Insert(table, record))
-                          ++result_->lost_rows;
+                      const bool has_key =
+                          form.kinds[0] != PageValue::kText || !record.values[0].text.empty();
+                      if (!has_key || !Insert(table, record)) ++result_->lost_rows;
                   });
     }
 

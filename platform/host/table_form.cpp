@@ -54,13 +54,9 @@ bool TableForm::Fits(const PageRecord& record) const {
     if (record.values.size() != columns.size()) return false;
     for (size_t i = 0; i < columns.size(); ++i) {
         const PageValue& value = record.values[i];
-        if (static_cast<int>(i) == rowid_column) {
-            if (value.kind != PageValue::kNull) return false;
-        } else if (!Takes(kinds[i], value.kind)) {
-            return false;
-        } else if (columns[i] == "path" && value.text.substr(0, 1) != "/") {
-            return false;
-        }
+        const bool is_rowid = static_cast<int>(i) == rowid_column;
+        if (is_rowid ? value.kind != PageValue::kNull : !Takes(kinds[i], value.kind)) return false;
+        if (columns[i] == "path" && !value.text.starts_with('/')) return false;
     }
     return true;
 }

@@ -173,6 +173,10 @@ class Control(harness.DaemonTest):
         self.assertEqual(len(kept), 1, kept)
         self.ctl(0, "repair")
         self.ctl(0, "status")
+        with contextlib.closing(sqlite3.connect(store)) as photos:
+            photos.execute("DROP TABLE photo_share")
+        self.ctl(1, "repair")
+        self.assertEqual([(row["sharename"], row["public"]) for row in appliance.rows("photo_share")], [("Trip", "f")])
 
 
 if __name__ == "__main__":
