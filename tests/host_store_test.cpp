@@ -209,4 +209,26 @@ TEST_F(Store, RenamesMoveRowsAndTheirNames) {
     EXPECT_EQ(log_lines, 0);
 }
 
+TEST_F(Store, TheRowsOfOneFolderAreThoseOfItsCondition) {
+    std::vector<std::string> folders = {""};
+    const Texts names = {"a",    "a.jpg", "a0",   "%", "_x",           "O'B''",  "\\", "b\\_",
+                         "\xE9", "\xC3",  "@LO'", "z", "\xF0\x9F\x98", "' or 1", "@HI"};
+    for (size_t i = 0; i < 60; ++i)
+        folders.push_back(folders[i * 7 % folders.size()] + "/" + names[i * i % names.size()]);
+    for (const std::string& folder : folders)
+        for (const char* name : {"", "/", "/p.jpg", "/~", "0"})
+            if (!(folder + name).empty()) SavePhoto(folder + name, "");
+    for (const std::string& folder : folders) {
+        char quoted[200], like[400];
+        ASSERT_EQ(KOLIDBEscapeString(folder.c_str(), quoted, sizeof quoted), 0);
+        ASSERT_EQ(KOLIDBEscapeBackslash(quoted, like, sizeof like), 0);
+        const std::string inside = "path like '"s + like + "/%'", below = "path not like '"s + like + "/%/%'";
+        const Texts rows = PhotosWhere(inside + " and " + below);
+        EXPECT_EQ(rows, PhotosWhere(inside + " and (" + below + ")")) << folder;
+        EXPECT_NE(rows, Texts{});
+    }
+    EXPECT_EQ(PhotosWhere("path like '/_/%' and path not like '/_/%/%'"),
+              PhotosWhere("path like '/_/%' and (path not like '/_/%/%')"));
+}
+
 }  // namespace koli::host

@@ -1,4 +1,5 @@
 // Result sets of both databases, and statements run on the connection that a result set came from.
+#include <cstring>
 #include <iterator>
 #include <memory>
 #include <new>
@@ -6,6 +7,7 @@
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/folder_rows.h"
 #include "platform/host/schema.h"
 #include "platform/host/sql_dialect.h"
 #include "platform/kolidb.h"
@@ -55,8 +57,19 @@ std::string SelectText(const char* table, const Selection& selection) {
     return text;
 }
 
+/// The query of the paths directly inside one folder; "" when the selection is another.
+std::string FolderText(const char* table, const Selection& selection) {
+    const bool is_ordered = !HasText(selection.order) || strcmp(selection.order, "path asc") == 0;
+    if (strcmp(selection.columns, "path") != 0 || !HasText(selection.where) || !is_ordered ||
+        selection.limit > 0 || selection.offset > 0)
+        return "";
+    return FolderRowsSql(table, selection.where);
+}
+
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
-    std::unique_ptr<SqlRows> rows = db->database.Query(SelectText(table, selection));
+    std::string text = FolderText(table, selection);
+    if (text.empty()) text = SelectText(table, selection);
+    std::unique_ptr<SqlRows> rows = db->database.Query(text);
     if (rows == nullptr) return nullptr;
     const int count = rows->count();
     return new KOLIDBRows{db, new KOLIDBResult{std::move(rows)}, -1, count};
