@@ -155,7 +155,8 @@ void ProcessQueueFiles(const QueueFiles& files) {
     } else {
         MakeDurable(batch, files);
     }
-    const BatchEnd end = ProcessBatchLines(batch, is_repeated, BatchKeptSeconds() < kTornLinePatience);
+    const BatchEnd end =
+        ProcessBatchLines(batch, files.queue, is_repeated, BatchKeptSeconds() < kTornLinePatience);
     FinishBatch(files, end, errno);
     fclose(batch);  // and with it the lock
     NotifyMediaServers();
