@@ -7,11 +7,13 @@
 #include <unistd.h>
 
 #include "base/open_file.h"
+#include "platform/kolidb.h"
 
 namespace koli {
 namespace {
 
 int64_t ReadAt(const CachedFileReader* reader, int64_t offset, void* bytes, size_t length) {
+    KOLIDBTick();  // a file that takes long must not keep the databases locked
     ssize_t count = 0;
     do {
         count = pread(fileno(reader->fp), bytes, length, offset);

@@ -32,7 +32,17 @@ bool IsLink(unsigned char type, const char* path);
 class LinkLimit {
   public:
     /// Whether the walk may enter a folder that it reaches from `way` by a link.
-    bool MayFollow(const FolderWay& way) { return IsFree(way) || followed_++ < kDeepLinksMax; }
+    bool MayFollow(const FolderWay& way) {
+        if (IsFree(way) || followed_ < kDeepLinksMax) {
+            followed_ += IsFree(way) ? 0 : 1;
+            return true;
+        }
+        left_out_ += left_out_ < 2 ? 1 : 0;
+        return false;
+    }
+
+    /// After a MayFollow that said no: whether it was the walk's first, which is worth a log line.
+    bool IsFirstLeftOut() const { return left_out_ == 1; }
 
     /// Whether every walk enters such a folder.
     static bool IsFree(const FolderWay& way) { return way.links < kFreeLinks; }
@@ -42,6 +52,7 @@ class LinkLimit {
     static constexpr int kDeepLinksMax = 10000;
 
     int followed_ = 0;  // deep ones
+    int left_out_ = 0;  // stops at 2
 };
 
 }  // namespace koli

@@ -13,6 +13,7 @@
 
 #include "base/features.h"
 #include "base/log.h"
+#include "daemon/kept_batch.h"
 #include "daemon/loop.h"
 #include "daemon/pid_file.h"
 #include "daemon/queue.h"
@@ -71,6 +72,7 @@ int DaemonStart() {
 }
 
 void Die(int) {
+    unlink(paths::kState);
     unlink(paths::kPidFile);
     _exit(0);
 }
@@ -97,6 +99,7 @@ void FeaturesRead() {
 }
 
 void LeftoversRun() {
+    BatchForget(paths::kState);  // of an earlier daemon
     if (Exists(paths::kBatch)) ProcessIndexQueue();
     if (Exists(paths::kQueue)) ProcessIndexQueue();
 }

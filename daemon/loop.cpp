@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 
 #include "base/log.h"
+#include "daemon/kept_batch.h"
 #include "daemon/queue.h"
 #include "platform/kolidb.h"
 
@@ -67,6 +69,7 @@ void LoopPass() {
     switch (
         LoopDecide({.dirty_seen = dirty_seen, .dirty = dirty, .last_vacuum = last_vacuum}, time(nullptr))) {
         case LoopAction::kIdle:
+            if (IsBatchKept() && BatchRetrySeconds() == 0) ProcessIndexQueue();
             return;
         case LoopAction::kClearDirty:
             dirty = 0;
@@ -85,7 +88,8 @@ void LoopPass() {
 
 void MainLoop() {
     for (;;) {
-        sleep(kTickSeconds);
+        sleep(IsBatchKept() ? std::clamp(static_cast<unsigned>(BatchRetrySeconds()), 1U, kTickSeconds)
+                            : kTickSeconds);
         LoopPass();
     }
 }

@@ -1,6 +1,6 @@
 #include "daemon/queue.h"
 
-#include <sys/file.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,11 +8,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
+#include <string>
 
 #include "base/log.h"
 #include "base/open_file.h"
-#include "daemon/queue_line.h"
+#include "base/passing_error.h"
+#include "base/path_names.h"
+#include "daemon/batch.h"
+#include "daemon/kept_batch.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -23,15 +26,27 @@ namespace {
 
 constexpr const char kModule[] = "koliindexd";
 constexpr int kTakeOverAttempts = 16;
-constexpr int kLockAttempts = 100;             // one second in all
-constexpr timespec kLockPause{0, 10'000'000};  // 10 ms
-constexpr QueueFiles kQueueFiles{paths::kQueue, paths::kBatch, "rm -rf /var/spool/koli_indexing_queue.tmp"};
+constexpr int kTornLinePatience = 300;  // seconds that a writer may take over its last line
+constexpr QueueFiles kQueueFiles{paths::kQueue, paths::kBatch, paths::kState,
+                                 "rm -rf /var/spool/koli_indexing_queue.tmp"};
 
-/// Makes the queue the batch, unless one is pending: that one comes first, and the queue waits for a later
-/// run.
-void TakeOver(const QueueFiles& files) {
+bool Exists(const char* path) {
     struct stat status;
-    if (stat(files.batch, &status) == 0) return;
+    return stat(path, &status) == 0;
+}
+
+/// Puts the entries of the folder that holds `path` on the disk.
+void SyncFolderOf(const char* path) {
+    const std::string folder = path == FileNameOf(path) ? "." : std::string(path, FileNameOf(path));
+    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    fsync(fd);
+    close(fd);
+}
+
+/// Makes the queue the batch.  A mark that an earlier one left would count for this one.
+void TakeOver(const QueueFiles& files) {
+    PhotoDBMarkRemove();
     for (int attempt = 0; attempt < kTakeOverAttempts; ++attempt) {
         if (rename(files.queue, files.batch) == 0) return;
         KOLI_LOG("%s(%d): Failed to rename %s. (%s)", files.queue, strerror(errno));
@@ -55,43 +70,59 @@ FILE* OpenBatch(const QueueFiles& files) {
     errno = 0;
     FILE* batch = OpenRegularFile(files.batch);
     if (batch != nullptr) return batch;
-    // What cannot be opened now never will be, and would hold up the queue for good.
     const int error = errno;
-    [[maybe_unused]] const int status = system(files.remove_command);
+    if (IsPassingError(error)) {
+        BatchKeep(files.state, "", strerror(error));
+    } else {
+        // What cannot be opened now never will be, and would hold up the queue for good.
+        [[maybe_unused]] const int status = system(files.remove_command);
+        BatchForget(files.state);
+    }
     KOLI_LOG("%s(%d): Failed to open %s. (%s)", files.batch, strerror(error));
     return nullptr;
 }
 
-/// A writer that opened the queue just before the take-over may append its line only now.  Writers that take
-/// a lock for their append lose no line: with the lock held, nothing new can come between the last look and
-/// the removal.  One that never gives its lock back is not waited for longer than a second; it may be waiting
-/// for the databases, so their open rows are committed first.
-void LockAgainstWriters(int fd) {
-    for (int attempt = 0; attempt < kLockAttempts && flock(fd, LOCK_EX | LOCK_NB) != 0; ++attempt) {
-        if (errno != EWOULDBLOCK && errno != EINTR) return;
-        KOLIDBFlush();
-        nanosleep(&kLockPause, nullptr);
-    }
+/// A batch that a power cut brings back must be the one that its mark was made for.
+void MakeDurable(FILE* batch, const QueueFiles& files) {
+    fsync(fileno(batch));
+    SyncFolderOf(files.batch);
 }
 
-/// True when the whole batch has been read; it is then locked.  False when a late line has come meanwhile.
-bool IsReadToItsEnd(FILE* batch) {
-    LockAgainstWriters(fileno(batch));
-    struct stat status;
-    if (fstat(fileno(batch), &status) != 0 || status.st_size <= ftello(batch)) return true;
-    flock(fileno(batch), LOCK_UN);
-    clearerr(batch);
-    return false;
-}
-
-/// The batch goes when its work is on the disk.  When the store cannot say so, the batch is kept: the next
-/// run, which the next signal or the next start brings, executes it once more.
+/// Its mark goes last: until the batch has gone for good, it may be executed again.
 void RemoveBatch(const QueueFiles& files) {
-    if (KOLIDBSync() != 0) {
-        KOLI_LOG("%s (%d) Failed to sync the databases. Keep %s for the next run.", files.batch);
+    if (unlink(files.batch) != 0) {
+        KOLI_LOG("%s (%d) Failed to remove %s. (%s)", files.batch, strerror(errno));
+        BatchKeep(files.state, "", strerror(errno));
         return;
     }
-    if (unlink(files.batch) != 0) KOLI_LOG("%s (%d) Failed to remove %s. (%s)", files.batch, strerror(errno));
+    BatchForget(files.state);
+    KOLIBatchMark mark;
+    if (PhotoDBMarkGet(&mark) != 0) return;
+    SyncFolderOf(files.batch);
+    PhotoDBMarkRemove();
+}
+
+void KeepRefused(const QueueFiles& files) {
+    const bool is_media = (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0;
+    BatchKeep(files.state, is_media ? "media.db" : "photo.db",
+              KOLIDBRefusalGet(is_media ? KOLI_MEDIA_DB : KOLI_PHOTO_DB));
+}
+
+/// The batch goes when its work is on the disk.
+void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
+    const bool is_synced = KOLIDBSync() == 0;
+    if (end == BatchEnd::kUnread) {
+        KOLI_LOG("%s (%d) Failed to read the batch to its end. (%s)", strerror(error));
+        BatchKeep(files.state, "", strerror(error));
+    } else if (end == BatchEnd::kHeld) {
+        BatchKeep(files.state, "", "a writer holds the lock on its last line");
+    } else if (KOLIDBRefusing() != 0) {
+        KeepRefused(files);
+    } else {
+        if (!is_synced)
+            KOLI_LOG("%s (%d) Failed to sync the databases.");  // for good: no repetition would help
+        RemoveBatch(files);
+    }
 }
 
 void Notify(const char* pid_file, int signo) {
@@ -107,29 +138,31 @@ void NotifyMediaServers() {
 
 }  // namespace
 
-void ProcessBatchLines(FILE* batch) {
-    QueueLine line;
-    do {
-        while (QueueLineRead(batch, &line))
-            QueueLineExecute(&line);
-    } while (ferror(batch) == 0 && !IsReadToItsEnd(batch));
-    if (ferror(batch) != 0) KOLI_LOG("%s (%d) Failed to read the batch to its end. (%s)", strerror(errno));
-}
-
 void ProcessQueueFiles(const QueueFiles& files) {
     KOLIIndexMusicTableDirtySet(0);
     KOLIIndexVideoTableDirtySet(0);
-    TakeOver(files);
+    KOLIDBBatchBegin();
+    const bool is_repeated = Exists(files.batch);
+    if (!is_repeated) TakeOver(files);
     FILE* batch = OpenBatch(files);
     if (batch == nullptr) return;
-    ProcessBatchLines(batch);
-    RemoveBatch(files);
+    if (is_repeated) {
+        // What it changed the first time may have been told to nobody.
+        KOLIIndexMusicTableDirtySet(1);
+        KOLIIndexVideoTableDirtySet(1);
+    } else {
+        MakeDurable(batch, files);
+    }
+    const BatchEnd end = ProcessBatchLines(batch, is_repeated, BatchKeptSeconds() < kTornLinePatience);
+    FinishBatch(files, end, errno);
     fclose(batch);  // and with it the lock
     NotifyMediaServers();
 }
 
 void ProcessIndexQueue() {
+    const bool was_kept = IsBatchKept();
     ProcessQueueFiles(kQueueFiles);
+    if (was_kept && !IsBatchKept() && Exists(kQueueFiles.queue)) ProcessQueueFiles(kQueueFiles);
 }
 
 }  // namespace koli

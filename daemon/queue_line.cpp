@@ -15,6 +15,14 @@ void SkipNuls(FILE* file) {
     if (c != EOF) ungetc(c, file);
 }
 
+/// What comes behind a text that fills the buffer.
+QueueLine::End EndBehind(FILE* file) {
+    const int c = getc_unlocked(file);
+    if (c == EOF) return QueueLine::kFile;
+    ungetc(c, file);
+    return c == '\n' ? QueueLine::kFilled : QueueLine::kFull;
+}
+
 void LogBadFormat(const QueueLine& line) {
     KOLI_LOG("%s (%d) Bad format [%s].", line.text);
 }
@@ -36,11 +44,12 @@ bool QueueLineRead(FILE* file, QueueLine* line) {
         }
     }
     line->text[line->length] = '\0';
+    if (line->end == QueueLine::kFull) line->end = EndBehind(file);
     if (line->end == QueueLine::kNul) SkipNuls(file);
     return line->end != QueueLine::kFile || line->length > 0;
 }
 
-void QueueLineExecute(QueueLine* line) {
+void QueueLineExecute(QueueLine* line, int stores) {
     if (line->length < 2 || line->text[1] != ':' || line->end == QueueLine::kNul) {
         LogBadFormat(*line);
         return;
@@ -50,7 +59,11 @@ void QueueLineExecute(QueueLine* line) {
     } else {
         KOLI_LOG("%s (%d) Warning! No new line here.");
     }
-    if (!RequestExecute(line->text[0], {line->text + 2, line->end == QueueLine::kFull})) LogBadFormat(*line);
+    const RequestArgument argument{.text = line->text + 2,
+                                   .is_cut = line->end == QueueLine::kFull,
+                                   .has_end = line->end != QueueLine::kFile,
+                                   .stores = stores};
+    if (!RequestExecute(line->text[0], argument)) LogBadFormat(*line);
 }
 
 }  // namespace koli

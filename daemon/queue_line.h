@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "platform/kolidb.h"
+
 namespace koli {
 
 inline constexpr size_t kQueueLineSize = 4112;  // bytes of a line's buffer, terminator included
@@ -19,6 +21,7 @@ struct QueueLine {
     enum End {
         kNewline,  // the text ends with its newline
         kFile,     // the file ended first
+        kFilled,   // the text fills the buffer, and its newline is all that is read as a further line
         kFull,     // the line is longer than the buffer: the rest is read as a further line
         kNul       // a zero byte ended it: no request holds one
     };
@@ -31,7 +34,8 @@ struct QueueLine {
 /// file, ends a line like a newline does, so that it cannot hide the whole line behind it.
 bool QueueLineRead(FILE* file, QueueLine* line);
 
-/// Executes one line; its text is changed.  A line that is no request is logged.
-void QueueLineExecute(QueueLine* line);
+/// Executes one line in the stores that `stores` names (KOLIDatabase); its text is changed.  A line that is
+/// no request is logged.
+void QueueLineExecute(QueueLine* line, int stores = KOLI_MEDIA_DB | KOLI_PHOTO_DB);
 
 }  // namespace koli

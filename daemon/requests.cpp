@@ -1,15 +1,17 @@
 #include "daemon/requests.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/features.h"
 #include "base/log.h"
+#include "daemon/rename.h"
 #include "index/directory.h"
 #include "index/index.h"
 #include "index/index_mode.h"
 #include "index/share_path.h"
+#include "photo/conversion.h"
 #include "photo/photo_library.h"
-#include "photo/photo_rename.h"
 #include "photo/photo_resync.h"
 #include "photo/photo_share.h"
 #include "photo/share_fs.h"
@@ -23,27 +25,32 @@ namespace {
 
 constexpr const char kModule[] = "koliindexd";
 
-constexpr int kBothStores = kWalkMediaStore | kWalkPhotoLibrary;
-
-bool IsPhotoEnabled(const char* path) {
-    return support_photo == 1 && IsPhotoSharePath(path) != 0;
-}
-
-bool IsDirectory(const char* path) {
-    return path != nullptr && IsDirExist(path) != 0;
-}
-
-/// Whatever was created again between the request and now keeps its entries.
+/// Whatever was created again between the request and now keeps its entries, and so does what cannot be
+/// looked at.
 bool IsGone(const char* path) {
-    if (IsDirExist(path) == 0 && IsFileExist(path, nullptr) == 0) return true;
-    KOLI_LOG("%s (%d) Dir or File exists (%s). Skip remove it from database.", path);
-    return false;
+    switch (KLIBPathLook(path)) {
+        case KLIB_PATH_FILE:
+        case KLIB_PATH_DIRECTORY:
+            KOLI_LOG("%s (%d) Dir or File exists (%s). Skip remove it from database.", path);
+            return false;
+        case KLIB_PATH_UNKNOWN:
+            KOLI_LOG("%s (%d) Failed to look at %s. Skip remove it from database. (%s)", path,
+                     strerror(errno));
+            return false;
+        default:
+            return true;
+    }
+}
+
+/// The stores that are left, as the types of a walk.
+int WalkTypesOf(const RequestArgument& argument) {
+    return argument.stores & ~KOLIDBRefusing();
 }
 
 void AddTree(RequestArgument argument) {
     const char* path = argument.text;
-    IndexWalk(path, kModeAdd, kBothStores);
-    if (!IsPhotoEnabled(path) || IsDirExist(path) == 0) return;
+    IndexWalk(path, kModeAdd, WalkTypesOf(argument));
+    if (!RequestWorksOnPhotos(argument, path) || IsDirExist(path) == 0) return;
     PhotoShareFsCheck();
     PhotoShareWalk(path);
 }
@@ -51,18 +58,20 @@ void AddTree(RequestArgument argument) {
 void DeleteTree(RequestArgument argument) {
     const char* path = argument.text;
     if (!IsGone(path)) return;
-    IndexWalk(path, kModeDelete, kBothStores);
-    if (IsPhotoEnabled(path)) PhotoShareUpdate(path, kAlbumDelete);
+    IndexWalk(path, kModeDelete, WalkTypesOf(argument));
+    if (RequestWorksOnPhotos(argument, path)) PhotoShareUpdate(path, kAlbumDelete);
 }
 
+/// What the media store could not take now says nothing about the file.
 void AddFile(RequestArgument argument) {
     const char* path = argument.text;
-    const int result = IndexOnePath(path, kModeAdd);
-    if (!IsPhotoEnabled(path)) return;
-    if (result == 0) {
+    int result = 0;
+    if (RequestWorksOn(argument, KOLI_MEDIA_DB)) result = IndexOnePath(path, kModeAdd);
+    if (!RequestWorksOnPhotos(argument, path)) return;
+    if (result == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
         PhotoLibraryIndex(path, kModeAdd);
     } else {
-        KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
+        FlvConvert(path);
     }
     if (IsDirExist(path) != 0) PhotoShareUpdate(path, kAlbumCreate);
 }
@@ -70,48 +79,8 @@ void AddFile(RequestArgument argument) {
 void DeleteFile(RequestArgument argument) {
     const char* path = argument.text;
     if (!IsGone(path)) return;
-    IndexOnePath(path, kModeDelete);
-    if (IsPhotoEnabled(path)) PhotoLibraryIndex(path, kModeDelete);
-}
-
-void RenameVideoTexts(const char* new_path, const char* old_path) {
-    VideoDescPathRename(KOLI_VIDEO_DESC, new_path, old_path);
-    VideoDescPathRename(KOLI_VIDEO_COMMENT, new_path, old_path);
-}
-
-void RenameDirectory(const char* new_path, const char* old_path) {
-    IndexWalk(old_path, kModeDelete, kWalkMediaStore);
-    IndexWalk(new_path, kModeAdd, kWalkMediaStore);
-    if (!IsPhotoEnabled(new_path)) return;
-    PhotoPathRename(new_path, old_path, 1);
-    PhotoShareRename(new_path, old_path);
-    if (support_vidora == 1) RenameVideoTexts(new_path, old_path);
-}
-
-void RenameFile(const char* new_path, const char* old_path) {
-    IndexOnePath(old_path, kModeDelete);
-    IndexOnePath(new_path, kModeAdd);
-    if (!IsPhotoEnabled(new_path)) return;
-    PhotoPathRename(new_path, old_path, 0);
-    if (support_vidora == 1 && BlKOLIIndexIsVideoOnWebFile(new_path) != 0)
-        RenameVideoTexts(new_path, old_path);
-}
-
-/// Of two paths the second one is cut when the line did not fit its buffer.  Removing below what is left of
-/// it could empty a whole share, so it counts as missing.
-void Rename(RequestArgument argument) {
-    char* rest = nullptr;
-    char* new_path = strtok_r(argument.text, ":", &rest);
-    char* old_path = strtok_r(nullptr, ":", &rest);
-    if (argument.is_cut && strtok_r(nullptr, ":", &rest) == nullptr)
-        (old_path != nullptr ? old_path : new_path) = nullptr;
-    if (new_path != nullptr) DropTrailingSlashes(new_path);
-    if (old_path != nullptr) DropTrailingSlashes(old_path);
-    if (IsDirectory(new_path)) {
-        RenameDirectory(new_path, old_path);
-    } else {
-        RenameFile(new_path, old_path);
-    }
+    if (RequestWorksOn(argument, KOLI_MEDIA_DB)) IndexOnePath(path, kModeDelete);
+    if (RequestWorksOnPhotos(argument, path)) PhotoLibraryIndex(path, kModeDelete);
 }
 
 void RebuildPhotoLibrary() {
@@ -121,9 +90,18 @@ void RebuildPhotoLibrary() {
     PhotoShareResync(nullptr);
 }
 
+/// What the resync has found new is in the photo library already, but may be missing in the media store.
+void IndexPhotoShare() {
+    char target[kPathSize];
+    if (ShareTargetGet(paths::kPhotoShare, target) == 0) IndexWalk(target, kModeAdd, kWalkMediaStore);
+}
+
 void Rebuild(RequestArgument argument) {
     if (strcmp(argument.text, "photo") == 0) {
-        RebuildPhotoLibrary();
+        if (RequestWorksOn(argument, KOLI_PHOTO_DB)) return RebuildPhotoLibrary();
+        if ((argument.stores & KOLI_PHOTO_DB) == 0) IndexPhotoShare();
+    } else if (!RequestWorksOn(argument, KOLI_MEDIA_DB)) {
+        return;
     } else if (strcmp(argument.text, "music") == 0) {
         IndexWalk(nullptr, kModeRebuild, kRebuildMusic);
     } else if (strcmp(argument.text, "video") == 0) {
@@ -133,12 +111,14 @@ void Rebuild(RequestArgument argument) {
     }
 }
 
+/// A name that is no table's goes to the store all the same, which refuses it.
 void Truncate(RequestArgument argument) {
-    KOLITruncateTable(argument.text);
+    const int store = KOLITableDatabase(argument.text);
+    if (store == 0 || RequestWorksOn(argument, store)) KOLITruncateTable(argument.text);
 }
 
 void Update(RequestArgument argument) {
-    if (strcmp(argument.text, "photo") != 0) return;
+    if (strcmp(argument.text, "photo") != 0 || !RequestWorksOn(argument, KOLI_PHOTO_DB)) return;
     char target[kPathSize];
     if (ShareTargetGet(paths::kPhotoShare, target) != 0) {
         KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
@@ -150,21 +130,29 @@ void Update(RequestArgument argument) {
 
 struct Request {
     char code;
-    bool takes_path;  // the argument is one path: the '/'s at its end go
+    bool takes_path;  // the argument is one path
     void (*execute)(RequestArgument argument);
 };
 
 constexpr Request kRequests[] = {
-    {'A', true, AddTree}, {'D', true, DeleteTree}, {'a', true, AddFile},   {'d', true, DeleteFile},
-    {'N', false, Rename}, {'R', false, Rebuild},   {'T', false, Truncate}, {'U', false, Update},
+    {'A', true, AddTree},        {'D', true, DeleteTree}, {'a', true, AddFile},   {'d', true, DeleteFile},
+    {'N', false, RequestRename}, {'R', false, Rebuild},   {'T', false, Truncate}, {'U', false, Update},
 };
 
 }  // namespace
 
+bool RequestWorksOn(const RequestArgument& argument, int store) {
+    return (argument.stores & store & ~KOLIDBRefusing()) != 0;
+}
+
+bool RequestWorksOnPhotos(const RequestArgument& argument, const char* path) {
+    return support_photo == 1 && IsPhotoSharePath(path) != 0 && RequestWorksOn(argument, KOLI_PHOTO_DB);
+}
+
 bool RequestExecute(char code, RequestArgument argument) {
     for (const Request& request : kRequests) {
         if (request.code != code) continue;
-        if (request.takes_path) DropTrailingSlashes(argument.text);
+        if (request.takes_path) PathCollapse(argument.text);
         request.execute(argument);
         return true;
     }

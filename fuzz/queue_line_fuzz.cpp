@@ -1,5 +1,5 @@
 // Arbitrary bytes as an indexing queue.  What reaches the engine must be a path that the bytes really hold:
-// no line end in it, no '/' at its end, and nothing that was cut off a longer text.
+// no line end in it, nothing that names nothing, and nothing that was cut off a longer text.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -7,7 +7,8 @@
 #include <string>
 
 #include "base/features.h"
-#include "daemon/queue.h"
+#include "base/path_names.h"
+#include "daemon/batch.h"
 #include "index/directory.h"
 #include "index/index.h"
 #include "tests/fake_platform.h"
@@ -25,13 +26,18 @@ static void CheckPath(const char* path) {
     const size_t length = strlen(path);
     Require(length < 4110 && strchr(path, '\n') == nullptr);
     Require(length < 2 || path[length - 1] != '/');
-    Require(queue.find(path) != std::string::npos);
+    Require(strstr(path, "//") == nullptr && strstr(path, "/./") == nullptr);
+    Require(queue.find(FileNameOf(path)) != std::string::npos);
 }
 
 int IndexWalk(const char* path, int mode, int types) {
     CheckPath(path);
     Require(mode != 3 || (path == nullptr && (types == 1 || types == 4 || types == 8)));
     return 0;
+}
+
+void IndexTreeAgain(const char* directory) {
+    CheckPath(directory);
 }
 
 int IndexOnePath(const char* path, int mode) {
@@ -49,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     koli::support_photo = koli::support_vidora = 1;
     koli::queue.assign(reinterpret_cast<const char*>(data), size);
     FILE* batch = fmemopen(koli::queue.data(), size, "r");
-    koli::ProcessBatchLines(batch);
+    koli::ProcessBatchLines(batch, false, false);
     koli::Require(ftell(batch) == static_cast<long>(size));
     fclose(batch);
     return 0;

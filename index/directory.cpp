@@ -1,5 +1,6 @@
 #include "index/directory.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/features.h"
@@ -10,6 +11,7 @@
 #include "index/index.h"
 #include "index/index_mode.h"
 #include "index/share_path.h"
+#include "photo/conversion.h"
 #include "photo/photo_library.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
@@ -24,6 +26,10 @@ constexpr const char kModule[] = "directory";
 /// that neither the limit of open files nor the 32 KiB of each open directory counts.
 constexpr int kMaxOpenLevels = 32;
 
+// The stores of a walk are named by the databases' bits.
+static_assert(static_cast<int>(kWalkMediaStore) == KOLI_MEDIA_DB &&
+              static_cast<int>(kWalkPhotoLibrary) == KOLI_PHOTO_DB);
+
 void LogOpenFailure(const char* path) {
     KOLI_LOG("%s (%d) Failed to open directory %s ", path);
 }
@@ -32,31 +38,35 @@ bool UsesPhotoLibrary(const char* path, int types) {
     return (types & kWalkPhotoLibrary) != 0 && support_photo == 1 && IsPhotoSharePath(path) != 0;
 }
 
-/// A file that the media store took goes on to the photo library; any other may be something to convert.
-void WalkFile(const char* path, int mode, int types) {
-    int result = 0;
-    if ((types & kWalkMediaStore) != 0) result = IndexOneFile(path, mode);
-    if (!UsesPhotoLibrary(path, types)) return;
-    if (result == 0) {
-        PhotoLibraryIndex(path, mode);
-    } else {
-        KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
-    }
+/// Whether anything at or below `top` can lie in a photo share, whose name begins at the tenth character.
+bool MayHoldPhotos(const char* top) {
+    return support_photo == 1 && (strlen(top) < sizeof "/volume1" || IsPhotoSharePath(top) != 0);
 }
 
 /// One walk with modes 1 and 5.  A single path buffer serves every level.
 class TreeWalk {
   public:
-    TreeWalk(int mode, int types) : mode_(mode), types_(types) {}
+    /// In a rebuild, what cannot be looked at or stored now is tried twice, and told to the store as missed.
+    enum Kind { kPlain, kRebuild };
+    TreeWalk(int mode, int types, Kind kind) : mode_(mode), is_rebuild_(kind == kRebuild), wanted_(types) {}
+
     void Run(const char* path);
 
   private:
+    bool HasWork();
     void WalkDirectory(const FolderWay* above, bool is_link);
+    void WalkEntries(DirectoryListing& listing, const FolderWay& way);
     void WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way);
+    void WalkFile();
+    int Index(bool is_directory);
+    bool MayFollow(const FolderWay& way);
+    void MissUnknown();
     bool Append(const char* name);
 
     const int mode_;
-    const int types_;
+    const bool is_rebuild_;
+    int wanted_;     // WalkTypes that can come to anything
+    int types_ = 0;  // of these, the stores that take changes
     char path_[kPathSize];
     size_t length_ = 0;  // of path_
     int depth_ = 0;      // of path_ below the top
@@ -67,11 +77,19 @@ void TreeWalk::Run(const char* path) {
     length_ = strnlen(path, sizeof path_);
     if (length_ == sizeof path_) return;  // longer than any path that can exist
     memcpy(path_, path, length_ + 1);
-    if (IsDirExist(path_) != 0) {
-        WalkDirectory(nullptr, false);
-    } else if (IsFileExist(path_, nullptr) != 0) {
-        WalkFile(path_, mode_, types_);
-    }
+    if (!MayHoldPhotos(path_)) wanted_ &= ~kWalkPhotoLibrary;
+    if (!HasWork()) return;
+    const int kind = KLIBPathLook(path_);
+    if (kind == KLIB_PATH_DIRECTORY) WalkDirectory(nullptr, false);
+    if (kind == KLIB_PATH_FILE) WalkFile();
+    if (kind == KLIB_PATH_UNKNOWN) MissUnknown();
+}
+
+/// Asked at each entry: what a store has refused nothing may overtake, and a walk for no store ends.
+bool TreeWalk::HasWork() {
+    KOLIDBTick();
+    types_ = wanted_ & ~KOLIDBRefusing();
+    return types_ != 0;
 }
 
 void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
@@ -79,15 +97,21 @@ void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
     DirectoryListing listing;
     if (!listing.Open(path_)) {
         LogOpenFailure(path_);
+        if (is_rebuild_) MediaRebuildMiss(path_);
         return;
     }
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
-    const FolderWay way = FolderWayTo(above, listing.device(), listing.inode(), is_link);
-    if ((types_ & kWalkMediaStore) != 0) IndexOnePath(path_, mode_);
+    if ((types_ & kWalkMediaStore) != 0) Index(true);
+    WalkEntries(listing, FolderWayTo(above, listing.device(), listing.inode(), is_link));
+    if (listing.error() == 0) return;
+    KOLI_LOG("%s (%d) Failed to read directory %s to its end. (%s)", path_, strerror(listing.error()));
+    if (is_rebuild_) MediaRebuildMiss(path_);
+}
 
+void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
     const size_t length = length_;
     ++depth_;
-    for (auto entry = listing.Next(); entry.name != nullptr; entry = listing.Next()) {
+    for (auto entry = listing.Next(); entry.name != nullptr && HasWork(); entry = listing.Next()) {
         if (Append(entry.name)) WalkEntry(entry.type, listing, way);
         length_ = length;
         path_[length_] = '\0';
@@ -98,14 +122,53 @@ void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
 /// The file system is asked only where the directory did not already tell what the entry is.
 void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way) {
     const bool is_open = type == DT_LNK || type == DT_UNKNOWN;
-    if (type == DT_DIR || (is_open && IsDirExist(path_) != 0)) {
+    const int kind = is_open ? KLIBPathLook(path_) : KLIB_PATH_OTHER;
+    if (type == DT_DIR || kind == KLIB_PATH_DIRECTORY) {
         const bool is_link = IsLink(type, path_);
-        if (is_link && !links_.MayFollow(way)) return;
+        if (is_link && !MayFollow(way)) return;
         if (depth_ >= kMaxOpenLevels) listing.Release();
         WalkDirectory(&way, is_link);
-    } else if (type == DT_REG || (is_open && IsFileExist(path_, nullptr) != 0)) {
-        WalkFile(path_, mode_, types_);
+    } else if (type == DT_REG || kind == KLIB_PATH_FILE) {
+        WalkFile();
+    } else if (kind == KLIB_PATH_UNKNOWN) {
+        MissUnknown();
     }
+}
+
+/// A file that the media store took goes on to the photo library; any other may be something to convert.
+/// What the store could not take now says nothing about the file.
+void TreeWalk::WalkFile() {
+    int result = 0;
+    if ((types_ & kWalkMediaStore) != 0) result = Index(false);
+    if (!UsesPhotoLibrary(path_, types_)) return;
+    if (result == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
+        PhotoLibraryIndex(path_, mode_);
+    } else {
+        FlvConvert(path_);
+    }
+}
+
+/// In a rebuild the row of what is there depends on this call: one look that fails must not cost it.
+int TreeWalk::Index(bool is_directory) {
+    const auto index = is_directory ? IndexOnePath : IndexOneFile;
+    const int result = index(path_, mode_);
+    if (!is_rebuild_ || (result == 0 && !is_directory) || MediaRebuildSavedLast(path_) != 0) return result;
+    const int kind = KLIBPathLook(path_);
+    if (kind == KLIB_PATH_UNKNOWN) MissUnknown();
+    return kind == KLIB_PATH_FILE || kind == KLIB_PATH_DIRECTORY ? index(path_, mode_) : result;
+}
+
+bool TreeWalk::MayFollow(const FolderWay& way) {
+    if (links_.MayFollow(way)) return true;
+    if (links_.IsFirstLeftOut())
+        KOLI_LOG("%s (%d) Too many links below links: %s and those after it are not followed.", path_);
+    return false;
+}
+
+/// A look at the path has failed, with errno set.
+void TreeWalk::MissUnknown() {
+    KOLI_LOG("%s (%d) Failed to look at %s. (%s)", path_, strerror(errno));
+    if (is_rebuild_) MediaRebuildMiss(path_);
 }
 
 /// Adds "/name" to the path; false when that does not fit, the path is then unchanged.
@@ -117,6 +180,12 @@ bool TreeWalk::Append(const char* name) {
     memcpy(path_ + length_ + slash, name, name_length + 1);
     length_ += slash + name_length;
     return true;
+}
+
+/// True when `path` can be listed and is the directory that `before` was.
+bool IsStillThere(const char* path, const DirectoryListing& before) {
+    DirectoryListing now;
+    return now.Open(path) && now.device() == before.device() && now.inode() == before.inode();
 }
 
 void DeleteTree(const char* path, int types) {
@@ -151,23 +220,30 @@ int IndexWalk(const char* path, int mode, int types) {
     } else if (has_path && mode == kModeDelete) {
         DeleteTree(path, types);
     } else if (has_path && (mode == kModeAdd || mode == kModeUpdate)) {
-        TreeWalk(mode, types).Run(path);
+        TreeWalk(mode, types, TreeWalk::kPlain).Run(path);
     } else {
         KOLI_LOG("%s (%d) Bad parameter.");
     }
     return 0;
 }
 
+void IndexTreeAgain(const char* directory) {
+    // Asked before anything is forgotten: a volume that is not mounted must not empty its library.
+    DirectoryListing top;
+    if (!top.Open(directory)) {
+        LogOpenFailure(directory);
+        return;
+    }
+    if ((KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) return;
+    MediaRebuildBegin(directory);
+    TreeWalk(kModeAdd, kWalkMediaStore, TreeWalk::kRebuild).Run(directory);
+    MediaRebuildEnd(IsStillThere(directory, top) ? 1 : 0);
+}
+
 void ReindexShare(const char* share_link) {
     char target[kPathSize];
     if (share_link == nullptr || *share_link == '\0' || ShareTargetGet(share_link, target) != 0) return;
-    // Asked before anything is forgotten: a volume that is not mounted must not empty its library.
-    if (!DirectoryListing().Open(target)) {
-        LogOpenFailure(target);
-        return;
-    }
-    MediaInfoDBDelete(kStoreBelowDirectory, target);
-    IndexWalk(target, kModeAdd, kWalkMediaStore);
+    IndexTreeAgain(target);
 }
 
 }  // namespace koli

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstring>
 #include <new>
 
@@ -48,8 +49,10 @@ void DirectoryListing::Close() {
 
 DirectoryListing::Entry DirectoryListing::Read() {
     while (stream_ != nullptr) {
+        errno = 0;
         const dirent* entry = readdir(stream_);
         if (entry == nullptr) {
+            error_ = errno;
             Close();
         } else if (!IsSkipped(entry->d_name)) {
             return {entry->d_name, entry->d_type};

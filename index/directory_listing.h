@@ -32,8 +32,11 @@ class DirectoryListing {
     /// False, with errno set, when the directory cannot be opened.
     bool Open(const char* path);
 
-    /// The next entry; its name is null at the end.
+    /// The next entry; its name is null at the end, or where reading on failed.
     Entry Next();
+
+    /// Once Next has come to the end: 0, or the errno with which reading failed before it.
+    int error() const { return error_; }
 
     void Release();
 
@@ -55,6 +58,7 @@ class DirectoryListing {
     size_t held_at_ = 0;
     dev_t device_ = 0;
     ino_t inode_ = 0;
+    int error_ = 0;
 };
 
 }  // namespace koli

@@ -18,6 +18,26 @@ bool EndsComponent(char c) {
     return c == '/' || c == '\0';
 }
 
+/// Takes each ".." of an absolute path, with the component in front of it, out of its text; above the root
+/// there is nothing.
+void ResolveParents(char* path) {
+    if (*path != '/') return;
+    char* end = path;  // of what has been kept
+    for (const char* at = path; *at == '/';) {
+        const size_t length = 1 + strcspn(at + 1, "/");
+        if (length == 3 && strncmp(at, "/..", 3) == 0) {
+            while (end > path && *--end != '/') {
+            }
+        } else {
+            memmove(end, at, length);
+            end += length;
+        }
+        at += length;
+    }
+    if (end == path) *end++ = '/';
+    *end = '\0';
+}
+
 }  // namespace
 
 int IsPhotoSharePath(const char* path) {
@@ -39,15 +59,42 @@ int IsRecycleBinPath(const char* path) {
 
 int ShareTargetGet(const char* share_link, char (&target)[kPathSize]) {
     memset(target, 0, sizeof target);
-    if (readlink(share_link, target, sizeof target - 1) < 0) return -1;
-    DropTrailingSlashes(target);
+    char text[kPathSize] = {};
+    if (readlink(share_link, text, sizeof text - 1) < 0) return -1;
+    const char* slash = strrchr(share_link, '/');
+    const size_t folder = *text != '/' && slash != nullptr ? static_cast<size_t>(slash - share_link) + 1 : 0;
+    const size_t length = strlen(text);
+    if (folder + length >= sizeof target) return -1;
+    memcpy(target, share_link, folder);
+    memcpy(target + folder, text, length + 1);
+    PathCollapse(target);
+    ResolveParents(target);
     return 0;
 }
 
-void DropTrailingSlashes(char* path) {
-    size_t length = strlen(path);
-    while (length > 1 && path[length - 1] == '/')
-        path[--length] = '\0';
+void PathCollapse(char* path) {
+    const bool is_absolute = *path == '/';
+    char* out = path + (*path != '\0' ? 1 : 0);  // the first character stays when nothing else does
+    char* const start = is_absolute ? out : path;
+    const char* at = path;
+    char* end = start;
+    while (*at != '\0') {
+        const size_t length = strcspn(at, "/");
+        if (length > 0 && !(length == 1 && *at == '.')) {
+            if (end != start) *end++ = '/';
+            memmove(end, at, length);
+            end += length;
+        }
+        at += length;
+        at += strspn(at, "/");
+    }
+    *(end != start ? end : out) = '\0';
+}
+
+bool HasParentComponent(const char* path) {
+    for (const char* at = strstr(path, ".."); at != nullptr; at = strstr(at + 1, ".."))
+        if ((at == path || at[-1] == '/') && EndsComponent(at[2])) return true;
+    return false;
 }
 
 }  // namespace koli

@@ -16,11 +16,17 @@ int IsPhotoSharePath(const char* path);
 /// it, else 0.  A "#recycle" further down is an ordinary folder.
 int IsRecycleBinPath(const char* path);
 
-/// Reads where a share's link points to, without trailing '/'s.  Returns 0, or -1 when it is no link that can
-/// be read.
+/// Reads where a share's link points to: a target that is relative is taken relative to the link's folder,
+/// "." and ".." in it are resolved by the text alone.  Returns 0, or -1 when it is no link that can be read,
+/// or its target fits no path.
 int ShareTargetGet(const char* share_link, char (&target)[kPathSize]);
 
-/// Removes the '/'s at the end of `path` in place; one that stands alone stays.
-void DropTrailingSlashes(char* path);
+/// Takes out of `path` in place what names nothing, so that one file has one name: '/'s behind a '/' and at
+/// the end, and components ".".  Of a path that is nothing else its first character stays.  ".." stays: what
+/// it means depends on the links in front of it.
+void PathCollapse(char* path);
+
+/// True when a component of `path` is "..".
+bool HasParentComponent(const char* path);
 
 }  // namespace koli

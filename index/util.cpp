@@ -1,5 +1,6 @@
 #include "index/util.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/path_names.h"
@@ -68,8 +69,14 @@ int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, c
 
 int DeleteMediaInfo(int type, const char* path, LogSite site, const char* failure_format,
                     RemoveFailure on_failure) {
-    if (IsFileExist(path, nullptr) != 0) {
+    const int kind = KLIBPathLook(path);
+    if (kind == KLIB_PATH_FILE) {
         LogError("%s (%d) File exists. Skip remove it from database.", site.module, site.line);
+        return -1;
+    }
+    if (kind == KLIB_PATH_UNKNOWN) {
+        LogError("%s (%d) Failed to look at %s. Skip remove it from database. (%s)", site.module, site.line,
+                 path, strerror(errno));
         return -1;
     }
     if (MediaInfoDBDelete(type, path) != 0) {

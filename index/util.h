@@ -32,7 +32,8 @@ int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, c
 /// What a delete handler does with a removal that the store refused.
 enum class RemoveFailure { kIsError, kIsReportedOnly };
 
-/// The delete handler: refuses to remove the row of a file that still exists (logged, -1), else removes it.
+/// The delete handler: refuses to remove the row of a file that still exists, or may (logged, -1), else
+/// removes it.
 /// A refused removal logs `failure_format` (module, line, path) and returns -1 or, when only reported, 0.
 int DeleteMediaInfo(int type, const char* path, LogSite site, const char* failure_format,
                     RemoveFailure on_failure);

@@ -170,4 +170,8 @@ void ConversionRequest(const char* path, int flags) {
     if (request.is_queued && request.pid > 0) kill(request.pid, SIGUSR1);
 }
 
+void FlvConvert(const char* path) {
+    if (IsFileExist(path, nullptr) != 0) KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
+}
+
 }  // namespace koli

@@ -30,6 +30,21 @@ int MediaInfoDBDelete(int type, const char* path);
 /// Records the directory `path`.  Returns 0, or nonzero on failure.
 int MediaInfoDBDirSave(const char* path);
 
+/// A rebuild of the rows at and below `path`: from Begin to End the store remembers what is saved, and End
+/// removes the rest, in all five tables.  Nothing is removed at or below a path that was missed: a folder
+/// that could not be read to its end, or an entry that could not be looked at.  Begin sets the table-changed
+/// marks of the tables that have rows there.  One rebuild at a time; it costs some 10 bytes of memory for
+/// each row that is saved.  Outside of a rebuild Miss and End do nothing.
+void MediaRebuildBegin(const char* path);
+void MediaRebuildMiss(const char* path);
+
+/// Nonzero when the last row saved since Begin is that of `path`.
+int MediaRebuildSavedLast(const char* path);
+
+/// Ends the rebuild.  With `is_certain` 0 nothing is removed, nor when the media store refuses.  Returns 0,
+/// or -1 when it could not be done to its end (logged, except that the store refuses).
+int MediaRebuildEnd(int is_certain);
+
 /// Compact the databases.  Negative on failure.
 int MediaDBVacuum(void);
 int PhotoDBVacuum(void);
@@ -40,15 +55,58 @@ int KOLIDBFlush(void);
 
 /// KOLIDBFlush, then makes sure that everything accepted so far survives a power cut; nothing is done when
 /// nothing was written since the last time (nothing is known of the time before the first).  Returns 0, or -1
-/// (logged), also when since the last KOLIDBSync rows were lost after they had been accepted, or a change or
-/// a look-up was refused because the database was full, damaged, locked by another program or could not be
-/// opened: the batch must be repeated.
+/// (logged), also when one of them refuses: the batch must be repeated.
 int KOLIDBSync(void);
 
 /// Makes durable what the photo database has accepted so far, for a caller about to remove where it came
-/// from, or the rows that it has not marked.  Returns 0, or -1 when that failed (logged) and as long as the
-/// next KOLIDBSync will tell of lost rows.
+/// from, or the rows that it has not marked.  Returns 0, 1 when it has to wait for the end of a unit, or -1
+/// when it failed (logged) and as long as the next KOLIDBSync will tell of lost rows.
 int PhotoDBHarden(void);
+
+// ---- Batches ---------------------------------------------------------------------------------------------
+
+/// The databases, as bits of a set.
+enum KOLIDatabase { KOLI_MEDIA_DB = 1, KOLI_PHOTO_DB = 2 };
+
+/// A batch is begun: both databases take changes again.
+void KOLIDBBatchBegin(void);
+
+/// The databases that have refused a change or a look-up since KOLIDBBatchBegin for a reason that passes:
+/// locked by another program, full, failing to read or write, out of reach.  Such a database takes no further
+/// change until the next KOLIDBBatchBegin, as nothing may overtake what it has refused: each operation on it
+/// fails at once and without a log line, and the next KOLIDBSync fails.  What fails for good (a damaged
+/// database, no permission) is not counted here.
+int KOLIDBRefusing(void);
+
+/// Why a database of KOLIDBRefusing refuses, in the engine's words; "" when it does not.
+const char* KOLIDBRefusalGet(int database);
+
+/// Commits the groups of both databases that have been open for a while.  Costs next to nothing: for every
+/// line of a batch and every entry of a walk, so that no lock is held while the batch works on something
+/// else.
+void KOLIDBTick(void);
+
+/// What is changed in the photo database between Begin and End takes effect together; units may lie in each
+/// other.  Inside a unit nothing is committed once something was changed or removed, whatever else asks for
+/// it; what is merely added (PhotoInfoDBSave) may be.  PhotoDBUnitEnd(0) takes back what was changed since
+/// its Begin. Returns 0, or -1 when nothing of the unit takes effect (the database refuses).
+void PhotoDBUnitBegin(void);
+int PhotoDBUnitEnd(int keep);
+
+/// How far a batch has come in the photo database.
+struct KOLIBatchMark {
+    int64_t offset;  // bytes of the batch that have been executed, 0 = none
+    uint64_t hash;   // of these bytes
+};
+
+/// Reads the mark as it was committed last.  Returns 0, or -1 when there is none or it cannot be read.
+int PhotoDBMarkGet(KOLIBatchMark* mark);
+
+/// Sets the mark that is written with the next changes, in the same transaction.
+void PhotoDBMarkSet(const KOLIBatchMark* mark);
+
+/// Removes the mark.  Returns 0 when there is none, durably so, or -1.
+int PhotoDBMarkRemove(void);
 
 // ---- Photo database --------------------------------------------------------------------------------------
 

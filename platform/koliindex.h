@@ -39,6 +39,10 @@ int BlKOLIIndexIsVideoOnWebFile(const char* path);
 /// Returns 0, or -1.
 int KOLITruncateTable(const char* table);
 
+/// The database that has the table (KOLIDatabase of kolidb.h); 0 for a name that is none of theirs, and for
+/// null.
+int KOLITableDatabase(const char* table);
+
 /// Writes the path of the extended-attribute file that holds `stream` for `path`.  Returns 0, or -1 when it
 /// does not fit into `size` bytes.
 int KOLIEAPath(const char* path, const char* stream, char* buffer, int size);

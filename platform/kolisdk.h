@@ -15,6 +15,20 @@ int IsDirExist(const char* path);
 /// Nonzero when anything exists at `path`.
 int BlKLIBFileExist(const char* path);
 
+/// What stands at a path, links followed.
+enum KLIBPathKind {
+    KLIB_PATH_UNKNOWN =
+        -1,                // the look failed for a reason that says nothing: it may be there; errno tells why
+    KLIB_PATH_ABSENT = 0,  // nothing, for certain (ENOENT, ENOTDIR)
+    KLIB_PATH_FILE = 1,    // a regular file
+    KLIB_PATH_DIRECTORY = 2,
+    KLIB_PATH_OTHER = 3  // a FIFO, a device, ...
+};
+
+/// Looks at `path`.  Whoever removes something because it is gone asks this, as the other questions take a
+/// failed look for absence.
+int KLIBPathLook(const char* path);
+
 /// Removes leading and trailing white space in place.
 void StringTrim(char* text);
 

@@ -61,6 +61,9 @@ TEST_F(Walk, FoldersFullOfLinksToEachOtherAreNotGoneThroughInEveryOrder) {
     const size_t folders = Calls(top_, kModeAdd, kWalkMediaStore).size();
     EXPECT_GT(folders, free_ways);
     EXPECT_LE(folders, free_ways + 10000);
+    ASSERT_EQ(fake.log.size(), 1U);  // which names the first one that is left out
+    EXPECT_TRUE(fake.log[0].starts_with("directory (#) Too many links below links: " + top_ + "/"))
+        << fake.log[0];
 }
 
 TEST_F(Walk, ThePhotoLibraryGetsWhatTheMediaStoreTookAndTheConverterTheRest) {
@@ -81,6 +84,21 @@ TEST_F(Walk, ThePhotoLibraryGetsWhatTheMediaStoreTookAndTheConverterTheRest) {
     EXPECT_EQ(Calls(p + "/a.jpg", kModeAdd, kBoth), Lines{"PhotoMediaAdd " + p + "/a.jpg"});
 }
 
+TEST_F(Walk, WhatAStoreHasRefusedIsNotOvertakenAndNoFileIsMisjudgedForIt) {
+    const std::string p = "vol00001/photo", a = p + "/1/a.jpg";
+    Write(a, "");
+    fake.results = {{"PhotoMediaAdd", -1}};
+    fake.at_call = [](const std::string& call) {
+        fake.refusing |= call == "PhotoMediaAdd" ? KOLI_MEDIA_DB : 0;
+    };
+    EXPECT_EQ(Calls(p, kModeAdd, kBoth), (Lines{"MediaInfoDBDirSave " + p, "MediaInfoDBDirSave " + p + "/1",
+                                                "PhotoLibraryIndex " + a + " 1", "PhotoMediaAdd " + a}));
+    EXPECT_EQ(Calls(p, kModeAdd, kBoth), Lines{"PhotoLibraryIndex " + a + " 1"});
+    EXPECT_EQ(Calls(p, kModeAdd, kWalkMediaStore), Lines{});
+    fake.refusing = KOLI_MEDIA_DB | KOLI_PHOTO_DB;
+    EXPECT_EQ(Calls(p, kModeAdd, kBoth), Lines{});
+}
+
 TEST_F(Walk, BadCallsAreLoggedAndAShareIsRebuiltOnlyWhenItCanBeOpened) {
     IndexWalk(nullptr, kModeAdd, kBoth);
     IndexWalk("", kModeDelete, kBoth);
@@ -97,7 +115,45 @@ TEST_F(Walk, BadCallsAreLoggedAndAShareIsRebuiltOnlyWhenItCanBeOpened) {
     expected.emplace_back("directory (#) Failed to open directory /no/such/volume ");
     EXPECT_EQ(fake.log, expected);
     ReindexShare("share");
-    EXPECT_EQ(fake.calls, (Lines{"MediaInfoDBDelete 5 " + real, "MediaInfoDBDirSave " + real}));
+    ASSERT_EQ(symlink(("..//./." + real.substr(real.rfind('/', real.size() - 6))).c_str(), "beside"), 0);
+    ReindexShare(Path("beside").c_str());
+    EXPECT_EQ(fake.calls,
+              (Lines{"MediaRebuildBegin " + real, "MediaInfoDBDirSave " + real, "MediaRebuildEnd 1",
+                     "MediaRebuildBegin " + real, "MediaInfoDBDirSave " + real, "MediaRebuildEnd 1"}));
+}
+
+TEST_F(Walk, ARebuildTellsWhatItHasMissedAndTriesWhatWasNotStoredOnceMore) {
+    const std::string real = MakeDir("real"), song = Write("real/a.mp3", ""), loop = real + "/loop.mp3";
+    const std::string closed = MakeDir("real/closed");
+    ASSERT_EQ(symlink("loop.mp3", loop.c_str()), 0);
+    ASSERT_EQ(chmod(closed.c_str(), 0), 0);
+    ASSERT_EQ(chmod(top_.c_str(), 0755), 0);
+    fake.results = {{"MusicFileAdd", -1}};
+    fake.unsaved = {song};
+    {
+        const AsNobody nobody;
+        IndexTreeAgain(real.c_str());
+    }
+    std::sort(fake.calls.begin(), fake.calls.end());
+    EXPECT_EQ(fake.calls,
+              (Lines{"MediaInfoDBDirSave " + real, "MediaRebuildBegin " + real, "MediaRebuildEnd 1",
+                     "MediaRebuildMiss " + closed, "MediaRebuildMiss " + loop, "MusicFileAdd " + song,
+                     "MusicFileAdd " + song}));
+    EXPECT_EQ(fake.log.size(), 2U);
+
+    // A volume that vanishes while it is gone through leaves another folder in its place.
+    fake.calls.clear();
+    fake.at_call = [&](const std::string& call) {
+        if (call != "MediaInfoDBDirSave") return;
+        std::filesystem::rename(real, top_ + "/gone");
+        MakeDir("real");
+    };
+    IndexTreeAgain(real.c_str());
+    EXPECT_EQ(fake.calls.back(), "MediaRebuildEnd 0");
+    fake.refusing = KOLI_MEDIA_DB;
+    fake.calls.clear();
+    IndexTreeAgain(real.c_str());
+    EXPECT_EQ(fake.calls, Lines{});
 }
 
 TEST_F(Walk, ADeepTreeNeedsFewOpenFilesAndPathsAreNeverCut) {

@@ -8,6 +8,9 @@
 int koli::IndexOnePath(const char* path, int mode) {
     return test::Record(__func__, path, mode);
 }
+void koli::IndexTreeAgain(const char* directory) {
+    test::Record(__func__, directory);
+}
 int koli::IndexWalk(const char* path, int mode, int types) {
     return test::Record(__func__, path, mode, types);
 }

@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "base/log.h"
 #include "platform/kolidb.h"
@@ -53,6 +54,18 @@ int MediaInfoValid(koli::MediaInfo* record) {
 int MediaInfoDBDelete(int type, const char* path) {
     return Record(__func__, type, path);
 }
+void MediaRebuildBegin(const char* path) {
+    Record(__func__, path);
+}
+void MediaRebuildMiss(const char* path) {
+    Record(__func__, path);
+}
+int MediaRebuildSavedLast(const char* path) {
+    return fake.unsaved.count(path) == 0 ? 1 : 0;
+}
+int MediaRebuildEnd(int is_certain) {
+    return Record(__func__, is_certain);
+}
 int MediaInfoDBDirSave(const char* path) {
     return Record(__func__, path);
 }
@@ -70,6 +83,29 @@ int KOLIDBSync(void) {
 }
 int PhotoDBHarden(void) {
     return Record(__func__);
+}
+void KOLIDBBatchBegin(void) {}
+int KOLIDBRefusing(void) {
+    return fake.refusing;
+}
+const char* KOLIDBRefusalGet(int database) {
+    return (fake.refusing & database) != 0 ? "fake refusal" : "";
+}
+void KOLIDBTick(void) {}
+void PhotoDBUnitBegin(void) {}
+int PhotoDBUnitEnd(int) {
+    return 0;
+}
+int PhotoDBMarkGet(KOLIBatchMark* mark) {
+    *mark = fake.mark;
+    return fake.mark.offset > 0 ? 0 : -1;
+}
+void PhotoDBMarkSet(const KOLIBatchMark* mark) {
+    fake.mark = *mark;
+}
+int PhotoDBMarkRemove(void) {
+    fake.mark = {};
+    return 0;
 }
 
 int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode) {
@@ -125,6 +161,10 @@ const char* KOLIDBErrorGet(KOLIDB*) {
 // ---- koliindex
 int KOLITruncateTable(const char* table) {
     return Record(__func__, table);
+}
+
+int KOLITableDatabase(const char* table) {
+    return strcmp(table, "photo_info") == 0 ? KOLI_PHOTO_DB : KOLI_MEDIA_DB;
 }
 
 // ---- kolisdk

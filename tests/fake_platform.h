@@ -5,6 +5,7 @@
 // ...) is the host platform's own.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
@@ -14,6 +15,7 @@
 
 #include "base/media_info.h"
 #include "base/photo_record.h"
+#include "platform/kolidb.h"
 #include "tests/host_temp_dir.h"
 
 namespace koli::test {
@@ -22,6 +24,7 @@ using Lines = std::vector<std::string>;
 using Row = std::map<std::string, std::string>;
 
 struct FakePlatform {
+    std::function<void(const std::string& operation)> at_call;  ///< called for each operation when it is set
     Lines calls;                                      ///< recorded operations: "MediaInfoDBDelete 0 /a/b"
     std::vector<std::pair<int, MediaInfo>> media;     ///< records handed to MediaInfoDBSave, with their type
     std::vector<std::pair<int, PhotoRecord>> photos;  ///< records handed to PhotoInfoDBSave, with their mode
@@ -30,6 +33,10 @@ struct FakePlatform {
     std::map<std::string, int> results{{"PhotoDBExec", 1}};  ///< what others than 0 return, by their names
     std::map<std::string, int> pids;                         ///< KLIBReadPidFile: path to pid
     std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
+
+    int refusing = 0;               ///< KOLIDBRefusing
+    std::set<std::string> unsaved;  ///< paths that MediaRebuildSavedLast does not know
+    KOLIBatchMark mark{};           ///< of the photo database
 
     /// Rows that PhotoInfoDBOpen / MediaInfoDBOpen give, by "photo TABLE CONDITION" / "media TYPE CONDITION".
     std::map<std::string, std::vector<Row>> rows;
@@ -52,6 +59,7 @@ int Record(const std::string& operation, const Words&... words) {
     call << operation;
     ((call << ' ' << Word(words)), ...);
     fake.calls.push_back(call.str());
+    if (fake.at_call) fake.at_call(operation);
     return fake.failing.count(operation) != 0 ? -1 : fake.results[operation];
 }
 

@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include <thread>
+
 #include "tests/host_databases.h"
 
 namespace koli::host {
@@ -57,15 +59,19 @@ TEST_F(Store, LikeHeedsCaseAndEscapesAndUsesTheIndex) {
     EXPECT_EQ(log_lines, 1);
 }
 
-TEST_F(Store, AFullDatabaseIsReportedByTheSync) {
+TEST_F(Store, AFullDatabaseTakesNothingMoreUntilTheNextBatch) {
     ASSERT_EQ(SaveMusic("/m/a"), 0);
     ASSERT_EQ(MediaDatabase().Execute("PRAGMA max_page_count=1"), 0);  // no page more than it has
     int i = 0;
     while (i < 100 && SaveMusic("/m/" + std::string(500, 'x') + std::to_string(i)) == 0)
         ++i;
     ASSERT_LT(i, 100);
+    EXPECT_EQ(KOLIDBRefusing(), KOLI_MEDIA_DB);
+    EXPECT_STREQ(KOLIDBRefusalGet(KOLI_MEDIA_DB), "database or disk is full");
+    EXPECT_NE(SaveMusic("/m/a"), 0);  // there would be room for it
     EXPECT_EQ(KOLIDBSync(), -1);
-    EXPECT_EQ(log_lines, 2);  // the statement that failed, and that it took others with it
+    EXPECT_EQ(log_lines, 2);  // the statement that failed, and that the batch has to come again
+    KOLIDBBatchBegin();
     ASSERT_EQ(MediaDatabase().Execute("PRAGMA max_page_count=1000"), 0);
     ASSERT_EQ(SaveMusic("/m/a"), 0);
     EXPECT_EQ(KOLIDBSync(), 0);
@@ -73,36 +79,50 @@ TEST_F(Store, AFullDatabaseIsReportedByTheSync) {
     SavePhoto("/p/a.jpg", "t");
     ASSERT_EQ(PhotoDatabase().Execute("PRAGMA max_page_count=1"), 0);
     EXPECT_EQ(KOLIUpdatePhotoPath(PhotosOf("").get(), ("/" + std::string(3999, 'd')).c_str(), "/p"), -1);
+    EXPECT_EQ(KOLIDBRefusing(), KOLI_PHOTO_DB);
     EXPECT_EQ(KOLIDBSync(), -1);
 }
 
-TEST_F(Store, ALockedDatabaseIsReportedByTheSync) {
+TEST_F(Store, ALockedDatabaseTakesNothingMoreAndTheOtherIsNotHeldMeanwhile) {
     ASSERT_EQ(SaveMusic("/m/a"), 0);
-    ASSERT_EQ(MediaDatabase().Execute("PRAGMA busy_timeout=50"), 0);
+    SavePhoto("/p/a.jpg", "t");
     ASSERT_EQ(KOLIDBSync(), 0);
     std::string error;
     const auto other = Sql::Open(directory_ + "/media.db", nullptr, &error);
+    const auto photos = Sql::Open(directory_ + "/photo.db", nullptr, &error);
+    photos->WaitForLocks(0);
+    SavePhoto("/p/b.jpg", "t");
+    EXPECT_EQ(photos->Execute("BEGIN IMMEDIATE"), -1);
     ASSERT_EQ(other->Execute("BEGIN IMMEDIATE"), 0);
-    EXPECT_NE(SaveMusic("/m/b"), 0);
+    std::thread waiting([] { EXPECT_NE(SaveMusic("/m/b"), 0); });
+    photos->WaitForLocks(5000);
+    EXPECT_EQ(photos->Execute("BEGIN IMMEDIATE"), 0);
+    waiting.join();
     ASSERT_EQ(other->Execute("COMMIT"), 0);
-    EXPECT_EQ(SaveMusic("/m/a"), 0);
-    EXPECT_EQ(KOLIDBSync(), -1);  // the refused row is to come again
+    EXPECT_NE(SaveMusic("/m/a"), 0);  // nothing overtakes the refused row
+    EXPECT_EQ(KOLIDBSync(), -1);
 }
 
-TEST_F(Store, ADamagedFileFailsEachOperationAndIsLeftAlone) {
+TEST_F(Store, ADamagedFileFailsEachOperationForGoodAndIsLeftAlone) {
     const std::string junk(8192, 'j'), file = Write("made/for/us/media.db", junk);
     EXPECT_NE(SaveMusic("/m/a"), 0);
     EXPECT_NE(MediaInfoDBDelete(kStoreBelowDirectory, "/m"), 0);
     EXPECT_EQ(MediaInfoDBOpen(0, "*", nullptr, 0, nullptr, 0, 0, 0), nullptr);
     EXPECT_EQ(MediaDBVacuum(), -1);
-    EXPECT_EQ(log_lines, 4);
-    EXPECT_EQ(KOLIDBSync(), -1);  // the refused row is to come again
+    EXPECT_EQ(log_lines, 1);
     SavePhoto("/p/a.jpg", "the other one works");
+    EXPECT_EQ(KOLIDBSync(), 0);  // no batch waits for it
     DatabaseDirectorySet(directory_.c_str());
     std::fstream(directory_ + "/photo.db").seekp(4096) << junk;  // behind the first page: it can be opened
     EXPECT_EQ(PhotosOf(""), nullptr);
-    EXPECT_EQ(KOLIDBSync(), -1);  // the refused look-up is to come again
+    EXPECT_EQ(KOLIDBRefusing(), 0);
     EXPECT_EQ(ReadFile(file), junk);
+    std::filesystem::remove(directory_ + "/photo.db");
+    SavePhoto("/p/a.jpg", "t");
+    ASSERT_EQ(PhotoDatabase().Execute("PRAGMA user_version=99"), 0);
+    DatabaseDirectorySet(directory_.c_str());
+    EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);
+    EXPECT_EQ(KOLIDBRefusing(), 0);
 }
 
 TEST_F(Store, ADatabaseTakenAwayIsBegunAnewAndAVacuumGivesRoomBack) {
@@ -110,6 +130,7 @@ TEST_F(Store, ADatabaseTakenAwayIsBegunAnewAndAVacuumGivesRoomBack) {
     EXPECT_EQ(KOLIDBFlush(), 0);
     std::filesystem::remove(directory_ + "/media.db");
     EXPECT_EQ(KOLIDBSync(), -1);  // the row went with its file
+    KOLIDBBatchBegin();
     for (int i = 0; i < 500; ++i)
         ASSERT_EQ(SaveMusic("/m/" + std::string(200, 'x') + std::to_string(i)), 0);
     EXPECT_EQ(KOLIDBFlush(), 0);
@@ -120,6 +141,45 @@ TEST_F(Store, ADatabaseTakenAwayIsBegunAnewAndAVacuumGivesRoomBack) {
     EXPECT_EQ(MediaDBVacuum(), 0);
     EXPECT_EQ(PhotoDBVacuum(), 0);
     EXPECT_LT(OutsideNumber("PRAGMA page_count"), before / 2);
+}
+
+TEST_F(Store, AUnitTakesEffectAsAWholeWithItsMark) {
+    const auto kept = [] { return Photo("SELECT path AS v FROM photo_info ORDER BY path"); };
+    const auto mark = [this] {
+        std::string error;
+        const auto outside = Sql::Open(directory_ + "/photo.db", nullptr, &error);
+        const auto rows = outside->Query("SELECT value FROM setting");
+        return rows->count() > 0 ? std::string(rows->Field(0, "value")) : "";
+    };
+    SavePhoto("/p/a", "t");
+    PhotoDBUnitBegin();
+    SavePhoto("/p/b", "t");
+    EXPECT_EQ(PhotoDBHarden(), 0);  // what is merely added may be there early
+    PhotoInfoDBDelete("/p/a");
+    PhotoDBUnitBegin();
+    SavePhoto("/p/c", "t");
+    EXPECT_EQ(PhotoDBUnitEnd(0), 0);
+    PhotoDBUnitBegin();
+    SavePhoto("/p/d", "t");
+    EXPECT_EQ(PhotoDBUnitEnd(1), 0);
+    EXPECT_EQ(PhotoDBHarden(), 1);
+    KOLIDBFlush();
+    EXPECT_EQ(mark(), "");
+    const KOLIBatchMark set{7, 0xabc};
+    PhotoDBMarkSet(&set);
+    EXPECT_EQ(PhotoDBUnitEnd(1), 0);
+    EXPECT_EQ(kept(), (Texts{"/p/b", "/p/d"}));
+    EXPECT_EQ(PhotoDBHarden(), 0);
+    EXPECT_EQ(mark(), "7 abc");
+    KOLIBatchMark found{};
+    EXPECT_EQ(PhotoDBMarkGet(&found), 0);
+    EXPECT_EQ(found.hash, 0xabcU);
+    EXPECT_EQ(PhotoDBMarkRemove(), 0);
+    EXPECT_EQ(mark(), "");
+    PhotoDBUnitBegin();
+    PhotoInfoDBDelete("/p/b");
+    EXPECT_EQ(PhotoDBUnitEnd(0), 0);
+    EXPECT_EQ(kept().size(), 2U);
 }
 
 TEST_F(Store, TheSettingsChooseTheDirectory) {
@@ -135,8 +195,9 @@ TEST_F(Store, TheSettingsChooseTheDirectory) {
         engine_key = refused;
         EXPECT_EQ(DatabaseDirectory(), "");
     }
+    log_lines = 0;
     EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);
-    EXPECT_EQ(log_lines, 4);
+    EXPECT_EQ(log_lines, 2);
     engine_key = nullptr;
 }
 

@@ -99,6 +99,40 @@ TEST_F(Store, DeletesAFolderAndLeavesItsSiblings) {
     EXPECT_EQ(Media("SELECT path||'|'||title AS v FROM directory"), Texts{"/m/Caf\xE9|Caf\u00E9"});
 }
 
+TEST_F(Store, ARebuildRemovesWhatItDidNotMeet) {
+    const std::string m = "/m/'\xE9";
+    const auto fill = [&] {
+        for (const char* name : {"", "/a.mp3", "/b.mp3", "/far/c.mp3", "/far", "/far away.mp3", "0"})
+            ASSERT_EQ(SaveMusic(m + name), 0);
+        for (int i = 0; i < 2500; ++i)  // more than are looked at at a time
+            ASSERT_EQ(SaveMusic(m + "/many/" + std::to_string(i)), 0);
+        ASSERT_EQ(MediaInfoDBDirSave((m + "/many").c_str()), 0);
+        KOLIIndexMusicTableDirtySet(0);
+        MediaRebuildBegin(m.c_str());
+        EXPECT_EQ(BlKOLIIndexIsMusicTableDirty(), 1);
+        EXPECT_EQ(BlKOLIIndexIsVideoTableDirty(), 0);
+        ASSERT_EQ(SaveMusic(m + "/a.mp3"), 0);
+        EXPECT_NE(MediaRebuildSavedLast((m + "/a.mp3").c_str()), 0);
+        EXPECT_EQ(MediaRebuildSavedLast((m + "/b.mp3").c_str()), 0);
+        MediaRebuildMiss((m + "/far").c_str());
+        KOLIDBFlush();
+    };
+    fill();
+    EXPECT_EQ(MediaRebuildEnd(0), 0);
+    EXPECT_EQ(Media("SELECT count(*) AS v FROM music"), Texts{"2507"});
+    EXPECT_EQ(MediaRebuildEnd(1), 0);  // outside of a rebuild
+    fill();
+    MediaRebuildMiss("/m");
+    EXPECT_EQ(MediaRebuildEnd(1), 0);
+    EXPECT_EQ(Media("SELECT count(*) AS v FROM music"), Texts{"2507"});
+    fill();
+    EXPECT_EQ(MediaRebuildEnd(1), 0);
+    EXPECT_EQ(Media("SELECT path AS v FROM music"),
+              (Texts{m + "/a.mp3", m + "/far", m + "/far/c.mp3", m + "0"}));
+    EXPECT_EQ(Media("SELECT path AS v FROM directory"), Texts{});
+    EXPECT_EQ(log_lines, 0);
+}
+
 TEST_F(Store, AlbumsHoldTruthValuesAndTakeTheirRightsWithThem) {
     const std::pair<const char*, int> statements[] = {
         {"Insert into photo_share values(1, 'Trip', '', '', 'true', 0, '', 'true', 'false', '1');", 1},

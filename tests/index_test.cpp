@@ -72,6 +72,36 @@ TEST(SharePath, ThePhotoShareAndTheRecycleBinAreToldByPosition) {
         EXPECT_EQ(IsRecycleBinPath(path), 0) << path;
 }
 
+TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
+    const std::string list = Write("a.m3u", "");
+    ASSERT_EQ(symlink("loop", "loop"), 0);
+    EXPECT_EQ(PlaylistFileDelete(list.c_str()), -1);
+    EXPECT_EQ(PlaylistFileDelete("loop/a.m3u"), -1);
+    EXPECT_EQ(PlaylistFileDelete("a.m3u/x.m3u"), 0);
+    EXPECT_EQ(fake.calls, Lines{"MediaInfoDBDelete 3 a.m3u/x.m3u"});
+    EXPECT_EQ(fake.log,
+              (Lines{"playlist (#) File exists. Skip remove it from database.",
+                     "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many "
+                     "levels of symbolic links)"}));
+}
+
+TEST_F(Index, ALinksTargetIsOneAbsolutePath) {
+    const std::pair<std::string, std::string> targets[] = {{"../../volume1//music/", "/volume1/music"},
+                                                           {"/a/../b/./..//c/", "/c"},
+                                                           {"../../../..", "/"},
+                                                           {"x", dir() + "/x"},
+                                                           {"/v/a..b", "/v/a..b"}};
+    for (const auto& [text, target] : targets) {
+        char got[kPathSize];
+        unlink("link");
+        ASSERT_EQ(symlink(text.c_str(), "link"), 0);
+        ASSERT_EQ(ShareTargetGet(Path("link").c_str(), got), 0);
+        EXPECT_EQ(got, target) << text;
+        unlink("link");
+        EXPECT_EQ(ShareTargetGet(Path("link").c_str(), got), -1);
+    }
+}
+
 TEST_F(Index, APlaylistIsARegularFileWithTimesOfItsOwnForm) {
     setenv("TZ", "UTC", 1);
     const std::string path = Write("Party/mix.v2.m3u", "#EXTM3U");

@@ -1,8 +1,10 @@
 // The two databases and their groups of writes.
 //
 // A write opens a group (one transaction) when none is open; the group is closed by its size, its age, a
-// flush, or whatever cannot run inside of it.  A statement that fails leaves the rest of its group alone.
-// Whoever reads through the same object sees the open group.
+// flush, or whatever cannot run inside of it.  A statement that fails for good leaves the rest of its group
+// alone.  One that fails for a reason that passes takes its group with it, and the database refuses
+// everything until the next batch begins: the batch has to be repeated, and nothing may overtake what was
+// refused. Whoever reads through the same object sees the open group.
 #pragma once
 
 #include <cstdint>
@@ -16,63 +18,92 @@
 namespace koli::host {
 
 /// One database: its connection, opened when it is first needed, and its open group.  A database that cannot
-/// be opened makes every operation fail with one log line each; it is tried again some seconds later.
+/// be opened makes every operation fail; it is tried again some seconds later.  A failure is logged once a
+/// batch.
 class Database {
   public:
     /// `schema` holds the steps of its tables (schema.h).
     Database(const char* file_name, std::vector<std::string> schema, Sql::ChangeListener changed);
 
+    /// A batch begins: what was refused or has failed before is forgotten.
+    void BeginBatch();
+    /// Why the database takes nothing more until the next BeginBatch; "" when it does.
+    const char* refusal() const { return refusal_.c_str(); }
+    bool IsRefusing() const { return !refusal_.empty(); }
+
     /// The kept statement of `text` (which must live as long as the program), to be filled in and run next,
-    /// within a group.  Null on failure (logged).
+    /// within a group.  Null on failure.
     SqlStatement* Prepare(const char* text);
-    /// Runs it.  Returns the number of rows affected, or -1 (logged).
+    /// Runs it.  Returns the number of rows affected, or -1.  RunAdd is for a row that is merely added or
+    /// refreshed, which may be committed inside a unit.
     int Run(SqlStatement& statement);
+    int RunAdd(SqlStatement& statement);
 
     /// Runs one statement given as text within the group, with the same results; error() has the reason.
     int Execute(std::string_view text);
-    /// The rows of a query; null on failure (logged).
+    /// The rows of a query; null on failure.
     std::unique_ptr<SqlRows> Query(std::string_view text);
 
-    /// Writes between BeginUnit and EndUnit take effect together: EndUnit(true) commits them, EndUnit(false)
-    /// takes them back.  BeginUnit false, EndUnit -1: failed (logged), nothing of the unit took effect.
+    /// Writes between BeginUnit and EndUnit take effect together; units may lie in each other. EndUnit(false)
+    /// takes them back.  BeginUnit false, EndUnit -1: nothing of the unit takes effect.
     bool BeginUnit();
     int EndUnit(bool keep);
 
-    int Flush();   ///< commits the group; 0 or -1 (logged)
-    int Harden();  ///< Flush, then durable; -1 also while something since the last Sync was lost or refused
-    int Sync();    ///< Harden, then a new count of what was lost (logged)
-    int Vacuum();  ///< gives unused pages back; 0 or -1 (logged)
+    /// Sets the value that the next group with changes stores under `name` in the table `setting`, in its own
+    /// transaction.  There is one at a time.
+    void SetNote(const char* name, std::string value);
+    /// Drops such a value without one of its own to come.  Returns 0 when it is gone, and durably so, else
+    /// -1.
+    int RemoveNote(const char* name);
+
+    int Flush();   ///< commits the group, unless a unit is at work in it; 0 or -1
+    void Tick();   ///< Flush for a group that has been open for a while
+    int Harden();  ///< Flush, then durable; 1 while a unit is at work, -1 on failure and while it refuses
+    int Sync();    ///< Harden; says in the log that the batch has to be repeated
+    int Vacuum();  ///< gives unused pages back, in short steps; 0 or -1
     void Close();  ///< flushes and closes; the next use opens it again
 
+    bool IsGroupOpen() const { return sql_ != nullptr && sql_->InTransaction(); }
     const char* error() const { return error_.c_str(); }
 
   private:
     bool Open();
     bool CreateTables();
+    bool IsFree();
+    bool DropUnusable();
     bool BeginGroup();
-    void NoteLock();
+    bool BeginTransaction();
+    int Commit();
+    bool StoreNote();
     int CountWrite(int affected);
-    bool HasMoved();
-    void DropUnusable();
+    bool IsUnitAtWork() const { return units_ > 0 && unit_changed_; }
     int Failed(const char* what, int line = __builtin_LINE());
-    int Refused(const char* what, int line = __builtin_LINE());
+    void Refuse(const std::string& reason);
 
     const char* file_name_;
     std::vector<std::string> schema_;
     Sql::ChangeListener changed_;
     std::unique_ptr<Sql> sql_;
-    std::string error_;          // of the last failure
-    int64_t retry_at_ = 0;       // ms; no attempt to open it before this time, 0 = none failed
-    int64_t group_began_ = 0;    // ms
-    int group_writes_ = 0;       // statements run in the open group
-    int64_t group_changes_ = 0;  // the connection's changes when the group was opened
-    bool in_unit_ = false;
+    std::string path_;                 // of the file that is open, or was last
+    std::string error_;                // of the last failure
+    std::string told_;                 // the failure that was logged last in this batch
+    std::string refusal_;              // '' = takes changes
+    int64_t retry_at_ = 0;             // ms; no attempt to open it before this time, 0 = none failed
+    int64_t group_began_ = 0;          // ms
+    int group_writes_ = 0;             // statements run in the open group
+    int64_t group_changes_ = 0;        // the connection's changes when the group was opened
+    int units_ = 0;                    // units that are open, one in the other
+    uint64_t savepoints_ = 0;          // bit n: unit n began inside the open group
+    bool unit_changed_ = false;        // a unit has changed or removed something
+    const char* note_name_ = nullptr;  // null = nothing to store
+    std::string note_;
     bool suspect_ = false;   // the file failed a statement: open it anew before the next group
     bool unsynced_ = false;  // committed, by this process or one before it, and perhaps not on the disk
-    bool written_ = false;   // committed since the last Sync
-    bool lost_ = false;      // since the last Sync a group was lost, or a request refused for now
-    bool locked_ = false;    // the last group or look-up found the database locked
+    bool written_ = false;   // committed in this batch
 };
+
+/// Milliseconds of a clock that nobody sets, some milliseconds behind at most.
+int64_t CoarseNowMs();
 
 Database& MediaDatabase();
 Database& PhotoDatabase();

@@ -1,6 +1,7 @@
 // Questions about files, and text helpers.
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/path_names.h"
@@ -34,6 +35,15 @@ int IsFileExist(const char* path, uint64_t* size) {
 int IsDirExist(const char* path) {
     struct stat status;
     return Look(path, &status) && S_ISDIR(status.st_mode) ? 1 : 0;
+}
+
+int KLIBPathLook(const char* path) {
+    struct stat status;
+    if (path == nullptr) return KLIB_PATH_ABSENT;
+    if (stat(path, &status) != 0)
+        return errno == ENOENT || errno == ENOTDIR ? KLIB_PATH_ABSENT : KLIB_PATH_UNKNOWN;
+    if (S_ISREG(status.st_mode)) return KLIB_PATH_FILE;
+    return S_ISDIR(status.st_mode) ? KLIB_PATH_DIRECTORY : KLIB_PATH_OTHER;
 }
 
 int BlKLIBFileExist(const char* path) {

@@ -54,20 +54,4 @@ int PhotoDBVacuum(void) {
     return PhotoDatabase().Vacuum();
 }
 
-int KOLIDBFlush(void) {
-    ProblemSettle();
-    const int media = MediaDatabase().Flush(), photo = PhotoDatabase().Flush();
-    return media != 0 || photo != 0 ? -1 : 0;
-}
-
-int KOLIDBSync(void) {
-    ProblemSettle();
-    const int media = MediaDatabase().Sync(), photo = PhotoDatabase().Sync();
-    return media != 0 || photo != 0 ? -1 : 0;
-}
-
-int PhotoDBHarden(void) {
-    return PhotoDatabase().Harden();
-}
-
 }  // extern "C"

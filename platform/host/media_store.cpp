@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/media_rebuild.h"
 #include "platform/host/path_range.h"
 #include "platform/host/problems.h"
 #include "platform/host/schema.h"
@@ -132,6 +133,7 @@ int MediaInfoDBSave(int type, const MediaInfo* record) {
         return -1;
     }
     ProblemSettle();
+    RebuildNote(type, record->path);
     SqlStatement* statement = MediaDatabase().Prepare(Statements().save[type].c_str());
     if (statement == nullptr) return -1;
     BindMediaInfo(*statement, *record);
@@ -146,11 +148,13 @@ int MediaInfoDBDirSave(const char* path) {
         return -1;
     }
     ProblemSettle();
+    std::string directory(WithoutTrailingSlashes(path));
+    if (directory.empty()) directory = "/";
+    RebuildNote(kRebuildDirectory, directory);
     SqlStatement* statement = MediaDatabase().Prepare(kSaveDirectory);
     if (statement == nullptr) return -1;
-    const std::string directory(WithoutTrailingSlashes(path));
     std::string scratch;
-    statement->Text(1, directory.empty() ? "/" : directory);
+    statement->Text(1, directory);
     statement->Text(2, Utf8FromUnmarked(FileNameOf(directory.c_str()), &scratch));
     return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
 }

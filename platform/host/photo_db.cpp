@@ -114,7 +114,7 @@ int PhotoInfoDBSave(const PhotoRecord* record, int mode) {
     SqlStatement* statement = PhotoDatabase().Prepare(kSave);
     if (statement == nullptr) return -1;
     BindPhoto(*statement, *record);
-    return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+    return PhotoDatabase().RunAdd(*statement) < 0 ? -1 : 0;
 }
 
 int PhotoInfoDBDelete(const char* path) {

@@ -10,6 +10,7 @@
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/file_times.h"
+#include "platform/host/media_rebuild.h"
 #include "platform/host/path_range.h"
 #include "platform/host/text_utf8.h"
 
@@ -50,6 +51,7 @@ const char* RemoveBelowSql() {
 }
 
 void Save(const char* path, const char* line) {
+    RebuildNote(kRebuildProblem, path);
     SqlStatement* statement = MediaDatabase().Prepare(kSave);
     if (statement == nullptr) return;
     char now[sizeof MediaInfo::ctime];

@@ -106,6 +106,9 @@ CREATE TRIGGER photo_share_rights AFTER DELETE ON photo_share BEGIN
 END;
 )";
 
+constexpr const char kSettingTableSql[] =
+    "CREATE TABLE setting (name TEXT NOT NULL PRIMARY KEY, value TEXT NOT NULL DEFAULT '') WITHOUT ROWID;";
+
 /// The names of the columns from `first` on, each with `before` in front, separated by commas.
 std::string ColumnList(size_t first, const char* before) {
     std::string list;
@@ -157,7 +160,8 @@ std::vector<std::string> MediaSchemaSteps() {
 
 std::vector<std::string> PhotoSchemaSteps() {
     return {kPhotoTablesSql + TruthTrigger("photo_share_inserted", "INSERT") +
-            TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir")};
+                TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir"),
+            kSettingTableSql};
 }
 
 std::string MediaSaveSql(const char* table) {

@@ -10,6 +10,8 @@
 //   (sql_dialect.h).
 // - `problem` tells which files of the media store could not be parsed, and why: one row per path; see
 //   problems.h.
+// - `setting` of the photo database is the daemon's own memory: 'batch_mark', how far a batch has come, and
+//   'photo_device', the device of the photo share's top when it was swept last.
 // - The access rights of an album go with it, by a trigger, whichever program deletes it.
 #pragma once
 

@@ -3,17 +3,24 @@
 #include <sqlite3.h>
 #include <strings.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <utility>
+
+#include "base/passing_error.h"
 
 namespace koli::host {
 namespace {
 
 constexpr int kLogPauseMs = 5;
+
+constexpr const char kCountUnused[] = "PRAGMA freelist_count";
 
 // The log is cut back to 8 MiB once a reader or a large transaction has let it grow.
 constexpr const char kSettings[] =
@@ -75,21 +82,23 @@ void SqlStatement::Real(int index, double value) {
 
 // ---- Opening and closing
 
-std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, std::string* error) {
+std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, std::string* error,
+                               bool* passes) {
     KeepMappingsFromChildren();
     std::unique_ptr<Sql> sql(new Sql(changed));
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-    if (sqlite3_open_v2(file.c_str(), &sql->db_, kFlags, nullptr) != SQLITE_OK || !sql->Configure()) {
+    if (sqlite3_open_v2(file.c_str(), &sql->db_, kFlags, nullptr) != SQLITE_OK) {
         sql->Fail();
-        *error = sql->error_;
-        return nullptr;
+    } else if (sqlite3_db_readonly(sql->db_, "main") != 0) {
+        // Without permission to write the engine falls back to reading.
+        sql->FailAs("no permission to write");
+        sql->error_number_ = access(file.c_str(), W_OK) != 0 ? errno : EACCES;
+    } else if (sql->Configure()) {
+        return sql;
     }
-    // Without permission to write the engine falls back to reading.
-    if (sqlite3_db_readonly(sql->db_, "main") != 0) {
-        *error = "no permission to write";
-        return nullptr;
-    }
-    return sql;
+    *error = sql->error_;
+    if (passes != nullptr) *passes = sql->FailedForNow();
+    return nullptr;
 }
 
 bool Sql::Configure() {
@@ -100,6 +109,9 @@ bool Sql::Configure() {
     sqlite3_db_config(db_, SQLITE_DBCONFIG_DQS_DDL, 0, nullptr);
     sqlite3_set_authorizer(db_, OnAuthorize, this);
 
+    // Only a file without a page can be given this; over any other the statement would wait for its writer.
+    if (QueryNumber("PRAGMA page_count") == 0 && !ExecuteScript("PRAGMA auto_vacuum=INCREMENTAL"))
+        return false;
     const std::unique_ptr<SqlRows> mode = ChooseLog();
     if (mode == nullptr || mode->count() == 0) return false;
     // A file system that cannot share memory between processes has no write-ahead log: SyncLog has nothing to
@@ -260,9 +272,31 @@ bool Sql::SyncLog() {
     return false;
 }
 
+bool Sql::Vacuum() {
+    // Some hundred pages are moved in a few milliseconds.
+    constexpr const char kStep[] = "PRAGMA incremental_vacuum(512)";
+    constexpr int64_t kIncremental = 2;
+    if (QueryNumber("PRAGMA auto_vacuum") != kIncremental)
+        return Execute("PRAGMA auto_vacuum=INCREMENTAL") >= 0 && Execute("VACUUM") >= 0;
+    int64_t before = 0, unused = QueryNumber(kCountUnused);
+    while (unused > 0 && unused != before) {
+        if (Query(kStep) == nullptr) return false;
+        before = std::exchange(unused, QueryNumber(kCountUnused));
+    }
+    return unused >= 0;
+}
+
 void Sql::Fail() {
     error_ = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
     error_code_ = db_ != nullptr ? sqlite3_errcode(db_) : SQLITE_NOMEM;
+    error_number_ = db_ != nullptr ? sqlite3_system_errno(db_) : ENOMEM;
+}
+
+bool Sql::FailAs(const char* reason) {
+    error_ = reason;
+    error_code_ = SQLITE_READONLY;
+    error_number_ = EACCES;
+    return false;
 }
 
 bool Sql::FailedBusy() const {
@@ -275,7 +309,21 @@ bool Sql::FailedByFile() const {
 }
 
 bool Sql::FailedForNow() const {
-    return FailedBusy() || FailedByFile() || error_code_ == SQLITE_FULL;
+    switch (error_code_) {
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+        case SQLITE_PROTOCOL:
+        case SQLITE_FULL:
+        case SQLITE_IOERR:
+        case SQLITE_NOMEM:
+        case SQLITE_INTERRUPT:
+            return true;
+        case SQLITE_CANTOPEN:
+        case SQLITE_READONLY:
+            return error_number_ != 0 && IsPassingError(error_number_);
+        default:
+            return false;
+    }
 }
 
 }  // namespace koli::host

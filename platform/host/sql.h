@@ -56,8 +56,10 @@ class Sql {
     using ChangeListener = void (*)(const char* table);
 
     /// Opens `file`, which is created when it is missing (its directory is not).  Null when that fails, with
-    /// the reason in `*error`: no permission, not a database, busy.
-    static std::unique_ptr<Sql> Open(const std::string& file, ChangeListener changed, std::string* error);
+    /// the reason in `*error`: no permission, not a database, busy; `*passes`, when not null, tells whether
+    /// it passes.
+    static std::unique_ptr<Sql> Open(const std::string& file, ChangeListener changed, std::string* error,
+                                     bool* passes = nullptr);
     ~Sql();
     Sql(const Sql&) = delete;
     Sql& operator=(const Sql&) = delete;
@@ -74,7 +76,7 @@ class Sql {
     int Execute(std::string_view text);
 
     /// How long an operation waits for another program's lock.
-    static constexpr int kLockWaitMs = 10000;  // at first
+    static constexpr int kLockWaitMs = 5000;
     void WaitForLocks(int ms);
 
     /// Runs all statements of `script`.
@@ -90,6 +92,10 @@ class Sql {
     int64_t TotalChanges() const;  ///< rows changed since the connection was opened
     bool FileMoved() const;        ///< the file is no longer what its path names
 
+    /// Gives unused pages back, some at a time, so that other writers wait for none of it.  A database that
+    /// was not made for that is rewritten once, as a whole.
+    bool Vacuum();
+
     /// Puts the committed transactions of the write-ahead log on the disk, with the log's directory entry.
     bool SyncLog();
 
@@ -97,10 +103,15 @@ class Sql {
     /// by now belong to another.
     void KeepLogOnClose();
 
+    /// Makes `reason` the last failure, one for good; false.
+    bool FailAs(const char* reason);
+
     const char* error() const { return error_.c_str(); }  ///< of the last failure
     bool FailedBusy() const;                              ///< the last failure was another writer's lock
     bool FailedByFile() const;                            ///< it lay in the file: damaged, unreadable
-    bool FailedForNow() const;  ///< one of these, or no room: not the statement's own fault
+    /// It passes by itself: a lock, no room, a disk that does not answer.  Not so what is damaged, not
+    /// permitted, or the statement's own fault.
+    bool FailedForNow() const;
 
   private:
     explicit Sql(ChangeListener changed) : changed_(changed) {}
@@ -117,6 +128,7 @@ class Sql {
     std::string prepared_table_;  // set by OnAuthorize while a statement is prepared
     std::string error_;
     int error_code_ = 0;
+    int error_number_ = 0;  // errno of the system call behind it, 0 = none
 };
 
 }  // namespace koli::host

@@ -27,6 +27,21 @@ std::string ImmutableName(const std::string& file) {
     return name + "?immutable=1";
 }
 
+SqlReader::Failure FailureOf(int code) {
+    switch (code & 0xFF) {
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+        case SQLITE_PROTOCOL:
+            return SqlReader::Failure::kLocked;
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+        case SQLITE_FORMAT:
+            return SqlReader::Failure::kDamaged;
+        default:
+            return SqlReader::Failure::kOther;
+    }
+}
+
 }  // namespace
 
 // ---- SqlCursor
@@ -90,6 +105,7 @@ bool SqlReader::OpenName(const std::string& name) {
     sqlite3_close(db_);
     db_ = nullptr;
     error_.clear();
+    failure_ = Failure::kNone;
     constexpr int kFlags = SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(name.c_str(), &db_, kFlags, nullptr) != SQLITE_OK) {
         Fail();
@@ -103,7 +119,7 @@ bool SqlReader::OpenName(const std::string& name) {
     return schema != nullptr && schema->Next();
 }
 
-std::unique_ptr<SqlReader> SqlReader::Open(const std::string& file, std::string* error) {
+std::unique_ptr<SqlReader> SqlReader::Open(const std::string& file, std::string* error, Failure* failure) {
     std::unique_ptr<SqlReader> reader(new SqlReader);
     if (reader->OpenName(file)) return reader;
     // Whoever may not write to the directory cannot read a database with a write-ahead log that nobody has
@@ -111,6 +127,7 @@ std::unique_ptr<SqlReader> SqlReader::Open(const std::string& file, std::string*
     const bool has_log = access((file + "-wal").c_str(), F_OK) == 0;
     if (!has_log && access(file.c_str(), R_OK) == 0 && reader->OpenName(ImmutableName(file))) return reader;
     *error = reader->error_;
+    if (failure != nullptr) *failure = reader->failure_;
     return nullptr;
 }
 
@@ -137,7 +154,9 @@ bool SqlReader::HasTable(const char* name) {
 }
 
 void SqlReader::Fail() {
-    if (error_.empty()) error_ = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
+    if (!error_.empty()) return;
+    error_ = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
+    failure_ = FailureOf(db_ != nullptr ? sqlite3_errcode(db_) : SQLITE_NOMEM);
 }
 
 }  // namespace koli::host

@@ -46,8 +46,13 @@ class SqlCursor {
 /// One read-only connection.  It creates and changes nothing, and never keeps a writer from writing.
 class SqlReader {
   public:
-    /// Opens an existing file.  Null when that fails, with the reason in `*error`.
-    static std::unique_ptr<SqlReader> Open(const std::string& file, std::string* error);
+    /// What kind of failure it was.
+    enum class Failure { kNone, kLocked, kDamaged, kOther };
+
+    /// Opens an existing file.  Null when that fails, with the reason in `*error` and, when it is not null,
+    /// its kind in `*failure`.
+    static std::unique_ptr<SqlReader> Open(const std::string& file, std::string* error,
+                                           Failure* failure = nullptr);
     ~SqlReader();
     SqlReader(const SqlReader&) = delete;
     SqlReader& operator=(const SqlReader&) = delete;
@@ -60,6 +65,7 @@ class SqlReader {
 
     bool failed() const { return !error_.empty(); }      ///< something has failed since it was opened
     const std::string& error() const { return error_; }  ///< the first failure; '' = none
+    Failure failure() const { return failure_; }         ///< its kind
 
   private:
     friend class SqlCursor;
@@ -69,6 +75,7 @@ class SqlReader {
 
     sqlite3* db_ = nullptr;
     std::string error_;
+    Failure failure_ = Failure::kNone;
 };
 
 }  // namespace koli::host

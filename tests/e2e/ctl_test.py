@@ -1,5 +1,6 @@
 #!/usr/bin/python3
 """koliindexctl and the daemon at work together, and what it says when something is missing, full or broken."""
+import contextlib
 import json
 import os
 import pathlib
@@ -145,22 +146,53 @@ class Control(harness.DaemonTest):
         lock = self.lock_media_store("EXCLUSIVE")
         lock.execute("COMMIT")
         lock.execute("PRAGMA wal_checkpoint(TRUNCATE)")
-        self.refused(5, "cannot read .*/media.db: .*database is locked", "status")
+        self.refused(5, "media.db is locked by another program: database is locked", "status")
         self.refused(3, "not running", "remove", gone, queued=[f"D:{gone}"])
         lock.close()
         sound = store.read_bytes()
         store.write_bytes(b"no database")
         self.start()
-        harness.wait_for("the first batch, which is kept", lambda: not os.path.exists(appliance.QUEUE))
-        self.refused(5, "not a database; .*daemon keeps them", "add", "--wait", SONG, queued=[f"a:{SONG}"])
+        self.ctl(5, "add", "--wait", SONG)
+        self.assertRegex(self.complaints[-1], "cannot read .*/media.db: .*not a database")
         appliance.stop()
         for damaged, words in ((b"no database" * 1000, "not a database"),
                                (sound[:4096] + b"\x55" * (len(sound) - 4096), "malformed")):
             store.write_bytes(damaged)
-            for arguments in (["list"], ["show", SONG], ["problems"], ["status"], ["sync"]):
-                self.refused(5, f"cannot read .*/media.db: .*{words}", *arguments, queued=[f"a:{SONG}"])
+            for arguments in (["list"], ["show", SONG], ["problems"], ["sync"]):
+                self.refused(5, f"cannot read .*/media.db: .*{words}", *arguments)
+            self.refused(5, f"media.db is damaged: .*{words}.*; koliindexctl repair mends it", "status")
         store.write_bytes(sound)
-        self.stored_at_next_start(SONG)  # the batch that was kept, too: of the file that is gone nothing is left
+        self.ctl(3, "sync")
+        self.stored_at_next_start(SONG)
+
+    def test_repair_beside_a_daemon_at_work(self):
+        pictures = [self.put(f"/volume1/photo/Trip/{name}.jpg", "photo/Coast 2019/IMG_0001.jpg") for name in "ab"]
+        self.put(SONG)
+        self.index("A:/volume1/photo", f"A:{MUSIC}")
+        store = pathlib.Path(appliance.STORE, "photo.db")
+        with contextlib.closing(sqlite3.connect(store)) as photos:
+            photos.execute("UPDATE photo_info SET description = 'Wedding ' || name")
+            photos.execute("UPDATE photo_share SET public = 'f'")
+            photos.commit()
+            photos.execute("PRAGMA wal_checkpoint(TRUNCATE)")
+        before, albums = self.row("photo_info", pictures[1]), appliance.rows("photo_share")
+        with open(store, "r+b") as file:
+            file.write(b"damage" * 100)
+        self.start()
+        new = self.put(f"{MUSIC}/Album/new.mp3")
+        self.ctl(5, "add", "--wait", new)
+        self.assertEqual(self.paths("music"), [SONG, new])
+        self.assertEqual(self.ctl(5, "status", "--json")["rows_music"], 2)
+        self.assertRegex(self.complaints[0], "photo.db is damaged: .*; koliindexctl repair mends it")
+        self.refused(1, "photo.db is damaged: ", "repair", "--dry-run")
+        picture = self.put("/volume1/photo/Trip/new.jpg", "photo/Coast 2019/IMG_0001.jpg")
+        self.ctl(1, "repair", "--wait")  # of the page where the list of tables stood there is nothing
+        self.assertEqual(self.paths("photo_info"), [*pictures, picture])
+        self.assertEqual((self.row("photo_info", pictures[1]), appliance.rows("photo_share")), (before, albums))
+        kept = [path.name for path in store.parent.glob("photo.db-damaged-*Z")]
+        self.assertEqual(len(kept), 1, kept)
+        self.ctl(0, "repair")
+        self.ctl(0, "status")
 
 
 if __name__ == "__main__":

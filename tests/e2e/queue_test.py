@@ -9,7 +9,7 @@ import time
 import harness
 from harness import appliance
 
-M = "/volume1/music"
+M, P = "/volume1/music", "/volume1/photo"
 COLUMNS = ("title", "artist", "album", "genre", "year", "track", "disc", "comment", "audio_bitrate", "has_cover")
 UNTAGGED = "untagged, 100% \"live\" & 'loud'"
 
@@ -77,6 +77,43 @@ class Requests(harness.DaemonTest):
         self.assertEqual((self.paths("music"), self.paths("video")), (found, [video]))
         self.index("R:everything")
         self.assertEqual((self.paths("music"), self.paths("video")), (found, []))
+
+    def test_one_file_has_one_row(self):
+        link = "/var/services/music"
+        self.addCleanup(lambda: (os.unlink(link), os.symlink(M, link)))
+        os.unlink(link)
+        os.symlink("../../volume1//./music", link)
+        path = self.put(f"{M}/x/a.mp3")
+        self.index("R:music", f"A:{M}//x/./", f"a:{M}/./x//a.mp3")
+        self.assertEqual((self.paths("music"), self.paths("directory")), ([path], [M, f"{M}/x"]))
+        os.unlink(path)
+        self.index(f"d:{M}//x/./a.mp3")
+        self.assertEqual(self.paths("music"), [])
+
+    def test_a_rename_loses_nothing(self):
+        def titles():
+            self.assertEqual(self.paths("photo"), sorted(harness.glob.glob(f"{P}/[!@]*/*.jpg")))
+            self.assertEqual(self.paths("photo"), self.paths("photo_info"))
+            return {row["path"][len(P) + 1:-6]: row["title"] for row in appliance.rows("photo_info")}
+
+        names = ("Artist", "Live", "One", "Two")
+        for name in names:
+            harness.hand_over(self.put(f"{P}/{name}/1.jpg", "photo/Family/IMG_3000.jpg"), "TITLE", name)
+        song = self.put(f"{M}/a.mp3")
+        self.index(*harness.EVERYTHING)
+        self.assertEqual(titles(), {name: name for name in names})
+        # All of the old paths stand.
+        self.index(f"N:{P}/Live:{P}/Artist:Live", f"N:{M}/a:/", f"N:{P}/Live:{P}", f"N:{P}/One:{P}/One", f"N:{M}/x:{M}")
+        for torn in (f"N:{P}/Live:{P}/Two", f"N:{M}/New:{M}"):
+            pathlib.Path(appliance.QUEUE).write_text(torn)
+            self.index()
+        self.assertEqual((self.paths("music"), titles()), ([song], {name: name for name in names}))
+
+        for old, new in (("One", "T"), ("Two", "One"), ("T", "Two"), ("Artist", "X"), ("X", "Y")):
+            os.rename(f"{P}/{old}", f"{P}/{new}")
+        self.index(*[f"N:{P}/{new}:{P}/{old}" for new, old in (("T", "One"), ("One", "Two"), ("Two", "T"),
+                                                               ("X", "Artist"), ("Y", "X"))])
+        self.assertEqual(titles(), {"Live": "Live", "One": "Two", "Two": "One", "Y": "Artist"})
 
     def test_a_batch_that_is_no_file(self):
         path = self.put(f"{M}/a.mp3")

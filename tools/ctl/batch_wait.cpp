@@ -46,7 +46,7 @@ class Interval {
 }  // namespace
 
 BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits& limits,
-                   const std::function<bool(bool begun)>& tell) {
+                   const std::function<void(bool begun)>& tell) {
     const int64_t start = NowMs();
     int64_t seen_alive = start;
     Interval telling(limits.tell_every_ms, start), waking(limits.wake_after_ms, start, 2);
@@ -58,7 +58,7 @@ BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits&
         if (limits.timeout > 0 && now - start >= int64_t{limits.timeout} * 1000) return BatchEnd::kTimeout;
 
         const bool begun = !IsNamed(places.queue, status);
-        if (telling.IsDue(now) && !tell(begun)) return BatchEnd::kGivenUp;
+        if (telling.IsDue(now)) tell(begun);
         // A run that finds an older batch executes that one and leaves the queue to the next signal; one that
         // could not store everything leaves its batch to it.  Ever less often: the daemon begins only when no
         // signal has come for ten seconds, and many may wait.

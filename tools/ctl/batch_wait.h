@@ -9,7 +9,7 @@
 
 namespace koli::ctl {
 
-enum class BatchEnd { kExecuted, kNoDaemon, kTimeout, kGivenUp };
+enum class BatchEnd { kExecuted, kNoDaemon, kTimeout };
 
 struct WaitLimits {
     int timeout = 0;            // seconds, 0 = none
@@ -19,9 +19,8 @@ struct WaitLimits {
 };
 
 /// Waits until the file that took the requests has lost its last name.  `tell` hears whether the daemon has
-/// begun, that is, has taken the queue over, and returns false to give up.  A daemon that does not run for
-/// two seconds has died.
+/// begun, that is, has taken the queue over.  A daemon that does not run for two seconds has died.
 BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits& limits,
-                   const std::function<bool(bool begun)>& tell);
+                   const std::function<void(bool begun)>& tell);
 
 }  // namespace koli::ctl

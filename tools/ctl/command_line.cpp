@@ -9,6 +9,7 @@
 #include "tools/ctl/completion.h"
 #include "tools/ctl/daemon_zone.h"
 #include "tools/ctl/list.h"
+#include "tools/ctl/repair.h"
 #include "tools/ctl/requests.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/show.h"
@@ -26,7 +27,7 @@ constexpr const char kFooter[] =
     "cannot be\n"
     "woken (requests are queued all the same); 4 the spool or another file could not be read or written; 5 "
     "a\n"
-    "database could not be read.\n\n"
+    "database could not be read or mended.\n\n"
     "Examples:\n"
     "  koliindexctl add --wait /volume1/music/Album\n"
     "  koliindexctl sync --dry-run\n"
@@ -125,6 +126,14 @@ void AddSync(CLI::App& app, Arguments& a) {
     SetWork(sync, a, [&a] { return Sync(a.context, a.paths, a.sync); });
 }
 
+void AddRepair(CLI::App& app, Arguments& a) {
+    CLI::App* repair = AddCommand(
+        app, "repair", "Save what can be read from a damaged database into a new one", "repair --wait", a);
+    repair->add_flag("--dry-run", a.sync.dry_run, "Only say what is damaged");
+    AddWaitOptions(repair, a.sync.wait);
+    SetWork(repair, a, [&a] { return Repair(a.context, {.dry_run = a.sync.dry_run, .wait = a.sync.wait}); });
+}
+
 void AddQueries(CLI::App& app, Arguments& a) {
     CLI::App* status =
         AddCommand(app, "status", "The daemon, its queue and its databases", "status --json", a);
@@ -194,6 +203,7 @@ int CommandLineRun(int argc, char** argv) {
     AddRequests(app, arguments);
     AddLibraryRequests(app, arguments);
     AddSync(app, arguments);
+    AddRepair(app, arguments);
     AddQueries(app, arguments);
     AddMachine(app, arguments);
     AddCompletion(app, arguments);

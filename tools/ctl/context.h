@@ -23,6 +23,7 @@ struct Places {
     std::string batch = paths::kBatch;
     std::string pid_file = paths::kPidFile;
     std::string databases = {};  // directory; '' = as the machine's settings say
+    std::string state_file = paths::kState;
 };
 
 struct Context {

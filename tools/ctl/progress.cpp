@@ -6,6 +6,9 @@
 #include <cstdio>
 #include <ctime>
 
+#include "tools/ctl/batch_state.h"
+#include "tools/ctl/output.h"
+#include "tools/ctl/request_writer.h"
 #include "tools/ctl/store_reader.h"
 
 namespace koli::ctl {
@@ -35,10 +38,34 @@ Progress::~Progress() {
     if (is_terminal_ && told_ > 0) fprintf(stderr, "\r\033[K");
 }
 
-std::string Progress::Line(bool begun, int64_t stored, int64_t unparsable) {
-    if (!begun && access(context_.places.batch.c_str(), F_OK) == 0)
-        return "queued, behind a batch that is being executed";
-    if (!begun) return "queued, the daemon begins in about ten seconds";
+/// Why nothing happens yet; "" when the requests are being executed.
+std::string Progress::WaitingLine(bool begun) const {
+    const BatchState batch = BatchStateOf(context_.places, DaemonPid(context_.places.pid_file));
+    const std::string queued = begun ? "" : "queued, behind a batch that is ";
+    if (batch.kind == BatchState::kKept)
+        return (begun ? "the batch is " : queued) + "kept: " + batch.database +
+               (batch.database.empty() ? "" : ": ") + batch.reason + "; the daemon tries again at " +
+               TimeText(batch.retry);
+    if (begun) return "";
+    return batch.kind == BatchState::kNone ? "queued, the daemon begins in about ten seconds"
+                                           : queued + "being executed";
+}
+
+/// How much there is of what was asked for.
+std::string Progress::StoredLine() {
+    int64_t stored = 0, unparsable = 0;
+    StoreReader store;
+    if (store.Open(context_.places))
+        for (const std::string& path : submission_.present) {
+            stored += submission_.media_store ? store.FilesBelow(path) : store.CountBelow("photo_info", path);
+            unparsable += submission_.media_store ? store.CountBelow("problem", path) : 0;
+        }
+    // What the daemon cannot store there either is told at the end.
+    if (const std::string error = store.error(); !error.empty()) return "being executed; " + error;
+    return RateLine(stored, unparsable);
+}
+
+std::string Progress::RateLine(int64_t stored, int64_t unparsable) {
     if (stored_before_ < 0) {
         stored_before_ = stored;
         began_ = Now();
@@ -57,22 +84,15 @@ std::string Progress::Line(bool begun, int64_t stored, int64_t unparsable) {
     return line;
 }
 
-bool Progress::Tell(bool begun) {
+void Progress::Tell(bool begun) {
     const double now = Now();
-    if (!is_terminal_ && told_ > 0 && now - told_ < kSecondsPerLine) return true;
-    int64_t stored = 0, unparsable = 0;
-    StoreReader store;
-    if (store.Open(context_.places))
-        for (const std::string& path : submission_.present) {
-            stored += submission_.media_store ? store.FilesBelow(path) : store.CountBelow("photo_info", path);
-            unparsable += submission_.media_store ? store.CountBelow("problem", path) : 0;
-        }
-    error_ = store.error();
-    if (!error_.empty()) return false;
-    const std::string line = Line(begun, stored, unparsable);
-    fprintf(stderr, is_terminal_ ? "\r%s\033[K" : "koliindexctl: %s\n", line.c_str());
+    if (!is_terminal_ && told_ > 0 && now - told_ < kSecondsPerLine) return;
+    std::string line = WaitingLine(begun);
+    if (line.empty()) line = StoredLine();
+    if (is_terminal_ || line != line_)
+        fprintf(stderr, is_terminal_ ? "\r%s\033[K" : "koliindexctl: %s\n", Printable(line).c_str());
+    line_ = std::move(line);
     told_ = now;
-    return true;
 }
 
 }  // namespace koli::ctl

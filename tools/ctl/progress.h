@@ -9,7 +9,7 @@
 
 namespace koli::ctl {
 
-/// A moving bar on a terminal, else a line every few seconds.
+/// A moving bar on a terminal, else a line every few seconds when there is something new.
 class Progress {
   public:
     /// `found` is the number of files that are to be present.  The submission must outlive this.
@@ -18,12 +18,13 @@ class Progress {
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    /// False when a database cannot be read, and so not be written by the daemon; error() has the reason.
-    bool Tell(bool begun);
-    const std::string& error() const { return error_; }
+    /// Says it, unless it has just been said.
+    void Tell(bool begun);
 
   private:
-    std::string Line(bool begun, int64_t stored, int64_t unparsable);
+    std::string WaitingLine(bool begun) const;
+    std::string StoredLine();
+    std::string RateLine(int64_t stored, int64_t unparsable);
 
     const Context& context_;
     const Submission& submission_;
@@ -31,7 +32,7 @@ class Progress {
     int64_t stored_before_ = -1;  // when the daemon began; -1 = it has not
     double began_ = 0;            // seconds of the monotonic clock
     double told_ = 0;             // the same, of the last line
-    std::string error_;
+    std::string line_;            // that line
     bool is_terminal_;
 };
 

@@ -8,26 +8,15 @@
 
 #include <algorithm>
 
-#include "platform/host/file_times.h"
+#include "platform/host/database_directory.h"
 #include "platform/host/schema.h"
 #include "platform/kolisdk.h"
+#include "tools/ctl/batch_state.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_writer.h"
-#include "tools/ctl/store_reader.h"
 
 namespace koli::ctl {
 namespace {
-
-std::string TimeText(time_t when) {
-    char text[32];
-    host::WriteLocalTime(when, text, sizeof text);
-    return text;
-}
-
-time_t ChangeTime(const std::string& file) {
-    struct stat status;
-    return stat(file.c_str(), &status) == 0 ? status.st_mtime : 0;
-}
 
 /// Lines of a queue file; -1 when there is none.
 int64_t CountLines(const std::string& file) {
@@ -54,30 +43,74 @@ int64_t LandlockVersion() {
     return std::max<int64_t>(version, 0);
 }
 
+void AddBatch(const Places& places, int pid, Record* record) {
+    const BatchState batch = BatchStateOf(places, pid);
+    record->emplace_back("batch", BatchStateName(batch.kind));
+    record->emplace_back("requests_in_batch", std::max<int64_t>(CountLines(places.batch), 0));
+    if (batch.kind != BatchState::kKept) return;
+    record->emplace_back("kept_because_of", batch.database);
+    record->emplace_back("kept_reason", batch.reason);
+    record->emplace_back("kept_since", TimeText(batch.since));
+    record->emplace_back("next_attempt", TimeText(batch.retry));
+}
+
 void AddDaemon(const Context& context, int pid, Record* record) {
     const Places& places = context.places;
     record->emplace_back("daemon", pid > 0 ? "running" : "not running");
     record->emplace_back("pid", int64_t{pid});
     record->emplace_back("since", pid > 0 ? TimeText(ChangeTime(places.pid_file)) : "");
     record->emplace_back("requests_waiting", std::max<int64_t>(CountLines(places.queue), 0));
-    const int64_t batch = CountLines(places.batch);
-    record->emplace_back("batch", batch < 0 ? "none" : pid > 0 ? "running" : "left over");
-    record->emplace_back("requests_in_batch", std::max<int64_t>(batch, 0));
+    AddBatch(places, pid, record);
 }
 
-void AddDatabases(const StoreReader& store, Record* record) {
-    record->emplace_back("databases", store.directory());
-    for (const char* name : {"media.db", "photo.db"}) {
-        const std::string file = store.directory() + "/" + name;
-        const time_t changed = std::max(ChangeTime(file), ChangeTime(file + "-wal"));
-        record->emplace_back(std::string(name) + "_changed",
-                             changed > 0 ? TimeText(changed) : "not created yet");
+using Counts = std::vector<std::pair<std::string, int64_t>>;
+
+/// The rows of one database's tables.  Tables that cannot be counted are left out.
+template <size_t N>
+void AddRows(const char* const (&tables)[N], const Counts& counts, bool is_missing, Record* record) {
+    for (const char* table : tables) {
+        const auto found = std::find_if(counts.begin(), counts.end(),
+                                        [table](const auto& count) { return count.first == table; });
+        if (found != counts.end() || is_missing)
+            record->emplace_back(std::string("rows_") + table, is_missing ? int64_t{0} : found->second);
     }
-    for (const char* table : host::kMediaTables)
-        record->emplace_back(std::string("rows_") + table, store.CountBelow(table, ""));
-    for (const char* table : host::kPhotoTables)
-        record->emplace_back(std::string("rows_") + table, store.CountBelow(table, ""));
-    record->emplace_back("unparsable", store.CountBelow("problem", ""));
+}
+
+/// Adds what can be read of a database; complains about what is wrong with it.  False: something is.
+bool AddDatabase(const std::string& directory, const host::DatabaseKind& kind, Record* record) {
+    const std::string name = kind.file_name, file = directory + "/" + name;
+    Counts counts;
+    const host::DatabaseFault fault =
+        host::DatabaseLook(file, kind.schema, host::DatabaseCheck::kQuick, &counts);
+    const bool is_missing = fault.state == host::DatabaseState::kMissing;
+    record->emplace_back(name, host::DatabaseStateName(fault.state));
+    if (!fault.reason.empty()) record->emplace_back(name + "_fault", fault.reason);
+    const time_t changed = std::max(ChangeTime(file), ChangeTime(file + "-wal"));
+    record->emplace_back(name + "_changed", changed > 0 ? TimeText(changed) : "not created yet");
+    if (name == "photo.db") {
+        AddRows(host::kPhotoTables, counts, is_missing, record);
+    } else {
+        AddRows(host::kMediaTables, counts, is_missing, record);
+        for (const auto& [table, rows] : counts)
+            if (table == "problem") record->emplace_back("unparsable", rows);
+    }
+    if (fault.state == host::DatabaseState::kSound || is_missing) return true;
+    Complain("%s", DatabaseFaultText(name, fault).c_str());
+    return false;
+}
+
+bool AddDatabases(const Context& context, Record* record) {
+    const std::string directory =
+        context.places.databases.empty() ? host::DatabaseDirectory() : context.places.databases;
+    if (directory.empty()) {
+        Complain("the settings name an unknown database engine");
+        return false;
+    }
+    record->emplace_back("databases", directory);
+    bool is_sound = true;
+    for (const host::DatabaseKind& kind : host::DatabaseKinds())
+        is_sound &= AddDatabase(directory, kind, record);
+    return is_sound;
 }
 
 void AddHost(Record* record) {
@@ -89,17 +122,28 @@ void AddHost(Record* record) {
 
 }  // namespace
 
+std::string DatabaseFaultText(const std::string& name, const host::DatabaseFault& fault) {
+    switch (fault.state) {
+        case host::DatabaseState::kDamaged:
+            return name + " is damaged: " + fault.reason + "; koliindexctl repair mends it";
+        case host::DatabaseState::kUnknownSchema:
+            return name + " is of an unknown schema: " + fault.reason;
+        case host::DatabaseState::kLocked:
+            return name + " is locked by another program: " + fault.reason;
+        default:
+            return name + " cannot be read: " + fault.reason;
+    }
+}
+
 int Status(const Context& context) {
-    StoreReader store;
-    const bool is_readable = OpenStore(context, &store);
     const int pid = DaemonPid(context.places.pid_file);
     Record record;
     AddDaemon(context, pid, &record);
-    if (is_readable) AddDatabases(store, &record);
+    const bool is_sound = AddDatabases(context, &record);
     AddHost(&record);
     PrintRecord(record, context.json);
-    if (!is_readable) return kExitDatabase;
-    return StoreResult(store, pid > 0 ? kExitDone : kExitNoDaemon);
+    if (!is_sound) return kExitDatabase;
+    return pid > 0 ? kExitDone : kExitNoDaemon;
 }
 
 }  // namespace koli::ctl

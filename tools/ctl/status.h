@@ -1,11 +1,18 @@
 // status: the daemon, its queue and its databases at a glance.
 #pragma once
 
+#include <string>
+
+#include "platform/host/database_look.h"
 #include "tools/ctl/context.h"
 
 namespace koli::ctl {
 
-/// Returns kExitDone, kExitNoDaemon when the daemon does not run, or kExitDatabase.
+/// What is wrong with a database, in one line.
+std::string DatabaseFaultText(const std::string& name, const host::DatabaseFault& fault);
+
+/// Shows what can be read.  Returns kExitDone, kExitNoDaemon when the daemon does not run, or kExitDatabase
+/// when something is wrong with a database.
 int Status(const Context& context);
 
 }  // namespace koli::ctl

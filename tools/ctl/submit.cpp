@@ -107,16 +107,10 @@ int Finish(const Context& context, const Submission& submission, const WaitOptio
 int Wait(const Context& context, const QueuedBatch& batch, const Submission& submission,
          const WaitOptions& options) {
     BatchEnd end{};
-    std::string error;
     {
         Progress progress(context, submission, FilesFound(submission));
         const WaitLimits limits{.timeout = options.timeout};
-        end = BatchWait(batch.file, context.places, limits, [&](bool begun) { return progress.Tell(begun); });
-        error = progress.error();
-    }
-    if (end == BatchEnd::kGivenUp) {
-        Complain("%s; the requests are not done yet, the daemon keeps them", error.c_str());
-        return kExitDatabase;
+        end = BatchWait(batch.file, context.places, limits, [&](bool begun) { progress.Tell(begun); });
     }
     if (end != BatchEnd::kExecuted) return TellUnfinished(end);
     return Finish(context, submission, options);

@@ -1,0 +1,11 @@
+// Which failures of a system call pass by themselves.
+#pragma once
+
+namespace koli {
+
+/// Whether an errno says nothing lasting about the file that was asked for: no descriptor or memory free, no
+/// room, a disk or a file server that does not answer now.  False for what is so until somebody changes it:
+/// not there, not permitted, of another kind.
+bool IsPassingError(int error);
+
+}  // namespace koli

@@ -1,0 +1,140 @@
+#include "daemon/batch.h"
+
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <ctime>
+
+#include "daemon/queue_line.h"
+#include "platform/kolidb.h"
+
+namespace koli {
+namespace {
+
+constexpr int kLockAttempts = 100;             // one second in all
+constexpr timespec kLockPause{0, 10'000'000};  // 10 ms
+constexpr int kBothStores = KOLI_MEDIA_DB | KOLI_PHOTO_DB;
+
+/// The hash of a file's beginning (FNV-1a over its inode number and bytes).
+class Fingerprint {
+  public:
+    explicit Fingerprint(int fd) : fd_(fd) {
+        struct stat status;
+        if (fstat(fd, &status) == 0) Add(reinterpret_cast<const char*>(&status.st_ino), sizeof status.st_ino);
+    }
+
+    /// Takes the bytes up to `offset` in; false when they could not be read.
+    bool Advance(int64_t offset) {
+        char block[4096];
+        while (mark_.offset < offset) {
+            const auto wanted = static_cast<size_t>(std::min<int64_t>(offset - mark_.offset, sizeof block));
+            const ssize_t length = pread(fd_, block, wanted, mark_.offset);
+            if (length <= 0) return false;
+            Add(block, static_cast<size_t>(length));
+            mark_.offset += length;
+        }
+        return true;
+    }
+
+    const KOLIBatchMark& mark() const { return mark_; }
+
+  private:
+    void Add(const char* bytes, size_t length) {
+        for (size_t i = 0; i < length; ++i)
+            mark_.hash = (mark_.hash ^ static_cast<unsigned char>(bytes[i])) * 0x100000001b3;
+    }
+
+    const int fd_;
+    KOLIBatchMark mark_{0, 0xcbf29ce484222325};
+};
+
+/// How many bytes of the batch the photo database has already; 0 when nothing tells so, -1 when the batch
+/// could not be read.
+int64_t DoneBefore(int fd) {
+    KOLIBatchMark mark{};
+    struct stat status;
+    if (PhotoDBMarkGet(&mark) != 0) return 0;
+    if (fstat(fd, &status) != 0) return -1;
+    if (mark.offset > status.st_size) return 0;
+    Fingerprint found(fd);
+    if (!found.Advance(mark.offset)) return -1;
+    return found.mark().hash == mark.hash ? mark.offset : 0;
+}
+
+/// A writer that opened the queue just before the take-over may append its line only now.  Writers that take
+/// a lock for their append lose no line: with the lock held, nothing new can come between the last look and
+/// the removal.  One that never gives its lock back is not waited for longer than a second; it may be waiting
+/// for the databases, so their open rows are committed first.  False when it is held still.
+bool LockAgainstWriters(int fd) {
+    for (int attempt = 0; attempt < kLockAttempts; ++attempt) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) return true;
+        if (errno != EWOULDBLOCK && errno != EINTR) return true;  // a file system without locks
+        KOLIDBFlush();
+        nanosleep(&kLockPause, nullptr);
+    }
+    return false;
+}
+
+/// True when the whole batch has been read; it is then locked.  False when a late line has come meanwhile.
+bool IsReadToItsEnd(FILE* batch) {
+    LockAgainstWriters(fileno(batch));
+    struct stat status;
+    if (fstat(fileno(batch), &status) != 0 || status.st_size <= ftello(batch)) return true;
+    flock(fileno(batch), LOCK_UN);
+    clearerr(batch);
+    return false;
+}
+
+/// Reads a line that had no newline once more, from `begin`, when nobody is at work on it.  False when
+/// somebody is.
+bool ReadTornLine(FILE* batch, int64_t begin, QueueLine* line, bool is_patient) {
+    if (!LockAgainstWriters(fileno(batch)) && is_patient) return false;
+    clearerr(batch);
+    if (fseeko(batch, begin, SEEK_SET) == 0) QueueLineRead(batch, line);
+    flock(fileno(batch), LOCK_UN);
+    return true;
+}
+
+/// What these requests change in the photo database takes effect as a whole.
+bool IsUnit(const QueueLine& line) {
+    return line.length > 0 && strchr("NDdT", line.text[0]) != nullptr;
+}
+
+/// Executes a line for the stores that do not have it and do not refuse; `end` is where it ends.
+void Execute(QueueLine* line, int64_t end, int64_t done_before, Fingerprint* executed) {
+    int stores = kBothStores & ~KOLIDBRefusing();
+    if (end <= done_before) stores &= ~KOLI_PHOTO_DB;
+    const bool is_unit = (stores & KOLI_PHOTO_DB) != 0 && IsUnit(*line);
+    if (is_unit) PhotoDBUnitBegin();
+    QueueLineExecute(line, stores);
+    if ((stores & KOLI_PHOTO_DB) != 0 && executed->Advance(end)) PhotoDBMarkSet(&executed->mark());
+    if (is_unit) PhotoDBUnitEnd(1);
+    KOLIDBTick();
+}
+
+}  // namespace
+
+BatchEnd ProcessBatchLines(FILE* batch, bool is_repeated, bool is_patient) {
+    const int64_t done_before = is_repeated ? DoneBefore(fileno(batch)) : 0;
+    if (done_before < 0) return BatchEnd::kUnread;
+    Fingerprint executed(fileno(batch));
+    QueueLine line;
+    do {
+        for (int64_t begin = ftello(batch); QueueLineRead(batch, &line); begin = ftello(batch)) {
+            if (line.end == QueueLine::kFile && !ReadTornLine(batch, begin, &line, is_patient))
+                return BatchEnd::kHeld;
+            if (ferror(batch) != 0) return BatchEnd::kUnread;
+            if (KOLIDBRefusing() == kBothStores) return BatchEnd::kRefused;
+            Execute(&line, ftello(batch), done_before, &executed);
+        }
+        if (ferror(batch) != 0) return BatchEnd::kUnread;
+    } while (!IsReadToItsEnd(batch));
+    return KOLIDBRefusing() != 0 ? BatchEnd::kRefused : BatchEnd::kDone;
+}
+
+}  // namespace koli

@@ -1,0 +1,136 @@
+// The life of a batch: taken over, executed, kept and executed again, in the stores that still need it.
+#include "daemon/batch.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "daemon/kept_batch.h"
+#include "daemon/queue.h"
+#include "platform/koliindex.h"
+#include "tests/fake_index.h"
+#include "tests/fixture.h"
+
+namespace koli::test {
+
+struct Batch : Fixture {
+    ~Batch() override { BatchForget("state"); }
+
+    /// One run; gives what it called.
+    static Lines Run() {
+        fake.calls.clear();
+        fake.log.clear();
+        KOLIIndexMusicTableDirtySet(1);
+        KOLIIndexVideoTableDirtySet(1);
+        ProcessQueueFiles({"queue", "queue.tmp", "state", "rm -rf queue.tmp"});
+        return fake.calls;
+    }
+    static bool CountsAsChanged() {
+        return BlKOLIIndexIsMusicTableDirty() != 0 && BlKOLIIndexIsVideoTableDirty() != 0;
+    }
+    static bool Exists(const char* path) { return std::filesystem::exists(path); }
+};
+
+TEST_F(Batch, ComesBeforeTheQueueAndStaysWhileADatabaseRefuses) {
+    Write("queue", "T:second\n");
+    Write("queue.tmp", "T:first\n");
+    fake.refusing = KOLI_PHOTO_DB;
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
+    EXPECT_TRUE(CountsAsChanged());
+    EXPECT_EQ(fake.log,
+              Lines{"koliindexd (#) Keep /var/spool/koli_indexing_queue.tmp, to be tried again in 10 s. "
+                    "(photo.db: fake refusal)"});
+    const std::string state = ReadFile("state");
+    EXPECT_EQ(state.rfind("batch=kept\ndatabase=photo.db\nreason=fake refusal\nsince=", 0), 0U) << state;
+    EXPECT_GT(BatchRetrySeconds(), 5);
+    for (int i = 0; i < 8; ++i)
+        Run();
+    EXPECT_GT(BatchRetrySeconds(), 290);
+    EXPECT_LE(BatchRetrySeconds(), 300);
+
+    fake.refusing = 0;
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
+    EXPECT_FALSE(IsBatchKept() || Exists("state"));
+    EXPECT_EQ(ReadFile("queue"), "T:second\n");
+    fake.failing = {"KOLIDBSync"};  // for good: no repetition would help
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));
+    EXPECT_FALSE(CountsAsChanged() || IsBatchKept() || Exists("queue.tmp"));
+
+    EXPECT_EQ(Run(), Lines{});
+    Lines expected(16, "koliindexd(#): Failed to rename queue. (No such file or directory)");
+    expected.emplace_back("koliindexd(#): Failed to open queue.tmp. (No such file or directory)");
+    EXPECT_EQ(fake.log, expected);
+}
+
+TEST_F(Batch, EndsWhenBothDatabasesRefuse) {
+    Write("queue", "T:first\nT:second\n");
+    fake.refusing = KOLI_PHOTO_DB | KOLI_MEDIA_DB;
+    EXPECT_EQ(Run(), Lines{"KOLIDBSync"});
+    EXPECT_TRUE(Exists("queue.tmp"));
+}
+
+TEST_F(Batch, ExecutedAgainItSparesThePhotoDatabaseWhatThatHasAlready) {
+    const std::string lines = "d:/v/1.mp3\nd:/v/2.mp3\n", photo = "vol00001/photo/x.jpg";
+    Write("queue", lines + "d:" + photo + "\n");
+    fake.refusing = KOLI_MEDIA_DB;
+    EXPECT_EQ(Run(), (Lines{"PhotoLibraryIndex " + photo + " 2", "KOLIDBSync"}));
+    EXPECT_EQ(fake.mark.offset, static_cast<int64_t>(std::filesystem::file_size("queue.tmp")));
+
+    // A late line is behind the mark.
+    std::ofstream("queue.tmp", std::ios::app) << "d:" + photo + "2.jpg\n";
+    fake.refusing = 0;
+    EXPECT_EQ(Run(), (Lines{"IndexOnePath /v/1.mp3 2", "IndexOnePath /v/2.mp3 2",
+                            "IndexOnePath " + photo + " 2", "IndexOnePath " + photo + "2.jpg 2",
+                            "PhotoLibraryIndex " + photo + "2.jpg 2", "KOLIDBSync"}));
+    EXPECT_EQ(fake.mark.offset, 0);
+
+    // A mark of another batch, and one of more than there is, count for nothing.
+    for (const int64_t offset : {4, 4000}) {
+        Write("queue.tmp", "d:" + photo + "\n");
+        fake.mark = {offset, 1};
+        EXPECT_EQ(Run().at(1), "PhotoLibraryIndex " + photo + " 2");
+    }
+    Write("queue", "d:" + photo + "\n");
+    fake.mark = {4, 1};
+    Run();
+    EXPECT_EQ(fake.mark.offset, 0);
+}
+
+struct HeldBatch : Batch {
+    /// A writer that holds the lock on the batch and gives it up, with `late` written, when it is joined.
+    std::thread Writer(const std::string& text, const std::string& late) {
+        const int fd = open(Write("queue.tmp", text).c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+        EXPECT_EQ(flock(fd, LOCK_EX), 0);
+        return std::thread([fd, late] {
+            usleep(50'000);
+            EXPECT_EQ(write(fd, late.data(), late.size()), static_cast<ssize_t>(late.size()));
+            close(fd);
+        });
+    }
+};
+
+TEST_F(HeldBatch, WhatIsWrittenUnderTheLockWhileItEndsIsNotLost) {
+    std::thread writer = Writer("T:first\n", "T:late\n");
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLITruncateTable late", "KOLIDBSync"}));
+    EXPECT_FALSE(Exists("queue.tmp"));
+    writer.join();
+    writer = Writer("T:first\nT:half", "time\nT:late");
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLITruncateTable halftime", "KOLITruncateTable late",
+                            "KOLIDBSync"}));
+    writer.join();
+}
+
+TEST_F(HeldBatch, ALineThatItsWriterHoldsIsNotExecuted) {
+    const int fd = open(Write("queue.tmp", "T:first\nT:half").c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(fd, LOCK_EX), 0);
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
+    EXPECT_TRUE(Exists("queue.tmp") && IsBatchKept());
+    close(fd);
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLITruncateTable half", "KOLIDBSync"}));
+    EXPECT_FALSE(Exists("queue.tmp"));
+}
+
+}  // namespace koli::test

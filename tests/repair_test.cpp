@@ -1,0 +1,342 @@
+// Damaged databases: what is said of them, what is saved from them, and that a kill at any instant of the
+// repair loses neither the damaged database nor the new one.
+#include <gtest/gtest.h>
+#include <sys/fsuid.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <set>
+
+#include "platform/host/database_exchange.h"
+#include "platform/host/database_groups.h"
+#include "platform/host/database_look.h"
+#include "platform/host/database_salvage.h"
+#include "platform/host/schema.h"
+#include "platform/kolidb.h"
+#include "tests/host_temp_dir.h"
+#include "tools/ctl/batch_state.h"
+#include "tools/ctl/repair_database.h"
+
+namespace {
+
+int calls_left = -1;  // of those that change the folder, until the process is killed; -1 = it is not
+
+void Count() {
+    if (calls_left == 0) _exit(9);
+    if (calls_left > 0) --calls_left;
+}
+
+}  // namespace
+
+// The calls of an exchange (the linker leads them here): a process is killed between any two of them.
+#define KOLI_COUNTED(result, name, parameters, arguments) \
+    extern "C" result __real_##name parameters;           \
+    extern "C" result __wrap_##name parameters {          \
+        Count();                                          \
+        return __real_##name arguments;                   \
+    }
+KOLI_COUNTED(int, rename, (const char* from, const char* to), (from, to))
+KOLI_COUNTED(int, renameat2, (int at, const char* from, int to_at, const char* to, unsigned flags),
+             (at, from, to_at, to, flags))
+KOLI_COUNTED(int, link, (const char* from, const char* to), (from, to))
+KOLI_COUNTED(int, unlink, (const char* path), (path))
+KOLI_COUNTED(int, fsync, (int fd), (fd))
+KOLI_COUNTED(int, utimensat, (int at, const char* path, const timespec* times, int flags),
+             (at, path, times, flags))
+
+namespace koli::host {
+namespace {
+
+namespace fs = std::filesystem;
+using test::ReadFile;
+using Rows = std::multiset<std::string>;
+
+constexpr size_t kPage = 4096;
+constexpr int kPhotos = 120;
+
+class RepairTest : public testing::Test {
+  protected:
+    RepairTest() { Make(); }
+
+    /// Both databases with rows in every table; with `in_log`, the last ones stand in photo.db's log alone.
+    void Make(bool in_log = false) const {
+        for (const DatabaseKind& kind : DatabaseKinds()) {
+            fs::remove(Path(kind.file_name));
+            const auto sql = Open(kind.file_name);
+            sql->ExecuteScript("BEGIN");
+            for (const std::string& step : kind.schema)
+                sql->ExecuteScript(step);
+            sql->ExecuteScript("PRAGMA user_version = " + std::to_string(kind.schema.size()));
+            Fill(kind.file_name, *sql, 0);
+            sql->ExecuteScript("COMMIT; PRAGMA wal_checkpoint(TRUNCATE)");
+            if (!in_log || kind.file_name[0] != 'p') continue;
+            Fill(kind.file_name, *sql, kPhotos);
+            sql->KeepLogOnClose();
+        }
+    }
+    static void Fill(const std::string& name, Sql& sql, int from) {
+        const std::string number = std::to_string(from), rows = "WITH RECURSIVE n(i) AS (SELECT " + number +
+                                                                " UNION ALL SELECT i + 1 FROM n WHERE i < " +
+                                                                number + " + " + std::to_string(kPhotos - 1) +
+                                                                ") ";
+        if (name == "media.db") {
+            sql.ExecuteScript(
+                rows +
+                "INSERT INTO music (path, title, duration) SELECT '/m/' || i, 'Song ' || i, i / 4.0 FROM n;" +
+                rows + "INSERT INTO directory SELECT '/m/d' || i, 't' FROM n");
+            return;
+        }
+        sql.ExecuteScript(
+            rows +
+            "INSERT INTO photo_info (path, title, description, width) SELECT printf('/p/%05d.jpg', i), "
+            "'It''s ' || "
+            "i, CAST(x'C3A92AE90A' AS TEXT) || printf('%.*c', i * 60, 'x'), i - 60 FROM n;" +
+            rows + "INSERT INTO video_desc SELECT '/p/' || i || '.avi', 'title', 'description' FROM n;" +
+            rows +
+            "INSERT INTO video_comment (path, userid, comment) SELECT '/p/' || i || '.avi', i, 'nice' FROM "
+            "n;" +
+            rows +
+            "INSERT INTO photo_share (sharename, public) SELECT 'Album ' || i, iif(i % 2, 't', 'f') FROM n;" +
+            rows + "INSERT INTO photo_access_right SELECT 1024 + i, i + 1, 'now' FROM n");
+    }
+
+    std::string Path(const std::string& name) const { return dir_.Path(name); }
+    std::unique_ptr<Sql> Open(const std::string& name) const {
+        std::string error;
+        auto sql = Sql::Open(Path(name), nullptr, &error);
+        EXPECT_NE(sql, nullptr) << error;
+        return sql;
+    }
+    /// Every row of the tables, as text in which each byte is told apart.
+    Rows RowsOf(const std::string& name, const std::string& like = "%") const {
+        Rows found;
+        const auto sql = Open(name);
+        const auto tables =
+            sql->Query("SELECT name FROM sqlite_schema WHERE type = 'table' AND name LIKE '" + like + "'");
+        for (int table = 0; table < tables->count(); ++table) {
+            const std::string of = tables->Field(table, "name");
+            const auto texts = sql->Query(
+                "SELECT group_concat('quote(' || name || ')', ' || '',''|| ') AS t FROM "
+                "pragma_table_info('" +
+                of + "')");
+            const auto rows = sql->Query("SELECT " + std::string(texts->Field(0, "t")) + " AS t FROM " + of);
+            for (int row = 0; row < rows->count(); ++row)
+                found.insert(of + ": " + rows->Field(row, "t"));
+        }
+        return found;
+    }
+    void Overwrite(const std::string& name, size_t at, const std::string& bytes) const {
+        std::fstream(Path(name), std::ios::in | std::ios::out | std::ios::binary).seekp(static_cast<long>(at))
+            << bytes;
+    }
+    DatabaseState Look(const std::string& name, DatabaseCheck check) const {
+        return DatabaseLook(Path(name), KindOf(name).schema, check).state;
+    }
+    static DatabaseKind KindOf(const std::string& name) {
+        return DatabaseKinds()[name == "photo.db" ? 1 : 0];
+    }
+    std::string Noise(size_t size) {
+        std::string bytes(size, '\0');
+        for (char& byte : bytes)
+            byte = static_cast<char>(random_());
+        return bytes;
+    }
+
+    const test::TempDir dir_;
+    std::mt19937 random_{1};
+};
+
+TEST_F(RepairTest, EachKindOfDamageIsToldAndWhatIsLeftIsSaved) {
+    const Rows photos = RowsOf("photo.db"), music = RowsOf("media.db");
+    EXPECT_EQ(photos.size(), size_t{5 * kPhotos});
+    const auto run = [&](const char* name, const std::string& text) { Open(name)->ExecuteScript(text); };
+    const auto zero_first_page = [&](const char* name) { Overwrite(name, 0, std::string(kPage, '\0')); };
+    struct Case {
+        const char *what, *name;
+        std::function<void()> damage;
+        bool is_seen_at_once;
+        size_t least, most;  // rows that are saved
+        bool is_whole;
+    };
+    const size_t all = photos.size();
+    const Case cases[] = {
+        {"garbage", "photo.db", [&] { dir_.Write("photo.db", Noise(50000)); }, true, 0, 0, false},
+        {"short garbage", "photo.db", [&] { dir_.Write("photo.db", "no database"); }, true, 0, 0, false},
+        {"cut", "photo.db",
+         [&] { fs::resize_file(Path("photo.db"), fs::file_size(Path("photo.db")) / 2 + 99); }, true, 100,
+         all - 1, false},
+        {"noise in the middle", "photo.db",
+         [&] {
+             for (size_t page = 10; page < 20; ++page)
+                 Overwrite("photo.db", page * kPage, Noise(kPage));
+         },
+         false, 200, all - 1, false},
+        {"first page", "photo.db", [&] { zero_first_page("photo.db"); }, true, all, all, false},
+        {"first page of the other", "media.db", [&] { zero_first_page("media.db"); }, true, kPhotos,
+         music.size() - 1, false},
+        {"no table", "photo.db", [&] { run("photo.db", "DROP TABLE video_desc"); }, true, all - kPhotos,
+         all - kPhotos, false},
+        {"no trigger", "photo.db", [&] { run("photo.db", "DROP TRIGGER photo_share_rights"); }, true, all,
+         all, true},
+        {"no version", "photo.db", [&] { run("photo.db", "PRAGMA user_version = 0"); }, true, all, all, true},
+        {"lost rights", "photo.db", [&] { run("photo.db", "DROP TABLE photo_share"); }, true,
+         all - 2 * kPhotos, all - 2 * kPhotos, false},
+        {"index", "photo.db",
+         [&] {
+             const auto at =
+                 Open("photo.db")
+                     ->QueryNumber(
+                         "SELECT rootpage FROM sqlite_schema WHERE name = 'photo_access_right_shareid'");
+             Overwrite("photo.db", static_cast<size_t>(at) * kPage - 3, "xyz");
+         },
+         false, all, all, true}};
+    for (const Case& damaged : cases) {
+        SCOPED_TRACE(damaged.what);
+        Make();
+        damaged.damage();
+        const DatabaseKind kind = KindOf(damaged.name);
+        const std::string bytes = ReadFile(Path(damaged.name));
+        const DatabaseState at_once = Look(damaged.name, DatabaseCheck::kQuick);
+        EXPECT_TRUE(at_once == DatabaseState::kDamaged || !damaged.is_seen_at_once);
+        EXPECT_EQ(Look(damaged.name, DatabaseCheck::kThorough), DatabaseState::kDamaged);
+        const Salvage salvage = DatabaseSalvage(Path(damaged.name), Path("made.db"), kind.schema);
+        EXPECT_EQ(salvage.error, "");
+        EXPECT_EQ(salvage.IsWhole(), damaged.is_whole);
+        EXPECT_EQ(ReadFile(Path(damaged.name)), bytes);
+        EXPECT_EQ(DatabaseLook(Path("made.db"), kind.schema, DatabaseCheck::kThorough).state,
+                  DatabaseState::kSound);
+        const Rows saved = RowsOf("made.db"), &before = kind.file_name[0] == 'p' ? photos : music;
+        EXPECT_GE(saved.size(), damaged.least);
+        EXPECT_LE(saved.size(), damaged.most);
+        EXPECT_TRUE(std::includes(before.begin(), before.end(), saved.begin(), saved.end()));
+    }
+}
+
+TEST_F(RepairTest, NothingThatStandsInTheFileBringsTheRepairDown) {
+    const std::string sound = ReadFile(Path("photo.db"));
+    for (int round = 0; round < 30; ++round) {
+        std::string bytes = sound;
+        for (int hit = 0; hit < 400; ++hit) {  // most of them where pages have their headers
+            const size_t page = random_() % (bytes.size() / kPage),
+                         at = random_() % (hit % 4 == 0 ? kPage : 60);
+            bytes[page * kPage + at] = static_cast<char>(random_());
+        }
+        dir_.Write("photo.db", bytes);
+        const Salvage salvage = DatabaseSalvage(Path("photo.db"), Path("made.db"), PhotoSchemaSteps());
+        ASSERT_EQ(salvage.error, "");
+        ASSERT_EQ(DatabaseLook(Path("made.db"), PhotoSchemaSteps(), DatabaseCheck::kThorough).state,
+                  DatabaseState::kSound);
+    }
+}
+
+TEST_F(RepairTest, WhatIsNotDamagedIsToldApart) {
+    EXPECT_EQ(Look("photo.db", DatabaseCheck::kThorough), DatabaseState::kSound);
+    fs::remove(Path("media.db"));
+    EXPECT_EQ(Look("media.db", DatabaseCheck::kThorough), DatabaseState::kMissing);
+    Open("photo.db")->ExecuteScript("PRAGMA user_version = 99");
+    EXPECT_EQ(Look("photo.db", DatabaseCheck::kQuick), DatabaseState::kUnknownSchema);
+    chmod(Path("photo.db").c_str(), 0600);
+    chmod(dir_.dir().c_str(), 0755);
+    setfsuid(65534);
+    EXPECT_EQ(Look("photo.db", DatabaseCheck::kQuick), DatabaseState::kNotPermitted);
+    setfsuid(0);
+}
+
+/// The names in the folder, the date left out.
+std::set<std::string> NamesIn(const std::string& folder) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        std::string name = entry.path().filename();
+        if (const size_t date = name.find("-damaged-"); date != std::string::npos) name.erase(date + 9, 16);
+        names.insert(name);
+    }
+    return names;
+}
+
+TEST_F(RepairTest, AKillAtAnyInstantLosesNeitherDatabase) {
+    Make(true);
+    const Rows rows = RowsOf("photo.db");
+    EXPECT_EQ(rows.size(), size_t{10 * kPhotos});
+    Make(true);
+    Overwrite("photo.db", 0, std::string(kPage, '\0'));
+    const std::string damaged = ReadFile(Path("photo.db")), log = ReadFile(Path("photo.db-wal"));
+    ASSERT_GT(log.size(), kPage);
+    int killed = 0;
+    for (int calls = 0, status = -1; status != 0; ++calls) {
+        SCOPED_TRACE(calls);
+        for (const auto& entry : fs::directory_iterator(dir_.dir()))
+            fs::remove(entry);
+        dir_.Write("photo.db", damaged);
+        dir_.Write("photo.db-wal", log);
+        const auto repair = [&] {
+            return ctl::RepairDatabase(dir_.dir(), KindOf("photo.db"), {DatabaseState::kDamaged, "x"})
+                .exit_code;
+        };
+        const pid_t child = fork();
+        if (child == 0) {
+            calls_left = calls;
+            _exit(repair());
+        }
+        waitpid(child, &status, 0);
+        killed += status != 0 ? 1 : 0;
+        const bool is_exchanged = ReadFile(Path("photo.db")) != damaged;  // also when it is not there
+        EXPECT_TRUE(fs::exists(Path("photo.db")));
+        EXPECT_FALSE(is_exchanged && fs::exists(Path("photo.db-wal")));
+        std::string reason;
+        EXPECT_TRUE(calls % 2 == 0 || DatabaseIsFree(Path("photo.db"), &reason)) << reason;
+        const bool is_due = fs::exists(Path("photo.db-repaired")) || ReadFile(Path("photo.db")) == damaged;
+        EXPECT_EQ(is_due ? repair() : 0, 0);
+        EXPECT_EQ(RowsOf("photo.db"), rows);
+        std::set<std::string> names = NamesIn(dir_.dir());
+        for (const char* made : {"photo.db-shm", "photo.db-wal"})
+            names.erase(made);  // by whoever has looked
+        EXPECT_EQ(names, (std::set<std::string>{"photo.db", "photo.db-damaged-", "photo.db-damaged--wal"}));
+        for (const auto& entry : fs::directory_iterator(dir_.dir())) {
+            const std::string name = entry.path();
+            const bool is_log = name.ends_with("-wal");
+            EXPECT_TRUE(name.find("damaged") == std::string::npos ||
+                        ReadFile(name) == (is_log ? log : damaged));
+        }
+    }
+    EXPECT_GT(killed, 10);
+}
+
+TEST_F(RepairTest, TheFolderIsLockedMeanwhile) {
+    std::string reason;
+    auto lock = RepairLock::Take(Path("photo.db"));
+    EXPECT_FALSE(DatabaseIsFree(Path("media.db"), &reason));
+    EXPECT_NE(reason.find("is being repaired"), std::string::npos) << reason;
+    DatabaseDirectorySet(dir_.dir().c_str());
+    EXPECT_NE(PhotoDBExec("Delete from photo_info"), 0);
+    EXPECT_EQ(KOLIDBRefusing(), KOLI_PHOTO_DB);
+    KOLIDBBatchBegin();
+    EXPECT_EQ(RepairLock::Take(Path("photo.db")), nullptr);
+    lock.reset();
+    EXPECT_EQ(PhotoDBExec("Delete from photo_info"), kPhotos);
+    DatabaseDirectorySet(nullptr);
+}
+
+TEST_F(RepairTest, OnlyTheDaemonThatRunsCanSayThatItKeepsABatch) {
+    using ctl::BatchState;
+    const ctl::Places places{Path("queue"), Path("batch"), Path("pid"), dir_.dir(), Path("state")};
+    const std::string kept = "batch=kept\ndatabase=photo.db\nreason=disk = full\nsince=7\nretry=9\n";
+    EXPECT_EQ(ctl::BatchStateOf(places, 1).kind, BatchState::kNone);
+    for (const char* file : {"batch", "pid"})
+        dir_.Write(file, "1");
+    EXPECT_EQ(ctl::BatchStateOf(places, 0).kind, BatchState::kLeftOver);
+    EXPECT_EQ(ctl::BatchStateOf(places, 1).kind, BatchState::kRunning);
+    dir_.Write("state", kept);
+    EXPECT_EQ(ctl::BatchStateOf(places, 0).kind, BatchState::kLeftOver);
+    const BatchState state = ctl::BatchStateOf(places, 1);
+    EXPECT_EQ(state.kind, BatchState::kKept);
+    EXPECT_EQ((std::tuple(state.database, state.reason, state.since, state.retry)),
+              (std::tuple("photo.db", "disk = full", time_t{7}, time_t{9})));
+    fs::last_write_time(Path("state"), fs::last_write_time(Path("pid")) - std::chrono::seconds(5));
+    EXPECT_EQ(ctl::BatchStateOf(places, 1).kind, BatchState::kRunning);  // what an earlier daemon has left
+}
+
+}  // namespace
+}  // namespace koli::host

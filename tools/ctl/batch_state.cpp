@@ -1,0 +1,74 @@
+#include "tools/ctl/batch_state.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <sstream>
+
+#include "platform/host/file_times.h"
+#include "tools/ctl/unique_fd.h"
+
+namespace koli::ctl {
+namespace {
+
+constexpr size_t kStateMax = 4096;  // bytes; the daemon writes some lines
+
+/// The daemon replaces the file as a whole: one read gives one state.
+std::string StateText(const std::string& file) {
+    const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    std::string text(kStateMax, '\0');
+    const ssize_t length = fd.valid() ? read(fd.get(), text.data(), text.size()) : 0;
+    text.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    return text;
+}
+
+void TakeLine(const std::string& key, const std::string& value, BatchState* state) {
+    if (key == "batch" && value == "kept") state->kind = BatchState::kKept;
+    if (key == "database") state->database += (state->database.empty() ? "" : ", ") + value;
+    if (key == "reason") state->reason += (state->reason.empty() ? "" : ", ") + value;
+    if (key == "since") state->since = strtoll(value.c_str(), nullptr, 10);
+    if (key == "retry") state->retry = strtoll(value.c_str(), nullptr, 10);
+}
+
+}  // namespace
+
+const char* BatchStateName(BatchState::Kind kind) {
+    switch (kind) {
+        case BatchState::kNone:
+            return "none";
+        case BatchState::kRunning:
+            return "running";
+        case BatchState::kKept:
+            return "kept";
+        case BatchState::kLeftOver:
+            return "left over";
+    }
+    return "";
+}
+
+BatchState BatchStateOf(const Places& places, int pid) {
+    struct stat status;
+    if (stat(places.batch.c_str(), &status) != 0) return {};
+    if (pid <= 0) return {BatchState::kLeftOver};
+    if (ChangeTime(places.state_file) < ChangeTime(places.pid_file)) return {BatchState::kRunning};
+    BatchState state;
+    std::istringstream lines(StateText(places.state_file));
+    for (std::string line; std::getline(lines, line);)
+        if (const size_t equals = line.find('='); equals != std::string::npos)
+            TakeLine(line.substr(0, equals), line.substr(equals + 1), &state);
+    return state.kind == BatchState::kKept ? state : BatchState{BatchState::kRunning};
+}
+
+std::string TimeText(time_t when) {
+    char text[32] = "";
+    if (when > 0) host::WriteLocalTime(when, text, sizeof text);
+    return text;
+}
+
+time_t ChangeTime(const std::string& file) {
+    struct stat status;
+    return stat(file.c_str(), &status) == 0 ? status.st_mtime : 0;
+}
+
+}  // namespace koli::ctl
