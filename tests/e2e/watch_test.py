@@ -33,6 +33,7 @@ class Watch(harness.DaemonTest):
     def watch(self):
         links = [f"/var/services/{share}" for share in harness.SHARES]
         watcher = subprocess.Popen(self.command("watch", *links), stdout=subprocess.PIPE, text=True)
+        self.addCleanup(watcher.communicate)
         self.addCleanup(watcher.kill)
         self.assertIn("watching", watcher.stdout.readline())
         return watcher
@@ -51,20 +52,19 @@ class Watch(harness.DaemonTest):
         self.start()
         self.watch()
         self.wait_in_step("nothing new")
-        os.chdir(share)
-        os.mkdir("#recycle")
-        os.rename("Anna", "x"), os.rename("Bert", "Anna"), os.rename("x", "Bert")
-        shutil.rmtree("Open")
-        os.rename("Carl", "Open")
-        os.mkdir("New")
-        os.rename("Trip2/day", "New/day")
-        os.rename("Trip2", "New/Trip2")
-        os.rename("Trip", "X")
-        os.rename("Bin", "#recycle/Bin")
+        def move(*moves):
+            for old, new in moves:
+                os.rename(f"{share}/{old}", f"{share}/{new}")
+
+        os.mkdir(f"{share}/#recycle")
+        move(("Anna", "x"), ("Bert", "Anna"), ("x", "Bert"))
+        shutil.rmtree(f"{share}/Open")
+        move(("Carl", "Open"))
+        os.mkdir(f"{share}/New")
+        move(("Trip2/day", "New/day"), ("Trip2", "New/Trip2"), ("Trip", "X"), ("Bin", "#recycle/Bin"))
         time.sleep(4)  # so that some of it has been asked for already
-        os.rename("X", "Y")
-        os.rename("#recycle/Bin", "Back")
-        shutil.copytree("Back/day", "Y/more")
+        move(("X", "Y"), ("#recycle/Bin", "Back"))
+        shutil.copytree(f"{share}/Back/day", f"{share}/Y/more")
         self.wait_in_step("everything that has moved")
         expected = {"Anna": "Bert", "Bert": "Anna", "Open": "Carl", "New/Trip2": "Trip2", "Y": "Trip", "Back": "Bin"}
         expected |= {f"{name}/day": owner for name, owner in expected.items() if "/" not in name}
