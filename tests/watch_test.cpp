@@ -223,7 +223,8 @@ TEST(ComposerTest, AnAlbumNeverMeetsAnotherOne) {
     EXPECT_EQ(lines,
               "N:~/.koliindexctl-aside:~/a\nN:~/a2:~/.koliindexctl-aside\nD:~/a\n"
               "N:~/a/b/c2:~/a/b/c\nD:~/a/b/c\nN:/volume9/music/a2:/volume9/music/a\nD:/volume9/music/a\n"
-              "N:~/.koliindexctl-aside:~/a\nD:~/a\nD:~/.koliindexctl-aside\nd:~/a.jpg\n");
+              "N:~/.koliindexctl-aside:~/a\nD:~/a\nD:~/.koliindexctl-aside\n"
+              "N:~/.koliindexctl-aside.jpg:~/a.jpg\nN:~/#recycle/a.jpg:~/.koliindexctl-aside.jpg\n");
 }
 
 TEST(SentChangesTest, WhatTheDaemonCannotHaveFoundIsAskedForAgain) {

@@ -101,10 +101,10 @@ void Composer::Add(const SettledChange& change) {
     }
 }
 
-/// In the bin no file is stored by itself.  A picture goes by a name that is in nobody's use: the daemon
+/// A picture goes by a name that is in nobody's use: the daemon
 /// might keep the row of one that was replaced at the new path when by then there is a file at the old one.
 void Composer::AddFileMove(const SettledChange& move) {
-    if (IsInBin(move.path) || IsNoRename(move)) {
+    if (IsNoRename(move)) {
         AddLine('d', move.old_path);
         AddLine('a', move.path);
         return;
