@@ -204,7 +204,10 @@ def outcome():
 
 
 def differences(expected, found):
-    return [f"missing {row}" for row in expected - found] + [f"unexpected {row}" for row in found - expected]
+    """Rows are told by what they are known by."""
+    names = ("path=", "title=", "sharename=", "public=", "userid=", "album=")
+    return [f"{what} {' '.join(row if row[0] in ('file', 'asked') else [row[0], *filter(lambda one: one.startswith(names), row)])}"
+            for what, rows in (("missing", expected - found), ("unexpected", found - expected)) for row in rows]
 
 
 def is_waiting():
@@ -306,6 +309,14 @@ class Points:
         recorder = Recorder(self.disk)
         Tracer(self.binary, recorder).run()
         self.calls, self.expected = recorder.calls, outcome()
+        self.lacks = self.missed()
+        self.sync()
+        self.synced = outcome()
+
+    def sync(self):
+        subprocess.run([os.path.join(os.path.dirname(self.binary), "koliindexctl"), "sync"], capture_output=True,
+                       check=False)
+        work_off(self.binary)
 
     def missed(self):
         """What a person misses after the undisturbed run."""
@@ -343,10 +354,8 @@ class Points:
             work_off(self.binary)
         found = differences(self.expected, outcome())
         if found and may_sync:
-            subprocess.run([os.path.join(os.path.dirname(self.binary), "koliindexctl"), "sync"], capture_output=True,
-                           check=False)
-            work_off(self.binary)
-            found = differences(self.expected, outcome())
+            self.sync()
+            found = differences(self.synced, outcome())
         return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
 
     def kill(self, number):

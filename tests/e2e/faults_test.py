@@ -15,7 +15,7 @@ class Faults(harness.DaemonTest):
         for name in fault_points.BATCHES:
             batch = fault_points.Points(self.binary, name)
             with self.subTest(name):
-                self.assertEqual(batch.missed(), [])
+                self.assertEqual(batch.lacks, [])
             for points, hit in fault_points.KINDS.values():
                 found = points(batch)
                 for point in chance.sample(found, min(SAMPLE, len(found))):

@@ -71,7 +71,7 @@ def paths_of(pid, kind, arguments):
     def text(number, folder=-100):
         given = os.fsdecode(memory(pid, arguments[number], 4096, True)) if arguments[number] else ""
         path = os.path.join(descriptor_path(pid, folder), given)
-        return os.path.join(os.path.realpath(os.path.dirname(path)), os.path.basename(path)) if given else path
+        return os.path.join(os.path.realpath(os.path.dirname(path)), os.path.basename(path)) if given else path[:-1]
 
     if kind in "fm":
         return [descriptor_path(pid, arguments[0 if kind == "f" else 4]).removesuffix(" (deleted)")]
@@ -96,7 +96,7 @@ class Tracer:
         self.calls, self.known = {}, set()  # under way, by pid; None in place of a call that is not told of
 
     def run(self):
-        """Until the hook ends it; then, and when it killed the daemon, None is returned, else the wait status."""
+        """Until the hook ends it: then the result is None, else the wait status."""
         def stop(_, __):
             raise TimeoutError("the daemon hangs")
 
@@ -105,13 +105,15 @@ class Tracer:
         first = self.start()
         try:
             self.resume(first)
-            while self.known:
+            while True:
                 self.step()
         except Ended as end:
             return end.args[0]
+        except ChildProcessError:  # it has not even come to the queue
+            return -1
         finally:
-            signal.alarm(0)
             self.let_go()
+            signal.alarm(0)
         return None
 
     def start(self):
@@ -200,14 +202,16 @@ class Tracer:
         raise Ended(None)
 
     def let_go(self):
-        """Whatever still runs is killed, too."""
-        for pid in self.known:
-            try:
-                os.kill(pid, signal.SIGKILL)
-            except ProcessLookupError:
-                pass
+        """Whatever still runs is killed, too; a process that has just been made is heard of only now."""
+        left = self.known
         while True:
+            for pid in left:
+                try:
+                    os.kill(pid, signal.SIGKILL)
+                except ProcessLookupError:
+                    pass
             try:
-                os.waitpid(-1, WALL)
+                pid, status = os.waitpid(-1, WALL)
+                left = {pid} if os.WIFSTOPPED(status) else set()
             except ChildProcessError:
                 return
