@@ -368,9 +368,9 @@ class Points:
         number, error = point
         what = f"{errno.errorcode[error]} from {self.call(number)}"
         restore(self.start)
-        status = Tracer(self.binary, Blow(number, error)).run()
-        if status is not None:
-            return what, [f"the daemon ended with status {status}"]
+        end = Tracer(self.binary, Blow(number, error)).run()
+        if end is not None:
+            return what, [f"the daemon ended: {end}"]
         return what, self.judge(may_sync=any(path.startswith(("/volume1", "/var/services"))
                                              for path in self.calls[number][1]))
 

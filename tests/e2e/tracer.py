@@ -93,12 +93,13 @@ class Tracer:
     def __init__(self, binary, hook):
         self.binary, self.hook = binary, hook
         self.daemon = 0  # its pid, once it has named the queue
+        self.last = None
         self.calls, self.known = {}, set()  # under way, by pid; None in place of a call that is not told of
 
     def run(self):
-        """Until the hook ends it: then the result is None, else the wait status."""
+        """Until the hook ends it: then the result is None, else what else has happened."""
         def stop(_, __):
-            raise TimeoutError("the daemon hangs")
+            raise TimeoutError(f"it hangs, last seen at {self.last}")
 
         signal.signal(signal.SIGALRM, stop)
         signal.alarm(HANG)
@@ -108,9 +109,11 @@ class Tracer:
             while True:
                 self.step()
         except Ended as end:
-            return end.args[0]
-        except ChildProcessError:  # it has not even come to the queue
-            return -1
+            return end.args[0] and f"wait status {end.args[0]}"
+        except ChildProcessError:
+            return "without having come to its queue"
+        except TimeoutError as timeout:
+            return timeout
         finally:
             self.let_go()
             signal.alarm(0)
@@ -181,7 +184,7 @@ class Tracer:
             self.daemon = pid
         if not self.daemon:
             return
-        call = Call(pid, name, arguments, paths)
+        self.last = call = Call(pid, name, arguments, paths)
         verdict = self.hook.entry(call)
         self.calls[pid] = call
         if verdict == self.KILL:
