@@ -12,9 +12,10 @@ import subprocess
 import harness
 import power
 from harness import appliance, hand_over
-from tracer import Tracer
+from tracer import KILL, Hook, Tracer
 
 P, V, M = "/volume1/photo", "/volume1/video", "/volume1/music"
+SAME_FILE = "/var/queue"  # a batch that a disk brings back is the same file, by its inode
 ROOTS = (appliance.STORE, "/var/spool", P, V, M)
 PICTURES = [f"photo/Family/IMG_300{number}.jpg" for number in range(3)]
 SONG, SUBTITLES = "music/Blue Harbour/01 First Light.mp3", "video/Formats/clip.srt"
@@ -163,6 +164,8 @@ def snapshot(roots=ROOTS):
 
 
 def restore(state):
+    with open(SAME_FILE, "ab"):
+        pass
     for root in ROOTS:
         for place, folders, names in os.walk(root, topdown=False):
             for name in names:
@@ -174,9 +177,11 @@ def restore(state):
     for path, (content, _) in sorted(state.items()):
         if content is None:
             os.mkdir(path)
-        else:
-            with open(path, "wb") as file:
-                file.write(content)
+            continue
+        if path in (appliance.QUEUE, appliance.BATCH):
+            os.link(SAME_FILE, path)
+        with open(path, "wb") as file:
+            file.write(content)
     for path, (_, changed) in state.items():
         os.utime(path, ns=(changed, changed))
 
@@ -223,25 +228,24 @@ def work_off(binary):
 # ---- What is done to a run
 
 
-class Recorder:
+class Recorder(Hook):
     """Notes each call, and what becomes of the disk."""
+    sees_start = True
 
     def __init__(self, disk):
         self.calls, self.disk = [], disk
 
     def entry(self, call):
-        self.calls.append((call.name, call.paths, call.arguments))
         self.disk.before(call)
+        if self.calls or appliance.QUEUE in call.paths:
+            self.calls.append((call.name, call.paths, call.arguments))
 
     def exit(self, call, result):
         if result >= 0:
             self.disk.after(call, result)
 
-    def idle(self):
-        return True
 
-
-class Blow:
+class Blow(Hook):
     """Meets the call of this number: with a kill, or with an error."""
 
     def __init__(self, number, verdict):
@@ -249,13 +253,7 @@ class Blow:
 
     def entry(self, call):
         self.number -= 1
-        if self.number == -1:
-            self.met = call
-            return self.verdict
-        return None
-
-    def exit(self, call, result):
-        pass
+        return self.verdict if self.number == -1 else None
 
     def idle(self):
         """What was kept is tried again when a signal comes, after two quiet ticks."""
@@ -348,37 +346,38 @@ class Points:
         name, paths, _ = self.calls[number]
         return f"call {number} {name}({', '.join(paths)})"
 
-    def judge(self, may_sync=False):
-        """Until nothing waits any more, then the differences."""
+    def judge(self, asked_again=()):
+        """Until nothing waits any more, then the differences; those of a file that could not be read after it is asked
+        for again."""
         if is_waiting():
             work_off(self.binary)
         found = differences(self.expected, outcome())
-        if found and may_sync:
+        if found and asked_again:
+            appliance.enqueue([f"a:{path}" for path in asked_again if path.endswith((".mp3", ".jpg"))])
             self.sync()
             found = differences(self.synced, outcome())
         return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
 
     def kill(self, number):
         restore(self.start)
-        Tracer(self.binary, Blow(number, Tracer.KILL)).run()
+        Tracer(self.binary, Blow(number, KILL)).run()
         return f"kill -9 at {self.call(number)}", self.judge()
 
     def fault(self, point):
-        """A file that could not be read is stored by its name, and asked for by the next sync."""
         number, error = point
         what = f"{errno.errorcode[error]} from {self.call(number)}"
         restore(self.start)
         end = Tracer(self.binary, Blow(number, error)).run()
         if end is not None:
             return what, [f"the daemon ended: {end}"]
-        return what, self.judge(may_sync=any(path.startswith(("/volume1", "/var/services"))
-                                             for path in self.calls[number][1]))
+        return what, self.judge([path for path in self.calls[number][1] if path.startswith("/volume1")])
 
     def cut(self, kept):
         restore(self.disk.state(kept))
-        lost = [f"{change.kind} {change.path}" for number, change in enumerate(self.disk.changes)
-                if number < max(kept, default=0) and number not in kept]
-        return f"power cut after change {max(kept, default=0)} without {lost}", self.judge()
+        last = max(kept, default=0)
+        lost = collections.Counter(f"{change.kind} {change.path}" for number, change in enumerate(self.disk.changes)
+                                   if number < last and number not in kept)
+        return f"power cut after change {last} without {dict(lost)}", self.judge()
 
 
 KINDS = {"kill": (Points.kills, Points.kill), "fault": (Points.faults, Points.fault), "cut": (Points.cuts, Points.cut)}

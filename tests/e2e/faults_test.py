@@ -10,7 +10,7 @@ import fault_points
 import harness
 from fault_points import M, P, put
 from harness import appliance
-from tracer import Tracer
+from tracer import Hook, Tracer
 
 SAMPLE = 5  # points of each kind and batch
 FILES, FILE_TAKES, LONGEST_LOCK = 14, 0.15, 1.2  # seconds
@@ -31,18 +31,12 @@ class Faults(harness.DaemonTest):
                         self.assertEqual(differences, [])
 
 
-class SlowDisk:
+class SlowDisk(Hook):
     """Every opening of a media file takes a while."""
 
     def entry(self, call):
         if call.name == "openat" and call.paths[0].endswith((".mp3", ".jpg")):
             time.sleep(FILE_TAKES)
-
-    def exit(self, call, result):
-        pass
-
-    def idle(self):
-        return True
 
 
 class Writer(threading.Thread):

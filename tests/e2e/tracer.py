@@ -84,12 +84,25 @@ class Ended(Exception):
     """The daemon has ended by itself, with this wait status, or was killed by the hook: None."""
 
 
-class Tracer:
-    """A hook sees each call from the one that first names the queue: entry(call) returns None, an error number that the
-    call fails with, or KILL; exit(call, result) follows. idle() is asked whenever the daemon begins to wait for
-    signals, and returns True to end the run; else the wait is cut short."""
-    KILL = -1
+KILL = -1
 
+
+class Hook:
+    """Does nothing. Calls count from the one that first names the queue; those before it are told of on demand."""
+    sees_start = False
+
+    def entry(self, call):
+        """Nothing, an error number that the call fails with instead of being made, or KILL."""
+
+    def exit(self, call, result):
+        """After a call that was made."""
+
+    def idle(self):
+        """The daemon begins to wait for signals. True ends the run; else the wait is cut short."""
+        return True
+
+
+class Tracer:
     def __init__(self, binary, hook):
         self.binary, self.hook = binary, hook
         self.daemon = 0  # its pid, once it has named the queue
@@ -182,12 +195,12 @@ class Tracer:
         paths = paths_of(pid, kind, arguments)
         if not self.daemon and appliance.QUEUE in paths:
             self.daemon = pid
-        if not self.daemon:
+        if not self.daemon and not self.hook.sees_start:
             return
         self.last = call = Call(pid, name, arguments, paths)
         verdict = self.hook.entry(call)
         self.calls[pid] = call
-        if verdict == self.KILL:
+        if verdict == KILL:
             self.kill()
         if verdict is not None:
             ptrace(POKEUSER, pid, ORIG_RAX, -1)
