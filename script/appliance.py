@@ -47,10 +47,14 @@ def daemon_pid():
         return 0
 
 
-def start(binary):
+def environment():
     options = f"log_path={SANITIZER_REPORT}:print_stacktrace=1"
-    return subprocess.run([binary], env={**os.environ, "ASAN_OPTIONS": options, "UBSAN_OPTIONS": options},
-                          stdin=subprocess.DEVNULL, capture_output=True, timeout=30, check=False)
+    return {**os.environ, "ASAN_OPTIONS": options, "UBSAN_OPTIONS": options}
+
+
+def start(binary):
+    return subprocess.run([binary], env=environment(), stdin=subprocess.DEVNULL, capture_output=True, timeout=30,
+                          check=False)
 
 
 def stop(number=signal.SIGTERM):
