@@ -61,8 +61,9 @@ class Family:
     """Each change is a call of do(), so that a history can be told again. `lines` is what a cooperating program asks
     for on the way."""
 
-    def __init__(self):
+    def __init__(self, after_each=lambda: None):
         self.things, self.ghosts, self.history, self.count = {}, [], [], 0
+        self.after_each = after_each
         os.makedirs(BIN, exist_ok=True)
         self.begin()
 
@@ -79,6 +80,7 @@ class Family:
     def do(self, name, *arguments):
         self.history.append((name, *arguments))
         getattr(self, name)(*arguments)
+        self.after_each()
 
     def below(self, top):
         return [thing for path, thing in sorted(self.things.items()) if is_at(path, top)]
@@ -126,7 +128,7 @@ class Family:
                 return
             self.delete(new, [])
         moved, is_folder = self.below(old), self.things[old].is_folder
-        rows = [path for thing in self.things.values() if thing.known for path in [thing.path]]
+        rows = [thing.path for thing in self.things.values() if thing.known and not thing.is_video]
         rows += [path for ghost in self.ghosts for path in ghost.paths]
         has_rows = any(path.startswith(old + "/" * is_folder) for path in rows) or self.things[old].known
         for thing in moved:
@@ -194,7 +196,7 @@ class Family:
 
     def tell(self, path, text):
         """Of a video: a description, and two comments."""
-        if path not in self.things or "video" in self.things[path].texts:
+        if path not in self.things or not self.things[path].known or "video" in self.things[path].texts:
             return
         with appliance.change("photo") as database:
             database.execute("REPLACE INTO video_desc (path, title) VALUES (?, ?)", (path, text))
