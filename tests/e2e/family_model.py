@@ -166,15 +166,10 @@ class Family:
             self.lines += [f"d:{path}"] if lines is None else lines
 
     def resync(self):
-        """Forgets what is in the bin, and that a folder below the second level was an album."""
+        """What is in the bin has gone to nobody's place yet: it keeps its rows."""
         self.ask("R", P)
         self.lines[-1] = "R:photo"
         self.is_swept = True
-        for thing in self.things.values():
-            is_binned = is_at(thing.path, BIN)
-            if thing.is_folder and not thing.is_album() or thing.is_photo and is_binned:
-                thing.known, thing.album, thing.flag = False, None, None
-                thing.texts = {}
 
     def update(self):
         self.ask("U", P)
@@ -338,8 +333,9 @@ class Family:
 
     def recreate(self, chance):
         path = self.folder(chance)
-        self.do("delete", path)
-        self.album(chance, path)
+        if path in self.things:
+            self.do("delete", path)
+            self.album(chance, path)
 
     def describe(self, chance):
         path = self.some(chance, lambda thing: thing.is_photo)
