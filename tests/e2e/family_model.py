@@ -131,6 +131,7 @@ class Family:
         rows = [thing.path for thing in self.things.values() if thing.known and not thing.is_video]
         rows += [path for ghost in self.ghosts for path in ghost.paths]
         has_rows = any(path.startswith(old + "/" * is_folder) for path in rows) or self.things[old].known
+        has_rows = has_rows or any(is_at(old, path) or is_at(path, old) for path in self.requested)
         for thing in moved:
             self.visitors.setdefault(thing.path, []).append(thing)
             thing.asked = not thing.known and thing.asked and not has_rows
@@ -149,6 +150,7 @@ class Family:
             os.makedirs(os.path.dirname(beside[1]), exist_ok=True)
             os.rename(*beside)
         self.lines.append(f"N:{new}:{old}")
+        self.requested.append(new)
 
     def delete(self, path, lines=None):
         if path not in self.things:
