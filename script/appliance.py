@@ -1,4 +1,5 @@
 """The appliance as the sandbox shows it: the daemon's queue, its log and its databases at their fixed paths."""
+import contextlib
 import os
 import re
 import signal
@@ -115,6 +116,17 @@ def open_database(name):
     connection.text_factory = os.fsdecode
     connection.row_factory = sqlite3.Row
     return connection
+
+
+@contextlib.contextmanager
+def change(name):
+    """A database to be changed as another program does it; committed at the end."""
+    connection = sqlite3.connect(f"{STORE}/{name}.db")
+    try:
+        with connection:
+            yield connection
+    finally:
+        connection.close()
 
 
 def rows(table):
