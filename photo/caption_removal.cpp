@@ -1,4 +1,5 @@
 #include "photo/caption_removal.h"
+#include "base/written_file_systems.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -34,7 +35,8 @@ bool IsSame(const CaptionIdentity& left, const CaptionIdentity& right) {
 
 void RemoveRead(const Waiting& file) {
     struct stat status;
-    if (lstat(file.path, &status) == 0 && IsSame(CaptionIdentityOf(status), file.identity)) unlink(file.path);
+    if (lstat(file.path, &status) != 0 || !IsSame(CaptionIdentityOf(status), file.identity)) return;
+    if (unlink(file.path) == 0) FileSystemWritten(status.st_dev, file.path);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/later_renames.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "index/directory.h"
@@ -94,12 +95,15 @@ int IndexWithoutRows(const NewPath& to) {
 }
 
 /// Writes to `moved` where the row goes; false for a row that stays where it is, such as that of a neighbour
-/// whose name only begins like the old one ("Trip 2" beside "Trip") and whose file is, or may be, there.
+/// whose name only begins like the old one ("Trip 2" beside "Trip") and whose file is, or may be, there, or
+/// is renamed by a later request.
 bool MovedPath(const char* row_path, const char* new_path, const char* old_path, char (&moved)[kPathSize]) {
     const char* found = row_path != nullptr ? strstr(row_path, old_path) : nullptr;
     if (found == nullptr) return false;
     const char* rest = found + strlen(old_path);
-    if (*rest != '\0' && *rest != '/' && KLIBPathLook(row_path) != KLIB_PATH_ABSENT) return false;
+    const bool is_neighbour = *rest != '\0' && *rest != '/';
+    if (is_neighbour && (KLIBPathLook(row_path) != KLIB_PATH_ABSENT || IsRenamedLater(row_path)))
+        return false;
     const int length = snprintf(moved, sizeof moved, "%s%s", new_path, rest);
     return length >= 0 && static_cast<size_t>(length) < sizeof moved;
 }

@@ -1,9 +1,9 @@
 // Photo rows follow renames and leave their neighbours alone; a resync deletes what is gone and nothing else.
+#include "base/later_renames.h"
 #include "photo/folder_listing.h"
 #include "photo/photo_rename.h"
 #include "photo/photo_resync.h"
 #include "photo/photo_share.h"
-#include "photo/sweep_hold.h"
 #include "tests/photo_sandbox.h"
 
 namespace koli::test {
@@ -200,7 +200,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
     const std::pair<const char*, std::function<void()>> events[] = {
         {"", [] {}},
         {"the metadata folder alone", [this] { MakeDir("Trip/@eaDir"), usleep(20'000); }},
-        {"a rename waits", [] { ResyncSweepHold(true); }},
+        {"a rename waits", [] { LaterRenamesSet([](const char* path) { return path == nullptr; }); }},
         {"out of a folder", [this] { std::filesystem::rename(In("Trip/a.jpg"), volume_.Path("out")); }},
         {"into a folder", [this] { std::filesystem::rename(volume_.Path("out"), In("Trip/a.jpg")); }},
         {"a folder", [this] { std::filesystem::rename(In("Trip"), In("Trap")); }},
@@ -216,7 +216,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         meanwhile = event;
         const bool is_move = what[0] != '\0' && what[4] != 'm';
         EXPECT_EQ(Swept(), is_move ? "1 1" : "0 0");
-        ResyncSweepHold(false);
+        LaterRenamesSet(nullptr);
         if (what == "a folder"s) std::filesystem::rename(In("Trap"), In("Trip"));
     }
     PhotoDBSettingSet("photo_device", "1");  // empty, and elsewhere than it was swept last

@@ -3,11 +3,13 @@
 #include <sqlite3.h>
 #include <strings.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -86,6 +88,7 @@ std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, 
                                bool* passes) {
     KeepMappingsFromChildren();
     std::unique_ptr<Sql> sql(new Sql(changed));
+    sql->file_ = file;
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(file.c_str(), &sql->db_, kFlags, nullptr) != SQLITE_OK) {
         sql->Fail();
@@ -257,6 +260,25 @@ int64_t Sql::TotalChanges() const {
 bool Sql::FileMoved() const {
     int moved = 0;
     return sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved != 0;
+}
+
+/// Every connection holds a lock on its log's index as long as it lives.  Asking for that lock would mean to
+/// open and close the index, which would drop the locks that this process holds on it: so the kernel's list
+/// is read.
+bool Sql::HasCompany() const {
+    struct stat status;
+    const std::unique_ptr<FILE, decltype(&fclose)> locks(fopen("/proc/locks", "re"), &fclose);
+    if (locks == nullptr || stat((file_ + "-shm").c_str(), &status) != 0) return true;
+    char line[256];
+    while (fgets(line, sizeof line, locks.get()) != nullptr) {
+        // "1: POSIX  ADVISORY  READ 4711 fd:01:262157 128 128"
+        int pid = 0;
+        unsigned long inode = 0;
+        if (sscanf(line, "%*d: %*s %*s %*s %d %*x:%*x:%lu", &pid, &inode) == 2 && inode == status.st_ino &&
+            pid != getpid())
+            return true;
+    }
+    return false;
 }
 
 bool Sql::SyncLog() {
