@@ -171,7 +171,9 @@ void ConversionRequest(const char* path, int flags) {
 }
 
 void FlvConvert(const char* path) {
-    if (IsFileExist(path, nullptr) != 0) KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
+    const int kind = KLIBPathLook(path);
+    if (kind == KLIB_PATH_FILE || kind == KLIB_PATH_ABSENT)
+        KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
 }
 
 }  // namespace koli

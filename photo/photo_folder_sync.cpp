@@ -7,14 +7,13 @@
 #include "base/log.h"
 #include "index/index.h"
 #include "index/index_mode.h"
+#include "photo/conversion.h"
 #include "photo/folder_listing.h"
 #include "photo/path_buffer.h"
 #include "photo/photo_library.h"
 #include "photo/photo_resync.h"
 #include "photo/sql_text.h"
 #include "platform/kolidb.h"
-#include "platform/kolisdk.h"
-#include "platform/paths.h"
 
 namespace koli {
 namespace {
@@ -127,7 +126,7 @@ void AddToBothStores(const char* path) {
     if (IndexOnePath(path, kModeAdd) == 0) {
         PhotoLibraryIndex(path, kModeAdd);
     } else {
-        KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
+        FlvConvert(path);
     }
 }
 

@@ -17,7 +17,6 @@
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
-#include "platform/paths.h"
 
 namespace koli {
 namespace {
@@ -139,7 +138,7 @@ int PhotoLibraryIndex(const char* path, int mode, PhotoOutcome* outcome) {
     const WebKind kind = WebKindOf(path);
     if (kind == WebKind::kNone) {
         if (BlKOLIIndexIsVideo(dot + 1) == 0) return -1;
-        KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
+        FlvConvert(path);
     }
     switch (mode) {
         case kModeDelete:
