@@ -9,8 +9,13 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <string>
 
+#include "base/open_file.h"
 #include "daemon/queue_line.h"
+#include "index/share_path.h"
+#include "photo/caption.h"
+#include "photo/sweep_hold.h"
 #include "platform/kolidb.h"
 
 namespace koli {
@@ -100,6 +105,31 @@ bool ReadTornLine(FILE* batch, int64_t begin, QueueLine* line, bool is_patient) 
     return true;
 }
 
+/// Whether a line from `begin` on moves something in the photo share.
+bool HasPhotoRename(const char* path, int64_t begin) {
+    const int fd = OpenForReading(path);
+    if (fd < 0) return false;
+    FILE* const file = fdopen(fd, "r");
+    if (file == nullptr) {
+        close(fd);
+        return false;
+    }
+    QueueLine line;
+    bool found = false;
+    if (fseeko(file, begin, SEEK_SET) == 0)
+        while (!found && QueueLineRead(file, &line))
+            found = strncmp(line.text, "N:", 2) == 0 && IsPhotoSharePath(line.text + 2) != 0;
+    fclose(file);
+    return found;
+}
+
+/// A resync must not take for stale what a request behind it will move: one of this batch, whose next line
+/// begins at `end`, or of the queue.
+bool RenamesWait(FILE* batch, int64_t end, const char* queue) {
+    const std::string again = "/proc/self/fd/" + std::to_string(fileno(batch));
+    return HasPhotoRename(again.c_str(), end) || HasPhotoRename(queue, 0);
+}
+
 /// What these requests change in the photo database takes effect as a whole.
 bool IsUnit(const QueueLine& line) {
     return line.length > 0 && strchr("NDdT", line.text[0]) != nullptr;
@@ -113,13 +143,16 @@ void Execute(QueueLine* line, int64_t end, int64_t done_before, Fingerprint* exe
     if (is_unit) PhotoDBUnitBegin();
     QueueLineExecute(line, stores);
     if ((stores & KOLI_PHOTO_DB) != 0 && executed->Advance(end)) PhotoDBMarkSet(&executed->mark());
-    if (is_unit) PhotoDBUnitEnd(1);
+    if (is_unit) {
+        PhotoDBUnitEnd(1);
+        CaptionRemovalsRun();
+    }
     KOLIDBTick();
 }
 
 }  // namespace
 
-BatchEnd ProcessBatchLines(FILE* batch, bool is_repeated, bool is_patient) {
+BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, bool is_patient) {
     const int64_t done_before = is_repeated ? DoneBefore(fileno(batch)) : 0;
     if (done_before < 0) return BatchEnd::kUnread;
     Fingerprint executed(fileno(batch));
@@ -130,6 +163,7 @@ BatchEnd ProcessBatchLines(FILE* batch, bool is_repeated, bool is_patient) {
                 return BatchEnd::kHeld;
             if (ferror(batch) != 0) return BatchEnd::kUnread;
             if (KOLIDBRefusing() == kBothStores) return BatchEnd::kRefused;
+            if (line.text[0] == 'R') ResyncSweepHold(RenamesWait(batch, ftello(batch), queue));
             Execute(&line, ftello(batch), done_before, &executed);
         }
         if (ferror(batch) != 0) return BatchEnd::kUnread;

@@ -18,9 +18,10 @@ enum class BatchEnd {
     kHeld,     // the last line has no newline yet, and a writer holds its lock
 };
 
-/// Executes the lines of a batch from its beginning.  `is_repeated`: it may have been executed before, wholly
-/// or in part, so that a mark of it counts.  `is_patient`: a last line without a newline waits for the writer
-/// that holds its lock.  With kDone the batch is locked against writers who lock.
-BatchEnd ProcessBatchLines(FILE* batch, bool is_repeated, bool is_patient);
+/// Executes the lines of a batch from its beginning.  `queue` is the file whose lines wait behind it.
+/// `is_repeated`: it may have been executed before, wholly or in part, so that a mark of it counts.
+/// `is_patient`: a last line without a newline waits for the writer that holds its lock.  With kDone the
+/// batch is locked against writers who lock.
+BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, bool is_patient);
 
 }  // namespace koli

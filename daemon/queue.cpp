@@ -16,6 +16,7 @@
 #include "base/path_names.h"
 #include "daemon/batch.h"
 #include "daemon/kept_batch.h"
+#include "photo/caption.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -110,6 +111,7 @@ void KeepRefused(const QueueFiles& files) {
 
 /// The batch goes when its work is on the disk.
 void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
+    CaptionRemovalsRun();
     const bool is_synced = KOLIDBSync() == 0;
     if (end == BatchEnd::kUnread) {
         KOLI_LOG("%s (%d) Failed to read the batch to its end. (%s)", strerror(error));
@@ -153,7 +155,8 @@ void ProcessQueueFiles(const QueueFiles& files) {
     } else {
         MakeDurable(batch, files);
     }
-    const BatchEnd end = ProcessBatchLines(batch, is_repeated, BatchKeptSeconds() < kTornLinePatience);
+    const BatchEnd end =
+        ProcessBatchLines(batch, files.queue, is_repeated, BatchKeptSeconds() < kTornLinePatience);
     FinishBatch(files, end, errno);
     fclose(batch);  // and with it the lock
     NotifyMediaServers();

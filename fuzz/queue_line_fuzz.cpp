@@ -55,7 +55,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     koli::support_photo = koli::support_vidora = 1;
     koli::queue.assign(reinterpret_cast<const char*>(data), size);
     FILE* batch = fmemopen(koli::queue.data(), size, "r");
-    koli::ProcessBatchLines(batch, false, false);
+    koli::ProcessBatchLines(batch, "/nowhere", false, false);
     koli::Require(ftell(batch) == static_cast<long>(size));
     fclose(batch);
     return 0;

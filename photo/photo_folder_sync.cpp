@@ -122,8 +122,9 @@ int DivideByRows(const char* directory, const FolderListing& names, Found* found
     return Divide(directory, names, known, found);
 }
 
+/// What the media store could not take now says nothing about the file.
 void AddToBothStores(const char* path) {
-    if (IndexOnePath(path, kModeAdd) == 0) {
+    if (IndexOnePath(path, kModeAdd) == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
         PhotoLibraryIndex(path, kModeAdd);
     } else {
         FlvConvert(path);

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "photo/sweep_hold.h"
 #include "platform/kolidb.h"
 
 namespace koli {
@@ -91,6 +92,11 @@ bool ResyncGuard::HasLostVolume() const {
 
 bool ResyncGuard::MaySweep() {
     if (IsStopped() || !is_complete_ || has_moved_) return false;
+    if (IsResyncSweepHeld()) {
+        LogError("%s (%d) Renames wait in the queue. What is stale waits for the next time.", site_.module,
+                 site_.line);
+        return false;
+    }
     if (top_status_ == FolderListing::Status::kRead && !HasLostVolume()) return true;
     LogError("%s (%d) %s is not the share that it was. What is stale waits for the next time.", site_.module,
              site_.line, top_);

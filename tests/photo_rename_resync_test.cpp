@@ -207,7 +207,8 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
     MakeFile("Trip/new.jpg");
     const std::pair<const char*, std::function<void()>> events[] = {
         {"", [] {}},
-        {"the metadata folder alone", [this] { MakeDir("Trip/@eaDir"); }},
+        {"the metadata folder alone", [this] { MakeDir("Trip/@eaDir"), usleep(20'000); }},
+        {"a rename waits", [] { ResyncSweepHold(true); }},
         {"out of a folder", [this] { std::filesystem::rename(In("Trip/a.jpg"), volume_.Path("out")); }},
         {"into a folder", [this] { std::filesystem::rename(volume_.Path("out"), In("Trip/a.jpg")); }},
         {"a folder", [this] { std::filesystem::rename(In("Trip"), In("Trap")); }},
@@ -223,6 +224,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         meanwhile = event;
         const bool is_move = what[0] != '\0' && what[4] != 'm';
         EXPECT_EQ(Swept(), is_move ? "1 1" : "0 0");
+        ResyncSweepHold(false);
         if (what == "a folder"s) std::filesystem::rename(In("Trap"), In("Trip"));
     }
     PhotoDBSettingSet("photo_device", "1");  // empty, and elsewhere than it was swept last
