@@ -3,6 +3,7 @@
 #include "photo/photo_rename.h"
 #include "photo/photo_resync.h"
 #include "photo/photo_share.h"
+#include "photo/sweep_hold.h"
 #include "tests/photo_sandbox.h"
 
 namespace koli::test {

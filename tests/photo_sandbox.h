@@ -80,8 +80,6 @@ int koli::IndexWalk(const char* path, int mode, int types) {
 void koli::ConversionRequest(const char*, int) {}
 void koli::FlvConvert(const char*) {}
 
-void koli::FlvConvert(const char*) {}
-
 int koli::IsRecycleBinPath(const char* path) {
     return (std::string(path) + "/").starts_with(test::share_target + "/#recycle/");
 }
