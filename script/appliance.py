@@ -1,4 +1,5 @@
 """The appliance as the sandbox shows it: the daemon's queue, its log and its databases at their fixed paths."""
+import contextlib
 import os
 import re
 import signal
@@ -47,10 +48,14 @@ def daemon_pid():
         return 0
 
 
-def start(binary):
+def environment():
     options = f"log_path={SANITIZER_REPORT}:print_stacktrace=1"
-    return subprocess.run([binary], env={**os.environ, "ASAN_OPTIONS": options, "UBSAN_OPTIONS": options},
-                          stdin=subprocess.DEVNULL, capture_output=True, timeout=30, check=False)
+    return {**os.environ, "ASAN_OPTIONS": options, "UBSAN_OPTIONS": options}
+
+
+def start(binary):
+    return subprocess.run([binary], env=environment(), stdin=subprocess.DEVNULL, capture_output=True, timeout=30,
+                          check=False)
 
 
 def stop(number=signal.SIGTERM):
@@ -111,6 +116,17 @@ def open_database(name):
     connection.text_factory = os.fsdecode
     connection.row_factory = sqlite3.Row
     return connection
+
+
+@contextlib.contextmanager
+def change(name):
+    """A database to be changed as another program does it; committed at the end."""
+    connection = sqlite3.connect(f"{STORE}/{name}.db")
+    try:
+        with connection:
+            yield connection
+    finally:
+        connection.close()
 
 
 def rows(table):

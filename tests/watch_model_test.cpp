@@ -2,8 +2,10 @@
 // requests, and the question whether both agree in the end.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
+#include <map>
 #include <random>
 #include <set>
 #include <sstream>
@@ -19,49 +21,126 @@ namespace {
 
 namespace fs = std::filesystem;
 
-using Paths = std::set<std::string>;
+using Ids = std::map<std::string, int>;  // by path
 
-Paths PhotosIn(const std::string& path) {
-    Paths files;
-    if (fs::is_regular_file(path)) files.insert(path);
+/// Every picture and every folder is born with a number of its own; it is in the file, or in one beside it.
+int IdOf(const std::string& path) {
+    int id = 0;
+    std::ifstream(fs::is_directory(path) ? path + "/.id" : path) >> id;
+    return id;
+}
+
+Ids PhotosIn(const std::string& path) {
+    Ids files;
+    if (fs::is_regular_file(path)) files[path] = IdOf(path);
     if (fs::is_directory(path))
         for (const auto& entry : fs::recursive_directory_iterator(path))
-            if (entry.is_regular_file()) files.insert(entry.path());
-    std::erase_if(files, [](const std::string& file) { return !file.ends_with(".jpg"); });
+            if (entry.is_regular_file()) files[entry.path()] = IdOf(entry.path());
+    std::erase_if(files, [](const auto& file) { return !file.first.ends_with(".jpg"); });
     return files;
 }
 
-/// The photo library as requests change it: the disk is looked at when a request is executed, and least of
-/// all for a rename.
+/// The photo library as requests change it: the disk is looked at when a request is executed.  A row has the
+/// number of the picture or folder that was given its caption or its rights, 0 or less without.
 struct DaemonModel {
-    Paths rows;
+    std::string share;
+    Ids photos, albums;
+    std::set<int> given;
 
-    void RemoveTree(const std::string& path) {
-        std::erase_if(rows, [&](const std::string& row) { return IsAtOrBelowPath(row, path); });
+    /// What was given something and has no row any more has lost it.
+    void Add(Ids* rows, const std::string& path) const {
+        const int id = IdOf(path);
+        rows->try_emplace(path, given.contains(id) ? -id : 0);
     }
-    /// Every row that begins with the old path follows; without rows the new path is added.
+    void GiveAll(Ids* rows) {
+        for (auto& [path, id] : *rows)
+            given.insert(id = IdOf(path));
+    }
+    void AddPhotos(const std::string& path) {
+        for (const auto& [file, id] : PhotosIn(path))
+            Add(&photos, file);
+    }
+    long Depth(const std::string& path) const {
+        return std::count(path.begin() + static_cast<long>(share.size()), path.end(), '/') - 1;
+    }
+    void AddAlbums(const std::string& path) {
+        if (Depth(path) > 1 || !fs::is_directory(path)) return;
+        if (Depth(path) >= 0) Add(&albums, path);
+        for (const auto& entry : fs::directory_iterator(path))
+            AddAlbums(entry.path());
+    }
+    static void RemoveTree(Ids* rows, const std::string& path) {
+        std::erase_if(*rows, [&](const auto& row) { return IsAtOrBelowPath(row.first, path); });
+    }
+    void MovePhotos(const std::string& to, const std::string& from) {
+        Ids moved;
+        for (const auto& [row, id] : photos)
+            if (IsAtOrBelowPath(row, from)) moved[row] = id;
+        for (const auto& [row, id] : moved) {
+            const std::string target = MovedPath(row, from, to);
+            if (fs::exists(row) && photos.contains(target)) continue;
+            photos.erase(row);
+            photos[target] = id;
+        }
+        if (moved.empty()) AddPhotos(to);
+    }
+    /// Sub-albums go along from top to top, behind an album that has been met; elsewhere they lose what they
+    /// were given, and so does an album below the second level.
+    void MoveAlbum(const std::string& to, const std::string& from) {
+        if (Depth(from) > 1 && Depth(to) > 1) return;
+        const bool is_known = albums.contains(from);
+        if (is_known && fs::exists(to) && !fs::exists(from)) RemoveTree(&albums, to);
+        if (is_known && albums.contains(to)) return;
+        Ids moved;
+        for (const auto& [row, id] : albums)
+            if (row == from || (IsAtOrBelowPath(row, from) && Depth(from) == 0)) moved[row] = id;
+        for (const auto& [row, id] : moved) {
+            albums.erase(row);
+            const bool is_moved = is_known && (row == from || Depth(to) == 0);
+            if (is_moved) albums[MovedPath(row, from, to)] = id;
+            if (!is_moved || Depth(to) > 1) given.erase(id);
+        }
+        AddAlbums(to);
+    }
     void Rename(const std::string& to, const std::string& from) {
-        const std::string match = fs::is_directory(to) ? from + "/" : from;
-        Paths moved;
-        for (const std::string& row : rows)
-            if (row.starts_with(match)) moved.insert(to + row.substr(from.size()));
-        std::erase_if(rows, [&](const std::string& row) { return row.starts_with(match); });
-        rows.merge(moved.empty() ? PhotosIn(to) : moved);
+        const auto is_inside = [&](const auto& row) { return row.first.starts_with(from + "/"); };
+        const bool is_known = albums.contains(from) || std::ranges::any_of(photos, is_inside);
+        const bool is_folder = fs::is_directory(to) || (!fs::exists(to) && is_known);
+        EXPECT_NE(to, from);
+        if (!is_folder && photos.contains(from) && !fs::exists(from)) photos.erase(to);
+        if (is_folder || to.ends_with(".jpg")) MovePhotos(to, from);
+        if (is_folder) MoveAlbum(to, from);
     }
     void Execute(const std::string& line) {
         const std::string path = line.substr(2);
-        if (line[0] == 'N')
+        if (line[0] == 'N') {
             Rename(path.substr(0, path.find(':')), path.substr(path.find(':') + 1));
-        else if (line[0] == 'A' || line[0] == 'a')
-            rows.merge(PhotosIn(path));
-        else if (!fs::exists(path))
-            RemoveTree(path);
+        } else if (line[0] == 'A' || line[0] == 'a') {
+            AddPhotos(path);
+            AddAlbums(path);
+        } else if (!fs::exists(path)) {
+            RemoveTree(&photos, path);
+            if (Depth(path) <= 1) RemoveTree(&albums, path);
+        }
     }
     void Compare(const std::string& path) {
-        RemoveTree(path);
-        rows.merge(PhotosIn(path));
+        const auto is_gone = [&](const auto& row) {
+            return IsAtOrBelowPath(row.first, path) && !fs::exists(row.first);
+        };
+        std::erase_if(photos, is_gone);
+        std::erase_if(albums, [&](const auto& row) { return Depth(row.first) <= 1 && is_gone(row); });
+        AddPhotos(path);
+        AddAlbums(path);
     }
 };
+
+/// A folder like a photo share: its volume's path is eight characters long.
+test::TempDir MakeVolume() {
+    for (int i = 100; i < 1000; ++i)
+        if (std::string path = "/tmp/" + std::to_string(i); fs::create_directory(path))
+            return test::TempDir(path);
+    throw std::runtime_error("no volume");
+}
 
 /// A small library with the watcher's parts around it, on a clock of its own.
 class Scene {
@@ -69,20 +148,36 @@ class Scene {
     explicit Scene(unsigned seed) : log("seed " + std::to_string(seed) + "\n"), random_(seed) {
         EXPECT_TRUE(port_.Open());
         port_.WatchTree(tree_.AddTop(top_));
-        daemon_.Compare(top_);
+        daemon_.share = top_;
     }
-    void Fill() const {
-        for (const char* folder : {"d/e", "d2"})
-            fs::create_directories(dir_.Path(folder));
-        for (const char* file : {"a.jpg", "d/a.jpg", "d/b.jpg", "d/e/a.jpg", "d2/b.jpg"})
-            dir_.Write(file, "x");
+    void Fill() {
+        for (const char* folder : {"/d", "/d/e", "/d2"})
+            Make(top_ + folder, true);
+        for (const char* file : {"/a.jpg", "/d/a.jpg", "/d/b.jpg", "/d/e/a.jpg", "/d2/b.jpg"})
+            Make(top_ + file, false);
     }
     void Change();
     void Pass(int64_t milliseconds);
     void RunDaemon();
     unsigned Pick(unsigned count) { return static_cast<unsigned>(random_() % count); }
     void ExpectAgreement() {
-        EXPECT_EQ(daemon_.rows, PhotosIn(top_)) << log;
+        const Ids photos = PhotosIn(top_);
+        ASSERT_EQ(daemon_.photos.size(), photos.size()) << log;
+        for (const auto& [path, id] : photos) {
+            const bool is_new = !daemon_.given.contains(id);  // it may have the caption of what it replaced
+            EXPECT_EQ(is_new ? id : daemon_.photos[path], id) << path << "\n" << log;
+        }
+        std::erase_if(daemon_.albums, [&](const auto& row) { return daemon_.Depth(row.first) > 1; });
+        for (const auto& entry : fs::recursive_directory_iterator(top_)) {
+            const bool is_album = entry.is_directory() && daemon_.Depth(entry.path()) <= 1;
+            EXPECT_EQ(daemon_.albums.contains(entry.path()), is_album) << entry.path() << "\n" << log;
+        }
+        for (const auto& [path, stored] : daemon_.albums) {
+            const bool is_free = stored <= 0 && !daemon_.given.contains(IdOf(path));
+            EXPECT_EQ(is_free ? IdOf(path) : stored, IdOf(path)) << path << "\n" << log;
+        }
+        daemon_.GiveAll(&daemon_.photos);
+        daemon_.GiveAll(&daemon_.albums);
         EXPECT_TRUE(pending_.empty()) << log;
         log.clear();
     }
@@ -97,13 +192,21 @@ class Scene {
             path += kFolders[Pick(3)];
         return path + (is_folder ? kFolders : kFiles)[Pick(3)];
     }
+    bool Make(const std::string& path, bool is_folder) {
+        if (!fs::is_directory(fs::path(path).parent_path()) || fs::is_directory(path)) return false;
+        if (is_folder && !fs::create_directory(path)) return false;
+        const int id = is_folder || !fs::exists(path) ? ++last_id_ : IdOf(path);
+        std::ofstream(is_folder ? path + "/.id" : path) << id;
+        return true;
+    }
     void Read() {
         EXPECT_TRUE(port_.Read([&](const FolderEvent& event) { fold_.Apply(event, now_); }));
     }
 
     std::mt19937 random_;
-    test::TempDir dir_;
-    const std::string& top_ = dir_.dir();
+    const test::TempDir volume_ = MakeVolume();
+    const std::string top_ = volume_.MakeDir("photo");
+    int last_id_ = 0;
     FolderTree tree_;
     PendingChanges pending_{&tree_};
     InotifyPort port_{&tree_};
@@ -121,16 +224,20 @@ void Scene::Change() {
     const bool is_folder = Pick(3) == 0;
     const std::string path = AnyPath(is_folder), to = AnyPath(is_folder);
     const unsigned kind = Pick(4);
+    // A picture that gets another name on its way into a folder of this moment is not known again.
+    if (fs::path(path).filename() != fs::path(to).filename()) Read();
     std::error_code error;
-    if (kind == 0 && is_folder)
-        fs::create_directory(path, error);
-    else if (kind == 0)
-        std::ofstream(path) << "y";
+    bool is_done = true;
+    if (kind == 0)
+        is_done = Make(path, is_folder);
     else if (kind == 1)
-        fs::remove_all(path, error);
+        is_done = fs::remove_all(path, error) != 0;
     else
         fs::rename(path, to, error);
-    if (!error) log += std::array{"make ", "remove ", "move ", "move "}[kind] + path + " " + to + "\n";
+    // Nothing is stored under such a name: what comes back from there is another picture.
+    if (kind > 1 && !error && to.ends_with(".txt")) std::ofstream(to) << ++last_id_;
+    if (is_done && !error)
+        log += std::array{"make ", "remove ", "move ", "move "}[kind] + path + " " + to + "\n";
     if (Pick(3) != 0) Read();
 }
 
@@ -147,12 +254,19 @@ void Scene::Pass(int64_t milliseconds) {
     queue_ += lines;
 }
 
+/// Nothing is compared while a move is still to be told.
+
 void Scene::RunDaemon() {
     log += "daemon\n";
     std::istringstream lines(std::exchange(queue_, {}));
     for (std::string line; std::getline(lines, line);)
         daemon_.Execute(line);
-    if (sent_.Executed([](const std::string& path) { return fs::exists(path); })) composer_.AddCompare(top_);
+    Read();
+    if (pending_.HasMoves() || fold_.HasOpenMoves()) return;
+    std::vector<std::string> stale;
+    EXPECT_TRUE(sent_.Executed([](const std::string& path) { return fs::exists(path); }, &stale));
+    for (const std::string& folder : stale)
+        composer_.AddCompare(folder);
     for (const std::string& folder : composer_.TakeCompares()) {
         log += "compare " + folder + "\n";
         daemon_.Compare(folder);

@@ -22,7 +22,7 @@ struct RecordingSink : RequestSink {
         (is_full ? refused : lines) += text;
         return !is_full;
     }
-    bool Compare(const std::string& folder, bool is_top) override {
+    bool Compare(const std::string& folder, bool is_top, Differences*) override {
         const std::lock_guard guard(mutex);
         compares.push_back(folder + (is_top ? " top" : ""));
         return true;
@@ -76,7 +76,8 @@ TEST(Watcher, AsksForWhatHasSettledAndLosesNothingToAFullSpoolOrAShareThatGoes) 
     EXPECT_EQ(sink.compares, std::vector<std::string>(2, top + " top"));
     for (size_t at = 0; (at = sink.lines.find(top)) != std::string::npos;)
         sink.lines.replace(at, top.size(), "~");
-    EXPECT_EQ(sink.lines, "N:~/new:~/old\na:~/a.mp3\na:~/b.mp3\na:~/new/c.mp3\nd:~/new/d.mp3\nA:~/x\n");
+    EXPECT_EQ(sink.lines,
+              "N:~/new:~/old\nD:~/old\na:~/a.mp3\na:~/b.mp3\na:~/new/c.mp3\nd:~/new/d.mp3\nA:~/x\n");
 }
 
 }  // namespace

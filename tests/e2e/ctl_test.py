@@ -76,6 +76,25 @@ class Control(harness.DaemonTest):
         self.ctl(0, "rebuild", "--wait", "music")
         self.assertEqual(self.paths("playlist"), [f"{MUSIC}/list.m3u"])
 
+    def test_sync_compares_albums(self):
+        albums = ["Trip", "Trip/Day 1", "Trip/%", "caf\udce9", "line\nbreak", "O'Neil: x"]
+        for folder in (*albums, "Trip/Day 1/deep", ".hidden", "Trip/.hidden", "x@eaDir", "#recycle/old"):
+            self.put(f"/volume1/photo/{folder}/a.jpg", "photo/Family/IMG_3000.jpg")
+        os.symlink("..", "/volume1/photo/Trip/loop")
+        self.start()
+        self.ctl(0, "sync", "--wait")
+        albums = sorted(row["sharename"] for row in appliance.rows("photo_share"))
+        for lost in ("sharename NOT IN ('Trip', 'Trip/loop')", "sharename = 'Trip'"):
+            with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
+                database.execute(f"DELETE FROM photo_share WHERE {lost}")
+                database.executemany("INSERT INTO photo_share (sharename) VALUES (?)", [("Trip/old",), ("old",), ("/",)])
+            self.assertIn("no album", self.ctl(1, "sync", "--dry-run"))
+            self.ctl(0, "sync", "--wait")
+            self.assertEqual(self.ctl(0, "sync", "--json")["differences"], [])
+            with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
+                database.execute("DELETE FROM photo_share WHERE sharename = '/'")  # not the daemon's, so it stays
+            self.assertEqual(sorted(row["sharename"] for row in appliance.rows("photo_share")), albums)
+
     def test_missing_daemon_and_one_that_dies(self):
         stored = [self.put(f"{MUSIC}/{name}.mp3") for name in "abc"]
         self.refused(3, "not running", "add", "--wait", stored[0], queued=[f"a:{stored[0]}"])

@@ -97,6 +97,15 @@ bool StoreReader::IsRecordedFolder(const std::string& path) const {
     return rows->Next();
 }
 
+std::unordered_set<std::string> StoreReader::AlbumNames() const {
+    std::unordered_set<std::string> names;
+    host::SqlReader* reader = ReaderOf("photo_share");
+    const auto rows = reader != nullptr ? reader->Query("SELECT sharename FROM photo_share") : nullptr;
+    while (rows != nullptr && rows->Next())
+        names.emplace(rows->Field(0));
+    return names;
+}
+
 std::string StoreReader::error() const {
     if (!error_.empty()) return error_;
     for (const host::SqlReader* reader : {media_.get(), photo_.get()})

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 
 #include "platform/host/sql_reader.h"
 #include "tools/ctl/context.h"
@@ -40,6 +41,9 @@ class StoreReader {
 
     /// True when `path` is recorded as a folder.
     bool IsRecordedFolder(const std::string& path) const;
+
+    /// The names of all albums; none without the photo library's tables.
+    std::unordered_set<std::string> AlbumNames() const;
 
     /// What has failed so far; "" = nothing.
     std::string error() const;

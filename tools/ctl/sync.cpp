@@ -49,7 +49,7 @@ int ComplainAbout(const std::string& top, const CompareResult& result) {
 /// Compares every top before anything is queued.
 int Compare(const StoreReader& store, const std::vector<std::string>& tops, const SyncOptions& options,
             SyncPlan* plan, Totals* totals) {
-    const CompareOptions compare{.allow_empty = options.allow_empty};
+    const CompareOptions compare{.albums = true, .allow_empty = options.allow_empty};
     for (const std::string& top : tops) {
         const CompareResult result = TreeCompare(
             store, top, compare, [plan](Change change, const std::string& path) { plan->Add(change, path); });
@@ -67,6 +67,7 @@ Record SummaryOf(const SyncPlan& plan, const Totals& totals) {
             {"new", plan.Count(Change::kNewFile)},
             {"new_folders", plan.Count(Change::kNewFolder) + plan.Count(Change::kUnrecordedFolder)},
             {"changed", plan.Count(Change::kChangedFile)},
+            {"without_album", plan.Count(Change::kNoAlbum)},
             {"gone", plan.Count(Change::kGoneFile) + plan.Count(Change::kGoneTree)},
             {"requests", plan.requests()},
             {"not_queueable", plan.uncarried()},

@@ -32,6 +32,7 @@ void SyncPlan::Add(Change change, const std::string& path) {
         case Change::kNewFile:
         case Change::kChangedFile:
         case Change::kUnrecordedFolder:
+        case Change::kNoAlbum:
             return AddLine('a', path);
         case Change::kNewFolder:
             return AddLine('A', path);
@@ -61,6 +62,8 @@ const char* ChangeName(Change change) {
             return "gone";
         case Change::kGoneTree:
             return "gone folder";
+        case Change::kNoAlbum:
+            return "no album";
     }
     return "";
 }

@@ -11,6 +11,7 @@
 #include "platform/host/file_times.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
+#include "tools/ctl/albums.h"
 #include "tools/ctl/folder_entries.h"
 #include "tools/ctl/media_kinds.h"
 #include "tools/ctl/stored_rows.h"
@@ -62,19 +63,21 @@ std::string FirstMissing(std::string_view path, size_t known) {
 class Comparison {
   public:
     /// `top_length` is the length of a part of every path that is known to exist.
-    Comparison(StoredRows rows, size_t top_length, const CompareOptions& options, const ChangeHandler& tell,
-               CompareResult* result)
-        : rows_(std::move(rows)), top_length_(top_length), options_(options), tell_(tell), result_(*result) {}
+    Comparison(StoredRows rows, const Albums& albums, size_t top_length, const CompareOptions& options,
+               const ChangeHandler& tell, CompareResult* result)
+        : rows_(std::move(rows)),
+          albums_(albums),
+          top_length_(top_length),
+          options_(options),
+          tell_(tell),
+          result_(*result) {}
 
     /// Everything below `path`, a folder whose entries have been read.
     void Contents(const std::string& path, const FolderEntry& self, FolderEntries folder,
                   const FolderWay* above);
     void File(const std::string& path, const FileState& file);
     /// What is left is below the top, but was not met.
-    void Rest() {
-        while (rows_.First() != nullptr)
-            DropGone();
-    }
+    void Rest(const std::string& top);
 
   private:
     void Folder(const std::string& path, std::vector<FolderEntry>& entries, size_t index);
@@ -84,6 +87,7 @@ class Comparison {
     void DropBelow(const std::string& prefix);
     void DropGone();
     void TellGone(const StoredRow& row);
+    void TellGoneTree(const std::string& folder);
     bool IsNext(const std::string& path) const {
         return rows_.First() != nullptr && rows_.First()->path == path;
     }
@@ -92,6 +96,7 @@ class Comparison {
     }
 
     StoredRows rows_;
+    const Albums& albums_;
     const size_t top_length_;
     const CompareOptions& options_;
     const ChangeHandler& tell_;
@@ -137,9 +142,21 @@ void Comparison::TellGone(const StoredRow& row) {
     if (is_file) {
         tell_(Change::kGoneFile, missing);
     } else {
-        gone_tree_ = missing + '/';
-        if (gone_trees_.insert(gone_tree_).second) tell_(Change::kGoneTree, missing);
+        TellGoneTree(missing);
     }
+}
+
+void Comparison::TellGoneTree(const std::string& folder) {
+    gone_tree_ = folder + '/';
+    if (gone_trees_.insert(gone_tree_).second) tell_(Change::kGoneTree, folder);
+}
+
+void Comparison::Rest(const std::string& top) {
+    while (rows_.First() != nullptr)
+        DropGone();
+    for (const std::string& album : albums_.FoldersBelow(top))
+        if (const std::string missing = FirstMissing(album, top_length_); !missing.empty())
+            TellGoneTree(missing);
 }
 
 // ---- What is there
@@ -193,7 +210,10 @@ void Comparison::Contents(const std::string& path, const FolderEntry& self, Fold
         tell_(Change::kNewFolder, path);
         return;
     }
-    if (!self.recorded && options_.fold_new_folders) tell_(Change::kUnrecordedFolder, path);
+    if (!self.recorded && options_.fold_new_folders)
+        tell_(Change::kUnrecordedFolder, path);
+    else if (albums_.IsMissing(path))
+        tell_(Change::kNoAlbum, path);
 
     const FolderWay way = FolderWayTo(above, folder.device, folder.inode, self.is_link);
     for (size_t i = 0; i < folder.entries.size(); ++i) {
@@ -231,19 +251,21 @@ void CompareFile(const StoreReader& store, const std::string& top, const Compare
     const int type = MediaKindOf(top.c_str());
     if (type == kNotIndexed || stat(top.c_str(), &status) != 0) return;
     StoredRows rows(store, top, top + '\0', options.photo_library);
-    Comparison(std::move(rows), top.size(), options, tell, result).File(top, FileStateOf(type, status));
+    const Albums none;
+    Comparison(std::move(rows), none, top.size(), options, tell, result).File(top, FileStateOf(type, status));
 }
 
-void CompareFolder(const StoreReader& store, const std::string& top, FolderEntries folder,
-                   const CompareOptions& options, const ChangeHandler& tell, CompareResult* result) {
+void CompareFolder(const StoreReader& store, const Albums& albums, const std::string& top,
+                   FolderEntries folder, const CompareOptions& options, const ChangeHandler& tell,
+                   CompareResult* result) {
     if (IsRecycleBinPath(top.c_str()) != 0) return;
     StoredRows rows(store, FirstKeyBelow(top), KeyBehind(top), options.photo_library);
     const dev_t device = folder.device;
     const ino_t inode = folder.inode;
-    Comparison comparison(std::move(rows), top == "/" ? 0 : top.size(), options, tell, result);
+    Comparison comparison(std::move(rows), albums, top == "/" ? 0 : top.size(), options, tell, result);
     const FolderEntry self{top, FolderEntry::kContents, {}, false, store.IsRecordedFolder(top)};
     comparison.Contents(top, self, std::move(folder), nullptr);
-    comparison.Rest();
+    comparison.Rest(top);
 
     // A share that was unmounted meanwhile has made everything look gone.
     struct stat status;
@@ -253,8 +275,8 @@ void CompareFolder(const StoreReader& store, const std::string& top, FolderEntri
 }
 
 /// A share that has lost everything at once is more often not mounted than emptied.
-bool LooksUnmounted(const StoreReader& store, const std::string& top, bool is_missing) {
-    return store.HasRowsBelow(top) ||
+bool LooksUnmounted(const StoreReader& store, const Albums& albums, const std::string& top, bool is_missing) {
+    return store.HasRowsBelow(top) || !albums.FoldersBelow(top).empty() ||
            (is_missing && (store.IsRecordedFolder(top) || store.FilesBelow(top) > 0));
 }
 
@@ -269,6 +291,7 @@ CompareResult TreeCompare(const StoreReader& store, const std::string& top, cons
     CompareResult result;
     CompareOptions options = wanted;
     options.photo_library &= KeepsPhotoLibrary();
+    const Albums albums = options.albums && options.photo_library ? Albums(store) : Albums();
     FolderEntries folder;
     const int error = FolderEntriesRead(top, &folder);
     if (error == ENOTDIR && IsFileExist(top.c_str(), nullptr) != 0) {
@@ -276,7 +299,8 @@ CompareResult TreeCompare(const StoreReader& store, const std::string& top, cons
         return result;
     }
     const bool is_missing = error == ENOENT || error == ENOTDIR;
-    const bool is_doubtful = (is_missing || folder.is_empty) && LooksUnmounted(store, top, is_missing);
+    const bool is_doubtful =
+        (is_missing || folder.is_empty) && LooksUnmounted(store, albums, top, is_missing);
     if (is_doubtful && !options.allow_empty) {
         result.status = CompareResult::kTopEmpty;
     } else if (is_doubtful && is_missing) {
@@ -285,7 +309,7 @@ CompareResult TreeCompare(const StoreReader& store, const std::string& top, cons
         result.status = CompareResult::kTopUnreadable;
         result.error = error;
     } else {
-        CompareFolder(store, top, std::move(folder), options, tell, &result);
+        CompareFolder(store, albums, top, std::move(folder), options, tell, &result);
     }
     return result;
 }

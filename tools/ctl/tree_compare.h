@@ -19,13 +19,15 @@ enum class Change {
     kNewFolder,         // neither recorded nor anything stored below it: the whole tree is new
     kUnrecordedFolder,  // something is stored below it, but the folder itself is not recorded
     kGoneFile,          // stored, and not there any more
-    kGoneTree,          // the same for a folder: everything at and below it
+    kGoneTree,          // the same for a folder: everything at and below it, albums included
+    kNoAlbum,           // a folder of the photo share that should be an album and is none
 };
 
 struct CompareOptions {
     bool fold_new_folders = true;  // false: a new folder's files are told one by one, and folders not at all
     bool media_store = true;       // false: of the files only the photo library's count
     bool photo_library = true;     // the photo library's rows count too (when the daemon keeps one)
+    bool albums = false;           // the photo share's albums count too
     bool allow_empty = false;      // a missing or empty top means that everything below it is gone
 };
 

@@ -14,6 +14,9 @@ class Composer {
     /// Adds what the change asks for.  Looks at the disk where the right request depends on it.
     void Add(const SettledChange& change);
 
+    /// Adds lines that are complete already.
+    void AddLines(const std::string& lines, int64_t requests);
+
     /// Folders of which a comparison has to find what differs; none lies in another one.
     void AddCompare(const std::string& folder);
 
@@ -28,6 +31,8 @@ class Composer {
     void AddLine(char code, const std::string& path);
     void AddFileMove(const SettledChange& move);
     void AddTreeMove(const SettledChange& move);
+    void AddTreeRemoval(const std::string& path);
+    std::string SetAside(const std::string& path, const std::string& extension = "");
     void AddBurst(const SettledChange& burst);
 
     std::string lines_;

@@ -8,17 +8,25 @@
 #include "index/share_path.h"
 
 namespace koli::watch {
+
+bool IsUnwatchedBin(const std::string& path) {
+    return IsRecycleBinPath(path.c_str()) != 0 && IsPhotoSharePath(path.c_str()) == 0;
+}
+
 namespace {
 
 /// Both halves of a move are noted one after the other; between two reads of the queue hardly any time
 /// passes.
 constexpr int64_t kPairing = 500;
 constexpr size_t kMaxLeaving = 1024;
+/// A folder is new for so long, and so many of them are.
+constexpr int64_t kFresh = 2 * kPairing;
+constexpr size_t kMaxFresh = 64;
 
-/// The daemon's own folder beside the media, and the bin at the top of a share.
+/// The daemon's own folder beside the media, and a bin from which nothing comes back that is stored.
 bool IsSkipped(const FolderTree& tree, FolderId parent, const std::string& name) {
     if (name == "@eaDir") return true;
-    return name == "#recycle" && IsRecycleBinPath((tree.PathOf(parent) + "/" + name).c_str()) != 0;
+    return name == "#recycle" && IsUnwatchedBin(tree.PathOf(parent) + "/" + name);
 }
 
 }  // namespace
@@ -38,6 +46,7 @@ void EventFold::Apply(const FolderEvent& event, int64_t now) {
     }
     const std::string name(event.name);
     if (name.empty() || IsSkipped(tree_, event.folder, name)) return;
+    if (event.mask & (IN_CREATE | IN_MOVED_TO)) CloseMove(event, name, now);
     if (event.mask & IN_CREATE) EntryCreated(event, name, now);
     if (event.mask & IN_MOVED_FROM) EntryLeft(event, name, now);
     if (event.mask & IN_MOVED_TO) EntryArrived(event, name, now);
@@ -52,7 +61,22 @@ void EventFold::FolderAppeared(FolderId parent, const std::string& name, int64_t
     const bool is_known = tree_.Find(parent, name) != kNoFolder;
     const FolderId folder = tree_.Add(parent, name);
     if (!is_known) pending_.FolderNew(folder, now);
+    WatchTree(folder, now);
+}
+
+/// What was moved into a folder before it was watched has been noted where it left, at most.  Folders are
+/// known again by their watches.
+void EventFold::WatchTree(FolderId folder, int64_t now) {
     port_.WatchTree(folder);
+    for (const FolderId watched : port_.TakeWatched())
+        if (fresh_.size() < kMaxFresh) fresh_.push_back({watched, now});
+    for (const FolderPort::Met& met : port_.TakeMet()) {
+        if (!tree_.Contains(met.folder) || !tree_.Contains(met.found)) continue;
+        const FolderId parent = tree_.ParentOf(met.found);
+        const std::string name(tree_.NameOf(met.found));
+        RemoveFromTree(met.found);
+        FolderArrived(met.folder, parent, name, now);
+    }
 }
 
 void EventFold::RemoveFromTree(FolderId folder) {
@@ -100,6 +124,28 @@ void EventFold::EntryVanished(FolderId parent, const std::string& name, int64_t 
         pending_.FileGone(parent, name, now);
 }
 
+/// Files have no watch: one that left, and of which no more was noted, is looked for in the new folders.
+void EventFold::FileLeft(FolderId folder, const std::string& name, int64_t now) {
+    for (const Fresh& fresh : fresh_) {
+        if (!tree_.Contains(fresh.folder) || !port_.HoldsOlder(fresh.folder, name)) continue;
+        pending_.FileMoved(fresh.folder, name, folder, name, now);
+        return;
+    }
+    pending_.FileGone(folder, name, now);
+}
+
+/// What has left is not on its way any more when something else takes its name.
+void EventFold::CloseMove(const FolderEvent& event, const std::string& name, int64_t now) {
+    const auto is_same = [&](const Leaving& from) {
+        return from.folder == event.folder && from.name == name && from.cookie != event.cookie;
+    };
+    const auto found = std::ranges::find_if(leaving_, is_same);
+    if (found == leaving_.end()) return;
+    found->time = now - kPairing;
+    std::rotate(leaving_.begin(), found, found + 1);
+    ExpireMoves(now);
+}
+
 void EventFold::EntryLeft(const FolderEvent& event, const std::string& name, int64_t now) {
     if (leaving_.size() >= kMaxLeaving) ExpireMoves(INT64_MAX);
     leaving_.push_back({event.cookie, event.folder, name, now});
@@ -124,6 +170,10 @@ void EventFold::EntryArrived(const FolderEvent& event, const std::string& name, 
         return;
     }
     const FolderId replaced = tree_.Find(event.folder, name);
+    if (replaced != kNoFolder && is_paired && (event.mask & IN_ISDIR) != 0) {
+        WatchTree(replaced, now);  // it had been met here already
+        return;
+    }
     if (replaced != kNoFolder) FolderVanished(replaced, now);
     if (is_paired && (event.mask & IN_ISDIR) == 0) {
         FileArrived(from, event.folder, name, now);
@@ -168,6 +218,7 @@ void EventFold::FileArrived(const Leaving& from, FolderId folder, const std::str
 
 void EventFold::Settle(int64_t now) {
     ExpireMoves(now);
+    std::erase_if(fresh_, [&](const Fresh& fresh) { return now - fresh.time >= kFresh; });
     WatchMissed(now);
 }
 
@@ -176,8 +227,9 @@ void EventFold::Settle(int64_t now) {
 void EventFold::WatchMissed(int64_t now) {
     for (const FolderId folder : port_.TakeMissed()) {
         if (!tree_.Contains(folder) || tree_.WatchOf(folder) != kNoWatch) continue;
-        port_.WatchTree(folder);
-        if (tree_.WatchOf(folder) != kNoWatch) pending_.FolderNew(folder, now);
+        WatchTree(folder, now);
+        const bool is_found = tree_.Contains(folder) && tree_.WatchOf(folder) != kNoWatch;
+        if (is_found) pending_.FolderNew(folder, now);
     }
 }
 
@@ -186,7 +238,11 @@ void EventFold::ExpireMoves(int64_t now) {
     while (!leaving_.empty() && now - leaving_.front().time >= kPairing) {
         const Leaving from = std::move(leaving_.front());
         leaving_.erase(leaving_.begin());
-        EntryVanished(from.folder, from.name, std::min(now, from.time + kPairing));
+        const int64_t then = std::min(now, from.time + kPairing);
+        if (tree_.Find(from.folder, from.name) == kNoFolder && is_media_(from.name))
+            FileLeft(from.folder, from.name, then);
+        else
+            EntryVanished(from.folder, from.name, then);
     }
 }
 

@@ -21,6 +21,10 @@ struct FolderEvent {
     std::string_view name;
 };
 
+/// True at and in the bin of a share.  Not of a photo share: what comes back from there has its captions and
+/// rights.
+bool IsUnwatchedBin(const std::string& path);
+
 /// What the fold needs from the file system.
 class FolderPort {
   public:
@@ -35,6 +39,16 @@ class FolderPort {
     /// Folders that were not found where the tree has them: moved on, while the note of it was still to be
     /// read.
     virtual std::vector<FolderId> TakeMissed() = 0;
+    /// A folder that was met where the tree has `found`, while the tree still had it elsewhere.
+    struct Met {
+        FolderId folder;
+        FolderId found;
+    };
+    virtual std::vector<Met> TakeMet() = 0;
+    /// The folders that are watched since this was asked last.
+    virtual std::vector<FolderId> TakeWatched() = 0;
+    /// True when the folder holds a file of that name that is older than the folder: it was moved there.
+    virtual bool HoldsOlder(FolderId folder, const std::string& name) = 0;
     virtual void Unwatch(int watch) = 0;
     /// What kind of entry has just been created; asked for everything that is no folder.
     virtual Entry Look(FolderId folder, const std::string& name) = 0;
@@ -67,6 +81,9 @@ class EventFold {
     };
     void ExpireMoves(int64_t now);
     void WatchMissed(int64_t now);
+    void WatchTree(FolderId folder, int64_t now);
+    void CloseMove(const FolderEvent& event, const std::string& name, int64_t now);
+    void FileLeft(FolderId folder, const std::string& name, int64_t now);
     void FolderAppeared(FolderId parent, const std::string& name, int64_t now);
     void FolderVanished(FolderId folder, int64_t now);
     void EntryCreated(const FolderEvent& event, const std::string& name, int64_t now);
@@ -82,6 +99,11 @@ class EventFold {
     PendingChanges& pending_;
     FolderPort& port_;
     std::function<bool(const std::string&)> is_media_;
+    struct Fresh {
+        FolderId folder;
+        int64_t time;
+    };
+    std::vector<Fresh> fresh_;      // folders that began to be watched a moment ago
     std::vector<Leaving> leaving_;  // rarely more than one: the kernel notes both halves in one go
 };
 

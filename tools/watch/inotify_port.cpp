@@ -1,6 +1,7 @@
 #include "tools/watch/inotify_port.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +12,6 @@
 #include <vector>
 
 #include "index/directory_listing.h"
-#include "index/share_path.h"
 #include "tools/ctl/context.h"
 
 namespace koli::watch {
@@ -55,7 +55,7 @@ void InotifyPort::WatchTree(FolderId folder) {
 }
 
 /// A link is followed at a top only.  A folder that the kernel knows already under another path of the tree
-/// is a second mount of it and keeps that one, or the other path was out of date when it was looked up.
+/// is a second mount of it and keeps that one, or it has moved here and the note of that is still to be read.
 bool InotifyPort::WatchOne(FolderId folder, const std::string& path) {
     const bool is_top = tree_.ParentOf(folder) == kNoFolder;
     const uint32_t mask = is_top ? kTopMask : kEntryMask | IN_DONT_FOLLOW;
@@ -67,14 +67,14 @@ bool InotifyPort::WatchOne(FolderId folder, const std::string& path) {
     const FolderId owner = tree_.FolderOf(watch);
     if (owner == folder) return false;
     if (owner != kNoFolder) {
-        if (IsSameFolder(tree_.PathOf(owner), path)) {
+        if (IsSameFolder(tree_.PathOf(owner), path))
             gaps.linked = true;
-            return false;
-        }
-        tree_.SetWatch(owner, kNoWatch);
-        missed_.push_back(owner);
+        else
+            met_.push_back({owner, folder});
+        return false;
     }
     tree_.SetWatch(folder, watch);
+    watched_.push_back(folder);
     return true;
 }
 
@@ -93,6 +93,29 @@ std::vector<FolderId> InotifyPort::TakeMissed() {
     return std::exchange(missed_, {});
 }
 
+std::vector<FolderPort::Met> InotifyPort::TakeMet() {
+    return std::exchange(met_, {});
+}
+
+std::vector<FolderId> InotifyPort::TakeWatched() {
+    return std::exchange(watched_, {});
+}
+
+bool InotifyPort::HoldsOlder(FolderId folder, const std::string& name) {
+    const std::string path = tree_.PathOf(folder);
+    struct statx parent;
+    struct statx file;
+    const auto look = [](const std::string& looked, struct statx* status) {
+        return statx(AT_FDCWD, looked.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BTIME, status) == 0 &&
+               (status->stx_mask & STATX_BTIME) != 0;
+    };
+    if (!look(path + "/" + name, &file) || !look(path, &parent)) return false;
+    const auto born = [](const struct statx& status) {
+        return std::pair(status.stx_btime.tv_sec, status.stx_btime.tv_nsec);
+    };
+    return born(file) < born(parent);
+}
+
 /// The links among them are kept too: when one goes, what was stored behind it goes.
 void InotifyPort::AddSubfolders(FolderId folder, const std::string& path, std::vector<FolderId>* found) {
     DirectoryListing listing;
@@ -103,7 +126,7 @@ void InotifyPort::AddSubfolders(FolderId folder, const std::string& path, std::v
         struct stat status;
         const bool is_folder =
             entry.type == DT_DIR || (stat(below.c_str(), &status) == 0 && S_ISDIR(status.st_mode));
-        if (!is_folder || IsRecycleBinPath(below.c_str()) != 0) continue;
+        if (!is_folder || IsUnwatchedBin(below)) continue;
         found->push_back(tree_.Add(folder, entry.name));
     }
 }

@@ -30,6 +30,9 @@ class InotifyPort : public FolderPort {
     void WatchTree(FolderId folder) override;
     void Unwatch(int watch) override;
     std::vector<FolderId> TakeMissed() override;
+    std::vector<Met> TakeMet() override;
+    std::vector<FolderId> TakeWatched() override;
+    bool HoldsOlder(FolderId folder, const std::string& name) override;
     Entry Look(FolderId folder, const std::string& name) override;
 
     /// Reads what has been noted so far, one event after another.  False when the kernel had to drop events,
@@ -52,6 +55,8 @@ class InotifyPort : public FolderPort {
     FolderTree& tree_;
     int descriptor_ = -1;
     std::vector<FolderId> missed_;
+    std::vector<Met> met_;
+    std::vector<FolderId> watched_;
 };
 
 }  // namespace koli::watch

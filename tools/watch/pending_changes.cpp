@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "index/share_path.h"
+
 namespace koli::watch {
 
 bool PendingChanges::Covers(FolderId folder) const {
@@ -62,22 +64,21 @@ void PendingChanges::Drop(Folder& folder, const std::string& name) {
 }
 
 void PendingChanges::FileWritten(FolderId id, const std::string& name, int64_t now) {
-    Put(id, name, kWriting, now).is_changed = true;
+    Put(id, name, kWriting, now);
     const FolderId cover = CoverOf(id);
     Bump(cover != kNoFolder ? cover : id, now);
 }
 
-/// A file in a folder that is asked for as a whole needs no request of its own, unless it was moved there.
+/// A file in a folder that is asked for as a whole needs no request of its own.
 void PendingChanges::FileComplete(FolderId id, const std::string& name, int64_t now) {
-    const File& file = Put(id, name, kComplete, now);
-    const bool is_moved = !file.origin.empty();
+    Put(id, name, kComplete, now);
     const FolderId cover = CoverOf(id);
     const FolderId unit = cover != kNoFolder ? cover : id;
     if (cover == kNoFolder) FoldBurst(id, now);
     if (folders_[unit].unit == kNone) return;
     Folder& folder = Bump(unit, now);
     ++folder.unit_files;
-    if (!is_moved) Drop(folders_[id], name);
+    Drop(folders_[id], name);
     ReleaseOverdue(unit, now);
 }
 
@@ -95,9 +96,7 @@ void PendingChanges::FoldBurst(FolderId id, int64_t now) {
     Folder& folder = folders_[id];
     if (folder.unit != kNone || folder.files.size() <= folder.next_count) return;
     folder.next_count = folder.files.size() + kBurst;
-    const auto is_plain = [](const auto& entry) {
-        return entry.second.state == kComplete && entry.second.origin.empty();
-    };
+    const auto is_plain = [](const auto& entry) { return entry.second.state == kComplete; };
     size_t plain = 0;
     for (const auto& entry : folder.files)
         plain += is_plain(entry) ? 1 : 0;
@@ -107,59 +106,47 @@ void PendingChanges::FoldBurst(FolderId id, int64_t now) {
     folder.unit_files = plain - 1;  // the caller counts the last one
 }
 
-/// In a new folder there is, or was, something that may be stored: it was moved there, or it has left and the
-/// daemon had met it already, on a walk from further above.  A walk of the folder alone would not set that
-/// right.
-void PendingChanges::DoubtCover(FolderId cover, int64_t now) {
-    Bump(cover, now).unit = kCompareUnit;
-}
-
+/// Told even in a folder that is asked for as a whole: on a walk from above the daemon may have met the file.
 void PendingChanges::FileGone(FolderId id, const std::string& name, int64_t now) {
-    File& file = Put(id, name, kGone, now);
-    if (!file.origin.empty()) loose_.push_back({SettledChange::kRemoveFile, std::exchange(file.origin, "")});
+    Put(id, name, kGone, now);
     const FolderId cover = CoverOf(id);
     if (cover == kNoFolder) return;
-    Drop(folders_[id], name);
-    DoubtCover(cover, now);
+    Bump(cover, now);
     ReleaseOverdue(cover, now);
 }
 
-/// A file that was written and then moved is complete at its new name only; one that was only moved takes its
-/// stored data along.  What may be stored of a name in between is that of a file that it replaced there.
+/// What is pending of the file goes along.  What is pending of a file that it replaces is void.
 void PendingChanges::FileMoved(FolderId id, const std::string& name, FolderId old_id,
                                const std::string& old_name, int64_t now) {
-    const std::string path = tree_.PathOf(id) + "/" + name;
-    std::string origin = tree_.PathOf(old_id) + "/" + old_name;
-    State state = kComplete;
-    bool is_changed = false;
-    const bool was_covered = CoverOf(old_id) != kNoFolder;
-    Folder& old_folder = folders_[old_id];
-    if (const auto old = old_folder.files.find(old_name); old != old_folder.files.end()) {
-        if (old->second.state == kWriting) state = kWriting;
-        is_changed = old->second.is_changed;
-        origin = old->second.origin;
-        Drop(old_folder, old_name);
-        FileGone(old_id, old_name, now);
-    } else if (was_covered) {
-        origin.clear();
-        FileGone(old_id, old_name, now);
-    }
-    File& file = Put(id, name, state, now);
-    if (!file.origin.empty()) loose_.push_back({SettledChange::kRemoveFile, file.origin});
-    file.origin = origin == path ? "" : origin;
-    file.is_changed = is_changed;
-    if (state == kComplete && file.origin.empty()) FileComplete(id, name, now);
+    journal_.Moved(SettledChange::kMoveFile, tree_.PathOf(id) + "/" + name,
+                   tree_.PathOf(old_id) + "/" + old_name, now);
+    Drop(folders_[id], name);
+    Folder& from = folders_[old_id];
+    const auto old = from.files.find(old_name);
+    State state = UnitOver(old_id) != kNone ? kComplete : kGone;
+    if (old != from.files.end()) state = old->second.state;
+    Drop(from, old_name);
+    if (state == kWriting) FileWritten(id, name, now);
+    if (state == kComplete) FileComplete(id, name, now);
 }
 
+/// The unit that files of the folder are part of.
+PendingChanges::Unit PendingChanges::UnitOver(FolderId folder) const {
+    const FolderId cover = CoverOf(folder);
+    const auto found = folders_.find(cover != kNoFolder ? cover : folder);
+    return found != folders_.end() ? found->second.unit : kNone;
+}
+
+/// In the bin of the photo share only moves and removals count.
 void PendingChanges::FolderNew(FolderId id, int64_t now) {
-    const bool is_replaced = trees_.Reappeared(tree_.PathOf(id));
+    if (IsRecycleBinPath(tree_.PathOf(id).c_str()) != 0) return;
     const FolderId parent = tree_.ParentOf(id);
     const FolderId cover = CoverOf(parent);
     if (cover != kNoFolder) {
         Bump(cover, now);
         return;
     }
-    StartUnit(id, is_replaced ? kCompareUnit : kNewTree, now);
+    StartUnit(id, kNewTree, now);
     if (parent != kNoFolder) FoldNewFolders(parent, now);
 }
 
@@ -173,63 +160,36 @@ void PendingChanges::FoldNewFolders(FolderId parent, int64_t now) {
     StartUnit(parent, kCompareUnit, now);
 }
 
+/// What is new has to be asked for under its new path.  Of what is new in a photo share captions and rights
+/// may be stored all the same; elsewhere it is enough that nothing stays at the old path.
 void PendingChanges::FolderMoved(FolderId id, FolderId old_parent, const std::string& old_path, int64_t now) {
     const std::string path = tree_.PathOf(id);
-    const FolderId old_cover = CoverOf(old_parent);
+    const Unit unit = std::max(UnitOver(id), UnitOver(old_parent));
+    const bool is_new = unit == kNewTree || unit == kCompareUnit;
+    if (is_new && !IsPhotoSharePath(path.c_str()) && !IsPhotoSharePath(old_path.c_str()))
+        journal_.Removed(old_path, now);
+    else
+        journal_.Moved(SettledChange::kMoveTree, path, old_path, now);
     const FolderId cover = CoverOf(tree_.ParentOf(id));
-    const bool is_replaced = trees_.Reappeared(path);
-    const bool is_compared = is_replaced || (Covers(id) && folders_[id].unit == kCompareUnit);
-    if (cover != kNoFolder) DoubtCover(cover, now);
-    if (old_cover != kNoFolder || Covers(id)) {
-        // New under its new path, too; under the old one the daemon may have met it on a walk from above.
-        if (old_cover != kNoFolder)
-            DoubtCover(old_cover, now);
-        else
-            trees_.Removed(old_path, now);
-        if (cover == kNoFolder) StartUnit(id, is_compared ? kCompareUnit : kNewTree, now);
-        return;
-    }
-    RebaseOrigins(path, old_path);
-    trees_.Moved(path, old_path, now);
-    if (is_replaced) StartUnit(id, kCompareUnit, now);
-}
-
-/// Moves of folders are asked for before whatever else is told by its path.
-void PendingChanges::RebaseOrigins(const std::string& new_path, const std::string& old_path) {
-    const auto rebase = [&](std::string* path) {
-        if (IsAtOrBelowPath(*path, old_path)) *path = MovedPath(*path, old_path, new_path);
-    };
-    for (auto& [id, folder] : folders_)
-        for (auto& [name, file] : folder.files)
-            rebase(&file.origin);
-    for (SettledChange& removal : loose_)
-        rebase(&removal.path);
+    if (cover != kNoFolder)
+        Bump(cover, now);
+    else if (is_new)
+        StartUnit(id, unit, now);
 }
 
 void PendingChanges::FolderGone(FolderId id, int64_t now) {
+    journal_.Removed(tree_.PathOf(id), now);
     const FolderId cover = CoverOf(tree_.ParentOf(id));
-    if (cover != kNoFolder)
-        DoubtCover(cover, now);
-    else
-        trees_.Removed(tree_.PathOf(id), now);
+    if (cover != kNoFolder) Bump(cover, now);
 }
 
 void PendingChanges::FolderLost(FolderId id) {
-    const std::string path = tree_.PathOf(id);
-    trees_.Lost(path);
-    std::erase_if(loose_, [&](const SettledChange& change) { return IsAtOrBelowPath(change.path, path); });
-    for (auto& [other, folder] : folders_)
-        if (tree_.IsAtOrBelow(other, id))
-            for (auto& [name, file] : folder.files)
-                if (IsAtOrBelowPath(file.origin, path)) file.origin.clear();
+    journal_.Lost(tree_.PathOf(id));
 }
 
-/// Files that were moved into the folder are gone from where they came.
 void PendingChanges::Forget(FolderId id) {
     const auto found = folders_.find(id);
     if (found == folders_.end()) return;
-    for (const auto& [name, file] : found->second.files)
-        if (!file.origin.empty()) loose_.push_back({SettledChange::kRemoveFile, file.origin});
     files_ -= found->second.files.size();
     folders_.erase(found);
 }

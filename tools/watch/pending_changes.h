@@ -5,6 +5,8 @@
 //   a new folder is due as one change kQuiet after the last change in it, or at a moment without an open file
 //                after kLongest; kLongestHold at last
 //   a burst      more than kBurst files of one folder: one change for all, due like a new folder
+//   a move       kQuiet after the first one that is held, and before whatever else is handed out: all else is
+//                told by the paths behind the moves
 //
 // Times are milliseconds of a clock that does not jump.
 #pragma once
@@ -15,8 +17,8 @@
 #include <vector>
 
 #include "tools/watch/folder_tree.h"
+#include "tools/watch/move_journal.h"
 #include "tools/watch/settled_change.h"
-#include "tools/watch/tree_changes.h"
 
 namespace koli::watch {
 
@@ -57,18 +59,19 @@ class PendingChanges {
     std::vector<SettledChange> TakeDue(int64_t now) { return Take(now, false); }
     /// Everything but files that are being written.
     std::vector<SettledChange> TakeAll(int64_t now) { return Take(now, true); }
+    /// The moves alone.
+    std::vector<SettledChange> TakeMoves() { return journal_.Take(); }
+    bool HasMoves() const { return !journal_.empty(); }
 
     /// True, once, after more happened than can be held: everything must be compared.
-    bool TakeOverflow() { return trees_.TakeOverflow(); }
+    bool TakeOverflow() { return journal_.TakeOverflow(); }
 
-    bool empty() const { return folders_.empty() && trees_.empty() && loose_.empty(); }
+    bool empty() const { return folders_.empty() && journal_.empty(); }
 
   private:
     enum State { kWriting, kComplete, kGone };
     struct File {
         State state = kGone;
-        std::string origin = {};   // "" or the stored path from where it was moved
-        bool is_changed = false;   // a moved file that was written as well
         bool is_complete = false;  // has been complete, or gone, since `first`
         int64_t first = 0;
         int64_t last = 0;
@@ -93,10 +96,6 @@ class PendingChanges {
         int64_t last_new_folder = 0;
     };
     using Folders = std::unordered_map<FolderId, Folder>;
-    struct Scope {
-        bool all;    // due or not
-        bool moves;  // all moves of files, due or not
-    };
     struct Due {
         uint64_t order;
         SettledChange change;
@@ -106,7 +105,6 @@ class PendingChanges {
     bool Covers(FolderId folder) const;
     FolderId CoverOf(FolderId folder) const;
     Folder& Bump(FolderId folder, int64_t now);
-    void DoubtCover(FolderId cover, int64_t now);
     void StartUnit(FolderId folder, Unit unit, int64_t now);
     File& Put(FolderId folder, const std::string& name, State state, int64_t now);
     void Drop(Folder& folder, const std::string& name);
@@ -115,20 +113,19 @@ class PendingChanges {
     void FoldNewFolders(FolderId parent, int64_t now);
     void ReleaseOverdue(FolderId unit, int64_t now);
     bool IsWriting(FolderId unit, int64_t now) const;
-    void RebaseOrigins(const std::string& new_path, const std::string& old_path);
+    Unit UnitOver(FolderId folder) const;
 
     std::vector<SettledChange> Take(int64_t now, bool all);
-    bool IsFileDue(const File& file, int64_t now, const Scope& scope) const;
+    bool IsFileDue(const File& file, int64_t now, bool all) const;
     bool IsUnitDue(FolderId id, const Folder& folder, int64_t now) const;
-    void TakeFiles(FolderId id, Folder& folder, int64_t now, const Scope& scope, Dues* dues);
+    void TakeFiles(FolderId id, Folder& folder, int64_t now, bool all, Dues* dues);
     void TakeUnits(int64_t now, bool all, Dues* dues);
     void DropIdleFolders(int64_t now, bool all);
 
     const FolderTree& tree_;
     Folders folders_;  // only those with something pending
-    TreeChanges trees_;
-    std::vector<SettledChange> loose_;  // removals that belong to no folder any more
-    size_t files_ = 0;                  // in all folders
+    MoveJournal journal_;
+    size_t files_ = 0;  // in all folders
     uint64_t order_ = 0;
 };
 

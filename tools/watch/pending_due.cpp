@@ -1,6 +1,5 @@
 // When pending changes are due, and in which order they leave.
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "tools/watch/pending_changes.h"
@@ -31,29 +30,24 @@ bool PendingChanges::IsUnitDue(FolderId id, const Folder& folder, int64_t now) c
     return !IsWriting(id, now);
 }
 
-bool PendingChanges::IsFileDue(const File& file, int64_t now, const Scope& scope) const {
+bool PendingChanges::IsFileDue(const File& file, int64_t now, bool all) const {
     if (file.state == kWriting) return now - file.last >= kStalled;
-    if (scope.all || (scope.moves && !file.origin.empty())) return true;
-    return now - file.last >= kQuiet || now - file.first >= kLongest;
+    return all || now - file.last >= kQuiet || now - file.first >= kLongest;
 }
 
-/// Of a folder that is asked for as a whole only moves are told one by one: they keep what is stored.
-void PendingChanges::TakeFiles(FolderId id, Folder& folder, int64_t now, const Scope& scope, Dues* dues) {
+/// Of a folder that is asked for as a whole only removals are told one by one.
+void PendingChanges::TakeFiles(FolderId id, Folder& folder, int64_t now, bool all, Dues* dues) {
     const std::string prefix = tree_.PathOf(id) + "/";
     const bool is_covered = CoverOf(id) != kNoFolder;
     for (auto it = folder.files.begin(); it != folder.files.end();) {
         auto& [name, file] = *it;
-        if (!IsFileDue(file, now, scope)) {
+        if (!IsFileDue(file, now, all)) {
             ++it;
             continue;
         }
-        if (!file.origin.empty()) {
-            const auto kind = file.is_changed ? SettledChange::kMoveFileChanged : SettledChange::kMoveFile;
-            dues->push_back({file.order, {kind, prefix + name, file.origin}});
-        } else if (!is_covered) {
-            const auto kind = file.state == kGone ? SettledChange::kRemoveFile : SettledChange::kAddFile;
+        const auto kind = file.state == kGone ? SettledChange::kRemoveFile : SettledChange::kAddFile;
+        if (kind == SettledChange::kRemoveFile || !is_covered)
             dues->push_back({file.order, {kind, prefix + name}});
-        }
         SetState(folder, file, kGone);
         it = folder.files.erase(it);
         --files_;
@@ -90,31 +84,20 @@ void PendingChanges::DropIdleFolders(int64_t now, bool all) {
     });
 }
 
-/// Folders that were moved go first: the path of a file is the one behind all such moves.  Where folders were
-/// only removed, files that were moved out of them go first, so that they still find what is stored of them.
+/// The moves go first: all other paths are those behind them.
 std::vector<SettledChange> PendingChanges::Take(int64_t now, bool all) {
-    const bool takes_trees = !trees_.empty() && (all || now - trees_.oldest() >= kQuiet);
-    const bool moves_first = !trees_.empty() && !trees_.HasMoves();
     Dues dues;
     // Files of all folders before the units: those say which files need no request of their own.
     for (auto& [id, folder] : folders_)
-        if (!folder.files.empty()) TakeFiles(id, folder, now, {all, takes_trees && moves_first}, &dues);
+        if (!folder.files.empty()) TakeFiles(id, folder, now, all, &dues);
     TakeUnits(now, all, &dues);
     DropIdleFolders(now, all);
-    if (dues.empty() && loose_.empty() && !takes_trees) return {};
-
     std::sort(dues.begin(), dues.end(), [](const Due& a, const Due& b) { return a.order < b.order; });
-    const auto is_first = [&](const Due& due) { return moves_first && !due.change.old_path.empty(); };
-    const auto rest = std::stable_partition(dues.begin(), dues.end(), is_first);
+
     std::vector<SettledChange> changes;
-    const auto append = [&](auto first, auto last) {
-        for (; first != last; ++first)
-            changes.push_back(std::move(first->change));
-    };
-    append(dues.begin(), rest);
-    std::ranges::move(trees_.Take(), std::back_inserter(changes));
-    std::ranges::move(std::exchange(loose_, {}), std::back_inserter(changes));
-    append(rest, dues.end());
+    if (all || !dues.empty() || journal_.IsDue(now, kQuiet)) changes = journal_.Take();
+    for (Due& due : dues)
+        changes.push_back(std::move(due.change));
     return changes;
 }
 

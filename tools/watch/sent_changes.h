@@ -1,8 +1,7 @@
 // What has been asked for and may not have been executed yet.
 //
-// The daemon looks at the disk when it executes a request, not when it was written.  A folder that is moved
-// on or removed while an earlier move of it still waits in the queue makes that request point nowhere; then
-// the later request must also do the earlier one's work.
+// The daemon looks at the disk when it executes a request, not when it was written: it does not find what was
+// to be added once that has moved on, and removes nothing from a path that is in use again.
 #pragma once
 
 #include <cstddef>
@@ -20,32 +19,28 @@ class SentChanges {
     /// notes it as asked for.
     std::vector<SettledChange> Complete(const SettledChange& change);
 
-    /// The queue has been executed.  True when a request may have gone wrong on the way: everything must be
-    /// compared.  `exists` tells whether a path is on the disk.
-    bool Executed(const std::function<bool(const std::string&)>& exists);
+    /// The queue has been executed.  Adds to `stale` the folders that must be compared, and returns false
+    /// when there are more than were noted.  `exists` tells whether a path is on the disk.
+    bool Executed(const std::function<bool(const std::string&)>& exists, std::vector<std::string>* stale);
 
-    bool empty() const { return moves_.empty() && added_.empty() && removed_.empty() && !is_doubtful_; }
+    bool empty() const { return added_.empty() && vacated_.empty() && !has_more_vacated_; }
 
   private:
-    void CompleteMove(const SettledChange& move, std::vector<SettledChange>* changes);
-    void CompleteRemoval(const SettledChange& removal, std::vector<SettledChange>* changes);
-    void Note(const SettledChange& change);
-    template <typename List>
-    bool HasRoom(const List& list);
+    void NoteAdded(const std::string& path);
+    void NoteVacated(const SettledChange& change);
 
-    struct Move {
-        std::string path;
-        std::string old_path;
-    };
     struct Added {
         std::string path;
         bool was_missing = false;  // when the queue had been executed
     };
-    std::vector<Move> moves_;           // of folders
-    std::vector<Added> added_;          // files and folders
-    std::vector<std::string> removed_;  // folders
-    bool has_more_added_ = false;       // than there is room for
-    bool is_doubtful_ = false;
+    struct Vacated {
+        std::string path;
+        std::string moved_to;  // "" when it was removed
+    };
+    std::vector<Added> added_;      // files and folders
+    std::vector<Vacated> vacated_;  // folders
+    bool has_more_added_ = false;   // than there is room for
+    bool has_more_vacated_ = false;
 };
 
 }  // namespace koli::watch

@@ -14,7 +14,6 @@ struct SettledChange {
         kRemoveFile,
         kRemoveTree,
         kMoveFile,
-        kMoveFileChanged,  // moved, and written as well
         kMoveTree,
         kCompareTree  // what happened there is not known in detail
     };

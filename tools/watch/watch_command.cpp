@@ -24,7 +24,7 @@ class QueueSink : public RequestSink {
     explicit QueueSink(const ctl::Context& context) : context_(context) {}
 
     bool Queue(const std::string& lines) override;
-    bool Compare(const std::string& folder, bool is_top) override;
+    bool Compare(const std::string& folder, bool is_top, Differences* differences) override;
     bool IsQueueEmpty() override;
 
   private:
@@ -63,12 +63,12 @@ bool QueueSink::Queue(const std::string& lines) {
     return true;
 }
 
-bool QueueSink::Compare(const std::string& folder, bool is_top) {
+bool QueueSink::Compare(const std::string& folder, bool is_top, Differences* differences) {
     ctl::StoreReader store;
     if (!store.Open(context_.places)) return Tell(&told_compare_, store.error());
     ctl::SyncPlan plan;
     const ctl::CompareResult result =
-        ctl::TreeCompare(store, folder, {.allow_empty = !is_top},
+        ctl::TreeCompare(store, folder, {.albums = true, .allow_empty = !is_top},
                          [&](ctl::Change change, const std::string& path) { plan.Add(change, path); });
     if (!Tell(&told_compare_, store.error())) return false;
     if (result.status == ctl::CompareResult::kTopUnreadable) return true;  // it has gone since
@@ -80,7 +80,8 @@ bool QueueSink::Compare(const std::string& folder, bool is_top) {
     if (plan.requests() == 0) return true;
     printf("%s differs: %lld requests\n", folder.c_str(), static_cast<long long>(plan.requests()));
     fflush(stdout);
-    return Queue(plan.lines());
+    *differences = {plan.lines(), plan.requests()};
+    return true;
 }
 
 bool QueueSink::IsQueueEmpty() {

@@ -26,6 +26,7 @@ constexpr int64_t kLostQuiet = 2000;       // events were dropped: start over wh
 constexpr int64_t kLostLongest = 30'000;   // or after so long
 constexpr timespec kGather{0,
                            20'000'000};  // lets notes gather: fewer reads, and the kernel merges equal ones
+constexpr int kMaxDropped = 10;          // comparisons that were made while something moved
 constexpr size_t kMaxUnsent = size_t{4} << 20;  // bytes of lines; beyond it everything is compared instead
 
 int64_t Now() {
@@ -109,6 +110,7 @@ bool Watcher::OpenTop(Top* top) {
     top->inode = status.st_ino;
     top->root = tree_.AddTop(top->path);
     port_.WatchTree(top->root);
+    port_.TakeWatched();  // none of them is new
     if (tree_.WatchOf(top->root) == kNoWatch)
         port_.gaps.linked = true;  // compared from time to time at least
     top->is_told = false;
@@ -202,14 +204,22 @@ void Watcher::Tick(int64_t now) {
         if (next_compare_ != 0) CompareAll();
         next_compare_ = now + kCompareGaps;
     }
-    // A comparison against a queue that is still to be executed would ask for everything in it again.
-    const bool waits = is_check && now >= next_try_ && (!sent_.empty() || composer_.HasCompares());
-    if (waits && sink_.IsQueueEmpty()) {
-        if (sent_.Executed(Exists)) CompareAll();
-        Compare();
-    }
     Ask(pending_.TakeDue(now));
     if (now >= next_send_ && !Send()) next_send_ = now + kSendAgain;
+    if (is_check) CompareWhenExecuted(now);
+}
+
+/// A comparison against a queue that is still to be executed would ask for everything in it again, and one
+/// between a move and its request would take what moved for gone.
+void Watcher::CompareWhenExecuted(int64_t now) {
+    const bool waits = !sent_.empty() || composer_.HasCompares();
+    if (!waits || now < next_try_ || HasMoves() || !composer_.lines().empty() || !sink_.IsQueueEmpty())
+        return;
+    std::vector<std::string> stale;
+    if (!sent_.Executed(Exists, &stale)) CompareAll();
+    for (const std::string& folder : stale)
+        composer_.AddCompare(folder);
+    Compare();
 }
 
 void Watcher::Ask(const std::vector<SettledChange>& changes) {
@@ -237,13 +247,24 @@ void Watcher::CompareAll() {
         if (top.root != kNoFolder) composer_.AddCompare(top.path);
 }
 
+/// What was found while something moved is worth little; when it never rests, at least the moves go first.
 void Watcher::Compare() {
     for (const std::string& folder : composer_.TakeCompares()) {
         const bool is_top = std::ranges::any_of(tops_, [&](const Top& top) { return top.path == folder; });
-        if (sink_.Compare(folder, is_top)) continue;
-        composer_.AddCompare(folder);
-        next_try_ = Now() + kCompareAgain;
+        RequestSink::Differences differences;
+        const bool is_compared = sink_.Compare(folder, is_top, &differences);
+        if (!is_compared) next_try_ = Now() + kCompareAgain;
+        nanosleep(&kGather, nullptr);
+        ReadEvents(Now());
+        if (!is_compared || (HasMoves() && ++compares_dropped_ <= kMaxDropped)) {
+            composer_.AddCompare(folder);
+            continue;
+        }
+        compares_dropped_ = 0;
+        Ask(pending_.TakeMoves());
+        composer_.AddLines(differences.lines, differences.requests);
     }
+    Send();
 }
 
 void Watcher::Finish(int64_t now) {
@@ -252,7 +273,8 @@ void Watcher::Finish(int64_t now) {
     Ask(pending_.TakeAll(now));
     if (!Send())
         ctl::Complain("some changes could not be queued; the comparison at the next start finds them");
-    Compare();
+    else
+        Compare();
 }
 
 }  // namespace koli::watch

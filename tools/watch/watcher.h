@@ -23,9 +23,13 @@ class RequestSink {
     virtual ~RequestSink() = default;
     /// Queues the lines, all or none, and wakes the daemon.  False: nothing was written, try again later.
     virtual bool Queue(const std::string& lines) = 0;
-    /// Queues what differs between the databases and the folder.  `is_top`: an empty one may be a share that
-    /// is not mounted.  False: try again later.
-    virtual bool Compare(const std::string& folder, bool is_top) = 0;
+    /// What differs between the databases and the folder, as lines of the queue.  `is_top`: an empty one may
+    /// be a share that is not mounted.  False: try again later.
+    struct Differences {
+        std::string lines;
+        int64_t requests = 0;
+    };
+    virtual bool Compare(const std::string& folder, bool is_top, Differences* differences) = 0;
     /// True when nothing waits in the queue and no batch is being executed.
     virtual bool IsQueueEmpty() = 0;
 };
@@ -66,7 +70,9 @@ class Watcher {
     void Ask(const std::vector<SettledChange>& changes);
     bool Send();
     void CompareAll();
+    void CompareWhenExecuted(int64_t now);
     void Compare();
+    bool HasMoves() const { return pending_.HasMoves() || fold_.HasOpenMoves(); }
     void Finish(int64_t now);
     int TimeoutOf(int64_t now) const;
 
@@ -82,7 +88,8 @@ class Watcher {
     int64_t next_compare_ = 0;
     int64_t next_try_ = 0;  // of a comparison
     int64_t next_send_ = 0;
-    int64_t lost_since_ = 0;  // 0: no event is missing
+    int compares_dropped_ = 0;  // in a row
+    int64_t lost_since_ = 0;    // 0: no event is missing
     int64_t lost_last_ = 0;
     bool is_limit_told_ = false;
 };

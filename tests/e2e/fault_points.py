@@ -1,0 +1,383 @@
+"""Small batches whose order matters, and every point at which one can be hit: by a kill, by a call that fails, by a cut
+of the power. However it was hit, the end must be that of the undisturbed run."""
+import collections
+import errno
+import glob
+import hashlib
+import os
+import shutil
+import sqlite3
+import subprocess
+
+import harness
+import power
+from harness import appliance, hand_over
+from tracer import KILL, Hook, Tracer
+
+P, V, M = "/volume1/photo", "/volume1/video", "/volume1/music"
+SAME_FILE = "/var/queue"  # a batch that a disk brings back is the same file, by its inode
+ROOTS = (appliance.STORE, "/var/spool", P, V, M)
+PICTURES = [f"photo/Family/IMG_300{number}.jpg" for number in range(3)]
+SONG, SUBTITLES = "music/Blue Harbour/01 First Light.mp3", "video/Formats/clip.srt"
+
+# ---- The batches: a generator yields the lines of one batch after the other, the last one is the one that is hit; what
+# ---- it returns is what a person expects: titles by path, and albums' public flags and users.
+
+
+def put(path, sample=PICTURES[0], title=None):
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    shutil.copyfile(f"{harness.SAMPLES}/{sample}", path)
+    if title:
+        hand_over(path, "TITLE", title)
+
+
+def applications(*statements):
+    """What another program writes to the photo database."""
+    with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
+        for statement in statements:
+            database.execute(statement)
+    database.close()
+
+
+def album(name, title, public, user):
+    applications(f"UPDATE photo_share SET title = '{title}', public = '{public}' WHERE sharename = '{name}'",
+                 f"INSERT INTO photo_access_right (userid, shareid) SELECT {user}, shareid FROM photo_share"
+                 f" WHERE sharename = '{name}'")
+
+
+def a_name_used_again():
+    put(f"{P}/T/a.jpg", title="first")
+    yield [f"A:{P}"]
+    os.rename(f"{P}/T/a.jpg", f"{P}/T/b.jpg")
+    put(f"{P}/T/a.jpg", PICTURES[1], title="second")
+    yield [f"N:{P}/T/b.jpg:{P}/T/a.jpg", f"a:{P}/T/a.jpg"]
+    return {"T/a.jpg": "second", "T/b.jpg": "first"}, {}
+
+
+def swapped_folders():
+    for name, sample in (("A", PICTURES[0]), ("B", PICTURES[1])):
+        put(f"{P}/{name}/x.jpg", sample, f"of {name}")
+        put(f"{P}/{name}/sub/y.jpg", sample, f"below {name}")
+    yield [f"A:{P}"]
+    album("A", "private", "f", 1)
+    album("A/sub", "private, too", "f", 1)
+    album("B", "public", "t", 2)
+    for new, old in (("T", "A"), ("A", "B"), ("B", "T")):
+        os.rename(f"{P}/{old}", f"{P}/{new}")
+    yield [f"N:{P}/T:{P}/A", f"N:{P}/A:{P}/B", f"N:{P}/B:{P}/T"]
+    return ({"A/x.jpg": "of B", "B/x.jpg": "of A", "A/sub/y.jpg": "below B", "B/sub/y.jpg": "below A"},
+            {"A": ("t", {2}), "A/sub": ("f", set()), "B": ("f", {1}), "B/sub": ("f", {1})})
+
+
+def a_truncation():
+    for number, sample in enumerate(PICTURES):
+        put(f"{P}/T/{number}.jpg", sample)
+    yield [f"A:{P}"]
+    for number in range(3):
+        hand_over(f"{P}/T/{number}.jpg", "TITLE", f"no. {number}")
+    yield ["T:photo_info", f"A:{P}"]
+    return {f"T/{number}.jpg": f"no. {number}" for number in range(3)}, {}
+
+
+def a_folder_in_the_place_of_a_renamed_one():
+    put(f"{P}/A/x.jpg", title="old")
+    put(f"{P}/A/film.mp4", SUBTITLES)
+    yield [f"A:{P}"]
+    album("A", "Wedding", "t", 1)
+    applications(f"INSERT INTO video_desc VALUES ('{P}/A/film.mp4', 'a film', 'hours of it')",
+                 f"INSERT INTO video_comment (path, userid, comment) VALUES ('{P}/A/film.mp4', 1, 'long')")
+    os.rename(f"{P}/A", f"{P}/B")
+    put(f"{P}/A/x.jpg", PICTURES[1], "new")
+    yield [f"N:{P}/B:{P}/A", f"A:{P}/A"]
+    return {"A/x.jpg": "new", "B/x.jpg": "old"}, {"A": ("f", set()), "B": ("t", {1})}
+
+
+def removals():
+    for name in ("Gone", "Keep"):
+        put(f"{P}/{name}/x.jpg", title=name)
+        put(f"{P}/{name}/sub/y.jpg", title=f"below {name}")
+        put(f"{M}/{name}/song.mp3", SONG)
+    yield [f"A:{P}", f"A:{M}"]
+    album("Keep", "kept", "t", 1)
+    for share in (P, M):
+        shutil.rmtree(f"{share}/Gone")
+    yield [f"D:{share}/{name}" for share in (P, M) for name in ("Gone", "Keep")]
+    return {"Keep/x.jpg": "Keep", "Keep/sub/y.jpg": "below Keep"}, {"Keep": ("t", {1}), "Keep/sub": ("f", set())}
+
+
+def rebuilds():
+    for name in ("Gone", "Keep"):
+        put(f"{P}/{name}/x.jpg", title=name)
+        put(f"{M}/{name}/song.mp3", SONG)
+        put(f"{V}/{name}/clip.srt", SUBTITLES)
+    yield [f"A:{share}" for share in (P, V, M)]
+    album("Keep", "kept", "t", 1)
+    for share in (P, V, M):
+        shutil.rmtree(f"{share}/Gone")
+        put(f"{share}/New/new.{ {P: 'jpg', V: 'srt', M: 'mp3'}[share]}", {P: PICTURES[2], V: SUBTITLES, M: SONG}[share])
+    yield ["R:photo", "R:video", "R:music"]
+    return {"Keep/x.jpg": "Keep", "New/new.jpg": "new"}, {"Keep": ("t", {1}), "New": ("f", set())}
+
+
+def a_first_index():
+    yield ["nothing to do"]
+    for number, sample in enumerate(PICTURES):
+        put(f"{P}/Trip/{number}.jpg", sample, f"no. {number}")
+        put(f"{P}/Trip/song {number}.mp3", SONG)
+    hand_over(f"{P}/Trip", "PUBLIC", "1\n")
+    yield [f"A:{P}/Trip"]
+    return {f"Trip/{number}.jpg": f"no. {number}" for number in range(3)}, {"Trip": ("t", set())}
+
+
+def a_chain():
+    put(f"{P}/A/x.jpg", title="moved twice")
+    yield [f"A:{P}"]
+    album("A", "Wedding", "f", 1)
+    os.rename(f"{P}/A", f"{P}/Y")
+    yield [f"N:{P}/X:{P}/A", f"N:{P}/Y:{P}/X"]
+    return {"Y/x.jpg": "moved twice"}, {"Y": ("f", {1})}
+
+
+BATCHES = {batch.__name__: batch for batch in (
+    a_name_used_again, swapped_folders, a_truncation, a_folder_in_the_place_of_a_renamed_one, removals, rebuilds,
+    a_first_index, a_chain)}
+
+# ---- The machine's state
+
+
+def is_volatile(path):
+    return path.endswith("-shm")  # the engine makes it anew
+
+
+def snapshot(roots=ROOTS):
+    """By path: the content (None of a folder) and the time of change."""
+    found = {}
+    for root in roots:
+        for place, folders, names in os.walk(root):
+            for path in [f"{place}/{name}" for name in folders + names if not is_volatile(name)]:
+                content = None
+                if os.path.isfile(path):
+                    with open(path, "rb") as file:
+                        content = file.read()
+                found[path] = content, os.stat(path).st_mtime_ns
+    return found
+
+
+def restore(state):
+    with open(SAME_FILE, "ab"):
+        pass
+    for root in ROOTS:
+        for place, folders, names in os.walk(root, topdown=False):
+            for name in names:
+                os.unlink(f"{place}/{name}")
+            for name in folders:
+                os.rmdir(f"{place}/{name}")
+    for path in glob.glob("/run/koliindexd*"):
+        os.unlink(path)
+    for path, (content, _) in sorted(state.items()):
+        if content is None:
+            os.mkdir(path)
+            continue
+        if path in (appliance.QUEUE, appliance.BATCH):
+            os.link(SAME_FILE, path)
+        with open(path, "wb") as file:
+            file.write(content)
+    for path, (_, changed) in state.items():
+        os.utime(path, ns=(changed, changed))
+
+
+def outcome():
+    """What is compared: all rows, ids and the times of files apart; all files in the shares: covers, captions left;
+    what the converters are asked for."""
+    for path in glob.glob(f"{appliance.STORE}/*.db"):  # a reader alone cannot recover a log
+        sqlite3.connect(path).execute("PRAGMA user_version")
+    names = {row["shareid"]: row["sharename"] for row in appliance.rows("photo_share")}
+    found = collections.Counter()
+    for table in appliance.MEDIA_TABLES + appliance.PHOTO_TABLES:
+        for row in appliance.rows(table):
+            if table == "photo_access_right":
+                row["album"] = names.get(row["shareid"])
+            for column in ("id", "shareid", "ctime"):
+                row.pop(column, None)
+            found[(table, *(f"{name}={value}" for name, value in row.items() if value != ""))] += 1
+    for path, (content, _) in snapshot((P, V, M)).items():
+        found["file", path, "" if content is None else hashlib.md5(content).hexdigest()] += 1
+    for path in glob.glob("/var/spool/*.queue"):
+        with open(path, errors="surrogateescape") as file:
+            found.update({("asked", path, line) for line in file})
+    return found
+
+
+def differences(expected, found):
+    """Rows are told by what they are known by."""
+    names = ("path=", "title=", "sharename=", "public=", "userid=", "album=")
+    return [f"{what} {' '.join(row if row[0] in ('file', 'asked') else [row[0], *filter(lambda one: one.startswith(names), row)])}"
+            for what, rows in (("missing", expected - found), ("unexpected", found - expected)) for row in rows]
+
+
+def is_waiting():
+    return os.path.lexists(appliance.QUEUE) or os.path.lexists(appliance.BATCH)
+
+
+def work_off(binary):
+    appliance.start(binary)
+    appliance.wait_for_batch(30)
+    appliance.stop()
+
+
+# ---- What is done to a run
+
+
+class Recorder(Hook):
+    """Notes each call, and what becomes of the disk."""
+    sees_start = True
+
+    def __init__(self, disk):
+        self.calls, self.disk = [], disk
+
+    def entry(self, call):
+        self.disk.before(call)
+        if self.calls or appliance.QUEUE in call.paths:
+            self.calls.append((call.name, call.paths, call.arguments))
+
+    def exit(self, call, result):
+        if result >= 0:
+            self.disk.after(call, result)
+
+
+class Blow(Hook):
+    """Meets the call of this number: with a kill, or with an error."""
+
+    def __init__(self, number, verdict):
+        self.number, self.verdict, self.rounds = number, verdict, 0
+
+    def entry(self, call):
+        self.number -= 1
+        return self.verdict if self.number == -1 else None
+
+    def idle(self):
+        """What was kept is tried again when a signal comes, after two quiet ticks."""
+        self.rounds += 1
+        if is_waiting() and self.rounds % 4 == 1:
+            os.kill(appliance.daemon_pid(), harness.signal.SIGUSR1)
+        return not is_waiting() or self.rounds > 12
+
+
+NEW_DESCRIPTOR = ("open", "openat")
+WRITES = ("write", "pwrite64", "writev", "ftruncate", "fallocate", "fsync", "fdatasync", "syncfs")
+NAMES = ("mkdir", "rename", "renameat", "renameat2", "link", "symlink", "mkdirat")
+BLOCKS = NEW_DESCRIPTOR + WRITES + ("read", "pread64", "flock", "fcntl")
+
+
+def errors(name, arguments):
+    """The errors that this call may well give. Closing does its work in any case."""
+    if name == "close":
+        return []
+    is_new = name == "open" and arguments[1] & os.O_CREAT or name == "openat" and arguments[2] & os.O_CREAT
+    return ([errno.EIO, errno.ENOMEM] + [errno.EMFILE] * (name in NEW_DESCRIPTOR) + [errno.EINTR] * (name in BLOCKS)
+            + [errno.ENOSPC] * (name in WRITES + NAMES or bool(is_new)))
+
+
+def touches(paths):
+    return any(path.startswith(("/var/lib/koli", "/var/spool", "/volume1", "/var/services")) for path in paths)
+
+
+class Points:
+    """One batch, and all the ways to hit it."""
+
+    def __init__(self, binary, name):
+        self.binary, self.name = binary, name
+        restore({})
+        batch = BATCHES[name]()
+        lines = next(batch)
+        try:
+            while True:
+                appliance.enqueue(lines)
+                before = snapshot()
+                work_off(binary)
+                lines = batch.send(None)
+        except StopIteration as end:
+            self.wanted = end.value
+        self.start = before
+        self.record()
+
+    def record(self):
+        restore(self.start)
+        self.disk = power.Disk(ROOTS, is_volatile, self.start)
+        recorder = Recorder(self.disk)
+        Tracer(self.binary, recorder).run()
+        self.calls, self.expected = recorder.calls, outcome()
+        self.lacks = self.missed()
+        self.sync()
+        self.synced = outcome()
+
+    def sync(self):
+        subprocess.run([os.path.join(os.path.dirname(self.binary), "koliindexctl"), "sync"], capture_output=True,
+                       check=False)
+        work_off(self.binary)
+
+    def missed(self):
+        """What a person misses after the undisturbed run."""
+        titles, albums = self.wanted
+        rights = collections.defaultdict(set)
+        shares = {row["shareid"]: row for row in appliance.rows("photo_share")}
+        for row in appliance.rows("photo_access_right"):
+            rights[row["shareid"]].add(row["userid"])
+        found = {row["path"]: row["title"] for row in appliance.rows("photo_info")}
+        found.update({row["sharename"]: (row["public"], rights[number]) for number, row in shares.items()})
+        wanted = {f"{P}/{path}": title for path, title in titles.items()} | albums
+        return [f"{key}: {found.get(key)}, not {value}" for key, value in wanted.items() if found.get(key) != value]
+
+    def kills(self):
+        return range(len(self.calls))
+
+    def faults(self):
+        return [(number, error) for number, (name, paths, arguments) in enumerate(self.calls) if touches(paths)
+                for error in errors(name, arguments)]
+
+    def cuts(self):
+        """Those that leave the same on the disk count once."""
+        states = {}
+        for kept in self.disk.cuts():
+            states.setdefault(hashlib.md5(repr(sorted(self.disk.state(kept).items())).encode()).digest(), kept)
+        return list(states.values())
+
+    def call(self, number):
+        name, paths, _ = self.calls[number]
+        return f"call {number} {name}({', '.join(paths)})"
+
+    def judge(self, asked_again=()):
+        """Until nothing waits any more, then the differences; those of a file that could not be read after it is asked
+        for again."""
+        if is_waiting():
+            work_off(self.binary)
+        found = differences(self.expected, outcome())
+        if found and asked_again:
+            appliance.enqueue([f"a:{path}" for path in asked_again if path.endswith((".mp3", ".jpg"))])
+            self.sync()
+            found = differences(self.synced, outcome())
+        return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
+
+    def kill(self, number):
+        restore(self.start)
+        Tracer(self.binary, Blow(number, KILL)).run()
+        return f"kill -9 at {self.call(number)}", self.judge()
+
+    def fault(self, point):
+        number, error = point
+        what = f"{errno.errorcode[error]} from {self.call(number)}"
+        restore(self.start)
+        end = Tracer(self.binary, Blow(number, error)).run()
+        if end is not None:
+            return what, [f"the daemon ended: {end}"]
+        return what, self.judge([path for path in self.calls[number][1] if path.startswith("/volume1")])
+
+    def cut(self, kept):
+        restore(self.disk.state(kept))
+        last = max(kept, default=0)
+        lost = collections.Counter(f"{change.kind} {change.path}" for number, change in enumerate(self.disk.changes)
+                                   if number < last and number not in kept)
+        return f"power cut after change {last} without {dict(lost)}", self.judge()
+
+
+KINDS = {"kill": (Points.kills, Points.kill), "fault": (Points.faults, Points.fault), "cut": (Points.cuts, Points.cut)}
