@@ -134,6 +134,15 @@ TEST_F(PhotoRename, TextsOfVideosMoveByTheFirstOccurrence) {
               (Texts{to + In("x") + "/v.avi", "/other", In("x/") + tail, to + "/it's", to + "3/v.avi", there,
                      In("x4/v.avi")}));
     EXPECT_EQ(VideoDescPathRename(2, to.c_str(), In("none").c_str()), -1);
+
+    // A description gives way to that of the video that has been moved over its own.
+    MakeFile("b.mp4");
+    for (const char* video : {"a.mp4", "b.mp4"})
+        PhotoDBExec(
+            ("INSERT INTO video_desc (path, title) VALUES ('" + In(video) + "', '" + video + "')").c_str());
+    EXPECT_EQ(VideoDescPathRename(1, In("a.mp4").c_str(), In("b.mp4").c_str()), 0);  // done before
+    EXPECT_EQ(VideoDescPathRename(1, In("b.mp4").c_str(), In("a.mp4").c_str()), 0);
+    EXPECT_EQ(Photo("SELECT path || title AS v FROM video_desc"), Texts{In("b.mp4a.mp4")});
     EXPECT_EQ(VideoDescPathRename(3, to.c_str(), In("x").c_str()), -1);
 }
 
