@@ -21,6 +21,7 @@ namespace koli::host {
 namespace {
 
 constexpr int kLogPauseMs = 5;
+constexpr int kSyncAttempts = 2;
 
 constexpr const char kCountUnused[] = "PRAGMA freelist_count";
 
@@ -40,10 +41,22 @@ void* MapForThisProcessOnly(void* address, size_t size, int protection, int flag
     return area;
 }
 
-void KeepMappingsFromChildren() {
+int read_error = 0;  // errno of the last read that failed; set to 0 before each statement
+
+/// pread() for the engine, which takes a disk that does not answer for a damaged file.
+ssize_t ReadAndNote(int file, void* bytes, size_t length, off_t offset) {
+    const ssize_t count = pread(file, bytes, length, offset);
+    if (count < 0 && errno != EINTR) read_error = errno;
+    return count;
+}
+
+void TakeOverSystemCalls() {
     sqlite3_vfs* files = sqlite3_vfs_find(nullptr);
     if (files == nullptr || files->iVersion < 3) return;
     files->xSetSystemCall(files, "mmap", reinterpret_cast<sqlite3_syscall_ptr>(MapForThisProcessOnly));
+    for (const char* name : {"pread", "pread64"})
+        if (files->xGetSystemCall(files, name) != nullptr)
+            files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(ReadAndNote));
 }
 
 bool IsOnlyBlank(const char* text, const char* end) {
@@ -86,7 +99,8 @@ void SqlStatement::Real(int index, double value) {
 
 std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, std::string* error,
                                bool* passes) {
-    KeepMappingsFromChildren();
+    TakeOverSystemCalls();
+    read_error = 0;
     std::unique_ptr<Sql> sql(new Sql(changed));
     sql->file_ = file;
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
@@ -161,6 +175,7 @@ int Sql::OnAuthorize(void* self, int action, const char* table, const char*, con
 
 std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags) {
     prepared_table_.clear();
+    read_error = 0;
     sqlite3_stmt* handle = nullptr;
     const char* tail = nullptr;
     if (text.size() > INT_MAX || sqlite3_prepare_v3(db_, text.data(), static_cast<int>(text.size()), flags,
@@ -186,6 +201,7 @@ SqlStatement* Sql::Kept(const char* text) {
 int Sql::Run(SqlStatement& statement) {
     const int64_t before = TotalChanges();
     int code = 0;
+    read_error = 0;
     do {
         code = sqlite3_step(statement.handle_);
     } while (code == SQLITE_ROW);
@@ -207,6 +223,7 @@ int Sql::Execute(std::string_view text) {
 }
 
 bool Sql::ExecuteScript(const std::string& script) {
+    read_error = 0;
     if (sqlite3_exec(db_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return true;
     Fail();
     return false;
@@ -287,8 +304,11 @@ bool Sql::SyncLog() {
     sqlite3_file* log = nullptr;
     sqlite3_file_control(db_, "main", SQLITE_FCNTL_JOURNAL_POINTER, static_cast<void*>(&log));
     if (log == nullptr || log->pMethods == nullptr) return true;
-    const int code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY);
-    if (code == SQLITE_OK) return true;
+    int code = SQLITE_OK;
+    for (int attempt = 0; attempt < kSyncAttempts; ++attempt) {
+        code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY);
+        if (code == SQLITE_OK) return true;
+    }
     error_ = sqlite3_errstr(code);
     error_code_ = code;
     return false;
@@ -312,6 +332,9 @@ void Sql::Fail() {
     error_ = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
     error_code_ = db_ != nullptr ? sqlite3_errcode(db_) : SQLITE_NOMEM;
     error_number_ = db_ != nullptr ? sqlite3_system_errno(db_) : ENOMEM;
+    if (error_code_ != SQLITE_CORRUPT && error_code_ != SQLITE_NOTADB) return;
+    error_number_ = read_error;
+    if (read_error != 0) error_ = std::string("the file could not be read: ") + strerror(read_error);
 }
 
 bool Sql::FailAs(const char* reason) {
@@ -340,6 +363,8 @@ bool Sql::FailedForNow() const {
         case SQLITE_NOMEM:
         case SQLITE_INTERRUPT:
             return true;
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
         case SQLITE_CANTOPEN:
         case SQLITE_READONLY:
             return error_number_ != 0 && IsPassingError(error_number_);
