@@ -347,8 +347,8 @@ class Points:
         return f"call {number} {name}({', '.join(paths)})"
 
     def judge(self, asked_again=()):
-        """Until nothing waits any more, then the differences; those of a file that could not be read after it is asked
-        for again."""
+        """Until nothing waits any more, then the differences. A file that could not be read, or whose caption could not,
+        may be asked for again first."""
         if is_waiting():
             work_off(self.binary)
         found = differences(self.expected, outcome())
@@ -370,7 +370,8 @@ class Points:
         end = Tracer(self.binary, Blow(number, error)).run()
         if end is not None:
             return what, [f"the daemon ended: {end}"]
-        return what, self.judge([path for path in self.calls[number][1] if path.startswith("/volume1")])
+        return what, self.judge([path.replace("/@eaDir/", "/").partition("/KOLIPHOTO:")[0]
+                                 for path in self.calls[number][1] if path.startswith("/volume1")])
 
     def cut(self, kept):
         restore(self.disk.state(kept))
