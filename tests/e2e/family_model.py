@@ -43,11 +43,9 @@ class Thing:
     def own(self, stream):
         return self.texts.get(stream, stem(self.path) if stream == "TITLE" else "")
 
-    def accepted(self, stream, in_step):
-        """What the row may say; a caption that is handed over certainly arrives when the picture is asked for."""
-        if stream in self.pending and in_step:
-            return [self.pending[stream]] + self.options.get(stream, [])
-        return [self.own(stream), self.pending.get(stream, self.own(stream))] + self.options.get(stream, [])
+    def caption_file(self, stream):
+        folder, name = os.path.split(self.path)
+        return f"{folder}/@eaDir/{name}/KOLIPHOTO:{stream}"
 
 
 class Ghost:
@@ -63,19 +61,21 @@ class Family:
 
     def __init__(self, after_each=lambda: None):
         self.things, self.ghosts, self.history, self.count = {}, [], [], 0
-        self.after_each = after_each
+        self.after_each, self.lines = after_each, []
         os.makedirs(BIN, exist_ok=True)
         self.begin()
 
     def begin(self):
-        """The next batch. What is deleted for good leaves nothing behind."""
+        """The next batch. What is deleted for good, or swept, leaves nothing behind."""
+        if self.is_swept():
+            self.ghosts = []
         self.ghosts = [ghost for ghost in self.ghosts if not ghost.top or os.path.exists(ghost.top)]
         for ghost in self.ghosts:
             ghost.top = ""
         for thing in self.things.values():
             thing.asked = thing.mixed = False
             thing.options = {}
-        self.lines, self.requested, self.visitors, self.is_swept = [], [], {}, False
+        self.lines, self.requested, self.visitors, self.flags = [], [], {}, {None}
 
     def do(self, name, *arguments):
         self.history.append((name, *arguments))
@@ -100,6 +100,7 @@ class Family:
         thing = Thing(path, flag)
         if thing.is_folder:
             os.mkdir(path)
+            self.flags.add(flag)
             if flag is not None:
                 hand_over(path, "PUBLIC", str(int(flag)))
         else:
@@ -168,10 +169,12 @@ class Family:
             self.lines += [f"d:{path}"] if lines is None else lines
 
     def resync(self):
-        """What is in the bin has gone to nobody's place yet: it keeps its rows."""
         self.ask("R", P)
         self.lines[-1] = "R:photo"
-        self.is_swept = True
+
+    def is_swept(self):
+        """Nothing but what exists has rows after this batch."""
+        return self.lines[-1:] == ["R:photo"]
 
     def update(self):
         self.ask("U", P)
@@ -345,7 +348,4 @@ class Family:
         self.do("ask", "a", path)
 
     def walk(self, chance):
-        if chance.random() < 0.5:
-            self.do("ask", "A", P)
-        else:
-            self.do("update")
+        self.do(*chance.choice((("ask", "A", P), ("update",), ("resync",))))
