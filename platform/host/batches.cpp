@@ -67,8 +67,12 @@ int PhotoDBMarkGet(KOLIBatchMark* mark) {
     const std::unique_ptr<SqlRows> rows =
         PhotoDatabase().Query("SELECT value FROM setting WHERE name = 'batch_mark'");
     const char* value = rows != nullptr ? rows->Field(0, "value") : nullptr;
-    return value != nullptr && sscanf(value, "%" SCNd64 " %" SCNx64, &mark->offset, &mark->hash) == 2 ? 0
-                                                                                                      : -1;
+    if (value == nullptr) return -1;
+    char* end = nullptr;
+    mark->offset = strtoll(value, &end, 10);
+    if (end == value || *end != ' ') return -1;
+    mark->hash = strtoull(end, nullptr, 16);
+    return 0;
 }
 
 void PhotoDBMarkSet(const KOLIBatchMark* mark) {

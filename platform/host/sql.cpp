@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -289,10 +290,13 @@ bool Sql::HasCompany() const {
     char line[256];
     while (fgets(line, sizeof line, locks.get()) != nullptr) {
         // "1: POSIX  ADVISORY  READ 4711 fd:01:262157 128 128"
-        int pid = 0;
-        unsigned long inode = 0;
-        if (sscanf(line, "%*d: %*s %*s %*s %d %*x:%*x:%lu", &pid, &inode) == 2 && inode == status.st_ino &&
-            pid != getpid())
+        const char* word[6] = {};
+        char* rest = nullptr;
+        for (size_t i = 0; i < std::size(word); ++i)
+            word[i] = strtok_r(i == 0 ? line : nullptr, " ", &rest);
+        const char* inode = word[5] != nullptr ? strrchr(word[5], ':') : nullptr;
+        if (inode != nullptr && strtoull(inode + 1, nullptr, 10) == status.st_ino &&
+            strtol(word[4], nullptr, 10) != getpid())
             return true;
     }
     return false;
