@@ -157,11 +157,10 @@ void Database::Tick() {
 int Database::CountWrite(int affected) {
     if (affected < 0) Failed("write to");
     if (!IsGroupOpen()) return affected;
-    if (++group_writes_ >= kGroupWrites) {
-        Flush();
-    } else {
-        Tick();
-    }
+    if (++group_writes_ >= kGroupWrites) Flush();
+    // A long unit of one database must not keep the group of the other one open.
+    MediaDatabase().Tick();
+    PhotoDatabase().Tick();
     return affected;
 }
 
