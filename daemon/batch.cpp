@@ -12,9 +12,8 @@
 #include <string>
 
 #include "base/later_renames.h"
-#include "base/open_file.h"
 #include "daemon/queue_line.h"
-#include "index/share_path.h"
+#include "daemon/waiting_renames.h"
 #include "photo/caption.h"
 #include "platform/kolidb.h"
 
@@ -111,41 +110,28 @@ struct Waiting {
     std::string batch;  // opened by this name, the batch has a position of its own
     int64_t begin;      // of the next line there
     const char* queue;
+    WaitingRenames in_batch, in_queue;
 };
-Waiting waiting{"", 0, nullptr};
-
-/// Whether the text of an N line renames `path` or a folder above it; for null, anything in a photo share.
-bool Renames(char* text, const char* path) {
-    char* rest = nullptr;
-    const char* new_path = strtok_r(text, ":\n", &rest);
-    const char* old_path = strtok_r(nullptr, ":\n", &rest);
-    if (new_path == nullptr || old_path == nullptr) return false;
-    if (path == nullptr) return IsPhotoSharePath(new_path) != 0;
-    const size_t length = strlen(old_path);
-    return strncmp(path, old_path, length) == 0 && (path[length] == '\0' || path[length] == '/');
-}
-
-/// Looks through the lines of a file from `begin` on.
-bool HasRename(const char* file, int64_t begin, const char* path) {
-    const int fd = OpenForReading(file);
-    if (fd < 0) return false;
-    FILE* const lines = fdopen(fd, "r");
-    if (lines == nullptr) {
-        close(fd);
-        return false;
-    }
-    QueueLine line;
-    bool found = false;
-    if (fseeko(lines, begin, SEEK_SET) == 0)
-        while (!found && QueueLineRead(lines, &line))
-            found = strncmp(line.text, "N:", 2) == 0 && Renames(line.text + 2, path);
-    fclose(lines);
-    return found;
-}
+Waiting waiting{"", 0, nullptr, {}, {}};
 
 bool IsRenamedByWaiting(const char* path) {
-    return HasRename(waiting.batch.c_str(), waiting.begin, path) || HasRename(waiting.queue, 0, path);
+    return waiting.in_batch.Holds(waiting.batch.c_str(), waiting.begin, path) ||
+           waiting.in_queue.Holds(waiting.queue, 0, path);
 }
+
+/// Answers IsRenamedLater as long as it lives.
+struct LaterRenamesScope {
+    LaterRenamesScope(FILE* batch, const char* queue) {
+        waiting = {"/proc/self/fd/" + std::to_string(fileno(batch)), 0, queue, {}, {}};
+        LaterRenamesSet(IsRenamedByWaiting);
+    }
+    ~LaterRenamesScope() {
+        LaterRenamesSet(nullptr);
+        waiting = {"", 0, nullptr, {}, {}};
+    }
+    LaterRenamesScope(const LaterRenamesScope&) = delete;
+    LaterRenamesScope& operator=(const LaterRenamesScope&) = delete;
+};
 
 /// What these requests change in the photo database takes effect as a whole.
 bool IsUnit(const QueueLine& line) {
@@ -180,8 +166,7 @@ void RepeatForMediaStore(QueueLine* line) {
 BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, bool is_patient) {
     const int64_t done_before = is_repeated ? DoneBefore(fileno(batch)) : 0;
     if (done_before < 0) return BatchEnd::kUnread;
-    waiting = {"/proc/self/fd/" + std::to_string(fileno(batch)), 0, queue};
-    LaterRenamesSet(IsRenamedByWaiting);
+    const LaterRenamesScope later_renames(batch, queue);
     Fingerprint executed(fileno(batch));
     QueueLine line;
     do {

@@ -47,6 +47,17 @@ void RunAfterQuietTick(bool with_vacuum) {
     RunQueue();
 }
 
+/// A batch is tried again when its time has come, whatever signals come meanwhile.
+void RetryKeptBatch() {
+    if (IsBatchKept() && BatchRetrySeconds() == 0) ProcessIndexQueue();
+}
+
+/// A burst has its whole tick; otherwise the loop wakes up when a batch is to be tried again.
+unsigned SleepSeconds() {
+    if (!IsBatchKept() || dirty_seen != dirty) return kTickSeconds;
+    return std::clamp(static_cast<unsigned>(BatchRetrySeconds()), 1U, kTickSeconds);
+}
+
 }  // namespace
 
 void SetDirty(int) {
@@ -69,10 +80,11 @@ void LoopPass() {
     switch (
         LoopDecide({.dirty_seen = dirty_seen, .dirty = dirty, .last_vacuum = last_vacuum}, time(nullptr))) {
         case LoopAction::kIdle:
-            if (IsBatchKept() && BatchRetrySeconds() == 0) ProcessIndexQueue();
+            RetryKeptBatch();
             return;
         case LoopAction::kClearDirty:
             dirty = 0;
+            RetryKeptBatch();
             return;
         case LoopAction::kSetDirtySeen:
             dirty_seen = 1;
@@ -88,8 +100,7 @@ void LoopPass() {
 
 void MainLoop() {
     for (;;) {
-        sleep(IsBatchKept() ? std::clamp(static_cast<unsigned>(BatchRetrySeconds()), 1U, kTickSeconds)
-                            : kTickSeconds);
+        sleep(SleepSeconds());
         LoopPass();
     }
 }

@@ -87,8 +87,8 @@ int FollowWithSubAlbums(const char* new_path, const char* old_path) {
     } else if (old_level == kTopAlbum) {
         DropAlbums(old_name, new_name);
     }
-    // Those of a sub-album are new; in the "#recycle" there may have come some.
-    const bool has_new = old_level == kSubAlbum || IsRecycleBinPath(old_path) != 0;
+    // An album that lay deeper has none; in the "#recycle" there may have come some.
+    const bool has_new = old_level != kTopAlbum || IsRecycleBinPath(old_path) != 0;
     if (has_new && new_level == kTopAlbum) PhotoShareWalk(new_path);
     return 0;
 }

@@ -10,6 +10,7 @@
 
 #include "daemon/kept_batch.h"
 #include "daemon/queue.h"
+#include "daemon/waiting_renames.h"
 #include "platform/koliindex.h"
 #include "tests/fake_index.h"
 #include "tests/fixture.h"
@@ -97,6 +98,24 @@ TEST_F(Batch, ExecutedAgainItSparesThePhotoDatabaseWhatThatHasAlready) {
     fake.mark = {4, 1};
     Run();
     EXPECT_EQ(fake.mark.offset, 0);
+}
+
+TEST_F(Batch, WaitingRenamesAreKnownWhileTheFileGrows) {
+    const std::string first = "N:/a/new:/a//old/\n", photo = "vol00001/photo/x";
+    Write("queue", first + "N:/a/b:/a/o\nA:/c\nN:" + photo + ":/d");
+    WaitingRenames renames;
+    EXPECT_TRUE(renames.Holds("queue", 0, "/a/old/x/y.jpg"));
+    EXPECT_FALSE(renames.Holds("queue", 0, "/a/older"));
+    EXPECT_FALSE(renames.Holds("queue", 0, "/c"));
+    EXPECT_TRUE(renames.Holds("queue", 0, nullptr));
+    std::ofstream("queue", std::ios::app) << "e\nN:/x:/late\n";
+    const auto begin = static_cast<int64_t>(first.size());
+    EXPECT_FALSE(renames.Holds("queue", begin, "/a/old"));
+    for (const char* path : {"/a/o", "/de", "/late"})
+        EXPECT_TRUE(renames.Holds("queue", begin, path)) << path;
+    Write("queue", "N:/x:/y\n");
+    EXPECT_FALSE(renames.Holds("queue", 0, "/late") || renames.Holds("queue", 0, nullptr));
+    EXPECT_FALSE(renames.Holds("none", 0, "/y"));
 }
 
 struct HeldBatch : Batch {

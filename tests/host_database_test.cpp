@@ -81,6 +81,14 @@ TEST_F(Store, AFullDatabaseTakesNothingMoreUntilTheNextBatch) {
     EXPECT_EQ(KOLIUpdatePhotoPath(PhotosOf("").get(), ("/" + std::string(3999, 'd')).c_str(), "/p"), -1);
     EXPECT_EQ(KOLIDBRefusing(), KOLI_PHOTO_DB);
     EXPECT_EQ(KOLIDBSync(), -1);
+    // No mark tells of what was refused.
+    KOLIBatchMark mark{9, 9};
+    PhotoDBMarkSet(&mark);
+    KOLIDBBatchBegin();
+    ASSERT_EQ(PhotoDatabase().Execute("PRAGMA max_page_count=1000"), 0);
+    SavePhoto("/p/b.jpg", "t");
+    ASSERT_EQ(KOLIDBSync(), 0);
+    EXPECT_EQ(PhotoDBMarkGet(&mark), -1);
 }
 
 TEST_F(Store, ALockedDatabaseTakesNothingMoreAndTheOtherIsNotHeldMeanwhile) {

@@ -135,6 +135,7 @@ TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
         {"down", {"B/A"}, {"A 7", "A/x 8", "B public"}, "B/A", "A", 0, {"B public", "B/A 7"}},
         {"down and down", {"B/C/A"}, {"A 7", "A/x public"}, "B/C/A", "A", 0, {"B/C/A 7"}},
         {"up", {"B/y", "B/z"}, {"A", "A/B 7"}, "B", "A/B", 0, {"A", "B 7", "B/y 7", "B/z 7"}},
+        {"up from below", {"A/x"}, {"B/C/A 7"}, "A", "B/C/A", 0, {"A 7", "A/x 7"}},
         {"into the bin",
          {"#recycle/A/x"},
          {"A public", "A/x 7"},

@@ -48,6 +48,7 @@ void Database::BeginBatch() {
     told_.clear();
     written_ = false;
     retry_at_ = 0;
+    note_name_ = nullptr;
 }
 
 void Database::Refuse(const std::string& reason) {
@@ -57,8 +58,8 @@ void Database::Refuse(const std::string& reason) {
     note_name_ = nullptr;
 }
 
-/// Keeps and logs the reason of a failure, and has the database refuse from now on when that passes.
-int Database::Failed(const char* what, int line) {
+/// Keeps and logs the reason of a failure; true when it passes.
+bool Database::Report(const char* what, int line) {
     bool passes = false;
     if (sql_ != nullptr) {
         error_ = sql_->error();
@@ -68,7 +69,12 @@ int Database::Failed(const char* what, int line) {
     if (told_ != error_)
         LogError("%s (%d) Failed to %s %s. (%s)", kModule, line, what, file_name_, error_.c_str());
     told_ = error_;
-    if (passes) Refuse(error_);
+    return passes;
+}
+
+/// The same, and the database refuses from now on when it passes.
+int Database::Failed(const char* what, int line) {
+    if (Report(what, line)) Refuse(error_);
     return -1;
 }
 
@@ -151,11 +157,10 @@ void Database::Tick() {
 int Database::CountWrite(int affected) {
     if (affected < 0) Failed("write to");
     if (!IsGroupOpen()) return affected;
-    if (++group_writes_ >= kGroupWrites) {
-        Flush();
-    } else {
-        Tick();
-    }
+    if (++group_writes_ >= kGroupWrites) Flush();
+    // A long unit of one database must not keep the group of the other one open.
+    MediaDatabase().Tick();
+    PhotoDatabase().Tick();
     return affected;
 }
 
@@ -220,7 +225,9 @@ int Database::EndUnit(bool keep) {
 
 // ---- Notes
 
+/// While the database refuses, what the note speaks of has been lost.
 void Database::SetNote(const char* name, std::string value) {
+    if (IsRefusing()) return;
     note_name_ = name;
     note_ = std::move(value);
 }
@@ -259,7 +266,10 @@ int Database::Vacuum() {
     const int64_t unused = sql_->QueryNumber("PRAGMA freelist_count");
     if (unused == 0) return 0;
     unsynced_ = true;
-    if (unused < 0 || !sql_->Vacuum()) return Failed("vacuum");
+    if (unused < 0 || !sql_->Vacuum()) {
+        Report("vacuum");  // no change is lost with it: the batch that asked for it is done all the same
+        return -1;
+    }
     sql_->Query("PRAGMA wal_checkpoint(TRUNCATE)");  // a reader may delay it: later then
     return 0;
 }

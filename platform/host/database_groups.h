@@ -50,7 +50,8 @@ class Database {
     int EndUnit(bool keep);
 
     /// Sets the value that the next group with changes stores under `name` in the table `setting`, in its own
-    /// transaction.  There is one at a time.
+    /// transaction.  There is one at a time; it is dropped with what the database loses or refuses, and when
+    /// the next batch begins.
     void SetNote(const char* name, std::string value);
     /// Drops such a value without one of its own to come.  Returns 0 when it is gone, and durably so, else
     /// -1.
@@ -78,6 +79,7 @@ class Database {
     bool StoreNote();
     int CountWrite(int affected);
     bool IsUnitAtWork() const { return units_ > 0 && unit_changed_; }
+    bool Report(const char* what, int line = __builtin_LINE());
     int Failed(const char* what, int line = __builtin_LINE());
     void Refuse(const std::string& reason);
 

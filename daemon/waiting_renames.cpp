@@ -1,0 +1,91 @@
+#include "daemon/waiting_renames.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <new>
+#include <string_view>
+
+#include "base/open_file.h"
+#include "index/share_path.h"
+
+namespace koli {
+namespace {
+
+uint64_t HashOf(std::string_view path) {
+    return std::hash<std::string_view>{}(path);
+}
+
+}  // namespace
+
+bool WaitingRenames::Holds(const char* file, int64_t begin, const char* path) try {
+    Update(file, begin);
+    return Renames(begin, path);
+} catch (const std::bad_alloc&) {
+    *this = {};
+    return true;
+}
+
+void WaitingRenames::Update(const char* file, int64_t begin) {
+    struct stat status;
+    if (stat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
+        *this = {};
+        return;
+    }
+    const bool is_same = inode_ == status.st_ino && device_ == status.st_dev && size_ <= status.st_size;
+    if (is_same && size_ == status.st_size) return;
+    const int fd = OpenForReading(file);
+    const std::unique_ptr<FILE, decltype(&fclose)> lines(fd >= 0 ? fdopen(fd, "r") : nullptr, &fclose);
+    if (lines == nullptr) {
+        if (fd >= 0) close(fd);
+        return;
+    }
+    if (!is_same) *this = {};
+    read_to_ = std::max(read_to_, begin);
+    if (fseeko(lines.get(), read_to_, SEEK_SET) == 0) Read(lines.get());
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
+    size_ = status.st_size;
+}
+
+/// A line without an end counts as it stands, and is read once more when the file has grown.
+void WaitingRenames::Read(FILE* lines) {
+    QueueLine line;
+    while (QueueLineRead(lines, &line)) {
+        if (strncmp(line.text, "N:", 2) == 0) Note(read_to_, line.text + 2);
+        if (line.end == QueueLine::kFile) break;
+        read_to_ = ftello(lines);
+    }
+    std::sort(renamed_.begin(), renamed_.end());
+}
+
+void WaitingRenames::Note(int64_t begin, char* text) {
+    char* rest = nullptr;
+    char* new_path = strtok_r(text, ":\n", &rest);
+    char* old_path = strtok_r(nullptr, ":\n", &rest);
+    if (new_path == nullptr || old_path == nullptr) return;
+    PathCollapse(old_path);
+    renamed_.push_back({HashOf(old_path), begin});
+    if (IsPhotoSharePath(new_path) != 0) last_of_photos_ = begin;
+}
+
+/// Of the lines that rename a path the last one decides.
+bool WaitingRenames::Renames(int64_t begin, const char* path) const {
+    if (path == nullptr) return last_of_photos_ >= begin;
+    const std::string_view text(path);
+    for (size_t end = text.size(); end != 0 && end != std::string_view::npos;
+         end = text.rfind('/', end - 1)) {
+        const uint64_t hash = HashOf(text.substr(0, end));
+        const auto behind = std::upper_bound(renamed_.begin(), renamed_.end(), Renamed{hash, INT64_MAX});
+        if (behind == renamed_.begin()) continue;
+        const Renamed& last = *(behind - 1);
+        if (last.path == hash && last.begin >= begin) return true;
+    }
+    return false;
+}
+
+}  // namespace koli
