@@ -181,9 +181,10 @@ void Composer::PlaceOne(const Move& move) {
         ctl::RenameRefusal(change.path, move.place) == nullptr;
     if (!is_rename && (move.is_aside || !is_tree)) AddLine(is_tree ? 'D' : 'd', move.place);
     if (is_rename) AddLines(ctl::RenameLine(change.path, move.place), 1);
-    const bool is_other_kind = strcasecmp(ExtensionOf(change.path), ExtensionOf(change.old_path)) != 0;
-    if (IsMove(change) && (!is_rename || (!is_tree && is_other_kind)))
-        AddLine(is_tree ? 'A' : 'a', change.path);
+    // Of what was in the bin not everything need be stored.
+    const bool is_new = is_tree ? IsInBin(change.old_path)
+                                : strcasecmp(ExtensionOf(change.path), ExtensionOf(change.old_path)) != 0;
+    if (IsMove(change) && (!is_rename || is_new)) AddLine(is_tree ? 'A' : 'a', change.path);
 }
 
 /// A request for the folder reads everything below it again: right when most of that is new.  Of a large tree
