@@ -213,7 +213,7 @@ std::string LinesOf(Composer* composer, const std::vector<SettledChange>& change
     for (size_t at = 0; (at = lines.find("/volume9/photo")) != std::string::npos;)
         lines.replace(at, 14, "~");
     for (size_t at = 0; (at = lines.find(".koliindexctl-aside-")) != std::string::npos;)
-        lines.replace(at, 20, "=");
+        lines.replace(at, lines.find('-', at + 20) + 1 - at, "=");
     return lines;
 }
 

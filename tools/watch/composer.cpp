@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -87,6 +88,7 @@ void Composer::AddLines(const std::string& lines, int64_t requests) {
 /// whatever stands at which path when the requests are executed.
 void Composer::Add(const std::vector<SettledChange>& changes, SentChanges* sent) {
     std::vector<SettledChange> rest;
+    stamp_ = std::to_string(std::chrono::system_clock::now().time_since_epoch().count());
     for (const SettledChange& change : changes) {
         const std::vector<SettledChange> completed = sent->Complete(change);
         switch (change.kind) {
@@ -151,13 +153,11 @@ void Composer::Lift(const SettledChange& change) {
 }
 
 /// A path for the rows of what moves, directly in the photo share: from there an album can be removed,
-/// however deep it was.  "" outside the share.
+/// however deep it was.  Never the same one twice, as some rows may stay.  "" outside the share.
 std::string Composer::AsidePath(const std::string& path, bool is_tree) const {
     if (IsPhotoSharePath(path.c_str()) == 0) return "";
-    std::string aside = path.substr(0, kShareTopLength) + "/.koliindexctl-aside-";
-    while (Exists(aside + std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(path))))
-        aside += '-';
-    return aside + std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(path));
+    return path.substr(0, kShareTopLength) + "/.koliindexctl-aside-" + stamp_ + "-" +
+           std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(path));
 }
 
 /// Folders before what is in them.
@@ -181,9 +181,10 @@ void Composer::PlaceOne(const Move& move) {
         ctl::RenameRefusal(change.path, move.place) == nullptr;
     if (!is_rename && (move.is_aside || !is_tree)) AddLine(is_tree ? 'D' : 'd', move.place);
     if (is_rename) AddLines(ctl::RenameLine(change.path, move.place), 1);
-    const bool is_other_kind = strcasecmp(ExtensionOf(change.path), ExtensionOf(change.old_path)) != 0;
-    if (IsMove(change) && (!is_rename || (!is_tree && is_other_kind)))
-        AddLine(is_tree ? 'A' : 'a', change.path);
+    // Of what was in the bin not everything need be stored.
+    const bool is_new = is_tree ? IsInBin(change.old_path)
+                                : strcasecmp(ExtensionOf(change.path), ExtensionOf(change.old_path)) != 0;
+    if (IsMove(change) && (!is_rename || is_new)) AddLine(is_tree ? 'A' : 'a', change.path);
 }
 
 /// A request for the folder reads everything below it again: right when most of that is new.  Of a large tree

@@ -44,6 +44,7 @@ class Composer {
     void PlaceOne(const Move& move);
     std::string AsidePath(const std::string& path, bool is_tree) const;
 
+    std::string stamp_;        // of the names of this moment
     std::vector<Move> moves_;  // that have been lifted and not placed yet
     std::string lines_;
     int64_t requests_ = 0;  // ever
