@@ -177,8 +177,12 @@ class Family:
         return self.lines[-1:] == ["R:photo"]
 
     def update(self):
+        """Of pictures alone."""
+        albums = [thing for thing in self.things.values() if thing.is_folder and not thing.asked]
         self.ask("U", P)
         self.lines[-1] = "U:photo"
+        for thing in albums:
+            thing.asked = False
 
     def open_up(self, path, public, description, users):
         """In the photo application, which knows the albums as the last batch has left them."""
