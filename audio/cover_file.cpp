@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "base/media_info.h"
+#include "base/written_file_systems.h"
 #include "platform/koliindex.h"
 
 namespace koli {
@@ -74,6 +75,8 @@ int CoverFileWrite(const char* media_path, int picture_type, int index, int imag
     const int fd = CreateCoverFile(cover_path, site, messages);
     const bool is_saved = fd >= 0 && FillCoverFile(fd, cover_path, media_path, source, site);
     if (!is_saved) unlink(cover_path);
+    struct stat status;
+    if (fd >= 0 && fstat(fd, &status) == 0) FileSystemWritten(status.st_dev, cover_path);
     if (fd >= 0) close(fd);
     return is_saved ? 1 : 0;
 }

@@ -11,11 +11,11 @@
 #include <ctime>
 #include <string>
 
+#include "base/later_renames.h"
 #include "base/open_file.h"
 #include "daemon/queue_line.h"
 #include "index/share_path.h"
 #include "photo/caption.h"
-#include "photo/sweep_hold.h"
 #include "platform/kolidb.h"
 
 namespace koli {
@@ -23,6 +23,7 @@ namespace {
 
 constexpr int kLockAttempts = 100;             // one second in all
 constexpr timespec kLockPause{0, 10'000'000};  // 10 ms
+constexpr const char kRebuildPhoto[] = "R:photo\n";
 constexpr int kBothStores = KOLI_MEDIA_DB | KOLI_PHOTO_DB;
 
 /// The hash of a file's beginning (FNV-1a over its inode number and bytes).
@@ -105,29 +106,45 @@ bool ReadTornLine(FILE* batch, int64_t begin, QueueLine* line, bool is_patient) 
     return true;
 }
 
-/// Whether a line from `begin` on moves something in the photo share.
-bool HasPhotoRename(const char* path, int64_t begin) {
-    const int fd = OpenForReading(path);
+/// Where the lines are that wait behind the one at work.
+struct Waiting {
+    std::string batch;  // opened by this name, the batch has a position of its own
+    int64_t begin;      // of the next line there
+    const char* queue;
+};
+Waiting waiting{"", 0, nullptr};
+
+/// Whether the text of an N line renames `path` or a folder above it; for null, anything in a photo share.
+bool Renames(char* text, const char* path) {
+    char* rest = nullptr;
+    const char* new_path = strtok_r(text, ":\n", &rest);
+    const char* old_path = strtok_r(nullptr, ":\n", &rest);
+    if (new_path == nullptr || old_path == nullptr) return false;
+    if (path == nullptr) return IsPhotoSharePath(new_path) != 0;
+    const size_t length = strlen(old_path);
+    return strncmp(path, old_path, length) == 0 && (path[length] == '\0' || path[length] == '/');
+}
+
+/// Looks through the lines of a file from `begin` on.
+bool HasRename(const char* file, int64_t begin, const char* path) {
+    const int fd = OpenForReading(file);
     if (fd < 0) return false;
-    FILE* const file = fdopen(fd, "r");
-    if (file == nullptr) {
+    FILE* const lines = fdopen(fd, "r");
+    if (lines == nullptr) {
         close(fd);
         return false;
     }
     QueueLine line;
     bool found = false;
-    if (fseeko(file, begin, SEEK_SET) == 0)
-        while (!found && QueueLineRead(file, &line))
-            found = strncmp(line.text, "N:", 2) == 0 && IsPhotoSharePath(line.text + 2) != 0;
-    fclose(file);
+    if (fseeko(lines, begin, SEEK_SET) == 0)
+        while (!found && QueueLineRead(lines, &line))
+            found = strncmp(line.text, "N:", 2) == 0 && Renames(line.text + 2, path);
+    fclose(lines);
     return found;
 }
 
-/// A resync must not take for stale what a request behind it will move: one of this batch, whose next line
-/// begins at `end`, or of the queue.
-bool RenamesWait(FILE* batch, int64_t end, const char* queue) {
-    const std::string again = "/proc/self/fd/" + std::to_string(fileno(batch));
-    return HasPhotoRename(again.c_str(), end) || HasPhotoRename(queue, 0);
+bool IsRenamedByWaiting(const char* path) {
+    return HasRename(waiting.batch.c_str(), waiting.begin, path) || HasRename(waiting.queue, 0, path);
 }
 
 /// What these requests change in the photo database takes effect as a whole.
@@ -150,11 +167,21 @@ void Execute(QueueLine* line, int64_t end, int64_t done_before, Fingerprint* exe
     KOLIDBTick();
 }
 
+/// A picture that the photo database knew already when its rebuild was repeated may have no row in the media
+/// store yet: there the rebuild only adds.
+void RepeatForMediaStore(QueueLine* line) {
+    line->length = static_cast<size_t>(snprintf(line->text, sizeof line->text, "%s", kRebuildPhoto));
+    line->end = QueueLine::kNewline;
+    if ((KOLIDBRefusing() & KOLI_MEDIA_DB) == 0) QueueLineExecute(line, KOLI_MEDIA_DB);
+}
+
 }  // namespace
 
 BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, bool is_patient) {
     const int64_t done_before = is_repeated ? DoneBefore(fileno(batch)) : 0;
     if (done_before < 0) return BatchEnd::kUnread;
+    waiting = {"/proc/self/fd/" + std::to_string(fileno(batch)), 0, queue};
+    LaterRenamesSet(IsRenamedByWaiting);
     Fingerprint executed(fileno(batch));
     QueueLine line;
     do {
@@ -163,8 +190,10 @@ BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, boo
                 return BatchEnd::kHeld;
             if (ferror(batch) != 0) return BatchEnd::kUnread;
             if (KOLIDBRefusing() == kBothStores) return BatchEnd::kRefused;
-            if (line.text[0] == 'R') ResyncSweepHold(RenamesWait(batch, ftello(batch), queue));
-            Execute(&line, ftello(batch), done_before, &executed);
+            waiting.begin = ftello(batch);
+            const bool is_rebuild = strncmp(line.text, kRebuildPhoto, sizeof kRebuildPhoto - 1) == 0;
+            Execute(&line, waiting.begin, done_before, &executed);
+            if (is_rebuild && is_repeated && waiting.begin > done_before) RepeatForMediaStore(&line);
         }
         if (ferror(batch) != 0) return BatchEnd::kUnread;
     } while (!IsReadToItsEnd(batch));

@@ -14,6 +14,7 @@
 #include "base/open_file.h"
 #include "base/passing_error.h"
 #include "base/path_names.h"
+#include "base/written_file_systems.h"
 #include "daemon/batch.h"
 #include "daemon/kept_batch.h"
 #include "photo/caption.h"
@@ -113,6 +114,8 @@ void KeepRefused(const QueueFiles& files) {
 void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
     CaptionRemovalsRun();
     const bool is_synced = KOLIDBSync() == 0;
+    const bool are_shares_synced = WrittenFileSystemsSync();
+    const int share_error = errno;
     if (end == BatchEnd::kUnread) {
         KOLI_LOG("%s (%d) Failed to read the batch to its end. (%s)", strerror(error));
         BatchKeep(files.state, "", strerror(error));
@@ -120,6 +123,8 @@ void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
         BatchKeep(files.state, "", "a writer holds the lock on its last line");
     } else if (KOLIDBRefusing() != 0) {
         KeepRefused(files);
+    } else if (!are_shares_synced) {
+        BatchKeep(files.state, "", strerror(share_error));
     } else {
         if (!is_synced)
             KOLI_LOG("%s (%d) Failed to sync the databases.");  // for good: no repetition would help

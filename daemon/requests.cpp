@@ -93,7 +93,7 @@ void RebuildPhotoLibrary() {
 /// What the resync has found new is in the photo library already, but may be missing in the media store.
 void IndexPhotoShare() {
     char target[kPathSize];
-    if (ShareTargetGet(paths::kPhotoShare, target) == 0) IndexWalk(target, kModeAdd, kWalkMediaStore);
+    if (ShareTargetGet(paths::kPhotoShare, target) == 0) IndexFilesBelow(target);
 }
 
 void Rebuild(RequestArgument argument) {

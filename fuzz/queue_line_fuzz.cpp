@@ -36,6 +36,8 @@ int IndexWalk(const char* path, int mode, int types) {
     return 0;
 }
 
+void IndexFilesBelow(const char*) {}
+
 void IndexTreeAgain(const char* directory) {
     CheckPath(directory);
 }

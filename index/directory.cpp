@@ -47,8 +47,10 @@ bool MayHoldPhotos(const char* top) {
 class TreeWalk {
   public:
     /// In a rebuild, what cannot be looked at or stored now is tried twice, and told to the store as missed.
-    enum Kind { kPlain, kRebuild };
-    TreeWalk(int mode, int types, Kind kind) : mode_(mode), is_rebuild_(kind == kRebuild), wanted_(types) {}
+    /// kFiles leaves the folders themselves alone.
+    enum Kind { kPlain, kRebuild, kFiles };
+    TreeWalk(int mode, int types, Kind kind)
+        : mode_(mode), is_rebuild_(kind == kRebuild), has_folders_(kind != kFiles), wanted_(types) {}
 
     void Run(const char* path);
 
@@ -65,6 +67,7 @@ class TreeWalk {
 
     const int mode_;
     const bool is_rebuild_;
+    const bool has_folders_;
     int wanted_;     // WalkTypes that can come to anything
     int types_ = 0;  // of these, the stores that take changes
     char path_[kPathSize];
@@ -101,7 +104,7 @@ void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
         return;
     }
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
-    if ((types_ & kWalkMediaStore) != 0) Index(true);
+    if (has_folders_ && (types_ & kWalkMediaStore) != 0) Index(true);
     WalkEntries(listing, FolderWayTo(above, listing.device(), listing.inode(), is_link));
     if (listing.error() == 0) return;
     KOLI_LOG("%s (%d) Failed to read directory %s to its end. (%s)", path_, strerror(listing.error()));
@@ -225,6 +228,10 @@ int IndexWalk(const char* path, int mode, int types) {
         KOLI_LOG("%s (%d) Bad parameter.");
     }
     return 0;
+}
+
+void IndexFilesBelow(const char* directory) {
+    TreeWalk(kModeAdd, kWalkMediaStore, TreeWalk::kFiles).Run(directory);
 }
 
 void IndexTreeAgain(const char* directory) {

@@ -13,6 +13,9 @@ namespace koli {
 /// and a directory that is already on the way from the top (links that point upwards).
 int IndexWalk(const char* path, int mode, int types);
 
+/// Adds the files of a tree, not its folders, to the media store.
+void IndexFilesBelow(const char* directory);
+
 /// Brings the media store's rows at and below an existing directory into step with it: what is there is
 /// stored anew, and what was not stored is removed at the end.  Below a folder that could not be read to its
 /// end nothing is removed, and nothing at all when the store refuses meanwhile, or `directory` is no longer

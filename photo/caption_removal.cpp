@@ -1,11 +1,14 @@
 #include "photo/caption_removal.h"
+#include "base/written_file_systems.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
+#include "photo/absence.h"
 #include "photo/caption.h"
 #include "platform/kolidb.h"
 
@@ -15,7 +18,10 @@ namespace {
 struct Waiting {
     char* path;  // from malloc
     CaptionIdentity identity;
+    int tries;  // that have failed
 };
+
+constexpr int kMostTries = 3;
 
 /// A walk inside a unit may read any number of captions.
 constexpr size_t kMostWaiting = 1024;
@@ -32,9 +38,14 @@ bool IsSame(const CaptionIdentity& left, const CaptionIdentity& right) {
            IsSameTime(left.mtime, right.mtime) && IsSameTime(left.ctime, right.ctime);
 }
 
-void RemoveRead(const Waiting& file) {
+/// False when it may be there still.
+bool RemoveRead(const Waiting& file) {
     struct stat status;
-    if (lstat(file.path, &status) == 0 && IsSame(CaptionIdentityOf(status), file.identity)) unlink(file.path);
+    if (lstat(file.path, &status) != 0) return MeansAbsent(errno);
+    if (!IsSame(CaptionIdentityOf(status), file.identity)) return true;
+    if (unlink(file.path) != 0) return false;
+    FileSystemWritten(status.st_dev, file.path);
+    return true;
 }
 
 }  // namespace
@@ -46,18 +57,24 @@ CaptionIdentity CaptionIdentityOf(const struct stat& status) {
 void CaptionRemovalAdd(const char* path, const CaptionIdentity& identity) {
     if (waiting_count == kMostWaiting) return;
     char* copy = strdup(path);
-    if (copy != nullptr) waiting[waiting_count++] = {copy, identity};
+    if (copy != nullptr) waiting[waiting_count++] = {copy, identity, 0};
 }
 
 void CaptionRemovalsRun() {
     if (waiting_count == 0) return;
     const int hardened = PhotoDBHarden();
     if (hardened > 0) return;
-    for (; waiting_count > 0; --waiting_count) {
-        const Waiting& file = waiting[waiting_count - 1];
-        if (hardened == 0) RemoveRead(file);
-        free(file.path);
+    size_t kept = 0;
+    for (size_t i = 0; i < waiting_count; ++i) {
+        const Waiting& file = waiting[i];
+        const bool is_done = hardened < 0 || RemoveRead(file) || file.tries + 1 == kMostTries;
+        if (is_done) {
+            free(file.path);
+        } else {
+            waiting[kept++] = {file.path, file.identity, file.tries + 1};
+        }
     }
+    waiting_count = kept;
 }
 
 }  // namespace koli

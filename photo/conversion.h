@@ -17,8 +17,8 @@ int WriteThumbQueue(const char* entry, const char* queue);
 /// that do not run (logged), get nothing.
 void ConversionRequest(const char* path, int flags);
 
-/// Runs the video converter on `path` and waits for it.  It is handed regular files only: a FIFO named like a
-/// film would hold it up, and with it the queue.  Anything else gets nothing.
+/// Runs the video converter on `path` and waits for it.  Of what exists it is handed regular files only: a
+/// FIFO named like a film would hold it up, and with it the queue.  It is told of what is gone.
 void FlvConvert(const char* path);
 
 }  // namespace koli

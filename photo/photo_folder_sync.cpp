@@ -14,8 +14,6 @@
 #include "photo/photo_resync.h"
 #include "photo/sql_text.h"
 #include "platform/kolidb.h"
-#include "platform/kolisdk.h"
-#include "platform/paths.h"
 
 namespace koli {
 namespace {

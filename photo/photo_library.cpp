@@ -17,7 +17,6 @@
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
-#include "platform/paths.h"
 
 namespace koli {
 namespace {

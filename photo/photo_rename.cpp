@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/later_renames.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "index/directory.h"
@@ -94,26 +95,25 @@ int IndexWithoutRows(const NewPath& to) {
 }
 
 /// Writes to `moved` where the row goes; false for a row that stays where it is, such as that of a neighbour
-/// whose name only begins like the old one ("Trip 2" beside "Trip") and whose file is, or may be, there.
+/// whose name only begins like the old one ("Trip 2" beside "Trip") and whose file is, or may be, there, or
+/// is renamed by a later request.
 bool MovedPath(const char* row_path, const char* new_path, const char* old_path, char (&moved)[kPathSize]) {
     const char* found = row_path != nullptr ? strstr(row_path, old_path) : nullptr;
     if (found == nullptr) return false;
     const char* rest = found + strlen(old_path);
-    if (*rest != '\0' && *rest != '/' && KLIBPathLook(row_path) != KLIB_PATH_ABSENT) return false;
+    const bool is_neighbour = *rest != '\0' && *rest != '/';
+    if (is_neighbour && (KLIBPathLook(row_path) != KLIB_PATH_ABSENT || IsRenamedLater(row_path)))
+        return false;
     const int length = snprintf(moved, sizeof moved, "%s%s", new_path, rest);
     return length >= 0 && static_cast<size_t>(length) < sizeof moved;
 }
 
-int MoveDescription(KOLIDB* db, int table, const char* row_path, const char* moved) {
-    const SqlText to = QuoteText(moved, LogSite(kModule));
-    const SqlText from = QuoteText(row_path, LogSite(kModule));
-    if (to == nullptr || from == nullptr) return -1;
-    const SqlText sql =
-        table == KOLI_VIDEO_DESC
-            ? FormatSql(LogSite(kModule), "Update video_desc set path = '%s' where path = '%s'", to.get(),
-                        from.get())
-            : FormatSql(LogSite(kModule), "Update video_comment set path = '%s' where path = '%s'", to.get(),
-                        from.get());
+/// Runs `format` with both paths in quotes.
+int ExecWithPaths(KOLIDB* db, const char* format, const char* first, const char* second) {
+    const SqlText quoted_first = QuoteText(first, LogSite(kModule));
+    const SqlText quoted_second = QuoteText(second, LogSite(kModule));
+    if (quoted_first == nullptr || quoted_second == nullptr) return -1;
+    const SqlText sql = FormatSql(LogSite(kModule), format, quoted_first.get(), quoted_second.get());
     if (sql == nullptr) return -1;
     KOLIDBResult* result = nullptr;
     if (KOLIDBExecute(db, sql.get(), &result) == -1) {
@@ -121,6 +121,33 @@ int MoveDescription(KOLIDB* db, int table, const char* row_path, const char* mov
         return -1;
     }
     return 0;
+}
+
+bool HasDescription(const char* path) {
+    const SqlText name = QuoteText(path, LogSite(kModule));
+    const SqlText where = name != nullptr ? FormatSql(LogSite(kModule), "path = '%s'", name.get()) : nullptr;
+    const SqlRows rows = where != nullptr ? OpenPaths(KOLI_VIDEO_DESC, where.get()) : nullptr;
+    return rows != nullptr && rows->row_count > 0;
+}
+
+/// A video has one description: that of whatever was at the new path gives way, unless the old path is in use
+/// again, for then the rename may have been done before.
+int MoveDescription(KOLIDB* db, const char* row_path, const char* moved) {
+    if (HasDescription(moved)) {
+        if (KLIBPathLook(row_path) != KLIB_PATH_ABSENT) return 0;
+        if (ExecWithPaths(db, "Delete from video_desc where path = '%s' and path <> '%s'", moved, row_path) !=
+            0)
+            return -1;
+    }
+    return ExecWithPaths(db, "Update video_desc set path = '%s' where path = '%s'", moved, row_path);
+}
+
+int MoveText(KOLIDB* db, int table, const char* row_path, const char* moved) {
+    if (table == KOLI_VIDEO_COMMENT)
+        return ExecWithPaths(db, "Update video_comment set path = '%s' where path = '%s'", moved, row_path);
+    PhotoDBUnitBegin();
+    const int result = MoveDescription(db, row_path, moved);
+    return PhotoDBUnitEnd(result == 0 ? 1 : 0) == 0 ? result : -1;
 }
 
 }  // namespace
@@ -158,7 +185,7 @@ int VideoDescPathRename(int table, const char* new_path, const char* old_path) {
         const char* row_path = KOLIDBFetchField(rows->result, rows->row, "path");
         char moved[kPathSize];
         if (!MovedPath(row_path, new_path, old_path, moved)) continue;
-        if (MoveDescription(rows->db, table, row_path, moved) != 0) return -1;
+        if (MoveText(rows->db, table, row_path, moved) != 0) return -1;
     }
     return 0;
 }

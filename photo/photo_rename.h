@@ -12,9 +12,9 @@ int PhotoPathRename(const char* new_path, const char* old_path, int is_directory
 
 /// Moves what people have written about videos, in table 1 (KOLI_VIDEO_DESC) or 2 (KOLI_VIDEO_COMMENT), from
 /// every path that begins with the old one to the new one, neighbours' as above excepted.  A row whose new
-/// path would not fit into 4095 bytes keeps its own.  Stops at the first row that the database refuses;
-/// earlier ones stay moved.  Returns 0, or -1 for bad arguments and failures (logged) and when there are no
-/// rows.
+/// path would not fit into 4095 bytes keeps its own.  A description at the new path gives way, unless the old
+/// file is there again.  Stops at the first row that the database refuses; earlier ones stay moved.  Returns
+/// 0, or -1 for bad arguments and failures (logged) and when there are no rows.
 int VideoDescPathRename(int table, const char* new_path, const char* old_path);
 
 }  // namespace koli

@@ -77,7 +77,10 @@ void TreeResync::VisitEntry(const dirent& entry, const FolderWay& way) {
 }
 
 bool TreeResync::MayFollow(const FolderWay& way) {
-    return links_.MayFollow(way);
+    if (links_.MayFollow(way)) return true;
+    if (links_.IsFirstLeftOut())
+        KOLI_LOG("%s (%d) Too many links below links: %s and those after it are not followed.", path_.text());
+    return false;
 }
 
 int TargetGet(char (&target)[kPathSize]) {

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "photo/sweep_hold.h"
+#include "base/later_renames.h"
 #include "platform/kolidb.h"
 
 namespace koli {
@@ -92,7 +92,7 @@ bool ResyncGuard::HasLostVolume() const {
 
 bool ResyncGuard::MaySweep() {
     if (IsStopped() || !is_complete_ || has_moved_) return false;
-    if (IsResyncSweepHeld()) {
+    if (IsRenamedLater(nullptr)) {
         LogError("%s (%d) Renames wait in the queue. What is stale waits for the next time.", site_.module,
                  site_.line);
         return false;

@@ -8,6 +8,9 @@
 int koli::IndexOnePath(const char* path, int mode) {
     return test::Record(__func__, path, mode);
 }
+void koli::IndexFilesBelow(const char* directory) {
+    test::Record(__func__, directory);
+}
 void koli::IndexTreeAgain(const char* directory) {
     test::Record(__func__, directory);
 }

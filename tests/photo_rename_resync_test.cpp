@@ -1,9 +1,9 @@
 // Photo rows follow renames and leave their neighbours alone; a resync deletes what is gone and nothing else.
+#include "base/later_renames.h"
 #include "photo/folder_listing.h"
 #include "photo/photo_rename.h"
 #include "photo/photo_resync.h"
 #include "photo/photo_share.h"
-#include "photo/sweep_hold.h"
 #include "tests/photo_sandbox.h"
 
 namespace koli::test {
@@ -134,6 +134,15 @@ TEST_F(PhotoRename, TextsOfVideosMoveByTheFirstOccurrence) {
               (Texts{to + In("x") + "/v.avi", "/other", In("x/") + tail, to + "/it's", to + "3/v.avi", there,
                      In("x4/v.avi")}));
     EXPECT_EQ(VideoDescPathRename(2, to.c_str(), In("none").c_str()), -1);
+
+    // A description gives way to that of the video that has been moved over its own.
+    MakeFile("b.mp4");
+    for (const char* video : {"a.mp4", "b.mp4"})
+        PhotoDBExec(
+            ("INSERT INTO video_desc (path, title) VALUES ('" + In(video) + "', '" + video + "')").c_str());
+    EXPECT_EQ(VideoDescPathRename(1, In("a.mp4").c_str(), In("b.mp4").c_str()), 0);  // done before
+    EXPECT_EQ(VideoDescPathRename(1, In("b.mp4").c_str(), In("a.mp4").c_str()), 0);
+    EXPECT_EQ(Photo("SELECT path || title AS v FROM video_desc"), Texts{In("b.mp4a.mp4")});
     EXPECT_EQ(VideoDescPathRename(3, to.c_str(), In("x").c_str()), -1);
 }
 
@@ -200,7 +209,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
     const std::pair<const char*, std::function<void()>> events[] = {
         {"", [] {}},
         {"the metadata folder alone", [this] { MakeDir("Trip/@eaDir"), usleep(20'000); }},
-        {"a rename waits", [] { ResyncSweepHold(true); }},
+        {"a rename waits", [] { LaterRenamesSet([](const char* path) { return path == nullptr; }); }},
         {"out of a folder", [this] { std::filesystem::rename(In("Trip/a.jpg"), volume_.Path("out")); }},
         {"into a folder", [this] { std::filesystem::rename(volume_.Path("out"), In("Trip/a.jpg")); }},
         {"a folder", [this] { std::filesystem::rename(In("Trip"), In("Trap")); }},
@@ -216,7 +225,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         meanwhile = event;
         const bool is_move = what[0] != '\0' && what[4] != 'm';
         EXPECT_EQ(Swept(), is_move ? "1 1" : "0 0");
-        ResyncSweepHold(false);
+        LaterRenamesSet(nullptr);
         if (what == "a folder"s) std::filesystem::rename(In("Trap"), In("Trip"));
     }
     PhotoDBSettingSet("photo_device", "1");  // empty, and elsewhere than it was swept last

@@ -78,7 +78,6 @@ int koli::IndexWalk(const char* path, int mode, int types) {
 }
 
 void koli::ConversionRequest(const char*, int) {}
-
 void koli::FlvConvert(const char*) {}
 
 int koli::IsRecycleBinPath(const char* path) {

@@ -246,9 +246,7 @@ void Scene::Pass(int64_t milliseconds) {
     fold_.Settle(now_);
     now_ += milliseconds;
     fold_.Settle(now_);
-    for (const SettledChange& change : pending_.TakeDue(now_))
-        for (const SettledChange& asked : sent_.Complete(change))
-            composer_.Add(asked);
+    composer_.Add(pending_.TakeDue(now_), &sent_);
     const std::string lines = composer_.TakeLines();
     log += lines;
     queue_ += lines;

@@ -16,7 +16,8 @@ namespace {
 using Texts = std::vector<std::string>;
 
 Texts TextsOf(const std::vector<SettledChange>& changes) {
-    constexpr const char* kNames[] = {"a ", "A ", "burst ", "d ", "D ", "n ", "N ", "compare "};
+    constexpr const char* kNames[] = {"a ", "A ",    "burst ", "d ",     "D ",      "n ",
+                                      "N ", "drop ", "stay ",  "album ", "compare "};
     Texts texts;
     for (const SettledChange& change : changes)
         texts.push_back(kNames[change.kind] +
@@ -111,7 +112,7 @@ TEST_F(WatchTest, AFileIsAskedForOnceItIsComplete) {
 TEST_F(WatchTest, RenamesOfFilesKeepWhatIsStored) {
     Move(one_, "a.mp3", two_, "b.mp3");
     Move(two_, "b.mp3", two_, "c.mp3");
-    EXPECT_EQ(After(kQuiet), (Texts{"n /v/m/two/b.mp3 /v/m/one/a.mp3", "n /v/m/two/c.mp3 /v/m/two/b.mp3"}));
+    EXPECT_EQ(After(kQuiet), (Texts{"n /v/m/two/c.mp3 /v/m/one/a.mp3", "d /v/m/two/b.mp3"}));
     Write(one_, "a.mp3");
     Move(one_, "a.mp3", one_, "b.mp3");
     EXPECT_EQ(After(kQuiet), (Texts{"n /v/m/one/b.mp3 /v/m/one/a.mp3", "a /v/m/one/b.mp3"}));
@@ -130,8 +131,8 @@ TEST_F(WatchTest, FoldersMoveAndGoWithWhatIsInThem) {
     Write(one_, "a.mp3");
     Move(one_, "b.mp3", one_, "c.mp3");
     Move(top_, "uno", two_, "ein", IN_ISDIR);
-    EXPECT_EQ(After(kQuiet), (Texts{"N /v/m/uno /v/m/one", "n /v/m/uno/c.mp3 /v/m/uno/b.mp3",
-                                    "N /v/m/two/ein /v/m/uno", "a /v/m/two/ein/a.mp3"}));
+    EXPECT_EQ(After(kQuiet), (Texts{"N /v/m/two/ein /v/m/one", "n /v/m/two/ein/c.mp3 /v/m/one/b.mp3",
+                                    "D /v/m/uno", "a /v/m/two/ein/a.mp3"}));
     const FolderId deep = tree_.Add(one_, "x");
     Note(IN_MOVED_FROM | IN_ISDIR, two_, "ein", 77);
     Write(deep, "late.mp3");
@@ -198,33 +199,51 @@ TEST_F(WatchTest, AShareThatVanishesIsNotDeleted) {
     Move(two_, "moved.mp3", mount, "moved.mp3");
     Move(top_, "one", mount, "one", IN_ISDIR);
     Note(IN_UNMOUNT, mount, "");
-    EXPECT_EQ(After(kQuiet), (Texts{"d /v/m/two/moved.mp3", "D /v/m/one"}));
+    EXPECT_EQ(After(kQuiet), (Texts{"stay /v/m/two/disk/x", "stay /v/m/two/disk/b.mp3",
+                                    "drop /v/m/two/moved.mp3", "D /v/m/one"}));
     EXPECT_EQ(tree_.Find(two_, "disk"), kNoFolder);
     EXPECT_TRUE(pending_.empty());
 }
 
+/// With "~" for the photo share.
+std::string LinesOf(Composer* composer, const std::vector<SettledChange>& changes) {
+    SentChanges sent;
+    composer->Add(changes, &sent);
+    std::string lines = composer->TakeLines();
+    for (size_t at = 0; (at = lines.find("/volume9/photo")) != std::string::npos;)
+        lines.replace(at, 14, "~");
+    for (size_t at = 0; (at = lines.find(".koliindexctl-aside-")) != std::string::npos;)
+        lines.replace(at, 20, "=");
+    return lines;
+}
+
 TEST(ComposerTest, WhatNoRequestCanCarryIsLookedForInItsFolder) {
     Composer composer;
-    composer.Add({SettledChange::kAddFile, "/v/m/a\nb.mp3"});
-    EXPECT_EQ(composer.lines(), "");
+    EXPECT_EQ(LinesOf(&composer, {{SettledChange::kAddFile, "/v/m/a\nb.mp3"}}), "");
     EXPECT_EQ(composer.TakeCompares(), Texts{"/v/m"});
 }
 
-TEST(ComposerTest, AnAlbumNeverMeetsAnotherOne) {
+TEST(ComposerTest, WhatMovesMeetsNothingThatIsStored) {
     Composer composer;
-    for (const char* old : {"/volume9/photo/a", "/volume9/photo/a/b/c", "/volume9/music/a"})
-        composer.Add({SettledChange::kMoveTree, std::string(old) + "2", old});
-    composer.Add({SettledChange::kRemoveTree, "/volume9/photo/a"});
-    composer.Add({SettledChange::kMoveFile, "/volume9/photo/#recycle/a.jpg", "/volume9/photo/a.jpg"});
-    composer.Add({SettledChange::kAddTree, "/volume9/photo/#recycle/a"});
-    std::string lines = composer.TakeLines();
-    for (size_t at = 0; (at = lines.find("/volume9/photo")) != std::string::npos;)
-        lines.replace(at, 14, "~");
-    EXPECT_EQ(lines,
-              "N:~/.koliindexctl-aside:~/a\nN:~/a2:~/.koliindexctl-aside\nD:~/a\n"
-              "N:~/a/b/c2:~/a/b/c\nD:~/a/b/c\nN:/volume9/music/a2:/volume9/music/a\nD:/volume9/music/a\n"
-              "N:~/.koliindexctl-aside:~/a\nD:~/a\nD:~/.koliindexctl-aside\n"
-              "N:~/.koliindexctl-aside.jpg:~/a.jpg\nN:~/#recycle/a.jpg:~/.koliindexctl-aside.jpg\n");
+    const std::string share = "/volume9/photo";
+    MoveJournal journal;
+    const auto move = [&](const char* from, const char* to,
+                          SettledChange::Kind kind = SettledChange::kMoveTree) {
+        journal.Moved(kind, share + to, share + from, 0);
+    };
+    move("/a", "/t"), move("/b", "/a"), move("/t", "/b");
+    EXPECT_EQ(LinesOf(&composer, journal.Take()),
+              "N:~/=0:~/a\nD:~/a\nN:~/=1:~/b\nD:~/b\nN:~/=2:~/t\nD:~/t\nN:~/a:~/=1\nN:~/b:~/=0\nD:~/=2\n");
+    move("/a", "/t"), move("/t/s", "/s"), move("/t/c.jpg", "/#recycle/c.jpg", SettledChange::kMoveFile);
+    journal.Removed(share + "/t", 0);
+    EXPECT_EQ(LinesOf(&composer, journal.Take()),
+              "N:~/=0:~/a\nD:~/a\nN:~/=1:~/=0/s\nD:~/a/s\nN:~/=2.jpg:~/=0/c.jpg\nN:~/=3:~/t\nD:~/t\n"
+              "N:~/#recycle/c.jpg:~/=2.jpg\nD:~/=0\nN:~/s:~/=1\nD:~/=3\n");
+    EXPECT_EQ(LinesOf(&composer, {{SettledChange::kMoveTree, "/v/b", "/v/a"},
+                                  {SettledChange::kRemoveTree, "/v/c"},
+                                  {SettledChange::kMoveTree, share + "/n", "/v/d"},
+                                  {SettledChange::kAddTree, share + "/#recycle/x"}}),
+              "D:/v/a\nD:/v/c\nD:/v/d\nN:/v/b:/v/a\nA:~/n\n");
 }
 
 TEST(SentChangesTest, WhatTheDaemonCannotHaveFoundIsAskedForAgain) {

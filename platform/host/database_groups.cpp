@@ -13,6 +13,8 @@ namespace {
 constexpr const char kModule[] = "kolidb";
 constexpr int kGroupWrites = 256;
 constexpr int64_t kGroupAgeMs = 500;
+constexpr int64_t kBusyMs = 500;  // with the age of a group, less than others wait for a lock
+constexpr int64_t kGapMs = 120;
 constexpr int kHeldWaitMs = 200;  // for a lock while the other database has an open unit
 constexpr int kUnitsMax = 64;
 constexpr const char kStoreNote[] =
@@ -72,6 +74,20 @@ int Database::Failed(const char* what, int line) {
 
 // ---- Groups
 
+/// Other programs that wait for the lock look for it every now and then, every tenth of a second at last:
+/// between groups that follow each other at once they would never find it free.
+void Database::LeaveGap() {
+    const int64_t now = CoarseNowMs();
+    const int64_t gap = now - group_ended_;
+    if (gap < kGapMs && now - busy_since_ < kBusyMs) return;
+    busy_since_ = now;
+    if (gap >= kGapMs || !sql_->HasCompany()) return;
+    FlushAllBut(*this);
+    const timespec pause{0, (kGapMs - gap) * 1'000'000};
+    nanosleep(&pause, nullptr);
+    busy_since_ = CoarseNowMs();
+}
+
 bool Database::BeginTransaction() {
     sql_->WaitForLocks(0);
     int result = sql_->Execute("BEGIN IMMEDIATE");
@@ -87,6 +103,7 @@ bool Database::BeginGroup() {
     if (IsRefusing()) return false;
     if (IsGroupOpen()) return true;
     if (!IsFree() || !DropUnusable() || !Open()) return false;
+    LeaveGap();
     if (!BeginTransaction()) {
         Failed("begin a group of");
         return false;
@@ -107,6 +124,7 @@ bool Database::StoreNote() {
 }
 
 int Database::Commit() {
+    group_ended_ = CoarseNowMs();
     const bool wrote = sql_->TotalChanges() != group_changes_;
     if ((wrote && !StoreNote()) || sql_->Execute("COMMIT") < 0) {
         Failed("commit to");

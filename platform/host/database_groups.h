@@ -73,6 +73,7 @@ class Database {
     bool DropUnusable();
     bool BeginGroup();
     bool BeginTransaction();
+    void LeaveGap();
     int Commit();
     bool StoreNote();
     int CountWrite(int affected);
@@ -90,6 +91,8 @@ class Database {
     std::string refusal_;              // '' = takes changes
     int64_t retry_at_ = 0;             // ms; no attempt to open it before this time, 0 = none failed
     int64_t group_began_ = 0;          // ms
+    int64_t group_ended_ = 0;          // ms
+    int64_t busy_since_ = 0;           // ms; groups have followed each other without a gap since then
     int group_writes_ = 0;             // statements run in the open group
     int64_t group_changes_ = 0;        // the connection's changes when the group was opened
     int units_ = 0;                    // units that are open, one in the other

@@ -3,11 +3,13 @@
 #include <sqlite3.h>
 #include <strings.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -19,6 +21,7 @@ namespace koli::host {
 namespace {
 
 constexpr int kLogPauseMs = 5;
+constexpr int kSyncAttempts = 2;
 
 constexpr const char kCountUnused[] = "PRAGMA freelist_count";
 
@@ -38,10 +41,22 @@ void* MapForThisProcessOnly(void* address, size_t size, int protection, int flag
     return area;
 }
 
-void KeepMappingsFromChildren() {
+int read_error = 0;  // errno of the last read that failed; set to 0 before each statement
+
+/// pread() for the engine, which takes a disk that does not answer for a damaged file.
+ssize_t ReadAndNote(int file, void* bytes, size_t length, off_t offset) {
+    const ssize_t count = pread(file, bytes, length, offset);
+    if (count < 0 && errno != EINTR) read_error = errno;
+    return count;
+}
+
+void TakeOverSystemCalls() {
     sqlite3_vfs* files = sqlite3_vfs_find(nullptr);
     if (files == nullptr || files->iVersion < 3) return;
     files->xSetSystemCall(files, "mmap", reinterpret_cast<sqlite3_syscall_ptr>(MapForThisProcessOnly));
+    for (const char* name : {"pread", "pread64"})
+        if (files->xGetSystemCall(files, name) != nullptr)
+            files->xSetSystemCall(files, name, reinterpret_cast<sqlite3_syscall_ptr>(ReadAndNote));
 }
 
 bool IsOnlyBlank(const char* text, const char* end) {
@@ -84,8 +99,10 @@ void SqlStatement::Real(int index, double value) {
 
 std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, std::string* error,
                                bool* passes) {
-    KeepMappingsFromChildren();
+    TakeOverSystemCalls();
+    read_error = 0;
     std::unique_ptr<Sql> sql(new Sql(changed));
+    sql->file_ = file;
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(file.c_str(), &sql->db_, kFlags, nullptr) != SQLITE_OK) {
         sql->Fail();
@@ -158,6 +175,7 @@ int Sql::OnAuthorize(void* self, int action, const char* table, const char*, con
 
 std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags) {
     prepared_table_.clear();
+    read_error = 0;
     sqlite3_stmt* handle = nullptr;
     const char* tail = nullptr;
     if (text.size() > INT_MAX || sqlite3_prepare_v3(db_, text.data(), static_cast<int>(text.size()), flags,
@@ -183,6 +201,7 @@ SqlStatement* Sql::Kept(const char* text) {
 int Sql::Run(SqlStatement& statement) {
     const int64_t before = TotalChanges();
     int code = 0;
+    read_error = 0;
     do {
         code = sqlite3_step(statement.handle_);
     } while (code == SQLITE_ROW);
@@ -204,6 +223,7 @@ int Sql::Execute(std::string_view text) {
 }
 
 bool Sql::ExecuteScript(const std::string& script) {
+    read_error = 0;
     if (sqlite3_exec(db_, script.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK) return true;
     Fail();
     return false;
@@ -259,14 +279,36 @@ bool Sql::FileMoved() const {
     return sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &moved) == SQLITE_OK && moved != 0;
 }
 
+/// Every connection holds a lock on its log's index as long as it lives.  Asking for that lock would mean to
+/// open and close the index, which would drop the locks that this process holds on it: so the kernel's list
+/// is read.
+bool Sql::HasCompany() const {
+    struct stat status;
+    const std::unique_ptr<FILE, decltype(&fclose)> locks(fopen("/proc/locks", "re"), &fclose);
+    if (locks == nullptr || stat((file_ + "-shm").c_str(), &status) != 0) return true;
+    char line[256];
+    while (fgets(line, sizeof line, locks.get()) != nullptr) {
+        // "1: POSIX  ADVISORY  READ 4711 fd:01:262157 128 128"
+        int pid = 0;
+        unsigned long inode = 0;
+        if (sscanf(line, "%*d: %*s %*s %*s %d %*x:%*x:%lu", &pid, &inode) == 2 && inode == status.st_ino &&
+            pid != getpid())
+            return true;
+    }
+    return false;
+}
+
 bool Sql::SyncLog() {
     // The engine's own descriptor: opening and closing a database file here would drop the locks that this
     // process holds on it.  The first sync of a log also syncs its directory.
     sqlite3_file* log = nullptr;
     sqlite3_file_control(db_, "main", SQLITE_FCNTL_JOURNAL_POINTER, static_cast<void*>(&log));
     if (log == nullptr || log->pMethods == nullptr) return true;
-    const int code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY);
-    if (code == SQLITE_OK) return true;
+    int code = SQLITE_OK;
+    for (int attempt = 0; attempt < kSyncAttempts; ++attempt) {
+        code = log->pMethods->xSync(log, SQLITE_SYNC_NORMAL | SQLITE_SYNC_DATAONLY);
+        if (code == SQLITE_OK) return true;
+    }
     error_ = sqlite3_errstr(code);
     error_code_ = code;
     return false;
@@ -290,6 +332,9 @@ void Sql::Fail() {
     error_ = db_ != nullptr ? sqlite3_errmsg(db_) : "out of memory";
     error_code_ = db_ != nullptr ? sqlite3_errcode(db_) : SQLITE_NOMEM;
     error_number_ = db_ != nullptr ? sqlite3_system_errno(db_) : ENOMEM;
+    if (error_code_ != SQLITE_CORRUPT && error_code_ != SQLITE_NOTADB) return;
+    error_number_ = read_error;
+    if (read_error != 0) error_ = std::string("the file could not be read: ") + strerror(read_error);
 }
 
 bool Sql::FailAs(const char* reason) {
@@ -318,6 +363,8 @@ bool Sql::FailedForNow() const {
         case SQLITE_NOMEM:
         case SQLITE_INTERRUPT:
             return true;
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
         case SQLITE_CANTOPEN:
         case SQLITE_READONLY:
             return error_number_ != 0 && IsPassingError(error_number_);

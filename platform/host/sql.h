@@ -92,6 +92,9 @@ class Sql {
     int64_t TotalChanges() const;  ///< rows changed since the connection was opened
     bool FileMoved() const;        ///< the file is no longer what its path names
 
+    /// Whether another process has the database open; true when that cannot be told.
+    bool HasCompany() const;
+
     /// Gives unused pages back, some at a time, so that other writers wait for none of it.  A database that
     /// was not made for that is rewritten once, as a whole.
     bool Vacuum();
@@ -123,6 +126,7 @@ class Sql {
                            const char* database, const char* trigger);
 
     sqlite3* db_ = nullptr;
+    std::string file_;
     ChangeListener changed_;
     std::unordered_map<const char*, std::unique_ptr<SqlStatement>> kept_;
     std::string prepared_table_;  // set by OnAuthorize while a statement is prepared

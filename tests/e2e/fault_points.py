@@ -5,6 +5,7 @@ import errno
 import glob
 import hashlib
 import os
+import re
 import shutil
 import sqlite3
 import subprocess
@@ -15,6 +16,7 @@ from harness import appliance, hand_over
 from tracer import KILL, Hook, Tracer
 
 P, V, M = "/volume1/photo", "/volume1/video", "/volume1/music"
+LINKS = "/var/services"
 SAME_FILE = "/var/queue"  # a batch that a disk brings back is the same file, by its inode
 ROOTS = (appliance.STORE, "/var/spool", P, V, M)
 PICTURES = [f"photo/Family/IMG_300{number}.jpg" for number in range(3)]
@@ -279,7 +281,7 @@ def errors(name, arguments):
 
 
 def touches(paths):
-    return any(path.startswith(("/var/lib/koli", "/var/spool", "/volume1", "/var/services")) for path in paths)
+    return any(path.startswith(("/var/lib/koli", "/var/spool", "/volume1", LINKS)) for path in paths)
 
 
 class Points:
@@ -347,13 +349,14 @@ class Points:
         return f"call {number} {name}({', '.join(paths)})"
 
     def judge(self, asked_again=()):
-        """Until nothing waits any more, then the differences; those of a file that could not be read after it is asked
-        for again."""
+        """Until nothing waits any more, then the differences. What could not be read, or whose caption or cover could
+        not, may be asked for again first."""
         if is_waiting():
             work_off(self.binary)
         found = differences(self.expected, outcome())
         if found and asked_again:
-            appliance.enqueue([f"a:{path}" for path in asked_again if path.endswith((".mp3", ".jpg"))])
+            files = [re.sub("/@eaDir/([^/]+).*", r"/\1", path) for path in asked_again]
+            appliance.enqueue([f"a:{path}" for path in files if path.endswith((".mp3", ".jpg"))])
             self.sync()
             found = differences(self.synced, outcome())
         return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
@@ -370,7 +373,7 @@ class Points:
         end = Tracer(self.binary, Blow(number, error)).run()
         if end is not None:
             return what, [f"the daemon ended: {end}"]
-        return what, self.judge([path for path in self.calls[number][1] if path.startswith("/volume1")])
+        return what, self.judge([path for path in self.calls[number][1] if path.startswith(("/volume1", LINKS))])
 
     def cut(self, kept):
         restore(self.disk.state(kept))

@@ -13,7 +13,7 @@ from harness import appliance
 from tracer import Hook, Tracer
 
 SAMPLE = 5  # points of each kind and batch
-FILES, FILE_TAKES, LONGEST_LOCK = 14, 0.15, 1.2  # seconds
+FILES, FILE_TAKES, LONGEST_LOCK = 20, 0.1, 1.2  # seconds
 
 
 class Faults(harness.DaemonTest):

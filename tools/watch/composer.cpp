@@ -11,7 +11,6 @@
 #include "index/share_path.h"
 #include "photo/album_name.h"
 #include "tools/ctl/context.h"
-#include "tools/ctl/media_kinds.h"
 #include "tools/ctl/request_line.h"
 
 namespace koli::watch {
@@ -26,10 +25,8 @@ bool IsInBin(const std::string& path) {
     return IsRecycleBinPath(path.c_str()) != 0;
 }
 
-/// One of the photo share's first two levels.
-bool IsAlbum(const std::string& path) {
-    return IsPhotoSharePath(path.c_str()) != 0 && path.size() > kShareTopLength &&
-           std::count(path.begin() + kShareTopLength + 1, path.end(), '/') <= 1;
+bool IsTopAlbum(const std::string& path) {
+    return IsPhotoSharePath(path.c_str()) != 0 && path.rfind('/') == kShareTopLength;
 }
 
 const char* ExtensionOf(const std::string& path) {
@@ -37,11 +34,16 @@ const char* ExtensionOf(const std::string& path) {
     return dot != std::string::npos ? path.c_str() + dot : "";
 }
 
-/// The photo library has rows of what lies in the photo share only, and a rename request neither makes nor
-/// removes them where one path is outside.
-bool IsNoRename(const SettledChange& move) {
-    return IsPhotoSharePath(move.path.c_str()) != IsPhotoSharePath(move.old_path.c_str()) ||
-           ctl::RenameRefusal(move.path, move.old_path) != nullptr;
+bool IsMove(const SettledChange& change) {
+    return !change.old_path.empty();
+}
+
+bool IsTree(const SettledChange& change) {
+    return change.kind == SettledChange::kMoveTree || change.kind == SettledChange::kRemoveTree;
+}
+
+const std::string& StoredPath(const SettledChange& change) {
+    return IsMove(change) ? change.old_path : change.path;
 }
 
 /// True when a walk of the tree meets more than `limit` entries.
@@ -80,80 +82,108 @@ void Composer::AddLines(const std::string& lines, int64_t requests) {
     requests_ += requests;
 }
 
-void Composer::Add(const SettledChange& change) {
+/// Things that moved are told together: first everything leaves the path at which it is stored, for a name
+/// that is in nobody's use, then it goes where it is now.  So nothing meets what is stored of another one,
+/// whatever stands at which path when the requests are executed.
+void Composer::Add(const std::vector<SettledChange>& changes, SentChanges* sent) {
+    std::vector<SettledChange> rest;
+    for (const SettledChange& change : changes) {
+        const std::vector<SettledChange> completed = sent->Complete(change);
+        switch (change.kind) {
+            case SettledChange::kMoveFile:
+            case SettledChange::kMoveTree:
+            case SettledChange::kRemoveTree:
+            case SettledChange::kDropFile:
+            case SettledChange::kStay:
+                Lift(change);
+                break;
+            case SettledChange::kAddAlbum:
+                if (IsTopAlbum(change.path)) AddLine('a', change.path);
+                break;
+            default:
+                rest.push_back(change);
+        }
+        rest.insert(rest.end(), completed.begin() + 1, completed.end());
+    }
+    PlaceAll();
+    for (const SettledChange& change : rest)
+        AddOne(change);
+}
+
+void Composer::AddOne(const SettledChange& change) {
     switch (change.kind) {
-        case SettledChange::kAddFile:
-            return AddLine('a', change.path);
         case SettledChange::kAddTree:
             return AddLine('A', change.path);
         case SettledChange::kAddBurst:
             return AddBurst(change);
         case SettledChange::kRemoveFile:
             return AddLine('d', change.path);
-        case SettledChange::kRemoveTree:
-            return AddTreeRemoval(change.path);
-        case SettledChange::kMoveFile:
-            return AddFileMove(change);
-        case SettledChange::kMoveTree:
-            return AddTreeMove(change);
         case SettledChange::kCompareTree:
             return AddCompare(change.path);
+        default:
+            return AddLine('a', change.path);
     }
 }
 
-/// A picture goes by a name that is in nobody's use: the daemon
-/// might keep the row of one that was replaced at the new path when by then there is a file at the old one.
-void Composer::AddFileMove(const SettledChange& move) {
-    if (IsNoRename(move)) {
-        AddLine('d', move.old_path);
-        AddLine('a', move.path);
-        return;
+/// What is still to be compared takes its stale rows along.
+void Composer::Lift(const SettledChange& change) {
+    const std::string& stored = StoredPath(change);
+    Move move{change, stored};
+    if (change.inside >= 0) {
+        const Move& around = moves_[static_cast<size_t>(change.inside)];
+        move.place = MovedPath(stored, StoredPath(around.change), around.place);
     }
-    const std::string extension = ExtensionOf(move.old_path);
-    const bool is_photo = ctl::MediaKindOf(move.old_path.c_str()) == kStorePhoto;
-    const std::string aside = is_photo ? SetAside(move.old_path, extension) : "";
-    AddLines(ctl::RenameLine(move.path, aside.empty() ? move.old_path : aside), 1);
-    // What is stored of a file says of which kind it is.
-    if (strcasecmp(ExtensionOf(move.path), extension.c_str()) != 0) AddLine('a', move.path);
-}
-
-/// What is still to be compared under the old path takes its stale rows along.  An album goes by a name that
-/// is in nobody's use: at its new name it makes room only for an album whose folder has left the old one, and
-/// by the time the request is executed there can be another folder.
-void Composer::AddTreeMove(const SettledChange& move) {
+    const bool is_tree = IsTree(change);
+    if (change.kind != SettledChange::kStay) {
+        const std::string aside = AsidePath(stored, is_tree);
+        if (!aside.empty() && ctl::RenameRefusal(aside, move.place) == nullptr) {
+            AddLines(ctl::RenameLine(aside, move.place), 1);
+            move.place = aside;
+            move.is_aside = true;
+        }
+        if (is_tree && !Exists(stored)) AddLine('D', stored);  // what the photo library does not know
+    }
+    moves_.push_back(std::move(move));
+    if (!is_tree || !IsMove(change)) return;
     const std::vector<std::string> compares = compares_;
     for (const std::string& folder : compares)
-        if (IsAtOrBelowPath(folder, move.old_path)) AddCompare(MovedPath(folder, move.old_path, move.path));
-    if (IsNoRename(move)) {
-        AddTreeRemoval(move.old_path);
-        AddLine('A', move.path);
-        return;
-    }
-    const std::string aside = IsAlbum(move.old_path) ? SetAside(move.old_path) : "";
-    AddLines(ctl::RenameLine(move.path, aside.empty() ? move.old_path : aside), 1);
-    // What else is stored there, should the new path be gone by then.
-    if (!Exists(move.old_path)) AddLine('D', move.old_path);
+        if (IsAtOrBelowPath(folder, stored)) AddCompare(MovedPath(folder, stored, change.path));
 }
 
-/// By the time the request is executed another folder can stand there.  The daemon would keep what is stored
-/// for it, captions and rights of the one that has gone.
-void Composer::AddTreeRemoval(const std::string& path) {
-    const std::string aside = SetAside(path);
-    AddLine('D', path);
-    if (!aside.empty()) AddLine('D', aside);
-}
-
-/// Asks for a rename of all that the photo library has of a path to one that is in nobody's use, directly in
-/// the share: from there an album can be removed, however deep it was.  Returns that path, "" outside the
-/// photo share.
-std::string Composer::SetAside(const std::string& path, const std::string& extension) {
+/// A path for the rows of what moves, directly in the photo share: from there an album can be removed,
+/// however deep it was.  "" outside the share.
+std::string Composer::AsidePath(const std::string& path, bool is_tree) const {
     if (IsPhotoSharePath(path.c_str()) == 0) return "";
-    std::string aside = path.substr(0, kShareTopLength) + "/.koliindexctl-aside" + extension;
-    while (Exists(aside))
-        aside.insert(kShareTopLength + 1, ".");
-    if (ctl::RenameRefusal(aside, path) != nullptr) return "";
-    AddLines(ctl::RenameLine(aside, path), 1);
-    return aside;
+    std::string aside = path.substr(0, kShareTopLength) + "/.koliindexctl-aside-";
+    while (Exists(aside + std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(path))))
+        aside += '-';
+    return aside + std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(path));
+}
+
+/// Folders before what is in them.
+void Composer::PlaceAll() {
+    std::stable_sort(moves_.begin(), moves_.end(),
+                     [](const Move& a, const Move& b) { return a.change.path < b.change.path; });
+    for (const Move& move : moves_)
+        PlaceOne(move);
+    moves_.clear();
+}
+
+/// The photo library has rows of what lies in the photo share only, and a rename request neither makes nor
+/// removes them where one path is outside.  What is stored of a file says of which kind it is.
+void Composer::PlaceOne(const Move& move) {
+    const SettledChange& change = move.change;
+    const bool is_tree = IsTree(change);
+    if (change.kind == SettledChange::kStay) return;
+    const bool is_rename =
+        IsMove(change) &&
+        IsPhotoSharePath(change.path.c_str()) == IsPhotoSharePath(change.old_path.c_str()) &&
+        ctl::RenameRefusal(change.path, move.place) == nullptr;
+    if (!is_rename && (move.is_aside || !is_tree)) AddLine(is_tree ? 'D' : 'd', move.place);
+    if (is_rename) AddLines(ctl::RenameLine(change.path, move.place), 1);
+    const bool is_other_kind = strcasecmp(ExtensionOf(change.path), ExtensionOf(change.old_path)) != 0;
+    if (IsMove(change) && (!is_rename || (!is_tree && is_other_kind)))
+        AddLine(is_tree ? 'A' : 'a', change.path);
 }
 
 /// A request for the folder reads everything below it again: right when most of that is new.  Of a large tree

@@ -5,14 +5,16 @@
 #include <string>
 #include <vector>
 
+#include "tools/watch/sent_changes.h"
 #include "tools/watch/settled_change.h"
 
 namespace koli::watch {
 
 class Composer {
   public:
-    /// Adds what the change asks for.  Looks at the disk where the right request depends on it.
-    void Add(const SettledChange& change);
+    /// Adds what the changes ask for, and what `sent` completes them with.  Looks at the disk where the right
+    /// request depends on it.
+    void Add(const std::vector<SettledChange>& changes, SentChanges* sent);
 
     /// Adds lines that are complete already.
     void AddLines(const std::string& lines, int64_t requests);
@@ -28,13 +30,21 @@ class Composer {
     bool HasCompares() const { return !compares_.empty(); }
 
   private:
+    /// A thing that moves or is gone, and where its rows are meanwhile.
+    struct Move {
+        SettledChange change;
+        std::string place;
+        bool is_aside = false;
+    };
+    void AddOne(const SettledChange& change);
     void AddLine(char code, const std::string& path);
-    void AddFileMove(const SettledChange& move);
-    void AddTreeMove(const SettledChange& move);
-    void AddTreeRemoval(const std::string& path);
-    std::string SetAside(const std::string& path, const std::string& extension = "");
     void AddBurst(const SettledChange& burst);
+    void Lift(const SettledChange& change);
+    void PlaceAll();
+    void PlaceOne(const Move& move);
+    std::string AsidePath(const std::string& path, bool is_tree) const;
 
+    std::vector<Move> moves_;  // that have been lifted and not placed yet
     std::string lines_;
     int64_t requests_ = 0;  // ever
     std::vector<std::string> compares_;

@@ -1,12 +1,13 @@
-// What was moved, and which folders were removed, in the order in which it happened and by the paths that it
-// had then, until it is asked for.
+// What was moved, and which folders were removed, until it is asked for.
 //
-// Captions, albums and rights are stored by path and follow such requests alone: in this order they end where
-// the files are, however often a name was used again meanwhile.
+// Captions, albums and rights are stored by path and follow requests alone.  Each thing that moved is held
+// once, with the path at which the databases have it and the one where it is now: the names between, which
+// something else may bear by the time the requests are executed, are in none of them.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/watch/settled_change.h"
@@ -15,18 +16,22 @@ namespace koli::watch {
 
 class MoveJournal {
   public:
-    /// `kind` is kMoveFile or kMoveTree: `old_path` with all below it is `new_path` now.
-    void Moved(SettledChange::Kind kind, const std::string& new_path, const std::string& old_path,
+    /// `kind` is kMoveFile or kMoveTree: `old_path` with all below it is `new_path` now.  False when it had
+    /// moved to `old_path` before: what is stored there is that of a file that it replaced.
+    bool Moved(SettledChange::Kind kind, const std::string& new_path, const std::string& old_path,
                int64_t now);
+
+    /// The file is gone; this matters when it had moved there.
+    void FileRemoved(const std::string& path);
 
     /// The folder is gone.
     void Removed(const std::string& path, int64_t now);
 
-    /// `folder` is out of reach, a mount point or a whole share: drops what lies in it.  What was moved into
-    /// it from elsewhere is gone from there.
+    /// `folder` is out of reach, a mount point or a whole share: what lies in it stays stored.  What was
+    /// moved into it from elsewhere is gone from there.
     void Lost(const std::string& folder);
 
-    /// Hands over everything, oldest first.
+    /// Hands over everything, in the order in which it left the paths at which it is stored.
     std::vector<SettledChange> Take();
 
     bool empty() const { return held_.empty(); }
@@ -37,10 +42,24 @@ class MoveJournal {
     bool TakeOverflow();
 
   private:
-    void Hold(SettledChange change, int64_t now);
+    struct Held {
+        bool is_tree;
+        bool was_removed;  // where it had always been
+        std::string stored;
+        std::string now;  // "" when it is gone
+        int inside;       // as of a SettledChange
+        bool is_lost = false;
+    };
+    Held Found(bool is_tree, const std::string& path) const;
+    void Hold(Held held, int64_t now);
+    void Clear(const std::string& path, int64_t now);
+    void Place(Held& held, const std::string& path);
+    int TreeAround(const std::string& path) const;
 
-    std::vector<SettledChange> held_;
-    int64_t oldest_ = 0;  // milliseconds
+    std::vector<Held> held_;
+    std::vector<int> trees_;                     // the folders among them
+    std::unordered_map<std::string, int> here_;  // by where they are now
+    int64_t oldest_ = 0;                         // milliseconds
     bool has_overflown_ = false;
 };
 

@@ -108,6 +108,7 @@ void PendingChanges::FoldBurst(FolderId id, int64_t now) {
 
 /// Told even in a folder that is asked for as a whole: on a walk from above the daemon may have met the file.
 void PendingChanges::FileGone(FolderId id, const std::string& name, int64_t now) {
+    if (!journal_.empty()) journal_.FileRemoved(tree_.PathOf(id) + "/" + name);
     Put(id, name, kGone, now);
     const FolderId cover = CoverOf(id);
     if (cover == kNoFolder) return;
@@ -118,14 +119,15 @@ void PendingChanges::FileGone(FolderId id, const std::string& name, int64_t now)
 /// What is pending of the file goes along.  What is pending of a file that it replaces is void.
 void PendingChanges::FileMoved(FolderId id, const std::string& name, FolderId old_id,
                                const std::string& old_name, int64_t now) {
-    journal_.Moved(SettledChange::kMoveFile, tree_.PathOf(id) + "/" + name,
-                   tree_.PathOf(old_id) + "/" + old_name, now);
+    const bool is_first = journal_.Moved(SettledChange::kMoveFile, tree_.PathOf(id) + "/" + name,
+                                         tree_.PathOf(old_id) + "/" + old_name, now);
     Drop(folders_[id], name);
     Folder& from = folders_[old_id];
     const auto old = from.files.find(old_name);
     State state = UnitOver(old_id) != kNone ? kComplete : kGone;
     if (old != from.files.end()) state = old->second.state;
     Drop(from, old_name);
+    if (!is_first) FileGone(old_id, old_name, now);
     if (state == kWriting) FileWritten(id, name, now);
     if (state == kComplete) FileComplete(id, name, now);
 }
@@ -172,7 +174,7 @@ void PendingChanges::FolderMoved(FolderId id, FolderId old_parent, const std::st
         journal_.Moved(SettledChange::kMoveTree, path, old_path, now);
     const FolderId cover = CoverOf(tree_.ParentOf(id));
     if (cover != kNoFolder)
-        Bump(cover, now);
+        Bump(cover, now).receives = true;
     else if (is_new)
         StartUnit(id, unit, now);
 }

@@ -60,7 +60,7 @@ class PendingChanges {
     /// Everything but files that are being written.
     std::vector<SettledChange> TakeAll(int64_t now) { return Take(now, true); }
     /// The moves alone.
-    std::vector<SettledChange> TakeMoves() { return journal_.Take(); }
+    std::vector<SettledChange> TakeMoves();
     bool HasMoves() const { return !journal_.empty(); }
 
     /// True, once, after more happened than can be held: everything must be compared.
@@ -88,6 +88,7 @@ class PendingChanges {
         size_t next_count = kBurst;  // number of files at which the burst test is made
         size_t writing = 0;
         Unit unit = kNone;
+        bool receives = false;     // folders that are stored
         bool may_release = false;  // overdue, and at this moment nothing in it was being written
         size_t unit_files = 0;
         int64_t first = 0;  // of the unit

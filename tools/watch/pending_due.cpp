@@ -84,6 +84,15 @@ void PendingChanges::DropIdleFolders(int64_t now, bool all) {
     });
 }
 
+/// A folder that is still to be asked for has to be an album before one that moves into it.
+std::vector<SettledChange> PendingChanges::TakeMoves() {
+    std::vector<SettledChange> changes = journal_.Take();
+    for (auto& [id, folder] : folders_)
+        if (std::exchange(folder.receives, false))
+            changes.push_back({SettledChange::kAddAlbum, tree_.PathOf(id)});
+    return changes;
+}
+
 /// The moves go first: all other paths are those behind them.
 std::vector<SettledChange> PendingChanges::Take(int64_t now, bool all) {
     Dues dues;
@@ -91,11 +100,11 @@ std::vector<SettledChange> PendingChanges::Take(int64_t now, bool all) {
     for (auto& [id, folder] : folders_)
         if (!folder.files.empty()) TakeFiles(id, folder, now, all, &dues);
     TakeUnits(now, all, &dues);
-    DropIdleFolders(now, all);
     std::sort(dues.begin(), dues.end(), [](const Due& a, const Due& b) { return a.order < b.order; });
 
     std::vector<SettledChange> changes;
-    if (all || !dues.empty() || journal_.IsDue(now, kQuiet)) changes = journal_.Take();
+    if (all || !dues.empty() || journal_.IsDue(now, kQuiet)) changes = TakeMoves();
+    DropIdleFolders(now, all);
     for (Due& due : dues)
         changes.push_back(std::move(due.change));
     return changes;

@@ -15,12 +15,17 @@ struct SettledChange {
         kRemoveTree,
         kMoveFile,
         kMoveTree,
+        kDropFile,    // moved, and gone since
+        kStay,        // moved, and out of reach since
+        kAddAlbum,    // a new folder into which something moves that is stored
         kCompareTree  // what happened there is not known in detail
     };
     Kind kind;
-    std::string path;           // absolute
-    std::string old_path = {};  // of a move
+    std::string path;           // absolute; of a removal, where it is stored
+    std::string old_path = {};  // of a move: where it is stored
     size_t files = 0;           // of a burst: at least so many have changed
+    int inside = -1;  // of moves that are told together: which of them was a folder around it, when this one
+                      // left that, or -1
 };
 
 /// True for `folder` itself and everything inside it.

@@ -223,9 +223,7 @@ void Watcher::CompareWhenExecuted(int64_t now) {
 }
 
 void Watcher::Ask(const std::vector<SettledChange>& changes) {
-    for (const SettledChange& change : changes)
-        for (const SettledChange& asked : sent_.Complete(change))
-            composer_.Add(asked);
+    composer_.Add(changes, &sent_);
     if (pending_.TakeOverflow()) CompareAll();
 }
 
