@@ -7,6 +7,7 @@ import hashlib
 import os
 import re
 import shutil
+import signal
 import sqlite3
 import subprocess
 
@@ -16,14 +17,14 @@ from harness import appliance, hand_over
 from tracer import KILL, Hook, Tracer
 
 P, V, M = "/volume1/photo", "/volume1/video", "/volume1/music"
-LINKS = "/var/services"
-SAME_FILE = "/var/queue"  # a batch that a disk brings back is the same file, by its inode
+SHARES = ("/volume1", "/var/services")
 ROOTS = (appliance.STORE, "/var/spool", P, V, M)
+SAME_FILE = "/var/queue"  # a batch that a disk brings back is the same file, by its inode
 PICTURES = [f"photo/Family/IMG_300{number}.jpg" for number in range(3)]
 SONG, SUBTITLES = "music/Blue Harbour/01 First Light.mp3", "video/Formats/clip.srt"
 
-# ---- The batches: a generator yields the lines of one batch after the other, the last one is the one that is hit; what
-# ---- it returns is what a person expects: titles by path, and albums' public flags and users.
+# ---- The batches. A generator yields the lines of one batch after the other, the last one is the one that is hit; it
+# ---- returns what a person expects: titles of photos by path, and public flag and users of albums.
 
 
 def put(path, sample=PICTURES[0], title=None):
@@ -33,25 +34,24 @@ def put(path, sample=PICTURES[0], title=None):
         hand_over(path, "TITLE", title)
 
 
-def applications(*statements):
-    """What another program writes to the photo database."""
-    with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
-        for statement in statements:
-            database.execute(statement)
+def application(script):
+    """Another program that writes to the photo database."""
+    database = sqlite3.connect(f"{appliance.STORE}/photo.db")
+    database.executescript(script)
     database.close()
 
 
-def album(name, title, public, user):
-    applications(f"UPDATE photo_share SET title = '{title}', public = '{public}' WHERE sharename = '{name}'",
-                 f"INSERT INTO photo_access_right (userid, shareid) SELECT {user}, shareid FROM photo_share"
-                 f" WHERE sharename = '{name}'")
+def album(name, public, user):
+    application(f"UPDATE photo_share SET title = 'of {name}', public = '{public}' WHERE sharename = '{name}';"
+                f"INSERT INTO photo_access_right (userid, shareid) SELECT {user}, shareid FROM photo_share"
+                f" WHERE sharename = '{name}'")
 
 
 def a_name_used_again():
     put(f"{P}/T/a.jpg", title="first")
     yield [f"A:{P}"]
     os.rename(f"{P}/T/a.jpg", f"{P}/T/b.jpg")
-    put(f"{P}/T/a.jpg", PICTURES[1], title="second")
+    put(f"{P}/T/a.jpg", PICTURES[1], "second")
     yield [f"N:{P}/T/b.jpg:{P}/T/a.jpg", f"a:{P}/T/a.jpg"]
     return {"T/a.jpg": "second", "T/b.jpg": "first"}, {}
 
@@ -61,12 +61,12 @@ def swapped_folders():
         put(f"{P}/{name}/x.jpg", sample, f"of {name}")
         put(f"{P}/{name}/sub/y.jpg", sample, f"below {name}")
     yield [f"A:{P}"]
-    album("A", "private", "f", 1)
-    album("A/sub", "private, too", "f", 1)
-    album("B", "public", "t", 2)
-    for new, old in (("T", "A"), ("A", "B"), ("B", "T")):
+    for values in (("A", "f", 1), ("A/sub", "f", 1), ("B", "t", 2)):
+        album(*values)
+    moves = (("T", "A"), ("A", "B"), ("B", "T"))
+    for new, old in moves:
         os.rename(f"{P}/{old}", f"{P}/{new}")
-    yield [f"N:{P}/T:{P}/A", f"N:{P}/A:{P}/B", f"N:{P}/B:{P}/T"]
+    yield [f"N:{P}/{new}:{P}/{old}" for new, old in moves]
     return ({"A/x.jpg": "of B", "B/x.jpg": "of A", "A/sub/y.jpg": "below B", "B/sub/y.jpg": "below A"},
             {"A": ("t", {2}), "A/sub": ("f", set()), "B": ("f", {1}), "B/sub": ("f", {1})})
 
@@ -85,9 +85,9 @@ def a_folder_in_the_place_of_a_renamed_one():
     put(f"{P}/A/x.jpg", title="old")
     put(f"{P}/A/film.mp4", SUBTITLES)
     yield [f"A:{P}"]
-    album("A", "Wedding", "t", 1)
-    applications(f"INSERT INTO video_desc VALUES ('{P}/A/film.mp4', 'a film', 'hours of it')",
-                 f"INSERT INTO video_comment (path, userid, comment) VALUES ('{P}/A/film.mp4', 1, 'long')")
+    album("A", "t", 1)
+    application(f"INSERT INTO video_desc VALUES ('{P}/A/film.mp4', 'a film', 'hours of it');"
+                f"INSERT INTO video_comment (path, userid, comment) VALUES ('{P}/A/film.mp4', 1, 'long')")
     os.rename(f"{P}/A", f"{P}/B")
     put(f"{P}/A/x.jpg", PICTURES[1], "new")
     yield [f"N:{P}/B:{P}/A", f"A:{P}/A"]
@@ -100,7 +100,7 @@ def removals():
         put(f"{P}/{name}/sub/y.jpg", title=f"below {name}")
         put(f"{M}/{name}/song.mp3", SONG)
     yield [f"A:{P}", f"A:{M}"]
-    album("Keep", "kept", "t", 1)
+    album("Keep", "t", 1)
     for share in (P, M):
         shutil.rmtree(f"{share}/Gone")
     yield [f"D:{share}/{name}" for share in (P, M) for name in ("Gone", "Keep")]
@@ -108,17 +108,18 @@ def removals():
 
 
 def rebuilds():
-    for name in ("Gone", "Keep"):
-        put(f"{P}/{name}/x.jpg", title=name)
-        put(f"{M}/{name}/song.mp3", SONG)
-        put(f"{V}/{name}/clip.srt", SUBTITLES)
+    samples = ((P, "jpg", PICTURES[0]), (V, "srt", SUBTITLES), (M, "mp3", SONG))
+    for share, end, sample in samples:
+        put(f"{share}/Gone/x.{end}", sample)
+        put(f"{share}/Keep/x.{end}", sample)
+    hand_over(f"{P}/Keep/x.jpg", "TITLE", "kept")
     yield [f"A:{share}" for share in (P, V, M)]
-    album("Keep", "kept", "t", 1)
-    for share in (P, V, M):
-        shutil.rmtree(f"{share}/Gone")
-        put(f"{share}/New/new.{ {P: 'jpg', V: 'srt', M: 'mp3'}[share]}", {P: PICTURES[2], V: SUBTITLES, M: SONG}[share])
+    album("Keep", "t", 1)
+    for share, end, sample in samples:
+        os.rename(f"{share}/Gone", f"{share}/New")
+        os.rename(f"{share}/New/x.{end}", f"{share}/New/new.{end}")
     yield ["R:photo", "R:video", "R:music"]
-    return {"Keep/x.jpg": "Keep", "New/new.jpg": "new"}, {"Keep": ("t", {1}), "New": ("f", set())}
+    return {"Keep/x.jpg": "kept", "New/new.jpg": "new"}, {"Keep": ("t", {1}), "New": ("f", set())}
 
 
 def a_first_index():
@@ -134,7 +135,7 @@ def a_first_index():
 def a_chain():
     put(f"{P}/A/x.jpg", title="moved twice")
     yield [f"A:{P}"]
-    album("A", "Wedding", "f", 1)
+    album("A", "f", 1)
     os.rename(f"{P}/A", f"{P}/Y")
     yield [f"N:{P}/X:{P}/A", f"N:{P}/Y:{P}/X"]
     return {"Y/x.jpg": "moved twice"}, {"Y": ("f", {1})}
@@ -154,26 +155,19 @@ def is_volatile(path):
 def snapshot(roots=ROOTS):
     """By path: the content (None of a folder) and the time of change."""
     found = {}
-    for root in roots:
-        for place, folders, names in os.walk(root):
-            for path in [f"{place}/{name}" for name in folders + names if not is_volatile(name)]:
-                content = None
-                if os.path.isfile(path):
-                    with open(path, "rb") as file:
-                        content = file.read()
-                found[path] = content, os.stat(path).st_mtime_ns
+    for path in (f"{place}/{name}" for root in roots for place, *inside in os.walk(root) for name in sum(inside, [])):
+        if not is_volatile(path):
+            content = None
+            if os.path.isfile(path):
+                with open(path, "rb") as file:
+                    content = file.read()
+            found[path] = content, os.stat(path).st_mtime_ns
     return found
 
 
 def restore(state):
-    with open(SAME_FILE, "ab"):
-        pass
     for root in ROOTS:
-        for place, folders, names in os.walk(root, topdown=False):
-            for name in names:
-                os.unlink(f"{place}/{name}")
-            for name in folders:
-                os.rmdir(f"{place}/{name}")
+        harness.empty_folder(root)
     for path in glob.glob("/run/koliindexd*"):
         os.unlink(path)
     for path, (content, _) in sorted(state.items()):
@@ -181,7 +175,8 @@ def restore(state):
             os.mkdir(path)
             continue
         if path in (appliance.QUEUE, appliance.BATCH):
-            os.link(SAME_FILE, path)
+            with open(SAME_FILE, "ab"):
+                os.link(SAME_FILE, path)
         with open(path, "wb") as file:
             file.write(content)
     for path, (_, changed) in state.items():
@@ -197,13 +192,10 @@ def outcome():
     found = collections.Counter()
     for table in appliance.MEDIA_TABLES + appliance.PHOTO_TABLES:
         for row in appliance.rows(table):
-            if table == "photo_access_right":
-                row["album"] = names.get(row["shareid"])
-            for column in ("id", "shareid", "ctime"):
-                row.pop(column, None)
-            found[(table, *(f"{name}={value}" for name, value in row.items() if value != ""))] += 1
-    for path, (content, _) in snapshot((P, V, M)).items():
-        found["file", path, "" if content is None else hashlib.md5(content).hexdigest()] += 1
+            row = {"path": names.get(row.get("shareid")), **row}
+            found[(table, *(f"{name}={row[name]}" for name in row if name not in ("id", "shareid", "ctime")))] += 1
+    found.update(("file", path, content and hashlib.md5(content).hexdigest())
+                 for path, (content, _) in snapshot((P, V, M)).items())
     for path in glob.glob("/var/spool/*.queue"):
         with open(path, errors="surrogateescape") as file:
             found.update({("asked", path, line) for line in file})
@@ -211,10 +203,14 @@ def outcome():
 
 
 def differences(expected, found):
-    """Rows are told by what they are known by."""
-    names = ("path=", "title=", "sharename=", "public=", "userid=", "album=")
-    return [f"{what} {' '.join(row if row[0] in ('file', 'asked') else [row[0], *filter(lambda one: one.startswith(names), row)])}"
-            for what, rows in (("missing", expected - found), ("unexpected", found - expected)) for row in rows]
+    """Rows are told by what they are known by. A repeated rebuild may record more of the folders that exist."""
+    def told(row):
+        is_row = row[0] not in ("file", "asked")
+        return " ".join(str(one) for one in row if not is_row or re.match("path|title|public|user|[^=]*$", one))
+
+    more = [row for row in found - expected
+            if row[0] != "directory" or not os.path.isdir(row[1].removeprefix("path="))]
+    return [f"missing {told(row)}" for row in expected - found] + [f"unexpected {told(row)}" for row in more]
 
 
 def is_waiting():
@@ -240,7 +236,7 @@ class Recorder(Hook):
     def entry(self, call):
         self.disk.before(call)
         if self.calls or appliance.QUEUE in call.paths:
-            self.calls.append((call.name, call.paths, call.arguments))
+            self.calls.append(call)
 
     def exit(self, call, result):
         if result >= 0:
@@ -261,55 +257,42 @@ class Blow(Hook):
         """What was kept is tried again when a signal comes, after two quiet ticks."""
         self.rounds += 1
         if is_waiting() and self.rounds % 4 == 1:
-            os.kill(appliance.daemon_pid(), harness.signal.SIGUSR1)
+            os.kill(appliance.daemon_pid(), signal.SIGUSR1)
         return not is_waiting() or self.rounds > 12
 
 
-NEW_DESCRIPTOR = ("open", "openat")
-WRITES = ("write", "pwrite64", "writev", "ftruncate", "fallocate", "fsync", "fdatasync", "syncfs")
-NAMES = ("mkdir", "rename", "renameat", "renameat2", "link", "symlink", "mkdirat")
-BLOCKS = NEW_DESCRIPTOR + WRITES + ("read", "pread64", "flock", "fcntl")
-
-
-def errors(name, arguments):
+def errors(call):
     """The errors that this call may well give. Closing does its work in any case."""
-    if name == "close":
+    if call.name == "close":
         return []
-    is_new = name == "open" and arguments[1] & os.O_CREAT or name == "openat" and arguments[2] & os.O_CREAT
-    return ([errno.EIO, errno.ENOMEM] + [errno.EMFILE] * (name in NEW_DESCRIPTOR) + [errno.EINTR] * (name in BLOCKS)
-            + [errno.ENOSPC] * (name in WRITES + NAMES or bool(is_new)))
-
-
-def touches(paths):
-    return any(path.startswith(("/var/lib/koli", "/var/spool", "/volume1", LINKS)) for path in paths)
+    is_open = call.name in ("open", "openat")
+    takes_space = (is_open and call.arguments[1 if call.name == "open" else 2] & os.O_CREAT
+                   or re.match("p?write|f(truncate|allocate|sync|datasync)|syncfs|mkdir|rename", call.name))
+    can_wait = is_open or re.match("p?(read|write)|flock|fcntl|f(data)?sync|ftruncate|fallocate|syncfs", call.name)
+    return ([errno.EIO, errno.ENOMEM] + [errno.EMFILE] * is_open + [errno.ENOSPC] * bool(takes_space)
+            + [errno.EINTR] * bool(can_wait and call.name != "readlink"))
 
 
 class Points:
     """One batch, and all the ways to hit it."""
 
     def __init__(self, binary, name):
-        self.binary, self.name = binary, name
+        self.binary = binary
         restore({})
         batch = BATCHES[name]()
-        lines = next(batch)
         try:
             while True:
-                appliance.enqueue(lines)
-                before = snapshot()
+                appliance.enqueue(next(batch))
+                self.start = snapshot()
                 work_off(binary)
-                lines = batch.send(None)
         except StopIteration as end:
-            self.wanted = end.value
-        self.start = before
-        self.record()
-
-    def record(self):
+            wanted = end.value
         restore(self.start)
         self.disk = power.Disk(ROOTS, is_volatile, self.start)
         recorder = Recorder(self.disk)
-        Tracer(self.binary, recorder).run()
+        Tracer(binary, recorder).run()
         self.calls, self.expected = recorder.calls, outcome()
-        self.lacks = self.missed()
+        self.lacks = self.missed(*wanted)
         self.sync()
         self.synced = outcome()
 
@@ -318,35 +301,16 @@ class Points:
                        check=False)
         work_off(self.binary)
 
-    def missed(self):
+    @staticmethod
+    def missed(titles, albums):
         """What a person misses after the undisturbed run."""
-        titles, albums = self.wanted
-        rights = collections.defaultdict(set)
-        shares = {row["shareid"]: row for row in appliance.rows("photo_share")}
-        for row in appliance.rows("photo_access_right"):
-            rights[row["shareid"]].add(row["userid"])
         found = {row["path"]: row["title"] for row in appliance.rows("photo_info")}
-        found.update({row["sharename"]: (row["public"], rights[number]) for number, row in shares.items()})
+        for row in appliance.rows("photo_share"):
+            users = {right["userid"] for right in appliance.rows("photo_access_right")
+                     if right["shareid"] == row["shareid"]}
+            found[row["sharename"]] = row["public"], users
         wanted = {f"{P}/{path}": title for path, title in titles.items()} | albums
         return [f"{key}: {found.get(key)}, not {value}" for key, value in wanted.items() if found.get(key) != value]
-
-    def kills(self):
-        return range(len(self.calls))
-
-    def faults(self):
-        return [(number, error) for number, (name, paths, arguments) in enumerate(self.calls) if touches(paths)
-                for error in errors(name, arguments)]
-
-    def cuts(self):
-        """Those that leave the same on the disk count once."""
-        states = {}
-        for kept in self.disk.cuts():
-            states.setdefault(hashlib.md5(repr(sorted(self.disk.state(kept).items())).encode()).digest(), kept)
-        return list(states.values())
-
-    def call(self, number):
-        name, paths, _ = self.calls[number]
-        return f"call {number} {name}({', '.join(paths)})"
 
     def judge(self, asked_again=()):
         """Until nothing waits any more, then the differences. What could not be read, or whose caption or cover could
@@ -361,25 +325,40 @@ class Points:
             found = differences(self.synced, outcome())
         return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
 
-    def kill(self, number):
+    def kills(self):
+        return range(len(self.calls))
+
+    def faults(self):
+        return [(number, error) for number, call in enumerate(self.calls)
+                if any(path.startswith(ROOTS + SHARES) for path in call.paths) for error in errors(call)]
+
+    def cuts(self):
+        """Those that leave the same on the disk count once."""
+        states = {}
+        for kept in self.disk.cuts():
+            states.setdefault(hashlib.md5(repr(sorted(self.disk.state(kept).items())).encode()).digest(), kept)
+        return list(states.values())
+
+    def hit(self, number, verdict, name):
+        """The point, and what went astray."""
+        call = self.calls[number]
         restore(self.start)
-        Tracer(self.binary, Blow(number, KILL)).run()
-        return f"kill -9 at {self.call(number)}", self.judge()
+        end = Tracer(self.binary, Blow(number, verdict)).run()
+        is_share = verdict != KILL and any(path.startswith(SHARES) for path in call.paths)
+        return (f"{name} at call {number}, {call.name}({', '.join(call.paths)})",
+                [f"the daemon {end}"] if end else self.judge(call.paths if is_share else ()))
+
+    def kill(self, number):
+        return self.hit(number, KILL, "kill -9")
 
     def fault(self, point):
-        number, error = point
-        what = f"{errno.errorcode[error]} from {self.call(number)}"
-        restore(self.start)
-        end = Tracer(self.binary, Blow(number, error)).run()
-        if end is not None:
-            return what, [f"the daemon ended: {end}"]
-        return what, self.judge([path for path in self.calls[number][1] if path.startswith(("/volume1", LINKS))])
+        return self.hit(*point, errno.errorcode[point[1]])
 
     def cut(self, kept):
         restore(self.disk.state(kept))
         last = max(kept, default=0)
-        lost = collections.Counter(f"{change.kind} {change.path}" for number, change in enumerate(self.disk.changes)
-                                   if number < last and number not in kept)
+        lost = collections.Counter(f"{change.kind} {change.path}" for change in
+                                   (self.disk.changes[number] for number in range(last) if number not in kept))
         return f"power cut after change {last} without {dict(lost)}", self.judge()
 
 

@@ -76,7 +76,7 @@ class Locks(harness.DaemonTest):
             writers = [Writer(name) for name in ("media", "photo")]
             for writer in writers:
                 writer.start()
-            self.assertIsNone(Tracer(self.binary, SlowDisk()).run())
+            self.assertEqual(Tracer(self.binary, SlowDisk()).run(), "")
             for writer in writers:
                 writer.is_over = True
             for writer in writers:

@@ -1,10 +1,10 @@
 """Runs the daemon under ptrace (x86-64): every system call of it and of its children is seen before and after it is
-made, may be replaced by an error, or may be its last."""
+made, may be replaced by an error, or may be the daemon's last."""
 import collections
 import ctypes
 import os
-import platform
 import signal
+import subprocess
 
 from harness import appliance
 
@@ -13,26 +13,22 @@ OPTIONS = 0x100000 | 1 | 2 | 4 | 8 | 16  # kill with the tracer; mark calls; fol
 RAX, ORIG_RAX = 10 * 8, 15 * 8  # in the user area
 WALL = 0x40000000
 HANG = 60  # seconds: no batch here takes one
+KILL = -1
 
-# Number, name and what the first arguments are: f a descriptor, m a descriptor in the fifth, p a path, q a path alone,
-# a a descriptor and a path below it, A two such pairs, l a text and a path, L a text and such a pair.
-CALLS = {}
-for entry in """0 read f|1 write f|2 open p|4 stat p|5 fstat f|6 lstat p|9 mmap m|17 pread64 f|18 pwrite64 f|19 readv f
-    20 writev f|21 access p|72 fcntl f|73 flock f|74 fsync f|75 fdatasync f|76 truncate p|77 ftruncate f|80 chdir p
-    81 fchdir f|82 rename q|83 mkdir p|84 rmdir p|86 link q|87 unlink p|88 symlink l|89 readlink p|90 chmod p|91 fchmod f
-    92 chown p|93 fchown f|137 statfs p|138 fstatfs f|217 getdents64 f|257 openat a|258 mkdirat a|262 newfstatat a
-    263 unlinkat a|264 renameat A|265 linkat A|266 symlinkat L|267 readlinkat a|268 fchmodat a|269 faccessat a
-    280 utimensat a|285 fallocate f|306 syncfs f|316 renameat2 A|332 statx a|439 faccessat2 a|162 sync -|3 close f
-    """.replace("\n", "|").split("|"):
-    if entry.strip():
-        number, name, kind = entry.split()
-        CALLS[int(number)] = name, kind
-NANOSLEEP = (35, 230)  # nanosleep, clock_nanosleep
+# Number, name and what the arguments name: f a descriptor, m one in the fifth, p a path, q two, a a folder and a path.
+CALLS = {int(number): (name, kind) for number, name, kind in (entry.split() for entry in """0 read f|1 write f|2 open p
+    3 close f|4 stat p|5 fstat f|6 lstat p|9 mmap m|17 pread64 f|18 pwrite64 f|20 writev f|21 access p|72 fcntl f
+    73 flock f|74 fsync f|75 fdatasync f|77 ftruncate f|80 chdir p|81 fchdir f|82 rename q|83 mkdir p|84 rmdir p|86 link q
+    87 unlink p|88 symlink q|89 readlink p|90 chmod p|91 fchmod f|93 fchown f|137 statfs p|138 fstatfs f|162 sync -
+    217 getdents64 f|257 openat a|258 mkdirat a|262 newfstatat a|263 unlinkat a|269 faccessat a|280 utimensat a
+    285 fallocate f|306 syncfs f|332 statx a|439 faccessat2 a""".replace("\n", "|").split("|"))}
+PAUSES = {35: 0, 230: 2}  # nanosleep, clock_nanosleep: which argument tells how long
 
 libc = ctypes.CDLL(None, use_errno=True)
 libc.ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_p]
 libc.ptrace.restype = ctypes.c_long
-is_able = platform.machine() == "x86_64"
+
+Call = collections.namedtuple("Call", "pid name arguments paths")
 
 
 class Info(ctypes.Structure):
@@ -40,22 +36,21 @@ class Info(ctypes.Structure):
                 ("number", ctypes.c_uint64), ("arguments", ctypes.c_uint64 * 6)]
 
 
-Call = collections.namedtuple("Call", "pid name arguments paths")
-
-
 def ptrace(request, pid, address=0, data=0):
     if libc.ptrace(request, pid, address, data) < 0:
         raise OSError(ctypes.get_errno(), os.strerror(ctypes.get_errno()))
 
 
-def memory(pid, address, size, is_text=False):
-    """Bytes of the process, of a text those before its end."""
-    found = b""
+def memory(pid, address, size):
     with open(f"/proc/{pid}/mem", "rb", buffering=0) as file:
-        while size > 0 and not (is_text and b"\0" in found):
-            chunk = os.pread(file.fileno(), min(size, 4096 - address % 4096), address)
-            found, address, size = found + chunk, address + len(chunk), size - len(chunk)
-    return found.partition(b"\0")[0] if is_text else found
+        return os.pread(file.fileno(), size, address)
+
+
+def text_at(pid, address):
+    found = b""
+    while address and b"\0" not in found:
+        found += memory(pid, address + len(found), 4096 - (address + len(found)) % 4096)
+    return os.fsdecode(found.partition(b"\0")[0])
 
 
 def descriptor_path(pid, number):
@@ -68,23 +63,18 @@ def descriptor_path(pid, number):
 
 def paths_of(pid, kind, arguments):
     """What a call names, as absolute paths without links in the folders."""
-    def text(number, folder=-100):
-        given = os.fsdecode(memory(pid, arguments[number], 4096, True)) if arguments[number] else ""
-        path = os.path.join(descriptor_path(pid, folder), given)
-        return os.path.join(os.path.realpath(os.path.dirname(path)), os.path.basename(path)) if given else path[:-1]
-
     if kind in "fm":
         return [descriptor_path(pid, arguments[0 if kind == "f" else 4]).removesuffix(" (deleted)")]
-    return {"p": lambda: [text(0)], "q": lambda: [text(0), text(1)], "a": lambda: [text(1, arguments[0])],
-            "A": lambda: [text(1, arguments[0]), text(3, arguments[2])], "l": lambda: [text(1)],
-            "L": lambda: [text(2, arguments[1])], "-": lambda: []}[kind]()
+    found = []
+    for folder, address in {"p": [(-100, 0)], "q": [(-100, 0), (-100, 1)], "a": [(arguments[0], 1)]}.get(kind, []):
+        given, top = text_at(pid, arguments[address]), descriptor_path(pid, folder)
+        path = os.path.join(top, given)
+        found.append(os.path.join(os.path.realpath(os.path.dirname(path)), os.path.basename(path)) if given else top)
+    return found
 
 
 class Ended(Exception):
-    """The daemon has ended by itself, with this wait status, or was killed by the hook: None."""
-
-
-KILL = -1
+    """The daemon's process has gone, or is to go."""
 
 
 class Hook:
@@ -105,48 +95,34 @@ class Hook:
 class Tracer:
     def __init__(self, binary, hook):
         self.binary, self.hook = binary, hook
-        self.daemon = 0  # its pid, once it has named the queue
-        self.last = None
-        self.calls, self.known = {}, set()  # under way, by pid; None in place of a call that is not told of
+        self.daemon, self.last = 0, None  # its pid, once it has named the queue; the last call
+        self.calls, self.known = {}, set()  # by pid: the call under way, or the error in its place
 
     def run(self):
-        """Until the hook ends it: then the result is None, else what else has happened."""
-        def stop(_, __):
-            raise TimeoutError(f"it hangs, last seen at {self.last}")
-
-        signal.signal(signal.SIGALRM, stop)
+        """Until the hook ends it: then the result is "", else what else has happened. Nothing is left running."""
+        signal.signal(signal.SIGALRM, self.give_up)
         signal.alarm(HANG)
-        first = self.start()
         try:
-            self.resume(first)
+            self.start()
             while True:
                 self.step()
-        except Ended as end:
-            return end.args[0] and f"wait status {end.args[0]}"
-        except ChildProcessError:
-            return "without having come to its queue"
-        except TimeoutError as timeout:
-            return timeout
+        except (Ended, TimeoutError, ChildProcessError) as end:
+            return str(end)
         finally:
-            self.let_go()
+            self.kill_all()
             signal.alarm(0)
-        return None
+
+    def give_up(self, *_):
+        raise TimeoutError(f"hangs, last seen at {self.last}")
 
     def start(self):
-        pid = os.fork()
-        if pid == 0:
-            try:
-                null = os.open("/dev/null", os.O_RDWR)
-                for number in range(3):
-                    os.dup2(null, number)
-                ptrace(TRACEME, 0)
-                os.execve(self.binary, [self.binary], appliance.environment())
-            finally:
-                os._exit(127)
-        os.waitpid(pid, 0)
-        ptrace(SETOPTIONS, pid, 0, OPTIONS)
-        self.known.add(pid)
-        return pid
+        child = subprocess.Popen([self.binary], env=appliance.environment(), stdin=subprocess.DEVNULL,
+                                 stdout=subprocess.DEVNULL, preexec_fn=lambda: ptrace(TRACEME, 0))
+        child.returncode = 0  # it is waited for here
+        os.waitpid(child.pid, 0)
+        ptrace(SETOPTIONS, child.pid, 0, OPTIONS)
+        self.known.add(child.pid)
+        self.resume(child.pid)
 
     def resume(self, pid, number=0):
         try:
@@ -159,12 +135,12 @@ class Tracer:
         if not os.WIFSTOPPED(status):
             self.known.discard(pid)
             if pid == self.daemon:
-                raise Ended(status)
+                raise Ended(f"ended with wait status {status}")
             return
-        number, event = os.WSTOPSIG(status), status >> 16
+        number = os.WSTOPSIG(status)
         if number == signal.SIGTRAP | 0x80:
             self.at_call(pid)
-        elif event or pid not in self.known:  # a new process begins with a stop
+        elif status >> 16 or pid not in self.known:  # a new process begins with a stop
             self.known.add(pid)
             self.resume(pid)
         else:
@@ -183,28 +159,26 @@ class Tracer:
         self.resume(pid)
 
     def at_entry(self, pid, number, arguments):
-        if pid == self.daemon and number in NANOSLEEP:
-            seconds = memory(pid, arguments[0 if number == 35 else 2], 8)
-            if int.from_bytes(seconds, "little") > 2:
-                if self.hook.idle():
-                    self.kill()
-                ptrace(POKEUSER, pid, ORIG_RAX, -1)
-                self.calls[pid] = 0
-                return
         name, kind = CALLS.get(number, (str(number), "-"))
-        paths = paths_of(pid, kind, arguments)
-        if not self.daemon and appliance.QUEUE in paths:
-            self.daemon = pid
-        if not self.daemon and not self.hook.sees_start:
-            return
-        self.last = call = Call(pid, name, arguments, paths)
-        verdict = self.hook.entry(call)
-        self.calls[pid] = call
-        if verdict == KILL:
-            self.kill()
+        call = Call(pid, name, arguments, paths_of(pid, kind, arguments))
+        if appliance.QUEUE in call.paths:
+            self.daemon = self.daemon or pid
+        verdict = None
+        if pid == self.daemon and number in PAUSES and self.is_long(pid, arguments[PAUSES[number]]):
+            verdict = KILL if self.hook.idle() else 0
+        elif self.daemon or self.hook.sees_start:
+            self.last, verdict = call, self.hook.entry(call)
+            self.calls[pid] = call
         if verdict is not None:
             ptrace(POKEUSER, pid, ORIG_RAX, -1)
             self.calls[pid] = verdict
+        if verdict == KILL:
+            raise Ended
+
+    @staticmethod
+    def is_long(pid, address):
+        """The loop's pause, as against those within a batch."""
+        return int.from_bytes(memory(pid, address, 8), "little") > 2
 
     def at_exit(self, pid, result):
         call = self.calls.pop(pid, None)
@@ -213,12 +187,8 @@ class Tracer:
         elif call is not None:
             self.hook.exit(call, result)
 
-    def kill(self):
-        os.kill(self.daemon, signal.SIGKILL)
-        raise Ended(None)
-
-    def let_go(self):
-        """Whatever still runs is killed, too; a process that has just been made is heard of only now."""
+    def kill_all(self):
+        """A process that has just been made is heard of only now."""
         left = self.known
         while True:
             for pid in left:
