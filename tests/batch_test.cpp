@@ -190,28 +190,4 @@ TEST_F(Batch, WhatCannotBeLookedAtIsNotRemoved) {
     EXPECT_EQ(fake.log, (Lines{line("loop/x"), line("loop"), line("loop/x")}));
 }
 
-TEST_F(Batch, AStoreThatRefusesIsLeftAlone) {
-    const std::string p = "vol00001/photo/T";
-    const std::string lines = "A:" + p + "\na:" + p + ".avi\nD:" + p + "2\nd:" + p + "2.jpg\nN:" + p + ":" +
-                              p + "2\nR:photo\nR:music\nT:music\nT:photo_info\nU:photo\n";
-    MakeDir(p);
-    Write(p + ".avi", "");
-    fake.refusing = KOLI_MEDIA_DB;
-    EXPECT_EQ(
-        Calls(lines),
-        (Lines{"IndexWalk " + p + " 1 2", "PhotoShareFsCheck", "PhotoShareWalk " + p,
-               "PhotoLibraryIndex " + p + ".avi 1", "IndexWalk " + p + "2 2 2",
-               "PhotoShareUpdate " + p + "2 2", "PhotoLibraryIndex " + p + "2.jpg 2",
-               "PhotoPathRename " + p + " " + p + "2 1", "PhotoShareRename " + p + " " + p + "2",
-               "VideoDescPathRename " + p + " " + p + "2 1", "VideoDescPathRename " + p + " " + p + "2 2",
-               "PhotoShareFsCheck", "PhotoFolderResync (null)", "PhotoDBVacuum", "PhotoShareResync (null)",
-               "KOLITruncateTable photo_info"}));
-    fake.refusing = KOLI_PHOTO_DB;
-    fake.results["IndexOnePath"] = -1;
-    EXPECT_EQ(Calls(lines),
-              (Lines{"IndexWalk " + p + " 1 1", "IndexOnePath " + p + ".avi 1", "IndexWalk " + p + "2 2 1",
-                     "IndexOnePath " + p + "2.jpg 2", "IndexWalk " + p + "2 2 1", "IndexWalk " + p + " 1 1",
-                     "IndexWalk (null) 3 4", "KOLITruncateTable music"}));
-}
-
 }  // namespace koli::test

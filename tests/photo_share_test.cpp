@@ -160,18 +160,6 @@ TEST_F(PhotoShare, ARenameFromElsewhereTouchesNoAlbumOfThatName) {
     EXPECT_EQ(PhotoShareRename("", top_.c_str()), -1);
 }
 
-TEST_F(PhotoShare, AWalkFollowsLinksToFoldersOnly) {
-    photo_share_needs_type_check = true;
-    for (const char* name : {"A/x/z", "A/@eaDir", "A/.hidden", "#recycle/r"})
-        MakeDir(name);
-    ASSERT_EQ(symlink(MakeFile("file").c_str(), In("link").c_str()), 0);
-    ASSERT_EQ(symlink(In("A").c_str(), In("C").c_str()), 0);
-    EXPECT_EQ(PhotoShareWalk(top_.c_str()), 0);
-    EXPECT_EQ(PhotoShareWalk(In("A/x/z").c_str()), 0);
-    EXPECT_EQ(PhotoShareWalk(In("#recycle").c_str()), 0);
-    EXPECT_EQ(Albums(), (Texts{"A", "A/x", "C", "C/x"}));
-}
-
 TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
     for (const char* name : {"A/x", "B/y", "A/#recycle", "#recycle/R/r", "A/@eaDir"})
         MakeDir(name);
