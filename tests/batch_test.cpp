@@ -1,4 +1,5 @@
-// The life of a batch: taken over, executed, kept and executed again, in the stores that still need it.
+// The life of a batch: taken over, executed, kept and executed again, in the stores that still need it; and
+// the lines that are none, cut, or of no use to a store.
 #include "daemon/batch.h"
 
 #include <fcntl.h>
@@ -10,12 +11,15 @@
 
 #include "daemon/kept_batch.h"
 #include "daemon/queue.h"
+#include "daemon/queue_line.h"
 #include "daemon/waiting_renames.h"
 #include "platform/koliindex.h"
 #include "tests/fake_index.h"
 #include "tests/fixture.h"
 
 namespace koli::test {
+
+constexpr const char* kNoNewline = "koliindexd (#) Warning! No new line here.";
 
 struct Batch : Fixture {
     ~Batch() override { BatchForget("state"); }
@@ -32,6 +36,17 @@ struct Batch : Fixture {
     static bool CountsAsChanged() {
         return BlKOLIIndexIsMusicTableDirty() != 0 && BlKOLIIndexIsVideoTableDirty() != 0;
     }
+    /// What the lines of a queue call; what a store refuses is not kept.
+    Lines Calls(const std::string& lines) {
+        Write("queue", lines);
+        Lines calls = Run();
+        EXPECT_EQ(std::filesystem::remove("queue.tmp"), fake.refusing != 0);
+        BatchForget("state");
+        EXPECT_EQ(calls.back(), "KOLIDBSync");
+        calls.pop_back();
+        return calls;
+    }
+    static std::string Bad(const std::string& line) { return "koliindexd (#) Bad format [" + line + "]."; }
     static bool Exists(const char* path) { return std::filesystem::exists(path); }
 };
 
@@ -150,6 +165,48 @@ TEST_F(HeldBatch, ALineThatItsWriterHoldsIsNotExecuted) {
     close(fd);
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLITruncateTable half", "KOLIDBSync"}));
     EXPECT_FALSE(Exists("queue.tmp"));
+}
+
+TEST_F(Batch, LinesThatAreNoRequestsAreLoggedAndTheNextOneIsRead) {
+    // Zero bytes end a line, and hide nothing behind them.
+    EXPECT_EQ(Calls("\n/v/x.mp3\n:\nT:a\n\0\0\0T:b\nD:/vol\0\0T:c\nT:d\0\nA:/v/x.mp3"s),
+              (Lines{"KOLITruncateTable a", "KOLITruncateTable b", "KOLITruncateTable c",
+                     "IndexWalk /v/x.mp3 1 3"}));
+    EXPECT_EQ(fake.log, (Lines{Bad("\n"), Bad("/v/x.mp3\n"), Bad(":\n"), Bad(""), Bad("D:/vol"), Bad("T:d"),
+                               Bad("\n"), kNoNewline}));
+}
+
+TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
+    const std::string fits(4108, 'x');
+    EXPECT_EQ(Calls("T:" + fits + "\n"), Lines{"KOLITruncateTable " + fits});
+    EXPECT_TRUE(fake.log.empty());
+    EXPECT_EQ(Calls("T:" + fits + "yT:rest\n"),
+              (Lines{"KOLITruncateTable " + fits + "y", "KOLITruncateTable rest"}));
+    EXPECT_EQ(fake.log, Lines{kNoNewline});
+    // The old path of a cut rename could be anything above the one meant.
+    MakeDir("new");
+    EXPECT_EQ(Calls("N:new:/volume1/music/" + fits + "\n"),
+              (Lines{"IndexWalk (null) 2 1", "IndexWalk new 1 1"}));
+    // One that fills the buffer to its last byte is whole.
+    const std::string to = "new/" + std::string(200, 'n');
+    MakeDir(to);
+    std::string from;
+    while (from.size() + 200 < kQueueLineSize - 4 - to.size())
+        from += "/" + std::string(99, 'x');
+    from += "/" + std::string(kQueueLineSize - 1 - 4 - to.size() - from.size(), 'y');
+    for (const char* end : {"", "\n"})
+        EXPECT_EQ(Calls("N:" + to + ":" + from + end),
+                  (Lines{"IndexWalk " + from + " 2 1", "IndexWalk " + to + " 1 1"}));
+}
+
+TEST_F(Batch, WhatCannotBeLookedAtIsNotRemoved) {
+    ASSERT_EQ(symlink("loop", "loop"), 0);
+    MakeDir("new");
+    EXPECT_EQ(Calls("D:loop/x\nd:loop\nN:new:loop/x\nN:new:/tmp\n"),
+              (Lines{"IndexWalk new 1 1", "IndexWalk (null) 2 1", "IndexWalk new 1 1"}));
+    const std::string reason = ". Skip remove it from database. (Too many levels of symbolic links)";
+    const auto line = [&](const char* path) { return "koliindexd (#) Failed to look at "s + path + reason; };
+    EXPECT_EQ(fake.log, (Lines{line("loop/x"), line("loop"), line("loop/x")}));
 }
 
 }  // namespace koli::test

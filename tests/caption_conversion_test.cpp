@@ -66,22 +66,6 @@ TEST_F(Conversion, KeepsOneLineForEachEntry) {
     EXPECT_TRUE(ReadFile(queue) == "/a/bc\n/a/b\n/c'%s\n" + longest + "\n");
 }
 
-TEST_F(Conversion, OnlyAForbiddenQueueIsTriedAgain) {
-    const std::string taken = Path("taken");
-    ASSERT_EQ(symlink("/nowhere/at/all", taken.c_str()), 0);
-    EXPECT_EQ(WriteThumbQueue("/a", taken.c_str()), -1);
-    EXPECT_EQ(fake.calls, Lines{});
-    const std::string forbidden = "/proc/sys/kernel/ostype";  // 0444, for root too
-    EXPECT_EQ(WriteThumbQueue("/a", forbidden.c_str()), -1);
-    const auto failed = [](const std::string& path, int flags, const char* reason) {
-        return "(photo_index, #) open(" + path + ", " + std::to_string(flags) + ") failed, reason=" + reason;
-    };
-    Lines expected(18, failed(forbidden, O_RDWR | O_SYNC | O_APPEND, "Permission denied\n"));
-    expected[0] = failed(taken, O_RDWR | O_SYNC | O_CREAT | O_EXCL | O_TRUNC, "File exists\n");
-    EXPECT_EQ(fake.log, expected);
-    EXPECT_EQ(fake.calls, Lines(16, "sleep 1"));
-}
-
 TEST_F(Conversion, AShortWriteLeavesNothingBehind) {
     const std::string queue = Write("queue", "/first\n");
     struct rlimit before;

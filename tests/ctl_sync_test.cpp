@@ -197,29 +197,6 @@ TEST_F(SyncTest, TheResultOfAWaitNamesWhatIsMissing) {
 
 // ---- The commands
 
-TEST_F(SyncTest, RequestsAreQueuedWithoutADaemonAndThatIsSaid) {
-    Files({"Album/a.mp3"});
-    StoreFolders({"Gone"});
-    Store("Lost/b.mp3");
-    Store("c.mp3");
-    const Texts added{Path("Album/"), Path("Album/a.mp3")},
-        removed{Path("Gone"), Path("Lost"), Path("c.mp3")};
-    const std::function<int()> commands[] = {[&] { return Add(context_, added, {}); },
-                                             [&] { return Remove(context_, removed, {.wait = true}); },
-                                             [&] { return Rename(context_, Path("Old"), Path("Album"), {}); },
-                                             [&] { return Rebuild(context_, "photo", {}); },
-                                             [&] { return Resync(context_, {}); },
-                                             [&] { return Truncate(context_, "photo_info", true, {}); }};
-    for (const auto& command : commands) {
-        Run(kExitNoDaemon, command);
-        EXPECT_NE(complaint_.find("the requests wait in"), std::string::npos) << complaint_;
-    }
-    EXPECT_EQ(Short(test::ReadFile(context_.places.queue)),
-              "A:~/Album\na:~/Album/a.mp3\nD:~/Gone\nD:~/Lost\nd:~/c.mp3\nN:~/Album:~/Old\nR:photo\nU:photo\n"
-              "T:photo_info\n");
-    EXPECT_EQ(Run(kExitNoDaemon, [&] { return Status(context_); })["requests_waiting"], 9);
-}
-
 TEST_F(SyncTest, QueriesFindWhatIsStored) {
     Store("a.mp3");
     Store("b/caf\xE9.mp3");

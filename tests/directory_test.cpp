@@ -29,27 +29,6 @@ class Walk : public Fixture {
     const std::string& top_ = dir();
 };
 
-TEST_F(Walk, StoresEveryFolderAndEveryKnownFileAndFollowsNoLinkUpwards) {
-    for (const char* name : {"a.mp3", "s/b.MP3", "s/@eaDir/c.mp3", "#recycle/d.mp3", "s/#recycle/e.mp3"})
-        Write(name, "");
-    for (const char* link : {"up1", "s/up2", "s/up3", "s/#recycle/up4"})
-        ASSERT_EQ(symlink(top_.c_str(), link), 0);
-    ASSERT_EQ(symlink("a.mp3", "link.mp3"), 0);
-    ASSERT_EQ(symlink("gone", "dangling.mp3"), 0);
-    ASSERT_EQ(symlink("s/#recycle", "aside"), 0);
-    EXPECT_EQ(Calls(top_, kModeAdd, kBoth),
-              (Lines{"MediaInfoDBDirSave " + top_, "MediaInfoDBDirSave " + top_ + "/aside",
-                     "MediaInfoDBDirSave " + top_ + "/s", "MediaInfoDBDirSave " + top_ + "/s/#recycle",
-                     "MusicFileAdd " + top_ + "/a.mp3", "MusicFileAdd " + top_ + "/aside/e.mp3",
-                     "MusicFileAdd " + top_ + "/link.mp3", "MusicFileAdd " + top_ + "/s/#recycle/e.mp3",
-                     "MusicFileAdd " + top_ + "/s/b.MP3"}));
-    for (const std::string& path : {top_ + "/#recycle", top_ + "/gone", "/" + std::string(5000, 'x')})
-        EXPECT_EQ(Calls(path, kModeAdd, kBoth), Lines{});
-    const std::string file = top_ + "/#recycle/d.mp3";  // a single file is taken anywhere
-    EXPECT_EQ(Calls(file, kModeAdd, kBoth), Lines{"MusicFileAdd " + file});
-    EXPECT_TRUE(fake.log.empty());
-}
-
 TEST_F(Walk, FoldersFullOfLinksToEachOtherAreNotGoneThroughInEveryOrder) {
     const std::string names = "abcdefghij";  // nearly 10^7 ways
     for (const char folder : names) {
@@ -97,29 +76,6 @@ TEST_F(Walk, WhatAStoreHasRefusedIsNotOvertakenAndNoFileIsMisjudgedForIt) {
     EXPECT_EQ(Calls(p, kModeAdd, kWalkMediaStore), Lines{});
     fake.refusing = KOLI_MEDIA_DB | KOLI_PHOTO_DB;
     EXPECT_EQ(Calls(p, kModeAdd, kBoth), Lines{});
-}
-
-TEST_F(Walk, BadCallsAreLoggedAndAShareIsRebuiltOnlyWhenItCanBeOpened) {
-    IndexWalk(nullptr, kModeAdd, kBoth);
-    IndexWalk("", kModeDelete, kBoth);
-    IndexWalk("/", 4, kWalkMediaStore);
-    IndexWalk(nullptr, kModeRebuild, kWalkPhotoLibrary);
-    const std::string real = MakeDir("real");
-    ASSERT_EQ(symlink("/no/such/volume", "unmounted"), 0);
-    ASSERT_EQ(symlink((real + "//").c_str(), "share"), 0);
-    for (const char* link : {"unmounted", "real", "gone", "", static_cast<const char*>(nullptr)})
-        ReindexShare(link);
-    EXPECT_TRUE(fake.calls.empty());
-    Lines expected(3, "directory (#) Bad parameter.");
-    expected.emplace_back("directory (#) index type must be KOLIINDEX_MEDIA");
-    expected.emplace_back("directory (#) Failed to open directory /no/such/volume ");
-    EXPECT_EQ(fake.log, expected);
-    ReindexShare("share");
-    ASSERT_EQ(symlink(("..//./." + real.substr(real.rfind('/', real.size() - 6))).c_str(), "beside"), 0);
-    ReindexShare(Path("beside").c_str());
-    EXPECT_EQ(fake.calls,
-              (Lines{"MediaRebuildBegin " + real, "MediaInfoDBDirSave " + real, "MediaRebuildEnd 1",
-                     "MediaRebuildBegin " + real, "MediaInfoDBDirSave " + real, "MediaRebuildEnd 1"}));
 }
 
 TEST_F(Walk, ARebuildTellsWhatItHasMissedAndTriesWhatWasNotStoredOnceMore) {

@@ -163,38 +163,12 @@ TEST_F(Store, AlbumsHoldTruthValuesAndTakeTheirRightsWithThem) {
     EXPECT_EQ(Photo("SELECT userid||'/'||shareid AS v FROM photo_access_right"), (Texts{"7/1", "7/3"}));
 }
 
-TEST_F(Store, PhotoSavesKeepCaptionsAndMarks) {
-    SavePhoto("/p/a.b.jpg", "By hand", "Words");
-    ASSERT_EQ(KOLIPhotoInitAllRows(), 0);
-    ASSERT_EQ(KOLIIndexPhotoUpdateVideoStatus("/p/a.b.jpg"), 0);
-    ASSERT_EQ(KOLIPhotoInitAllRows(), 0);
-    const std::string row = "SELECT title||'|'||description||'|'||status||'|'||updated AS v FROM photo_info";
-    for (const auto& [saved, title] : {std::pair{"a.b", "By hand"}, {"New\xE9", "New\u00E9"}}) {
-        SavePhoto("/p/a.b.jpg", saved);
-        EXPECT_EQ(Photo(row), Texts{title + "|Words|1|1"s});
-    }
-}
-
 /// Moves the rows that begin with `from`, as a rename of one file does.
 int Rename(const std::string& from, const std::string& to) {
     return KOLIUpdatePhotoPath(PhotosOf("path like '" + from + "%'").get(), to.c_str(), from.c_str());
 }
 
-TEST_F(Store, RenamesMoveRowsAndTheirNames) {
-    const std::string row =
-        "SELECT path||'|'||name||'|'||folder||'|'||title AS v FROM photo_info ORDER BY path";
-    SavePhoto("/p/a/x.y.jpg", "x.y");
-    SavePhoto("/p/a/p/a/z.jpg", "By hand");
-    SavePhoto("/p/b/x.y.jpg", "gives way");
-    SavePhoto("/p/c.jpg", "c");
-    ASSERT_EQ(Rename("/p/a", "/p/b"), 0);
-    EXPECT_EQ(Photo(row),
-              (Texts{"/p/b/p/a/z.jpg|z.jpg|a|By hand", "/p/b/x.y.jpg|x.y.jpg|b|x.y", "/p/c.jpg|||c"}));
-    ASSERT_EQ(Rename("/p/c.jpg", "/p/\xE9.png"), 0);
-    EXPECT_EQ(Photo(row + " DESC LIMIT 1"), Texts{"/p/\xE9.png|\xE9.png|p|\u00E9"});
-
-    // Rows that move to where others stand that move too, in both directions.
-    ASSERT_EQ(KOLITruncateTable("photo_info"), 0);
+TEST_F(Store, RenamesMoveRowsToWhereOthersStandThatMoveToo) {
     SavePhoto("/p/x", "first");
     SavePhoto("/p/xx", "second");
     SavePhoto("/p/xxx", "third");

@@ -30,34 +30,6 @@ TEST_F(Index, ExtensionsReachTheirHandlersInAnyCase) {
         EXPECT_EQ(IndexHandlerFind(unknown), nullptr) << unknown;
 }
 
-TEST_F(Index, OnlyFilesReachTheirHandlersWhoseResultsTellWhatComesNext) {
-    const std::string dir = MakeDir("x.mp3");
-    EXPECT_EQ(IndexOnePath(nullptr, kModeAdd), -1);
-    EXPECT_EQ(IndexOnePath("", kModeDelete), -1);
-    EXPECT_EQ(IndexOnePath(dir.c_str(), kModeUpdate), -1);
-    EXPECT_EQ(IndexOneFile("/a.mp3", kModeRebuild), -1);
-    fake.failing = {"MediaInfoDBDirSave"};
-    EXPECT_EQ(IndexOnePath(dir.c_str(), kModeAdd), 0);
-    EXPECT_EQ(IndexOnePath(dir.c_str(), kModeDelete), 0);
-    EXPECT_EQ(DirectoryInfoSave("/no/such/dir"), -1);
-
-    fake.results = {{"MusicFileAdd", 1}, {"Mp4Add", -7}, {"MusicFileDelete", -1}};
-    EXPECT_EQ(IndexOnePath("/v.x/noext", kModeDelete), -1);
-    EXPECT_EQ(IndexOnePath("/v/readme.txt", kModeAdd), 0);
-    EXPECT_EQ(IndexOnePath("/v/._a.mp3", kModeAdd), -1);
-    EXPECT_EQ(IndexOnePath("a.mp3", kModeAdd), -1);
-    EXPECT_EQ(IndexOnePath("/v/a.mp3", kModeAdd), -1);
-    EXPECT_EQ(IndexOneFile("/v/a.m4a", kModeAdd), -7);
-    EXPECT_EQ(IndexOneFile("/v/._a.mp3", kModeDelete), -1);
-    EXPECT_EQ(fake.calls,
-              (Lines{"MediaInfoDBDirSave " + dir, "MusicFileAdd /v/a.mp3",
-                     "KOLILogSet1 2 3 296748304 /v/a.mp3", "Mp4Add /v/a.m4a", "MusicFileDelete /v/._a.mp3"}));
-    Lines expected(4, "index (#) Bad parameter.");
-    expected.emplace_back("directory (#) Failed to save directory info to database.");
-    expected.emplace_back("index:# Failed to parse media metadata of file [/v/a.mp3].");
-    EXPECT_EQ(fake.log, expected);
-}
-
 TEST(SharePath, ThePhotoShareAndTheRecycleBinAreToldByPosition) {
     const char* const none = nullptr;
     for (const char* path : {"/volume1/photo", "/volume1/Photo/2009/x.jpg", "/volume1/PHOTO/"})

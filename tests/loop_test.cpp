@@ -1,9 +1,6 @@
-// The debounce rule, the overflow rule and the vacuum schedule, without sleeping; the pid file and its lock.
+// The debounce rule, the overflow rule and the vacuum schedule, without sleeping.
 #include "daemon/loop.h"
 
-#include <unistd.h>
-
-#include "daemon/pid_file.h"
 #include "daemon/queue.h"
 #include "tests/fixture.h"
 
@@ -78,18 +75,6 @@ TEST_F(Loop, VacuumsBeforeARunMoreThanTwelveHoursAfterTheLast) {
     EXPECT_EQ(Pass(), kVacuumRun);
     EXPECT_EQ(fake.log, (Lines{"koliindexd (#) vaccuum mediaserver failed.",
                                "koliindexd (#) vaccuum photodb failed."}));
-}
-
-TEST_F(Loop, ThePidFileIsLockedByOne) {
-    const std::string path = Write("d.pid", "stale 123456789");
-    const int lock = PidFileLock(path.c_str());
-    ASSERT_GT(lock, 2);
-    EXPECT_EQ(PidFileLock(path.c_str()), kPidFileHeld);
-    EXPECT_EQ(ReadFile(path), "stale 123456789");
-    EXPECT_EQ(PidFileWrite(lock), 0);
-    EXPECT_EQ(ReadFile(path), std::to_string(getpid()));
-    EXPECT_EQ(PidFileLock((path + "/x").c_str()), kPidFileUnusable);
-    close(lock);
 }
 
 }  // namespace koli::test

@@ -113,37 +113,4 @@ TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {
     EXPECT_EQ(fake.log, Lines{"photo_index (#) Failed to save photo info."});
 }
 
-TEST_F(Photo, DispatchesByModeAndKind) {
-    const std::string photo = Write("a.jpg", "x"), video = Write("a.mp4", "x"), plain = Write("a.avi", "x");
-    const std::string convert = "KLIBExec /usr/koli/bin/koliflvconv -f ";
-    const std::string loop = Path("loop.jpg");
-    ASSERT_EQ(symlink("loop.jpg", loop.c_str()), 0);
-    const std::tuple<std::string, int, int, Lines> cases[] = {
-        {photo, kModeAdd, 0, {"PhotoInfoDBSave 1 " + photo}},
-        {photo, kModeUpdate, 0, {"PhotoInfoDBSave 5 " + photo}},
-        {"/gone.jpg", kModeDelete, 0, {"PhotoInfoDBDelete /gone.jpg"}},
-        {video, kModeAdd, 0, {}},
-        {video, kModeUpdate, 0, {"KOLIIndexPhotoUpdateVideoStatus " + video}},
-        {plain, kModeAdd, 0, {convert + plain}},
-        {plain, kModeUpdate, 0, {convert + plain, "KOLIIndexPhotoUpdateVideoStatus " + plain}},
-        {"/gone.avi", kModeDelete, 0, {convert + "/gone.avi", "PhotoInfoDBDelete /gone.avi"}},
-        {Write("a.txt", "x"), kModeAdd, -1, {}},
-        {"/dotless", kModeDelete, -1, {}},
-        {MakeDir("d.jpg"), kModeAdd, -1, {}},
-        {photo, kModeRebuild, -1, {}},
-        {photo, kModeDelete, 0, {}},
-        {loop, kModeDelete, 0, {}},  // cannot be looked at
-    };
-    for (const auto& [path, mode, result, calls] : cases) {
-        fake.calls.clear();
-        EXPECT_EQ(PhotoLibraryIndex(path.c_str(), mode), result) << path << mode;
-        EXPECT_EQ(fake.calls, calls) << path << mode;
-    }
-    EXPECT_EQ(fake.log,
-              (Lines{"photo_index(#) Thumb daemon is not running .....\n",
-                     "photo_index(#) FLV daemon is not running .....\n", "photo_index (#) Bad parameter.",
-                     "photo_index (#) File exists. Skip remove it from database.",
-                     "photo_index (#) File exists. Skip remove it from database."}));
-}
-
 }  // namespace koli::test

@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "index/directory.h"
@@ -28,6 +29,16 @@ inline std::string NewVolume() {
     while (!std::filesystem::create_directory("/tmp/" + std::to_string(number)))
         ++number;
     return "/tmp/" + std::to_string(number);
+}
+
+/// The parts of "one, two".
+inline Texts Split(const std::string& text) {
+    Texts parts;
+    for (size_t at = 0, end = 0; at < text.size(); at = end + 2) {
+        end = std::min(text.find(", ", at), text.size());
+        parts.push_back(text.substr(at, end - at));
+    }
+    return parts;
 }
 
 /// The share is "photo" on a volume of its own.  The share's link leads to it.

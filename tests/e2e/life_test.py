@@ -1,10 +1,7 @@
 #!/usr/bin/python3
-"""Start, stop, and death at any moment."""
+"""Start and stop."""
 import os
-import random
-import signal
 import subprocess
-import time
 
 import harness
 from harness import appliance
@@ -41,38 +38,6 @@ class Life(harness.DaemonTest):
             self.start()
             self.assertEqual(os.stat(appliance.PID_FILE).st_mode & 0o777, 0o644)
             appliance.stop()
-
-    def test_killed_at_any_moment(self):
-        for copy in range(2):
-            for share in harness.SHARES:
-                harness.shutil.copytree(f"{harness.SAMPLES}/{share}", f"/volume1/{share}/copy {copy}")
-        self.put_captions()
-        begin = time.monotonic()
-        self.index(*harness.EVERYTHING)
-        whole = time.monotonic() - begin
-        expected = harness.dump()
-        chance, interrupted = random.Random(7), 0
-        while interrupted < 12:
-            self.forget_everything()
-            self.put_captions()
-            appliance.enqueue(harness.EVERYTHING)
-            for _ in range(5):
-                self.start()
-                time.sleep(chance.uniform(0, whole * 0.8))
-                appliance.stop(signal.SIGKILL)
-                interrupted += os.path.exists(appliance.BATCH)
-            if not os.path.exists(appliance.QUEUE) and not os.path.exists(appliance.BATCH):
-                whole /= 2  # the machine is quicker now
-            self.index()
-            for table, found in harness.dump().items():
-                self.assertEqual(found, expected[table], table)
-
-    @staticmethod
-    def put_captions():
-        """A caption is handed over once: its file is gone when the photo has it."""
-        for path in harness.glob.glob("/volume1/photo/**/IMG_*.jpg", recursive=True):
-            for stream in ("TITLE", "DESC"):
-                harness.hand_over(path, stream, f"{stream} of {path}")
 
 
 if __name__ == "__main__":
