@@ -1,5 +1,6 @@
 #include "daemon/batch.h"
 
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,12 +26,16 @@ constexpr timespec kLockPause{0, 10'000'000};  // 10 ms
 constexpr const char kRebuildPhoto[] = "R:photo\n";
 constexpr int kBothStores = KOLI_MEDIA_DB | KOLI_PHOTO_DB;
 
-/// The hash of a file's beginning (FNV-1a over its inode number and bytes).
+/// The hash of a file's beginning (FNV-1a over its inode number, time of birth and bytes): the next batch may
+/// get the inode of the last one, and begin with the same requests.
 class Fingerprint {
   public:
     explicit Fingerprint(int fd) : fd_(fd) {
-        struct stat status;
-        if (fstat(fd, &status) == 0) Add(reinterpret_cast<const char*>(&status.st_ino), sizeof status.st_ino);
+        struct statx status {};
+        if (statx(fd, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0) return;
+        const int64_t identity[] = {static_cast<int64_t>(status.stx_ino), status.stx_btime.tv_sec,
+                                    status.stx_btime.tv_nsec};
+        Add(reinterpret_cast<const char*>(identity), sizeof identity);
     }
 
     /// Takes the bytes up to `offset` in; false when they could not be read.
