@@ -115,9 +115,9 @@ class Check:
             self.found.append(f"texts of {thing.path}: not {text}")
 
     def fresh(self, thing, flags):
-        """What an album begins with: a sub-album as its album is, any other one as it was said with one of `flags`."""
+        """What an album begins with: one of `flags` as it was said, but a sub-album as its album is."""
         top = self.library.albums.get(os.path.dirname(thing.path))
-        if level(thing.path) and top is not None:
+        if level(thing.path) and top is not None and len(flags) == 1:
             return [(top[0], "", frozenset() if top[0] else top[2])]
         return [(self.default if flag is None else flag, "", frozenset()) for flag in flags]
 
@@ -126,7 +126,7 @@ class Check:
         if self.is_missing(thing, row):
             return
         accepted = [thing.album] if thing.known else self.fresh(thing, [thing.flag])
-        accepted += self.forced("mixed", self.fresh(thing, self.family.flags) * (not thing.known))
+        accepted += self.forced("mixed", self.fresh(thing, [None, None, *self.family.flags]) * (not thing.known))
         accepted += self.forced("edited", [ghost.album for ghost in self.ghosts(thing)])
         accepted += self.forced("deep", self.fresh(thing, [None]) * thing.deep)
         if row not in accepted:
