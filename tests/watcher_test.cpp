@@ -77,7 +77,7 @@ TEST(Watcher, AsksForWhatHasSettledAndLosesNothingToAFullSpoolOrAShareThatGoes) 
     for (size_t at = 0; (at = sink.lines.find(top)) != std::string::npos;)
         sink.lines.replace(at, top.size(), "~");
     EXPECT_EQ(sink.lines,
-              "N:~/new:~/old\nD:~/old\na:~/a.mp3\na:~/b.mp3\na:~/new/c.mp3\nd:~/new/d.mp3\nA:~/x\n");
+              "D:~/old\nN:~/new:~/old\na:~/a.mp3\na:~/b.mp3\na:~/new/c.mp3\nd:~/new/d.mp3\nA:~/x\n");
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ class Sequences(harness.DaemonTest):
         family_model.FOLDERS = NAMES[:-1]
         for seed in range(SEQUENCES):
             self.clean()
-            chance, family = random.Random(seed), family_model.Family()
+            chance, family = random.Random(seed), family_model.Family(lambda: None)
             self.index(*harness.EVERYTHING)
             for number in range(12):
                 family.begin()
