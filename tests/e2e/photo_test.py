@@ -93,7 +93,8 @@ class Trouble(harness.DaemonTest):
             else:
                 hand_over(path, "TITLE", kind)
         self.index(f"A:{P}", "R:photo")
-        self.assertEqual([self.row("photo_info", path)["title"] for path in sorted(harness.glob.glob(f"{P}/*.jpg"))], list(kinds.values()))
+        paths = sorted(harness.glob.glob(f"{P}/*.jpg"))
+        self.assertEqual([self.row("photo_info", path)["title"] for path in paths], list(kinds.values()))
         left = harness.glob.glob(f"{P}/@eaDir/*/KOLIPHOTO:TITLE")
         self.assertEqual({path.split("/")[4] for path in left}, {"5.jpg", "7.jpg"})  # a pipe reads as empty
 
