@@ -1,5 +1,5 @@
 // The life of a batch: taken over, executed, kept and executed again, in the stores that still need it; and
-// the lines that are none, cut, or of no use to a store.
+// the lines that are none, or are cut.
 #include "daemon/batch.h"
 
 #include <fcntl.h>
@@ -18,8 +18,6 @@
 #include "tests/fixture.h"
 
 namespace koli::test {
-
-constexpr const char* kNoNewline = "koliindexd (#) Warning! No new line here.";
 
 struct Batch : Fixture {
     ~Batch() override { BatchForget("state"); }
@@ -47,6 +45,7 @@ struct Batch : Fixture {
         return calls;
     }
     static std::string Bad(const std::string& line) { return "koliindexd (#) Bad format [" + line + "]."; }
+    const std::string no_newline_ = "koliindexd (#) Warning! No new line here.";
     static bool Exists(const char* path) { return std::filesystem::exists(path); }
 };
 
@@ -173,7 +172,7 @@ TEST_F(Batch, LinesThatAreNoRequestsAreLoggedAndTheNextOneIsRead) {
               (Lines{"KOLITruncateTable a", "KOLITruncateTable b", "KOLITruncateTable c",
                      "IndexWalk /v/x.mp3 1 3"}));
     EXPECT_EQ(fake.log, (Lines{Bad("\n"), Bad("/v/x.mp3\n"), Bad(":\n"), Bad(""), Bad("D:/vol"), Bad("T:d"),
-                               Bad("\n"), kNoNewline}));
+                               Bad("\n"), no_newline_}));
 }
 
 TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
@@ -182,7 +181,7 @@ TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
     EXPECT_TRUE(fake.log.empty());
     EXPECT_EQ(Calls("T:" + fits + "yT:rest\n"),
               (Lines{"KOLITruncateTable " + fits + "y", "KOLITruncateTable rest"}));
-    EXPECT_EQ(fake.log, Lines{kNoNewline});
+    EXPECT_EQ(fake.log, Lines{no_newline_});
     // The old path of a cut rename could be anything above the one meant.
     MakeDir("new");
     EXPECT_EQ(Calls("N:new:/volume1/music/" + fits + "\n"),

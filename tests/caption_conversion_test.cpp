@@ -1,4 +1,4 @@
-// Captions are handed over once; the conversion queues get one line and one signal.
+// The conversion queues get one line and one signal.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -8,18 +8,14 @@
 #include <csignal>
 #include <cstdarg>
 
-#include "photo/caption.h"
 #include "photo/conversion.h"
 #include "platform/paths.h"
 #include "tests/fixture.h"
 
 static std::string spool;  // stands in for /var/spool
 
-// These take the place of the C library's: tests neither wait, nor signal anybody, nor write to the machine's
+// These take the place of the C library's: tests neither signal anybody, nor write to the machine's
 // spool.
-extern "C" unsigned int sleep(unsigned int seconds) {
-    return static_cast<unsigned>(koli::test::Record("sleep", seconds));
-}
 extern "C" int kill(pid_t pid, int signal) noexcept {
     return koli::test::Record("kill", pid, signal);
 }
@@ -37,25 +33,7 @@ extern "C" int open64(const char* path, int flags, ...) {
 
 namespace koli::test {
 
-using Caption = Fixture;
 using Conversion = Fixture;
-
-TEST_F(Caption, WhatIsNoReadableFileIsKeptAndLogged) {
-    const std::string path = Path("a.jpg");
-    const std::string file = MakeDir("@eaDir/a.jpg/KOLIPHOTO:DESC");
-    const std::string link = Path("@eaDir/a.jpg/KOLIPHOTO:PUBLIC");
-    ASSERT_EQ(symlink(Write("secret", "1").c_str(), link.c_str()), 0);
-    const std::string fifo = Path("@eaDir/a.jpg/KOLIPHOTO:TITLE");
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    PhotoRecord record{};
-    char value[16];
-    EXPECT_EQ(CaptionTitleGet(path.c_str(), &record), 0);  // does not block
-    EXPECT_EQ(CaptionDescGet(path.c_str(), &record), 0);
-    EXPECT_EQ(CaptionRead(path.c_str(), kPublicStream, value, sizeof value), -1);
-    EXPECT_EQ(access(file.c_str(), F_OK), 0);
-    EXPECT_EQ(fake.log,
-              (Lines{"photo_index:# fgets() failed.", "photo_index:# failed to open file " + link + "."}));
-}
 
 TEST_F(Conversion, KeepsOneLineForEachEntry) {
     const std::string queue = Path("queue"), longest(4095, 'x');

@@ -21,7 +21,6 @@
 namespace koli::test {
 
 using Lines = std::vector<std::string>;
-using Row = std::map<std::string, std::string>;
 
 struct FakePlatform {
     std::function<void(const std::string& operation)> at_call;  ///< called for each operation when it is set
@@ -37,9 +36,6 @@ struct FakePlatform {
     int refusing = 0;               ///< KOLIDBRefusing
     std::set<std::string> unsaved;  ///< paths that MediaRebuildSavedLast does not know
     KOLIBatchMark mark{};           ///< of the photo database
-
-    /// Rows that PhotoInfoDBOpen / MediaInfoDBOpen give, by "photo TABLE CONDITION" / "media TYPE CONDITION".
-    std::map<std::string, std::vector<Row>> rows;
 };
 
 inline FakePlatform fake;

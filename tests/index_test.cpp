@@ -1,7 +1,4 @@
-// The dispatch table, the rules around the handlers, playlists, and what a path says about its share.
-#include <utime.h>
-
-#include "index/directory_record.h"
+// The dispatch table, the rules around the handlers, what is gone, and what a path says about its share.
 #include "index/index.h"
 #include "index/index_mode.h"
 #include "index/playlist.h"
@@ -55,35 +52,6 @@ TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
               (Lines{"playlist (#) File exists. Skip remove it from database.",
                      "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many "
                      "levels of symbolic links)"}));
-}
-
-TEST_F(Index, ALinksTargetIsOneAbsolutePath) {
-    const std::pair<std::string, std::string> targets[] = {{"../../volume1//music/", "/volume1/music"},
-                                                           {"/a/../b/./..//c/", "/c"},
-                                                           {"../../../..", "/"},
-                                                           {"x", dir() + "/x"},
-                                                           {"/v/a..b", "/v/a..b"}};
-    for (const auto& [text, target] : targets) {
-        char got[kPathSize];
-        unlink("link");
-        ASSERT_EQ(symlink(text.c_str(), "link"), 0);
-        ASSERT_EQ(ShareTargetGet(Path("link").c_str(), got), 0);
-        EXPECT_EQ(got, target) << text;
-        unlink("link");
-        EXPECT_EQ(ShareTargetGet(Path("link").c_str(), got), -1);
-    }
-}
-
-TEST_F(Index, APlaylistIsARegularFileWithTimesOfItsOwnForm) {
-    setenv("TZ", "UTC", 1);
-    const std::string path = Write("Party/mix.v2.m3u", "#EXTM3U");
-    const utimbuf times{1794775162, 1794775162};
-    ASSERT_EQ(utime(path.c_str(), &times), 0);
-    ASSERT_EQ(IndexOnePath(path.c_str(), kModeAdd), 0);
-    EXPECT_STREQ(fake.media.at(0).second.mtime, "Sun Nov 15 20:39:22 2026\n");
-    EXPECT_EQ(strlen(fake.media[0].second.ctime), 25U);
-    EXPECT_EQ(PlaylistFileAdd(MakeDir("x.m3u").c_str()), -1);
-    EXPECT_EQ(fake.calls, Lines{"MediaInfoDBSave 3 " + path});  // and no MediaInfoValid
 }
 
 }  // namespace koli::test

@@ -56,11 +56,4 @@ TEST_F(Mp3Metadata, TakesDurationAndRateFromAVariableBitrateHeader) {
     }
 }
 
-TEST_F(Mp3Metadata, ThePathNamesWhatTheTagDoesNot) {
-    const std::string path = Write("Album/A.Song.mp3", Tag(Text("TALB", "Tagged")) + Audio());
-    EXPECT_EQ(MusicFileAdd(path.c_str()), 0);
-    EXPECT_EQ(Names(fake.media.at(0).second), "A.Song|Tagged||||0|0|0");
-    EXPECT_EQ(fake.calls, (Lines{"MediaInfoValid " + path, "MediaInfoDBSave 0 " + path}));
-}
-
 }  // namespace koli::test

@@ -31,13 +31,12 @@ struct FakePort : FolderPort {
     std::vector<Met> TakeMet() override { return {}; }
     std::vector<FolderId> TakeWatched() override { return {}; }
     bool HoldsOlder(FolderId, const std::string&) override { return false; }
-    void Unwatch(int watch) override { unwatched.push_back(watch); }
+    void Unwatch(int) override {}
     Entry Look(FolderId, const std::string& name) override {
         return looks.try_emplace(name, kGrowing).first->second;
     }
     FolderTree* tree = nullptr;
     int last_watch = 0;
-    std::vector<int> unwatched;
     std::map<std::string, Entry> looks;
 };
 
