@@ -277,7 +277,7 @@ class Points:
     """One batch, and all the ways to hit it."""
 
     def __init__(self, binary, name):
-        self.binary = binary
+        self.binary, self.unreached = binary, 0
         restore({})
         batch = BATCHES[name]()
         try:
@@ -292,7 +292,7 @@ class Points:
         recorder = Recorder(self.disk)
         Tracer(binary, recorder).run()
         self.calls, self.expected = recorder.calls, outcome()
-        self.lacks = self.missed(*wanted)
+        self.lacks = self.missing(*wanted)
         self.sync()
         self.synced = outcome()
 
@@ -302,7 +302,7 @@ class Points:
         work_off(self.binary)
 
     @staticmethod
-    def missed(titles, albums):
+    def missing(titles, albums):
         """What a person misses after the undisturbed run."""
         found = {row["path"]: row["title"] for row in appliance.rows("photo_info")}
         for row in appliance.rows("photo_share"):
@@ -315,8 +315,11 @@ class Points:
     def judge(self, asked_again=()):
         """Until nothing waits any more, then the differences. What could not be read, or whose caption or cover could
         not, may be asked for again first."""
-        if is_waiting():
-            work_off(self.binary)
+        try:
+            if is_waiting():
+                work_off(self.binary)
+        except (TimeoutError, appliance.DaemonGone) as failure:
+            return [f"the batch is not worked off: {failure!r}"]
         found = differences(self.expected, outcome())
         if found and asked_again:
             files = [re.sub("/@eaDir/([^/]+).*", r"/\1", path) for path in asked_again]
@@ -343,7 +346,9 @@ class Points:
         """The point, and what went astray."""
         call = self.calls[number]
         restore(self.start)
-        end = Tracer(self.binary, Blow(number, verdict)).run()
+        blow = Blow(number, verdict)
+        end = Tracer(self.binary, blow).run()
+        self.unreached += blow.number >= 0  # this run made fewer calls
         is_share = verdict != KILL and any(path.startswith(SHARES) for path in call.paths)
         return (f"{name} at call {number}, {call.name}({', '.join(call.paths)})",
                 [f"the daemon {end}"] if end else self.judge(call.paths if is_share else ()))

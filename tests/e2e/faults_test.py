@@ -1,10 +1,12 @@
 #!/usr/bin/python3
 """A sample of the points at which a batch can be hit, and how long the databases are locked; script/fault-run tries all
 points."""
+import platform
 import random
 import sqlite3
 import threading
 import time
+import unittest
 
 import fault_points
 import harness
@@ -16,6 +18,7 @@ SAMPLE = 5  # points of each kind and batch
 FILES, FILE_TAKES, LONGEST_LOCK = 20, 0.1, 1.2  # seconds
 
 
+@unittest.skipUnless(platform.machine() == "x86_64", "the tracer knows no other processor")
 class Faults(harness.DaemonTest):
     def test_a_batch_that_is_hit_ends_like_one_that_is_not(self):
         chance = random.Random(8)
@@ -60,6 +63,7 @@ class Writer(threading.Thread):
         database.close()
 
 
+@unittest.skipUnless(platform.machine() == "x86_64", "the tracer knows no other processor")
 class Locks(harness.DaemonTest):
     def test_other_programs_write_while_a_long_batch_runs(self):
         """What one database has got does not wait for what is done in the other, nor for the end of a line."""

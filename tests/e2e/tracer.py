@@ -6,6 +6,7 @@ import os
 import signal
 import subprocess
 
+import harness
 from harness import appliance
 
 TRACEME, POKEUSER, SYSCALL, SETOPTIONS, GET_SYSCALL_INFO = 0, 6, 24, 0x4200, 0x420e
@@ -188,7 +189,7 @@ class Tracer:
             self.hook.exit(call, result)
 
     def kill_all(self):
-        """A process that has just been made is heard of only now."""
+        """A process that has just been made is heard of only now. The daemon's own parent waits for it, too."""
         left = self.known
         while True:
             for pid in left:
@@ -200,4 +201,5 @@ class Tracer:
                 pid, status = os.waitpid(-1, WALL)
                 left = {pid} if os.WIFSTOPPED(status) else set()
             except ChildProcessError:
-                return
+                break
+        harness.wait_for("the daemon's end", lambda: not os.path.exists(f"/proc/{self.daemon or 'none'}"))
