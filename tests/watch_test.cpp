@@ -213,7 +213,7 @@ std::string LinesOf(Composer* composer, const std::vector<SettledChange>& change
     for (size_t at = 0; (at = lines.find("/volume9/photo")) != std::string::npos;)
         lines.replace(at, 14, "~");
     for (size_t at = 0; (at = lines.find(".koliindexctl-aside-")) != std::string::npos;)
-        lines.replace(at, lines.find('-', at + 20) + 1 - at, "=");
+        lines.replace(at, lines.find_first_of("-/", at + 20) - at, "");
     return lines;
 }
 
@@ -233,12 +233,12 @@ TEST(ComposerTest, WhatMovesMeetsNothingThatIsStored) {
     };
     move("/a", "/t"), move("/b", "/a"), move("/t", "/b");
     EXPECT_EQ(LinesOf(&composer, journal.Take()),
-              "N:~/=0:~/a\nD:~/a\nN:~/=1:~/b\nD:~/b\nN:~/=2:~/t\nD:~/t\nN:~/a:~/=1\nN:~/b:~/=0\nD:~/=2\n");
+              "N:~/-0:~/a\nD:~/a\nN:~/-1:~/b\nD:~/b\nN:~/-2:~/t\nD:~/t\nN:~/a:~/-1\nN:~/b:~/-0\nD:~/-2\n");
     move("/a", "/t"), move("/t/s", "/s"), move("/t/c.jpg", "/#recycle/c.jpg", SettledChange::kMoveFile);
     journal.Removed(share + "/t", 0);
     EXPECT_EQ(LinesOf(&composer, journal.Take()),
-              "N:~/=0:~/a\nD:~/a\nN:~/=1:~/=0/s\nD:~/a/s\nN:~/=2.jpg:~/=0/c.jpg\nN:~/=3:~/t\nD:~/t\n"
-              "N:~/#recycle/c.jpg:~/=2.jpg\nD:~/=0\nN:~/s:~/=1\nD:~/=3\n");
+              "N:~/-0:~/a\nD:~/a\nN:~//1:~/-0/s\nD:~/a/s\nN:~/-2.jpg:~/-0/c.jpg\nN:~/-3:~/t\nD:~/t\n"
+              "N:~/#recycle/c.jpg:~/-2.jpg\nD:~/-0\nN:~/s:~//1\nD:~/-3\n");
     EXPECT_EQ(LinesOf(&composer, {{SettledChange::kMoveTree, "/v/b", "/v/a"},
                                   {SettledChange::kRemoveTree, "/v/c"},
                                   {SettledChange::kMoveTree, share + "/n", "/v/d"},
