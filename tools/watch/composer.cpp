@@ -137,7 +137,7 @@ void Composer::Lift(const SettledChange& change) {
     }
     const bool is_tree = IsTree(change);
     if (change.kind != SettledChange::kStay) {
-        const std::string aside = AsidePath(stored, is_tree);
+        const std::string aside = AsidePath(move.place, is_tree);
         if (!aside.empty() && ctl::RenameRefusal(aside, move.place) == nullptr) {
             AddLines(ctl::RenameLine(aside, move.place), 1);
             move.place = aside;
@@ -152,12 +152,16 @@ void Composer::Lift(const SettledChange& change) {
         if (IsAtOrBelowPath(folder, stored)) AddCompare(MovedPath(folder, stored, change.path));
 }
 
-/// A path for the rows of what moves, directly in the photo share: from there an album can be removed,
-/// however deep it was.  Never the same one twice, as some rows may stay.  "" outside the share.
-std::string Composer::AsidePath(const std::string& path, bool is_tree) const {
-    if (IsPhotoSharePath(path.c_str()) == 0) return "";
-    return path.substr(0, kShareTopLength) + "/.koliindexctl-aside-" + stamp_ + "-" +
-           std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(path));
+/// A path for the rows of what moves from `place`.  A sub-album stays one: the daemon looks for further
+/// albums in one that comes up.  All other folders go directly into the share, from where an album can be
+/// removed, however deep it was.  Never the same path twice, as some rows may stay.  "" outside the photo
+/// share.
+std::string Composer::AsidePath(const std::string& place, bool is_tree) const {
+    if (IsPhotoSharePath(place.c_str()) == 0 || place.size() <= kShareTopLength) return "";
+    const bool is_sub_album =
+        is_tree && !IsInBin(place) && std::count(place.begin() + kShareTopLength + 1, place.end(), '/') == 1;
+    return place.substr(0, kShareTopLength) + "/.koliindexctl-aside-" + stamp_ + (is_sub_album ? "/" : "-") +
+           std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(place));
 }
 
 /// Folders before what is in them.

@@ -42,7 +42,7 @@ class Composer {
     void Lift(const SettledChange& change);
     void PlaceAll();
     void PlaceOne(const Move& move);
-    std::string AsidePath(const std::string& path, bool is_tree) const;
+    std::string AsidePath(const std::string& place, bool is_tree) const;
 
     std::string stamp_;        // of the names of this moment
     std::vector<Move> moves_;  // that have been lifted and not placed yet
