@@ -55,7 +55,7 @@ class Check:
 
     def __init__(self, family, is_public_by_default, is_watched):
         self.family, self.default, self.is_watched = family, is_public_by_default, is_watched
-        self.library, self.found = Library(), []
+        self.store, self.found = Library(), []
         things = [thing for path, thing in sorted(family.things.items()) if not is_at(path, BIN)]
         for thing in things:
             self.mix(thing)
@@ -66,9 +66,9 @@ class Check:
                 self.video(thing)
             elif thing.is_album():
                 self.album(thing)
-        self.found += [f"rights without an album: {users}" for users in self.library.orphans.values()]
+        self.found += [f"rights without an album: {users}" for users in self.store.orphans.values()]
         if family.is_swept():
-            self.found += [f"row of what is gone: {path}" for path in (*self.library.pictures, *self.library.albums)
+            self.found += [f"row of what is gone: {path}" for path in (*self.store.pictures, *self.store.albums)
                            if path not in family.things]
 
     def forced(self, name, values):
@@ -93,7 +93,7 @@ class Check:
         return row is None
 
     def picture(self, thing):
-        row = self.library.pictures.get(thing.path) if thing.path in self.library.stored else None
+        row = self.store.pictures.get(thing.path) if thing.path in self.store.stored else None
         is_missing = self.is_missing(thing, row)
         for stream in ("TITLE", "DESC"):
             to_come, text = thing.pending.get(stream), thing.own(stream) if is_missing else row[stream]
@@ -109,20 +109,20 @@ class Check:
         thing.known = thing.known or not is_missing
 
     def video(self, thing):
-        thing.known = thing.known or thing.path in self.library.stored
+        thing.known = thing.known or thing.path in self.store.stored
         text = thing.texts.get("video")
-        if text and (thing.path, text) not in self.library.texts:
+        if text and (thing.path, text) not in self.store.texts:
             self.found.append(f"texts of {thing.path}: not {text}")
 
     def fresh(self, thing, flags):
         """What an album begins with: one of `flags` as it was said, but a sub-album as its album is."""
-        top = self.library.albums.get(os.path.dirname(thing.path))
+        top = self.store.albums.get(os.path.dirname(thing.path))
         if level(thing.path) and top is not None and len(flags) == 1:
             return [(top[0], "", frozenset() if top[0] else top[2])]
         return [(self.default if flag is None else flag, "", frozenset()) for flag in flags]
 
     def album(self, thing):
-        row = self.library.albums.get(thing.path)
+        row = self.store.albums.get(thing.path)
         if self.is_missing(thing, row):
             return
         accepted = [thing.album] if thing.known else self.fresh(thing, [thing.flag])
