@@ -184,16 +184,16 @@ def restore(state):
 
 
 def outcome():
-    """What is compared: all rows, ids and the times of files apart; all files in the shares: covers, captions left;
-    what the converters are asked for."""
+    """What is compared: all rows, but ids, times of files and the mark that each resync clears first; all files in the
+    shares: covers, captions left; what the converters are asked for."""
     for path in glob.glob(f"{appliance.STORE}/*.db"):  # a reader alone cannot recover a log
         sqlite3.connect(path).execute("PRAGMA user_version")
     names = {row["shareid"]: row["sharename"] for row in appliance.rows("photo_share")}
-    found = collections.Counter()
+    found, apart = collections.Counter(), ("id", "shareid", "ctime", "updated")
     for table in appliance.MEDIA_TABLES + appliance.PHOTO_TABLES:
         for row in appliance.rows(table):
             row = {"path": names.get(row.get("shareid")), **row}
-            found[(table, *(f"{name}={row[name]}" for name in row if name not in ("id", "shareid", "ctime")))] += 1
+            found[(table, *(f"{name}={row[name]}" for name in row if name not in apart))] += 1
     found.update(("file", path, content and hashlib.md5(content).hexdigest())
                  for path, (content, _) in snapshot((P, V, M)).items())
     for path in glob.glob("/var/spool/*.queue"):
@@ -322,8 +322,8 @@ class Points:
             return [f"the batch is not worked off: {failure!r}"]
         found = differences(self.expected, outcome())
         if found and asked_again:
-            files = [re.sub("/@eaDir/([^/]+).*", r"/\1", path) for path in asked_again]
-            appliance.enqueue([f"a:{path}" for path in files if path.endswith((".mp3", ".jpg"))])
+            paths = [re.sub("/@eaDir(/[^/]+)?.*", r"\1", path) for path in asked_again]
+            appliance.enqueue([f"{'a' if path.endswith(('.mp3', '.jpg')) else 'A'}:{path}" for path in paths])
             self.sync()
             found = differences(self.synced, outcome())
         return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
