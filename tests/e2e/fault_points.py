@@ -322,7 +322,7 @@ class Points:
             return [f"the batch is not worked off: {failure!r}"]
         found = differences(self.expected, outcome())
         if found and asked_again:
-            paths = [re.sub("/@eaDir(/[^/]+)?.*", r"\1", path) for path in asked_again]
+            paths = [re.sub("/@eaDir(/[^/]+)?.*", r"\1", os.path.realpath(path)) for path in asked_again]
             appliance.enqueue([f"{'a' if path.endswith(('.mp3', '.jpg')) else 'A'}:{path}" for path in paths])
             self.sync()
             found = differences(self.synced, outcome())

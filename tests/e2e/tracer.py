@@ -19,8 +19,8 @@ KILL = -1
 # Number, name and what the arguments name: f a descriptor, m one in the fifth, p a path, q two, a a folder and a path.
 CALLS = {int(number): (name, kind) for number, name, kind in (entry.split() for entry in """0 read f|1 write f|2 open p
     3 close f|4 stat p|5 fstat f|6 lstat p|9 mmap m|17 pread64 f|18 pwrite64 f|20 writev f|21 access p|72 fcntl f
-    73 flock f|74 fsync f|75 fdatasync f|77 ftruncate f|80 chdir p|81 fchdir f|82 rename q|83 mkdir p|84 rmdir p|86 link q
-    87 unlink p|88 symlink q|89 readlink p|90 chmod p|91 fchmod f|93 fchown f|137 statfs p|138 fstatfs f|162 sync -
+    73 flock f|74 fsync f|75 fdatasync f|77 ftruncate f|80 chdir p|81 fchdir f|82 rename q|83 mkdir p|84 rmdir p
+    86 link q|87 unlink p|88 symlink q|89 readlink p|90 chmod p|91 fchmod f|93 fchown f|137 statfs p|138 fstatfs f|162 sync -
     217 getdents64 f|257 openat a|258 mkdirat a|262 newfstatat a|263 unlinkat a|269 faccessat a|280 utimensat a
     285 fallocate f|306 syncfs f|332 statx a|439 faccessat2 a""".replace("\n", "|").split("|"))}
 PAUSES = {35: 0, 230: 2}  # nanosleep, clock_nanosleep: which argument tells how long
