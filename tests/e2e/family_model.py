@@ -67,7 +67,7 @@ class Family:
             ghost.top = P
         for thing in self.things.values():
             thing.asked, thing.mixed, thing.options = False, False, {}
-        self.history, self.lines, self.requested, self.visitors, self.flags = [], [], [], {}, {None}
+        self.history, self.lines, self.requested, self.visitors = [], [], [], {}
 
     def do(self, name, *arguments):
         self.history.append((name, *arguments))
@@ -98,7 +98,6 @@ class Family:
         thing = Thing(path, flag)
         if thing.is_folder:
             os.mkdir(path)
-            self.flags.add(flag)
         else:
             with open(path, "wb") as file:
                 file.write(ONE_PIXEL)

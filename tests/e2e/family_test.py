@@ -56,7 +56,8 @@ class Check:
     def __init__(self, family, is_public_by_default, is_watched):
         self.family, self.default, self.is_watched = family, is_public_by_default, is_watched
         self.library, self.found = Library(), []
-        things = [thing for path, thing in sorted(family.things.items()) if not is_at(path, BIN)]
+        things = [thing for path, thing in sorted(family.things.items())]
+        self.flags = [None, *(thing.flag for thing in things)]
         for thing in things:
             self.mix(thing)
         for thing in things:  # albums come before those in them
@@ -87,13 +88,15 @@ class Check:
 
     def is_missing(self, thing, row):
         """True when there is nothing to compare."""
-        may_be = not thing.known and self.forced("late", [True]) or thing.deep and self.forced("deep", [True])
-        if row is None and (thing.asked or not may_be):
+        is_binned = is_at(thing.path, BIN)
+        may_be = not thing.known and (is_binned or self.forced("late", [True]))
+        if row is None and (thing.asked and not is_binned or not may_be and not thing.deep):
             self.found.append(f"missing: {thing.path}")
         return row is None
 
     def picture(self, thing):
-        row = self.library.pictures.get(thing.path) if thing.path in self.library.stored else None
+        row = self.library.pictures.get(thing.path)
+        row = row if is_at(thing.path, BIN) or thing.path in self.library.stored else None
         is_missing = self.is_missing(thing, row)
         for stream in ("TITLE", "DESC"):
             to_come, text = thing.pending.get(stream), thing.own(stream) if is_missing else row[stream]
@@ -126,7 +129,7 @@ class Check:
         if self.is_missing(thing, row):
             return
         accepted = [thing.album] if thing.known else self.fresh(thing, [thing.flag])
-        accepted += self.forced("mixed", self.fresh(thing, [None, None, *self.family.flags]) * (not thing.known))
+        accepted += self.forced("mixed", self.fresh(thing, self.flags) * (not thing.known))
         accepted += self.forced("edited", [ghost.album for ghost in self.ghosts(thing)])
         accepted += self.forced("deep", self.fresh(thing, [None]) * thing.deep)
         if row not in accepted:
