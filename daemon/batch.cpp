@@ -33,9 +33,10 @@ class Fingerprint {
     explicit Fingerprint(int fd) : fd_(fd) {
         struct statx status {};
         if (statx(fd, "", AT_EMPTY_PATH, STATX_INO | STATX_BTIME, &status) != 0) return;
-        const int64_t identity[] = {static_cast<int64_t>(status.stx_ino), status.stx_btime.tv_sec,
-                                    status.stx_btime.tv_nsec};
-        Add(reinterpret_cast<const char*>(identity), sizeof identity);
+        const std::string identity = std::to_string(status.stx_ino) + ' ' +
+                                     std::to_string(status.stx_btime.tv_sec) + ' ' +
+                                     std::to_string(status.stx_btime.tv_nsec);
+        Add(identity.data(), identity.size());
     }
 
     /// Takes the bytes up to `offset` in; false when they could not be read.

@@ -55,7 +55,7 @@ class Check:
 
     def __init__(self, family, is_public_by_default, is_watched):
         self.family, self.default, self.is_watched = family, is_public_by_default, is_watched
-        self.library, self.found = Library(), []
+        self.store, self.found = Library(), []
         things = [thing for path, thing in sorted(family.things.items())]
         self.flags = [None, *(thing.flag for thing in things)]
         for thing in things:
@@ -67,9 +67,9 @@ class Check:
                 self.video(thing)
             elif thing.is_album():
                 self.album(thing)
-        self.found += [f"rights without an album: {users}" for users in self.library.orphans.values()]
+        self.found += [f"rights without an album: {users}" for users in self.store.orphans.values()]
         if family.is_swept():
-            self.found += [f"row of what is gone: {path}" for path in (*self.library.pictures, *self.library.albums)
+            self.found += [f"row of what is gone: {path}" for path in (*self.store.pictures, *self.store.albums)
                            if path not in family.things]
 
     def forced(self, name, values):
@@ -88,15 +88,14 @@ class Check:
 
     def is_missing(self, thing, row):
         """True when there is nothing to compare."""
-        is_binned = is_at(thing.path, BIN)
-        may_be = not thing.known and (is_binned or self.forced("late", [True]))
-        if row is None and (thing.asked and not is_binned or not may_be and not thing.deep):
+        may_be = thing.deep or not thing.known and (is_at(thing.path, BIN) or self.forced("late", [True]))
+        if row is None and (thing.asked or not may_be):
             self.found.append(f"missing: {thing.path}")
         return row is None
 
     def picture(self, thing):
-        row = self.library.pictures.get(thing.path)
-        row = row if is_at(thing.path, BIN) or thing.path in self.library.stored else None
+        row = self.store.pictures.get(thing.path)
+        row = row if is_at(thing.path, BIN) or thing.path in self.store.stored else None
         is_missing = self.is_missing(thing, row)
         for stream in ("TITLE", "DESC"):
             to_come, text = thing.pending.get(stream), thing.own(stream) if is_missing else row[stream]
@@ -112,20 +111,20 @@ class Check:
         thing.known = thing.known or not is_missing
 
     def video(self, thing):
-        thing.known = thing.known or thing.path in self.library.stored
+        thing.known = thing.known or thing.path in self.store.stored
         text = thing.texts.get("video")
-        if text and (thing.path, text) not in self.library.texts:
+        if text and (thing.path, text) not in self.store.texts:
             self.found.append(f"texts of {thing.path}: not {text}")
 
     def fresh(self, thing, flags):
         """What an album begins with: one of `flags` as it was said, but a sub-album as its album is."""
-        top = self.library.albums.get(os.path.dirname(thing.path))
+        top = self.store.albums.get(os.path.dirname(thing.path))
         if level(thing.path) and top is not None and len(flags) == 1:
             return [(top[0], "", frozenset() if top[0] else top[2])]
         return [(self.default if flag is None else flag, "", frozenset()) for flag in flags]
 
     def album(self, thing):
-        row = self.library.albums.get(thing.path)
+        row = self.store.albums.get(thing.path)
         if self.is_missing(thing, row):
             return
         accepted = [thing.album] if thing.known else self.fresh(thing, [thing.flag])
@@ -221,7 +220,7 @@ class Life(harness.DaemonTest):
             self.send()
             self.sent = batch
             for thing in family.things.values():
-                thing.asked = True
+                thing.asked = not is_at(thing.path, BIN)
 
     def live(self, seed, is_watched):
         self.clean()

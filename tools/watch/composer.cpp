@@ -26,8 +26,10 @@ bool IsInBin(const std::string& path) {
     return IsRecycleBinPath(path.c_str()) != 0;
 }
 
-bool IsTopAlbum(const std::string& path) {
-    return IsPhotoSharePath(path.c_str()) != 0 && path.rfind('/') == kShareTopLength;
+/// 0 for a folder directly in the photo share, 1 in one of those, ...; -1 for all that is outside.
+ptrdiff_t LevelOf(const std::string& path) {
+    if (IsPhotoSharePath(path.c_str()) == 0 || path.size() <= kShareTopLength) return -1;
+    return std::count(path.begin() + kShareTopLength + 1, path.end(), '/');
 }
 
 const char* ExtensionOf(const std::string& path) {
@@ -100,7 +102,7 @@ void Composer::Add(const std::vector<SettledChange>& changes, SentChanges* sent)
                 Lift(change);
                 break;
             case SettledChange::kAddAlbum:
-                if (IsTopAlbum(change.path)) AddLine('a', change.path);
+                if (LevelOf(change.path) == 0) AddLine('a', change.path);
                 break;
             default:
                 rest.push_back(change);
@@ -157,17 +159,24 @@ void Composer::Lift(const SettledChange& change) {
 /// removed, however deep it was.  Never the same path twice, as some rows may stay.  "" outside the photo
 /// share.
 std::string Composer::AsidePath(const std::string& place, bool is_tree) const {
-    if (IsPhotoSharePath(place.c_str()) == 0 || place.size() <= kShareTopLength) return "";
+    if (LevelOf(place) < 0) return "";
     const bool is_sub_album =
         is_tree && !IsInBin(place) && std::count(place.begin() + kShareTopLength + 1, place.end(), '/') == 1;
     return place.substr(0, kShareTopLength) + "/.koliindexctl-aside-" + stamp_ + (is_sub_album ? "/" : "-") +
            std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(place));
 }
 
-/// Folders before what is in them.
+/// Albums before those in them: they make room for all of theirs.  Other folders from the deepest upwards:
+/// for one without any row the daemon walks, and would take the captions that wait in those below.
 void Composer::PlaceAll() {
-    std::stable_sort(moves_.begin(), moves_.end(),
-                     [](const Move& a, const Move& b) { return a.change.path < b.change.path; });
+    const auto is_deep = [](const Move& move) {
+        return IsTree(move.change) && LevelOf(move.change.path) > 1;
+    };
+    const auto is_before = [&](const Move& a, const Move& b) {
+        if (is_deep(a) != is_deep(b)) return is_deep(a);
+        return is_deep(a) ? b.change.path < a.change.path : a.change.path < b.change.path;
+    };
+    std::stable_sort(moves_.begin(), moves_.end(), is_before);
     for (const Move& move : moves_)
         PlaceOne(move);
     moves_.clear();
