@@ -13,7 +13,7 @@ import subprocess
 import time
 
 import harness
-from family_model import BIN, P, Family, is_at, level
+from family_model import BIN, P, Family, Thing, is_at, level
 from harness import appliance
 
 FAILED_ONCE = []  # seeds
@@ -26,6 +26,7 @@ FORCED = {
     "late": "a request for what has moved on finds nothing: the picture, album or caption comes with the next walk",
     "mixed": "a request is executed on what stands at its path then, and with what was handed over for that",
     "edited": "what is thrown away and made anew before the batch runs is the old thing changed: it stays what it was",
+    "again": "of a rename whose old name is in use again nobody knows whether it was done before: what has a row keeps it",
     "deep": "a folder below the second level is no album: one that comes up again may be as new",
 }
 WATCHED = ("edited", "deep")
@@ -58,6 +59,10 @@ class Check:
         self.store, self.found = Library(), []
         things = [thing for path, thing in sorted(family.things.items())]
         self.flags = [None, *(thing.flag for thing in things)]
+        self.doubts = {}  # by thing: whose captions and rights it may have
+        for thing, top, old, new in family.steps:
+            if top in family.things:
+                self.doubt(thing, family.things.get(old), new)
         for thing in things:
             self.mix(thing)
         for thing in things:  # albums come before those in them
@@ -86,11 +91,21 @@ class Check:
             for visitor in self.family.visitors[thing.path]:
                 visitor.options.setdefault(stream, []).append(text)
 
+    def doubt(self, thing, successor, new):
+        """It may have what belongs to whatever was at the new name, or nothing; its successor may have its own."""
+        others = [ghost.thing for ghost in self.family.ghosts if new in ghost.paths]
+        self.doubts.setdefault(thing, []).extend([Thing(thing.path), *others, *self.family.visitors[new]])
+        if successor is not None:
+            self.doubts.setdefault(successor, []).append(thing)
+
     def is_missing(self, thing, row):
-        """True when there is nothing to compare."""
-        may_be = thing.deep or not thing.known and (is_at(thing.path, BIN) or self.forced("late", [True]))
+        """True when there is nothing to compare. What comes later is as new."""
+        may_be = thing.deep or self.forced("again", self.doubts.get(thing))
+        may_be = may_be or not thing.known and (is_at(thing.path, BIN) or self.forced("late", [thing]))
         if row is None and (thing.asked or not may_be):
             self.found.append(f"missing: {thing.path}")
+        if row is None and thing.known:
+            thing.known, thing.album, thing.texts = False, None, {}
         return row is None
 
     def picture(self, thing):
@@ -100,8 +115,10 @@ class Check:
         for stream in ("TITLE", "DESC"):
             to_come, text = thing.pending.get(stream), thing.own(stream) if is_missing else row[stream]
             accepted = [to_come or thing.own(stream), *self.forced("mixed", thing.options.get(stream, []))]
-            accepted += self.forced("late", [thing.own(stream)] * (not thing.asked))
+            if not thing.asked:
+                accepted += [thing.own(stream)] if is_at(thing.path, BIN) else self.forced("late", [thing.own(stream)])
             accepted += self.forced("edited", [ghost.own(stream) for ghost in self.ghosts(thing)])
+            accepted += self.forced("again", [other.own(stream) for other in self.doubts.get(thing, [])])
             if text not in accepted and not is_missing:
                 self.found.append(f"{stream} of {thing.path}: {text!r}, not {accepted}")
             if text == to_come or not os.path.exists(thing.beside(stream)):
@@ -123,6 +140,11 @@ class Check:
             return [(top[0], "", frozenset() if top[0] else top[2])]
         return [(self.default if flag is None else flag, "", frozenset()) for flag in flags]
 
+    def no_more_public(self, thing, row):
+        """Than what the album, or one whose row it may have kept, was before."""
+        before = [other.album for other in (thing, *self.doubts.get(thing, [])) if other.album]
+        return [row] * any(was[0] or not row[0] and row[2] <= was[2] for was in before) * (thing in self.doubts)
+
     def album(self, thing):
         row = self.store.albums.get(thing.path)
         if self.is_missing(thing, row):
@@ -131,6 +153,7 @@ class Check:
         accepted += self.forced("mixed", self.fresh(thing, self.flags) * (not thing.known))
         accepted += self.forced("edited", [ghost.album for ghost in self.ghosts(thing)])
         accepted += self.forced("deep", self.fresh(thing, [None]) * thing.deep)
+        accepted += self.forced("again", self.no_more_public(thing, row))
         if row not in accepted:
             self.found.append(f"album {thing.path}: {row}, not {accepted}")
         thing.album, thing.known, thing.deep, thing.flag = row, True, False, None
