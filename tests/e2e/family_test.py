@@ -18,7 +18,7 @@ from harness import appliance
 
 FAILED_ONCE = {False: (9, 20, 53), True: (10, 20)}  # seeds, by whether the family is watched
 FIRST, LAST = map(int, os.environ.get("KOLI_SEEDS", "0-1").split("-"))
-BATCHES, PAUSE = int(os.environ.get("KOLI_BATCHES", "25")), float(os.environ.get("KOLI_PAUSE", "0"))
+BATCHES, PAUSE = int(os.environ.get("KOLI_BATCHES", "18")), float(os.environ.get("KOLI_PAUSE", "0"))
 CONFIG = pathlib.Path("/etc/koliinfo.conf")
 
 # What nobody would expect, and why it is so. Of a watched family only those in WATCHED may happen.
@@ -26,7 +26,7 @@ FORCED = {
     "late": "a request for what has moved on finds nothing: the picture, album or caption comes with the next walk",
     "mixed": "a request is executed on what stands at its path then, and with what was handed over for that",
     "edited": "what is thrown away and made anew before the batch runs is the old thing changed: it stays what it was",
-    "again": "of a rename whose old name is in use again nobody knows whether it was done before: what has a row keeps it",
+    "again": "a rename whose old name is in use again may have been done before: what has a row at the new one keeps it",
     "deep": "a folder below the second level is no album: one that comes up again may be as new",
 }
 WATCHED = ("edited", "deep")
