@@ -26,7 +26,7 @@ FORCED = {
     "late": "a request for what has moved on finds nothing: the picture, album or caption comes with the next walk",
     "mixed": "a request is executed on what stands at its path then, and with what was handed over for that",
     "edited": "what is thrown away and made anew before the batch runs is the old thing changed: it stays what it was",
-    "again": "a rename whose old name is in use again may have been done before: what has a row at the new one keeps it",
+    "again": "a rename whose old name is in use again may have been done before: a row at the new one stays",
     "deep": "a folder below the second level is no album: one that comes up again may be as new",
 }
 WATCHED = ("edited", "deep")
