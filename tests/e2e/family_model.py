@@ -67,7 +67,7 @@ class Family:
             ghost.top = P
         for thing in self.things.values():
             thing.asked, thing.mixed, thing.options = False, False, {}
-        self.history, self.lines, self.requested, self.visitors, self.flags = [], [], [], {}, {None}
+        self.history, self.lines, self.requested, self.steps, self.visitors = [], [], [], [], {}
 
     def do(self, name, *arguments):
         self.history.append((name, *arguments))
@@ -98,7 +98,6 @@ class Family:
         thing = Thing(path, flag)
         if thing.is_folder:
             os.mkdir(path)
-            self.flags.add(flag)
         else:
             with open(path, "wb") as file:
                 file.write(ONE_PIXEL)
@@ -137,7 +136,8 @@ class Family:
             other.asked = other.asked and not other.known and not has_rows
             self.visitors.setdefault(other.path, []).append(self.things.pop(other.path))
         for other in moved:
-            self.arrive(other, new + other.path[len(old):])
+            self.steps.append((other, old, other.path, new + other.path[len(old):]))
+            self.arrive(other, self.steps[-1][-1])
         thing.asked = thing.asked or thing.is_folder and not thing.known
         for ghost in self.ghosts:
             ghost.paths |= {new + path[len(old):] for path in ghost.paths if is_at(path, old)}

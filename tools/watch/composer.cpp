@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <utility>
 
 #include "index/directory_listing.h"
@@ -160,8 +159,7 @@ void Composer::Lift(const SettledChange& change) {
 /// share.
 std::string Composer::AsidePath(const std::string& place, bool is_tree) const {
     if (LevelOf(place) < 0) return "";
-    const bool is_sub_album =
-        is_tree && !IsInBin(place) && std::count(place.begin() + kShareTopLength + 1, place.end(), '/') == 1;
+    const bool is_sub_album = is_tree && !IsInBin(place) && LevelOf(place) == 1;
     return place.substr(0, kShareTopLength) + "/.koliindexctl-aside-" + stamp_ + (is_sub_album ? "/" : "-") +
            std::to_string(moves_.size()) + (is_tree ? "" : ExtensionOf(place));
 }
