@@ -37,6 +37,13 @@ bool Exists(const char* path) {
     return stat(path, &status) == 0;
 }
 
+/// Whether a batch is pending, or may be: taking the queue over would replace one that could not be looked at
+/// now.
+bool IsPending(const char* batch) {
+    struct stat status;
+    return stat(batch, &status) == 0 || IsPassingError(errno);
+}
+
 /// Puts the entries of the folder that holds `path` on the disk.
 void SyncFolderOf(const char* path) {
     const std::string folder = path == FileNameOf(path) ? "." : std::string(path, FileNameOf(path));
@@ -93,8 +100,9 @@ void MakeDurable(FILE* batch, const QueueFiles& files) {
 /// Its mark goes last: until the batch has gone for good, it may be executed again.
 void RemoveBatch(const QueueFiles& files) {
     if (unlink(files.batch) != 0) {
-        KOLI_LOG("%s (%d) Failed to remove %s. (%s)", files.batch, strerror(errno));
-        BatchKeep(files.state, "", strerror(errno));
+        const int error = errno;
+        KOLI_LOG("%s (%d) Failed to remove %s. (%s)", files.batch, strerror(error));
+        BatchKeep(files.state, "", strerror(error));
         return;
     }
     BatchForget(files.state);
@@ -149,7 +157,7 @@ void ProcessQueueFiles(const QueueFiles& files) {
     KOLIIndexMusicTableDirtySet(0);
     KOLIIndexVideoTableDirtySet(0);
     KOLIDBBatchBegin();
-    const bool is_repeated = Exists(files.batch);
+    const bool is_repeated = IsPending(files.batch);
     if (!is_repeated) TakeOver(files);
     FILE* batch = OpenBatch(files);
     if (batch == nullptr) return;

@@ -1,5 +1,4 @@
 #include "photo/caption_removal.h"
-#include "base/written_file_systems.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/written_file_systems.h"
 #include "photo/absence.h"
 #include "photo/caption.h"
 #include "platform/kolidb.h"
