@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/held_folder.h"
 #include "base/media_info.h"
 #include "base/written_file_systems.h"
 #include "platform/koliindex.h"
@@ -21,12 +22,13 @@ constexpr int64_t kBlockSize = 65536;  // bytes per read and write
 constexpr int64_t kMaxCover = 256LL << 20;
 
 /// Users can write to the cover folder: what stands at the path is removed and never followed or opened.
-int CreateCoverFile(const char* cover_path, LogSite site, const CoverFileMessages& messages) {
-    if (unlink(cover_path) != 0 && errno != ENOENT) {
+int CreateCoverFile(const AttributeFile& cover, const char* cover_path, LogSite site,
+                    const CoverFileMessages& messages) {
+    if (cover.Remove() != 0 && errno != ENOENT) {
         LogError(messages.unlink_failed, site.module, site.line, cover_path, strerror(errno));
         return -1;
     }
-    const int fd = open(cover_path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    const int fd = cover.Open(O_WRONLY | O_CREAT | O_EXCL, 0666);
     if (fd < 0)
         LogError("%s (%d) FAILED TO OPEN %s, reason=%s", site.module, site.line, cover_path, strerror(errno));
     return fd;
@@ -72,9 +74,10 @@ int CoverFileWrite(const char* media_path, int picture_type, int index, int imag
         LogError(messages.no_cover_path, site.module, site.line, media_path);
         return 0;
     }
-    const int fd = CreateCoverFile(cover_path, site, messages);
+    const AttributeFile cover(cover_path);
+    const int fd = CreateCoverFile(cover, cover_path, site, messages);
     const bool is_saved = fd >= 0 && FillCoverFile(fd, cover_path, media_path, source, site);
-    if (!is_saved) unlink(cover_path);
+    if (!is_saved) cover.Remove();
     struct stat status;
     if (fd >= 0 && fstat(fd, &status) == 0) FileSystemWritten(status.st_dev, cover_path);
     if (fd >= 0) close(fd);

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "base/held_folder.h"
 #include "base/log.h"
 #include "base/path_names.h"
 #include "platform/koliindex.h"
@@ -27,7 +28,7 @@ using File = std::unique_ptr<FILE, CloseFile>;
 /// Captions lie in the shares, where people put what they like: a link is not followed, as its target's first
 /// line would be shown, and a FIFO does not block.
 File OpenCaption(const char* path) {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
+    const int fd = AttributeFile(path).Open(O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) return nullptr;
     File file(fdopen(fd, "rb"));
     if (file == nullptr) close(fd);
@@ -60,7 +61,7 @@ void CaptionHold::Release() {
 void CaptionHold::Note(const char* caption_path, const CaptionIdentity& identity) {
     CaptionHold* const hold = current_hold;
     if (hold == nullptr || hold->count_ == kMostCaptions) {
-        unlink(caption_path);
+        AttributeFile(caption_path).Remove();
         return;
     }
     CopyText(hold->paths_[hold->count_], kCaptionPathSize, caption_path);

@@ -1,12 +1,12 @@
 #include "photo/caption_removal.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
+#include "base/held_folder.h"
 #include "base/written_file_systems.h"
 #include "photo/absence.h"
 #include "photo/caption.h"
@@ -40,10 +40,11 @@ bool IsSame(const CaptionIdentity& left, const CaptionIdentity& right) {
 
 /// False when it may be there still.
 bool RemoveRead(const Waiting& file) {
+    const AttributeFile caption(file.path);
     struct stat status;
-    if (lstat(file.path, &status) != 0) return MeansAbsent(errno);
+    if (caption.Look(&status) != 0) return MeansAbsent(errno);
     if (!IsSame(CaptionIdentityOf(status), file.identity)) return true;
-    if (unlink(file.path) != 0) return false;
+    if (caption.Remove() != 0) return false;
     FileSystemWritten(status.st_dev, file.path);
     return true;
 }

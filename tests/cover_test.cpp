@@ -6,12 +6,16 @@
 #include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
 
+static std::function<void()> meanwhile;  // what somebody does once the platform has made a cover's folder
+
 // The platform here makes nothing of the picture's type; others may.
 extern "C" int __real_GetCoverPath(const char*, char*, int, int, int, int);
 extern "C" int __wrap_GetCoverPath(const char* audio, char* path, int size, int type, int index,
                                    int image_type) {
     koli::test::Record("GetCoverPath", type, index, image_type);
-    return __real_GetCoverPath(audio, path, size, type, index, image_type);
+    const int result = __real_GetCoverPath(audio, path, size, type, index, image_type);
+    if (meanwhile) meanwhile();
+    return result;
 }
 
 namespace koli::test {
@@ -70,6 +74,23 @@ TEST_F(Cover, IsTakenFromTheFirstPictureThatIsGood) {
         many += Picture("image/gif", 3, kImage);
     EXPECT_FALSE(Save(many + good));
     EXPECT_EQ(fake.log.size(), 65U);
+}
+
+TEST_F(Cover, StaysInTheShareWhenAFolderBecomesALinkMeanwhile) {
+    MakeDir("outside/a.mp3");
+    for (const auto& [swapped, target] :
+         {std::pair("@eaDir", "outside"), {"@eaDir/a.mp3", "outside/a.mp3"}}) {
+        meanwhile = [&, from = swapped, to = target] {
+            std::filesystem::rename(from, "aside");
+            std::filesystem::create_directory_symlink(Path(to), from);
+        };
+        EXPECT_FALSE(Save(Picture("image/png", 3, kImage)));
+        meanwhile = nullptr;
+        EXPECT_EQ(fake.log, Lines{"metaid3 (#) FAILED to unlink :" + png_ + ",  reason=Not a directory"});
+        EXPECT_TRUE(std::filesystem::is_empty("outside/a.mp3"));
+        std::filesystem::remove(swapped);
+        std::filesystem::rename("aside", swapped);
+    }
 }
 
 TEST_F(Cover, ThatFailsLeavesNothingBehind) {

@@ -76,6 +76,18 @@ TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
     const std::string early = Write("@eaDir/empty.jpg/KOLIPHOTO:TITLE", "of an upload that has just begun");
     EXPECT_EQ(PhotoLibraryAdd(Write("empty.jpg", "").c_str(), kModeAdd), -1);
     EXPECT_EQ(access(early.c_str(), F_OK), 0);
+
+    // Neither read nor removed through a link.
+    const std::string outside = Write("outside/a.jpg/KOLIPHOTO:TITLE", "secret");
+    std::filesystem::remove_all("@eaDir");
+    for (const auto& [link, target] : {std::pair("@eaDir", "outside"), {"@eaDir/a.jpg", "outside/a.jpg"}}) {
+        std::filesystem::create_directory_symlink(Path(target), link);
+        PhotoLibraryAdd(path.c_str(), kModeAdd);
+        EXPECT_STREQ(fake.photos.back().second.title, "a");
+        EXPECT_EQ(ReadFile(outside), "secret");
+        std::filesystem::remove(link);
+        MakeDir("@eaDir");
+    }
 }
 
 TEST_F(Photo, ACaptionWaitsForTheEndOfAUnitAndOneThatReplacesItStays) {

@@ -1,21 +1,21 @@
 // The cover store: the covers of DIR/NAME are DIR/@eaDir/NAME/coverINDEX.jpg and .png.
 //
-// Shares are writable by people, the daemon runs as root: "@eaDir" or a cover folder that is a symbolic link
-// is never followed, so that a link laid into a share cannot make the daemon write or remove files outside
-// it.
+// "@eaDir" or a cover folder that is a symbolic link is never followed (base/held_folder.h), so that a link
+// laid into a share cannot make the daemon make folders or remove files outside it.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
+#include "base/held_folder.h"
 #include "platform/host/ea_path.h"
 #include "platform/koliindex.h"
+
+using koli::HeldFolder;
 
 namespace {
 
@@ -25,22 +25,6 @@ constexpr size_t kIndexDigitsMax = 10;  // of an int
 bool IsRealDirectory(const char* path) {
     struct stat status;
     return lstat(path, &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-bool MakeRealDirectory(const char* path) {
-    struct stat status;
-    if (lstat(path, &status) == 0) return S_ISDIR(status.st_mode);
-    if (errno != ENOENT) return false;
-    return mkdir(path, kFolderMode) == 0 || (errno == EEXIST && IsRealDirectory(path));
-}
-
-/// Asks `test` about the folder that holds `path`, which has a '/'.  `path` is as before afterwards.
-bool OfParent(char* path, bool (*test)(const char*)) {
-    char* slash = strrchr(path, '/');
-    *slash = '\0';
-    const bool result = test(path);
-    *slash = '/';
-    return result;
 }
 
 const char* SuffixOf(int image_type) {
@@ -77,13 +61,13 @@ extern "C" {
 
 int GetCoverFolder(const char* audio_path, char* folder, int size) {
     if (!koli::EaPath(audio_path, nullptr, folder, size)) return 0;
-    // Most files have no cover folder: the deeper folder is asked for first, which answers with one call.
-    return IsRealDirectory(folder) && OfParent(folder, IsRealDirectory) ? 1 : 0;
+    // Most files have no cover folder, which one call tells.
+    return IsRealDirectory(folder) && HeldFolder::OpenAttributes(folder).ok() ? 1 : 0;
 }
 
 void CleanOldCover(const char* folder) {
     if (folder == nullptr) return;
-    const int descriptor = open(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int descriptor = HeldFolder::OpenAttributes(folder).Release();
     if (descriptor < 0) return;
     DIR* entries = fdopendir(descriptor);
     if (entries == nullptr) {
@@ -107,8 +91,8 @@ int GetCoverPath(const char* audio_path, char* cover_path, int size, int /*pictu
     char folder[PATH_MAX];
     snprintf(name, sizeof name, "cover%d.%s", index, suffix);
     if (koli::EaPath(audio_path, nullptr, folder, sizeof folder) &&
-        koli::EaPath(audio_path, name, cover_path, size) && OfParent(folder, MakeRealDirectory) &&
-        MakeRealDirectory(folder))
+        koli::EaPath(audio_path, name, cover_path, size) &&
+        HeldFolder::OpenAttributes(folder, kFolderMode).ok())
         return 1;
     cover_path[0] = '\0';
     return 0;
