@@ -30,6 +30,19 @@ int MediaInfoDBDelete(int type, const char* path);
 /// Records the directory `path`.  Returns 0, or nonzero on failure.
 int MediaInfoDBDirSave(const char* path);
 
+/// What a problem is, as bits.
+enum KOLIProblem {
+    KOLI_PROBLEM_PASSES = 1,  // its reason passes by itself: the file is worth another try
+    KOLI_PROBLEM_PHOTOS = 2   // it is the photo library's and not the media store's
+};
+
+/// Records why something at `path`, or that goes with it (a cover, a caption), could not be read or written,
+/// in place of what was recorded before; `kind` is a set of KOLIProblem.  A problem of the media store is
+/// raised when the file has been saved, and is over when a save is not followed by one; one of the photo
+/// library is over when Clear says so.  Both go with the row of the path.
+void KOLIProblemSet(const char* path, const char* reason, int kind);
+void KOLIProblemClear(const char* path);
+
 /// A rebuild of the rows at and below `path`: from Begin to End the store remembers what is saved, and End
 /// removes the rest, in all five tables.  Nothing is removed at or below a path that was missed: a folder
 /// that could not be read to its end, or an entry that could not be looked at.  Begin sets the table-changed

@@ -53,6 +53,10 @@ int MediaRebuildSavedLast(const char* path) {
 int MediaRebuildEnd(int is_certain) {
     return Record(__func__, is_certain);
 }
+void KOLIProblemSet(const char* path, const char* reason, int kind) {
+    Record(__func__, path, reason, kind);
+}
+void KOLIProblemClear(const char*) {}
 int MediaInfoDBDirSave(const char* path) {
     return Record(__func__, path);
 }

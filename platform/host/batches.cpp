@@ -21,6 +21,7 @@ using namespace koli::host;
 extern "C" {
 
 void KOLIDBBatchBegin(void) {
+    ProblemBatchBegin();
     MediaDatabase().BeginBatch();
     PhotoDatabase().BeginBatch();
 }

@@ -33,7 +33,7 @@ constexpr Table kTables[] = {
     {"photo", "DELETE FROM photo WHERE path = ?1"},
     {"playlist", "DELETE FROM playlist WHERE path = ?1"},
     {"directory", "DELETE FROM directory WHERE path = ?1"},
-    {"problem", "DELETE FROM problem WHERE path = ?1"},
+    {"problem", "DELETE FROM problem WHERE path = ?1 AND kind < 2"},  // not those of the photo library
 };
 
 std::string Quoted(std::string_view text) {

@@ -13,17 +13,27 @@
 #include "platform/host/media_rebuild.h"
 #include "platform/host/path_range.h"
 #include "platform/host/text_utf8.h"
+#include "platform/kolidb.h"
 
 namespace koli::host {
 namespace {
 
 constexpr const char kSave[] =
-    "INSERT INTO problem (path, time, reason) VALUES (?1, ?2, ?3) ON CONFLICT (path) DO UPDATE SET"
-    " time = excluded.time, reason = excluded.reason WHERE problem.reason <> excluded.reason";
+    "INSERT INTO problem (path, time, reason, kind) VALUES (?1, ?2, ?3, ?4) ON CONFLICT (path) DO UPDATE SET"
+    " time = excluded.time, reason = excluded.reason, kind = excluded.kind"
+    " WHERE problem.reason <> excluded.reason OR problem.kind <> excluded.kind";
 constexpr const char kRemove[] = "DELETE FROM problem WHERE path = ?1";
+constexpr const char kRemoveOfStore[] = "DELETE FROM problem WHERE path = ?1 AND kind < 2";
+constexpr const char kRemoveOfPhotos[] = "DELETE FROM problem WHERE path = ?1 AND kind >= 2";
+constexpr const char kAnyOfPhotos[] = "SELECT 1 FROM problem WHERE kind >= 2 LIMIT 1";
+static_assert(KOLI_PROBLEM_PHOTOS == 2);  // the higher bit
 constexpr const char kNoReason[] = "Metadata could not be parsed.";
 
 char saved_path[kPathSize];  // the file saved last, until its event or the next operation; '' = none
+char told_path[kPathSize];   // the file whose reason has been told before its event; '' = none
+
+enum class PhotoProblems { kUnknown, kNone, kSome };
+PhotoProblems photo_problems = PhotoProblems::kUnknown;
 
 /// The text of a log line without its module and line number, which stand in front in several forms:
 /// "m (12) ", "m:12 ", "m(12): ", "(m, 12) ".
@@ -50,8 +60,8 @@ const char* RemoveBelowSql() {
     return text->c_str();
 }
 
-void Save(const char* path, const char* line) {
-    RebuildNote(kRebuildProblem, path);
+void Save(const char* path, std::string_view reason, int kind) {
+    if ((kind & KOLI_PROBLEM_PHOTOS) == 0) RebuildNote(kRebuildProblem, path);
     SqlStatement* statement = MediaDatabase().Prepare(kSave);
     if (statement == nullptr) return;
     char now[sizeof MediaInfo::ctime];
@@ -59,8 +69,19 @@ void Save(const char* path, const char* line) {
     WriteLocalTime(time(nullptr), now, sizeof now);
     statement->Text(1, path);
     statement->Text(2, now);
-    statement->Text(3, *line != '\0' ? Utf8FromUnmarked(WithoutPrefix(line), &scratch) : kNoReason);
+    statement->Text(3, Utf8FromUnmarked(reason, &scratch));
+    statement->Integer(4, kind);
     MediaDatabase().Run(*statement);
+}
+
+/// They are so rare that nothing is worth a statement for each picture.
+bool HasPhotoProblems() {
+    if (photo_problems == PhotoProblems::kUnknown) {
+        const auto found = MediaDatabase().Query(kAnyOfPhotos);
+        if (found == nullptr) return false;
+        photo_problems = found->count() > 0 ? PhotoProblems::kSome : PhotoProblems::kNone;
+    }
+    return photo_problems == PhotoProblems::kSome;
 }
 
 }  // namespace
@@ -70,14 +91,21 @@ void ProblemSaved(const char* path) {
 }
 
 void ProblemRaised(const char* path) {
+    if (strcmp(path, told_path) == 0) return;
     if (strcmp(path, saved_path) == 0) saved_path[0] = '\0';
     ProblemSettle();
-    Save(path, LogFirst());
+    const char* const line = LogFirst();
+    Save(path, *line != '\0' ? WithoutPrefix(line) : kNoReason, 0);
+}
+
+void ProblemBatchBegin() {
+    photo_problems = PhotoProblems::kUnknown;
 }
 
 void ProblemSettle() {
+    told_path[0] = '\0';
     if (saved_path[0] == '\0') return;
-    RunOn(kRemove, saved_path);
+    RunOn(kRemoveOfStore, saved_path);
     saved_path[0] = '\0';
 }
 
@@ -99,3 +127,24 @@ void ProblemForgetTable(const char* table) {
 }
 
 }  // namespace koli::host
+
+using namespace koli;
+using namespace koli::host;
+
+extern "C" {
+
+void KOLIProblemSet(const char* path, const char* reason, int kind) {
+    if (path == nullptr || *path == '\0' || reason == nullptr) return;
+    const bool is_of_photos = (kind & KOLI_PROBLEM_PHOTOS) != 0;
+    if (is_of_photos) photo_problems = PhotoProblems::kSome;
+    if (!is_of_photos && strcmp(path, saved_path) == 0) saved_path[0] = '\0';
+    ProblemSettle();
+    Save(path, reason, kind);
+    if (!is_of_photos) CopyText(told_path, sizeof told_path, path);
+}
+
+void KOLIProblemClear(const char* path) {
+    if (path != nullptr && HasPhotoProblems()) RunOn(kRemoveOfPhotos, path);
+}
+
+}  // extern "C"

@@ -50,6 +50,8 @@ constexpr const char kProblemTableSql[] =
     "CREATE TABLE problem (path TEXT NOT NULL PRIMARY KEY, time TEXT NOT NULL DEFAULT '',"
     " reason TEXT NOT NULL DEFAULT '') WITHOUT ROWID;";
 
+constexpr const char kProblemKindSql[] = "ALTER TABLE problem ADD COLUMN kind INTEGER NOT NULL DEFAULT 0;";
+
 constexpr const char kPhotoTablesSql[] = R"(
 CREATE TABLE photo_info (
     path TEXT NOT NULL PRIMARY KEY,
@@ -155,7 +157,7 @@ std::string MediaTablesSql() {
 }  // namespace
 
 std::vector<std::string> MediaSchemaSteps() {
-    return {MediaTablesSql(), kProblemTableSql};
+    return {MediaTablesSql(), kProblemTableSql, kProblemKindSql};
 }
 
 std::vector<std::string> PhotoSchemaSteps() {

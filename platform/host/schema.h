@@ -8,8 +8,8 @@
 // - Boolean columns hold 't' or 'f'.  The triggers of photo_share turn every other form of a truth value into
 //   these and refuse what is none, whichever program writes; a comparison in a caller's text is translated
 //   (sql_dialect.h).
-// - `problem` tells which files of the media store could not be parsed, and why: one row per path; see
-//   problems.h.
+// - `problem` tells which files could not be parsed or read, and why: one row per path, `kind` a set of
+//   KOLIProblem; see problems.h.
 // - `setting` of the photo database is the daemon's own memory: 'batch_mark', how far a batch has come, and
 //   'photo_device', the device of the photo share's top when it was swept last.
 // - The access rights of an album go with it, by a trigger, whichever program deletes it.
