@@ -13,6 +13,7 @@
 
 #include "base/features.h"
 #include "base/log.h"
+#include "base/reading_mark.h"
 #include "daemon/kept_batch.h"
 #include "daemon/loop.h"
 #include "daemon/pid_file.h"
@@ -72,6 +73,7 @@ int DaemonStart() {
 }
 
 void Die(int) {
+    ReadingMarkClear();
     unlink(paths::kState);
     unlink(paths::kPidFile);
     _exit(0);
@@ -98,6 +100,14 @@ void FeaturesRead() {
     support_photo = FeatureSwitch("supportphoto");
 }
 
+void ReadingTakeOver() {
+    if (ReadingMarkOpen(paths::kReading) != 0)
+        KOLI_LOG("%s (%d) Failed to open %s. (%s)", paths::kReading, strerror(errno));
+    char path[kPathSize];
+    const int count = ReadingMarkTakeOver(Exists(paths::kBatch), path);
+    if (count > 0) KOLI_LOG("%s (%d) The daemon has ended in the middle of [%s], time %d.", path, count);
+}
+
 void LeftoversRun() {
     BatchForget(paths::kState);  // of an earlier daemon
     if (Exists(paths::kBatch)) ProcessIndexQueue();
@@ -112,6 +122,7 @@ void DaemonRun() {
     last_vacuum = time(nullptr);
     VacuumDatabases();
     FeaturesRead();
+    ReadingTakeOver();
     LeftoversRun();
     MainLoop();
 }

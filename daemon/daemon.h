@@ -18,6 +18,9 @@ int SignalsInstall();
 /// Reads the feature switches of the appliance's defaults file.
 void FeaturesRead();
 
+/// Counts the file in the middle of which an earlier daemon was brought down (base/reading_mark.h).
+void ReadingTakeOver();
+
 /// Runs the queue for a batch that an earlier daemon left, then for a queue that waits.
 void LeftoversRun();
 

@@ -14,6 +14,7 @@
 #include "base/open_file.h"
 #include "base/passing_error.h"
 #include "base/path_names.h"
+#include "base/reading_mark.h"
 #include "base/written_file_systems.h"
 #include "daemon/batch.h"
 #include "daemon/kept_batch.h"
@@ -106,6 +107,7 @@ void RemoveBatch(const QueueFiles& files) {
         return;
     }
     BatchForget(files.state);
+    ReadingMarkForgive();
     KOLIBatchMark mark;
     if (PhotoDBMarkGet(&mark) != 0) return;
     SyncFolderOf(files.batch);

@@ -8,12 +8,15 @@
 #include "audio/aiff.h"
 #include "audio/flac.h"
 #include "audio/music.h"
+#include "base/file_reading.h"
 #include "base/log.h"
 #include "index/aac.h"
 #include "index/directory_record.h"
 #include "index/index_mode.h"
 #include "index/playlist.h"
+#include "index/util.h"
 #include "photo/photo.h"
+#include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 #include "video/media.h"
@@ -34,75 +37,75 @@ constexpr unsigned kEventUnparsable = 0x11B00510;
 /// MP4 reader as music; AAC and FLAC share the generic music removal; disc images and subtitles are stored as
 /// video without being opened.
 constexpr IndexHandler kHandlers[] = {
-    {"mp3", MusicFileAdd, MusicFileDelete},
-    {"mp1", MediaMusicAdd, MediaMusicDelete},
-    {"mp2", MediaMusicAdd, MediaMusicDelete},
-    {"mpa", MediaMusicAdd, MediaMusicDelete},
-    {"wma", MediaMusicAdd, MediaMusicDelete},
-    {"wav", MediaMusicAdd, MediaMusicDelete},
-    {"ogg", MediaMusicAdd, MediaMusicDelete},
-    {"m4a", Mp4Add, Mp4Delete},
-    {"aac", AacFileAdd, MediaMusicDelete},
-    {"ac3", MediaMusicAdd, MediaMusicDelete},
-    {"ram", MediaMusicAdd, MediaMusicDelete},
-    {"ra", MediaMusicAdd, MediaMusicDelete},
-    {"m4p", Mp4Add, Mp4Delete},
-    {"flac", FlacFileAdd, MediaMusicDelete},
-    {"aiff", AiffFileAdd, AiffFileDelete},
-    {"aif", AiffFileAdd, AiffFileDelete},
-    {"pcm", MediaMusicSave, MediaMusicDelete},
-    {"m4b", Mp4Add, Mp4Delete},
-    {"ape", MediaMusicAdd, MediaMusicDelete},
-    {"m3u", PlaylistFileAdd, PlaylistFileDelete},
-    {"wpl", PlaylistFileAdd, PlaylistFileDelete},
-    {"avi", MediaVideoAdd, MediaVideoDelete},
-    {"mpg", MediaVideoAdd, MediaVideoDelete},
-    {"mpeg", MediaVideoAdd, MediaVideoDelete},
-    {"dat", VideoAdd, VideoDelete},
-    {"asf", MediaVideoAdd, MediaVideoDelete},
-    {"wmv", MediaVideoAdd, MediaVideoDelete},
-    {"vob", MediaVideoAdd, MediaVideoDelete},
-    {"mov", MediaVideoAdd, MediaVideoDelete},
-    {"rm", MediaVideoAdd, MediaVideoDelete},
-    {"rmvb", MediaVideoAdd, MediaVideoDelete},
-    {"mp4", MediaVideoAdd, MediaVideoDelete},
-    {"divx", MediaVideoAdd, MediaVideoDelete},
-    {"xvid", MediaVideoAdd, MediaVideoDelete},
-    {"flv", MediaVideoAdd, MediaVideoDelete},
-    {"mkv", MediaVideoAdd, MediaVideoDelete},
-    {"ts", MediaVideoAdd, MediaVideoDelete},
-    {"m2ts", MediaVideoAdd, MediaVideoDelete},
-    {"m2t", MediaVideoAdd, MediaVideoDelete},
-    {"mts", MediaVideoAdd, MediaVideoDelete},
-    {"m4v", MediaVideoAdd, MediaVideoDelete},
-    {"3gp", MediaVideoAdd, MediaVideoDelete},
-    {"3g2", MediaVideoAdd, MediaVideoDelete},
-    {"qt", MediaVideoAdd, MediaVideoDelete},
-    {"swf", MediaVideoAdd, MediaVideoDelete},
-    {"dvr-ms", MediaVideoAdd, MediaVideoDelete},
-    {"iso", MediaVideoSave, MediaVideoDelete},
-    {"ifo", MediaVideoSave, MediaVideoDelete},
-    {"srt", MediaVideoSave, MediaVideoDelete},
-    {"ass", MediaVideoSave, MediaVideoDelete},
-    {"ssa", MediaVideoSave, MediaVideoDelete},
-    {"idx", MediaVideoSave, MediaVideoDelete},
-    {"sub", MediaVideoSave, MediaVideoDelete},
-    {"smi", MediaVideoSave, MediaVideoDelete},
-    {"psb", MediaVideoSave, MediaVideoDelete},
-    {"trp", MediaVideoAdd, MediaVideoDelete},
-    {"tp", MediaVideoAdd, MediaVideoDelete},
-    {"jpg", PhotoMediaAdd, PhotoMediaDelete},
-    {"jpeg", PhotoMediaAdd, PhotoMediaDelete},
-    {"jpe", PhotoMediaAdd, PhotoMediaDelete},
-    {"bmp", PhotoMediaAdd, PhotoMediaDelete},
-    {"gif", PhotoMediaAdd, PhotoMediaDelete},
-    {"ico", PhotoMediaAdd, PhotoMediaDelete},
-    {"png", PhotoMediaAdd, PhotoMediaDelete},
-    {"psd", PhotoMediaAdd, PhotoMediaDelete},
-    {"tif", PhotoMediaAdd, PhotoMediaDelete},
-    {"tiff", PhotoMediaAdd, PhotoMediaDelete},
-    {"ufo", PhotoMediaAdd, PhotoMediaDelete},
-    {nullptr, nullptr, nullptr},
+    {"mp3", kStoreMusic, MusicFileAdd, MusicFileDelete},
+    {"mp1", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"mp2", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"mpa", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"wma", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"wav", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"ogg", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"m4a", kStoreMusic, Mp4Add, Mp4Delete},
+    {"aac", kStoreMusic, AacFileAdd, MediaMusicDelete},
+    {"ac3", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"ram", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"ra", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"m4p", kStoreMusic, Mp4Add, Mp4Delete},
+    {"flac", kStoreMusic, FlacFileAdd, MediaMusicDelete},
+    {"aiff", kStoreMusic, AiffFileAdd, AiffFileDelete},
+    {"aif", kStoreMusic, AiffFileAdd, AiffFileDelete},
+    {"pcm", kStoreMusic, MediaMusicSave, MediaMusicDelete},
+    {"m4b", kStoreMusic, Mp4Add, Mp4Delete},
+    {"ape", kStoreMusic, MediaMusicAdd, MediaMusicDelete},
+    {"m3u", kStorePlaylist, PlaylistFileAdd, PlaylistFileDelete},
+    {"wpl", kStorePlaylist, PlaylistFileAdd, PlaylistFileDelete},
+    {"avi", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"mpg", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"mpeg", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"dat", kStoreVideo, VideoAdd, VideoDelete},
+    {"asf", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"wmv", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"vob", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"mov", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"rm", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"rmvb", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"mp4", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"divx", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"xvid", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"flv", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"mkv", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"ts", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"m2ts", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"m2t", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"mts", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"m4v", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"3gp", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"3g2", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"qt", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"swf", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"dvr-ms", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"iso", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"ifo", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"srt", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"ass", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"ssa", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"idx", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"sub", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"smi", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"psb", kStoreVideo, MediaVideoSave, MediaVideoDelete},
+    {"trp", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"tp", kStoreVideo, MediaVideoAdd, MediaVideoDelete},
+    {"jpg", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"jpeg", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"jpe", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"bmp", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"gif", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"ico", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"png", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"psd", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"tif", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"tiff", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {"ufo", kStorePhoto, PhotoMediaAdd, PhotoMediaDelete},
+    {nullptr, 0, nullptr, nullptr},
 };
 static_assert(std::size(kHandlers) == 68 + 1);
 
@@ -120,11 +123,28 @@ int IndexOneDirectory(const char* path, int mode) {
     return 0;
 }
 
+/// Stores a file that brings the daemon down by its name alone; one that does so even then is left alone.
+int AddUnopened(const char* path, const IndexHandler& handler, PastReading past) {
+    if (past == PastReading::kDownUnopened) {
+        KOLI_LOG("%s (%d) The file has brought the daemon down unopened, too. It is left alone: %s", path);
+        return -1;
+    }
+    KOLI_LOG("%s (%d) %s: %s", kBroughtDown, path);
+    MediaInfo record{};
+    if (MediaInfoFill(path, &record) != 0) return -1;
+    const int result = SaveMediaInfo(handler.type, record, -1, LogSite(kModule),
+                                     "%s (%d) Failed to save media info to database. [%s]");
+    KOLIProblemSet(path, kBroughtDown, 0);
+    return result;
+}
+
 int AddFile(const char* path, const IndexHandler& handler) {
     const char* slash = strrchr(path, '/');
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
     LogFirstForget();  // the log's first line from here on tells why, if the file cannot be parsed
+    const FileReading reading(path);
+    if (reading.past() != PastReading::kNothing) return AddUnopened(path, handler, reading.past());
     const int result = handler.add(path);
     if (result != 1) return result;
     KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);

@@ -10,6 +10,7 @@ namespace koli {
 /// entry of a file that is gone: 0, or -1, also when the file still exists.
 struct IndexHandler {
     const char* extension;  // lower case, without its dot; null ends the table
+    int type;               // StoreType of its rows
     int (*add)(const char* path);
     int (*remove)(const char* path);
 };

@@ -14,6 +14,7 @@
 #include "photo/conversion.h"
 #include "photo/exif.h"
 #include "photo/metadata_folder.h"
+#include "photo/photo_trouble.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -40,8 +41,7 @@ int32_t BelievedPixels(int32_t pixels) {
 void FillNames(const char* path, PhotoRecord* record) {
     CopyText(record->path, sizeof record->path, path);
     CopyText(record->name, sizeof record->name, FileNameOf(path));
-    if (CaptionTitleGet(path, record) == 0) TitleFromPath(path, record->title, sizeof record->title);
-    CaptionDescGet(path, record);
+    TitleFromPath(path, record->title, sizeof record->title);
     if (!AlbumFromPath(path, record->folder, sizeof record->folder)) KOLI_LOG("%s (%d) Impossible error.");
 }
 
@@ -69,13 +69,11 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
         record->date_taken[0] = '\0';
 }
 
-PhotoOutcome FillFromPicture(const char* path, PhotoRecord* record) {
+/// The values inside of the picture, and what people have handed over for it.
+void FillFromContents(const char* path, PhotoRecord* record) {
+    CaptionTitleGet(path, record);
+    CaptionDescGet(path, record);
     ExifFillPhotoRecord(record);
-    struct stat status;
-    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
-    if (const char* text = ctime(&status.st_ctime); text != nullptr)
-        CopyText(record->ctime, sizeof record->ctime, text);
-
     int width = 0;
     int height = 0;
     if (KOLIIndexImgResGet(path, &width, &height) == 0) {
@@ -83,23 +81,36 @@ PhotoOutcome FillFromPicture(const char* path, PhotoRecord* record) {
         record->height = height;
     }
     PhotoRecordSanitize(record);
+}
+
+PhotoOutcome FillTimes(const char* path, PhotoRecord* record) {
+    struct stat status;
+    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
+    if (const char* text = ctime(&status.st_ctime); text != nullptr)
+        CopyText(record->ctime, sizeof record->ctime, text);
     FillMissingDate(status, record);
     return PhotoOutcome::kStored;
 }
 
 PhotoOutcome StorePhoto(const char* path, int mode) {
     if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return PhotoOutcome::kLeftOut;
+    const FileReading reading(path);
+    if (reading.past() == PastReading::kDownUnopened) return PhotoOutcome::kMissed;
     CaptionHold captions;
     PhotoRecord record{};
     FillNames(path, &record);
     PhotoOutcome outcome = FillSize(path, &record);
-    if (outcome == PhotoOutcome::kStored) outcome = FillFromPicture(path, &record);
+    if (outcome == PhotoOutcome::kStored) {
+        if (reading.past() == PastReading::kNothing) FillFromContents(path, &record);
+        outcome = FillTimes(path, &record);
+    }
     if (outcome != PhotoOutcome::kStored) return outcome;
     if (PhotoInfoDBSave(&record, mode) != 0) {
         KOLI_LOG("%s (%d) Failed to save photo info.");
         return PhotoOutcome::kMissed;
     }
     captions.Release();
+    PhotoTroubleTell(path, reading);
     return outcome;
 }
 

@@ -12,6 +12,7 @@
 #include "photo/metadata_folder.h"
 #include "photo/photo_share_inherit.h"
 #include "photo/photo_share_rows.h"
+#include "photo/photo_trouble.h"
 #include "photo/sql_text.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
@@ -61,9 +62,12 @@ int InsertAlbum(const char* album, int depth, bool is_public) {
 /// handed over for an album that exists already is gone like any other.
 int CreateAlbum(const char* path, int depth) {
     const char* album = AlbumNameOf(path);
+    const FileReading reading(path);
+    const bool may_open = reading.past() == PastReading::kNothing;
     CaptionHold captions;
-    const bool is_public = IsPublicAlbum(path);
-    if (captions.HasUnreadable()) {
+    const bool is_public = may_open && IsPublicAlbum(path);
+    PhotoTroubleTell(path, reading);
+    if (!may_open || captions.HasUnreadable()) {
         KOLI_LOG("%s (%d) The public flag of [%s] cannot be read. The album is not made yet.", album);
         return -1;
     }

@@ -1,5 +1,7 @@
 // The dispatch table, the rules around the handlers, what is gone, and what a path says about its share.
 #include "index/index.h"
+
+#include "base/file_reading.h"
 #include "index/index_mode.h"
 #include "index/playlist.h"
 #include "index/share_path.h"
@@ -52,6 +54,41 @@ TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
               (Lines{"playlist (#) File exists. Skip remove it from database.",
                      "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many "
                      "levels of symbolic links)"}));
+}
+
+TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {
+    const std::string song = Write("a.mp3", "x");
+    const auto next_life = [&](bool has_batch) {  // after one that ended in the middle of the song
+        char path[kPathSize];
+        EXPECT_EQ(ReadingMarkOpen("mark"), 0);
+        ReadingMarkSet(song.c_str());
+        EXPECT_EQ(ReadingMarkOpen("mark"), 0);
+        return ReadingMarkTakeOver(has_batch, path);
+    };
+    const auto calls = [&] {
+        fake.calls.clear();
+        IndexOnePath(song.c_str(), kModeAdd);
+        return fake.calls;
+    };
+    const Lines opened{"MusicFileAdd " + song};
+    const Lines unopened{"MediaInfoDBSave 0 " + song, "KOLIProblemSet " + song + " " + kBroughtDown + " 0"};
+    EXPECT_EQ(next_life(false), 0);
+    EXPECT_EQ(next_life(true), 1);
+    EXPECT_EQ(calls(), opened);
+    ReadingMarkForgive();
+    EXPECT_EQ(next_life(true), 1);
+    EXPECT_EQ(next_life(true), 2);
+    ReadingMarkForgive();
+    EXPECT_EQ(calls(), unopened);
+    Write("a.mp3", "longer");
+    EXPECT_EQ(calls(), opened);
+    EXPECT_EQ(next_life(true), 2);  // an upload does not get two attempts for each of its lengths
+    EXPECT_EQ(calls(), unopened);
+    EXPECT_EQ(next_life(true), 3);
+    EXPECT_EQ(calls(), Lines{});
+    Write("mark", "damaged");
+    ASSERT_EQ(ReadingMarkOpen("mark"), 0);
+    EXPECT_EQ(calls(), opened);
 }
 
 }  // namespace koli::test

@@ -1,9 +1,13 @@
 #!/usr/bin/python3
 """A sample of the points at which a batch can be hit, and how long the databases are locked; script/fault-run tries all
 points."""
+import json
+import os
 import platform
 import random
+import re
 import sqlite3
+import subprocess
 import threading
 import time
 import unittest
@@ -12,7 +16,7 @@ import fault_points
 import harness
 from fault_points import M, P, put
 from harness import appliance
-from tracer import Hook, Tracer
+from tracer import KILL, Hook, Tracer
 
 SAMPLE = 5  # points of each kind and batch
 FILES, FILE_TAKES, LONGEST_LOCK = 20, 0.1, 1.2  # seconds
@@ -86,6 +90,49 @@ class Locks(harness.DaemonTest):
             for writer in writers:
                 with self.subTest(f"{writer.path} {lines}"):
                     self.assertLess(writer.longest, LONGEST_LOCK)
+
+
+class Deadly(Hook):
+    """The first look into one file brings the daemon down."""
+    sees_start = True
+
+    def __init__(self, path):
+        self.path = path
+
+    def entry(self, call):
+        return KILL if call.name in ("read", "pread64") and self.path in call.paths else None
+
+
+@unittest.skipUnless(platform.machine() == "x86_64", "the tracer knows no other processor")
+class BroughtDown(harness.DaemonTest):
+    def problems(self):
+        printed = subprocess.run(self.command("problems", "--json"), capture_output=True, text=True, check=False).stdout
+        return [(row["path"], row["reason"][:42]) for row in json.loads(printed)]
+
+    def test_one_file_keeps_no_other_from_being_stored(self):
+        with open(f"{harness.TOP}/packaging/koliindexd.service.in") as unit:
+            self.assertGreaterEqual(int(re.search(r"(?m)^StartLimitBurst=(\d+)$", unit.read())[1]), 3)
+        for sample, figure in (("music/Blue Harbour/01 First Light.mp3", "duration"),
+                               ("music/Formats/sample.flac", "duration"), ("music/Formats/sample.m4a", "duration"),
+                               ("music/Formats/sample.aiff", "duration"), ("video/Formats/clip.dat", "width"),
+                               ("photo/Family/IMG_3000.jpg", "width")):
+            with self.subTest(sample):
+                self.clean()
+                share, ending = sample.partition("/")[0], os.path.splitext(sample)[1]
+                paths = [self.put(f"/volume1/{share}/Trip/{name}{ending}", sample) for name in "abc"]
+                appliance.enqueue([f"A:/volume1/{share}"])
+                for _ in range(2):
+                    self.assertEqual(Tracer(self.binary, Deadly(paths[1])).run(), "")
+                self.start()
+                appliance.wait_for_batch(harness.PATIENCE)
+                self.assertEqual([self.row(share, path)[figure] > 0 for path in paths], [True, False, True])
+                self.assertEqual(self.paths("photo_info"), paths if share == "photo" else [])
+                self.assertEqual(self.problems(), [(paths[1], "The file has brought the daemon down twice")])
+                appliance.stop()
+                os.utime(paths[1])
+                self.index(f"a:{paths[1]}")
+                self.assertGreater(self.row(share, paths[1])[figure], 0)
+                self.assertEqual(self.problems(), [])
 
 
 if __name__ == "__main__":

@@ -59,7 +59,8 @@ class DaemonTest(unittest.TestCase):
     def forget_everything(self):
         for folder in (appliance.STORE, "/var/spool"):
             empty_folder(folder)
-        for path in glob.glob("/run/*.pid") + glob.glob(appliance.SANITIZER_REPORT + "*"):
+        for path in {name for pattern in ("/run/*.pid", "/run/koliindexd.*", appliance.SANITIZER_REPORT + "*")
+                     for name in glob.glob(pattern)}:
             os.unlink(path)
         appliance.clear_log()
 

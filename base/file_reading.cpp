@@ -1,0 +1,39 @@
+#include "base/file_reading.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/passing_error.h"
+
+namespace koli {
+namespace {
+
+FileReading* innermost = nullptr;
+
+}  // namespace
+
+FileReading::FileReading(const char* path) : path_(path), outer_(innermost), past_(ReadingMarkLook(path)) {
+    trouble_[0] = '\0';
+    innermost = this;
+    ReadingMarkSet(path_);
+}
+
+FileReading::~FileReading() {
+    innermost = outer_;
+    ReadingMarkSet(outer_ != nullptr ? outer_->path_ : nullptr);
+}
+
+void FileTrouble(const char* what, int error) {
+    FileReading* const reading = innermost;
+    if (reading == nullptr) return;
+    const bool is_passing = IsPassingError(error);
+    if (reading->trouble_[0] != '\0' && (reading->is_passing_ || !is_passing)) return;
+    reading->is_passing_ = is_passing;
+    snprintf(reading->trouble_, sizeof reading->trouble_, "%s: %s", what, strerror(error));
+}
+
+bool HasFileTrouble() {
+    return innermost != nullptr && innermost->IsPassing();
+}
+
+}  // namespace koli

@@ -1,0 +1,176 @@
+#include "base/reading_mark.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "base/path_names.h"
+
+namespace koli {
+namespace {
+
+constexpr uint32_t kLayout = 0x4B4D0001;
+constexpr size_t kMostSuspects = 64;  // with more, the one that was counted longest ago is forgotten
+constexpr int kBarredAt = 2;          // times
+
+/// A file that has brought a daemon down.
+struct Suspect {
+    uint64_t path;  // hash
+    uint64_t device, inode;
+    int64_t size;
+    int64_t seconds, nanoseconds;  // of the modification
+    int32_t count;                 // 0 = a free place
+    uint32_t reserved;
+};
+
+/// The file's content.
+struct Area {
+    uint32_t layout;
+    uint32_t next;        // the place of the next suspect
+    uint32_t is_reading;  // `path` is being read
+    uint32_t reserved;
+    char path[kPathSize];
+    Suspect suspects[kMostSuspects];
+};
+
+Area* area = nullptr;
+size_t suspect_count = 0;  // places in use: with none, nothing has to be looked up
+
+void CountPlaces() {
+    suspect_count = 0;
+    for (const Suspect& suspect : area->suspects)
+        suspect_count += suspect.count > 0 ? 1 : 0;
+}
+
+uint64_t HashOf(const char* path) {
+    uint64_t hash = 0xcbf29ce484222325;  // FNV-1a
+    for (; *path != '\0'; ++path)
+        hash = (hash ^ static_cast<unsigned char>(*path)) * 0x100000001b3;
+    return hash;
+}
+
+bool DescribeFile(const char* path, Suspect* file) {
+    struct stat status;
+    if (stat(path, &status) != 0) return false;
+    *file = {HashOf(path),
+             status.st_dev,
+             status.st_ino,
+             status.st_size,
+             status.st_mtim.tv_sec,
+             status.st_mtim.tv_nsec,
+             1,
+             0};
+    return true;
+}
+
+bool IsSameFile(const Suspect& a, const Suspect& b) {
+    return a.device == b.device && a.inode == b.inode && a.size == b.size && a.seconds == b.seconds &&
+           a.nanoseconds == b.nanoseconds;
+}
+
+/// Null when the file, as it is now, has brought nothing down.
+const Suspect* SuspectOf(const char* path) {
+    Suspect file;
+    if (suspect_count == 0 || !DescribeFile(path, &file)) return nullptr;
+    for (const Suspect& suspect : area->suspects)
+        if (suspect.count > 0 && IsSameFile(suspect, file)) return &suspect;
+    return nullptr;
+}
+
+/// One that changes all the time, an upload perhaps, is the same by its path: it gets no further attempt for
+/// each of its forms.
+int Count(const char* path) {
+    Suspect file;
+    if (!DescribeFile(path, &file)) return 0;
+    for (Suspect& suspect : area->suspects) {
+        if (suspect.count <= 0 || (!IsSameFile(suspect, file) && suspect.path != file.path)) continue;
+        file.count = IsSameFile(suspect, file) ? suspect.count + 1 : kBarredAt;
+        suspect = file;
+        return file.count;
+    }
+    area->suspects[area->next++ % kMostSuspects] = file;
+    return file.count;
+}
+
+/// The descriptor of a file of the right size, all of whose bytes are there: a page that the file system has
+/// no room for would end the process at its first use.
+int OpenFile(const char* mark_file) {
+    const int fd = open(mark_file, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+    if (fd < 0) return -1;
+    struct stat status;
+    const bool is_ready = fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && fchmod(fd, 0600) == 0 &&
+                          (status.st_size == sizeof(Area) || ftruncate(fd, 0) == 0);
+    const int error = is_ready ? posix_fallocate(fd, 0, sizeof(Area)) : errno;
+    if (error == 0) return fd;
+    close(fd);
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+int ReadingMarkOpen(const char* mark_file) {
+    const int fd = OpenFile(mark_file);
+    if (fd < 0) return -1;
+    void* mapped = mmap(nullptr, sizeof(Area), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    if (mapped == MAP_FAILED) return -1;
+    if (madvise(mapped, sizeof(Area), MADV_DONTFORK) != 0) {
+        munmap(mapped, sizeof(Area));
+        return -1;
+    }
+    if (area != nullptr) munmap(area, sizeof(Area));
+    area = static_cast<Area*>(mapped);
+    if (area->layout != kLayout) {
+        memset(area, 0, sizeof *area);
+        area->layout = kLayout;
+    }
+    area->path[sizeof area->path - 1] = '\0';
+    CountPlaces();
+    return 0;
+}
+
+int ReadingMarkTakeOver(bool counts, char (&path)[kPathSize]) {
+    if (area == nullptr || area->is_reading == 0) return 0;
+    CopyText(path, sizeof path, area->path);
+    ReadingMarkClear();
+    const int count = counts ? Count(path) : 0;
+    CountPlaces();
+    return count;
+}
+
+void ReadingMarkClear() {
+    if (area != nullptr) area->is_reading = 0;
+}
+
+/// The process may end between any two of these steps: the path counts only when it is whole.
+void ReadingMarkSet(const char* path) {
+    if (area == nullptr) return;
+    area->is_reading = 0;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    if (path == nullptr) return;
+    CopyText(area->path, sizeof area->path, path);
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    area->is_reading = 1;
+}
+
+PastReading ReadingMarkLook(const char* path) {
+    const Suspect* suspect = SuspectOf(path);
+    if (suspect == nullptr || suspect->count < kBarredAt) return PastReading::kNothing;
+    return suspect->count == kBarredAt ? PastReading::kDownTwice : PastReading::kDownUnopened;
+}
+
+void ReadingMarkForgive() {
+    if (area == nullptr || suspect_count == 0) return;
+    for (Suspect& suspect : area->suspects)
+        if (suspect.count < kBarredAt) suspect = {};
+    CountPlaces();
+}
+
+}  // namespace koli
