@@ -1,7 +1,6 @@
 #include "daemon/daemon.h"
 
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +12,7 @@
 
 #include "base/features.h"
 #include "base/log.h"
+#include "base/passing_error.h"
 #include "base/reading_mark.h"
 #include "daemon/kept_batch.h"
 #include "daemon/loop.h"
@@ -38,11 +38,6 @@ sigset_t DaemonSignals() {
 
 int FeatureSwitch(const char* key) {
     return BlKOLIFileCheckKeyValue(paths::kDefaults, key, "yes", 0) != 0 ? 1 : 0;
-}
-
-bool Exists(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
 }
 
 }  // namespace
@@ -104,14 +99,14 @@ void ReadingTakeOver() {
     if (ReadingMarkOpen(paths::kReading) != 0)
         KOLI_LOG("%s (%d) Failed to open %s. (%s)", paths::kReading, strerror(errno));
     char path[kPathSize];
-    const int count = ReadingMarkTakeOver(Exists(paths::kBatch), path);
+    const int count = ReadingMarkTakeOver(MayExist(paths::kBatch), path);
     if (count > 0) KOLI_LOG("%s (%d) The daemon has ended in the middle of [%s], time %d.", path, count);
 }
 
 void LeftoversRun() {
     BatchForget(paths::kState);  // of an earlier daemon
-    if (Exists(paths::kBatch)) ProcessIndexQueue();
-    if (Exists(paths::kQueue)) ProcessIndexQueue();
+    if (MayExist(paths::kBatch)) ProcessIndexQueue();
+    if (MayExist(paths::kQueue)) ProcessIndexQueue();
 }
 
 void DaemonRun() {

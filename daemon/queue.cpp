@@ -33,18 +33,6 @@ constexpr int kTornLinePatience = 300;  // seconds that a writer may take over i
 constexpr QueueFiles kQueueFiles{paths::kQueue, paths::kBatch, paths::kState,
                                  "rm -rf /var/spool/koli_indexing_queue.tmp"};
 
-bool Exists(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
-}
-
-/// Whether a batch is pending, or may be: taking the queue over would replace one that could not be looked at
-/// now.
-bool IsPending(const char* batch) {
-    struct stat status;
-    return stat(batch, &status) == 0 || IsPassingError(errno);
-}
-
 /// Puts the entries of the folder that holds `path` on the disk.
 void SyncFolderOf(const char* path) {
     const std::string folder = path == FileNameOf(path) ? "." : std::string(path, FileNameOf(path));
@@ -159,7 +147,7 @@ void ProcessQueueFiles(const QueueFiles& files) {
     KOLIIndexMusicTableDirtySet(0);
     KOLIIndexVideoTableDirtySet(0);
     KOLIDBBatchBegin();
-    const bool is_repeated = IsPending(files.batch);
+    const bool is_repeated = MayExist(files.batch);  // taking over would replace it
     if (!is_repeated) TakeOver(files);
     FILE* batch = OpenBatch(files);
     if (batch == nullptr) return;
@@ -180,7 +168,7 @@ void ProcessQueueFiles(const QueueFiles& files) {
 void ProcessIndexQueue() {
     const bool was_kept = IsBatchKept();
     ProcessQueueFiles(kQueueFiles);
-    if (was_kept && !IsBatchKept() && Exists(kQueueFiles.queue)) ProcessQueueFiles(kQueueFiles);
+    if (was_kept && !IsBatchKept() && MayExist(kQueueFiles.queue)) ProcessQueueFiles(kQueueFiles);
 }
 
 }  // namespace koli
