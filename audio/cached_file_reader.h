@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "audio/cover_file.h"
 #include "base/log.h"
 #include "base/log_limit.h"
 
@@ -58,6 +59,7 @@ struct CachedFileReader {
     UnreadableBlocks unreadable = {};
     RepeatedMessage header_not_found = {};  // MpegFrameFind's message for this file
     VbrScan vbr_scan = {};
+    CoverLimits cover_limits = {};
 };
 
 /// Opens `path` for reading (neither a FIFO nor a device can block it) and takes its size.  Returns 0, or -1

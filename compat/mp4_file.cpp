@@ -21,8 +21,7 @@ using koli::compat::Mp4Track;
 namespace {
 
 constexpr size_t kMaxTracks = 1024;
-constexpr int64_t kMaxText = 4096;          // bytes of a text tag that are handed out
-constexpr int64_t kMaxCover = 256LL << 20;  // bytes; a sparse file can hold any number of them for nothing
+constexpr int64_t kMaxText = 4096;  // bytes of a text tag that are handed out
 
 /// A tag: an item of the list "ilst", whose first "data" box holds the value:
 ///
@@ -238,7 +237,7 @@ bool MP4GetMetadataCoverArt(MP4FileHandle file, MP4CoverData* data, uint64_t* si
     const Box* box = FindData(file, FourCc("covr"));
     if (box == nullptr) return false;
     const int64_t start = box->payload + kValueOffset;
-    if (box->end == start || box->end - start > kMaxCover) return false;
+    if (box->end == start) return false;
     *data = {file->reader.file().descriptor(), start};
     *size = static_cast<uint64_t>(box->end - start);
     return true;

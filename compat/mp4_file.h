@@ -73,8 +73,8 @@ struct MP4CoverData {
     int64_t offset;  // of the picture's first byte
 };
 
-/// The first cover picture, in place instead of in memory.  True when there is one of at most 256 MiB;
-/// `*size` is what its box holds in the file.
+/// The first cover picture, in place instead of in memory.  True when there is one; `*size` is
+/// what its box holds in the file, which can be as much as a file can be large.
 bool MP4GetMetadataCoverArt(MP4FileHandle file, MP4CoverData* data, uint64_t* size);
 
 /// The type code of the same picture's data: 13 JPEG, 14 PNG, 0 unspecified.

@@ -145,11 +145,17 @@ TEST_F(Mp4, CoversOfAKnownTypeAndEnoughBytesAreStored) {
     const std::string large =
         Write("large.m4a", open + "moov" + kSound + open + "udta" + open + "meta" + Be(0, 4) + open + "ilst" +
                                open + "covr" + open + "data" + Be(13, 4) + Be(0, 4));
-    for (const uintmax_t size : {1000, 300 << 20}) {
-        std::filesystem::resize_file(large, size);  // sparse
+    for (const auto& [size, refusal] : {std::pair(1000, ""),
+                                        {1 << 20, "with a hole of the file in it"},
+                                        {33 << 20, "of more than 32 MiB"}}) {
+        fake.log.clear();
+        std::filesystem::resize_file(large, static_cast<uintmax_t>(size));  // sparse
         ASSERT_EQ(Mp4Add(large.c_str()), 0);
         EXPECT_EQ(fake.media.back().second.has_cover, size == 1000 ? 1 : 0);
+        const std::string line = "mp4 (#) A picture "s + refusal + " is not saved: " + large;
+        EXPECT_EQ(fake.log, size == 1000 ? Lines{} : Lines{line});
     }
+    fake.log.clear();
     // A cover whose box runs over the file's end is what the file holds of it.
     const std::string whole = Mp4File(kSound + Tags(Tag("covr", std::string(50, 'j'), 13)));
     EXPECT_EQ(Read(whole.substr(0, whole.size() - 20)).has_cover, 1);
