@@ -175,6 +175,20 @@ TEST_F(Mp4, ABoxShorterThanItsHeaderFailsTheFileOnlyOnTheWay) {
           Mp4File(Track("soun", "", SoundEntry(2, bad + Esds(1)))),
           Be(1, 4) + "free" + Be(15, 8) + Mp4File(kSound)})
         Read(bytes, 1);
+    const std::string track = Track("vide", MediaHeader(1, 99), PictureEntry(9, 9, bad + Esds(1)));
+    const std::string other = Box("trak", Box("mdia", bad)), figures = "12 128000 44100 2";
+    for (const std::string& bytes : {Mp4File(kSound + bad + Tags(name)), Mp4File(other + kSound + Tags(name)),
+                                     Mp4File(track + kSound), Mp4File(kSound + bad)})
+        Read(bytes, 1);
+    for (const std::string& bytes :
+         {Mp4File(kSound + other + track + Tags(name)), Mp4File(movie + bad),
+          Mp4File(kSound + Tags(name + bad)),
+          Mp4File(kSound + Tags(Box("covr", "") + name + Box("covr", bad)) + track)}) {
+        EXPECT_STREQ(Read(bytes).title, "T");
+        EXPECT_EQ(Figures(Read(bytes)), figures);
+    }
+    const std::string inner = Tags(name + Box("covr", bad) + Tag("\251alb", "A"));
+    EXPECT_STREQ(Read(Mp4File(kSound + inner)).album, "A");
     // Behind it, or in a box that need not be looked at; length 0 reaches to the end, a long or too large one
     // is followed or cut.
     for (const std::string& bytes :
