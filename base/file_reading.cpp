@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/passing_error.h"
+#include "base/reading.h"
 
 namespace koli {
 namespace {
@@ -16,6 +17,7 @@ FileReading::FileReading(const char* path) : path_(path), outer_(innermost), pas
     trouble_[0] = '\0';
     innermost = this;
     ReadingMarkSet(path_);
+    ReadingBegin(path_);
 }
 
 FileReading::~FileReading() {

@@ -11,8 +11,8 @@ inline constexpr int kTroubleSize = 512;  // bytes of a trouble's text, terminat
 inline constexpr const char kBroughtDown[] =
     "The file has brought the daemon down twice and is not opened until it changes";
 
-/// Wraps the reading of one file: its path stands in the reading mark as long as this lives.  They nest: the
-/// innermost is the one that counts.
+/// Wraps the reading of one file: its path stands in the reading mark as long as this lives, and what its
+/// readers use is counted from here on (ReadingBegin).  They nest: the innermost is the one that counts.
 class FileReading {
   public:
     /// `path` stays the caller's and as it is.

@@ -10,6 +10,7 @@
 #include "audio/music.h"
 #include "base/file_reading.h"
 #include "base/log.h"
+#include "base/reading.h"
 #include "index/aac.h"
 #include "index/directory_record.h"
 #include "index/index_mode.h"
@@ -146,7 +147,7 @@ int AddFile(const char* path, const IndexHandler& handler) {
     const FileReading reading(path);
     if (reading.past() != PastReading::kNothing) return AddUnopened(path, handler, reading.past());
     const int result = handler.add(path);
-    if (result != 1) return result;
+    if (result < 0 || (result == 0 && ReadingIsWhole())) return result;
     KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);
     KOLILogSet1(kEventCategory, kEventLevel, kEventUnparsable, path, "", "", "");
     return -1;
