@@ -96,9 +96,11 @@ void UnreadableBlocks::Add(int64_t offset) {
 }
 
 int CachedFileOpen(CachedFileReader* reader, const char* path, LogSite site) {
+    ReadingOpen(path);
     const int fd = OpenForReading(path);
     reader->fp = fd >= 0 ? fdopen(fd, "rb") : nullptr;
     if (reader->fp == nullptr) {
+        ReadingFailed(errno);
         if (fd >= 0) close(fd);
         LogError("%s (%d) Unable to open %s ", site.module, site.line, path);
         return -1;
@@ -115,7 +117,6 @@ int CachedFileOpen(CachedFileReader* reader, const char* path, LogSite site) {
         return -1;
     }
     reader->size = reader->end_of_file = std::min<int64_t>(size, kMaxSize);
-    ReadingOpen(path);
     return 0;
 }
 

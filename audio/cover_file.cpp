@@ -9,8 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/file_reading.h"
 #include "base/held_folder.h"
 #include "base/media_info.h"
+#include "base/passing_error.h"
 #include "base/reading.h"
 #include "base/written_file_systems.h"
 #include "platform/koliindex.h"
@@ -66,23 +68,43 @@ bool FillCoverFile(int fd, const char* cover_path, const char* media_path, const
     return HandOver(fd, cover_path, media_path, site);
 }
 
+/// Some file systems tell only at the end that there was no room.
+bool CloseCoverFile(int fd, const char* cover_path, LogSite site) {
+    struct stat status;
+    if (fstat(fd, &status) == 0) FileSystemWritten(status.st_dev, cover_path);
+    if (close(fd) == 0) return true;
+    LogError("%s (%d) FAILED TO WRITE PIC FILE, reason=%s", site.module, site.line, strerror(errno));
+    return false;
+}
+
+/// What is due to the media file itself, or to a share that is read-only, no further try would change.
+void NoteTrouble(int error) {
+    if (error != 0 && error != ENODATA && error != EROFS && IsPassingError(error))
+        FileTrouble("The cover cannot be saved", error);
+}
+
 }  // namespace
 
 int CoverFileWrite(const char* media_path, int picture_type, int index, int image_type,
                    const CoverSource& source, LogSite site, const CoverFileMessages& messages) {
     char cover_path[kPathSize];
+    errno = 0;
     if (GetCoverPath(media_path, cover_path, sizeof cover_path, picture_type, index, image_type) == 0) {
+        NoteTrouble(errno);
         LogError(messages.no_cover_path, site.module, site.line, media_path);
         return 0;
     }
     const AttributeFile cover(cover_path);
     const int fd = CreateCoverFile(cover, cover_path, site, messages);
-    const bool is_saved = fd >= 0 && FillCoverFile(fd, cover_path, media_path, source, site);
-    if (!is_saved) cover.Remove();
-    struct stat status;
-    if (fd >= 0 && fstat(fd, &status) == 0) FileSystemWritten(status.st_dev, cover_path);
-    if (fd >= 0) close(fd);
-    return is_saved ? 1 : 0;
+    if (fd >= 0 && FillCoverFile(fd, cover_path, media_path, source, site)) {
+        if (CloseCoverFile(fd, cover_path, site)) return 1;
+        NoteTrouble(errno);
+    } else {
+        NoteTrouble(errno);
+        if (fd >= 0) close(fd);
+    }
+    cover.Remove();
+    return 0;
 }
 
 int WriteFully(int fd, const void* bytes, size_t size) {

@@ -2,12 +2,14 @@
 
 #include <syslog.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 
 namespace koli {
 
 void LogError(const char* format, ...) {
+    const int error = errno;
     va_list arguments;
     va_start(arguments, format);
     LogFirstNote(format, arguments);
@@ -21,6 +23,7 @@ void LogError(const char* format, ...) {
         vsyslog(LOG_ERR, format, arguments);
     }
     va_end(arguments);
+    errno = error;
 }
 
 void LogNotice(const char* format, ...) {

@@ -14,7 +14,7 @@
 namespace koli {
 
 /// Writes one line to the system log at priority LOG_ERR.  Names from the file system go into it as they are:
-/// a system log keeps one datagram one entry and escapes control characters itself.
+/// a system log keeps one datagram one entry and escapes control characters itself.  errno stays as it is.
 void LogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// The same at priority LOG_NOTICE: worth knowing, but nothing has failed.

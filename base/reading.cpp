@@ -3,6 +3,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/file_reading.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "base/passing_error.h"
@@ -66,6 +67,7 @@ void ReadingFailed(int error) {
     if (!IsPassingError(error)) return;
     if (!current.has_failed) KOLI_LOG("%s (%d) Failed to read %s: %s", current.path, strerror(error));
     current.has_failed = true;
+    FileTrouble("The file cannot be read", error);
 }
 
 bool ReadingIsWhole() {

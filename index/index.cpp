@@ -147,6 +147,8 @@ int AddFile(const char* path, const IndexHandler& handler) {
     const FileReading reading(path);
     if (reading.past() != PastReading::kNothing) return AddUnopened(path, handler, reading.past());
     const int result = handler.add(path);
+    if (*reading.trouble() != '\0')
+        KOLIProblemSet(path, reading.trouble(), reading.IsPassing() ? KOLI_PROBLEM_PASSES : 0);
     if (result < 0 || (result == 0 && ReadingIsWhole())) return result;
     KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);
     KOLILogSet1(kEventCategory, kEventLevel, kEventUnparsable, path, "", "", "");

@@ -4,9 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <memory>
 
+#include "base/file_reading.h"
 #include "base/held_folder.h"
 #include "base/log.h"
 #include "base/path_names.h"
@@ -68,7 +70,8 @@ void CaptionHold::Note(const char* caption_path, const CaptionIdentity& identity
     hold->identities_[hold->count_++] = identity;
 }
 
-int CaptionHold::NoteUnreadable() {
+int CaptionHold::NoteUnreadable(int error) {
+    FileTrouble("A caption cannot be read", error);
     if (current_hold != nullptr) current_hold->has_unreadable_ = true;
     return -1;
 }
@@ -88,12 +91,12 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
     struct stat status;
     if (file == nullptr || fstat(fileno(file.get()), &status) != 0) {
         KOLI_LOG("%s:%d failed to open file %s.", caption_path);
-        return CaptionHold::NoteUnreadable();
+        return CaptionHold::NoteUnreadable(errno);
     }
     buffer[0] = '\0';
     if (fgets(buffer, size, file.get()) == nullptr && feof(file.get()) == 0) {
         KOLI_LOG("%s:%d fgets() failed.");
-        return CaptionHold::NoteUnreadable();
+        return CaptionHold::NoteUnreadable(errno);
     }
     CaptionHold::Note(caption_path, CaptionIdentityOf(status));
     return buffer[0] == '\0' || buffer[0] == '\n' ? -1 : 0;

@@ -37,7 +37,7 @@ class CaptionHold {
   private:
     friend int CaptionRead(const char* path, const char* stream, char* buffer, int size);
     static void Note(const char* caption_path, const CaptionIdentity& identity);
-    static int NoteUnreadable();
+    static int NoteUnreadable(int error);
 
     static constexpr size_t kMostCaptions = 2;  // a picture's title and description
     char paths_[kMostCaptions][kCaptionPathSize];

@@ -49,9 +49,9 @@ bool Feed(ExifLoader* loader, unsigned char* bytes, size_t size) {
 
 /// Does what exif_loader_write_file does, within kSearchLimit.
 void FeedFile(ExifLoader* loader, const char* path) {
-    const int fd = OpenForReading(path);
-    if (fd < 0) return;
     ReadingOpen(path);
+    const int fd = OpenForReading(path);
+    if (fd < 0) return ReadingFailed(errno);
     unsigned char block[kReadSize];
     for (size_t total = 0; total < kSearchLimit && ReadingMayGoOn();) {
         const ssize_t got = read(fd, block, sizeof block);
@@ -163,7 +163,9 @@ int ExifFillPhotoRecord(PhotoRecord* record) {
     if (stat(record->path, &file) != 0) return 0;
     if (memory.Recall(file)) return FillFromMemory(record);
     memory.Begin(file);
-    return FillFromFile(record);
+    const int result = FillFromFile(record);
+    if (!ReadingIsWhole()) memory.Forget();
+    return result;
 }
 
 }  // namespace koli

@@ -22,6 +22,9 @@ class ExifMemory {
     /// The next value in the order of the file.
     void Add(const Value& value);
 
+    /// What was read is not all.
+    void Forget() { is_usable_ = false; }
+
     /// Whether `file` is the picture whose values are remembered, unchanged since they were read.  A picture
     /// is asked for twice at most: a yes is given once.
     bool Recall(const struct stat& file);

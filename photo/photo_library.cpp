@@ -104,7 +104,10 @@ PhotoOutcome StorePhoto(const char* path, int mode) {
         if (reading.past() == PastReading::kNothing) FillFromContents(path, &record);
         outcome = FillTimes(path, &record);
     }
-    if (outcome != PhotoOutcome::kStored) return outcome;
+    if (outcome != PhotoOutcome::kStored) {
+        if (outcome != PhotoOutcome::kMissed) KOLIProblemClear(path);
+        return outcome;
+    }
     if (PhotoInfoDBSave(&record, mode) != 0) {
         KOLI_LOG("%s (%d) Failed to save photo info.");
         return PhotoOutcome::kMissed;

@@ -76,6 +76,21 @@ TEST_F(Problems, GoWhenTheFileParsesOrLeavesAndAreWrittenOnlyWhenTheyChange) {
     EXPECT_EQ(Table(), Texts{"/s/e.avi other"});
 }
 
+TEST_F(Problems, OfThePhotoLibraryAreOverWhenItSaysSo) {
+    KOLIProblemSet("/p/a.jpg", "no caption", KOLI_PROBLEM_PASSES | KOLI_PROBLEM_PHOTOS);
+    KOLIProblemSet("/p/b.jpg", "no disk", KOLI_PROBLEM_PASSES);
+    KOLILogSet1(2, 3, kEventUnparsable, "/p/b.jpg", "", "", "");
+    EXPECT_EQ(Table(), (Texts{"/p/a.jpg no caption", "/p/b.jpg no disk"}));
+    MediaRebuildBegin("/p");
+    Index("/p/a.jpg", "", kStorePhoto);
+    Index("/p/b.jpg", "", kStorePhoto);
+    MediaRebuildEnd(1);
+    KOLIDBBatchBegin();
+    EXPECT_EQ(Table(), Texts{"/p/a.jpg no caption"});
+    KOLIProblemClear("/p/a.jpg");
+    EXPECT_EQ(Table(), Texts{});
+}
+
 TEST_F(Problems, TableIsAddedToADatabaseThatLacksIt) {
     Index("/old.mp3", "");
     ASSERT_GE(MediaDatabase().Execute("DROP TABLE problem"), 0);

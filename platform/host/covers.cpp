@@ -7,11 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <string_view>
 
+#include "base/file_reading.h"
 #include "base/held_folder.h"
+#include "base/passing_error.h"
 #include "platform/host/ea_path.h"
 #include "platform/koliindex.h"
 
@@ -75,8 +78,9 @@ void CleanOldCover(const char* folder) {
         return;
     }
     while (const dirent* entry = readdir(entries))
-        if (IsCoverName(entry->d_name) && IsRegularFile(descriptor, *entry))
-            unlinkat(descriptor, entry->d_name, 0);
+        if (IsCoverName(entry->d_name) && IsRegularFile(descriptor, *entry) &&
+            unlinkat(descriptor, entry->d_name, 0) != 0 && koli::IsPassingError(errno) && errno != EROFS)
+            koli::FileTrouble("An old cover cannot be removed", errno);
     closedir(entries);
 }
 
