@@ -1,6 +1,7 @@
 #!/usr/bin/python3
 """A sample of the points at which a batch can be hit, and how long the databases are locked; script/fault-run tries all
 points."""
+import errno
 import json
 import os
 import platform
@@ -15,7 +16,7 @@ import unittest
 import fault_points
 import harness
 from fault_points import M, P, put
-from harness import appliance
+from harness import appliance, hand_over
 from tracer import KILL, Hook, Tracer
 
 SAMPLE = 5  # points of each kind and batch
@@ -103,11 +104,76 @@ class Deadly(Hook):
         return KILL if call.name in ("read", "pread64") and self.path in call.paths else None
 
 
+class Fault(Hook):
+    """Every call of one kind that names a file fails."""
+
+    def __init__(self, name, path, error):
+        self.name, self.path, self.error = name, path, error
+
+    def entry(self, call):
+        return self.error if call.name == self.name and any(path.endswith(self.path) for path in call.paths) else None
+
+
 @unittest.skipUnless(platform.machine() == "x86_64", "the tracer knows no other processor")
-class BroughtDown(harness.DaemonTest):
+class Troubles(harness.DaemonTest):
+    def control(self, *arguments):
+        printed = subprocess.run(self.command(*arguments, "--json"), capture_output=True, text=True, check=False).stdout
+        return json.loads(printed)
+
     def problems(self):
-        printed = subprocess.run(self.command("problems", "--json"), capture_output=True, text=True, check=False).stdout
-        return [(row["path"], row["reason"][:42]) for row in json.loads(printed)]
+        return [(row["path"], row["reason"]) for row in self.control("problems")]
+
+    def begin(self, path, sample):
+        """One file, with what goes with it, is about to be indexed."""
+        self.clean()
+        put(path, sample, title="Sunset" if path.startswith(P) else None)
+        if path.startswith(P):
+            hand_over(os.path.dirname(path), "PUBLIC", "1\n")
+        os.utime(path, (1, 1))
+        appliance.enqueue([f"A:{os.path.dirname(path)}"])
+
+    def test_what_fails_for_a_moment_is_a_problem_and_done_again(self):
+        unread, cover, caption = "The file cannot be read", "The cover cannot be saved", "A caption cannot be read"
+        for sample, name, failing, error, reason in (
+                (fault_points.SONG, "pread64", "/x.mp3", errno.EIO, unread),
+                (fault_points.SONG, "openat", "/x.mp3", errno.EMFILE, unread),
+                (fault_points.SONG, "write", "/cover1.jpg", errno.ENOSPC, cover),
+                (fault_points.SONG, "close", "/cover1.jpg", errno.EDQUOT, cover),
+                (fault_points.SONG, "mkdirat", "/Trip/@eaDir", errno.ENOSPC, cover),
+                ("music/Formats/sample.flac", "pread64", "/x.flac", errno.EIO, unread),
+                ("music/Formats/sample.m4a", "openat", "/x.m4a", errno.ENOMEM, unread),
+                ("music/Formats/sample.aiff", "pread64", "/x.aiff", errno.EIO, unread),
+                ("video/Formats/clip.dat", "pread64", "/x.dat", errno.EIO, unread),
+                (fault_points.PICTURES[0], "read", "/x.jpg", errno.EIO, unread),
+                (fault_points.PICTURES[0], "pread64", "/x.jpg", errno.EIO, unread),
+                (fault_points.PICTURES[0], "openat", "/KOLIPHOTO:TITLE", errno.EIO, caption),
+                (fault_points.PICTURES[0], "read", "/KOLIPHOTO:PUBLIC", errno.EIO, caption)):
+            with self.subTest(f"{name} {failing}"):
+                path = f"/volume1/{sample.partition('/')[0]}/Trip/x{os.path.splitext(sample)[1]}"
+                self.begin(path, sample)
+                self.index()
+                undisturbed = fault_points.outcome()
+                self.begin(path, sample)
+                self.assertEqual(Tracer(self.binary, Fault(name, failing, error)).run(), "")
+                place = os.path.dirname(path) if "PUBLIC" in failing else path
+                self.assertEqual(self.problems(), [(place, f"{reason}: {os.strerror(error)}")])
+                self.control("sync")
+                self.index()
+                self.assertEqual(fault_points.differences(undisturbed, fault_points.outcome()), [])
+                self.assertEqual((self.problems(), self.control("sync")["differences"]), ([], []))
+
+    def test_a_cover_that_is_lost_is_made_again(self):
+        path = f"{M}/Trip/x.mp3"
+        self.begin(path, fault_points.SONG)
+        self.index()
+        cover = f"{M}/Trip/@eaDir/x.mp3/cover1.jpg"
+        for lose in (os.unlink, lambda file: os.truncate(file, 0)):
+            lose(cover)
+            self.assertEqual(self.control("sync", "--dry-run", f"{M}/Trip")["differences"],
+                             [{"change": "no cover", "path": path}])
+            self.control("sync", f"{M}/Trip")
+            self.index()
+            self.assertGreater(os.path.getsize(cover), 0)
 
     def test_one_file_keeps_no_other_from_being_stored(self):
         with open(f"{harness.TOP}/packaging/koliindexd.service.in") as unit:
@@ -127,7 +193,8 @@ class BroughtDown(harness.DaemonTest):
                 appliance.wait_for_batch(harness.PATIENCE)
                 self.assertEqual([self.row(share, path)[figure] > 0 for path in paths], [True, False, True])
                 self.assertEqual(self.paths("photo_info"), paths if share == "photo" else [])
-                self.assertEqual(self.problems(), [(paths[1], "The file has brought the daemon down twice")])
+                self.assertEqual(self.problems(), [(paths[1], "The file has brought the daemon down twice and is "
+                                                                "not opened until it changes")])
                 appliance.stop()
                 os.utime(paths[1])
                 self.index(f"a:{paths[1]}")

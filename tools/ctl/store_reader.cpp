@@ -53,6 +53,12 @@ host::SqlReader* StoreReader::ReaderOf(const char* table) const {
     return nullptr;
 }
 
+bool StoreReader::KnowsProblemKinds() const {
+    if (media_ == nullptr) return false;
+    const auto found = media_->Query("SELECT 1 FROM pragma_table_info('problem') WHERE name = 'kind'");
+    return found != nullptr && found->Next();
+}
+
 int64_t StoreReader::CountBelow(const char* table, const std::string& path) const {
     host::SqlReader* reader = ReaderOf(table);
     if (reader == nullptr) return 0;

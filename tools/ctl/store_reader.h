@@ -30,6 +30,9 @@ class StoreReader {
     /// The reader of the database that has `table`; null when there is no such table (yet).
     host::SqlReader* ReaderOf(const char* table) const;
 
+    /// Whether the problems tell those that pass from others: a daemon of an earlier version has not told.
+    bool KnowsProblemKinds() const;
+
     /// Rows of a table at and below `path`, "" = all; 0 without that table.
     int64_t CountBelow(const char* table, const std::string& path) const;
 

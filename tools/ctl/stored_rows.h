@@ -16,13 +16,15 @@ namespace koli::ctl {
 enum RowType : int {
     kRowFolder = 100,   // of table directory: no size, no time
     kRowLibrary = 101,  // of table photo_info
+    kRowProblem = 102,  // of table problem, but none that only says that a file cannot be parsed: no time
 };
 
 struct StoredRow {
     int type = kRowFolder;   // StoreType or RowType
     std::string_view path;   // valid until the row is dropped, like `ctime`
-    int64_t size = 0;        // bytes
+    int64_t size = 0;        // bytes; of a problem: its KOLIProblem bits
     std::string_view ctime;  // as text, in the form of its table
+    bool has_cover = false;
 };
 
 class StoredRows {

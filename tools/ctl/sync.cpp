@@ -67,6 +67,8 @@ Record SummaryOf(const SyncPlan& plan, const Totals& totals) {
             {"new", plan.Count(Change::kNewFile)},
             {"new_folders", plan.Count(Change::kNewFolder) + plan.Count(Change::kUnrecordedFolder)},
             {"changed", plan.Count(Change::kChangedFile)},
+            {"unread", plan.Count(Change::kUnread)},
+            {"without_cover", plan.Count(Change::kNoCover)},
             {"without_album", plan.Count(Change::kNoAlbum)},
             {"gone", plan.Count(Change::kGoneFile) + plan.Count(Change::kGoneTree)},
             {"requests", plan.requests()},

@@ -32,6 +32,8 @@ void SyncPlan::Add(Change change, const std::string& path) {
         case Change::kNewFile:
         case Change::kChangedFile:
         case Change::kUnrecordedFolder:
+        case Change::kUnread:
+        case Change::kNoCover:
         case Change::kNoAlbum:
             return AddLine('a', path);
         case Change::kNewFolder:
@@ -62,6 +64,10 @@ const char* ChangeName(Change change) {
             return "gone";
         case Change::kGoneTree:
             return "gone folder";
+        case Change::kUnread:
+            return "unread";
+        case Change::kNoCover:
+            return "no cover";
         case Change::kNoAlbum:
             return "no album";
     }

@@ -9,6 +9,8 @@
 #include "base/folder_way.h"
 #include "index/share_path.h"
 #include "platform/host/file_times.h"
+#include "platform/kolidb.h"
+#include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
 #include "tools/ctl/albums.h"
@@ -58,6 +60,22 @@ std::string FirstMissing(std::string_view path, size_t known) {
         if (!Exists(part)) return part;
     }
     return "";
+}
+
+bool IsPassingProblem(const StoredRow& row) {
+    return row.type == kRowProblem && (row.size & KOLI_PROBLEM_PASSES) != 0;
+}
+
+/// A file has one cover, in one of two forms.  One that cannot be looked at may be there.
+bool IsCoverLost(const char* path) {
+    for (const char* name : {"cover1.jpg", "cover1.png"}) {
+        char cover[kPathSize];
+        struct stat status;
+        if (KOLIEAPath(path, name, cover, sizeof cover) != 0) return false;
+        if (lstat(cover, &status) == 0 ? status.st_size > 0 : errno != ENOENT && errno != ENOTDIR)
+            return false;
+    }
+    return true;
 }
 
 class Comparison {
@@ -132,13 +150,14 @@ void Comparison::DropGone() {
 void Comparison::TellGone(const StoredRow& row) {
     const std::string missing = FirstMissing(row.path, top_length_);
     if (missing.empty()) {
-        ++result_.kept;
+        result_.kept += row.type != kRowProblem ? 1 : 0;
         return;
     }
     if (missing == row.path) gone_file_ = missing;
     // The removal of a file looks only into the table of its kind.
-    const bool is_file =
-        missing == row.path && (row.type == kRowLibrary || row.type == MediaKindOf(missing.c_str()));
+    const int kind = MediaKindOf(missing.c_str());
+    const bool is_file = missing == row.path && (row.type == kRowLibrary || row.type == kind ||
+                                                 (row.type == kRowProblem && kind != kNotIndexed));
     if (is_file) {
         tell_(Change::kGoneFile, missing);
     } else {
@@ -173,8 +192,10 @@ void Comparison::File(const std::string& path, const FileState& file) {
     const bool wants_library = options_.photo_library && IsLibraryPhoto(path.c_str(), file.size);
     result_.files += options_.media_store || wants_library ? 1 : 0;
     bool is_stored = !options_.media_store, is_in_library = !wants_library, is_changed = false;
+    bool is_unread = false, has_cover = false;
     for (; IsNext(path); rows_.Drop()) {
         const StoredRow& row = *rows_.First();
+        is_unread |= IsPassingProblem(row);
         if (row.type == file.type && options_.media_store)
             is_stored = true;
         else if (row.type == kRowLibrary && wants_library)
@@ -182,16 +203,22 @@ void Comparison::File(const std::string& path, const FileState& file) {
         else
             continue;  // a row that adding the file does not touch
         is_changed |= !IsUnchanged(row, file);
+        has_cover |= row.has_cover;
     }
     if (!is_stored)
         tell_(Change::kNewFile, path);
     else if (is_changed || !is_in_library)
         tell_(Change::kChangedFile, path);
+    else if (is_unread)
+        tell_(Change::kUnread, path);
+    else if (has_cover && IsCoverLost(path.c_str()))
+        tell_(Change::kNoCover, path);
 }
 
 void Comparison::Folder(const std::string& path, std::vector<FolderEntry>& entries, size_t index) {
     DropUpTo(path);
     for (; IsNext(path); rows_.Drop()) {
+        if (IsPassingProblem(*rows_.First())) tell_(Change::kUnread, path);
         if (rows_.First()->type != kRowFolder) continue;
         // The entry of its contents follows, behind names like "b-c".
         const std::string contents = entries[index].name + '/';

@@ -20,6 +20,8 @@ enum class Change {
     kUnrecordedFolder,  // something is stored below it, but the folder itself is not recorded
     kGoneFile,          // stored, and not there any more
     kGoneTree,          // the same for a folder: everything at and below it, albums included
+    kUnread,            // could not be read, or what goes with it not written, for a reason that may be over
+    kNoCover,           // stored with a cover that is missing or empty
     kNoAlbum,           // a folder of the photo share that should be an album and is none
 };
 
