@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
-#include <span>
 
 #include "base/log.h"
 #include "base/parse_number.h"
@@ -64,18 +63,19 @@ class SharedRecord {
     _exit(1);
 }
 
-/// Copies the child's record over the caller's.  A child that was taken over may have left anything in it:
-/// its texts end where they must, and it is still the record of the same file.
-void CopyBack(const MediaInfo& shared, MediaInfo* record) {
-    char path[kPathSize];
-    memcpy(path, record->path, sizeof path);
-    memcpy(record, &shared, sizeof *record);
-    memcpy(record->path, path, sizeof path);
-    for (const std::span<char> text : std::initializer_list<std::span<char>>{
-             record->title, record->album, record->artist, record->genre, record->composer, record->comment,
-             record->camera_make, record->camera_model, record->exposure_time, record->f_number,
-             record->date_taken, record->ctime, record->mtime})
-        text.back() = '\0';
+/// Takes over what a probe may write.  A child that was taken over may have left anything in the area: the
+/// rest of the record (path, size, times, cover, ...) stays the caller's, and the texts end where they must.
+void TakeOver(const MediaInfo& shared, MediaInfo* record) {
+    for (const auto text : {&MediaInfo::title, &MediaInfo::album, &MediaInfo::artist, &MediaInfo::genre}) {
+        memcpy(record->*text, shared.*text, kTextSize);
+        (record->*text)[kTextSize - 1] = '\0';
+    }
+    for (const auto number : {&MediaInfo::year, &MediaInfo::track})
+        record->*number = shared.*number;
+    for (const auto number : {&MediaInfo::audio_bitrate, &MediaInfo::video_bitrate, &MediaInfo::sample_rate,
+                              &MediaInfo::channels, &MediaInfo::width, &MediaInfo::height})
+        record->*number = shared.*number;
+    record->duration = shared.duration;
 }
 
 /// Finds the line of the file that holds `key` and a number behind it.  Returns 1 found, 0 no such line, -1
@@ -136,7 +136,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
     }
     const int result = ProbeChildWatchWith(pid, settings);
     messages.Relay();
-    CopyBack(*shared.get(), record);
+    TakeOver(*shared.get(), record);
     return result;
 }
 
