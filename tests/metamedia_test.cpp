@@ -11,6 +11,7 @@
 #include "base/log.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
+#include "video/child_signals.h"
 #include "video/guarded_probe.h"
 #include "video/metamedia.h"
 #include "video/probe_guard.h"
@@ -74,8 +75,8 @@ TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
                                Process(reaped_elsewhere, too_long)}));
 }
 
-int requests;
-TEST_F(Probe, AnEndedChildAndSignalsCutTheSleepAndEverythingIsAsBefore) {
+int requests, others;
+TEST_F(Probe, AnEndedChildAndSignalsButRequestsCutTheSleepAndEverythingIsAsBefore) {
     settings_.interval = {30, 0};
     signal(SIGCHLD, SIG_IGN);  // as a careless parent leaves it
     alarm(20);                 // less than the shortest wait
@@ -87,20 +88,27 @@ TEST_F(Probe, AnEndedChildAndSignalsCutTheSleepAndEverythingIsAsBefore) {
     alarm(0);
     settings_.poll_limit = 0;  // the second poll kills
     signal(SIGUSR1, [](int) { ++requests; });
+    signal(SIGUSR2, [](int) { ++others; });
     const pid_t parent = getpid();
-    requests = 0;
-    const pid_t pid = StartChild([=] {
-        for (;; usleep(20000))
-            kill(parent, SIGUSR1);
-    });
-    EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
-    EXPECT_GE(requests, 2);
+    pid_t pid = 0;
+    {
+        const ChildEndScope as_from_before_the_fork;
+        pid = StartChild([=] {
+            for (int sent = 0;; usleep(5000))
+                kill(parent, ++sent % 8 == 0 ? SIGUSR2 : SIGUSR1);
+        });
+        EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
+        EXPECT_GE(others, 2);
+        EXPECT_EQ(requests, 0);
+    }
+    EXPECT_EQ(requests, 1);  // all at once
     EXPECT_EQ(fake.log, Lines{Process(pid, " exceeded max loop count: 1, sec: 30, nsec: 0.")});
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);
-    EXPECT_EQ(sigismember(&mask, SIGCHLD), 0);
+    EXPECT_EQ(sigismember(&mask, SIGCHLD) + sigismember(&mask, SIGUSR1), 0);
     EXPECT_EQ(signal(SIGCHLD, SIG_DFL), SIG_IGN);
     signal(SIGUSR1, SIG_DFL);
+    signal(SIGUSR2, SIG_DFL);
 }
 
 TEST_F(Probe, IsJudgedByTheTwoFilesOfTheMoment) {
