@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <new>
+#include <set>
 
 #include "base/log.h"
 #include "tests/fixture.h"
@@ -66,8 +67,14 @@ TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
     const pid_t running = StartChild([] { pause(); }), reaped_elsewhere = StartChild([] { _exit(0); });
     waitpid(reaped_elsewhere, nullptr, 0);
     sleeps_ = 0;
-    for (const pid_t pid : {running, reaped_elsewhere})
+    std::set<std::string> reasons;  // one, as it is the same fault
+    for (const pid_t pid : {running, reaped_elsewhere}) {
+        LogFirstForget();
         EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
+        reasons.insert(LogFirst());
+    }
+    EXPECT_EQ(reasons.size(), 1U);
+    EXPECT_TRUE(reasons.begin()->ends_with(" Process exceeded max loop count: 901"));
     EXPECT_EQ(sleeps_, 2 * 902);
     const std::string too_long = " exceeded max loop count: 901, sec: 0, nsec: 100000000.";
     EXPECT_EQ(fake.log, (Lines{Process(crashed, " killed by signal 9"), "metamedia:# Bad parameters.",

@@ -98,7 +98,10 @@ int ProcNumberGet(const char* file, const char* key, int32_t* value) {
 /// What the status of an ended child means for the caller.
 int ExitResult(pid_t pid, int status) {
     if (WIFEXITED(status)) return WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) KOLI_LOG("%s:%d Process %d killed by signal %d", pid, WTERMSIG(status));
+    if (WIFSIGNALED(status)) {
+        LogFirstSay("%s:%d Process killed by signal %d", kModule, __LINE__, WTERMSIG(status));
+        KOLI_LOG("%s:%d Process %d killed by signal %d", pid, WTERMSIG(status));
+    }
     return -1;
 }
 
@@ -157,6 +160,8 @@ int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
         if (waitpid(pid, &status, WNOHANG) > 0) return ExitResult(pid, status);
         if (polls > settings.poll_limit) {
             ProbeChildKill(pid);
+            LogFirstSay("%s:%d Process exceeded max loop count: %d", kModule, __LINE__,
+                        static_cast<int>(polls));
             KOLI_LOG("%s:%d Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
                      static_cast<int>(polls), static_cast<int>(settings.interval.tv_sec),
                      static_cast<int>(settings.interval.tv_nsec));
@@ -165,6 +170,7 @@ int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
         ++polls;
         if (ProbeChildMemoryExceededIn(pid, settings.proc) != 0) {
             ProbeChildKill(pid);
+            LogFirstSay("%s:%d Process exceeded max memory usage.", kModule, __LINE__);
             KOLI_LOG("%s:%d Process %d exceeded max memory usage.", pid);
             return -1;
         }
