@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <new>
 #include <set>
 
@@ -43,7 +45,7 @@ std::string Process(pid_t pid, const std::string& text) {
     return "metamedia:# Process " + std::to_string(pid) + text;
 }
 
-int HalfWayProbe(const char*, MediaInfo* record) {
+int HalfWayProbe(int, const char*, MediaInfo* record) {
     memset(static_cast<void*>(record), 'x', sizeof *record);  // as one that was taken over
     strcpy(record->title, "half way");
     record->duration = 7;
@@ -51,7 +53,7 @@ int HalfWayProbe(const char*, MediaInfo* record) {
         sched_yield();
 }
 
-int FailingProbe(const char* path, MediaInfo* record) {
+int FailingProbe(int, const char* path, MediaInfo* record) {
     record->track = 7;
     LogError("%s (%d) seen [%s]", "probe", 1, path);
     return 3;
@@ -90,7 +92,7 @@ TEST_F(Probe, AnEndedChildAndSignalsButRequestsCutTheSleepAndEverythingIsAsBefor
     MediaInfo record{};
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(GuardedProbeRun(
-                      "/x", &record, [](const char*, MediaInfo*) { return 0; }, settings_),
+                      "/x", &record, [](int, const char*, MediaInfo*) { return 0; }, settings_),
                   0);
     alarm(0);
     settings_.poll_limit = 0;  // the second poll kills
@@ -171,51 +173,62 @@ TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
 // ---- The guard.
 
 int inherited;
-std::string file, other;
-long (*attempt)(const char*);  // what the probe tries: negative when it was refused
+std::string path;
+long (*attempt)(int file);  // what the probe tries: negative when it was refused
 
-int Try(const char* path, MediaInfo*) {
-    return attempt(path) < 0 ? 0 : 1;
+int Try(int file, const char*, MediaInfo*) {
+    return attempt(file) < 0 ? 0 : 1;
 }
 
-TEST_F(Probe, LeavesTheOneFileAndNothingElse) {
-    file = Write("one.avi", "bytes");
-    other = Write("other.txt", "secret");
-    inherited = open(other.c_str(), O_RDWR | O_CLOEXEC);
+/// Maps a page of memory: negative when that is not allowed.
+template <int kFlags, int kProtection = PROT_READ | PROT_WRITE>
+long Map(int) {
+    errno = 0;
+    mmap(nullptr, 4096, kProtection, kFlags | MAP_ANONYMOUS, -1, 0);
+    return errno == EPERM ? -1 : 0;
+}
+
+TEST_F(Probe, LeavesTheOneOpenFileAndNothingElse) {
+    path = Write("one.avi", "bytes");
+    inherited = open("/dev/null", O_RDWR | O_CLOEXEC);
     signal(SIGTERM, [](int) {});
     const auto [filter, rules] = ProbeGuardStatusGet();
-    constexpr int kArea = MAP_PRIVATE | MAP_ANONYMOUS;
-    // What; whether the kernel has what refuses it; 0: refused, 1: allowed, -1: deadly.
-    const std::tuple<const char*, bool, int, long (*)(const char*)> attempts[] = {
-        {"read", true, 1, [](const char* path) -> long { return open(path, O_RDONLY | O_CLOEXEC); }},
-        {"other", rules, 0, [](const char*) -> long { return open(other.c_str(), O_RDONLY); }},
-        {"write", filter || rules, 0, [](const char* path) -> long { return open(path, O_WRONLY); }},
-        {"unlink", filter || rules, 0, [](const char* path) -> long { return unlink(path); }},
-        {"fork", filter, 0, [](const char*) -> long { return fork(); }},
-        {"kill", filter, 0, [](const char*) -> long { return kill(getppid(), 0); }},
-        {"code", filter, 0,
-         [](const char*) {
-             return reinterpret_cast<long>(mmap(nullptr, 1, PROT_READ | PROT_EXEC, kArea, -1, 0));
-         }},
-        {"inherited", true, 0, [](const char*) -> long { return fcntl(inherited, F_GETFD); }},
-        {"term", true, 0, [](const char*) -> long { return signal(SIGTERM, SIG_DFL) == SIG_DFL ? -1 : 0; }},
-        {"socket", filter, -1, [](const char*) -> long { return socket(AF_INET, SOCK_STREAM, 0); }},
-        {"exec", filter, -1, [](const char*) -> long { return execl("/bin/true", "true", nullptr); }},
+    constexpr int kAllowed = 1, kRefused = 0;  // else the deadly signal, negative
+    struct stat status;
+    static struct stat& scratch = status;
+    // What; whether the kernel has what refuses it; how it ends.
+    const std::tuple<const char*, bool, int, long (*)(int)> attempts[] = {
+        {"read", true, kAllowed, [](int file) -> long { return read(file, &scratch, 5) == 5 ? 0 : -1; }},
+        {"open", filter || rules, kRefused, [](int) -> long { return open(path.c_str(), O_RDONLY); }},
+        {"write", filter || rules, kRefused, [](int) -> long { return open(path.c_str(), O_WRONLY); }},
+        {"unlink", filter || rules, kRefused, [](int) -> long { return unlink(path.c_str()); }},
+        {"stat", filter, kRefused, [](int) -> long { return stat("/", &scratch); }},
+        {"access", filter, kRefused, [](int) -> long { return access("/", F_OK); }},
+        {"fork", filter, kRefused, [](int) -> long { return fork(); }},
+        {"kill", filter, kRefused, [](int) -> long { return kill(getppid(), 0); }},
+        {"code", filter, kRefused, Map<MAP_PRIVATE, PROT_READ | PROT_EXEC>},
+        {"inherited", true, kRefused, [](int) -> long { return lseek(inherited, 0, SEEK_CUR); }},
+        {"term", true, kRefused, [](int) -> long { return signal(SIGTERM, SIG_DFL) == SIG_DFL ? -1 : 0; }},
+        {"socket", filter, -SIGSYS, [](int) -> long { return socket(AF_INET, SOCK_STREAM, 0); }},
+        {"exec", filter, -SIGSYS, [](int) -> long { return execl("/bin/true", "true", nullptr); }},
     };
     MediaInfo record{};
     for (const auto& [what, counts, expected, body] : attempts) {
         if (!counts) continue;
         attempt = body;
         fake.log.clear();
-        EXPECT_EQ(GuardedProbeRun(file.c_str(), &record, Try, WatchSettings{}), expected) << what;
-        EXPECT_EQ(fake.log.empty(), expected == 0) << what;
-        EXPECT_TRUE(expected >= 0 || fake.log.back().ends_with(" killed by signal 31")) << what;
+        EXPECT_EQ(GuardedProbeRun(path.c_str(), &record, Try, WatchSettings{}), std::max(expected, -1))
+            << what;
+        EXPECT_EQ(fake.log.empty(), expected == kRefused) << what;
+        EXPECT_TRUE(expected >= 0 ||
+                    fake.log.back().ends_with(" killed by signal " + std::to_string(-expected)))
+            << what;
     }
-    attempt = [](const char*) -> long { throw std::bad_alloc(); };
-    EXPECT_NE(GuardedProbeRun(file.c_str(), &record, Try, WatchSettings{}), 0);
+    attempt = [](int) -> long { throw std::bad_alloc(); };
+    EXPECT_NE(GuardedProbeRun(path.c_str(), &record, Try, WatchSettings{}), 0);
     signal(SIGTERM, SIG_DFL);
     close(inherited);
-    EXPECT_EQ(ReadFile(file), "bytes");
+    EXPECT_EQ(ReadFile(path), "bytes");
 }
 
 }  // namespace koli::test

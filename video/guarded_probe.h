@@ -11,8 +11,9 @@
 
 namespace koli {
 
-/// What runs in the child: 0 is success.
-using ProbeFunction = int (*)(const char* path, MediaInfo* record);
+/// What runs in the child: 0 is success.  `file` is the open file `path`, -1 when it could not be opened, or
+/// is no regular file.
+using ProbeFunction = int (*)(int file, const char* path, MediaInfo* record);
 
 /// Waits for `interval` with the signal mask `mask`; any signal with a handler ends the wait.
 void ProbePollSleep(const timespec& interval, const sigset_t& mask);

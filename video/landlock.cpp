@@ -1,6 +1,5 @@
 #include "video/landlock.h"
 
-#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -21,13 +20,7 @@ struct RulesetAttributes {
     uint64_t handled_access_net;
     uint64_t scoped;
 };
-struct [[gnu::packed]] PathBeneathAttributes {
-    uint64_t allowed_access;
-    int32_t parent_fd;
-};
 constexpr uint32_t kCreateRulesetVersion = 1;
-constexpr int kRulePathBeneath = 1;
-constexpr uint64_t kReadFile = uint64_t{1} << 2;
 constexpr uint64_t kNetBindAndConnectTcp = 3;    // since ABI 4
 constexpr uint64_t kScopeSocketsAndSignals = 3;  // since ABI 6
 
@@ -42,17 +35,6 @@ RulesetAttributes Everything(int abi) {
             abi >= 6 ? kScopeSocketsAndSignals : 0};
 }
 
-int Allow(int ruleset, const char* path) {
-    const int file = open(path, O_PATH | O_CLOEXEC);
-    if (file < 0) return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? -1 : 0;
-    const PathBeneathAttributes rule{kReadFile, file};
-    const auto result = syscall(SYS_landlock_add_rule, ruleset, kRulePathBeneath, &rule, 0);
-    const int reason = errno;
-    close(file);
-    errno = reason;
-    return static_cast<int>(result);
-}
-
 }  // namespace
 
 int LandlockAbi() {
@@ -60,13 +42,13 @@ int LandlockAbi() {
     return abi > 0 ? static_cast<int>(abi) : 0;
 }
 
-int LandlockAllowOnly(int abi, const char* path) {
+int LandlockAllowNothing(int abi) {
     const RulesetAttributes attributes = Everything(abi);
     const auto ruleset =
         static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0));
     if (ruleset < 0) return -1;
-    auto result = Allow(ruleset, path);
-    if (result == 0) result = static_cast<int>(syscall(SYS_landlock_restrict_self, ruleset, 0));
+    // No rule: a rule's path may have become a folder, or a link to one, with all that is below it.
+    const auto result = static_cast<int>(syscall(SYS_landlock_restrict_self, ruleset, 0));
     const int reason = errno;
     close(ruleset);
     errno = reason;

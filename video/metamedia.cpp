@@ -11,6 +11,7 @@
 #include <initializer_list>
 
 #include "base/log.h"
+#include "base/open_file.h"
 #include "base/parse_number.h"
 #include "platform/kolidb.h"
 #include "video/child_heap.h"
@@ -57,8 +58,9 @@ class SharedRecord {
     sigprocmask(SIG_SETMASK, &mask, nullptr);
 
     ChildHeapUseLargePages();
-    if (ProbeGuardEnter(path, parent) != 0) _exit(1);
-    if (probe(path, record) == 0) _exit(0);
+    const int file = OpenRegularForReading(path);  // while there still are the daemon's rights
+    if (ProbeGuardEnter(file, parent) != 0) _exit(1);
+    if (probe(file, path, record) == 0) _exit(0);
     KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
     _exit(1);
 }
@@ -145,7 +147,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
 
 int MiscMediaInfoGet(const char* path, MediaInfo* record) {
     ContainerProbeWarmUp();
-    return GuardedProbeRun(path, record, MiscMediaInfoProbe, WatchSettings{});
+    return GuardedProbeRun(path, record, MiscMediaInfoProbeFile, WatchSettings{});
 }
 
 int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {

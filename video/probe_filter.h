@@ -15,8 +15,8 @@ struct ProbeFilter {
     uint16_t length;
 };
 
-/// Builds the filter: reading of files, memory and time are allowed, a socket or another program ends the
-/// process, everything else fails with EPERM.  Costs about a millisecond: once per daemon, not per child.
+/// Builds the filter: reading of open files, memory and time are allowed, a socket or another program ends
+/// the process, everything else fails with EPERM.  Costs about a millisecond: once per daemon, not per child.
 /// Returns false, with `length` 0, when it could not be built.
 bool ProbeFilterBuild(ProbeFilter* filter);
 

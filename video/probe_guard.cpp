@@ -23,7 +23,7 @@ namespace {
 constexpr const char kModule[] = "metamedia";
 
 constexpr rlim_t kMaxCpuSeconds = 120;     // a backstop behind the watch, which ends a child after 90 s
-constexpr rlim_t kMaxOpenFiles = 16;       // a probe opens one file
+constexpr rlim_t kMaxOpenFiles = 16;       // the rules for files need one more than the probe
 constexpr rlim_t kLibraryBytes = 1 << 30;  // address space of the libraries and of the daemon itself
 constexpr int kMaxInherited = 65536;       // descriptors closed one by one on kernels before 5.9
 
@@ -57,12 +57,16 @@ int EndWithParent(pid_t parent) {
     return -1;
 }
 
-int CloseInherited() {
-    constexpr unsigned kFirst = STDERR_FILENO + 1;
-    if (close_range(kFirst, ~0U, 0) == 0) return 0;
+/// Closes everything but the standard three and `file`.
+int CloseInherited(int file) {
+    constexpr int kFirst = STDERR_FILENO + 1;
+    const int kept = std::max(file, STDERR_FILENO);
+    const bool closed = (kept <= kFirst || close_range(kFirst, static_cast<unsigned>(kept) - 1, 0) == 0) &&
+                        close_range(static_cast<unsigned>(kept) + 1, ~0U, 0) == 0;
+    if (closed) return 0;
     const int end = static_cast<int>(std::clamp(sysconf(_SC_OPEN_MAX), 0L, long{kMaxInherited}));
     for (int descriptor = kFirst; descriptor < end; ++descriptor)
-        close(descriptor);
+        if (descriptor != file) close(descriptor);
     return 0;
 }
 
@@ -85,8 +89,8 @@ int RefusePrivileges() {
     return prctl(PR_SET_DUMPABLE, 0) == 0 ? prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) : -1;
 }
 
-int AllowOneFile(const char* path) {
-    return guard.landlock_abi > 0 ? LandlockAllowOnly(guard.landlock_abi, path) : 0;
+int RefuseFiles() {
+    return guard.landlock_abi > 0 ? LandlockAllowNothing(guard.landlock_abi) : 0;
 }
 
 int FilterSystemCalls() {
@@ -125,15 +129,15 @@ void ProbeGuardReport() {
               status.system_call_filter ? "" : " [seccomp]", status.file_rules ? "" : " [Landlock]");
 }
 
-int ProbeGuardEnter(const char* path, pid_t parent) {
+int ProbeGuardEnter(int file, pid_t parent) {
     // The order matters: descriptors first, so that nothing of the daemon's is open below; the rules for
     // files need a descriptor of their own and system calls that the filter refuses; both need the refusal of
     // new privileges.
     if (EndWithParent(parent) != 0) return Failed("end with parent");
-    if (CloseInherited() != 0) return Failed("closing");
+    if (CloseInherited(file) != 0) return Failed("closing");
     if (LimitResources() != 0) return Failed("limits");
     if (RefusePrivileges() != 0) return Failed("no new privileges");
-    if (AllowOneFile(path) != 0) return Failed("Landlock");
+    if (RefuseFiles() != 0) return Failed("Landlock");
     if (FilterSystemCalls() != 0) return Failed("seccomp");
     return 0;
 }

@@ -1,4 +1,4 @@
-// Takes from the child of a guarded probe everything but the one file it is to read.
+// Takes from the child of a guarded probe everything but the one open file that it is to read.
 #pragma once
 
 #include <sys/types.h>
@@ -22,10 +22,10 @@ ProbeGuardStatus ProbeGuardStatusGet();
 /// nothing.
 void ProbeGuardReport();
 
-/// In the child of `parent`, before it looks at the file `path`: no descriptor but the standard three, no
-/// writing, no network, no other program or process, no file but `path`, no new privileges, an end with its
-/// parent.  What the kernel lacks is left out.  Returns 0, or -1 when a step failed (logged): the child must
-/// end.
-int ProbeGuardEnter(const char* path, pid_t parent);
+/// In the child of `parent`, before it reads from `file` (-1: from none): no descriptor but that and the
+/// standard three, no other file, no writing, no network, no other program or process, no new privileges, an
+/// end with its parent.  What the kernel lacks is left out.  Returns 0, or -1 when a step failed (logged):
+/// the child must end.
+int ProbeGuardEnter(int file, pid_t parent);
 
 }  // namespace koli
