@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <fstream>
 #include <new>
 #include <set>
 
@@ -142,8 +143,17 @@ TEST_F(Probe, IsJudgedByTheTwoFilesOfTheMoment) {
                      Process(pid, " exceeded max memory usage.")}));
 }
 
+pid_t child;
+std::string child_status;  // as /proc tells it
+
 TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
     settings_.poll_limit = 2;
+    settings_.fork_child = [] { return child = fork(); };
+    settings_.sleep = [](const timespec& interval, const sigset_t& mask) {
+        ProbePollSleep(interval, mask);
+        std::ifstream status("/proc/" + std::to_string(child) + "/status");
+        child_status.assign(std::istreambuf_iterator<char>(status), {});
+    };
     MediaInfo record{}, expected{};
     strcpy(record.path, "/a/b.avi");
     strcpy(expected.path, record.path);
@@ -157,6 +167,10 @@ TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
     record.year = record.track = 0;
     memset(&record.duration, 0, offsetof(MediaInfo, file_size) - offsetof(MediaInfo, duration));
     EXPECT_EQ(memcmp(&record, &expected, sizeof record), 0);
+
+    for (const char* line : {"CapInh:\t0000000000000000", "CapPrm:\t0000000000000000",
+                             "CapEff:\t0000000000000000", "NoNewPrivs:\t1"})
+        EXPECT_NE(child_status.find(line), std::string::npos) << line;
 
     fake.log.clear();
     EXPECT_EQ(GuardedProbeRun("/a/b.avi", &record, FailingProbe, WatchSettings{}), 1);

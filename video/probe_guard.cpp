@@ -1,6 +1,7 @@
 #include "video/probe_guard.h"
 
 #include <fcntl.h>
+#include <linux/capability.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -89,6 +90,12 @@ int RefusePrivileges() {
     return prctl(PR_SET_DUMPABLE, 0) == 0 ? prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) : -1;
 }
 
+int DropCapabilities() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    constexpr __user_cap_data_struct kNone[_LINUX_CAPABILITY_U32S_3] = {};
+    return static_cast<int>(syscall(SYS_capset, &header, kNone));
+}
+
 int RefuseFiles() {
     return guard.landlock_abi > 0 ? LandlockAllowNothing(guard.landlock_abi) : 0;
 }
@@ -137,6 +144,7 @@ int ProbeGuardEnter(int file, pid_t parent) {
     if (CloseInherited(file) != 0) return Failed("closing");
     if (LimitResources() != 0) return Failed("limits");
     if (RefusePrivileges() != 0) return Failed("no new privileges");
+    if (DropCapabilities() != 0) return Failed("capabilities");
     if (RefuseFiles() != 0) return Failed("Landlock");
     if (FilterSystemCalls() != 0) return Failed("seccomp");
     return 0;

@@ -23,9 +23,9 @@ ProbeGuardStatus ProbeGuardStatusGet();
 void ProbeGuardReport();
 
 /// In the child of `parent`, before it reads from `file` (-1: from none): no descriptor but that and the
-/// standard three, no other file, no writing, no network, no other program or process, no new privileges, an
-/// end with its parent.  What the kernel lacks is left out.  Returns 0, or -1 when a step failed (logged):
-/// the child must end.
+/// standard three, no other file, no writing, no network, no other program or process, no capability nor new
+/// privileges, an end with its parent.  What the kernel lacks is left out.  Returns 0, or -1 when a step
+/// failed (logged): the child must end.
 int ProbeGuardEnter(int file, pid_t parent);
 
 }  // namespace koli
