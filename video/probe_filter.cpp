@@ -4,7 +4,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <iterator>
 #include <memory>
 
 #include "video/sanitized_build.h"
@@ -21,12 +23,23 @@ constexpr int kAllowed[] = {
     SCMP_SYS(rt_sigreturn), SCMP_SYS(sigreturn), SCMP_SYS(restart_syscall),
     // reading of what is open; nothing is opened, nor asked for by a path
     SCMP_SYS(read), SCMP_SYS(lseek), SCMP_SYS(_llseek), SCMP_SYS(close),
-    // memory that holds no code
+    // memory; mapping is below
     SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap),
     // the C library's own needs
     SCMP_SYS(futex), SCMP_SYS(futex_time64), SCMP_SYS(getrandom), SCMP_SYS(sched_getaffinity),
     SCMP_SYS(sched_yield), SCMP_SYS(getpid), SCMP_SYS(gettid), SCMP_SYS(clock_gettime),
     SCMP_SYS(clock_gettime64), SCMP_SYS(gettimeofday), SCMP_SYS(time)};
+
+// What a filter sees of the calls that map memory are their registers.  Of some machines' calls that is the
+// address of the arguments, so that those stay refused; the allocator is content with mmap2, or with brk
+// alone.
+#if defined(__s390__) || defined(__m68k__)
+constexpr std::array<int, 0> kMapping{};
+#elif defined(__i386__)
+constexpr std::array kMapping = {SCMP_SYS(mmap2)};
+#else
+constexpr std::array kMapping = {SCMP_SYS(mmap), SCMP_SYS(mmap2)};
+#endif
 
 // Nothing harmless tries these.
 constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect),
@@ -54,14 +67,22 @@ bool AddValue(scmp_filter_ctx filter, int call, unsigned argument, scmp_datum_t 
     return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &equal) == 0;
 }
 
+/// Memory that holds no code and is counted: shared memory is in neither limit (address space, resident
+/// size), locked pages and huge ones are taken from the machine.
+bool AddMemory(scmp_filter_ctx filter) {
+    constexpr scmp_arg_cmp kPlain[] = {{2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0},
+                                       {3, SCMP_CMP_MASKED_EQ, MAP_SHARED | MAP_LOCKED | MAP_HUGETLB, 0}};
+    for (const int call : kMapping)
+        if (seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, std::size(kPlain), kPlain) != 0)
+            return false;
+    return AddWithoutBits(filter, SCMP_SYS(mprotect), 2, PROT_EXEC) &&
+           // given back by the allocator; other advice takes pages from the machine (MADV_HWPOISON)
+           AddValue(filter, SCMP_SYS(madvise), 2, MADV_DONTNEED);
+}
+
 bool AddRules(scmp_filter_ctx filter) {
     return AddAll(filter, SCMP_ACT_ALLOW, kAllowed) && AddAll(filter, SCMP_ACT_KILL_PROCESS, kDeadly) &&
-           AddWithoutBits(filter, SCMP_SYS(mmap), 2, PROT_EXEC) &&
-           AddWithoutBits(filter, SCMP_SYS(mmap2), 2, PROT_EXEC) &&
-           AddWithoutBits(filter, SCMP_SYS(mprotect), 2, PROT_EXEC) &&
-           // given back by the allocator; other advice takes pages from the machine (MADV_HWPOISON)
-           AddValue(filter, SCMP_SYS(madvise), 2, MADV_DONTNEED) &&
-           (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
+           AddMemory(filter) && (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
 }
 
 /// The library gives its program out through a descriptor only.
