@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -58,6 +59,25 @@ int FailingProbe(int, const char* path, MediaInfo* record) {
     record->track = 7;
     LogError("%s (%d) seen [%s]", "probe", 1, path);
     return 3;
+}
+
+/// The first test: the filter is built once in a process.
+TEST_F(Probe, DoesNotRunWithoutTheFilterOfTheKernelAndTriesAgain) {
+    if (!ProbeGuardStatusGet().system_call_filter) GTEST_SKIP() << "the kernel has none";
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    MediaInfo record{};
+    const auto run = [&] {
+        return GuardedProbeRun("/x", &record, [](int, const char*, MediaInfo*) { return 0; }, {});
+    };
+    setrlimit(RLIMIT_NOFILE, &none);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(run(), 1);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(run(), 0);
+    const std::string reason = "metamedia (#) Cannot guard the probe: building the filter failed, errno=24.";
+    EXPECT_EQ(fake.log, (Lines{reason, reason}));
 }
 
 TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
@@ -219,7 +239,9 @@ TEST_F(Probe, LeavesTheOneOpenFileAndNothingElse) {
         {"stat", filter, kRefused, [](int) -> long { return stat("/", &scratch); }},
         {"access", filter, kRefused, [](int) -> long { return access("/", F_OK); }},
         {"fork", filter, kRefused, [](int) -> long { return fork(); }},
-        {"kill", filter, kRefused, [](int) -> long { return kill(getppid(), 0); }},
+        {"kill", filter, kRefused, [](int) -> long { return kill(getppid(), SIGABRT); }},
+        {"tgkill", filter, kRefused, [](int) -> long { return tgkill(getppid(), getppid(), SIGABRT); }},
+        {"abort", true, -SIGABRT, [](int) -> long { abort(); }},
         {"memory", true, kAllowed, Map<MAP_PRIVATE>},
         {"code", filter, kRefused, Map<MAP_PRIVATE, PROT_READ | PROT_EXEC>},
         {"shared", filter, kRefused, Map<MAP_SHARED>},

@@ -123,7 +123,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
     memcpy(shared.get(), record, sizeof *record);
 
     KOLIDBFlush();
-    ProbeGuardPrepare();
+    if (ProbeGuardPrepare() != 0) return 1;
     const pid_t parent = getpid();
     const ChildEndScope child_end;
     pid_t pid = 0;

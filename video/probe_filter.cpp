@@ -1,18 +1,26 @@
 #include "video/probe_filter.h"
 
+#include <fcntl.h>
+#include <linux/seccomp.h>
 #include <seccomp.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <iterator>
+#include <csignal>
+#include <cstddef>
 #include <memory>
+#include <span>
 
 #include "video/sanitized_build.h"
 
 namespace koli {
 namespace {
+
+constexpr uint32_t kOwnPid =
+    0x4B6F6C69;  // stands for the child's pid, which the filter is older than; above any pid
 
 using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
 
@@ -49,63 +57,100 @@ constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(sock
 constexpr int kForSanitizers[] = {SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(readlink),
                                   SCMP_SYS(madvise)};
 
+/// The library's results are error numbers.
+bool Succeeded(int result) {
+    if (result < 0) errno = -result;
+    return result == 0;
+}
+
 template <size_t N>
 bool AddAll(scmp_filter_ctx filter, uint32_t action, const int (&calls)[N]) {
     for (const int call : calls)
-        if (seccomp_rule_add(filter, action, call, 0) != 0) return false;
+        if (!Succeeded(seccomp_rule_add(filter, action, call, 0))) return false;
     return true;
 }
 
-/// Allows `call` when none of `forbidden` is set in its argument number `argument`.
-bool AddWithoutBits(scmp_filter_ctx filter, int call, unsigned argument, scmp_datum_t forbidden) {
-    const scmp_arg_cmp clear{argument, SCMP_CMP_MASKED_EQ, forbidden, 0};
-    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &clear) == 0;
-}
-
-bool AddValue(scmp_filter_ctx filter, int call, unsigned argument, scmp_datum_t value) {
-    const scmp_arg_cmp equal{argument, SCMP_CMP_EQ, value, 0};
-    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &equal) == 0;
+/// Allows `call` when all `conditions` hold.
+template <size_t N>
+bool AddWhere(scmp_filter_ctx filter, int call, const scmp_arg_cmp (&conditions)[N]) {
+    return Succeeded(seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, N, conditions));
 }
 
 /// Memory that holds no code and is counted: shared memory is in neither limit (address space, resident
 /// size), locked pages and huge ones are taken from the machine.
 bool AddMemory(scmp_filter_ctx filter) {
-    constexpr scmp_arg_cmp kPlain[] = {{2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0},
-                                       {3, SCMP_CMP_MASKED_EQ, MAP_SHARED | MAP_LOCKED | MAP_HUGETLB, 0}};
+    constexpr scmp_arg_cmp kNoCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
+    constexpr scmp_arg_cmp kPlain = {3, SCMP_CMP_MASKED_EQ, MAP_SHARED | MAP_LOCKED | MAP_HUGETLB, 0};
     for (const int call : kMapping)
-        if (seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, std::size(kPlain), kPlain) != 0)
-            return false;
-    return AddWithoutBits(filter, SCMP_SYS(mprotect), 2, PROT_EXEC) &&
+        if (!AddWhere(filter, call, {kNoCode, kPlain})) return false;
+    return AddWhere(filter, SCMP_SYS(mprotect), {kNoCode}) &&
            // given back by the allocator; other advice takes pages from the machine (MADV_HWPOISON)
-           AddValue(filter, SCMP_SYS(madvise), 2, MADV_DONTNEED);
+           AddWhere(filter, SCMP_SYS(madvise), {{2, SCMP_CMP_EQ, MADV_DONTNEED, 0}});
+}
+
+/// abort() ends the process itself, and by its own signal.
+bool AddAbort(scmp_filter_ctx filter) {
+    return AddWhere(filter, SCMP_SYS(tgkill), {{0, SCMP_CMP_EQ, kOwnPid, 0}, {2, SCMP_CMP_EQ, SIGABRT, 0}});
 }
 
 bool AddRules(scmp_filter_ctx filter) {
     return AddAll(filter, SCMP_ACT_ALLOW, kAllowed) && AddAll(filter, SCMP_ACT_KILL_PROCESS, kDeadly) &&
-           AddMemory(filter) && (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
+           AddMemory(filter) && AddAbort(filter) &&
+           (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
 }
 
-/// The library gives its program out through a descriptor only.
-bool Export(scmp_filter_ctx filter, ProbeFilter* out) {
-    const int file = memfd_create("probe-filter", MFD_CLOEXEC);
-    if (file < 0) return false;
+/// The library writes its program to a descriptor; a pipe, which holds 65536 bytes, needs no file.
+ssize_t Export(scmp_filter_ctx filter, std::span<std::byte> program) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
     ssize_t bytes = -1;
-    if (seccomp_export_bpf(filter, file) == 0)
-        bytes = pread(file, out->instructions.data(), sizeof out->instructions, 0);
-    close(file);
-    if (bytes <= 0 || bytes == sizeof out->instructions) return false;  // a full array may be cut
-    out->length = static_cast<uint16_t>(static_cast<size_t>(bytes) / sizeof(sock_filter));
-    return true;
+    if (Succeeded(seccomp_export_bpf(filter, ends[1]))) bytes = read(ends[0], program.data(), program.size());
+    const int reason = errno;
+    close(ends[0]);
+    close(ends[1]);
+    errno = reason;
+    return bytes;
+}
+
+/// Finds the one instruction that compares with kOwnPid.
+bool FindOwnPid(ProbeFilter* filter) {
+    int found = 0;
+    for (uint16_t i = 0; i < filter->length; ++i)
+        if (filter->instructions[i].k == kOwnPid) {
+            filter->own_pid = i;
+            ++found;
+        }
+    return found == 1;
 }
 
 }  // namespace
 
-bool ProbeFilterBuild(ProbeFilter* filter) {
+int ProbeFilterBuild(ProbeFilter* filter) {
     filter->length = 0;
     const Filter rules(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release);
-    if (rules == nullptr) return false;
+    if (rules == nullptr) {
+        errno = ENOMEM;
+        return -1;
+    }
     seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
-    return AddRules(rules.get()) && Export(rules.get(), filter);
+    if (!AddRules(rules.get())) return -1;
+
+    ProbeFilter built;
+    const ssize_t bytes = Export(rules.get(), std::as_writable_bytes(std::span(built.instructions)));
+    if (bytes < 0) return -1;
+    built.length = static_cast<uint16_t>(static_cast<size_t>(bytes) / sizeof(sock_filter));
+    if (built.length == ProbeFilter::kMaxInstructions || !FindOwnPid(&built)) {  // a full array may be cut
+        errno = EOVERFLOW;
+        return -1;
+    }
+    *filter = built;
+    return 0;
+}
+
+int ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {
+    filter->instructions[filter->own_pid].k = static_cast<uint32_t>(getpid());
+    const sock_fprog program{filter->length, filter->instructions.data()};
+    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
 }
 
 }  // namespace koli

@@ -28,13 +28,14 @@ constexpr rlim_t kMaxOpenFiles = 16;       // the rules for files need one more 
 constexpr rlim_t kLibraryBytes = 1 << 30;  // address space of the libraries and of the daemon itself
 constexpr int kMaxInherited = 65536;       // descriptors closed one by one on kernels before 5.9
 
-/// What all children share; filled once by ProbeGuardPrepare.
+/// What all children share.
 struct GuardState {
-    bool prepared;
+    bool asked;            // the kernel, for all but `filter`
     rlim_t address_space;  // bytes
     int landlock_abi;      // 0 = not there
-    ProbeFilter filter;    // length 0 = not there
+    bool has_filters;      // the kernel
     unsigned filter_flags;
+    ProbeFilter filter;  // length 0 = not built yet
 };
 GuardState guard;
 
@@ -47,6 +48,16 @@ bool KernelFiltersSystemCalls(unsigned flags) {
 rlim_t MachineMemory() {
     const auto pages = static_cast<rlim_t>(std::max(sysconf(_SC_PHYS_PAGES), 0L));
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
+void AskKernel() {
+    guard.asked = true;
+    guard.address_space = MachineMemory() + kLibraryBytes;
+    guard.landlock_abi = LandlockAbi();
+    // Without SPEC_ALLOW (Linux 4.17) some kernels run a filtered process with slow speculation defences.
+    if (KernelFiltersSystemCalls(SECCOMP_FILTER_FLAG_SPEC_ALLOW))
+        guard.filter_flags = SECCOMP_FILTER_FLAG_SPEC_ALLOW;
+    guard.has_filters = KernelFiltersSystemCalls(guard.filter_flags);
 }
 
 // ---- The steps.  Each returns 0, or a negative value with errno set.
@@ -101,9 +112,7 @@ int RefuseFiles() {
 }
 
 int FilterSystemCalls() {
-    if (guard.filter.length == 0) return 0;
-    const sock_fprog program{guard.filter.length, guard.filter.instructions.data()};
-    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, guard.filter_flags, &program));
+    return guard.has_filters ? ProbeFilterEnter(&guard.filter, guard.filter_flags) : 0;
 }
 
 int Failed(const char* step) {
@@ -113,23 +122,19 @@ int Failed(const char* step) {
 
 }  // namespace
 
-void ProbeGuardPrepare() {
-    if (guard.prepared) return;
-    guard.prepared = true;
-    guard.address_space = MachineMemory() + kLibraryBytes;
-    guard.landlock_abi = LandlockAbi();
-    // Without SPEC_ALLOW (Linux 4.17) some kernels run a filtered process with slow speculation defences.
-    if (KernelFiltersSystemCalls(SECCOMP_FILTER_FLAG_SPEC_ALLOW))
-        guard.filter_flags = SECCOMP_FILTER_FLAG_SPEC_ALLOW;
-    if (KernelFiltersSystemCalls(guard.filter_flags)) ProbeFilterBuild(&guard.filter);
+int ProbeGuardPrepare() {
+    if (!guard.asked) AskKernel();
+    if (!guard.has_filters || guard.filter.length != 0 || ProbeFilterBuild(&guard.filter) == 0) return 0;
+    return Failed("building the filter");
 }
 
 ProbeGuardStatus ProbeGuardStatusGet() {
-    ProbeGuardPrepare();
-    return {guard.filter.length != 0, guard.landlock_abi > 0};
+    if (!guard.asked) AskKernel();
+    return {guard.has_filters, guard.landlock_abi > 0};
 }
 
 void ProbeGuardReport() {
+    ProbeGuardPrepare();
     const ProbeGuardStatus status = ProbeGuardStatusGet();
     if (status.system_call_filter && status.file_rules) return;
     LogNotice("%s (%d) Media is probed without%s%s: this kernel lacks it.", kModule, __LINE__,

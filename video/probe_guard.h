@@ -11,9 +11,10 @@ struct ProbeGuardStatus {
     bool file_rules;          // Landlock
 };
 
-/// In the daemon, before the first child: asks the kernel what it offers and builds what all children share.
-/// Calls after the first do nothing.
-void ProbeGuardPrepare();
+/// In the daemon, before each child: asks the kernel what it offers and builds what all children share, once.
+/// Returns 0; -1 (logged) when it could not be built, for want of memory or descriptors: no child may run,
+/// and the next call tries again.
+int ProbeGuardPrepare();
 
 /// What the children are guarded with beyond the limits that every kernel has.
 ProbeGuardStatus ProbeGuardStatusGet();
