@@ -14,6 +14,7 @@
 #include <set>
 
 #include "base/log.h"
+#include "platform/paths.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
 #include "video/child_signals.h"
@@ -78,6 +79,23 @@ TEST_F(Probe, DoesNotRunWithoutTheFilterOfTheKernelAndTriesAgain) {
     EXPECT_EQ(run(), 0);
     const std::string reason = "metamedia (#) Cannot guard the probe: building the filter failed, errno=24.";
     EXPECT_EQ(fake.log, (Lines{reason, reason}));
+}
+
+TEST_F(Probe, RunsUnguardedUnlessTheSettingForbidsIt) {
+    const auto run = [&] {
+        MediaInfo record{};
+        return GuardedProbeRun(
+            "/x", &record, [](int, const char*, MediaInfo*) { return 0; }, settings_);
+    };
+    std::string& setting = fake.values[std::string(paths::kConfig) + ":unguardedprobe"];
+    settings_.guards = [] { return ProbeGuardStatus{false, false}; };
+    for (const auto& [value, result] : {std::pair{"", 0}, {"yes", 0}, {"no", 1}}) {
+        setting = value;
+        EXPECT_EQ(run(), result) << value;
+    }
+    EXPECT_EQ(fake.log, Lines{"metamedia (#) Not probed, as nothing guards the probe on this kernel. [/x]"});
+    settings_.guards = [] { return ProbeGuardStatus{false, true}; };
+    EXPECT_EQ(run(), 0);
 }
 
 TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {

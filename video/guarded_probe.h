@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "base/media_info.h"
+#include "video/probe_guard.h"
 
 namespace koli {
 
@@ -25,6 +26,7 @@ struct WatchSettings {
     const char* proc = "/proc";       // where the memory sizes are read
     void (*sleep)(const timespec& interval, const sigset_t& mask) = ProbePollSleep;
     pid_t (*fork_child)() = nullptr;  // null: fork()
+    ProbeGuardStatus (*guards)() = ProbeGuardStatusGet;
 };
 
 /// MiscMediaInfoGet, ProbeChildWatch and ProbeChildMemoryExceeded with these settings.

@@ -114,6 +114,10 @@ void ProbePollSleep(const timespec& interval, const sigset_t& mask) {
 }
 
 int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, const WatchSettings& settings) {
+    if (!ProbeGuardSuffices(settings.guards())) {
+        KOLI_LOG("%s (%d) Not probed, as nothing guards the probe on this kernel. [%s]", path);
+        return 1;
+    }
     const SharedRecord shared;
     const ProbeMessages messages;
     if (!shared.valid() || !messages.valid()) {

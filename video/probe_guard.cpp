@@ -12,8 +12,11 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <cstring>
 
 #include "base/log.h"
+#include "platform/kolisdk.h"
+#include "platform/paths.h"
 #include "video/landlock.h"
 #include "video/probe_filter.h"
 #include "video/sanitized_build.h"
@@ -133,12 +136,20 @@ ProbeGuardStatus ProbeGuardStatusGet() {
     return {guard.has_filters, guard.landlock_abi > 0};
 }
 
+bool ProbeGuardSuffices(const ProbeGuardStatus& status) {
+    if (status.system_call_filter || status.file_rules) return true;
+    char value[8];
+    return KLIBFileGetKeyValue(paths::kConfig, "unguardedprobe", value, sizeof value, 0) < 0 ||
+           strcmp(value, "no") != 0;
+}
+
 void ProbeGuardReport() {
     ProbeGuardPrepare();
     const ProbeGuardStatus status = ProbeGuardStatusGet();
     if (status.system_call_filter && status.file_rules) return;
-    LogNotice("%s (%d) Media is probed without%s%s: this kernel lacks it.", kModule, __LINE__,
-              status.system_call_filter ? "" : " [seccomp]", status.file_rules ? "" : " [Landlock]");
+    LogNotice("%s (%d) Media is %sprobed without%s%s: this kernel lacks it.", kModule, __LINE__,
+              ProbeGuardSuffices(status) ? "" : "not ", status.system_call_filter ? "" : " [seccomp]",
+              status.file_rules ? "" : " [Landlock]");
 }
 
 int ProbeGuardEnter(int file, pid_t parent) {

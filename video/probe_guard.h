@@ -19,6 +19,10 @@ int ProbeGuardPrepare();
 /// What the children are guarded with beyond the limits that every kernel has.
 ProbeGuardStatus ProbeGuardStatusGet();
 
+/// Whether media may be probed with these mechanisms: with one of them always, with neither unless the
+/// setting "unguardedprobe" of this machine is "no".
+bool ProbeGuardSuffices(const ProbeGuardStatus& status);
+
 /// At the daemon's start: writes one line below error level for a kernel that lacks a mechanism, else
 /// nothing.
 void ProbeGuardReport();
