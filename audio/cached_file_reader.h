@@ -1,11 +1,11 @@
 // Positional byte access to an untrusted file through one small buffer.
 #pragma once
 
-#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 
+#include "audio/cover_file.h"
 #include "base/log.h"
 #include "base/log_limit.h"
 
@@ -13,6 +13,27 @@ namespace koli {
 
 inline constexpr int64_t kReadAhead = 16384;  // bytes per read into the buffer
 inline constexpr int kUnreadable = 17;        // the value of every byte that cannot be read
+
+/// What a disk could not read of a file.  None of it is asked for twice.
+struct UnreadableBlocks {
+    static constexpr int64_t kSize = 4096;  // bytes that one failed read is about: a page, to its end
+    static constexpr int kMost = 256;       // failed reads of one file; a disk can take seconds for each
+
+    struct Range {
+        int64_t start;
+        int64_t end;  // exclusive
+    };
+    Range ranges[kMost];
+    int count = 0;
+    int failures = 0;
+
+    /// How much of [offset, end) can be asked for at once; 0 in a block that failed.
+    int64_t AskableFrom(int64_t offset, int64_t end) const;
+    /// Where the block that failed ends in which `offset` lies.
+    int64_t EndOfBlockAt(int64_t offset) const;
+    /// Adds the block in which `offset` lies.
+    void Add(int64_t offset);
+};
 
 /// How far the search for the variable-bit-rate headers has come (audio/vbr_header.h); offsets into the file.
 struct VbrScan {
@@ -24,17 +45,21 @@ struct VbrScan {
 
 /// One open media file.  Make it with `CachedFileReader reader{}`; CachedFileOpen fills it, CachedFileClose
 /// releases what it holds.  Whatever lies outside the file, or cannot be read, consists of bytes of the value
-/// 17: callers cannot tell them from data, and none of the searched-for marks contains that value.
+/// 17: callers cannot tell them from data, and none of the searched-for marks contains that value.  What lies
+/// behind an unreadable block is read; nothing more is once the file has had its processor time
+/// (base/reading.h).
 struct CachedFileReader {
-    FILE* fp = nullptr;               // open for reading; only its descriptor is used; owned
-    int64_t size = 0;                 // bytes, without an ID3v1 trailer once Id3v1Read has found one
+    FILE* fp = nullptr;  // open for reading; only its descriptor is used; owned
+    int64_t size = 0;    // bytes, at most 2^62; without an ID3v1 trailer once Id3v1Read found one
     uint8_t buffer[kReadAhead] = {};  // the bytes of [buffer_start, buffer_end)
     int64_t buffer_start = 0;         // file offset
     int64_t buffer_end = 0;           // file offset, exclusive
     int32_t mode = 0;                 // MPEG video only: system layer, 1 = MPEG-1, 2 = MPEG-2
-    int64_t end_of_file = INT64_MAX;  // where a read came short: nothing from here on is asked for again
+    int64_t end_of_file = 0;          // nothing from here on is asked for
+    UnreadableBlocks unreadable = {};
     RepeatedMessage header_not_found = {};  // MpegFrameFind's message for this file
     VbrScan vbr_scan = {};
+    CoverLimits cover_limits = {};
 };
 
 /// Opens `path` for reading (neither a FIFO nor a device can block it) and takes its size.  Returns 0, or -1
@@ -62,17 +87,20 @@ ByteWindow CachedWindowAt(CachedFileReader* reader, int64_t offset, int64_t want
 /// `offset` itself, or, when that lies in a hole of a sparse file, behind the hole, at most at `end`.
 int64_t CachedSkipHole(const CachedFileReader* reader, int64_t offset, int64_t end);
 
+/// The first offset in [from, end) whose byte is not zero, `end` when all are.  Holes cost nothing.
+int64_t CachedSkipZeros(CachedFileReader* reader, int64_t from, int64_t end);
+
 /// Copies `length` bytes from `offset` on; those outside the file become 17.
 void CachedCopy(CachedFileReader* reader, int64_t offset, uint8_t* bytes, size_t length);
 
 /// Reads up to `length` bytes without moving the buffer.  Returns how many, -1 with errno set.
-int64_t ReadDirect(const CachedFileReader* reader, int64_t offset, void* bytes, size_t length);
+int64_t ReadDirect(CachedFileReader* reader, int64_t offset, void* bytes, size_t length);
 
 /// Four bytes of seven bits each, most significant first (ID3v2.4 section 6.2).  Bit 7 is not masked, it runs
 /// into the byte before.  17 for a negative offset.
 uint32_t ReadSyncsafe32(CachedFileReader* reader, int64_t offset);
 
 /// Four bytes, most significant first.  Here missing bytes are 0; a negative offset gives 17.
-uint32_t ReadBe32Direct(const CachedFileReader* reader, int64_t offset);
+uint32_t ReadBe32Direct(CachedFileReader* reader, int64_t offset);
 
 }  // namespace koli

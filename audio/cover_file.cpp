@@ -3,22 +3,23 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/media_info.h"
+#include "base/reading.h"
 #include "base/written_file_systems.h"
 #include "platform/koliindex.h"
 
 namespace koli {
 namespace {
 
-constexpr mode_t kCoverMode = 0777;    // every service of the appliance may replace a cover
-constexpr int64_t kBlockSize = 65536;  // bytes per read and write
-// Bytes of one cover: no ID3 tag can hold more, while a sparse file can hold any number of them for nothing.
-constexpr int64_t kMaxCover = 256LL << 20;
+constexpr mode_t kCoverMode = 0777;        // every service of the appliance may replace a cover
+constexpr int64_t kBlockSize = 65536;      // bytes per read and write
+constexpr int64_t kMaxCover = 32LL << 20;  // bytes of one cover
 
 /// Users can write to the cover folder: what stands at the path is removed and never followed or opened.
 int CreateCoverFile(const char* cover_path, LogSite site, const CoverFileMessages& messages) {
@@ -100,20 +101,35 @@ int CopyFileBytes(int from, int64_t offset, int64_t length, int fd) {
         errno = ENODATA;
         return -1;
     }
-    if (length > kMaxCover) {
-        errno = EFBIG;
-        return -1;
-    }
     uint8_t block[kBlockSize];
     while (length > 0) {
         const ssize_t count = pread(from, block, static_cast<size_t>(std::min(length, kBlockSize)), offset);
         if (count < 0 && errno == EINTR) continue;
         if (count == 0) errno = ENODATA;  // cut off in the meantime
+        if (count < 0) ReadingFailed(errno);
         if (count <= 0 || WriteFully(fd, block, static_cast<size_t>(count)) != 0) return -1;
         offset += count;
         length -= count;
     }
     return 0;
+}
+
+bool CoverIsWithinLimits(int file, int64_t offset, int64_t length, const char* media_path, LogSite site,
+                         CoverLimits* limits) {
+    struct stat status;
+    if (fstat(file, &status) != 0 || length > status.st_size - offset) return true;
+    if (length > kMaxCover) {
+        if (!std::exchange(limits->size_is_logged, true))
+            LogError("%s (%d) A picture of more than 32 MiB is not saved: %s", site.module, site.line,
+                     media_path);
+        return false;
+    }
+    const off_t hole = lseek(file, offset, SEEK_HOLE);
+    if (hole == -1 || hole >= offset + length) return true;
+    if (!std::exchange(limits->hole_is_logged, true))
+        LogError("%s (%d) A picture with a hole of the file in it is not saved: %s", site.module, site.line,
+                 media_path);
+    return false;
 }
 
 }  // namespace koli

@@ -29,8 +29,19 @@ int CoverFileWrite(const char* media_path, int picture_type, int index, int imag
 int WriteFully(int fd, const void* bytes, size_t size);
 
 /// For sources.  Appends `length` bytes of the file `from`, from `offset` on, to `fd`.  A file that ends
-/// before them (ENODATA) and more than 256 MiB (EFBIG) are refused before anything is written.  Returns 0, or
-/// -1 with errno set.
+/// before them (ENODATA) is refused before anything is written.  Returns 0, or -1 with errno set.
 int CopyFileBytes(int from, int64_t offset, int64_t length, int fd);
+
+/// Which limits on covers have been logged for one media file.
+struct CoverLimits {
+    bool size_is_logged = false;
+    bool hole_is_logged = false;
+};
+
+/// False for bytes of a media file that may not become a cover: more than 32 MiB, or with a hole in them,
+/// which would cost the disk what the file itself does not.  Each reason is logged once for a file, in the
+/// name of `site`. Bytes that the file does not hold pass: to copy them fails.
+bool CoverIsWithinLimits(int file, int64_t offset, int64_t length, const char* media_path, LogSite site,
+                         CoverLimits* limits);
 
 }  // namespace koli

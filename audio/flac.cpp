@@ -1,12 +1,11 @@
 #include "audio/flac.h"
 
-#include <FLAC/metadata.h>
 #include <sys/stat.h>
 
 #include <strings.h>
 #include <cstring>
 
-#include "audio/flac_guard.h"
+#include "audio/flac_stream.h"
 #include "base/float_to_uint.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
@@ -74,22 +73,23 @@ int FlacMetadataRead(const char* path, MediaInfo* record) {
         return -1;
     }
 
-    FLAC__StreamMetadata stream_info;
-    if (!FlacMetadataIsBounded(path, status.st_size) || !FLAC__metadata_get_streaminfo(path, &stream_info)) {
+    compat::MediaFile file;
+    const FlacBlock stream_info =
+        file.Open(path) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
+    if (stream_info == nullptr) {
         KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path);
         return -1;
     }
-    StoreStreamInfo(stream_info.data.stream_info, status.st_size, record);
+    StoreStreamInfo(stream_info->data.stream_info, status.st_size, record);
 
-    FLAC__StreamMetadata* tags = nullptr;
-    if (!FLAC__metadata_get_tags(path, &tags)) {
+    const FlacBlock tags = FlacBlockRead(file, FLAC__METADATA_TYPE_VORBIS_COMMENT);
+    if (tags == nullptr) {
         KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path);
         return -1;
     }
     const FLAC__StreamMetadata_VorbisComment& comments = tags->data.vorbis_comment;
     for (FLAC__uint32 i = 0; i < comments.num_comments; ++i)
         StoreComment(comments.comments[i], record);
-    FLAC__metadata_object_delete(tags);
     return 0;
 }
 

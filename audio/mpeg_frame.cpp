@@ -88,6 +88,12 @@ bool DecodeHeader(const uint8_t (&b)[3], MpegHeaderInfo* header) {
     return true;
 }
 
+/// Whether a sync at `bytes` begins what DecodeHeader accepts; four bytes are looked at.
+bool IsHeader(const uint8_t* bytes) {
+    return (bytes[1] & 0xF0) == 0xF0 && (bytes[1] & 0x06) != 0 && (bytes[2] & 0x0C) != 0x0C &&
+           bytes[2] < 0xF0;
+}
+
 bool DecodeHeaderAt(CachedFileReader* reader, int64_t position, MpegHeaderInfo* header) {
     uint8_t b[3];
     CachedCopy(reader, position + 1, b, sizeof b);
@@ -103,31 +109,17 @@ struct ZeroRun {
     bool ends_at_header = false;  // once checked
 };
 
-/// The first offset in [from, end) whose byte is not zero, `end` when all are.
-int64_t SkipZeros(CachedFileReader* reader, int64_t from, int64_t end) {
-    while (from < end) {
-        const ByteWindow window = CachedWindowAt(reader, from);
-        const int64_t count = std::min(window.length, end - from);
-        const uint8_t* stop =
-            std::find_if(window.data, window.data + count, [](uint8_t b) { return b != 0; });
-        from += stop - window.data;
-        if (count == 0 || stop != window.data + count) return from;
-        from = CachedSkipHole(reader, from, end);
-    }
-    return from;
-}
-
 /// Where the zero bytes from `from` on end.  Shorter runs before the remembered one are measured each time:
 /// they lie within one frame's length of the search, while a run that replaces it lies behind it.
 int64_t EndOfZeros(CachedFileReader* reader, int64_t from, ZeroRun* run) {
     if (from >= run->start && from < run->end) return run->end;
     if (from < run->start) {
-        const int64_t end = SkipZeros(reader, from, run->start);
+        const int64_t end = CachedSkipZeros(reader, from, run->start);
         if (end != run->start) return end;
         run->start = from;
         return run->end;
     }
-    const int64_t end = SkipZeros(reader, from, reader->size + 1);
+    const int64_t end = CachedSkipZeros(reader, from, reader->size + 1);
     if (end > from) *run = {from, end};
     return end;
 }
@@ -165,6 +157,15 @@ int MpegFrameFind(CachedFileReader* reader, int64_t* position, MpegHeaderInfo* h
     return 1;
 }
 
+int64_t MpegSkipBadSyncs(CachedFileReader* reader, int64_t position) {
+    const ByteWindow window = CachedWindowAt(reader, position, 4);
+    const int64_t count = std::min(window.length - 3, reader->size - kSearchMargin - position);
+    int64_t i = 0;
+    while (i < count && IsSync(window.data[i], window.data[i + 1]) && !IsHeader(window.data + i))
+        ++i;
+    return position + i;
+}
+
 int MpegFrameCheck(CachedFileReader* reader, int64_t position) {
     MpegHeaderInfo scratch{};
     if (!IsSync(CachedByteAt(reader, position), CachedByteAt(reader, position + 1))) return -1;
@@ -173,7 +174,8 @@ int MpegFrameCheck(CachedFileReader* reader, int64_t position) {
 
 int MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
     ZeroRun run;
-    for (int64_t position = start; position < reader->size - kSearchMargin; ++position)
+    for (int64_t position = start; position < reader->size - kSearchMargin;
+         position = MpegSkipBadSyncs(reader, position + 1))
         if (MpegFrameFind(reader, &position, header) != 0 && IsFollowed(reader, *header, &run)) return 0;
     return -1;
 }

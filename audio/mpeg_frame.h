@@ -38,6 +38,11 @@ struct MpegHeaderInfo {
 /// message about a missing sync is limited for each file: MpegFrameLogSuppressed tells the rest.
 int MpegFrameFind(CachedFileReader* reader, int64_t* position, MpegHeaderInfo* header);
 
+/// Where a search with MpegFrameFind goes on that has come to `position`: behind the syncs there that are
+/// followed by no header, as far as the buffer tells.  One call of MpegFrameFind for each byte of a file of
+/// FF would take minutes for some gigabytes.
+int64_t MpegSkipBadSyncs(CachedFileReader* reader, int64_t position);
+
 /// Returns 0 when a valid header stands at `position`, else -1.
 int MpegFrameCheck(CachedFileReader* reader, int64_t position);
 

@@ -3,11 +3,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "base/open_file.h"
+#include "base/reading.h"
 
 namespace koli::compat {
+namespace {
+
+constexpr int64_t kMaxSize = int64_t{1} << 62;  // so that no offset in a file can overflow
+
+}  // namespace
 
 MediaFile::~MediaFile() {
     if (descriptor_ >= 0) close(descriptor_);
@@ -17,20 +24,28 @@ bool MediaFile::Open(const char* path) {
     descriptor_ = OpenForReading(path);
     struct stat status;
     if (descriptor_ < 0 || fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) return false;
-    size_ = status.st_size;
+    size_ = std::min<int64_t>(status.st_size, kMaxSize);
+    ReadingOpen(path);
     return true;
 }
 
 size_t MediaFile::Read(int64_t offset, void* buffer, size_t count) const {
     size_t done = 0;
-    while (done < count) {
+    while (done < count && ReadingMayGoOn()) {
         const ssize_t got = pread(descriptor_, static_cast<char*>(buffer) + done, count - done,
                                   offset + static_cast<int64_t>(done));
         if (got < 0 && errno == EINTR) continue;
+        if (got < 0) ReadingFailed(errno);
         if (got <= 0) break;
         done += static_cast<size_t>(got);
     }
     return done;
+}
+
+int64_t MediaFile::SkipHole(int64_t offset) const {
+    int64_t data = lseek(descriptor_, offset, SEEK_DATA);
+    if (data == -1 && errno == ENXIO) data = size_;  // a hole up to the end of the file
+    return std::max(offset, std::min(data, size_));
 }
 
 }  // namespace koli::compat

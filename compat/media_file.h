@@ -18,14 +18,18 @@ class MediaFile {
     /// or a device is not waited for).
     bool Open(const char* path);
 
-    /// Length in bytes at the time of Open.
+    /// Length in bytes at the time of Open, at most 2^62.
     int64_t size() const { return size_; }
 
     /// The open file, -1 for none; stays this object's.
     int descriptor() const { return descriptor_; }
 
-    /// Reads up to `count` bytes at `offset`; returns how many there were, 0 at the end and after an error.
+    /// Reads up to `count` bytes at `offset`; returns how many there were, 0 at the end, after an error, and
+    /// once the file has had its processor time.
     size_t Read(int64_t offset, void* buffer, size_t count) const;
+
+    /// `offset` itself, or, when it lies in a hole of a sparse file, the hole's end.
+    int64_t SkipHole(int64_t offset) const;
 
   private:
     int descriptor_ = -1;

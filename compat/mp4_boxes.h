@@ -45,9 +45,12 @@ class BoxReader {
     /// Copies `count` (at most 64) bytes from `skip` bytes into a box's payload; false when it is too short.
     bool Fields(const Box& box, int64_t skip, uint8_t* bytes, size_t count);
 
-    /// True once a box was shorter than its own header, or there were too many boxes: nothing that was read
-    /// can be relied on, and no more is read.
+    /// True once a box was shorter than its own header, or there were too many boxes: the row in which it
+    /// stands has no end that could be relied on, and no more is read.
     bool is_damaged() const { return is_damaged_; }
+
+    /// Takes back a damage in something that can be done without, so that what lies beside it can be read.
+    void Forgive() { is_damaged_ = false; }
 
   private:
     static constexpr int kMaxBoxes = 65536;      // of one file that are looked at

@@ -21,8 +21,7 @@ using koli::compat::Mp4Track;
 namespace {
 
 constexpr size_t kMaxTracks = 1024;
-constexpr int64_t kMaxText = 4096;          // bytes of a text tag that are handed out
-constexpr int64_t kMaxCover = 256LL << 20;  // bytes; a sparse file can hold any number of them for nothing
+constexpr int64_t kMaxText = 4096;  // bytes of a text tag that are handed out
 
 /// A tag: an item of the list "ilst", whose first "data" box holds the value:
 ///
@@ -42,6 +41,7 @@ constexpr int64_t kValueOffset = 8;
 struct MP4File {
     BoxReader reader;
     std::vector<Mp4Track> tracks;
+    bool has_sound = false;  // a sound track that is not damaged
     bool has_tags = false;
     Tag tags[11] = {
         {FourCc("\251nam"), {}}, {FourCc("\251alb"), {}}, {FourCc("\251ART"), {}}, {FourCc("gnre"), {}},
@@ -52,15 +52,28 @@ struct MP4File {
 
 namespace {
 
+/// Notes an item's value if it is the first of a known tag.  True when it was.
+bool ReadItem(MP4File* file, const Box& item) {
+    Box data;
+    for (Tag& tag : file->tags)
+        if (tag.item == item.type && tag.data.end == 0 &&
+            file->reader.Find(BoxReader::Inside(item), FourCc("data"), &data)) {
+            tag.data = data;
+            return true;
+        }
+    return false;
+}
+
 void ReadTags(MP4File* file, const Box& ilst) {
     file->has_tags = true;
     BoxCursor items = BoxReader::Inside(ilst);
-    Box item, data;
-    while (file->reader.Next(&items, &item))
-        for (Tag& tag : file->tags)
-            if (tag.item == item.type && tag.data.end == 0 &&
-                file->reader.Find(BoxReader::Inside(item), FourCc("data"), &data))
-                tag.data = data;
+    Box item;
+    bool is_any_read = false;
+    while (file->reader.Next(&items, &item)) {
+        if (ReadItem(file, item)) is_any_read = true;
+        if (is_any_read) file->reader.Forgive();
+    }
+    if (is_any_read) file->reader.Forgive();
 }
 
 /// "meta" begins with version and flags, except in QuickTime files, where its first box "hdlr" comes at once.
@@ -74,19 +87,32 @@ void ReadUserData(MP4File* file, const Box& udta) {
     if (file->reader.Find(BoxReader::Inside(meta, skip), FourCc("ilst"), &ilst)) ReadTags(file, ilst);
 }
 
+/// False when the track is needed and damaged.
+bool ReadTrack(MP4File* file, const Box& trak) {
+    Mp4Track track = koli::compat::Mp4TrackRead(&file->reader, trak);
+    if (file->reader.is_damaged()) {
+        if (!file->has_sound) return false;
+        file->reader.Forgive();
+        track = Mp4Track{};
+    }
+    file->has_sound = file->has_sound || strcmp(track.type, "soun") == 0;
+    file->tracks.push_back(track);
+    return true;
+}
+
 bool ReadMovie(MP4File* file) {
     Box moov, box;
     if (!file->reader.Find({0, file->reader.file().size()}, FourCc("moov"), &moov)) return false;
     BoxCursor boxes = BoxReader::Inside(moov);
     while (file->reader.Next(&boxes, &box)) {
         if (box.type == FourCc("trak")) {
-            if (file->tracks.size() == kMaxTracks) return false;
-            file->tracks.push_back(koli::compat::Mp4TrackRead(&file->reader, box));
+            if (file->tracks.size() == kMaxTracks || !ReadTrack(file, box)) return false;
         } else if (box.type == FourCc("udta") && !file->has_tags) {
             ReadUserData(file, box);
+            if (file->reader.is_damaged()) return false;
         }
     }
-    return !file->reader.is_damaged();
+    return !file->reader.is_damaged() || (file->has_sound && file->has_tags);
 }
 
 const Mp4Track* FindTrack(MP4FileHandle file, MP4TrackId id) {
@@ -238,7 +264,7 @@ bool MP4GetMetadataCoverArt(MP4FileHandle file, MP4CoverData* data, uint64_t* si
     const Box* box = FindData(file, FourCc("covr"));
     if (box == nullptr) return false;
     const int64_t start = box->payload + kValueOffset;
-    if (box->end == start || box->end - start > kMaxCover) return false;
+    if (box->end == start) return false;
     *data = {file->reader.file().descriptor(), start};
     *size = static_cast<uint64_t>(box->end - start);
     return true;

@@ -2,7 +2,9 @@
 //
 // It reads the boxes moov/trak and moov/udta/meta/ilst and nothing besides, at most nine levels deep, without
 // recursion.  A box that runs over what holds it is cut.  A box that is shorter than its own header, on the
-// way to what is read, fails the file; other boxes are not looked at.
+// way to what is needed, fails the file; other boxes are not looked at.  Needed are the first sound track,
+// the list of tags and the first known tag in it: a track that is damaged behind the former is one of which
+// nothing is known, damage behind the latter costs no other tag.
 //
 // A handle may be null: every call then fails.  Nothing here throws.
 #pragma once
@@ -73,8 +75,8 @@ struct MP4CoverData {
     int64_t offset;  // of the picture's first byte
 };
 
-/// The first cover picture, in place instead of in memory.  True when there is one of at most 256 MiB;
-/// `*size` is what its box holds in the file.
+/// The first cover picture, in place instead of in memory.  True when there is one; `*size` is
+/// what its box holds in the file, which can be as much as a file can be large.
 bool MP4GetMetadataCoverArt(MP4FileHandle file, MP4CoverData* data, uint64_t* size);
 
 /// The type code of the same picture's data: 13 JPEG, 14 PNG, 0 unspecified.

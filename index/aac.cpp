@@ -105,11 +105,12 @@ struct ClosePipe {
 FILE* StartDecoder(const char* quoted_path) {
     char command[kCommandSize];
     const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", kAacDecoder, quoted_path);
-    FILE* pipe = nullptr;
-    if (length > 0 && static_cast<size_t>(length) < sizeof command) {
-        KOLIDBFlush();
-        pipe = popen(command, "re");
+    if (length < 0 || static_cast<size_t>(length) >= sizeof command) {
+        KOLI_LOG("%s:%d The command is too long. [%s]", command);
+        return nullptr;
     }
+    KOLIDBFlush();
+    FILE* pipe = popen(command, "re");
     if (pipe == nullptr) KOLI_LOG("%s:%d Failed to popen. [%s]", command);
     return pipe;
 }

@@ -9,6 +9,7 @@
 #include "audio/flac.h"
 #include "audio/music.h"
 #include "base/log.h"
+#include "base/reading.h"
 #include "index/aac.h"
 #include "index/directory_record.h"
 #include "index/index_mode.h"
@@ -125,8 +126,9 @@ int AddFile(const char* path, const IndexHandler& handler) {
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
     LogFirstForget();  // the log's first line from here on tells why, if the file cannot be parsed
+    ReadingBegin(path);
     const int result = handler.add(path);
-    if (result != 1) return result;
+    if (result < 0 || (result == 0 && ReadingIsWhole())) return result;
     KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);
     KOLILogSet1(kEventCategory, kEventLevel, kEventUnparsable, path, "", "", "");
     return -1;

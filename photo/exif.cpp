@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <memory>
 
@@ -13,6 +14,7 @@
 #include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
+#include "base/reading.h"
 #include "photo/exif_memory.h"
 
 namespace koli {
@@ -49,9 +51,12 @@ bool Feed(ExifLoader* loader, unsigned char* bytes, size_t size) {
 void FeedFile(ExifLoader* loader, const char* path) {
     const int fd = OpenForReading(path);
     if (fd < 0) return;
+    ReadingOpen(path);
     unsigned char block[kReadSize];
-    for (size_t total = 0; total < kSearchLimit;) {
+    for (size_t total = 0; total < kSearchLimit && ReadingMayGoOn();) {
         const ssize_t got = read(fd, block, sizeof block);
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) ReadingFailed(errno);
         if (got <= 0 || !Feed(loader, block, static_cast<size_t>(got))) break;
         total += static_cast<size_t>(got);
     }

@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <fstream>
+
 #include "audio/mp3.h"
 #include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
@@ -70,6 +72,26 @@ TEST_F(Cover, IsTakenFromTheFirstPictureThatIsGood) {
         many += Picture("image/gif", 3, kImage);
     EXPECT_FALSE(Save(many + good));
     EXPECT_EQ(fake.log.size(), 65U);
+}
+
+TEST_F(Cover, IsNeitherLargeNorAHole) {
+    std::string large = Picture("image/jpeg", 3, kImage, 33 << 20),
+                hole = Picture("image/jpeg", 3, kImage, 64 << 10);
+    const std::string good = Picture("image/jpeg", 3, kImage);
+    Write("a.mp3", "ID3\3"s + Be32(0).substr(2) + Syncsafe(80 << 20));
+    for (const auto& [frame, size] :
+         {std::pair(large, 33 << 20), {large, 33 << 20}, {hole, 64 << 10}, {hole, 64 << 10}}) {
+        const uintmax_t data = std::filesystem::file_size(path_) + 10;
+        std::ofstream(path_, std::ios::app) << frame;
+        std::filesystem::resize_file(path_, data + static_cast<uintmax_t>(size));
+    }
+    std::ofstream(path_, std::ios::app) << good;
+    MediaInfo record{};
+    Mp3MetadataParse(path_.c_str(), &record);
+    EXPECT_EQ(ReadFile(jpg_), kImage);
+    EXPECT_EQ(fake.log.at(0), "metaid3 (#) A picture of more than 32 MiB is not saved: " + path_);
+    EXPECT_EQ(fake.log.at(1), "metaid3 (#) A picture with a hole of the file in it is not saved: " + path_);
+    EXPECT_EQ(fake.calls, Lines{"GetCoverPath 3 1 1"});
 }
 
 TEST_F(Cover, ThatFailsLeavesNothingBehind) {

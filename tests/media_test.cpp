@@ -4,6 +4,9 @@
 #include "audio/aiff.h"
 #include "audio/flac.h"
 #include "audio/music.h"
+#include "base/reading.h"
+#include "index/index.h"
+#include "index/index_mode.h"
 #include "index/playlist.h"
 #include "photo/photo.h"
 #include "tests/fixture.h"
@@ -82,6 +85,22 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
         EXPECT_TRUE(fake.log.back().ends_with(" (#) Failed to " + h.undeleted));
         EXPECT_EQ(fake.calls.back(), "MediaInfoDBDelete " + std::to_string(h.type) + " " + gone);
     }
+}
+
+TEST_F(Handlers, AFileThatHasHadItsTimeIsUnreadable) {
+    reading_limit = 0;
+    for (const char* name : {"a.mp3", "a.flac", "a.aif", "a.dat", "a.jpg"}) {
+        fake = {};
+        const std::string path = Write(name, Tag(Text("TIT2", "T")) + Audio());
+        EXPECT_EQ(IndexOneFile(path.c_str(), kModeAdd), -1);
+        EXPECT_EQ(fake.log.front(),
+                  "reading (#) More than 0 seconds of processor time, the rest is taken for "
+                  "unreadable: " +
+                      path);
+        EXPECT_EQ(fake.log.back(), "index:# Failed to parse media metadata of file [" + path + "].");
+        EXPECT_STREQ(fake.media.at(0).second.title, "a");
+    }
+    reading_limit = 10'000'000'000;
 }
 
 }  // namespace koli::test

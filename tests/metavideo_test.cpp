@@ -2,6 +2,7 @@
 
 #include <random>
 
+#include "fuzz/memory_file.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
 #include "video/metavideo.h"
@@ -122,6 +123,16 @@ TEST_F(MetaVideo, ZerosBeforeTheNextFrameAreCountedAtTheHeadOfTheFile) {
         for (const size_t gap : {zeros, zeros + 1})
             EXPECT_EQ(Read(bytes + std::string(gap, 'c') + follower).find(" 192000 ") < 20, gap == zeros);
     }
+}
+
+TEST_F(MetaVideo, AHoleIsOneStep) {
+    const std::string bytes = Sequence(352, 240, 2875) + kGroup + kMpeg1Packet + "\xff\xf2" + Frame();
+    const std::string path = MemoryFile(("x" + bytes).data(), bytes.size() + 1);
+    std::filesystem::resize_file(path, uintmax_t{1} << 62);
+    MediaInfo record{};
+    EXPECT_EQ(MpegVideoInfoGet(path.c_str(), &record), 0);
+    EXPECT_EQ(record.sample_rate, 0U);
+    EXPECT_EQ(fake.log, Lines{"metaid3 (#) MPEG Header not found"});
 }
 
 TEST_F(MetaVideo, WithoutAVideoTheFieldsBecomeZero) {

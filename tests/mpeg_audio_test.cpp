@@ -1,13 +1,24 @@
 // The cached reader, frame headers, the frame search and the variable-bit-rate headers.
 
 #include <fstream>
+#include <functional>
+#include <map>
 #include <random>
 
 #include <sys/stat.h>
 
+#include "base/reading.h"
 #include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
 #include "tests/mpeg_model.h"
+
+// What pread makes of a call; the real one when it is empty.
+using Pread = std::function<ssize_t(int, void*, size_t, off_t)>;
+static Pread failing_pread;
+extern "C" ssize_t __real_pread64(int fd, void* bytes, size_t count, off_t offset);
+extern "C" ssize_t __wrap_pread64(int fd, void* bytes, size_t count, off_t offset) {
+    return failing_pread ? failing_pread(fd, bytes, count, offset) : __real_pread64(fd, bytes, count, offset);
+}
 
 namespace koli::test {
 
@@ -117,13 +128,44 @@ TEST_F(Mpeg, AgreesWithTheByteWiseOnes) {
     }
 }
 
+TEST_F(Mpeg, ReadsWhatLiesBehindAnUnreadableBlockAndAsksForThatOnce) {
+    std::string bytes = Padded(Audio(50), 40000, 'x') + Audio(3);
+    std::map<off_t, int> failed;
+    failing_pread = [&failed](int fd, void* to, size_t count, off_t at) -> ssize_t {
+        if (at / 4096 != 2 && at / 4096 != 5)  // short in front of those blocks, and for no reason
+            return __real_pread64(fd, to,
+                                  std::min<size_t>({count, 3000, 4096 - static_cast<size_t>(at % 4096)}), at);
+        ++failed[at];
+        errno = EIO;
+        return at / 4096 == 2 ? -1 : 0;  // the disk fails; the file has become shorter
+    };
+    Opened file(bytes);
+    bytes.replace(2 * 4096, 4096, 4096, '\x11').replace(5 * 4096, 4096, 4096, '\x11');
+    for (const int64_t start : {0, 8192, 10000, 20000, 36863})  // across both blocks, from within, and again
+        for (int64_t at = start; at < static_cast<int64_t>(bytes.size()); ++at)
+            ASSERT_EQ(CachedByteAt(&file.reader, at), static_cast<uint8_t>(bytes[static_cast<size_t>(at)]))
+                << at;
+    EXPECT_EQ(failed, (std::map<off_t, int>{{8192, 1}, {20480, 1}}));
+    EXPECT_EQ(fake.log, Lines{"reading (#) Failed to read " + file.path + ": Input/output error"});
+    EXPECT_FALSE(ReadingIsWhole());
+    EXPECT_EQ(MpegFirstFrame(&file.reader, 20434, &file.header), 0);
+    EXPECT_EQ(file.header.position, 40000);
+
+    failing_pread = [](int, void*, size_t, off_t) -> ssize_t { return errno = EIO, -1; };
+    Opened dead(bytes + std::string(4 << 20, 'x'));
+    EXPECT_EQ(CachedByteAt(&dead.reader, 4 << 20), 17);
+    EXPECT_EQ(MpegFirstFrame(&dead.reader, 0, &dead.header), -1);
+    EXPECT_EQ(dead.reader.unreadable.failures, UnreadableBlocks::kMost);
+    failing_pread = nullptr;
+}
+
 TEST_F(Mpeg, StepsOverTheHolesOfASparseFile) {
     Opened file("\xFF\xFB\x90");  // a frame that ends in the first hole
     for (const auto& [at, behind] :
          {std::pair(1LL << 38, "Xing" + Be32(1) + Be32(10000)), std::pair(1LL << 41, Audio(2))}) {
         std::filesystem::resize_file(file.path, at);
         std::ofstream(file.path, std::ios::app) << behind;
-        file.reader.size = at + static_cast<int64_t>(behind.size());
+        file.reader.size = file.reader.end_of_file = at + static_cast<int64_t>(behind.size());
     }
     EXPECT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), 0);
     EXPECT_EQ(file.header.position, 1LL << 41);

@@ -40,6 +40,10 @@ int Mp4CoverArtSave(MP4FileHandle file, const char* path) {
         return 0;
     }
     if (size < (type == kTypeJpeg ? kMinJpegSize : kMinPngSize)) return 0;
+    CoverLimits limits;
+    if (!CoverIsWithinLimits(data.descriptor, data.offset, static_cast<int64_t>(size), path, LogSite(kModule),
+                             &limits))
+        return 0;
 
     const auto source = [&data, size](int fd) {
         return CopyFileBytes(data.descriptor, data.offset, static_cast<int64_t>(size), fd);

@@ -15,7 +15,7 @@ class HeadZeros {
     explicit HeadZeros(CachedFileReader* reader) {
         uint8_t head[kSize];
         CachedCopy(reader, 0, head, sizeof head);
-        ends_[kSize] = head[kSize - 1] == 0 ? MeasureRun(reader, kSize) : kSize;
+        ends_[kSize] = head[kSize - 1] == 0 ? CachedSkipZeros(reader, kSize, reader->size) : kSize;
         for (size_t at = kSize; at-- > 0;)
             ends_[at] = head[at] != 0 ? static_cast<int64_t>(at) : ends_[at + 1];
     }
@@ -26,17 +26,6 @@ class HeadZeros {
   private:
     static constexpr size_t kSize = kMaxFrameLength + 2;
 
-    static int64_t MeasureRun(CachedFileReader* reader, int64_t from) {
-        while (from < reader->size) {
-            const ByteWindow window = CachedWindowAt(reader, from);
-            const uint8_t* stop =
-                std::find_if(window.data, window.data + window.length, [](uint8_t b) { return b != 0; });
-            from += stop - window.data;
-            if (window.length == 0 || stop != window.data + window.length) break;
-        }
-        return from;
-    }
-
     int64_t ends_[kSize + 1];  // by offset: where the run ends that holds it
 };
 
@@ -46,6 +35,7 @@ class FollowerCheck {
     explicit FollowerCheck(CachedFileReader* reader) : near_(reader), zeros_(reader) {
         far_.fp = reader->fp;
         far_.size = reader->size;
+        far_.end_of_file = reader->end_of_file;
     }
 
     /// The zero bytes that may stand before the next header are counted at the file's head, not behind the
@@ -72,7 +62,7 @@ void PacketAudioFind(CachedFileReader* reader, int64_t position, MpegHeaderInfo*
     if (MpegFrameFind(reader, &position, audio) != 0) return;
     if (position < reader->size - kSearchMargin) {
         FollowerCheck check(reader);
-        for (; position < reader->size - kSearchMargin; ++position)
+        for (; position < reader->size - kSearchMargin; position = MpegSkipBadSyncs(reader, position + 1))
             if (MpegFrameFind(reader, &position, audio) != 0 && check.IsFollowed(*audio)) return;
     }
     *audio = MpegHeaderInfo{};

@@ -1,3 +1,6 @@
+#include <cerrno>
+
+#include "base/reading.h"
 #include "platform/host/image_size.h"
 #include "platform/host/regular_file.h"
 #include "platform/koliindex.h"
@@ -9,6 +12,7 @@ class FileSource : public koli::ByteSource {
     explicit FileSource(const koli::RegularFile& file) : file_(file) {}
     size_t ReadAt(uint64_t offset, void* buffer, size_t count) override {
         const ssize_t got = file_.ReadAt(offset, buffer, count);
+        if (got < 0) koli::ReadingFailed(errno);
         return got > 0 ? static_cast<size_t>(got) : 0;
     }
 
@@ -21,6 +25,7 @@ class FileSource : public koli::ByteSource {
 extern "C" int KOLIIndexImgResGet(const char* path, int* width, int* height) {
     const koli::RegularFile file(path);
     if (!file.ok() || width == nullptr || height == nullptr) return -1;
+    koli::ReadingOpen(path);
     FileSource source(file);
     koli::ImageSize size;
     if (!koli::ReadImageSize(source, &size)) return -1;

@@ -1,0 +1,32 @@
+// What reading one media file in the daemon's own process may cost, and how it went.
+//
+// Files are untrusted: any loop over their bytes can be made long.  So every reader asks here before each
+// read, and once a file has had its processor time all its reads fail, as those of a damaged file do.
+#pragma once
+
+#include <cstdint>
+
+namespace koli {
+
+/// Nanoseconds of this process's processor time that the reading of one file may take.  Tests set it.
+extern int64_t reading_limit;
+
+/// Begins a file: what its readers use and meet is counted from here on.  The dispatch calls it for each
+/// file.
+void ReadingBegin(const char* path);
+
+/// The same, unless `path` is the file that has begun already.  Readers call it when they open a file.
+void ReadingOpen(const char* path);
+
+/// Asked before each read: false once the file has had its time, which is then logged, and becomes the reason
+/// that is stored for the file.  Costs no system call until the file has taken that long by the clock.
+bool ReadingMayGoOn();
+
+/// Notes that a read failed with this errno, when it is one that passes (base/passing_error.h).  The first
+/// one of a file is logged.
+void ReadingFailed(int error);
+
+/// True while every read of the file succeeded: what was found in it is all that there is to find.
+bool ReadingIsWhole();
+
+}  // namespace koli
