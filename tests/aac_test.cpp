@@ -6,6 +6,7 @@
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
 #include "tools/adts_stream.h"
+#include "video/probe_guard.h"
 
 namespace koli::test {
 
@@ -48,6 +49,22 @@ TEST_F(Aac, ReadsTheLineAsScanfDoes) {
         const std::string refused = "aac:# Failed to parse FAAD result. [" + line.substr(0, 1023) + "]";
         EXPECT_EQ(fake.log, figures.empty() ? Lines{refused} : Lines{});
     }
+}
+
+TEST_F(Aac, TheDecoderHasLimitsAndNoNetworkAndWritesNothing) {
+    const auto [filter, rules] = ProbeGuardStatusGet();
+    const std::string path = Write("a.aac",
+                                   "#!/bin/sh\nsockets=1; files=1\n"
+                                   "python3 -c 'import socket; socket.socket()' || sockets=0\n"
+                                   "true >made || files=0\n"
+                                   "echo x \"duration;$(ulimit -t);samplerate;$(ulimit -n);"
+                                   "channel;$sockets;bitrate;$files;\"\n");
+    MediaInfo record{};
+    ASSERT_EQ(AacInfoGet(path.c_str(), &record), 0);
+    EXPECT_EQ(Figures(record).substr(0, 10),
+              std::string("120 ") + (rules ? "0" : "1") + " 16 " + (filter ? "0" : "1"));
+    EXPECT_EQ(std::filesystem::exists("made"), !rules);
+    EXPECT_EQ(AacInfoGet(Write("b.aac", "#!\nkill -9 0\n").c_str(), &record), -1);
 }
 
 TEST_F(Aac, WithoutFiguresTheFileIsStoredByName) {

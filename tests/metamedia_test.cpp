@@ -18,9 +18,11 @@
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
 #include "video/child_signals.h"
+#include "video/guarded_child.h"
 #include "video/guarded_probe.h"
 #include "video/metamedia.h"
 #include "video/probe_guard.h"
+#include "video/program_guard.h"
 
 namespace koli::test {
 
@@ -42,6 +44,13 @@ pid_t StartChild(Body body) {
         _exit(99);
     }
     return pid;
+}
+
+/// False for a zombie, too, as whoever inherits an orphan may be slow to reap it.
+bool IsRunning(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    const std::string text(std::istreambuf_iterator<char>(status), {});
+    return !text.empty() && text.find("State:\tZ") == std::string::npos;
 }
 
 std::string Process(pid_t pid, const std::string& text) {
@@ -220,6 +229,24 @@ TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
     EXPECT_EQ(fake.log, (Lines{"probe (#) seen [/a/b.avi]",
                                "metamedia (#) Failed to get Misc Media Info from [/a/b.avi].",
                                "metamedia:# fork failed."}));
+}
+
+TEST_F(Probe, AProgramIsKilledWithAllThatItHasStarted) {
+    settings_.poll_limit = 2;
+    settings_.kill_child = ProgramChildKill;
+    const Shared<pid_t> started;
+    ASSERT_EQ(ProgramGuardPrepare(), 0);
+    const auto body = [&](pid_t parent) {
+        if (ProgramGuardEnter(parent) != 0) return 1;
+        *started.get() = fork();
+        pause();
+        return 0;
+    };
+    EXPECT_EQ(GuardedChildRun(body, settings_), -1);
+    ASSERT_GT(*started.get(), 0);
+    for (int i = 0; i < 1000 && IsRunning(*started.get()); ++i)
+        usleep(10000);
+    EXPECT_FALSE(IsRunning(*started.get()));
 }
 
 // ---- The guard.

@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "base/media_info.h"
+#include "video/metamedia.h"
 #include "video/probe_guard.h"
 
 namespace koli {
@@ -26,6 +27,7 @@ struct WatchSettings {
     const char* proc = "/proc";       // where the memory sizes are read
     void (*sleep)(const timespec& interval, const sigset_t& mask) = ProbePollSleep;
     pid_t (*fork_child)() = nullptr;  // null: fork()
+    pid_t (*kill_child)(pid_t) = ProbeChildKill;
     ProbeGuardStatus (*guards)() = ProbeGuardStatusGet;
 };
 

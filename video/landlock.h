@@ -12,4 +12,7 @@ int LandlockAbi();
 /// descriptor.  Returns 0, or -1 with errno set.
 int LandlockAllowNothing(int abi);
 
+/// The same, but for reading, listing and running files, and for writing to /dev/null.
+int LandlockRefuseWriting(int abi);
+
 }  // namespace koli

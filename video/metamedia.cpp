@@ -1,25 +1,23 @@
 #include "video/metamedia.h"
 
 #include <poll.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <initializer_list>
 
 #include "base/log.h"
 #include "base/open_file.h"
 #include "base/parse_number.h"
-#include "platform/kolidb.h"
 #include "video/child_heap.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
+#include "video/guarded_child.h"
 #include "video/guarded_probe.h"
 #include "video/probe_guard.h"
-#include "video/probe_messages.h"
 
 namespace koli {
 namespace {
@@ -27,42 +25,14 @@ namespace {
 constexpr const char kModule[] = "metamedia";
 constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, terminator included
 
-/// The record as the child sees it: one record's size, shared with the child.
-class SharedRecord {
-  public:
-    SharedRecord()
-        : area_(mmap(nullptr, sizeof(MediaInfo), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
-    }
-    ~SharedRecord() { munmap(area_, sizeof(MediaInfo)); }
-    SharedRecord(const SharedRecord&) = delete;
-    SharedRecord& operator=(const SharedRecord&) = delete;
-
-    bool valid() const { return area_ != MAP_FAILED; }
-    MediaInfo* get() const { return static_cast<MediaInfo*>(area_); }
-
-  private:
-    void* area_;
-};
-
-/// Everything that the child does.  It comes from the daemon's middle, so it leaves with _exit: a normal exit
-/// would flush the daemon's open streams and move the offsets that both share.  An exception (memory at its
-/// limit) ends it here instead of unwinding into the daemon's code.
-[[noreturn]] void RunChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent,
-                           const sigset_t& mask) noexcept {
-    if (signal(SIGTERM, SIG_DFL) == SIG_ERR) {
-        KOLI_LOG("%s:%d signal(SIGTERM, SIG_DFL) failed.");
-        _exit(1);
-    }
-    signal(SIGUSR1, SIG_IGN);  // a request is the daemon's business; one sent to the whole group is no harm
-    signal(SIGCHLD, SIG_DFL);
-    sigprocmask(SIG_SETMASK, &mask, nullptr);
-
+/// What the child does: its exit status.
+int ProbeInChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent) {
     ChildHeapUseLargePages();
     const int file = OpenRegularForReading(path);  // while there still are the daemon's rights
-    if (ProbeGuardEnter(file, parent) != 0) _exit(1);
-    if (probe(file, path, record) == 0) _exit(0);
+    if (ProbeGuardEnter(file, parent) != 0) return 1;
+    if (probe(file, path, record) == 0) return 0;
     KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
-    _exit(1);
+    return 1;
 }
 
 /// Takes over what a probe may write.  A child that was taken over may have left anything in the area: the
@@ -118,33 +88,15 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
         KOLI_LOG("%s (%d) Not probed, as nothing guards the probe on this kernel. [%s]", path);
         return 1;
     }
-    const SharedRecord shared;
-    const ProbeMessages messages;
-    if (!shared.valid() || !messages.valid()) {
+    const Shared<MediaInfo> shared;
+    if (!shared.valid()) {
         KOLI_LOG("%s:%d mmap() failed.");
         return -1;
     }
     memcpy(shared.get(), record, sizeof *record);
-
-    KOLIDBFlush();
     if (ProbeGuardPrepare() != 0) return 1;
-    const pid_t parent = getpid();
-    const ChildEndScope child_end;
-    pid_t pid = 0;
-    {
-        const AllSignalsBlocked until_the_child_has_its_own;
-        pid = settings.fork_child != nullptr ? settings.fork_child() : fork();
-        if (pid == 0) {
-            messages.Collect();
-            RunChild(path, shared.get(), probe, parent, child_end.outer_mask());
-        }
-    }
-    if (pid < 0) {
-        KOLI_LOG("%s:%d fork failed.");
-        return -1;
-    }
-    const int result = ProbeChildWatchWith(pid, settings);
-    messages.Relay();
+    const auto body = [&](pid_t parent) { return ProbeInChild(path, shared.get(), probe, parent); };
+    const int result = GuardedChildRun(std::cref(body), settings);
     TakeOver(*shared.get(), record);
     return result;
 }
@@ -165,7 +117,7 @@ int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
         settings.sleep(settings.interval, child_end.sleep_mask());
         if (waitpid(pid, &status, WNOHANG) > 0) return ExitResult(pid, status);
         if (polls > settings.poll_limit) {
-            ProbeChildKill(pid);
+            settings.kill_child(pid);
             LogFirstSay("%s:%d Process exceeded max loop count: %d", kModule, __LINE__,
                         static_cast<int>(polls));
             KOLI_LOG("%s:%d Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
@@ -175,7 +127,7 @@ int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
         }
         ++polls;
         if (ProbeChildMemoryExceededIn(pid, settings.proc) != 0) {
-            ProbeChildKill(pid);
+            settings.kill_child(pid);
             LogFirstSay("%s:%d Process exceeded max memory usage.", kModule, __LINE__);
             KOLI_LOG("%s:%d Process %d exceeded max memory usage.", pid);
             return -1;

@@ -53,6 +53,18 @@ constexpr std::array kMapping = {SCMP_SYS(mmap), SCMP_SYS(mmap2)};
 constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect),
                            SCMP_SYS(bind),   SCMP_SYS(execve),     SCMP_SYS(execveat)};
 
+constexpr int kRefusedToPrograms[] = {SCMP_SYS(socket),
+                                      SCMP_SYS(socketcall),
+                                      SCMP_SYS(socketpair),
+                                      SCMP_SYS(connect),
+                                      SCMP_SYS(bind),
+                                      SCMP_SYS(io_uring_setup),
+                                      SCMP_SYS(ptrace),
+                                      SCMP_SYS(process_vm_readv),
+                                      SCMP_SYS(process_vm_writev),
+                                      SCMP_SYS(setsid),
+                                      SCMP_SYS(setpgid)};
+
 // A sanitizer's report is worth more than the last bit of tightness.
 constexpr int kForSanitizers[] = {SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(readlink),
                                   SCMP_SYS(madvise)};
@@ -112,28 +124,28 @@ ssize_t Export(scmp_filter_ctx filter, std::span<std::byte> program) {
     return bytes;
 }
 
-/// Finds the one instruction that compares with kOwnPid.
+/// Finds the instruction that compares with kOwnPid.  False when there are several.
 bool FindOwnPid(ProbeFilter* filter) {
+    filter->own_pid = ProbeFilter::kNone;
     int found = 0;
     for (uint16_t i = 0; i < filter->length; ++i)
         if (filter->instructions[i].k == kOwnPid) {
             filter->own_pid = i;
             ++found;
         }
-    return found == 1;
+    return found <= 1;
 }
 
-}  // namespace
-
-int ProbeFilterBuild(ProbeFilter* filter) {
+/// Builds the filter that `add_rules` makes; what it does not name is answered with `otherwise`.
+int Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filter_ctx)) {
     filter->length = 0;
-    const Filter rules(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release);
+    const Filter rules(seccomp_init(otherwise), seccomp_release);
     if (rules == nullptr) {
         errno = ENOMEM;
         return -1;
     }
     seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
-    if (!AddRules(rules.get())) return -1;
+    if (!add_rules(rules.get())) return -1;
 
     ProbeFilter built;
     const ssize_t bytes = Export(rules.get(), std::as_writable_bytes(std::span(built.instructions)));
@@ -147,8 +159,21 @@ int ProbeFilterBuild(ProbeFilter* filter) {
     return 0;
 }
 
+}  // namespace
+
+int ProbeFilterBuild(ProbeFilter* filter) {
+    return Build(filter, SCMP_ACT_ERRNO(EPERM), AddRules);
+}
+
+int ProgramFilterBuild(ProbeFilter* filter) {
+    return Build(filter, SCMP_ACT_ALLOW, [](scmp_filter_ctx rules) {
+        return AddAll(rules, SCMP_ACT_ERRNO(EPERM), kRefusedToPrograms);
+    });
+}
+
 int ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {
-    filter->instructions[filter->own_pid].k = static_cast<uint32_t>(getpid());
+    if (filter->own_pid != ProbeFilter::kNone)
+        filter->instructions[filter->own_pid].k = static_cast<uint32_t>(getpid());
     const sock_fprog program{filter->length, filter->instructions.data()};
     return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
 }
