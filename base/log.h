@@ -35,6 +35,10 @@ void LogFirstForget();
 /// Called by LogError for each of its lines.
 void LogFirstNote(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
 
+/// Before a line that holds what is another at each time (a pid): takes this text, of the same form, for the
+/// first line instead, so that the same fault has the same reason.
+void LogFirstSay(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 /// Where a message comes from, for helpers that log in the name of the module that called them:
 /// `LogSite(kModule)` holds the caller's module name and line.  `module` is a string literal, not owned.
 struct LogSite {

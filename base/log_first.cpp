@@ -21,4 +21,11 @@ void LogFirstNote(const char* format, va_list arguments) {
     if (first_line[0] == '\0') vsnprintf(first_line, sizeof first_line, format, arguments);
 }
 
+void LogFirstSay(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    LogFirstNote(format, arguments);
+    va_end(arguments);
+}
+
 }  // namespace koli

@@ -1,6 +1,9 @@
 #include "base/open_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 
 namespace koli {
@@ -10,6 +13,16 @@ int OpenForReading(const char* path) {
     const int fd = open(path, kFlags | O_NONBLOCK);
     // With O_NONBLOCK a leased file is refused instead of waited for.
     return fd < 0 && errno == EWOULDBLOCK ? open(path, kFlags) : fd;
+}
+
+int OpenRegularForReading(const char* path) {
+    const int fd = OpenForReading(path);
+    if (fd < 0) return -1;
+    struct stat status;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) return fd;
+    close(fd);
+    errno = EINVAL;
+    return -1;
 }
 
 }  // namespace koli

@@ -9,4 +9,7 @@ namespace koli {
 /// set.
 int OpenForReading(const char* path);
 
+/// The same for a regular file; anything else is refused with EINVAL.
+int OpenRegularForReading(const char* path);
+
 }  // namespace koli

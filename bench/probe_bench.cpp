@@ -57,14 +57,14 @@ Cost Measure(Work work) {
     return {times[kRuns / 10], (ProcessorMilliseconds() - processor) / kRuns};
 }
 
-void ForkAndWait(const char* hardened_for) {
+void ForkAndWait(bool hardened) {
     const pid_t parent = getpid();
     const pid_t pid = fork();
-    if (pid == 0) _exit(hardened_for != nullptr ? -koli::ProbeGuardEnter(hardened_for, parent) : 0);
+    if (pid == 0) _exit(hardened ? -koli::ProbeGuardEnter(-1, parent) : 0);
     waitpid(pid, nullptr, 0);
 }
 
-int Nothing(const char*, koli::MediaInfo*) {
+int Nothing(int, const char*, koli::MediaInfo*) {
     return 0;
 }
 
@@ -74,8 +74,8 @@ int main(int count, char** arguments) {
     koli::ProbeGuardPrepare();
     koli::MediaInfo record{};
     const char* const any = arguments[0];
-    const Cost bare = Measure([] { ForkAndWait(nullptr); });
-    const Cost hardened = Measure([=] { ForkAndWait(any); });
+    const Cost bare = Measure([] { ForkAndWait(false); });
+    const Cost hardened = Measure([] { ForkAndWait(true); });
     const Cost guard = Measure([&] { koli::GuardedProbeRun(any, &record, Nothing, koli::WatchSettings{}); });
     printf("%-30s %8s %8s\n", "ms", "elapsed", "processor");
     printf("%-30s %8.3f %8.3f\n", "fork, exit, wait", bare.elapsed, bare.processor);

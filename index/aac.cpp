@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 
 #include "base/parse_number.h"
@@ -16,6 +17,8 @@
 #include "index/util.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
+#include "video/guarded_child.h"
+#include "video/program_guard.h"
 
 namespace koli {
 namespace {
@@ -100,18 +103,37 @@ struct ClosePipe {
     void operator()(FILE* pipe) const { pclose(pipe); }
 };
 
-/// Starts the decoder on a path that is quoted for the shell.  A command that does not fit is not run: cut
-/// inside the quotes it would mean something else.
-FILE* StartDecoder(const char* quoted_path) {
-    char command[kCommandSize];
+/// Writes the command for a path that is quoted for the shell.  One that does not fit is not run: cut inside
+/// the quotes it would mean something else.
+bool WriteCommand(const char* quoted_path, char (&command)[kCommandSize]) {
     const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", kAacDecoder, quoted_path);
-    FILE* pipe = nullptr;
-    if (length > 0 && static_cast<size_t>(length) < sizeof command) {
-        KOLIDBFlush();
-        pipe = popen(command, "re");
+    if (length >= 0 && static_cast<size_t>(length) < sizeof command) return true;
+    KOLI_LOG("%s:%d The command is too long. [%s]", command);
+    return false;
+}
+
+/// In the child of `parent`: runs the command to its end.  Returns 0 with its first line, else 1.
+int RunDecoder(const char* command, char (&line)[kLineSize], pid_t parent) {
+    if (ProgramGuardEnter(parent) != 0) return 1;
+    const std::unique_ptr<FILE, ClosePipe> pipe(popen(command, "re"));
+    if (pipe == nullptr) {
+        KOLI_LOG("%s:%d Failed to popen. [%s]", command);
+        return 1;
     }
-    if (pipe == nullptr) KOLI_LOG("%s:%d Failed to popen. [%s]", command);
-    return pipe;
+    return ReadLine(fileno(pipe.get()), line) ? 0 : 1;
+}
+
+/// Gets the decoder's first line.  It runs in a child that is watched as a probe is, in its time and memory.
+bool DecoderLineGet(const char* command, char (&line)[kLineSize]) {
+    const Shared<char[kLineSize]> shared;
+    if (!shared.valid() || ProgramGuardPrepare() != 0) return false;
+    WatchSettings settings;
+    settings.kill_child = ProgramChildKill;
+    const auto body = [&](pid_t parent) { return RunDecoder(command, *shared.get(), parent); };
+    if (GuardedChildRun(std::cref(body), settings) != 0) return false;
+    memcpy(line, *shared.get(), sizeof line - 1);
+    line[sizeof line - 1] = '\0';
+    return true;
 }
 
 }  // namespace
@@ -133,9 +155,9 @@ int AacInfoGet(const char* path, MediaInfo* record) {
         KOLI_LOG("%s:%d Failed to encode string [%s]", path);
         return -1;
     }
-    const std::unique_ptr<FILE, ClosePipe> pipe(StartDecoder(quoted.get()));
+    char command[kCommandSize];
     char line[kLineSize];
-    if (pipe == nullptr || !ReadLine(fileno(pipe.get()), line)) return -1;
+    if (!WriteCommand(quoted.get(), command) || !DecoderLineGet(command, line)) return -1;
 
     DecoderFigures figures{};
     if (!ParseFigures(line, &figures)) {

@@ -1,8 +1,12 @@
 // The AAC handler, with a decoder that prints what the media file holds.
 
+#include <random>
+
 #include "index/aac.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
+#include "tools/adts_stream.h"
+#include "video/probe_guard.h"
 
 namespace koli::test {
 
@@ -11,8 +15,10 @@ using Aac = Fixture;
 constexpr const char kLine[] = "x.aac duration;12.5;samplerate;44100;channel;2;bitrate;128000;\n";
 
 TEST_F(Aac, EveryNameReachesTheDecoderUnaltered) {
-    for (const char* name : {"plain.aac", "a b  c.aac", "it's \"x\".aac", "$HOME`id`$(id).aac",
-                             "new\nline.aac", "back\\slash;&|*?.aac", "-i.aac", "\xff\xfe.aac"}) {
+    for (const char* name :
+         {"plain.aac", "a b  c.aac", "it's \"x\".aac", "$HOME`id`$(id).aac", "new\nline.aac",
+          "'a'b'c'd'e'f'g'h'i'j'k'l'm'n'o'p'q'r's't'u'v'w'x'y'z'$`\\\"\n.aac", "back\\slash;&|*?.aac",
+          "-i.aac", "\xff\xfe.aac"}) {
         const std::string path = Write(std::string("Album/") + name, kLine);
         fake.calls.clear();
         ASSERT_EQ(AacFileAdd(path.c_str()), 0) << name;
@@ -45,6 +51,22 @@ TEST_F(Aac, ReadsTheLineAsScanfDoes) {
     }
 }
 
+TEST_F(Aac, TheDecoderHasLimitsAndNoNetworkAndWritesNothing) {
+    const auto [filter, rules] = ProbeGuardStatusGet();
+    const std::string path = Write("a.aac",
+                                   "#!/bin/sh\nsockets=1; files=1\n"
+                                   "python3 -c 'import socket; socket.socket()' || sockets=0\n"
+                                   "true >made || files=0\n"
+                                   "echo x \"duration;$(ulimit -t);samplerate;$(ulimit -n);"
+                                   "channel;$sockets;bitrate;$files;\"\n");
+    MediaInfo record{};
+    ASSERT_EQ(AacInfoGet(path.c_str(), &record), 0);
+    EXPECT_EQ(Figures(record).substr(0, 10),
+              std::string("120 ") + (rules ? "0" : "1") + " 16 " + (filter ? "0" : "1"));
+    EXPECT_EQ(std::filesystem::exists("made"), !rules);
+    EXPECT_EQ(AacInfoGet(Write("b.aac", "#!\nkill -9 0\n").c_str(), &record), -1);
+}
+
 TEST_F(Aac, WithoutFiguresTheFileIsStoredByName) {
     const std::string path = Write("Album/Song.aac", "");
     EXPECT_EQ(AacFileAdd(path.c_str()), 1);
@@ -69,10 +91,56 @@ TEST_F(Aac, ACommandThatDoesNotFitIsNotRun) {
     MediaInfo record{};
     EXPECT_EQ(AacInfoGet(path.c_str(), &record), -1);
     ASSERT_EQ(fake.log.size(), 1U);
-    EXPECT_EQ(fake.log[0].find("aac:# Failed to popen. ["), 0U);
+    EXPECT_EQ(fake.log[0].find("aac:# The command is too long. ["), 0U);
     EXPECT_EQ(ReadFile(marker), "");
     EXPECT_EQ(AacInfoGet("", &record), -1);
     EXPECT_EQ(fake.log[1], "aac:# Bad parameter.");
+}
+
+/// A frame of so many bytes, at 44100 Hz and with two channels.
+std::string AdtsFrame(uint64_t length, std::mt19937* random) {
+    std::string frame = "\xFF\xF1" + Be(0x5080001FFCULL | length << 13, 5);
+    while (frame.size() < length)
+        frame += static_cast<char>((*random)());
+    return frame;
+}
+
+TEST_F(Aac, TheToolCountsEveryWholeFrameAndNoDamagedOne) {
+    std::mt19937 random(5);
+    for (const uint64_t damaged_of : {1000U, 20U, 3U, 2U})
+        for (const int kind : {0, 1, 2, 3}) {
+            std::string bytes = kind == 0 ? "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, '\xFF') : "";
+            AdtsFigures expected, found;
+            for (uint64_t i = 0; i < 300; ++i) {
+                std::string frame = AdtsFrame(300 + random() % 100, &random);
+                const bool is_damaged = i < 299 && i % damaged_of == damaged_of - 1;
+                if (is_damaged && kind == 0) frame[random() % 2] = '\0';
+                if (is_damaged && kind == 1)
+                    frame = AdtsFrame(250 + random() % 40, &random) + frame.substr(290);
+                if (is_damaged && kind == 2)
+                    frame.replace(3, 3, AdtsFrame(405 + random() % 190, &random), 3, 3);
+                if (is_damaged && kind == 3) frame.assign(frame.size(), '\0');
+                bytes += frame;
+                expected.bytes += is_damaged ? 0 : static_cast<int64_t>(frame.size());
+                expected.frames += is_damaged ? 0 : 1;
+            }
+            EXPECT_TRUE(AdtsRead(Write("a.aac", bytes).c_str(), &found));
+            EXPECT_EQ(std::pair(found.frames, found.bytes), std::pair(expected.frames, expected.bytes))
+                << damaged_of << ' ' << kind;
+            EXPECT_EQ(found.ticks, found.frames * 1024 * 640);
+            EXPECT_EQ(AdtsBitrate(found), expected.bytes * 8 * 44100 / (expected.frames * 1024));
+            EXPECT_EQ(std::pair(found.sample_rate, found.channels), std::pair(44100, 2));
+        }
+    std::string junk(200000, '\0');
+    for (char& byte : junk)
+        byte = static_cast<char>(random());
+    AdtsFigures found;
+    EXPECT_FALSE(AdtsRead(Write("junk.aac", junk).c_str(), &found));
+    EXPECT_FALSE(AdtsRead(Write("junk.aac", AdtsFrame(300, &random) + junk).c_str(), &found));
+    EXPECT_TRUE(AdtsRead(Write("cut.aac", AdtsFrame(300, &random)).c_str(), &found));
+    EXPECT_FALSE(AdtsRead(Write("cut.aac", AdtsFrame(300, &random).substr(1)).c_str(), &found));
+    std::filesystem::resize_file("cut.aac", uintmax_t{1} << 40);
+    EXPECT_FALSE(AdtsRead("cut.aac", &found));
 }
 
 }  // namespace koli::test

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -80,15 +81,19 @@ TEST_F(ContainerProbe, SurvivesEveryCutAndTellsWhatItCannotOpen) {
         }
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
 
-    fake.log.clear();
     MediaInfo record{};
     const std::string path = Write("text.avi", "just a text");
-    EXPECT_EQ(MiscMediaInfoGet(path.c_str(), &record), 1);
-    EXPECT_EQ(MiscMediaInfoGet("/no/such.avi", &record), 1);
-    EXPECT_EQ(fake.log, (Lines{"metamedia (#) Failed to av_open_input_file() file [" + path + "].",
-                               "metamedia (#) Failed to get Misc Media Info from [" + path + "].",
-                               "metamedia (#) Failed to av_open_input_file() file [/no/such.avi].",
-                               "metamedia (#) Failed to get Misc Media Info from [/no/such.avi]."}));
+    const std::string fifo = dir() + "/fifo.avi";
+    mkfifo(fifo.c_str(), 0600);
+    // Without the wait for what never comes, which ends with -1.
+    for (const std::string& unreadable :
+         {path, fifo, dir(), std::string("/no/such.avi"), std::string("/proc/kmsg")}) {
+        fake.log.clear();
+        EXPECT_EQ(MiscMediaInfoGet(unreadable.c_str(), &record), 1);
+        EXPECT_EQ(fake.log,
+                  (Lines{"metamedia (#) Failed to av_open_input_file() file [" + unreadable + "].",
+                         "metamedia (#) Failed to get Misc Media Info from [" + unreadable + "]."}));
+    }
 }
 
 TEST_F(ContainerProbe, NamesAreOnlyNames) {

@@ -111,7 +111,7 @@ TEST_F(Services, TheShellHandsTheSameBytesOn) {
     std::string every;
     for (int byte = 1; byte < 256; ++byte)
         every += static_cast<char>(byte);
-    for (const std::string& text : {every, ""s, "'"s, "''a''"s, "-n"s, "$(id) `id` \\\n*"s}) {
+    for (const std::string& text : {every, ""s, "'"s, "/'$'$'$'\n'"s, "''a''"s, "-n"s, "$(id) `id` \\\n*"s}) {
         char quoted[1024];
         ASSERT_EQ(KLIBEncShParam(text.c_str(), quoted, sizeof quoted), 0);
         FILE* shell = popen(("printf '%s|' " + std::string(quoted)).c_str(), "re");
@@ -120,10 +120,15 @@ TEST_F(Services, TheShellHandsTheSameBytesOn) {
         pclose(shell);
         EXPECT_EQ(std::string(back, length), text + "|");
 
-        const int needed = static_cast<int>(strlen(quoted)) + 1;
-        EXPECT_EQ(KLIBEncShParam(text.c_str(), quoted, needed), 0);
-        for (int size = 1; size < needed; ++size)
-            EXPECT_TRUE(KLIBEncShParam(text.c_str(), quoted, size) != 0 && quoted[0] == '\0');
+        for (int size = 1, result = -1; size <= static_cast<int>(sizeof quoted); ++size) {
+            const int before = std::exchange(result, KLIBEncShParam(text.c_str(), quoted, size));
+            EXPECT_TRUE(before <= result && (result == 0) == (quoted[0] != '\0')) << size;
+            EXPECT_TRUE(result == 0 || size < 2 * static_cast<int>(text.size()) + 1 || text.size() < 4);
+            if (before == result) continue;
+            FILE* narrow = popen(("printf '%s|' " + std::string(quoted)).c_str(), "re");
+            EXPECT_EQ(std::string(back, fread(back, 1, sizeof back, narrow)), text + "|");
+            pclose(narrow);
+        }
     }
 }
 

@@ -2,17 +2,27 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <fstream>
 #include <new>
+#include <set>
 
 #include "base/log.h"
+#include "platform/paths.h"
 #include "tests/fixture.h"
+#include "tests/media_bytes.h"
+#include "video/child_signals.h"
+#include "video/guarded_child.h"
 #include "video/guarded_probe.h"
 #include "video/metamedia.h"
 #include "video/probe_guard.h"
+#include "video/program_guard.h"
 
 namespace koli::test {
 
@@ -36,22 +46,65 @@ pid_t StartChild(Body body) {
     return pid;
 }
 
+/// False for a zombie, too, as whoever inherits an orphan may be slow to reap it.
+bool IsRunning(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    const std::string text(std::istreambuf_iterator<char>(status), {});
+    return !text.empty() && text.find("State:\tZ") == std::string::npos;
+}
+
 std::string Process(pid_t pid, const std::string& text) {
     return "metamedia:# Process " + std::to_string(pid) + text;
 }
 
-int HalfWayProbe(const char*, MediaInfo* record) {
+int HalfWayProbe(int, const char*, MediaInfo* record) {
+    memset(static_cast<void*>(record), 'x', sizeof *record);  // as one that was taken over
     strcpy(record->title, "half way");
-    memset(record->comment, 'x', sizeof record->comment);
-    strcpy(record->path, "/another/file");
+    record->duration = 7;
     for (;;)
         sched_yield();
 }
 
-int FailingProbe(const char* path, MediaInfo* record) {
+int FailingProbe(int, const char* path, MediaInfo* record) {
     record->track = 7;
     LogError("%s (%d) seen [%s]", "probe", 1, path);
     return 3;
+}
+
+/// The first test: the filter is built once in a process.
+TEST_F(Probe, DoesNotRunWithoutTheFilterOfTheKernelAndTriesAgain) {
+    if (!ProbeGuardStatusGet().system_call_filter) GTEST_SKIP() << "the kernel has none";
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    MediaInfo record{};
+    const auto run = [&] {
+        return GuardedProbeRun("/x", &record, [](int, const char*, MediaInfo*) { return 0; }, {});
+    };
+    setrlimit(RLIMIT_NOFILE, &none);
+    for (int i = 0; i < 2; ++i)
+        EXPECT_EQ(run(), 1);
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ(run(), 0);
+    const std::string reason = "metamedia (#) Cannot guard the probe: building the filter failed, errno=24.";
+    EXPECT_EQ(fake.log, (Lines{reason, reason}));
+}
+
+TEST_F(Probe, RunsUnguardedUnlessTheSettingForbidsIt) {
+    const auto run = [&] {
+        MediaInfo record{};
+        return GuardedProbeRun(
+            "/x", &record, [](int, const char*, MediaInfo*) { return 0; }, settings_);
+    };
+    std::string& setting = fake.values[std::string(paths::kConfig) + ":unguardedprobe"];
+    settings_.guards = [] { return ProbeGuardStatus{false, false}; };
+    for (const auto& [value, result] : {std::pair{"", 0}, {"yes", 0}, {"no", 1}}) {
+        setting = value;
+        EXPECT_EQ(run(), result) << value;
+    }
+    EXPECT_EQ(fake.log, Lines{"metamedia (#) Not probed, as nothing guards the probe on this kernel. [/x]"});
+    settings_.guards = [] { return ProbeGuardStatus{false, true}; };
+    EXPECT_EQ(run(), 0);
 }
 
 TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
@@ -64,8 +117,14 @@ TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
     const pid_t running = StartChild([] { pause(); }), reaped_elsewhere = StartChild([] { _exit(0); });
     waitpid(reaped_elsewhere, nullptr, 0);
     sleeps_ = 0;
-    for (const pid_t pid : {running, reaped_elsewhere})
+    std::set<std::string> reasons;  // one, as it is the same fault
+    for (const pid_t pid : {running, reaped_elsewhere}) {
+        LogFirstForget();
         EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
+        reasons.insert(LogFirst());
+    }
+    EXPECT_EQ(reasons.size(), 1U);
+    EXPECT_TRUE(reasons.begin()->ends_with(" Process exceeded max loop count: 901"));
     EXPECT_EQ(sleeps_, 2 * 902);
     const std::string too_long = " exceeded max loop count: 901, sec: 0, nsec: 100000000.";
     EXPECT_EQ(fake.log, (Lines{Process(crashed, " killed by signal 9"), "metamedia:# Bad parameters.",
@@ -73,33 +132,40 @@ TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {
                                Process(reaped_elsewhere, too_long)}));
 }
 
-int requests;
-TEST_F(Probe, AnEndedChildAndSignalsCutTheSleepAndEverythingIsAsBefore) {
+int requests, others;
+TEST_F(Probe, AnEndedChildAndSignalsButRequestsCutTheSleepAndEverythingIsAsBefore) {
     settings_.interval = {30, 0};
     signal(SIGCHLD, SIG_IGN);  // as a careless parent leaves it
     alarm(20);                 // less than the shortest wait
     MediaInfo record{};
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(GuardedProbeRun(
-                      "/x", &record, [](const char*, MediaInfo*) { return 0; }, settings_),
+                      "/x", &record, [](int, const char*, MediaInfo*) { return 0; }, settings_),
                   0);
     alarm(0);
     settings_.poll_limit = 0;  // the second poll kills
     signal(SIGUSR1, [](int) { ++requests; });
+    signal(SIGUSR2, [](int) { ++others; });
     const pid_t parent = getpid();
-    requests = 0;
-    const pid_t pid = StartChild([=] {
-        for (;; usleep(20000))
-            kill(parent, SIGUSR1);
-    });
-    EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
-    EXPECT_GE(requests, 2);
+    pid_t pid = 0;
+    {
+        const ChildEndScope as_from_before_the_fork;
+        pid = StartChild([=] {
+            for (int sent = 0;; usleep(5000))
+                kill(parent, ++sent % 8 == 0 ? SIGUSR2 : SIGUSR1);
+        });
+        EXPECT_EQ(ProbeChildWatchWith(pid, settings_), -1);
+        EXPECT_GE(others, 2);
+        EXPECT_EQ(requests, 0);
+    }
+    EXPECT_EQ(requests, 1);  // all at once
     EXPECT_EQ(fake.log, Lines{Process(pid, " exceeded max loop count: 1, sec: 30, nsec: 0.")});
     sigset_t mask;
     sigprocmask(SIG_SETMASK, nullptr, &mask);
-    EXPECT_EQ(sigismember(&mask, SIGCHLD), 0);
+    EXPECT_EQ(sigismember(&mask, SIGCHLD) + sigismember(&mask, SIGUSR1), 0);
     EXPECT_EQ(signal(SIGCHLD, SIG_DFL), SIG_IGN);
     signal(SIGUSR1, SIG_DFL);
+    signal(SIGUSR2, SIG_DFL);
 }
 
 TEST_F(Probe, IsJudgedByTheTwoFilesOfTheMoment) {
@@ -124,16 +190,34 @@ TEST_F(Probe, IsJudgedByTheTwoFilesOfTheMoment) {
                      Process(pid, " exceeded max memory usage.")}));
 }
 
+pid_t child;
+std::string child_status;  // as /proc tells it
+
 TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
     settings_.poll_limit = 2;
-    MediaInfo record{};
+    settings_.fork_child = [] { return child = fork(); };
+    settings_.sleep = [](const timespec& interval, const sigset_t& mask) {
+        ProbePollSleep(interval, mask);
+        std::ifstream status("/proc/" + std::to_string(child) + "/status");
+        child_status.assign(std::istreambuf_iterator<char>(status), {});
+    };
+    MediaInfo record{}, expected{};
     strcpy(record.path, "/a/b.avi");
-    strcpy(record.album, "before");
+    strcpy(expected.path, record.path);
     EXPECT_EQ(GuardedProbeRun(record.path, &record, HalfWayProbe, settings_), -1);
-    EXPECT_STREQ(record.title, "half way");
-    EXPECT_STREQ(record.album, "before");
-    EXPECT_STREQ(record.path, "/a/b.avi");
-    EXPECT_EQ(strlen(record.comment), sizeof record.comment - 1);
+    EXPECT_EQ(Names(record), "half way|" + std::string(254, 'x') + "|" + std::string(254, 'x') + "|" +
+                                 std::string(254, 'x') + "||2021161080|2021161080|0");
+    EXPECT_EQ(record.duration, 7);
+    // Nothing else, whatever its place in the record.
+    for (const auto text : {&MediaInfo::title, &MediaInfo::album, &MediaInfo::artist, &MediaInfo::genre})
+        memset(record.*text, 0, kTextSize);
+    record.year = record.track = 0;
+    memset(&record.duration, 0, offsetof(MediaInfo, file_size) - offsetof(MediaInfo, duration));
+    EXPECT_EQ(memcmp(&record, &expected, sizeof record), 0);
+
+    for (const char* line : {"CapInh:\t0000000000000000", "CapPrm:\t0000000000000000",
+                             "CapEff:\t0000000000000000", "NoNewPrivs:\t1"})
+        EXPECT_NE(child_status.find(line), std::string::npos) << line;
 
     fake.log.clear();
     EXPECT_EQ(GuardedProbeRun("/a/b.avi", &record, FailingProbe, WatchSettings{}), 1);
@@ -147,54 +231,89 @@ TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
                                "metamedia:# fork failed."}));
 }
 
+TEST_F(Probe, AProgramIsKilledWithAllThatItHasStarted) {
+    settings_.poll_limit = 2;
+    settings_.kill_child = ProgramChildKill;
+    const Shared<pid_t> started;
+    ASSERT_EQ(ProgramGuardPrepare(), 0);
+    const auto body = [&](pid_t parent) {
+        if (ProgramGuardEnter(parent) != 0) return 1;
+        *started.get() = fork();
+        pause();
+        return 0;
+    };
+    EXPECT_EQ(GuardedChildRun(body, settings_), -1);
+    ASSERT_GT(*started.get(), 0);
+    for (int i = 0; i < 1000 && IsRunning(*started.get()); ++i)
+        usleep(10000);
+    EXPECT_FALSE(IsRunning(*started.get()));
+}
+
 // ---- The guard.
 
 int inherited;
-std::string file, other;
-long (*attempt)(const char*);  // what the probe tries: negative when it was refused
+std::string path;
+long (*attempt)(int file);  // what the probe tries: negative when it was refused
 
-int Try(const char* path, MediaInfo*) {
-    return attempt(path) < 0 ? 0 : 1;
+int Try(int file, const char*, MediaInfo*) {
+    return attempt(file) < 0 ? 0 : 1;
 }
 
-TEST_F(Probe, LeavesTheOneFileAndNothingElse) {
-    file = Write("one.avi", "bytes");
-    other = Write("other.txt", "secret");
-    inherited = open(other.c_str(), O_RDWR | O_CLOEXEC);
+/// Maps a page of memory: negative when that is not allowed.
+template <int kFlags, int kProtection = PROT_READ | PROT_WRITE>
+long Map(int) {
+    errno = 0;
+    mmap(nullptr, 4096, kProtection, kFlags | MAP_ANONYMOUS, -1, 0);
+    return errno == EPERM ? -1 : 0;
+}
+
+TEST_F(Probe, LeavesTheOneOpenFileAndNothingElse) {
+    path = Write("one.avi", "bytes");
+    inherited = open("/dev/null", O_RDWR | O_CLOEXEC);
     signal(SIGTERM, [](int) {});
     const auto [filter, rules] = ProbeGuardStatusGet();
-    constexpr int kArea = MAP_PRIVATE | MAP_ANONYMOUS;
-    // What; whether the kernel has what refuses it; 0: refused, 1: allowed, -1: deadly.
-    const std::tuple<const char*, bool, int, long (*)(const char*)> attempts[] = {
-        {"read", true, 1, [](const char* path) -> long { return open(path, O_RDONLY | O_CLOEXEC); }},
-        {"other", rules, 0, [](const char*) -> long { return open(other.c_str(), O_RDONLY); }},
-        {"write", filter || rules, 0, [](const char* path) -> long { return open(path, O_WRONLY); }},
-        {"unlink", filter || rules, 0, [](const char* path) -> long { return unlink(path); }},
-        {"fork", filter, 0, [](const char*) -> long { return fork(); }},
-        {"kill", filter, 0, [](const char*) -> long { return kill(getppid(), 0); }},
-        {"code", filter, 0,
-         [](const char*) {
-             return reinterpret_cast<long>(mmap(nullptr, 1, PROT_READ | PROT_EXEC, kArea, -1, 0));
-         }},
-        {"inherited", true, 0, [](const char*) -> long { return fcntl(inherited, F_GETFD); }},
-        {"term", true, 0, [](const char*) -> long { return signal(SIGTERM, SIG_DFL) == SIG_DFL ? -1 : 0; }},
-        {"socket", filter, -1, [](const char*) -> long { return socket(AF_INET, SOCK_STREAM, 0); }},
-        {"exec", filter, -1, [](const char*) -> long { return execl("/bin/true", "true", nullptr); }},
+    constexpr int kAllowed = 1, kRefused = 0;  // else the deadly signal, negative
+    struct stat status;
+    static struct stat& scratch = status;
+    // What; whether the kernel has what refuses it; how it ends.
+    const std::tuple<const char*, bool, int, long (*)(int)> attempts[] = {
+        {"read", true, kAllowed, [](int file) -> long { return read(file, &scratch, 5) == 5 ? 0 : -1; }},
+        {"open", filter || rules, kRefused, [](int) -> long { return open(path.c_str(), O_RDONLY); }},
+        {"write", filter || rules, kRefused, [](int) -> long { return open(path.c_str(), O_WRONLY); }},
+        {"unlink", filter || rules, kRefused, [](int) -> long { return unlink(path.c_str()); }},
+        {"stat", filter, kRefused, [](int) -> long { return stat("/", &scratch); }},
+        {"access", filter, kRefused, [](int) -> long { return access("/", F_OK); }},
+        {"fork", filter, kRefused, [](int) -> long { return fork(); }},
+        {"kill", filter, kRefused, [](int) -> long { return kill(getppid(), SIGABRT); }},
+        {"tgkill", filter, kRefused, [](int) -> long { return tgkill(getppid(), getppid(), SIGABRT); }},
+        {"abort", true, -SIGABRT, [](int) -> long { abort(); }},
+        {"memory", true, kAllowed, Map<MAP_PRIVATE>},
+        {"code", filter, kRefused, Map<MAP_PRIVATE, PROT_READ | PROT_EXEC>},
+        {"shared", filter, kRefused, Map<MAP_SHARED>},
+        {"locked", filter, kRefused, Map<MAP_PRIVATE | MAP_LOCKED>},
+        {"huge", filter, kRefused, Map<MAP_PRIVATE | MAP_HUGETLB>},
+        {"inherited", true, kRefused, [](int) -> long { return lseek(inherited, 0, SEEK_CUR); }},
+        {"term", true, kRefused, [](int) -> long { return signal(SIGTERM, SIG_DFL) == SIG_DFL ? -1 : 0; }},
+        {"socket", filter, -SIGSYS, [](int) -> long { return socket(AF_INET, SOCK_STREAM, 0); }},
+        {"exec", filter, -SIGSYS, [](int) -> long { return execl("/bin/true", "true", nullptr); }},
     };
     MediaInfo record{};
     for (const auto& [what, counts, expected, body] : attempts) {
         if (!counts) continue;
         attempt = body;
         fake.log.clear();
-        EXPECT_EQ(GuardedProbeRun(file.c_str(), &record, Try, WatchSettings{}), expected) << what;
-        EXPECT_EQ(fake.log.empty(), expected == 0) << what;
-        EXPECT_TRUE(expected >= 0 || fake.log.back().ends_with(" killed by signal 31")) << what;
+        EXPECT_EQ(GuardedProbeRun(path.c_str(), &record, Try, WatchSettings{}), std::max(expected, -1))
+            << what;
+        EXPECT_EQ(fake.log.empty(), expected == kRefused) << what;
+        EXPECT_TRUE(expected >= 0 ||
+                    fake.log.back().ends_with(" killed by signal " + std::to_string(-expected)))
+            << what;
     }
-    attempt = [](const char*) -> long { throw std::bad_alloc(); };
-    EXPECT_NE(GuardedProbeRun(file.c_str(), &record, Try, WatchSettings{}), 0);
+    attempt = [](int) -> long { throw std::bad_alloc(); };
+    EXPECT_NE(GuardedProbeRun(path.c_str(), &record, Try, WatchSettings{}), 0);
     signal(SIGTERM, SIG_DFL);
     close(inherited);
-    EXPECT_EQ(ReadFile(file), "bytes");
+    EXPECT_EQ(ReadFile(path), "bytes");
 }
 
 }  // namespace koli::test

@@ -8,11 +8,13 @@ void Ignore(int) {}
 }  // namespace
 
 ChildEndScope::ChildEndScope() {
-    sigset_t child_end;
-    sigemptyset(&child_end);
-    sigaddset(&child_end, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &child_end, &outer_mask_);
+    sigset_t held_back;
+    sigemptyset(&held_back);
+    sigaddset(&held_back, SIGCHLD);
+    sigaddset(&held_back, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &held_back, &outer_mask_);
     sleep_mask_ = outer_mask_;
+    sigaddset(&sleep_mask_, SIGUSR1);
     sigdelset(&sleep_mask_, SIGCHLD);
 
     // A signal without a handler does not end a sleep; an inherited SIG_IGN would even reap the child.
@@ -24,7 +26,7 @@ ChildEndScope::ChildEndScope() {
 }
 
 ChildEndScope::~ChildEndScope() {
-    sigprocmask(SIG_SETMASK, &outer_mask_, nullptr);  // the last end of a child goes to the empty handler
+    sigprocmask(SIG_SETMASK, &outer_mask_, nullptr);  // a child's last end goes to the empty handler
     sigaction(SIGCHLD, &outer_action_, nullptr);
 }
 

@@ -7,7 +7,8 @@ namespace koli {
 
 /// While it lives, the end of a child is held back as a blocked SIGCHLD with an empty handler, so that a
 /// sleep which opens the mask (ppoll) is ended by it and none is lost in between; a stopped child makes no
-/// signal. Afterwards mask and action are as before.  Scopes may be nested.
+/// signal. SIGUSR1 is held back to the end, in the sleeps, too: requests that keep coming must not cut short
+/// every sleep of a long wait.  Afterwards mask and action are as before.  Scopes may be nested.
 class ChildEndScope {
   public:
     ChildEndScope();
@@ -15,7 +16,7 @@ class ChildEndScope {
     ChildEndScope(const ChildEndScope&) = delete;
     ChildEndScope& operator=(const ChildEndScope&) = delete;
 
-    /// The mask of before, with SIGCHLD let through.
+    /// The mask of before, with SIGCHLD let through and SIGUSR1 held back.
     const sigset_t& sleep_mask() const { return sleep_mask_; }
     /// The mask of before.
     const sigset_t& outer_mask() const { return outer_mask_; }

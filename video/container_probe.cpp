@@ -10,15 +10,15 @@ extern "C" {
 #include <unistd.h>
 
 #include <cctype>
-#include <climits>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
-#include <string>
 
 #include "base/log.h"
+#include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
+#include "video/media_input.h"
 
 namespace koli {
 namespace {
@@ -27,12 +27,11 @@ constexpr const char kModule[] = "metamedia";
 
 /// Demuxers, by the names that the library gives them (one of several names is enough), that read nothing but
 /// the file itself: no playlists, no concat scripts, no streaming manifests, no session descriptions, no
-/// image sequences.  The protocol whitelist alone would still let those open other local files.
+/// image sequences.  What they would open is refused, but only of these does a file hold all that they tell.
 constexpr const char kFormats[] =
     "aac,ac3,eac3,aiff,amr,ape,asf,au,avi,caf,dts,flac,flv,m4v,matroska,mov,mp3,mpc,mpc8,mpeg,mpegts,"
     "mpegvideo,"
     "ogg,rm,swf,tta,truehd,w64,wav,wtv,wv,xwma";
-constexpr const char kProtocols[] = "file";
 
 /// Decoders of the usual files, all of the library's own making.
 constexpr AVCodecID kUsualCodecs[] = {AV_CODEC_ID_H264,       AV_CODEC_ID_HEVC,  AV_CODEC_ID_MPEG1VIDEO,
@@ -47,11 +46,6 @@ constexpr int64_t kMicroseconds = 1000000;
 static_assert(AV_CODEC_ID_PCM_S16LE == 0x10000 && AV_CODEC_ID_PCM_U16BE == 0x10003);
 static_assert(AV_CODEC_ID_PCM_S8 == 0x10004 && AV_CODEC_ID_PCM_ALAW == 0x10007);
 
-struct CloseInput {
-    void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
-};
-using Input = std::unique_ptr<AVFormatContext, CloseInput>;
-
 /// Opens and closes a decoder without any data.
 void WarmUpDecoder(AVCodecID id) {
     struct FreeDecoder {
@@ -65,26 +59,6 @@ void WarmUpDecoder(AVCodecID id) {
     context->sample_rate = 44100;
     av_channel_layout_default(&context->ch_layout, 2);
     avcodec_open2(context.get(), codec, nullptr);  // one that refuses has made its tables all the same
-}
-
-/// The library takes "NAME:..." for a URL: an absolute path behind an explicit protocol is never one.
-std::string FileUrl(const char* path) {
-    std::string url = "file:";
-    if (*path != '/') {
-        char directory[PATH_MAX];
-        if (getcwd(directory, sizeof directory) != nullptr) url.append(directory).append("/");
-    }
-    return url.append(path);
-}
-
-Input OpenInput(const char* path) {
-    AVDictionary* options = nullptr;
-    av_dict_set(&options, "protocol_whitelist", kProtocols, 0);
-    av_dict_set(&options, "format_whitelist", kFormats, 0);
-    AVFormatContext* context = nullptr;
-    const int result = avformat_open_input(&context, FileUrl(path).c_str(), nullptr, &options);
-    av_dict_free(&options);
-    return Input(result >= 0 ? context : nullptr);
 }
 
 /// The tags of a container.  Ogg keeps them on its streams: there the first audio stream is asked for what
@@ -205,13 +179,21 @@ void ContainerProbeWarmUp() {
 }
 
 int MiscMediaInfoProbe(const char* path, MediaInfo* record) {
+    const int file = OpenRegularForReading(path);
+    const int result = MiscMediaInfoProbeFile(file, path, record);
+    if (file >= 0) close(file);
+    return result;
+}
+
+int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record) {
     av_log_set_level(AV_LOG_QUIET);
-    const Input input = OpenInput(path);
+    const MediaInput container(file, path, kFormats);
+    AVFormatContext* const input = container.get();
     if (input == nullptr) {
         KOLI_LOG("%s (%d) Failed to av_open_input_file() file [%s].", path);
         return 1;
     }
-    if (avformat_find_stream_info(input.get(), nullptr) < 0) {
+    if (avformat_find_stream_info(input, nullptr) < 0) {
         KOLI_LOG("%s (%d) Could not find codec parameters.  %s", path);
         return 1;
     }

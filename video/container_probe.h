@@ -24,6 +24,10 @@ namespace koli {
 /// or neither video nor audio; what was written until then stays.
 int MiscMediaInfoProbe(const char* path, MediaInfo* record);
 
+/// The same with the descriptor of a regular file, -1 when it could not be opened; `path` is then but its
+/// name.  `file` stays the caller's.
+int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record);
+
 /// In the daemon, before the first probe: lets the library make its constant tables (decoders of the usual
 /// files, no data involved), so that every child finds them made.  Takes about 4 ms and 2 MB once and saves
 /// each child 0.5 to 1 ms.  Calls after the first do nothing.

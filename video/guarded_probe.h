@@ -8,11 +8,14 @@
 #include <ctime>
 
 #include "base/media_info.h"
+#include "video/metamedia.h"
+#include "video/probe_guard.h"
 
 namespace koli {
 
-/// What runs in the child: 0 is success.
-using ProbeFunction = int (*)(const char* path, MediaInfo* record);
+/// What runs in the child: 0 is success.  `file` is the open file `path`, -1 when it could not be opened, or
+/// is no regular file.
+using ProbeFunction = int (*)(int file, const char* path, MediaInfo* record);
 
 /// Waits for `interval` with the signal mask `mask`; any signal with a handler ends the wait.
 void ProbePollSleep(const timespec& interval, const sigset_t& mask);
@@ -24,6 +27,8 @@ struct WatchSettings {
     const char* proc = "/proc";       // where the memory sizes are read
     void (*sleep)(const timespec& interval, const sigset_t& mask) = ProbePollSleep;
     pid_t (*fork_child)() = nullptr;  // null: fork()
+    pid_t (*kill_child)(pid_t) = ProbeChildKill;
+    ProbeGuardStatus (*guards)() = ProbeGuardStatusGet;
 };
 
 /// MiscMediaInfoGet, ProbeChildWatch and ProbeChildMemoryExceeded with these settings.

@@ -27,7 +27,7 @@ struct [[gnu::packed]] PathBeneathAttributes {
 };
 constexpr uint32_t kCreateRulesetVersion = 1;
 constexpr int kRulePathBeneath = 1;
-constexpr uint64_t kReadFile = uint64_t{1} << 2;
+constexpr uint64_t kExecute = 1, kWriteFile = 2, kReadFile = 4, kReadDir = 8;
 constexpr uint64_t kNetBindAndConnectTcp = 3;    // since ABI 4
 constexpr uint64_t kScopeSocketsAndSignals = 3;  // since ABI 6
 
@@ -42,15 +42,28 @@ RulesetAttributes Everything(int abi) {
             abi >= 6 ? kScopeSocketsAndSignals : 0};
 }
 
-int Allow(int ruleset, const char* path) {
+/// Lets `path` be written to.
+int AllowWriting(int ruleset, const char* path) {
     const int file = open(path, O_PATH | O_CLOEXEC);
-    if (file < 0) return errno == EMFILE || errno == ENFILE || errno == ENOMEM ? -1 : 0;
-    const PathBeneathAttributes rule{kReadFile, file};
+    if (file < 0) return -1;
+    const PathBeneathAttributes rule{kWriteFile, file};
     const auto result = syscall(SYS_landlock_add_rule, ruleset, kRulePathBeneath, &rule, 0);
     const int reason = errno;
     close(file);
     errno = reason;
     return static_cast<int>(result);
+}
+
+int Enter(const RulesetAttributes& attributes, const char* writable) {
+    const auto ruleset =
+        static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0));
+    if (ruleset < 0) return -1;
+    int result = writable != nullptr ? AllowWriting(ruleset, writable) : 0;
+    if (result == 0) result = static_cast<int>(syscall(SYS_landlock_restrict_self, ruleset, 0));
+    const int reason = errno;
+    close(ruleset);
+    errno = reason;
+    return result;
 }
 
 }  // namespace
@@ -60,17 +73,15 @@ int LandlockAbi() {
     return abi > 0 ? static_cast<int>(abi) : 0;
 }
 
-int LandlockAllowOnly(int abi, const char* path) {
-    const RulesetAttributes attributes = Everything(abi);
-    const auto ruleset =
-        static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0));
-    if (ruleset < 0) return -1;
-    auto result = Allow(ruleset, path);
-    if (result == 0) result = static_cast<int>(syscall(SYS_landlock_restrict_self, ruleset, 0));
-    const int reason = errno;
-    close(ruleset);
-    errno = reason;
-    return result;
+int LandlockAllowNothing(int abi) {
+    // No rule: a rule's path may have become a folder, or a link to one, with all that is below it.
+    return Enter(Everything(abi), nullptr);
+}
+
+int LandlockRefuseWriting(int abi) {
+    RulesetAttributes attributes = Everything(abi);
+    attributes.handled_access_fs &= ~(kExecute | kReadFile | kReadDir);
+    return Enter(attributes, "/dev/null");
 }
 
 }  // namespace koli

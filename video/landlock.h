@@ -7,9 +7,12 @@ namespace koli {
 /// The version of the kernel's Landlock interface, 1 or more; 0 when the kernel has none, or it is off.
 int LandlockAbi();
 
-/// Gives up, for this process and for good, every access to files but reading `path`, and TCP, abstract
-/// sockets and signals to others where `abi` knows them.  A missing file leaves nothing to read.  Needs
-/// PR_SET_NO_NEW_PRIVS.  Returns 0, or -1 with errno set.
-int LandlockAllowOnly(int abi, const char* path);
+/// Gives up, for this process and for good, every access to files that are not open yet, and TCP, abstract
+/// sockets and signals to others where `abi` knows them.  Needs PR_SET_NO_NEW_PRIVS and, for a moment, one
+/// descriptor.  Returns 0, or -1 with errno set.
+int LandlockAllowNothing(int abi);
+
+/// The same, but for reading, listing and running files, and for writing to /dev/null.
+int LandlockRefuseWriting(int abi);
 
 }  // namespace koli

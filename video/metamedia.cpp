@@ -1,25 +1,23 @@
 #include "video/metamedia.h"
 
 #include <poll.h>
-#include <sys/mman.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <initializer_list>
-#include <span>
 
 #include "base/log.h"
+#include "base/open_file.h"
 #include "base/parse_number.h"
-#include "platform/kolidb.h"
 #include "video/child_heap.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
+#include "video/guarded_child.h"
 #include "video/guarded_probe.h"
 #include "video/probe_guard.h"
-#include "video/probe_messages.h"
 
 namespace koli {
 namespace {
@@ -27,55 +25,29 @@ namespace {
 constexpr const char kModule[] = "metamedia";
 constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, terminator included
 
-/// The record as the child sees it: one record's size, shared with the child.
-class SharedRecord {
-  public:
-    SharedRecord()
-        : area_(mmap(nullptr, sizeof(MediaInfo), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
-    }
-    ~SharedRecord() { munmap(area_, sizeof(MediaInfo)); }
-    SharedRecord(const SharedRecord&) = delete;
-    SharedRecord& operator=(const SharedRecord&) = delete;
-
-    bool valid() const { return area_ != MAP_FAILED; }
-    MediaInfo* get() const { return static_cast<MediaInfo*>(area_); }
-
-  private:
-    void* area_;
-};
-
-/// Everything that the child does.  It comes from the daemon's middle, so it leaves with _exit: a normal exit
-/// would flush the daemon's open streams and move the offsets that both share.  An exception (memory at its
-/// limit) ends it here instead of unwinding into the daemon's code.
-[[noreturn]] void RunChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent,
-                           const sigset_t& mask) noexcept {
-    if (signal(SIGTERM, SIG_DFL) == SIG_ERR) {
-        KOLI_LOG("%s:%d signal(SIGTERM, SIG_DFL) failed.");
-        _exit(1);
-    }
-    signal(SIGUSR1, SIG_IGN);  // a request is the daemon's business; one sent to the whole group is no harm
-    signal(SIGCHLD, SIG_DFL);
-    sigprocmask(SIG_SETMASK, &mask, nullptr);
-
+/// What the child does: its exit status.
+int ProbeInChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent) {
     ChildHeapUseLargePages();
-    if (ProbeGuardEnter(path, parent) != 0) _exit(1);
-    if (probe(path, record) == 0) _exit(0);
+    const int file = OpenRegularForReading(path);  // while there still are the daemon's rights
+    if (ProbeGuardEnter(file, parent) != 0) return 1;
+    if (probe(file, path, record) == 0) return 0;
     KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
-    _exit(1);
+    return 1;
 }
 
-/// Copies the child's record over the caller's.  A child that was taken over may have left anything in it:
-/// its texts end where they must, and it is still the record of the same file.
-void CopyBack(const MediaInfo& shared, MediaInfo* record) {
-    char path[kPathSize];
-    memcpy(path, record->path, sizeof path);
-    memcpy(record, &shared, sizeof *record);
-    memcpy(record->path, path, sizeof path);
-    for (const std::span<char> text : std::initializer_list<std::span<char>>{
-             record->title, record->album, record->artist, record->genre, record->composer, record->comment,
-             record->camera_make, record->camera_model, record->exposure_time, record->f_number,
-             record->date_taken, record->ctime, record->mtime})
-        text.back() = '\0';
+/// Takes over what a probe may write.  A child that was taken over may have left anything in the area: the
+/// rest of the record (path, size, times, cover, ...) stays the caller's, and the texts end where they must.
+void TakeOver(const MediaInfo& shared, MediaInfo* record) {
+    for (const auto text : {&MediaInfo::title, &MediaInfo::album, &MediaInfo::artist, &MediaInfo::genre}) {
+        memcpy(record->*text, shared.*text, kTextSize);
+        (record->*text)[kTextSize - 1] = '\0';
+    }
+    for (const auto number : {&MediaInfo::year, &MediaInfo::track})
+        record->*number = shared.*number;
+    for (const auto number : {&MediaInfo::audio_bitrate, &MediaInfo::video_bitrate, &MediaInfo::sample_rate,
+                              &MediaInfo::channels, &MediaInfo::width, &MediaInfo::height})
+        record->*number = shared.*number;
+    record->duration = shared.duration;
 }
 
 /// Finds the line of the file that holds `key` and a number behind it.  Returns 1 found, 0 no such line, -1
@@ -98,7 +70,10 @@ int ProcNumberGet(const char* file, const char* key, int32_t* value) {
 /// What the status of an ended child means for the caller.
 int ExitResult(pid_t pid, int status) {
     if (WIFEXITED(status)) return WEXITSTATUS(status);
-    if (WIFSIGNALED(status)) KOLI_LOG("%s:%d Process %d killed by signal %d", pid, WTERMSIG(status));
+    if (WIFSIGNALED(status)) {
+        LogFirstSay("%s:%d Process killed by signal %d", kModule, __LINE__, WTERMSIG(status));
+        KOLI_LOG("%s:%d Process %d killed by signal %d", pid, WTERMSIG(status));
+    }
     return -1;
 }
 
@@ -109,40 +84,26 @@ void ProbePollSleep(const timespec& interval, const sigset_t& mask) {
 }
 
 int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, const WatchSettings& settings) {
-    const SharedRecord shared;
-    const ProbeMessages messages;
-    if (!shared.valid() || !messages.valid()) {
+    if (!ProbeGuardSuffices(settings.guards())) {
+        KOLI_LOG("%s (%d) Not probed, as nothing guards the probe on this kernel. [%s]", path);
+        return 1;
+    }
+    const Shared<MediaInfo> shared;
+    if (!shared.valid()) {
         KOLI_LOG("%s:%d mmap() failed.");
         return -1;
     }
     memcpy(shared.get(), record, sizeof *record);
-
-    KOLIDBFlush();
-    ProbeGuardPrepare();
-    const pid_t parent = getpid();
-    const ChildEndScope child_end;
-    pid_t pid = 0;
-    {
-        const AllSignalsBlocked until_the_child_has_its_own;
-        pid = settings.fork_child != nullptr ? settings.fork_child() : fork();
-        if (pid == 0) {
-            messages.Collect();
-            RunChild(path, shared.get(), probe, parent, child_end.outer_mask());
-        }
-    }
-    if (pid < 0) {
-        KOLI_LOG("%s:%d fork failed.");
-        return -1;
-    }
-    const int result = ProbeChildWatchWith(pid, settings);
-    messages.Relay();
-    CopyBack(*shared.get(), record);
+    if (ProbeGuardPrepare() != 0) return 1;
+    const auto body = [&](pid_t parent) { return ProbeInChild(path, shared.get(), probe, parent); };
+    const int result = GuardedChildRun(std::cref(body), settings);
+    TakeOver(*shared.get(), record);
     return result;
 }
 
 int MiscMediaInfoGet(const char* path, MediaInfo* record) {
     ContainerProbeWarmUp();
-    return GuardedProbeRun(path, record, MiscMediaInfoProbe, WatchSettings{});
+    return GuardedProbeRun(path, record, MiscMediaInfoProbeFile, WatchSettings{});
 }
 
 int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
@@ -156,7 +117,9 @@ int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
         settings.sleep(settings.interval, child_end.sleep_mask());
         if (waitpid(pid, &status, WNOHANG) > 0) return ExitResult(pid, status);
         if (polls > settings.poll_limit) {
-            ProbeChildKill(pid);
+            settings.kill_child(pid);
+            LogFirstSay("%s:%d Process exceeded max loop count: %d", kModule, __LINE__,
+                        static_cast<int>(polls));
             KOLI_LOG("%s:%d Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
                      static_cast<int>(polls), static_cast<int>(settings.interval.tv_sec),
                      static_cast<int>(settings.interval.tv_nsec));
@@ -164,7 +127,8 @@ int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
         }
         ++polls;
         if (ProbeChildMemoryExceededIn(pid, settings.proc) != 0) {
-            ProbeChildKill(pid);
+            settings.kill_child(pid);
+            LogFirstSay("%s:%d Process exceeded max memory usage.", kModule, __LINE__);
             KOLI_LOG("%s:%d Process %d exceeded max memory usage.", pid);
             return -1;
         }

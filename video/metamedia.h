@@ -9,8 +9,9 @@ namespace koli {
 
 /// Probes the media file `path` in a child of its own and adds what it found to `record`, which keeps what
 /// the child had written even when the child had to be stopped.  Returns 0 when the probe succeeded; 1 when
-/// the child ended by itself but could not read the file; -1 when no child could be started, or it was killed
-/// or crashed.  Takes at most about 90 seconds; no child is left behind.
+/// the child ended by itself but could not read the file, or no child may run unguarded (logged); -1 when no
+/// child could be started, or it was killed or crashed.  Takes at most about 90 seconds; no child is left
+/// behind.
 int MiscMediaInfoGet(const char* path, MediaInfo* record);
 
 /// Waits for the child `pid`, looking at it every 100 ms, and at once when it ends; kills it when it takes

@@ -1,17 +1,26 @@
 #include "video/probe_filter.h"
 
 #include <fcntl.h>
+#include <linux/seccomp.h>
 #include <seccomp.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <csignal>
+#include <cstddef>
 #include <memory>
+#include <span>
 
 #include "video/sanitized_build.h"
 
 namespace koli {
 namespace {
+
+constexpr uint32_t kOwnPid =
+    0x4B6F6C69;  // stands for the child's pid, which the filter is older than; above any pid
 
 using Filter = std::unique_ptr<void, decltype(&seccomp_release)>;
 
@@ -20,81 +29,153 @@ constexpr int kAllowed[] = {
     // the end, and signals on the way to it
     SCMP_SYS(exit), SCMP_SYS(exit_group), SCMP_SYS(rt_sigaction), SCMP_SYS(rt_sigprocmask),
     SCMP_SYS(rt_sigreturn), SCMP_SYS(sigreturn), SCMP_SYS(restart_syscall),
-    // reading of open files; what may be opened is below
-    SCMP_SYS(read), SCMP_SYS(readv), SCMP_SYS(pread64), SCMP_SYS(lseek), SCMP_SYS(_llseek), SCMP_SYS(close),
-    SCMP_SYS(fstat), SCMP_SYS(fstat64), SCMP_SYS(newfstatat), SCMP_SYS(fstatat64), SCMP_SYS(stat),
-    SCMP_SYS(stat64), SCMP_SYS(lstat), SCMP_SYS(lstat64), SCMP_SYS(statx), SCMP_SYS(access),
-    SCMP_SYS(faccessat),
-    // memory that holds no code
+    // reading of what is open; nothing is opened, nor asked for by a path
+    SCMP_SYS(read), SCMP_SYS(lseek), SCMP_SYS(_llseek), SCMP_SYS(close),
+    // memory; mapping is below
     SCMP_SYS(brk), SCMP_SYS(munmap), SCMP_SYS(mremap),
     // the C library's own needs
     SCMP_SYS(futex), SCMP_SYS(futex_time64), SCMP_SYS(getrandom), SCMP_SYS(sched_getaffinity),
     SCMP_SYS(sched_yield), SCMP_SYS(getpid), SCMP_SYS(gettid), SCMP_SYS(clock_gettime),
     SCMP_SYS(clock_gettime64), SCMP_SYS(gettimeofday), SCMP_SYS(time)};
 
+// What a filter sees of the calls that map memory are their registers.  Of some machines' calls that is the
+// address of the arguments, so that those stay refused; the allocator is content with mmap2, or with brk
+// alone.
+#if defined(__s390__) || defined(__m68k__)
+constexpr std::array<int, 0> kMapping{};
+#elif defined(__i386__)
+constexpr std::array kMapping = {SCMP_SYS(mmap2)};
+#else
+constexpr std::array kMapping = {SCMP_SYS(mmap), SCMP_SYS(mmap2)};
+#endif
+
 // Nothing harmless tries these.
 constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect),
                            SCMP_SYS(bind),   SCMP_SYS(execve),     SCMP_SYS(execveat)};
+
+constexpr int kRefusedToPrograms[] = {SCMP_SYS(socket),
+                                      SCMP_SYS(socketcall),
+                                      SCMP_SYS(socketpair),
+                                      SCMP_SYS(connect),
+                                      SCMP_SYS(bind),
+                                      SCMP_SYS(io_uring_setup),
+                                      SCMP_SYS(ptrace),
+                                      SCMP_SYS(process_vm_readv),
+                                      SCMP_SYS(process_vm_writev),
+                                      SCMP_SYS(setsid),
+                                      SCMP_SYS(setpgid)};
 
 // A sanitizer's report is worth more than the last bit of tightness.
 constexpr int kForSanitizers[] = {SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(readlink),
                                   SCMP_SYS(madvise)};
 
+/// The library's results are error numbers.
+bool Succeeded(int result) {
+    if (result < 0) errno = -result;
+    return result == 0;
+}
+
 template <size_t N>
 bool AddAll(scmp_filter_ctx filter, uint32_t action, const int (&calls)[N]) {
     for (const int call : calls)
-        if (seccomp_rule_add(filter, action, call, 0) != 0) return false;
+        if (!Succeeded(seccomp_rule_add(filter, action, call, 0))) return false;
     return true;
 }
 
-/// Allows `call` when none of `forbidden` is set in its argument number `argument`.
-bool AddWithoutBits(scmp_filter_ctx filter, int call, unsigned argument, scmp_datum_t forbidden) {
-    const scmp_arg_cmp clear{argument, SCMP_CMP_MASKED_EQ, forbidden, 0};
-    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &clear) == 0;
+/// Allows `call` when all `conditions` hold.
+template <size_t N>
+bool AddWhere(scmp_filter_ctx filter, int call, const scmp_arg_cmp (&conditions)[N]) {
+    return Succeeded(seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, N, conditions));
 }
 
-bool AddValue(scmp_filter_ctx filter, int call, unsigned argument, scmp_datum_t value) {
-    const scmp_arg_cmp equal{argument, SCMP_CMP_EQ, value, 0};
-    return seccomp_rule_add_array(filter, SCMP_ACT_ALLOW, call, 1, &equal) == 0;
+/// Memory that holds no code and is counted: shared memory is in neither limit (address space, resident
+/// size), locked pages and huge ones are taken from the machine.
+bool AddMemory(scmp_filter_ctx filter) {
+    constexpr scmp_arg_cmp kNoCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
+    constexpr scmp_arg_cmp kPlain = {3, SCMP_CMP_MASKED_EQ, MAP_SHARED | MAP_LOCKED | MAP_HUGETLB, 0};
+    for (const int call : kMapping)
+        if (!AddWhere(filter, call, {kNoCode, kPlain})) return false;
+    return AddWhere(filter, SCMP_SYS(mprotect), {kNoCode}) &&
+           // given back by the allocator; other advice takes pages from the machine (MADV_HWPOISON)
+           AddWhere(filter, SCMP_SYS(madvise), {{2, SCMP_CMP_EQ, MADV_DONTNEED, 0}});
+}
+
+/// abort() ends the process itself, and by its own signal.
+bool AddAbort(scmp_filter_ctx filter) {
+    return AddWhere(filter, SCMP_SYS(tgkill), {{0, SCMP_CMP_EQ, kOwnPid, 0}, {2, SCMP_CMP_EQ, SIGABRT, 0}});
 }
 
 bool AddRules(scmp_filter_ctx filter) {
-    constexpr scmp_datum_t kWriting = O_WRONLY | O_RDWR | O_CREAT | O_TRUNC;
     return AddAll(filter, SCMP_ACT_ALLOW, kAllowed) && AddAll(filter, SCMP_ACT_KILL_PROCESS, kDeadly) &&
-           AddWithoutBits(filter, SCMP_SYS(open), 1, kWriting) &&
-           AddWithoutBits(filter, SCMP_SYS(openat), 2, kWriting) &&
-           AddWithoutBits(filter, SCMP_SYS(mmap), 2, PROT_EXEC) &&
-           AddWithoutBits(filter, SCMP_SYS(mmap2), 2, PROT_EXEC) &&
-           AddWithoutBits(filter, SCMP_SYS(mprotect), 2, PROT_EXEC) &&
-           // given back by the allocator; other advice takes pages from the machine (MADV_HWPOISON)
-           AddValue(filter, SCMP_SYS(madvise), 2, MADV_DONTNEED) &&
-           AddValue(filter, SCMP_SYS(fcntl), 1, F_GETFD) && AddValue(filter, SCMP_SYS(fcntl), 1, F_SETFD) &&
-           AddValue(filter, SCMP_SYS(fcntl64), 1, F_GETFD) &&
-           AddValue(filter, SCMP_SYS(fcntl64), 1, F_SETFD) &&
+           AddMemory(filter) && AddAbort(filter) &&
            (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
 }
 
-/// The library gives its program out through a descriptor only.
-bool Export(scmp_filter_ctx filter, ProbeFilter* out) {
-    const int file = memfd_create("probe-filter", MFD_CLOEXEC);
-    if (file < 0) return false;
+/// The library writes its program to a descriptor; a pipe, which holds 65536 bytes, needs no file.
+ssize_t Export(scmp_filter_ctx filter, std::span<std::byte> program) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
     ssize_t bytes = -1;
-    if (seccomp_export_bpf(filter, file) == 0)
-        bytes = pread(file, out->instructions.data(), sizeof out->instructions, 0);
-    close(file);
-    if (bytes <= 0 || bytes == sizeof out->instructions) return false;  // a full array may be cut
-    out->length = static_cast<uint16_t>(static_cast<size_t>(bytes) / sizeof(sock_filter));
-    return true;
+    if (Succeeded(seccomp_export_bpf(filter, ends[1]))) bytes = read(ends[0], program.data(), program.size());
+    const int reason = errno;
+    close(ends[0]);
+    close(ends[1]);
+    errno = reason;
+    return bytes;
+}
+
+/// Finds the instruction that compares with kOwnPid.  False when there are several.
+bool FindOwnPid(ProbeFilter* filter) {
+    filter->own_pid = ProbeFilter::kNone;
+    int found = 0;
+    for (uint16_t i = 0; i < filter->length; ++i)
+        if (filter->instructions[i].k == kOwnPid) {
+            filter->own_pid = i;
+            ++found;
+        }
+    return found <= 1;
+}
+
+/// Builds the filter that `add_rules` makes; what it does not name is answered with `otherwise`.
+int Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filter_ctx)) {
+    filter->length = 0;
+    const Filter rules(seccomp_init(otherwise), seccomp_release);
+    if (rules == nullptr) {
+        errno = ENOMEM;
+        return -1;
+    }
+    seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
+    if (!add_rules(rules.get())) return -1;
+
+    ProbeFilter built;
+    const ssize_t bytes = Export(rules.get(), std::as_writable_bytes(std::span(built.instructions)));
+    if (bytes < 0) return -1;
+    built.length = static_cast<uint16_t>(static_cast<size_t>(bytes) / sizeof(sock_filter));
+    if (built.length == ProbeFilter::kMaxInstructions || !FindOwnPid(&built)) {  // a full array may be cut
+        errno = EOVERFLOW;
+        return -1;
+    }
+    *filter = built;
+    return 0;
 }
 
 }  // namespace
 
-bool ProbeFilterBuild(ProbeFilter* filter) {
-    filter->length = 0;
-    const Filter rules(seccomp_init(SCMP_ACT_ERRNO(EPERM)), seccomp_release);
-    if (rules == nullptr) return false;
-    seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
-    return AddRules(rules.get()) && Export(rules.get(), filter);
+int ProbeFilterBuild(ProbeFilter* filter) {
+    return Build(filter, SCMP_ACT_ERRNO(EPERM), AddRules);
+}
+
+int ProgramFilterBuild(ProbeFilter* filter) {
+    return Build(filter, SCMP_ACT_ALLOW, [](scmp_filter_ctx rules) {
+        return AddAll(rules, SCMP_ACT_ERRNO(EPERM), kRefusedToPrograms);
+    });
+}
+
+int ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {
+    if (filter->own_pid != ProbeFilter::kNone)
+        filter->instructions[filter->own_pid].k = static_cast<uint32_t>(getpid());
+    const sock_fprog program{filter->length, filter->instructions.data()};
+    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
 }
 
 }  // namespace koli

@@ -1,4 +1,4 @@
-// The system calls that the child of a guarded probe may make.
+// The system calls that the child of a guarded probe may make, and those that an external program may not.
 #pragma once
 
 #include <linux/filter.h>
@@ -13,11 +13,21 @@ struct ProbeFilter {
     static constexpr uint16_t kMaxInstructions = 512;
     std::array<sock_filter, kMaxInstructions> instructions;
     uint16_t length;
+    uint16_t own_pid;  // the instruction that compares with the pid of who is filtered; kNone = there is none
+    static constexpr uint16_t kNone = kMaxInstructions;
 };
 
-/// Builds the filter: reading of files, memory and time are allowed, a socket or another program ends the
-/// process, everything else fails with EPERM.  Costs about a millisecond: once per daemon, not per child.
-/// Returns false, with `length` 0, when it could not be built.
-bool ProbeFilterBuild(ProbeFilter* filter);
+/// Builds the filter: reading of open files, memory and time are allowed, a socket or another program ends
+/// the process, everything else fails with EPERM; abort() does what it should.  Costs about a millisecond:
+/// once per daemon, not per child.  Returns 0; -1 with errno set, and `length` 0, when it could not be built.
+int ProbeFilterBuild(ProbeFilter* filter);
+
+/// Builds the filter of a program that reads a file: no network, no other process is looked into, and its
+/// group of processes is not left; all else is allowed.  Returns as ProbeFilterBuild does.
+int ProgramFilterBuild(ProbeFilter* filter);
+
+/// Puts this process under the filter for good, with `flags` of seccomp(2).  Needs PR_SET_NO_NEW_PRIVS.
+/// Returns 0, or -1 with errno set.
+int ProbeFilterEnter(ProbeFilter* filter, unsigned flags);
 
 }  // namespace koli

@@ -1,140 +1,89 @@
 #include "video/probe_guard.h"
 
-#include <fcntl.h>
-#include <linux/seccomp.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <cerrno>
-#include <csignal>
-#include <cstdint>
+#include <cstring>
 
 #include "base/log.h"
+#include "platform/kolisdk.h"
+#include "platform/paths.h"
+#include "video/guard_steps.h"
 #include "video/landlock.h"
 #include "video/probe_filter.h"
-#include "video/sanitized_build.h"
 
 namespace koli {
 namespace {
 
 constexpr const char kModule[] = "metamedia";
 
-constexpr rlim_t kMaxCpuSeconds = 120;     // a backstop behind the watch, which ends a child after 90 s
-constexpr rlim_t kMaxOpenFiles = 16;       // a probe opens one file
 constexpr rlim_t kLibraryBytes = 1 << 30;  // address space of the libraries and of the daemon itself
-constexpr int kMaxInherited = 65536;       // descriptors closed one by one on kernels before 5.9
 
-/// What all children share; filled once by ProbeGuardPrepare.
+/// What all children share.
 struct GuardState {
-    bool prepared;
-    rlim_t address_space;  // bytes
-    int landlock_abi;      // 0 = not there
-    ProbeFilter filter;    // length 0 = not there
-    unsigned filter_flags;
+    rlim_t address_space;  // bytes; 0 = not asked yet
+    ProbeFilter filter;    // length 0 = not built yet
 };
 GuardState guard;
 
-bool KernelFiltersSystemCalls(unsigned flags) {
-    // A filter of no address: EFAULT comes only from a kernel that would have read it.
-    return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, nullptr) != 0 && errno == EFAULT;
-}
-
-/// More than the whole machine's memory is never needed: one poll of the watch is long enough to fill it.
-rlim_t MachineMemory() {
-    const auto pages = static_cast<rlim_t>(std::max(sysconf(_SC_PHYS_PAGES), 0L));
-    return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
-}
-
-// ---- The steps.  Each returns 0, or a negative value with errno set.
-
-int EndWithParent(pid_t parent) {
-    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return -1;
-    if (getppid() == parent) return 0;
-    errno = ESRCH;  // it ended before the line above
-    return -1;
-}
-
-int CloseInherited() {
-    constexpr unsigned kFirst = STDERR_FILENO + 1;
-    if (close_range(kFirst, ~0U, 0) == 0) return 0;
-    const int end = static_cast<int>(std::clamp(sysconf(_SC_OPEN_MAX), 0L, long{kMaxInherited}));
-    for (int descriptor = kFirst; descriptor < end; ++descriptor)
-        close(descriptor);
-    return 0;
-}
-
-int Limit(__rlimit_resource resource, rlim_t value) {
-    rlimit limit{};
-    if (getrlimit(resource, &limit) != 0) return -1;
-    limit.rlim_max = std::min(limit.rlim_max, value);
-    limit.rlim_cur = std::min(limit.rlim_cur, limit.rlim_max);
-    return setrlimit(resource, &limit);
-}
-
-int LimitResources() {
-    if (Limit(RLIMIT_CORE, 0) != 0 || Limit(RLIMIT_FSIZE, 0) != 0 || Limit(RLIMIT_NPROC, 0) != 0) return -1;
-    if (Limit(RLIMIT_NOFILE, kMaxOpenFiles) != 0 || Limit(RLIMIT_CPU, kMaxCpuSeconds) != 0) return -1;
-    return kSanitizedBuild ? 0 : Limit(RLIMIT_AS, guard.address_space);
-}
+// ---- Steps of the probe's alone.
 
 int RefusePrivileges() {
     // Not dumpable: neither a core helper nor another process of the same user gets at the memory.
     return prctl(PR_SET_DUMPABLE, 0) == 0 ? prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) : -1;
 }
 
-int AllowOneFile(const char* path) {
-    return guard.landlock_abi > 0 ? LandlockAllowOnly(guard.landlock_abi, path) : 0;
+int RefuseFiles() {
+    const int abi = KernelGuardsGet().landlock_abi;
+    return abi > 0 ? LandlockAllowNothing(abi) : 0;
 }
 
 int FilterSystemCalls() {
-    if (guard.filter.length == 0) return 0;
-    const sock_fprog program{guard.filter.length, guard.filter.instructions.data()};
-    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, guard.filter_flags, &program));
-}
-
-int Failed(const char* step) {
-    KOLI_LOG("%s (%d) Cannot guard the probe: %s failed, errno=%d.", step, errno);
-    return -1;
+    const KernelGuards& kernel = KernelGuardsGet();
+    return kernel.has_filters ? ProbeFilterEnter(&guard.filter, kernel.filter_flags) : 0;
 }
 
 }  // namespace
 
-void ProbeGuardPrepare() {
-    if (guard.prepared) return;
-    guard.prepared = true;
-    guard.address_space = MachineMemory() + kLibraryBytes;
-    guard.landlock_abi = LandlockAbi();
-    // Without SPEC_ALLOW (Linux 4.17) some kernels run a filtered process with slow speculation defences.
-    if (KernelFiltersSystemCalls(SECCOMP_FILTER_FLAG_SPEC_ALLOW))
-        guard.filter_flags = SECCOMP_FILTER_FLAG_SPEC_ALLOW;
-    if (KernelFiltersSystemCalls(guard.filter_flags)) ProbeFilterBuild(&guard.filter);
+int ProbeGuardPrepare() {
+    // More than the whole machine's memory is never needed: one poll of the watch is long enough to fill it.
+    if (guard.address_space == 0) guard.address_space = MachineMemory() + kLibraryBytes;
+    if (!KernelGuardsGet().has_filters || guard.filter.length != 0) return 0;
+    return ProbeFilterBuild(&guard.filter) == 0 ? 0 : GuardFailed("building the filter");
 }
 
 ProbeGuardStatus ProbeGuardStatusGet() {
-    ProbeGuardPrepare();
-    return {guard.filter.length != 0, guard.landlock_abi > 0};
+    const KernelGuards& kernel = KernelGuardsGet();
+    return {kernel.has_filters, kernel.landlock_abi > 0};
+}
+
+bool ProbeGuardSuffices(const ProbeGuardStatus& status) {
+    if (status.system_call_filter || status.file_rules) return true;
+    char value[8];
+    return KLIBFileGetKeyValue(paths::kConfig, "unguardedprobe", value, sizeof value, 0) < 0 ||
+           strcmp(value, "no") != 0;
 }
 
 void ProbeGuardReport() {
+    ProbeGuardPrepare();
     const ProbeGuardStatus status = ProbeGuardStatusGet();
     if (status.system_call_filter && status.file_rules) return;
-    LogNotice("%s (%d) Media is probed without%s%s: this kernel lacks it.", kModule, __LINE__,
-              status.system_call_filter ? "" : " [seccomp]", status.file_rules ? "" : " [Landlock]");
+    LogNotice("%s (%d) Media is %sprobed without%s%s: this kernel lacks it.", kModule, __LINE__,
+              ProbeGuardSuffices(status) ? "" : "not ", status.system_call_filter ? "" : " [seccomp]",
+              status.file_rules ? "" : " [Landlock]");
 }
 
-int ProbeGuardEnter(const char* path, pid_t parent) {
+int ProbeGuardEnter(int file, pid_t parent) {
     // The order matters: descriptors first, so that nothing of the daemon's is open below; the rules for
     // files need a descriptor of their own and system calls that the filter refuses; both need the refusal of
     // new privileges.
-    if (EndWithParent(parent) != 0) return Failed("end with parent");
-    if (CloseInherited() != 0) return Failed("closing");
-    if (LimitResources() != 0) return Failed("limits");
-    if (RefusePrivileges() != 0) return Failed("no new privileges");
-    if (AllowOneFile(path) != 0) return Failed("Landlock");
-    if (FilterSystemCalls() != 0) return Failed("seccomp");
+    if (EndWithParent(parent) != 0) return GuardFailed("end with parent");
+    if (CloseInherited(file) != 0) return GuardFailed("closing");
+    if (LimitWork(guard.address_space) != 0) return GuardFailed("limits");
+    if (LimitResource(RLIMIT_NPROC, 0) != 0) return GuardFailed("limits");
+    if (RefusePrivileges() != 0) return GuardFailed("no new privileges");
+    if (KeepCapabilities(0) != 0) return GuardFailed("capabilities");
+    if (RefuseFiles() != 0) return GuardFailed("Landlock");
+    if (FilterSystemCalls() != 0) return GuardFailed("seccomp");
     return 0;
 }
 

@@ -1,4 +1,4 @@
-// Takes from the child of a guarded probe everything but the one file it is to read.
+// Takes from the child of a guarded probe everything but the one open file that it is to read.
 #pragma once
 
 #include <sys/types.h>
@@ -11,21 +11,26 @@ struct ProbeGuardStatus {
     bool file_rules;          // Landlock
 };
 
-/// In the daemon, before the first child: asks the kernel what it offers and builds what all children share.
-/// Calls after the first do nothing.
-void ProbeGuardPrepare();
+/// In the daemon, before each child: asks the kernel what it offers and builds what all children share, once.
+/// Returns 0; -1 (logged) when it could not be built, for want of memory or descriptors: no child may run,
+/// and the next call tries again.
+int ProbeGuardPrepare();
 
 /// What the children are guarded with beyond the limits that every kernel has.
 ProbeGuardStatus ProbeGuardStatusGet();
+
+/// Whether media may be probed with these mechanisms: with one of them always, with neither unless the
+/// setting "unguardedprobe" of this machine is "no".
+bool ProbeGuardSuffices(const ProbeGuardStatus& status);
 
 /// At the daemon's start: writes one line below error level for a kernel that lacks a mechanism, else
 /// nothing.
 void ProbeGuardReport();
 
-/// In the child of `parent`, before it looks at the file `path`: no descriptor but the standard three, no
-/// writing, no network, no other program or process, no file but `path`, no new privileges, an end with its
-/// parent.  What the kernel lacks is left out.  Returns 0, or -1 when a step failed (logged): the child must
-/// end.
-int ProbeGuardEnter(const char* path, pid_t parent);
+/// In the child of `parent`, before it reads from `file` (-1: from none): no descriptor but that and the
+/// standard three, no other file, no writing, no network, no other program or process, no capability nor new
+/// privileges, an end with its parent.  What the kernel lacks is left out.  Returns 0, or -1 when a step
+/// failed (logged): the child must end.
+int ProbeGuardEnter(int file, pid_t parent);
 
 }  // namespace koli

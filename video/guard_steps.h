@@ -1,0 +1,44 @@
+// The steps by which a child gives up what it does not need, and what the kernel offers for it.
+#pragma once
+
+#include <sys/resource.h>
+#include <sys/types.h>
+
+#include <cstdint>
+
+namespace koli {
+
+/// The mechanisms that a kernel may lack.
+struct KernelGuards {
+    bool has_filters;       // of system calls: seccomp
+    unsigned filter_flags;  // for seccomp(2)
+    int landlock_abi;       // 0 = not there
+};
+
+/// Asks the kernel at the first call.
+const KernelGuards& KernelGuardsGet();
+
+/// Bytes of memory in this machine.
+rlim_t MachineMemory();
+
+// Each step returns 0, or a negative value with errno set.
+
+/// Ends this process with SIGKILL when `parent` ends, or has ended already.
+int EndWithParent(pid_t parent);
+
+/// Closes everything but the standard three descriptors and `file` (-1: none).
+int CloseInherited(int file);
+
+/// Lowers a limit, hard and soft.
+int LimitResource(__rlimit_resource resource, rlim_t value);
+
+/// Processor time, descriptors, address space (bytes; not under the sanitizers), and no writing to files.
+int LimitWork(rlim_t address_space);
+
+/// Gives up every capability but those of the set `kept` (bits 0 to 31) that the process has.
+int KeepCapabilities(uint32_t kept);
+
+/// Logs that `step` failed, with errno.  Returns -1.
+int GuardFailed(const char* step);
+
+}  // namespace koli
