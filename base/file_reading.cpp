@@ -29,13 +29,13 @@ void FileTrouble(const char* what, int error) {
     FileReading* const reading = innermost;
     if (reading == nullptr) return;
     const bool is_passing = IsPassingError(error);
-    if (reading->trouble_[0] != '\0' && (reading->is_passing_ || !is_passing)) return;
-    reading->is_passing_ = is_passing;
+    if (reading->trouble_[0] != '\0' && (reading->IsPassing() || !is_passing)) return;
+    reading->passing_error_ = is_passing ? error : 0;
     snprintf(reading->trouble_, sizeof reading->trouble_, "%s: %s", what, strerror(error));
 }
 
-bool HasFileTrouble() {
-    return innermost != nullptr && innermost->IsPassing();
+int PassingFileTrouble() {
+    return innermost != nullptr ? innermost->passing_error_ : 0;
 }
 
 }  // namespace koli

@@ -27,16 +27,16 @@ class FileReading {
     /// What could not be read or written, and why; "" when everything could.
     const char* trouble() const { return trouble_; }
     /// The reason passes by itself: it is worth while to read the file again.
-    bool IsPassing() const { return is_passing_; }
+    bool IsPassing() const { return passing_error_ != 0; }
 
   private:
     friend void FileTrouble(const char* what, int error);
-    friend bool HasFileTrouble();
+    friend int PassingFileTrouble();
 
     const char* const path_;
     FileReading* const outer_;
     const PastReading past_;
-    bool is_passing_ = false;
+    int passing_error_ = 0;  // errno, 0 = none
     char trouble_[kTroubleSize];
 };
 
@@ -45,7 +45,8 @@ class FileReading {
 /// file is being read.
 void FileTrouble(const char* what, int error);
 
-/// Whether the file that is being read has trouble that passes by itself.
-bool HasFileTrouble();
+/// The errno of the trouble of the file that is being read, when it passes by itself, else 0: a child that
+/// reads the file tells the daemon.
+int PassingFileTrouble();
 
 }  // namespace koli

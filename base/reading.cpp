@@ -16,6 +16,7 @@ int64_t reading_limit = 10'000'000'000;
 namespace {
 
 constexpr const char kModule[] = "reading";
+constexpr const char kCannotBeRead[] = "The file cannot be read";
 constexpr int64_t kSecond = 1'000'000'000;
 
 struct Reading {
@@ -67,7 +68,11 @@ void ReadingFailed(int error) {
     if (!IsPassingError(error)) return;
     if (!current.has_failed) KOLI_LOG("%s (%d) Failed to read %s: %s", current.path, strerror(error));
     current.has_failed = true;
-    FileTrouble("The file cannot be read", error);
+    FileTrouble(kCannotBeRead, error);
+}
+
+void ReadingFailedInChild(int error) {
+    if (IsPassingError(error)) FileTrouble(kCannotBeRead, error);
 }
 
 bool ReadingIsWhole() {

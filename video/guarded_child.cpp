@@ -2,9 +2,12 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 
+#include "base/file_reading.h"
 #include "base/log.h"
+#include "base/reading.h"
 #include "platform/kolidb.h"
 #include "video/child_signals.h"
 #include "video/probe_messages.h"
@@ -17,8 +20,8 @@ constexpr const char kModule[] = "metamedia";
 /// Everything that the child does.  It comes from the daemon's middle, so it leaves with _exit: a normal exit
 /// would flush the daemon's open streams and move the offsets that both share.  An exception (memory at its
 /// limit) ends it here instead of unwinding into the daemon's code.
-[[noreturn]] void RunChild(const std::function<int(pid_t)>& body, pid_t parent,
-                           const sigset_t& mask) noexcept {
+[[noreturn]] void RunChild(const std::function<int(pid_t)>& body, pid_t parent, const sigset_t& mask,
+                           int* trouble) noexcept {
     if (signal(SIGTERM, SIG_DFL) == SIG_ERR) {
         KOLI_LOG("%s:%d signal(SIGTERM, SIG_DFL) failed.");
         _exit(1);
@@ -26,14 +29,18 @@ constexpr const char kModule[] = "metamedia";
     signal(SIGUSR1, SIG_IGN);  // a request is the daemon's business; one sent to the whole group is no harm
     signal(SIGCHLD, SIG_DFL);
     sigprocmask(SIG_SETMASK, &mask, nullptr);
-    _exit(body(parent));
+    const int result = body(parent);
+    *trouble = PassingFileTrouble();
+    _exit(result);
 }
 
 }  // namespace
 
 int GuardedChildRun(const std::function<int(pid_t parent)>& body, const WatchSettings& settings) {
     const ProbeMessages messages;
-    if (!messages.valid()) {
+    const Shared<int> trouble;  // errno, 0 = none
+    if (!messages.valid() || !trouble.valid()) {
+        ReadingFailed(errno);
         KOLI_LOG("%s:%d mmap() failed.");
         return -1;
     }
@@ -46,15 +53,17 @@ int GuardedChildRun(const std::function<int(pid_t parent)>& body, const WatchSet
         pid = settings.fork_child != nullptr ? settings.fork_child() : fork();
         if (pid == 0) {
             messages.Collect();
-            RunChild(body, parent, child_end.outer_mask());
+            RunChild(body, parent, child_end.outer_mask(), trouble.get());
         }
     }
     if (pid < 0) {
+        ReadingFailed(errno);
         KOLI_LOG("%s:%d fork failed.");
         return -1;
     }
     const int result = ProbeChildWatchWith(pid, settings);
     messages.Relay();
+    if (*trouble.get() != 0) ReadingFailed(*trouble.get());
     return result;
 }
 

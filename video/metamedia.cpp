@@ -12,6 +12,7 @@
 #include "base/log.h"
 #include "base/open_file.h"
 #include "base/parse_number.h"
+#include "base/reading.h"
 #include "video/child_heap.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
@@ -29,6 +30,7 @@ constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, ter
 int ProbeInChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent) {
     ChildHeapUseLargePages();
     const int file = OpenRegularForReading(path);  // while there still are the daemon's rights
+    if (file < 0) ReadingFailedInChild(errno);
     if (ProbeGuardEnter(file, parent) != 0) return 1;
     if (probe(file, path, record) == 0) return 0;
     KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
@@ -90,6 +92,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
     }
     const Shared<MediaInfo> shared;
     if (!shared.valid()) {
+        ReadingFailed(errno);
         KOLI_LOG("%s:%d mmap() failed.");
         return -1;
     }

@@ -144,6 +144,8 @@ class Troubles(harness.DaemonTest):
                 ("music/Formats/sample.m4a", "openat", "/x.m4a", errno.ENOMEM, unread),
                 ("music/Formats/sample.aiff", "pread64", "/x.aiff", errno.EIO, unread),
                 ("video/Formats/clip.dat", "pread64", "/x.dat", errno.EIO, unread),
+                ("video/Formats/clip.avi", "read", "/x.avi", errno.EIO, unread),
+                ("video/Formats/clip.avi", "openat", "/x.avi", errno.ENFILE, unread),
                 (fault_points.PICTURES[0], "read", "/x.jpg", errno.EIO, unread),
                 (fault_points.PICTURES[0], "pread64", "/x.jpg", errno.EIO, unread),
                 (fault_points.PICTURES[0], "openat", "/KOLIPHOTO:TITLE", errno.EIO, caption),
