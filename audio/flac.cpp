@@ -3,12 +3,14 @@
 #include <sys/stat.h>
 
 #include <strings.h>
+#include <cerrno>
 #include <cstring>
 
 #include "audio/flac_stream.h"
 #include "base/float_to_uint.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
+#include "base/reading.h"
 #include "index/util.h"
 
 namespace koli {
@@ -68,7 +70,9 @@ int FlacMetadataRead(const char* path, MediaInfo* record) {
         return -1;
     }
     struct stat status;
-    if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) {
+    const bool is_known = stat(path, &status) == 0;
+    if (!is_known) ReadingFailed(errno);
+    if (!is_known || !S_ISREG(status.st_mode)) {
         KOLI_LOG("%s (%d) Stat file error: %s.", path);
         return -1;
     }

@@ -23,9 +23,12 @@ MediaFile::~MediaFile() {
 bool MediaFile::Open(const char* path) {
     ReadingOpen(path);
     descriptor_ = OpenForReading(path);
-    if (descriptor_ < 0) ReadingFailed(errno);
     struct stat status;
-    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) return false;
+    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
+        ReadingFailed(errno);
+        return false;
+    }
+    if (!S_ISREG(status.st_mode)) return false;
     size_ = std::min<int64_t>(status.st_size, kMaxSize);
     return true;
 }

@@ -160,7 +160,10 @@ int ExifFillPhotoRecord(PhotoRecord* record) {
         return -1;
     }
     struct stat file;
-    if (stat(record->path, &file) != 0) return 0;
+    if (stat(record->path, &file) != 0) {
+        ReadingFailed(errno);
+        return 0;
+    }
     if (memory.Recall(file)) return FillFromMemory(record);
     memory.Begin(file);
     const int result = FillFromFile(record);

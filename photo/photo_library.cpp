@@ -8,6 +8,7 @@
 
 #include "base/log.h"
 #include "base/path_names.h"
+#include "base/reading.h"
 #include "index/index_mode.h"
 #include "photo/absence.h"
 #include "photo/caption.h"
@@ -47,7 +48,10 @@ void FillNames(const char* path, PhotoRecord* record) {
 
 /// A look at the picture has failed, with errno set.  A link that leads nowhere is no picture.
 PhotoOutcome OutcomeOfFailure(const char* path) {
-    if (!MeansAbsent(errno)) return PhotoOutcome::kMissed;
+    if (!MeansAbsent(errno)) {
+        ReadingFailed(errno);
+        return PhotoOutcome::kMissed;
+    }
     struct stat status;
     if (lstat(path, &status) == 0) return PhotoOutcome::kLeftOut;
     return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
@@ -105,7 +109,7 @@ PhotoOutcome StorePhoto(const char* path, int mode) {
         outcome = FillTimes(path, &record);
     }
     if (outcome != PhotoOutcome::kStored) {
-        if (outcome != PhotoOutcome::kMissed) KOLIProblemClear(path);
+        PhotoTroubleTell(path, reading);
         return outcome;
     }
     if (PhotoInfoDBSave(&record, mode) != 0) {

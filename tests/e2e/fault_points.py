@@ -258,14 +258,15 @@ class Recorder(Hook):
 
 
 class Blow(Hook):
-    """Meets the call of this number: with a kill, or with an error."""
+    """Meets the call of this number: with a kill, or with an error that such a call may give."""
 
-    def __init__(self, number, verdict):
-        self.number, self.verdict, self.rounds = number, verdict, 0
+    def __init__(self, number, verdict, name):
+        self.number, self.verdict, self.name, self.rounds = number, verdict, name, 0
 
     def entry(self, call):
         self.number -= 1
-        return self.verdict if self.number == -1 else None
+        is_met = self.number == -1 and (self.verdict == KILL or call.name == self.name)
+        return self.verdict if is_met else None
 
     def idle(self):
         """What was kept is tried again when a signal comes, after two quiet ticks."""
@@ -326,18 +327,16 @@ class Points:
         wanted = {f"{P}/{path}": title for path, title in titles.items()} | albums
         return [f"{key}: {found.get(key)}, not {value}" for key, value in wanted.items() if found.get(key) != value]
 
-    def judge(self, asked_again=()):
-        """Until nothing waits any more, then the differences. What could not be read, or whose caption or cover could
-        not, may be asked for again first."""
+    def judge(self, may_sync=False):
+        """Until nothing waits any more, then the differences. What of a share could not be read or written for a moment
+        is asked for again by a sync."""
         try:
             if is_waiting():
                 work_off(self.binary)
         except (TimeoutError, appliance.DaemonGone) as failure:
             return [f"the batch is not worked off: {failure!r}"]
         found = differences(self.expected, outcome())
-        if found and asked_again:
-            paths = [re.sub("/@eaDir(/[^/]+)?.*", r"\1", os.path.realpath(path)) for path in asked_again]
-            appliance.enqueue([f"{'a' if path.endswith(('.mp3', '.jpg')) else 'A'}:{path}" for path in paths])
+        if found and may_sync:
             self.sync()
             found = differences(self.synced, outcome())
         return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
@@ -360,12 +359,12 @@ class Points:
         """The point, and what went astray."""
         call = self.calls[number]
         restore(self.start)
-        blow = Blow(number, verdict)
+        blow = Blow(number, verdict, call.name)
         end = Tracer(self.binary, blow).run()
         self.unreached += blow.number >= 0  # this run made fewer calls
         is_share = verdict != KILL and any(path.startswith(SHARES) for path in call.paths)
         return (f"{name} at call {number}, {call.name}({', '.join(call.paths)})",
-                [f"the daemon {end}"] if end else self.judge(call.paths if is_share else ()))
+                [f"the daemon {end}"] if end else self.judge(is_share))
 
     def kill(self, number):
         return self.hit(number, KILL, "kill -9")
