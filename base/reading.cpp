@@ -16,7 +16,6 @@ int64_t reading_limit = 10'000'000'000;
 namespace {
 
 constexpr const char kModule[] = "reading";
-constexpr const char kCannotBeRead[] = "The file cannot be read";
 constexpr int64_t kSecond = 1'000'000'000;
 
 struct Reading {
@@ -65,14 +64,15 @@ bool ReadingMayGoOn() {
 }
 
 void ReadingFailed(int error) {
-    if (!IsPassingError(error)) return;
+    if (error == 0 || !IsPassingError(error)) return;
     if (!current.has_failed) KOLI_LOG("%s (%d) Failed to read %s: %s", current.path, strerror(error));
-    current.has_failed = true;
-    FileTrouble(kCannotBeRead, error);
+    ReadingFailedUnlogged(error);
 }
 
-void ReadingFailedInChild(int error) {
-    if (IsPassingError(error)) FileTrouble(kCannotBeRead, error);
+void ReadingFailedUnlogged(int error) {
+    if (error == 0 || !IsPassingError(error)) return;
+    current.has_failed = true;
+    FileTrouble("The file cannot be read", error);
 }
 
 bool ReadingIsWhole() {

@@ -25,8 +25,8 @@ bool ReadingMayGoOn();
 /// (base/passing_error.h).  The first one of a file is logged, and is its trouble (base/file_reading.h).
 void ReadingFailed(int error);
 
-/// The same in a child that reads the file, where only the trouble is kept.
-void ReadingFailedInChild(int error);
+/// The same without the line, for callers that have one of their own, and for a child that reads the file.
+void ReadingFailedUnlogged(int error);
 
 /// True while every read of the file succeeded: what was found in it is all that there is to find.
 bool ReadingIsWhole();

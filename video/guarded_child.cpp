@@ -40,7 +40,7 @@ int GuardedChildRun(const std::function<int(pid_t parent)>& body, const WatchSet
     const ProbeMessages messages;
     const Shared<int> trouble;  // errno, 0 = none
     if (!messages.valid() || !trouble.valid()) {
-        ReadingFailed(errno);
+        ReadingFailedUnlogged(errno);
         KOLI_LOG("%s:%d mmap() failed.");
         return -1;
     }
@@ -57,7 +57,7 @@ int GuardedChildRun(const std::function<int(pid_t parent)>& body, const WatchSet
         }
     }
     if (pid < 0) {
-        ReadingFailed(errno);
+        ReadingFailedUnlogged(errno);
         KOLI_LOG("%s:%d fork failed.");
         return -1;
     }

@@ -52,7 +52,7 @@ int MediaInput::Read(void* self, uint8_t* buffer, int size) {
         got = read(static_cast<MediaInput*>(self)->file_, buffer, static_cast<size_t>(size));
     } while (got < 0 && errno == EINTR);
     if (got == 0) return AVERROR_EOF;
-    if (got < 0) ReadingFailedInChild(errno);
+    if (got < 0) ReadingFailedUnlogged(errno);
     return got > 0 ? static_cast<int>(got) : AVERROR(EIO);
 }
 

@@ -30,7 +30,7 @@ constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, ter
 int ProbeInChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent) {
     ChildHeapUseLargePages();
     const int file = OpenRegularForReading(path);  // while there still are the daemon's rights
-    if (file < 0) ReadingFailedInChild(errno);
+    if (file < 0) ReadingFailedUnlogged(errno);
     if (ProbeGuardEnter(file, parent) != 0) return 1;
     if (probe(file, path, record) == 0) return 0;
     KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
@@ -92,7 +92,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
     }
     const Shared<MediaInfo> shared;
     if (!shared.valid()) {
-        ReadingFailed(errno);
+        ReadingFailedUnlogged(errno);
         KOLI_LOG("%s:%d mmap() failed.");
         return -1;
     }
