@@ -10,8 +10,8 @@ namespace koli {
 /// file, or a store that refused a record with its figures (logged).
 int AacFileAdd(const char* path);
 
-/// Runs the decoder on `path`, waits for it, for 90 seconds at most, and fills `duration`, `sample_rate`, `channels` and
-/// `audio_bitrate` from the first line that it prints:
+/// Runs the decoder on `path`, waits for it, for 90 seconds at most, and fills `duration`, `sample_rate`,
+/// `channels` and `audio_bitrate` from the first line that it prints:
 ///
 ///     WORD duration;SECONDS;samplerate;HZ;channel;COUNT;bitrate;BITS_PER_SECOND;
 ///

@@ -231,22 +231,37 @@ TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
                                "metamedia:# fork failed."}));
 }
 
-TEST_F(Probe, AProgramIsKilledWithAllThatItHasStarted) {
-    settings_.poll_limit = 2;
+pid_t* started;  // by the program; -1 = it could not be guarded
+
+TEST_F(Probe, AProgramGoesWithAllThatItHasStarted) {
+    const Shared<pid_t> area;
+    started = area.get();
     settings_.kill_child = ProgramChildKill;
-    const Shared<pid_t> started;
+    settings_.sleep = [](const timespec&, const sigset_t&) {
+        do
+            usleep(1000);
+        while (*started == 0);
+    };
     ASSERT_EQ(ProgramGuardPrepare(), 0);
-    const auto body = [&](pid_t parent) {
-        if (ProgramGuardEnter(parent) != 0) return 1;
-        *started.get() = fork();
-        pause();
+    const auto body = [](pid_t parent) {
+        const pid_t pid = ProgramGuardEnter(parent) == 0 ? fork() : -1;
+        if (pid != 0) *started = pid;
+        for (;;)
+            pause();
         return 0;
     };
-    EXPECT_EQ(GuardedChildRun(body, settings_), -1);
-    ASSERT_GT(*started.get(), 0);
-    for (int i = 0; i < 1000 && IsRunning(*started.get()); ++i)
-        usleep(10000);
-    EXPECT_FALSE(IsRunning(*started.get()));
+    for (const bool at_its_time : {true, false}) {  // or with the daemon
+        settings_.poll_limit = at_its_time ? 2 : UINT32_MAX;
+        *started = 0;
+        const pid_t daemon = StartChild([&] { GuardedChildRun(body, settings_); });
+        settings_.sleep({}, {});
+        ASSERT_GT(*started, 0);
+        if (!at_its_time) kill(daemon, SIGKILL);
+        waitpid(daemon, nullptr, 0);
+        for (int i = 0; i < 1000 && IsRunning(*started); ++i)
+            usleep(10000);
+        EXPECT_FALSE(IsRunning(*started)) << at_its_time;
+    }
 }
 
 // ---- The guard.

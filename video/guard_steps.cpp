@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 
 #include "base/log.h"
 #include "video/landlock.h"
@@ -47,8 +46,8 @@ rlim_t MachineMemory() {
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
-int EndWithParent(pid_t parent) {
-    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) return -1;
+int SignalAtParentsEnd(pid_t parent, int signal) {
+    if (prctl(PR_SET_PDEATHSIG, signal) != 0) return -1;
     if (getppid() == parent) return 0;
     errno = ESRCH;  // it ended before the line above
     return -1;

@@ -23,8 +23,8 @@ rlim_t MachineMemory();
 
 // Each step returns 0, or a negative value with errno set.
 
-/// Ends this process with SIGKILL when `parent` ends, or has ended already.
-int EndWithParent(pid_t parent);
+/// Has `signal` sent to this process when `parent` ends.  Fails when that has ended already.
+int SignalAtParentsEnd(pid_t parent, int signal);
 
 /// Closes everything but the standard three descriptors and `file` (-1: none).
 int CloseInherited(int file);

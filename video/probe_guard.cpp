@@ -2,6 +2,7 @@
 
 #include <sys/prctl.h>
 
+#include <csignal>
 #include <cstring>
 
 #include "base/log.h"
@@ -76,7 +77,7 @@ int ProbeGuardEnter(int file, pid_t parent) {
     // The order matters: descriptors first, so that nothing of the daemon's is open below; the rules for
     // files need a descriptor of their own and system calls that the filter refuses; both need the refusal of
     // new privileges.
-    if (EndWithParent(parent) != 0) return GuardFailed("end with parent");
+    if (SignalAtParentsEnd(parent, SIGKILL) != 0) return GuardFailed("end with parent");
     if (CloseInherited(file) != 0) return GuardFailed("closing");
     if (LimitWork(guard.address_space) != 0) return GuardFailed("limits");
     if (LimitResource(RLIMIT_NPROC, 0) != 0) return GuardFailed("limits");

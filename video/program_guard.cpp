@@ -16,6 +16,11 @@ namespace {
 
 ProbeFilter filter;  // length 0 = not built yet
 
+/// This process's own, with the program.
+void KillGroup(int) {
+    kill(0, SIGKILL);
+}
+
 int RefuseWriting() {
     const int abi = KernelGuardsGet().landlock_abi;
     return abi > 0 ? LandlockRefuseWriting(abi) : 0;
@@ -34,8 +39,9 @@ int ProgramGuardPrepare() {
 }
 
 int ProgramGuardEnter(pid_t parent) {
-    if (EndWithParent(parent) != 0) return GuardFailed("end with parent");
     if (setpgid(0, 0) != 0) return GuardFailed("process group");
+    signal(SIGTERM, KillGroup);
+    if (SignalAtParentsEnd(parent, SIGTERM) != 0) return GuardFailed("end with parent");
     if (CloseInherited(-1) != 0) return GuardFailed("closing");
     if (LimitWork(MachineMemory() / 2) != 0) return GuardFailed("limits");
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return GuardFailed("no new privileges");
