@@ -1,8 +1,11 @@
 // The AAC handler, with a decoder that prints what the media file holds.
 
+#include <random>
+
 #include "index/aac.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
+#include "tools/adts_stream.h"
 
 namespace koli::test {
 
@@ -75,6 +78,52 @@ TEST_F(Aac, ACommandThatDoesNotFitIsNotRun) {
     EXPECT_EQ(ReadFile(marker), "");
     EXPECT_EQ(AacInfoGet("", &record), -1);
     EXPECT_EQ(fake.log[1], "aac:# Bad parameter.");
+}
+
+/// A frame of so many bytes, at 44100 Hz and with two channels.
+std::string AdtsFrame(uint64_t length, std::mt19937* random) {
+    std::string frame = "\xFF\xF1" + Be(0x5080001FFCULL | length << 13, 5);
+    while (frame.size() < length)
+        frame += static_cast<char>((*random)());
+    return frame;
+}
+
+TEST_F(Aac, TheToolCountsEveryWholeFrameAndNoDamagedOne) {
+    std::mt19937 random(5);
+    for (const uint64_t damaged_of : {1000U, 20U, 3U, 2U})
+        for (const int kind : {0, 1, 2, 3}) {
+            std::string bytes = kind == 0 ? "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, '\xFF') : "";
+            AdtsFigures expected, found;
+            for (uint64_t i = 0; i < 300; ++i) {
+                std::string frame = AdtsFrame(300 + random() % 100, &random);
+                const bool is_damaged = i < 299 && i % damaged_of == damaged_of - 1;
+                if (is_damaged && kind == 0) frame[random() % 2] = '\0';
+                if (is_damaged && kind == 1)
+                    frame = AdtsFrame(250 + random() % 40, &random) + frame.substr(290);
+                if (is_damaged && kind == 2)
+                    frame.replace(3, 3, AdtsFrame(405 + random() % 190, &random), 3, 3);
+                if (is_damaged && kind == 3) frame.assign(frame.size(), '\0');
+                bytes += frame;
+                expected.bytes += is_damaged ? 0 : static_cast<int64_t>(frame.size());
+                expected.frames += is_damaged ? 0 : 1;
+            }
+            EXPECT_TRUE(AdtsRead(Write("a.aac", bytes).c_str(), &found));
+            EXPECT_EQ(std::pair(found.frames, found.bytes), std::pair(expected.frames, expected.bytes))
+                << damaged_of << ' ' << kind;
+            EXPECT_EQ(found.ticks, found.frames * 1024 * 640);
+            EXPECT_EQ(AdtsBitrate(found), expected.bytes * 8 * 44100 / (expected.frames * 1024));
+            EXPECT_EQ(std::pair(found.sample_rate, found.channels), std::pair(44100, 2));
+        }
+    std::string junk(200000, '\0');
+    for (char& byte : junk)
+        byte = static_cast<char>(random());
+    AdtsFigures found;
+    EXPECT_FALSE(AdtsRead(Write("junk.aac", junk).c_str(), &found));
+    EXPECT_FALSE(AdtsRead(Write("junk.aac", AdtsFrame(300, &random) + junk).c_str(), &found));
+    EXPECT_TRUE(AdtsRead(Write("cut.aac", AdtsFrame(300, &random)).c_str(), &found));
+    EXPECT_FALSE(AdtsRead(Write("cut.aac", AdtsFrame(300, &random).substr(1)).c_str(), &found));
+    std::filesystem::resize_file("cut.aac", uintmax_t{1} << 40);
+    EXPECT_FALSE(AdtsRead("cut.aac", &found));
 }
 
 }  // namespace koli::test
