@@ -63,7 +63,7 @@ bool ReadingMayGoOn() {
 }
 
 void ReadingFailed(int error) {
-    if (!IsPassingError(error)) return;
+    if (error == 0 || !IsPassingError(error)) return;
     if (!current.has_failed) KOLI_LOG("%s (%d) Failed to read %s: %s", current.path, strerror(error));
     current.has_failed = true;
 }

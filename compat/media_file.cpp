@@ -21,11 +21,12 @@ MediaFile::~MediaFile() {
 }
 
 bool MediaFile::Open(const char* path) {
+    ReadingOpen(path);
     descriptor_ = OpenForReading(path);
+    if (descriptor_ < 0) ReadingFailed(errno);
     struct stat status;
     if (descriptor_ < 0 || fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) return false;
     size_ = std::min<int64_t>(status.st_size, kMaxSize);
-    ReadingOpen(path);
     return true;
 }
 

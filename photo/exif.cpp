@@ -49,9 +49,9 @@ bool Feed(ExifLoader* loader, unsigned char* bytes, size_t size) {
 
 /// Does what exif_loader_write_file does, within kSearchLimit.
 void FeedFile(ExifLoader* loader, const char* path) {
-    const int fd = OpenForReading(path);
-    if (fd < 0) return;
     ReadingOpen(path);
+    const int fd = OpenForReading(path);
+    if (fd < 0) return ReadingFailed(errno);
     unsigned char block[kReadSize];
     for (size_t total = 0; total < kSearchLimit && ReadingMayGoOn();) {
         const ssize_t got = read(fd, block, sizeof block);

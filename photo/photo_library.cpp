@@ -8,6 +8,7 @@
 
 #include "base/log.h"
 #include "base/path_names.h"
+#include "base/reading.h"
 #include "index/index_mode.h"
 #include "photo/absence.h"
 #include "photo/caption.h"
@@ -70,6 +71,7 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
 }
 
 PhotoOutcome FillFromPicture(const char* path, PhotoRecord* record) {
+    ReadingBegin(path);
     ExifFillPhotoRecord(record);
     struct stat status;
     if (stat(path, &status) != 0) return OutcomeOfFailure(path);

@@ -23,9 +23,14 @@ class FileSource : public koli::ByteSource {
 }  // namespace
 
 extern "C" int KOLIIndexImgResGet(const char* path, int* width, int* height) {
-    const koli::RegularFile file(path);
-    if (!file.ok() || width == nullptr || height == nullptr) return -1;
+    if (path == nullptr || width == nullptr || height == nullptr) return -1;
     koli::ReadingOpen(path);
+    errno = 0;
+    const koli::RegularFile file(path);
+    if (!file.ok()) {
+        koli::ReadingFailed(errno);
+        return -1;
+    }
     FileSource source(file);
     koli::ImageSize size;
     if (!koli::ReadImageSize(source, &size)) return -1;
