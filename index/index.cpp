@@ -15,6 +15,7 @@
 #include "index/index_mode.h"
 #include "index/playlist.h"
 #include "photo/photo.h"
+#include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 #include "video/media.h"
@@ -125,7 +126,8 @@ int AddFile(const char* path, const IndexHandler& handler) {
     const char* slash = strrchr(path, '/');
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
-    LogFirstForget();  // the log's first line from here on tells why, if the file cannot be parsed
+    LogFirstForget();           // the log's first line from here on tells why, if the file cannot be parsed
+    reading_tick = KOLIDBTick;  // nothing may keep the databases locked
     ReadingBegin(path);
     const int result = handler.add(path);
     if (result < 0 || (result == 0 && ReadingIsWhole())) return result;
