@@ -6,6 +6,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/foothold.h"
 #include "base/log.h"
 #include "base/path_names.h"
 #include "index/index_mode.h"
@@ -49,13 +50,13 @@ void FillNames(const char* path, PhotoRecord* record) {
 PhotoOutcome OutcomeOfFailure(const char* path) {
     if (!MeansAbsent(errno)) return PhotoOutcome::kMissed;
     struct stat status;
-    if (lstat(path, &status) == 0) return PhotoOutcome::kLeftOut;
+    if (LstatNear(path, &status) == 0) return PhotoOutcome::kLeftOut;
     return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
 }
 
 PhotoOutcome FillSize(const char* path, PhotoRecord* record) {
     struct stat status;
-    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
+    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
     if (status.st_size <= 0 || status.st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
     record->file_size = status.st_size;
     return PhotoOutcome::kStored;
@@ -72,7 +73,7 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
 PhotoOutcome FillFromPicture(const char* path, PhotoRecord* record) {
     ExifFillPhotoRecord(record);
     struct stat status;
-    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
+    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
     if (const char* text = ctime(&status.st_ctime); text != nullptr)
         CopyText(record->ctime, sizeof record->ctime, text);
 

@@ -147,6 +147,7 @@ TEST_F(PhotoResync, SweepsNothingWhenSomethingCannotBeSeen) {
 
 TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
     MakeFile("Trip/new.jpg");
+    const std::string far = "Far" + std::string(250, 'r');  // a foothold is taken there
     const std::pair<const char*, std::function<void()>> events[] = {
         {"", [] {}},
         {"the metadata folder alone", [this] { MakeDir("Trip/@eaDir"), usleep(20'000); }},
@@ -155,6 +156,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         {"into a folder", [this] { std::filesystem::rename(volume_.Path("out"), In("Trip/a.jpg")); }},
         {"a folder", [this] { std::filesystem::rename(In("Trip"), In("Trap")); }},
         {"a folder to come", [this] { std::filesystem::create_directories(In("Zoo/new")); }},
+        {"a folder far down", [&] { std::filesystem::rename(In(far), In("Far")); }},
         {"the volume", [this] { std::filesystem::rename(top_, volume_.Path("out")), MakeDir(""); }},
     };
     for (const auto& [what, event] : events) {
@@ -163,6 +165,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         KOLITruncateTable("photo_info");
         AddPhotos({"gone.jpg gone"});
         PhotoDBExec("INSERT OR IGNORE INTO photo_share (sharename, updated) VALUES ('gone', 1)");
+        if (what == "a folder far down"s) MakeFile(far + "/a/b/new.jpg");
         meanwhile = event;
         const bool is_move = what[0] != '\0' && what[4] != 'm';
         EXPECT_EQ(Swept(), is_move ? "1 1" : "0 0");

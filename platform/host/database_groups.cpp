@@ -186,9 +186,26 @@ int Database::Execute(std::string_view text) {
     return CountWrite(sql_->Execute(text));
 }
 
+bool Database::OpenToRead() {
+    return !IsRefusing() && (IsGroupOpen() || DropUnusable()) && Open();
+}
+
 std::unique_ptr<SqlRows> Database::Query(std::string_view text) {
-    if (IsRefusing() || (!IsGroupOpen() && !DropUnusable()) || !Open()) return nullptr;
+    if (!OpenToRead()) return nullptr;
     std::unique_ptr<SqlRows> rows = sql_->Query(text);
+    if (rows == nullptr) Failed("read from");
+    return rows;
+}
+
+SqlStatement* Database::PrepareQuery(const char* text) {
+    if (!OpenToRead()) return nullptr;
+    SqlStatement* statement = sql_->Kept(text);
+    if (statement == nullptr) Failed("read from");
+    return statement;
+}
+
+std::unique_ptr<SqlRows> Database::Query(SqlStatement& statement) {
+    std::unique_ptr<SqlRows> rows = sql_->Query(statement);
     if (rows == nullptr) Failed("read from");
     return rows;
 }

@@ -3,6 +3,7 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "base/log.h"
@@ -57,19 +58,26 @@ std::string SelectText(const char* table, const Selection& selection) {
     return text;
 }
 
-/// The query of the paths directly inside one folder; "" when the selection is another.
-std::string FolderText(const char* table, const Selection& selection) {
+/// The folder, when the selection is that of the paths directly inside one.
+std::optional<std::string> FolderOf(const Selection& selection) {
     const bool is_ordered = !HasText(selection.order) || strcmp(selection.order, "path asc") == 0;
     if (strcmp(selection.columns, "path") != 0 || !HasText(selection.where) || !is_ordered ||
         selection.limit > 0 || selection.offset > 0)
-        return "";
-    return FolderRowsSql(table, selection.where);
+        return std::nullopt;
+    return FolderOfCondition(selection.where);
+}
+
+std::unique_ptr<SqlRows> RowsInside(const std::string& folder, Database& database, const char* table) {
+    SqlStatement* query = database.PrepareQuery(FolderRowsSql(table));
+    if (query == nullptr) return nullptr;
+    BindFolderRows(*query, folder);
+    return database.Query(*query);
 }
 
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
-    std::string text = FolderText(table, selection);
-    if (text.empty()) text = SelectText(table, selection);
-    std::unique_ptr<SqlRows> rows = db->database.Query(text);
+    const std::optional<std::string> folder = FolderOf(selection);
+    std::unique_ptr<SqlRows> rows =
+        folder ? RowsInside(*folder, db->database, table) : db->database.Query(SelectText(table, selection));
     if (rows == nullptr) return nullptr;
     const int count = rows->count();
     return new KOLIDBRows{db, new KOLIDBResult{std::move(rows)}, -1, count};

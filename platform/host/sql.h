@@ -84,6 +84,8 @@ class Sql {
 
     /// The rows of a query, or null on failure.
     std::unique_ptr<SqlRows> Query(std::string_view text);
+    /// The same of a statement, whose values are then forgotten.
+    std::unique_ptr<SqlRows> Query(SqlStatement& statement);
 
     /// The number in the first field of the first row of a query; -1 on failure.
     int64_t QueryNumber(std::string_view text);
@@ -121,6 +123,7 @@ class Sql {
     bool Configure();
     std::unique_ptr<SqlRows> ChooseLog();
     void Fail();
+    static void Forget(SqlStatement& statement);
     std::unique_ptr<SqlStatement> Prepare(std::string_view text, unsigned flags);
     static int OnAuthorize(void* self, int action, const char* table, const char* column,
                            const char* database, const char* trigger);
