@@ -151,6 +151,10 @@ void Execute(QueueLine* line, int64_t end, int64_t done_before, Fingerprint* exe
     const bool is_unit = (stores & KOLI_PHOTO_DB) != 0 && IsUnit(*line);
     if (is_unit) PhotoDBUnitBegin();
     QueueLineExecute(line, stores);
+    if (is_unit)
+        CaptionRemovalsNote();
+    else
+        CaptionRemovalsRun();
     if ((stores & KOLI_PHOTO_DB) != 0 && executed->Advance(end)) PhotoDBMarkSet(&executed->mark());
     if (is_unit) {
         PhotoDBUnitEnd(1);
@@ -172,6 +176,7 @@ void RepeatForMediaStore(QueueLine* line) {
 BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, bool is_patient) {
     const int64_t done_before = is_repeated ? DoneBefore(fileno(batch)) : 0;
     if (done_before < 0) return BatchEnd::kUnread;
+    if (done_before > 0) CaptionRemovalsRecall();
     const LaterRenamesScope later_renames(batch, queue);
     Fingerprint executed(fileno(batch));
     QueueLine line;

@@ -54,7 +54,6 @@ CaptionHold::~CaptionHold() {
 void CaptionHold::Release() {
     for (; count_ > 0; --count_)
         CaptionRemovalAdd(paths_[count_ - 1], identities_[count_ - 1]);
-    CaptionRemovalsRun();
 }
 
 void CaptionHold::Note(const char* caption_path, const CaptionIdentity& identity) {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "base/path_names.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -95,10 +96,14 @@ int PhotoDBMarkRemove(void) {
     return 0;
 }
 
-int PhotoDBSettingGet(const char*, char*, int) {
-    return 1;
+int PhotoDBSettingGet(const char* name, char* value, int size) {
+    const auto found = fake.settings.find(name);
+    if (found == fake.settings.end()) return 1;
+    koli::CopyText(value, static_cast<size_t>(size), found->second.c_str());
+    return 0;
 }
-int PhotoDBSettingSet(const char*, const char*) {
+int PhotoDBSettingSet(const char* name, const char* value) {
+    fake.settings[name] = value;
     return 0;
 }
 

@@ -1,5 +1,6 @@
 // Albums follow the directories of the photo share, and no album becomes more public on the way.
 #include "photo/photo_share.h"
+#include "photo/caption.h"
 
 #include "tests/photo_sandbox.h"
 
@@ -43,6 +44,7 @@ TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
     EXPECT_EQ(Update("A"), 0);
     const std::string flag = MakeFile("@eaDir/B/KOLIPHOTO:PUBLIC", "0");
     EXPECT_EQ(Update("B"), 0);
+    CaptionRemovalsRun();
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
     EXPECT_EQ(Photo("SELECT shareid || sharename || public || enabled || is_subdir || updated AS v"
                     " FROM photo_share"),
@@ -50,6 +52,7 @@ TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
 
     MakeFile("@eaDir/B/KOLIPHOTO:PUBLIC", "1");  // there is one already: it takes the flag, and keeps its own
     EXPECT_EQ(Update("B"), -1);
+    CaptionRemovalsRun();
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
     MakeDir("@eaDir/C/KOLIPHOTO:PUBLIC");  // who knows what it says?
     EXPECT_EQ(Update("C"), -1);
