@@ -85,6 +85,8 @@ TEST_F(Batch, EndsWhenBothDatabasesRefuse) {
     fake.refusing = KOLI_PHOTO_DB | KOLI_MEDIA_DB;
     EXPECT_EQ(Run(), Lines{"KOLIDBSync"});
     EXPECT_TRUE(Exists("queue.tmp"));
+    EXPECT_NE(ReadFile("state").find("\ndatabase=media.db, photo.db\nreason=fake refusal\n"),
+              std::string::npos);
 }
 
 TEST_F(Batch, ExecutedAgainItSparesThePhotoDatabaseWhatThatHasAlready) {
