@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <thread>
 
@@ -198,6 +199,21 @@ TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
     for (const char* end : {"", "\n"})
         EXPECT_EQ(Calls("N:" + to + ":" + from + end),
                   (Lines{"IndexWalk " + from + " 2 1", "IndexWalk " + to + " 1 1"}));
+}
+
+TEST_F(Batch, AFolderThatHasMovedOnIsKnownByWhatIsStoredBelowIt) {
+    const std::string to = "vol00001/photo/b", from = "vol00001/photo/a";
+    for (const int table : {-1, 0, 1, 2}) {
+        fake.table_with_rows = table;
+        const Lines calls = Calls("N:" + to + ":" + from + "\n");
+        const std::string wanted = "PhotoPathRename " + to + " " + from + (table < 0 ? " 0" : " 1");
+        EXPECT_NE(std::find(calls.begin(), calls.end(), wanted), calls.end()) << table;
+    }
+}
+
+TEST_F(Batch, WhatIsThrownIntoTheBinIsNotStoredThere) {
+    EXPECT_EQ(Calls("N:/volume1/music/#recycle/x.mp3:/volume1/music/x.mp3\n"),
+              (Lines{"IndexOnePath /volume1/music/x.mp3 2", "IndexWalk /volume1/music/x.mp3 2 1"}));
 }
 
 TEST_F(Batch, WhatCannotBeLookedAtIsNotRemoved) {

@@ -135,9 +135,11 @@ int KOLIUpdatePhotoPath(const PhotoPathList*, const char* new_path, const char* 
 
 KOLIDBRows* PhotoInfoDBOpen(int table, const char*, const char* where, int, const char*, int, int) {
     Record(__func__, table, where);
-    return nullptr;
+    return table == fake.table_with_rows ? new KOLIDBRows{nullptr, nullptr, -1, 1} : nullptr;
 }
-void PhotoInfoDBClose(KOLIDBRows*) {}
+void PhotoInfoDBClose(KOLIDBRows* rows) {
+    delete rows;
+}
 int KOLIDBFetchRow(KOLIDBResult*, int*) {
     return -1;
 }

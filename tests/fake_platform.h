@@ -36,6 +36,7 @@ struct FakePlatform {
     int refusing = 0;                             ///< KOLIDBRefusing
     std::set<std::string> unsaved;                ///< paths that MediaRebuildSavedLast does not know
     KOLIBatchMark mark{};                         ///< of the photo database
+    int table_with_rows = -1;                     ///< that PhotoInfoDBOpen finds one row in
     std::map<std::string, std::string> settings;  ///< of the photo database
 };
 
