@@ -97,6 +97,16 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
     return buffer[0] == '\0' || buffer[0] == '\n' ? -1 : 0;
 }
 
+bool CaptionWaits(const char* path) {
+    for (const char* stream : {kTitleStream, kDescriptionStream}) {
+        char caption_path[kCaptionPathSize];
+        if (KOLIEAPath(path, stream, caption_path, sizeof caption_path) == 0 &&
+            BlKLIBFileExist(caption_path) != 0)
+            return true;
+    }
+    return false;
+}
+
 int CaptionTitleGet(const char* path, PhotoRecord* record) {
     if (path == nullptr || record == nullptr) {
         KOLI_LOG("%s:%d Bad parameters.");

@@ -64,6 +64,9 @@ void CaptionRemovalsRecall();
 /// link, and a file that could not be read, is kept).
 int CaptionRead(const char* path, const char* stream, char* buffer, int size);
 
+/// Whether a title or a description is there for the picture.
+bool CaptionWaits(const char* path);
+
 /// Take the title or description that waits for the picture into its record.  Return 1 when there was one,
 /// else 0 (the record is then unchanged).  A null argument is logged.
 int CaptionTitleGet(const char* path, PhotoRecord* record);

@@ -132,7 +132,8 @@ TEST_F(Batch, WaitingRenamesAreKnownWhileTheFileGrows) {
         EXPECT_TRUE(renames.Holds("queue", begin, path)) << path;
     Write("queue", "N:/x:/y\n");
     EXPECT_FALSE(renames.Holds("queue", 0, "/late") || renames.Holds("queue", 0, nullptr));
-    EXPECT_FALSE(renames.Holds("none", 0, "/y"));
+    EXPECT_FALSE(renames.Holds("none", 0, "/y") || renames.Brings("queue", 0, "/y"));
+    EXPECT_TRUE(renames.Brings("queue", 0, "/x/z") && !renames.Brings("queue", 1, "/x"));
 }
 
 struct HeldBatch : Batch {

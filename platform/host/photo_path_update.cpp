@@ -59,12 +59,12 @@ bool HasRow(const std::string& path) {
 
 /// A file that still stands where its row says keeps it in two cases: the row is a neighbour's, whose name
 /// only begins like the one that was renamed ("Trip 2" beside "Trip"); or there is a row at the new path, for
-/// then the rename has been done before.  A file that cannot be looked at may stand.  A neighbour that has
-/// gone to another name waits for its own request.
+/// then the rename has been done before.  A file that cannot be looked at may stand; one that a later request
+/// brings is another one.  A neighbour that has gone to another name waits for its own request.
 bool Stays(const char* path, const std::string& to, size_t old_length) {
     const bool is_neighbour = path[old_length] != '\0' && path[old_length] != '/';
-    if (KLIBPathLook(path) != KLIB_PATH_ABSENT) return is_neighbour || HasRow(to);
-    return is_neighbour && IsRenamedLater(path);
+    if (KLIBPathLook(path) == KLIB_PATH_ABSENT) return is_neighbour && IsRenamedLater(path);
+    return is_neighbour || (HasRow(to) && !IsBroughtLater(path));
 }
 
 /// A row whose new path does not fit into a record is removed: no index of the new place would have it.
