@@ -143,11 +143,26 @@ void MoveVideoTexts(const Move& move) {
     VideoDescPathRename(KOLI_VIDEO_COMMENT, move.new_path, move.old_path);
 }
 
+/// A folder that is no album may get the name of one: that of other pictures, which has not gone yet; or its
+/// own, when the request comes twice, but then it has no picture left to move.
+bool MayBecomeAlbum(const Move& move) {
+    if (move.old_path == nullptr || move.new_kind != KLIB_PATH_DIRECTORY) return false;
+    if (strncmp(move.new_path, move.old_path, kShareTopLength + 1) != 0 || IsKnownAlbum(move.old_path))
+        return false;
+    return !IsKnownAlbum(move.new_path) || HasRowsBelow(KOLI_PHOTO_INFO, move.old_path);
+}
+
+void MoveFolder(const Move& move) {
+    const bool may_become_album = MayBecomeAlbum(move);
+    PhotoPathRename(move.new_path, move.old_path, 1);
+    PhotoShareRename(move.new_path, move.old_path);
+    if (may_become_album) AlbumRestrictToOrigin(move.new_path, move.old_path);
+    if (support_vidora == 1) MoveVideoTexts(move);
+}
+
 void MoveInPhotoLibrary(const Move& move) {
     if (IsFolderMove(move)) {
-        PhotoPathRename(move.new_path, move.old_path, 1);
-        PhotoShareRename(move.new_path, move.old_path);
-        if (support_vidora == 1) MoveVideoTexts(move);
+        MoveFolder(move);
     } else {
         PhotoPathRename(move.new_path, move.old_path, 0);
         if (support_vidora == 1 && BlKOLIIndexIsVideoOnWebFile(move.new_path) != 0) MoveVideoTexts(move);
