@@ -8,6 +8,7 @@
 #include "base/log.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/folder_rows.h"
+#include "platform/host/guard.h"
 #include "platform/host/schema.h"
 #include "platform/host/sql_dialect.h"
 #include "platform/kolidb.h"
@@ -26,13 +27,13 @@ namespace {
 constexpr const char kModule[] = "kolidb";
 
 KOLIDB* MediaConnection() {
-    static auto* const db = new KOLIDB{MediaDatabase()};
-    return db;
+    static KOLIDB db{MediaDatabase()};
+    return &db;
 }
 
 KOLIDB* PhotoConnection() {
-    static auto* const db = new KOLIDB{PhotoDatabase()};
-    return db;
+    static KOLIDB db{PhotoDatabase()};
+    return &db;
 }
 
 struct Selection {
@@ -67,12 +68,15 @@ std::string FolderText(const char* table, const Selection& selection) {
 }
 
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
-    std::string text = FolderText(table, selection);
-    if (text.empty()) text = SelectText(table, selection);
-    std::unique_ptr<SqlRows> rows = db->database.Query(text);
-    if (rows == nullptr) return nullptr;
-    const int count = rows->count();
-    return new KOLIDBRows{db, new KOLIDBResult{std::move(rows)}, -1, count};
+    return Guarded(db->database, [&]() -> KOLIDBRows* {
+        std::string text = FolderText(table, selection);
+        if (text.empty()) text = SelectText(table, selection);
+        auto result = std::make_unique<KOLIDBResult>(db->database.Query(text));
+        if (result->rows == nullptr) return nullptr;
+        auto rows = std::make_unique<KOLIDBRows>(db, nullptr, -1, result->rows->count());
+        rows->result = result.release();
+        return rows.release();
+    });
 }
 
 }  // namespace
@@ -122,7 +126,7 @@ int KOLIDBExecute(KOLIDB* db, const char* sql, KOLIDBResult** result) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0;
+    return Guarded(db->database, [=] { return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0; });
 }
 
 const char* KOLIDBErrorGet(KOLIDB* db) {
