@@ -1,6 +1,7 @@
 #include "platform/host/database_groups.h"
 
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "base/log.h"
@@ -56,6 +57,19 @@ void Database::Refuse(const std::string& reason) {
     if (IsGroupOpen()) sql_->Execute("ROLLBACK");
     savepoints_ = 0;
     note_name_ = nullptr;
+}
+
+/// What needs memory itself is tried, no more: without its connection the group is lost as well.
+void Database::RefuseForMemory() noexcept {
+    refusal_ = "out of memory";  // short enough to need none
+    savepoints_ = 0;
+    note_name_ = nullptr;
+    LogError("%s (%d) Out of memory: %s takes no more changes.", kModule, __LINE__, file_name_);
+    try {
+        if (IsGroupOpen()) sql_->Execute("ROLLBACK");
+    } catch (const std::bad_alloc&) {
+    }
+    if (IsGroupOpen()) sql_.reset();
 }
 
 /// Keeps and logs the reason of a failure; true when it passes.

@@ -30,6 +30,8 @@ class Database {
     /// Why the database takes nothing more until the next BeginBatch; "" when it does.
     const char* refusal() const { return refusal_.c_str(); }
     bool IsRefusing() const { return !refusal_.empty(); }
+    /// Memory has run out inside an operation, which has left it half done: the open group is lost.
+    void RefuseForMemory() noexcept;
 
     /// The kept statement of `text` (which must live as long as the program), to be filled in and run next,
     /// within a group.  Null on failure.

@@ -9,6 +9,7 @@
 #include "base/log.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/folder_rows.h"
+#include "platform/host/guard.h"
 #include "platform/host/schema.h"
 #include "platform/host/sql_dialect.h"
 #include "platform/kolidb.h"
@@ -27,13 +28,13 @@ namespace {
 constexpr const char kModule[] = "kolidb";
 
 KOLIDB* MediaConnection() {
-    static auto* const db = new KOLIDB{MediaDatabase()};
-    return db;
+    static KOLIDB db{MediaDatabase()};
+    return &db;
 }
 
 KOLIDB* PhotoConnection() {
-    static auto* const db = new KOLIDB{PhotoDatabase()};
-    return db;
+    static KOLIDB db{PhotoDatabase()};
+    return &db;
 }
 
 struct Selection {
@@ -75,12 +76,16 @@ std::unique_ptr<SqlRows> RowsInside(const std::string& folder, Database& databas
 }
 
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
-    const std::optional<std::string> folder = FolderOf(selection);
-    std::unique_ptr<SqlRows> rows =
-        folder ? RowsInside(*folder, db->database, table) : db->database.Query(SelectText(table, selection));
-    if (rows == nullptr) return nullptr;
-    const int count = rows->count();
-    return new KOLIDBRows{db, new KOLIDBResult{std::move(rows)}, -1, count};
+    return Guarded(db->database, [&]() -> KOLIDBRows* {
+        const std::optional<std::string> folder = FolderOf(selection);
+        auto result =
+            std::make_unique<KOLIDBResult>(folder ? RowsInside(*folder, db->database, table)
+                                                  : db->database.Query(SelectText(table, selection)));
+        if (result->rows == nullptr) return nullptr;
+        auto rows = std::make_unique<KOLIDBRows>(db, nullptr, -1, result->rows->count());
+        rows->result = result.release();
+        return rows.release();
+    });
 }
 
 }  // namespace
@@ -130,7 +135,7 @@ int KOLIDBExecute(KOLIDB* db, const char* sql, KOLIDBResult** result) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0;
+    return Guarded(db->database, [=] { return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0; });
 }
 
 const char* KOLIDBErrorGet(KOLIDB* db) {

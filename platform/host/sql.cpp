@@ -166,12 +166,14 @@ void Sql::WaitForLocks(int ms) {
 // ---- Statements
 
 /// Called while a statement is prepared, once for each thing that it will do; notes the table that it
-/// changes.
+/// changes.  Nothing may be thrown through the engine.
 int Sql::OnAuthorize(void* self, int action, const char* table, const char*, const char*,
-                     const char* trigger) {
+                     const char* trigger) try {
     const bool changes = action == SQLITE_INSERT || action == SQLITE_UPDATE || action == SQLITE_DELETE;
     if (changes && trigger == nullptr && table != nullptr) static_cast<Sql*>(self)->prepared_table_ = table;
     return SQLITE_OK;
+} catch (const std::bad_alloc&) {
+    return SQLITE_DENY;
 }
 
 std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags) {
@@ -184,7 +186,9 @@ std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags
         Fail();
         return nullptr;
     }
+    std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> owner(handle, &sqlite3_finalize);
     std::unique_ptr<SqlStatement> statement(new SqlStatement(handle, prepared_table_));
+    owner.release();
     if (handle == nullptr || !IsOnlyBlank(tail, text.data() + text.size())) {
         error_ = handle == nullptr ? "no statement" : "more than one statement";
         error_code_ = SQLITE_MISUSE;

@@ -119,7 +119,7 @@ class Sql {
     bool FailedForNow() const;
 
   private:
-    explicit Sql(ChangeListener changed) : changed_(changed) {}
+    explicit Sql(ChangeListener changed) : changed_(changed) { prepared_table_.reserve(kNameSize); }
     bool Configure();
     std::unique_ptr<SqlRows> ChooseLog();
     void Fail();
@@ -135,7 +135,8 @@ class Sql {
     std::string prepared_table_;  // set by OnAuthorize while a statement is prepared
     std::string error_;
     int error_code_ = 0;
-    int error_number_ = 0;  // errno of the system call behind it, 0 = none
+    static constexpr size_t kNameSize = 64;  // of our tables' names, at most
+    int error_number_ = 0;                   // errno of the system call behind it, 0 = none
 };
 
 }  // namespace koli::host
