@@ -8,4 +8,8 @@ namespace koli {
 /// not there, not permitted, of another kind.
 bool IsPassingError(int error);
 
+/// Whether something stands at `path` (links followed), or may stand there: the look failed for a reason that
+/// passes.
+bool MayExist(const char* path);
+
 }  // namespace koli

@@ -1,7 +1,6 @@
 #include "daemon/daemon.h"
 
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,6 +12,7 @@
 
 #include "base/features.h"
 #include "base/log.h"
+#include "base/passing_error.h"
 #include "daemon/kept_batch.h"
 #include "daemon/loop.h"
 #include "daemon/pid_file.h"
@@ -37,11 +37,6 @@ sigset_t DaemonSignals() {
 
 int FeatureSwitch(const char* key) {
     return BlKOLIFileCheckKeyValue(paths::kDefaults, key, "yes", 0) != 0 ? 1 : 0;
-}
-
-bool Exists(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
 }
 
 }  // namespace
@@ -100,8 +95,8 @@ void FeaturesRead() {
 
 void LeftoversRun() {
     BatchForget(paths::kState);  // of an earlier daemon
-    if (Exists(paths::kBatch)) ProcessIndexQueue();
-    if (Exists(paths::kQueue)) ProcessIndexQueue();
+    if (MayExist(paths::kBatch)) ProcessIndexQueue();
+    if (MayExist(paths::kQueue)) ProcessIndexQueue();
 }
 
 void DaemonRun() {

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "base/log.h"
 #include "base/open_file.h"
@@ -31,18 +32,6 @@ constexpr int kTakeOverAttempts = 16;
 constexpr int kTornLinePatience = 300;  // seconds that a writer may take over its last line
 constexpr QueueFiles kQueueFiles{paths::kQueue, paths::kBatch, paths::kState,
                                  "rm -rf /var/spool/koli_indexing_queue.tmp"};
-
-bool Exists(const char* path) {
-    struct stat status;
-    return stat(path, &status) == 0;
-}
-
-/// Whether a batch is pending, or may be: taking the queue over would replace one that could not be looked at
-/// now.
-bool IsPending(const char* batch) {
-    struct stat status;
-    return stat(batch, &status) == 0 || IsPassingError(errno);
-}
 
 /// Puts the entries of the folder that holds `path` on the disk.
 void SyncFolderOf(const char* path) {
@@ -113,9 +102,16 @@ void RemoveBatch(const QueueFiles& files) {
 }
 
 void KeepRefused(const QueueFiles& files) {
-    const bool is_media = (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0;
-    BatchKeep(files.state, is_media ? "media.db" : "photo.db",
-              KOLIDBRefusalGet(is_media ? KOLI_MEDIA_DB : KOLI_PHOTO_DB));
+    std::string names, reasons;
+    const auto add = [](const std::string& text, std::string* list) {
+        if (*list != text) *list += (list->empty() ? "" : ", ") + text;
+    };
+    for (const auto& [database, name] : {std::pair{KOLI_MEDIA_DB, "media.db"}, {KOLI_PHOTO_DB, "photo.db"}}) {
+        if ((KOLIDBRefusing() & database) == 0) continue;
+        add(name, &names);
+        add(KOLIDBRefusalGet(database), &reasons);
+    }
+    BatchKeep(files.state, names.c_str(), reasons.c_str());
 }
 
 /// The batch goes when its work is on the disk.
@@ -157,7 +153,7 @@ void ProcessQueueFiles(const QueueFiles& files) {
     KOLIIndexMusicTableDirtySet(0);
     KOLIIndexVideoTableDirtySet(0);
     KOLIDBBatchBegin();
-    const bool is_repeated = IsPending(files.batch);
+    const bool is_repeated = MayExist(files.batch);  // taking over would replace it
     if (!is_repeated) TakeOver(files);
     FILE* batch = OpenBatch(files);
     if (batch == nullptr) return;
@@ -178,7 +174,7 @@ void ProcessQueueFiles(const QueueFiles& files) {
 void ProcessIndexQueue() {
     const bool was_kept = IsBatchKept();
     ProcessQueueFiles(kQueueFiles);
-    if (was_kept && !IsBatchKept() && Exists(kQueueFiles.queue)) ProcessQueueFiles(kQueueFiles);
+    if (was_kept && !IsBatchKept() && MayExist(kQueueFiles.queue)) ProcessQueueFiles(kQueueFiles);
 }
 
 }  // namespace koli

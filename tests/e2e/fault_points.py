@@ -19,7 +19,8 @@ from tracer import KILL, Hook, Tracer
 P, V, M = "/volume1/photo", "/volume1/video", "/volume1/music"
 SHARES = ("/volume1", "/var/services")
 ROOTS = (appliance.STORE, "/var/spool", P, V, M)
-SAME_FILE = "/var/queue"  # a batch that a disk brings back is the same file, by its inode
+BATCH_FILES = {appliance.QUEUE, appliance.BATCH}
+SAME_FILE = "/var/queue-"  # a batch that a disk brings back is the same file, by its inode; told by its content
 PICTURES = [f"photo/Family/IMG_300{number}.jpg" for number in range(3)]
 SONG, SUBTITLES = "music/Blue Harbour/01 First Light.mp3", "video/Formats/clip.srt"
 
@@ -137,13 +138,27 @@ def a_chain():
     yield [f"A:{P}"]
     album("A", "f", 1)
     os.rename(f"{P}/A", f"{P}/Y")
-    yield [f"N:{P}/X:{P}/A", f"N:{P}/Y:{P}/X"]
-    return {"Y/x.jpg": "moved twice"}, {"Y": ("f", {1})}
+    put(f"{P}/New/z.jpg", title="new")  # its captions are taken by the rename
+    hand_over(f"{P}/New", "PUBLIC", "1\n")
+    yield [f"N:{P}/X:{P}/A", f"N:{P}/Y:{P}/X", f"N:{P}/New:{P}/Z"]
+    return {"Y/x.jpg": "moved twice", "New/z.jpg": "new"}, {"Y": ("f", {1}), "New": ("t", set())}
+
+
+def new_requests_beside_a_kept_batch():
+    put(f"{P}/A/x.jpg", title="first")
+    yield [f"A:{P}"]
+    album("A", "f", 1)
+    os.rename(f"{P}/A", f"{P}/B")
+    with open(appliance.BATCH, "w") as kept:
+        kept.write(f"N:{P}/B:{P}/A\n")
+    put(f"{P}/A/x.jpg", PICTURES[1], "second")
+    yield [f"A:{P}/A"]
+    return {"A/x.jpg": "second", "B/x.jpg": "first"}, {"A": ("f", set()), "B": ("f", {1})}
 
 
 BATCHES = {batch.__name__: batch for batch in (
     a_name_used_again, swapped_folders, a_truncation, a_folder_in_the_place_of_a_renamed_one, removals, rebuilds,
-    a_first_index, a_chain)}
+    a_first_index, a_chain, new_requests_beside_a_kept_batch)}
 
 # ---- The machine's state
 
@@ -174,9 +189,10 @@ def restore(state):
         if content is None:
             os.mkdir(path)
             continue
-        if path in (appliance.QUEUE, appliance.BATCH):
-            with open(SAME_FILE, "ab"):
-                os.link(SAME_FILE, path)
+        if path in BATCH_FILES:
+            same = SAME_FILE + hashlib.md5(content).hexdigest()
+            with open(same, "ab"):
+                os.link(same, path)
         with open(path, "wb") as file:
             file.write(content)
     for path, (_, changed) in state.items():
@@ -235,7 +251,7 @@ class Recorder(Hook):
 
     def entry(self, call):
         self.disk.before(call)
-        if self.calls or appliance.QUEUE in call.paths:
+        if self.calls or BATCH_FILES.intersection(call.paths):
             self.calls.append(call)
 
     def exit(self, call, result):

@@ -162,7 +162,7 @@ class Tracer:
     def at_entry(self, pid, number, arguments):
         name, kind = CALLS.get(number, (str(number), "-"))
         call = Call(pid, name, arguments, paths_of(pid, kind, arguments))
-        if appliance.QUEUE in call.paths:
+        if {appliance.QUEUE, appliance.BATCH}.intersection(call.paths):
             self.daemon = self.daemon or pid
         verdict = None
         if pid == self.daemon and number in PAUSES and self.is_long(pid, arguments[PAUSES[number]]):
