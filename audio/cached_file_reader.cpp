@@ -8,7 +8,6 @@
 
 #include "base/open_file.h"
 #include "base/reading.h"
-#include "platform/kolidb.h"
 
 namespace koli {
 namespace {
@@ -28,7 +27,6 @@ int64_t ReadOnce(CachedFileReader* reader, int64_t offset, void* bytes, int64_t 
         reader->end_of_file = 0;
         return -1;
     }
-    KOLIDBTick();  // a file that takes long must not keep the databases locked
     ssize_t count = 0;
     do {
         count = pread(fileno(reader->fp), bytes, static_cast<size_t>(length), offset);

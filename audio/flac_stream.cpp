@@ -33,11 +33,12 @@ size_t FlacStream::Read(uint8_t* bytes, size_t count) {
 }
 
 void FlacStream::LookForTag(const uint8_t* bytes, size_t count) {
-    for (size_t i = 0; i < count && !may_be_in_tag; ++i) {
-        may_be_in_tag = before[0] == 'I' && before[1] == 'D' && bytes[i] == '3';
-        before[0] = before[1];
-        before[1] = bytes[i];
-    }
+    if (count == 0) return;
+    const uint8_t seam[] = {before[0], before[1], bytes[0], count > 1 ? bytes[1] : uint8_t{0}};
+    may_be_in_tag =
+        memmem(seam, sizeof seam, "ID3", 3) != nullptr || memmem(bytes, count, "ID3", 3) != nullptr;
+    before[0] = count > 1 ? bytes[count - 2] : before[1];
+    before[1] = bytes[count - 1];
 }
 
 FLAC__StreamDecoderReadStatus OnRead(const FLAC__StreamDecoder* decoder, FLAC__byte bytes[], size_t* count,
@@ -46,7 +47,7 @@ FLAC__StreamDecoderReadStatus OnRead(const FLAC__StreamDecoder* decoder, FLAC__b
     const bool searches = FLAC__stream_decoder_get_state(decoder) == FLAC__STREAM_DECODER_SEARCH_FOR_METADATA;
     if (!searches) stream->may_be_in_tag = true;
     *count = stream->Read(bytes, *count);
-    if (searches) stream->LookForTag(bytes, *count);
+    if (!stream->may_be_in_tag) stream->LookForTag(bytes, *count);
     if (*count > 0) return FLAC__STREAM_DECODER_READ_STATUS_CONTINUE;
     return stream->position >= stream->file.size() ? FLAC__STREAM_DECODER_READ_STATUS_END_OF_STREAM
                                                    : FLAC__STREAM_DECODER_READ_STATUS_ABORT;

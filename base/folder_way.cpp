@@ -3,6 +3,8 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include "base/foothold.h"
+
 namespace koli {
 
 bool IsOnTheWay(const FolderWay* way, dev_t device, ino_t inode) {
@@ -14,7 +16,7 @@ bool IsOnTheWay(const FolderWay* way, dev_t device, ino_t inode) {
 bool IsLink(unsigned char type, const char* path) {
     if (type != DT_UNKNOWN) return type == DT_LNK;
     struct stat status;
-    return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+    return LstatNear(path, &status) == 0 && S_ISLNK(status.st_mode);
 }
 
 }  // namespace koli

@@ -6,13 +6,15 @@
 
 #include <cerrno>
 
+#include "base/foothold.h"
+
 namespace koli {
 
 int OpenForReading(const char* path) {
     constexpr int kFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY;
-    const int fd = open(path, kFlags | O_NONBLOCK);
+    const int fd = OpenNear(path, kFlags | O_NONBLOCK);
     // With O_NONBLOCK a leased file is refused instead of waited for.
-    return fd < 0 && errno == EWOULDBLOCK ? open(path, kFlags) : fd;
+    return fd < 0 && errno == EWOULDBLOCK ? OpenNear(path, kFlags) : fd;
 }
 
 int OpenRegularForReading(const char* path) {

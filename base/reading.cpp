@@ -12,6 +12,7 @@
 namespace koli {
 
 int64_t reading_limit = 10'000'000'000;
+void (*reading_tick)() = nullptr;
 
 namespace {
 
@@ -51,6 +52,7 @@ void ReadingOpen(const char* path) {
 /// nothing, tells when it is worth asking for the other.
 bool ReadingMayGoOn() {
     if (current.is_spent) return false;
+    if (reading_tick != nullptr) reading_tick();
     const int64_t now = Now(CLOCK_MONOTONIC);
     if (now < current.next_look) return true;
     const int64_t used = Now(CLOCK_PROCESS_CPUTIME_ID) - current.begun;

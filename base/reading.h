@@ -11,6 +11,9 @@ namespace koli {
 /// Nanoseconds of this process's processor time that the reading of one file may take.  Tests set it.
 extern int64_t reading_limit;
 
+/// Called before each read when it is set: what must not wait for a file that takes long.
+extern void (*reading_tick)();
+
 /// Begins a file: what its readers use and meet is counted from here on.  FileReading calls it.
 void ReadingBegin(const char* path);
 

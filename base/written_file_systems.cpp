@@ -20,14 +20,6 @@ struct WrittenFileSystem {
 WrittenFileSystem written[kMostFileSystems];
 size_t written_count = 0;
 
-bool SyncAndClose(int fd) {
-    const bool is_synced = syncfs(fd) == 0;
-    const int error = errno;
-    close(fd);
-    errno = error;
-    return is_synced;
-}
-
 }  // namespace
 
 void FileSystemWritten(dev_t device, const char* path) {
@@ -37,17 +29,27 @@ void FileSystemWritten(dev_t device, const char* path) {
     const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return;
     if (written_count == kMostFileSystems) {
-        SyncAndClose(fd);
+        syncfs(fd);
+        close(fd);
     } else {
         written[written_count++] = {device, fd};
     }
 }
 
 bool WrittenFileSystemsSync() {
-    bool are_synced = true;
-    while (written_count > 0)
-        are_synced = SyncAndClose(written[--written_count].fd) && are_synced;
-    return are_synced;
+    size_t failed = 0;
+    int error = 0;
+    for (size_t i = 0; i < written_count; ++i) {
+        if (syncfs(written[i].fd) == 0) {
+            close(written[i].fd);
+        } else {
+            error = errno;
+            written[failed++] = written[i];
+        }
+    }
+    written_count = failed;
+    errno = error;
+    return failed == 0;
 }
 
 }  // namespace koli

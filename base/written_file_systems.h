@@ -10,7 +10,7 @@ namespace koli {
 void FileSystemWritten(dev_t device, const char* path);
 
 /// Puts all that was noted on the disk, one call for each file system, and forgets it.  False with errno set
-/// when one of them could not be synced.
+/// when one of them could not be synced: that one is synced again the next time.
 bool WrittenFileSystemsSync();
 
 }  // namespace koli

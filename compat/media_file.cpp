@@ -23,6 +23,7 @@ MediaFile::~MediaFile() {
 bool MediaFile::Open(const char* path) {
     ReadingOpen(path);
     descriptor_ = OpenForReading(path);
+    if (descriptor_ < 0) ReadingFailed(errno);
     struct stat status;
     if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
         ReadingFailed(errno);

@@ -116,24 +116,31 @@ struct Waiting {
     std::string batch;  // opened by this name, the batch has a position of its own
     int64_t begin;      // of the next line there
     const char* queue;
+    bool is_new;  // to the photo database: no line at work has been executed there before
     WaitingRenames in_batch, in_queue;
 };
-Waiting waiting{"", 0, nullptr, {}, {}};
+Waiting waiting{"", 0, nullptr, false, {}, {}};
 
 bool IsRenamedByWaiting(const char* path) {
     return waiting.in_batch.Holds(waiting.batch.c_str(), waiting.begin, path) ||
            waiting.in_queue.Holds(waiting.queue, 0, path);
 }
 
-/// Answers IsRenamedLater as long as it lives.
+/// Of a batch that may have been executed before nobody knows what stands where because of which line.
+bool IsBroughtByWaiting(const char* path) {
+    return waiting.is_new && (waiting.in_batch.Brings(waiting.batch.c_str(), waiting.begin, path) ||
+                              waiting.in_queue.Brings(waiting.queue, 0, path));
+}
+
+/// Answers IsRenamedLater and IsBroughtLater as long as it lives.
 struct LaterRenamesScope {
-    LaterRenamesScope(FILE* batch, const char* queue) {
-        waiting = {"/proc/self/fd/" + std::to_string(fileno(batch)), 0, queue, {}, {}};
-        LaterRenamesSet(IsRenamedByWaiting);
+    LaterRenamesScope(FILE* batch, const char* queue, bool is_new) {
+        waiting = {"/proc/self/fd/" + std::to_string(fileno(batch)), 0, queue, is_new, {}, {}};
+        LaterRenamesSet(IsRenamedByWaiting, IsBroughtByWaiting);
     }
     ~LaterRenamesScope() {
         LaterRenamesSet(nullptr);
-        waiting = {"", 0, nullptr, {}, {}};
+        waiting = {"", 0, nullptr, false, {}, {}};
     }
     LaterRenamesScope(const LaterRenamesScope&) = delete;
     LaterRenamesScope& operator=(const LaterRenamesScope&) = delete;
@@ -151,6 +158,10 @@ void Execute(QueueLine* line, int64_t end, int64_t done_before, Fingerprint* exe
     const bool is_unit = (stores & KOLI_PHOTO_DB) != 0 && IsUnit(*line);
     if (is_unit) PhotoDBUnitBegin();
     QueueLineExecute(line, stores);
+    if (is_unit)
+        CaptionRemovalsNote();
+    else
+        CaptionRemovalsRun();
     if ((stores & KOLI_PHOTO_DB) != 0 && executed->Advance(end)) PhotoDBMarkSet(&executed->mark());
     if (is_unit) {
         PhotoDBUnitEnd(1);
@@ -172,7 +183,8 @@ void RepeatForMediaStore(QueueLine* line) {
 BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, bool is_patient) {
     const int64_t done_before = is_repeated ? DoneBefore(fileno(batch)) : 0;
     if (done_before < 0) return BatchEnd::kUnread;
-    const LaterRenamesScope later_renames(batch, queue);
+    if (done_before > 0) CaptionRemovalsRecall();
+    const LaterRenamesScope later_renames(batch, queue, !is_repeated || done_before > 0);
     Fingerprint executed(fileno(batch));
     QueueLine line;
     do {

@@ -2,7 +2,7 @@
 //
 // The state file, lines of KEY=VALUE, is written whole and is gone when no batch is kept:
 //   batch=kept
-//   database=photo.db      the one that refuses; empty when it is something else
+//   database=photo.db      the one that refuses, or "media.db, photo.db"; empty when it is something else
 //   reason=TEXT
 //   since=SECONDS          of the epoch, when it was kept first
 //   retry=SECONDS          of the epoch, when it is tried again

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "base/log.h"
 #include "base/open_file.h"
@@ -103,9 +104,16 @@ void RemoveBatch(const QueueFiles& files) {
 }
 
 void KeepRefused(const QueueFiles& files) {
-    const bool is_media = (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0;
-    BatchKeep(files.state, is_media ? "media.db" : "photo.db",
-              KOLIDBRefusalGet(is_media ? KOLI_MEDIA_DB : KOLI_PHOTO_DB));
+    std::string names, reasons;
+    const auto add = [](const std::string& text, std::string* list) {
+        if (*list != text) *list += (list->empty() ? "" : ", ") + text;
+    };
+    for (const auto& [database, name] : {std::pair{KOLI_MEDIA_DB, "media.db"}, {KOLI_PHOTO_DB, "photo.db"}}) {
+        if ((KOLIDBRefusing() & database) == 0) continue;
+        add(name, &names);
+        add(KOLIDBRefusalGet(database), &reasons);
+    }
+    BatchKeep(files.state, names.c_str(), reasons.c_str());
 }
 
 /// The batch goes when its work is on the disk.

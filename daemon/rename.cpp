@@ -13,6 +13,8 @@
 #include "photo/photo_library.h"
 #include "photo/photo_rename.h"
 #include "photo/photo_share.h"
+#include "photo/photo_share_restrict.h"
+#include "photo/photo_share_rows.h"
 #include "photo/share_fs.h"
 #include "photo/sql_text.h"
 #include "platform/kolidb.h"
@@ -99,7 +101,7 @@ void MoveInMediaStore(const Move& move) {
     LeaveOldPath(move);
     if (move.new_kind == KLIB_PATH_DIRECTORY) {
         IndexWalk(move.new_path, kModeAdd, kWalkMediaStore);
-    } else {
+    } else if (IsRecycleBinPath(move.new_path) == 0) {  // as no walk stores what was thrown away
         IndexOnePath(move.new_path, kModeAdd);
     }
     if (move.old_kind == KLIB_PATH_FILE) IndexOnePath(move.old_path, kModeAdd);
@@ -111,16 +113,21 @@ bool HasRows(int table, const char* column, const SqlText& where) {
     return rows != nullptr && rows->row_count > 0;
 }
 
-/// Whether the photo database knows `path` as a folder: there are photos below it, or it is an album.
-bool IsKnownFolder(const char* path) {
+bool HasRowsBelow(int table, const char* path) {
     const SqlText like = LikeText(path, LogSite(kModule));
     if (like == nullptr) return false;
-    if (HasRows(KOLI_PHOTO_INFO, "path", FormatSql(LogSite(kModule), "path like '%s/%%'", like.get())))
-        return true;
-    if (IsPhotoSharePath(path) == 0 || *AlbumNameOf(path) == '\0') return false;
-    const SqlText album = QuoteText(AlbumNameOf(path), LogSite(kModule));
-    if (album == nullptr) return false;
-    return HasRows(KOLI_PHOTO_SHARE, "shareid", FormatSql(LogSite(kModule), "sharename = '%s'", album.get()));
+    return HasRows(table, "path", FormatSql(LogSite(kModule), "path like '%s/%%'", like.get()));
+}
+
+bool IsKnownAlbum(const char* path) {
+    return IsPhotoSharePath(path) != 0 && *AlbumNameOf(path) != '\0' && IsAlbum(AlbumNameOf(path));
+}
+
+/// Whether the photo database knows `path` as a folder: it has rows below it, or it is an album.
+bool IsKnownFolder(const char* path) {
+    for (const int table : {KOLI_PHOTO_INFO, KOLI_VIDEO_DESC, KOLI_VIDEO_COMMENT})
+        if (HasRowsBelow(table, path)) return true;
+    return IsKnownAlbum(path);
 }
 
 /// A folder may have moved on before this line is executed: chains and swaps pass through names at which
@@ -136,11 +143,26 @@ void MoveVideoTexts(const Move& move) {
     VideoDescPathRename(KOLI_VIDEO_COMMENT, move.new_path, move.old_path);
 }
 
+/// A folder that is no album may get the name of one: that of other pictures, which has not gone yet; or its
+/// own, when the request comes twice, but then it has no picture left to move.
+bool MayBecomeAlbum(const Move& move) {
+    if (move.old_path == nullptr || move.new_kind != KLIB_PATH_DIRECTORY) return false;
+    if (strncmp(move.new_path, move.old_path, kShareTopLength + 1) != 0 || IsKnownAlbum(move.old_path))
+        return false;
+    return !IsKnownAlbum(move.new_path) || HasRowsBelow(KOLI_PHOTO_INFO, move.old_path);
+}
+
+void MoveFolder(const Move& move) {
+    const bool may_become_album = MayBecomeAlbum(move);
+    PhotoPathRename(move.new_path, move.old_path, 1);
+    PhotoShareRename(move.new_path, move.old_path);
+    if (may_become_album) AlbumRestrictToOrigin(move.new_path, move.old_path);
+    if (support_vidora == 1) MoveVideoTexts(move);
+}
+
 void MoveInPhotoLibrary(const Move& move) {
     if (IsFolderMove(move)) {
-        PhotoPathRename(move.new_path, move.old_path, 1);
-        PhotoShareRename(move.new_path, move.old_path);
-        if (support_vidora == 1) MoveVideoTexts(move);
+        MoveFolder(move);
     } else {
         PhotoPathRename(move.new_path, move.old_path, 0);
         if (support_vidora == 1 && BlKOLIIndexIsVideoOnWebFile(move.new_path) != 0) MoveVideoTexts(move);

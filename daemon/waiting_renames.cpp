@@ -24,10 +24,18 @@ uint64_t HashOf(std::string_view path) {
 
 bool WaitingRenames::Holds(const char* file, int64_t begin, const char* path) try {
     Update(file, begin);
-    return Renames(begin, path);
+    return path == nullptr ? last_of_photos_ >= begin : IsIn(old_places_, begin, path);
 } catch (const std::bad_alloc&) {
     *this = {};
     return true;
+}
+
+bool WaitingRenames::Brings(const char* file, int64_t begin, const char* path) try {
+    Update(file, begin);
+    return IsIn(new_places_, begin, path);
+} catch (const std::bad_alloc&) {
+    *this = {};
+    return false;
 }
 
 void WaitingRenames::Update(const char* file, int64_t begin) {
@@ -60,7 +68,8 @@ void WaitingRenames::Read(FILE* lines) {
         if (line.end == QueueLine::kFile) break;
         read_to_ = ftello(lines);
     }
-    std::sort(renamed_.begin(), renamed_.end());
+    std::sort(old_places_.begin(), old_places_.end());
+    std::sort(new_places_.begin(), new_places_.end());
 }
 
 void WaitingRenames::Note(int64_t begin, char* text) {
@@ -68,21 +77,22 @@ void WaitingRenames::Note(int64_t begin, char* text) {
     char* new_path = strtok_r(text, ":\n", &rest);
     char* old_path = strtok_r(nullptr, ":\n", &rest);
     if (new_path == nullptr || old_path == nullptr) return;
+    PathCollapse(new_path);
     PathCollapse(old_path);
-    renamed_.push_back({HashOf(old_path), begin});
+    old_places_.push_back({HashOf(old_path), begin});
+    new_places_.push_back({HashOf(new_path), begin});
     if (IsPhotoSharePath(new_path) != 0) last_of_photos_ = begin;
 }
 
-/// Of the lines that rename a path the last one decides.
-bool WaitingRenames::Renames(int64_t begin, const char* path) const {
-    if (path == nullptr) return last_of_photos_ >= begin;
+/// Of the lines that name a path the last one decides.
+bool WaitingRenames::IsIn(const std::vector<Place>& places, int64_t begin, const char* path) {
     const std::string_view text(path);
     for (size_t end = text.size(); end != 0 && end != std::string_view::npos;
          end = text.rfind('/', end - 1)) {
         const uint64_t hash = HashOf(text.substr(0, end));
-        const auto behind = std::upper_bound(renamed_.begin(), renamed_.end(), Renamed{hash, INT64_MAX});
-        if (behind == renamed_.begin()) continue;
-        const Renamed& last = *(behind - 1);
+        const auto behind = std::upper_bound(places.begin(), places.end(), Place{hash, INT64_MAX});
+        if (behind == places.begin()) continue;
+        const Place& last = *(behind - 1);
         if (last.path == hash && last.begin >= begin) return true;
     }
     return false;

@@ -5,6 +5,7 @@
 
 #include "base/features.h"
 #include "base/folder_way.h"
+#include "base/foothold.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "index/directory_listing.h"
@@ -41,6 +42,12 @@ bool UsesPhotoLibrary(const char* path, int types) {
 /// Whether anything at or below `top` can lie in a photo share, whose name begins at the tenth character.
 bool MayHoldPhotos(const char* top) {
     return support_photo == 1 && (strlen(top) < sizeof "/volume1" || IsPhotoSharePath(top) != 0);
+}
+
+/// True when `path` can be listed and is the directory that `before` was.
+bool IsStillThere(const char* path, const DirectoryListing& before) {
+    DirectoryListing now;
+    return now.Open(path) && now.device() == before.device() && now.inode() == before.inode();
 }
 
 /// One walk with modes 1 and 5.  A single path buffer serves every level.
@@ -104,8 +111,11 @@ void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
         return;
     }
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
+    const Foothold foothold(path_);
     if (has_folders_ && (types_ & kWalkMediaStore) != 0) Index(true);
     WalkEntries(listing, FolderWayTo(above, listing.device(), listing.inode(), is_link));
+    // What was looked at from there may be no longer what its path names.
+    if (is_rebuild_ && foothold.is_taken() && !IsStillThere(path_, listing)) MediaRebuildMiss(path_);
     if (listing.error() == 0) return;
     KOLI_LOG("%s (%d) Failed to read directory %s to its end. (%s)", path_, strerror(listing.error()));
     if (is_rebuild_) MediaRebuildMiss(path_);
@@ -183,12 +193,6 @@ bool TreeWalk::Append(const char* name) {
     memcpy(path_ + length_ + slash, name, name_length + 1);
     length_ += slash + name_length;
     return true;
-}
-
-/// True when `path` can be listed and is the directory that `before` was.
-bool IsStillThere(const char* path, const DirectoryListing& before) {
-    DirectoryListing now;
-    return now.Open(path) && now.device() == before.device() && now.inode() == before.inode();
 }
 
 void DeleteTree(const char* path, int types) {

@@ -1,10 +1,14 @@
 #include "index/directory_listing.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <new>
+
+#include "base/foothold.h"
 
 namespace koli {
 namespace {
@@ -18,10 +22,17 @@ bool IsSkipped(const char* name) {
 }  // namespace
 
 bool DirectoryListing::Open(const char* path) {
-    stream_ = opendir(path);
-    if (stream_ == nullptr) return false;
+    const int folder = OpenNear(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) return false;
     struct stat status;
-    if (fstat(dirfd(stream_), &status) != 0) return false;
+    stream_ = fdopendir(folder);
+    if (stream_ == nullptr) {
+        const int error = errno;
+        close(folder);
+        errno = error;
+        return false;
+    }
+    if (fstat(folder, &status) != 0) return false;
     device_ = status.st_dev;
     inode_ = status.st_ino;
     return true;

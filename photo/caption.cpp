@@ -57,7 +57,6 @@ CaptionHold::~CaptionHold() {
 void CaptionHold::Release() {
     for (; count_ > 0; --count_)
         CaptionRemovalAdd(paths_[count_ - 1], identities_[count_ - 1]);
-    CaptionRemovalsRun();
 }
 
 void CaptionHold::Note(const char* caption_path, const CaptionIdentity& identity) {
@@ -100,6 +99,16 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
     }
     CaptionHold::Note(caption_path, CaptionIdentityOf(status));
     return buffer[0] == '\0' || buffer[0] == '\n' ? -1 : 0;
+}
+
+bool CaptionWaits(const char* path) {
+    for (const char* stream : {kTitleStream, kDescriptionStream}) {
+        char caption_path[kCaptionPathSize];
+        if (KOLIEAPath(path, stream, caption_path, sizeof caption_path) == 0 &&
+            BlKLIBFileExist(caption_path) != 0)
+            return true;
+    }
+    return false;
 }
 
 int CaptionTitleGet(const char* path, PhotoRecord* record) {

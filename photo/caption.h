@@ -30,8 +30,8 @@ class CaptionHold {
     /// A caption is there, or may be, that could not be read.
     bool HasUnreadable() const { return has_unreadable_; }
 
-    /// The row has been saved: the files go by CaptionRemovalsRun, which is called.  Otherwise they stay, for
-    /// the next time.
+    /// The row has been saved: the files go with the next CaptionRemovalsRun.  Otherwise they stay, for the
+    /// next time.
     void Release();
 
   private:
@@ -46,18 +46,26 @@ class CaptionHold {
     bool has_unreadable_ = false;
 };
 
-/// Removes the caption files whose rows are saved, once these are on the disk: a process killed at any
-/// moment, or a power cut, leaves each value in at least one of the two places.  Inside a unit of the photo
-/// database they wait for a later call, which has to come before the batch goes.  They stay when rows were
-/// lost, as the batch is repeated then, and when they are no longer what was read: somebody has handed over
-/// a new caption.
+/// Removes the caption files whose rows are saved, once these are on the disk, and for good: a process killed
+/// at any moment, or a power cut, leaves each value in at least one of the two places, and none comes back
+/// behind a mark of the batch that is set after it.  Inside a unit of the photo database they wait for a
+/// later call.  They stay when rows were lost, as the batch is repeated then, and when they are no longer
+/// what was read: somebody has handed over a new caption.
 void CaptionRemovalsRun();
+
+/// The mark of a unit stands before the captions taken in it can go.  So the unit notes in the photo database
+/// which ones these are, and a batch that is executed again recalls and removes them.
+void CaptionRemovalsNote();
+void CaptionRemovalsRecall();
 
 /// Reads the first line, its newline included, of the caption file of (path, stream) into the `size` bytes at
 /// `buffer`, cut at size - 1 bytes, and removes the file, or leaves that to the CaptionHold.  Returns 0 when
 /// the line holds anything; -1 when not, when there is no such file (silently), and on failure (logged; a
 /// link, and a file that could not be read, is kept).
 int CaptionRead(const char* path, const char* stream, char* buffer, int size);
+
+/// Whether a title or a description is there for the picture.
+bool CaptionWaits(const char* path);
 
 /// Take the title or description that waits for the picture into its record.  Return 1 when there was one,
 /// else 0 (the record is then unchanged).  A null argument is logged.

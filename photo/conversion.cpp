@@ -13,6 +13,7 @@
 #include <memory>
 
 #include "base/features.h"
+#include "base/foothold.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "platform/kolidb.h"
@@ -159,7 +160,7 @@ int WriteThumbQueue(const char* entry, const char* queue) {
 
 void ConversionRequest(const char* path, int flags) {
     struct stat status;
-    if (path == nullptr || stat(path, &status) != 0) return;
+    if (path == nullptr || StatNear(path, &status) != 0) return;
     const bool is_directory = S_ISDIR(status.st_mode);
     if (!is_directory && !S_ISREG(status.st_mode)) return;
 

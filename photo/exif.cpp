@@ -10,6 +10,7 @@
 #include <ctime>
 #include <memory>
 
+#include "base/foothold.h"
 #include "base/log.h"
 #include "base/open_file.h"
 #include "base/parse_number.h"
@@ -160,7 +161,7 @@ int ExifFillPhotoRecord(PhotoRecord* record) {
         return -1;
     }
     struct stat file;
-    if (stat(record->path, &file) != 0) {
+    if (StatNear(record->path, &file) != 0) {
         ReadingFailed(errno);
         return 0;
     }

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/foothold.h"
 #include "photo/absence.h"
 #include "photo/metadata_folder.h"
 #include "photo/path_buffer.h"
@@ -55,7 +56,7 @@ FolderListing::~FolderListing() {
 }
 
 FolderListing::Status FolderListing::Read(const char* path) {
-    const int folder = open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int folder = OpenNear(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (folder < 0) return StatusOf(errno);
     struct stat status;
     // Opening "." once more is what needs the right to enter.
@@ -76,7 +77,7 @@ FolderListing::Status FolderListing::Read(const char* path) {
 
 bool FolderListing::IsStill(const char* path) const {
     struct stat status;
-    if (stat(path, &status) != 0 || status.st_dev != device_ || status.st_ino != inode_) return false;
+    if (StatNear(path, &status) != 0 || status.st_dev != device_ || status.st_ino != inode_) return false;
     if (status.st_ctim.tv_sec == changed_.tv_sec && status.st_ctim.tv_nsec == changed_.tv_nsec) return true;
     FolderListing now;
     if (now.Read(path) != Status::kRead) return false;
@@ -93,7 +94,7 @@ EntryKind EntryKindOf(const dirent& entry, const char* path) {
     if (is_told && !photo_share_needs_type_check) return EntryKind::kFolder;
 
     struct stat status;
-    if (stat(path, &status) != 0) return MeansAbsent(errno) ? EntryKind::kOther : EntryKind::kOutOfReach;
+    if (StatNear(path, &status) != 0) return MeansAbsent(errno) ? EntryKind::kOther : EntryKind::kOutOfReach;
     return S_ISDIR(status.st_mode) ? EntryKind::kFolder : EntryKind::kOther;
 }
 

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/foothold.h"
+#include "base/later_renames.h"
 #include "base/log.h"
 #include "base/path_names.h"
 #include "base/reading.h"
@@ -39,6 +41,8 @@ int32_t BelievedPixels(int32_t pixels) {
     return pixels >= 0 && pixels <= kMaxPhotoPixels ? pixels : 0;
 }
 
+/// What is handed over for a picture whose own row is still on its way, or in whose place there is another
+/// one's, waits for the requests that rename them.
 void FillNames(const char* path, PhotoRecord* record) {
     CopyText(record->path, sizeof record->path, path);
     CopyText(record->name, sizeof record->name, FileNameOf(path));
@@ -53,13 +57,13 @@ PhotoOutcome OutcomeOfFailure(const char* path) {
         return PhotoOutcome::kMissed;
     }
     struct stat status;
-    if (lstat(path, &status) == 0) return PhotoOutcome::kLeftOut;
+    if (LstatNear(path, &status) == 0) return PhotoOutcome::kLeftOut;
     return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
 }
 
 PhotoOutcome FillSize(const char* path, PhotoRecord* record) {
     struct stat status;
-    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
+    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
     if (status.st_size <= 0 || status.st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
     record->file_size = status.st_size;
     return PhotoOutcome::kStored;
@@ -75,8 +79,10 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
 
 /// The values inside of the picture, and what people have handed over for it.
 void FillFromContents(const char* path, PhotoRecord* record) {
-    CaptionTitleGet(path, record);
-    CaptionDescGet(path, record);
+    if (!IsBroughtLater(path) && !IsRenamedLater(path)) {
+        CaptionTitleGet(path, record);
+        CaptionDescGet(path, record);
+    }
     ExifFillPhotoRecord(record);
     int width = 0;
     int height = 0;
@@ -89,7 +95,7 @@ void FillFromContents(const char* path, PhotoRecord* record) {
 
 PhotoOutcome FillTimes(const char* path, PhotoRecord* record) {
     struct stat status;
-    if (stat(path, &status) != 0) return OutcomeOfFailure(path);
+    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
     if (const char* text = ctime(&status.st_ctime); text != nullptr)
         CopyText(record->ctime, sizeof record->ctime, text);
     FillMissingDate(status, record);

@@ -8,6 +8,7 @@
 #include "base/media_info.h"
 #include "index/directory.h"
 #include "index/index_mode.h"
+#include "photo/caption.h"
 #include "photo/photo_library.h"
 #include "photo/sql_text.h"
 #include "platform/kolidb.h"
@@ -78,8 +79,10 @@ int MoveRows(SqlRows& rows, const NewPath& to, const char* old_path) {
     PhotoDBUnitBegin();
     int result = MoveListed(list.get(), to, old_path);
     if (PhotoDBUnitEnd(result == 0 ? 1 : 0) != 0) result = -1;
-    // With rows of neighbours alone, the picture is new.
-    if (result == 0 && to.IsPhoto() && list != nullptr && !Holds(list.get(), old_path))
+    // With rows of neighbours alone, the picture is new; and something may have been handed over since it
+    // moved.
+    if (result == 0 && to.IsPhoto() && list != nullptr &&
+        (!Holds(list.get(), old_path) || CaptionWaits(to.path)))
         PhotoLibraryAdd(to.path, kModeAdd);
     return result;
 }
@@ -131,10 +134,10 @@ bool HasDescription(const char* path) {
 }
 
 /// A video has one description: that of whatever was at the new path gives way, unless the old path is in use
-/// again, for then the rename may have been done before.
+/// again, for then the rename may have been done before; not so when a later request tells what is there.
 int MoveDescription(KOLIDB* db, const char* row_path, const char* moved) {
     if (HasDescription(moved)) {
-        if (KLIBPathLook(row_path) != KLIB_PATH_ABSENT) return 0;
+        if (KLIBPathLook(row_path) != KLIB_PATH_ABSENT && !IsBroughtLater(row_path)) return 0;
         if (ExecWithPaths(db, "Delete from video_desc where path = '%s' and path <> '%s'", moved, row_path) !=
             0)
             return -1;

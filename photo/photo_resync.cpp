@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "base/folder_way.h"
+#include "base/foothold.h"
 #include "base/log.h"
 #include "index/share_path.h"
 #include "photo/folder_listing.h"
@@ -26,7 +27,7 @@ constexpr const char kRecycleName[] = "#recycle";
 bool has_seen_all = true;
 
 /// One resync.  Absolute paths alone are used, and one buffer for all of them: the working directory stays
-/// what it is, and a level costs little stack.
+/// what it is, and a level costs little stack.  Footholds keep the looks at the deepest levels short.
 class TreeResync {
   public:
     TreeResync(const char* directory, ResyncGuard* guard) : path_(directory), guard_(*guard) {}
@@ -50,6 +51,7 @@ void TreeResync::Visit(const FolderWay* above, bool is_link) {
     if (!guard_.List(path_.text(), &listing)) return;
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
 
+    const Foothold foothold(path_.text());
     if (std::any_of(listing.begin(), listing.end(), HasDot)) {
         bool is_seen = false;
         if (PhotoFolderSync(path_.text(), &listing, &is_seen) != 0 || !is_seen) guard_.Miss();

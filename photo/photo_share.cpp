@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "base/later_renames.h"
 #include "base/log.h"
 #include "base/path_names.h"
 #include "index/share_path.h"
@@ -79,9 +80,11 @@ int CreateAlbum(const char* path, int depth) {
     return result;
 }
 
-/// What the indexer does not look into.
+/// What the indexer does not look into; and where one that has its row already is still to be renamed from,
+/// or to.
 bool IsNoPlaceForAlbums(const char* path) {
-    return IsRecycleBinPath(path) != 0 || MentionsMetadataFolder(AlbumNameOf(path));
+    return IsRecycleBinPath(path) != 0 || MentionsMetadataFolder(AlbumNameOf(path)) || IsRenamedLater(path) ||
+           IsBroughtLater(path);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "base/later_renames.h"
 #include "base/log.h"
 #include "index/share_path.h"
 #include "photo/album_name.h"
@@ -33,16 +34,23 @@ int DropAlbums(const char* album, const char* moving) {
     return AlbumsDelete(album, IsInside(moving, album) ? moving : nullptr);
 }
 
+/// The folder that had the name is not there any more; what stands there may have come from elsewhere.
+bool HasLeft(const char* path) {
+    return KLIBPathLook(path) == KLIB_PATH_ABSENT || IsBroughtLater(path);
+}
+
 /// Rows that stand at and below the new name belong to folders that are gone: the album that moves there
 /// takes nothing over from them, least of all a public flag.  They stay when the old folder is there again,
-/// as nobody knows then whose they are.
-void MakeWay(const char* new_path, const char* old_path) {
+/// as nobody knows then whose they are: false.
+bool MakeWay(const char* new_path, const char* old_path) {
     const char* new_name = AlbumNameOf(new_path);
     const char* old_name = AlbumNameOf(old_path);
-    if (strcmp(new_name, old_name) == 0 || !IsAlbum(old_name)) return;
+    if (strcmp(new_name, old_name) == 0) return true;
     const int there = KLIBPathLook(new_path);
-    const bool is_replaced = there == KLIB_PATH_DIRECTORY && KLIBPathLook(old_path) == KLIB_PATH_ABSENT;
-    if (is_replaced || there == KLIB_PATH_ABSENT || !IsAlbum(new_name)) DropAlbums(new_name, old_name);
+    const bool is_replaced = there == KLIB_PATH_DIRECTORY && HasLeft(old_path);
+    if (!is_replaced && there != KLIB_PATH_ABSENT && IsAlbum(new_name)) return false;
+    DropAlbums(new_name, old_name);
+    return true;
 }
 
 int RenameRow(const char* new_name, const char* old_name) {
@@ -75,22 +83,22 @@ int RenameCover(const char* new_name, const char* old_name) {
 /// The sub-albums stay with an album that keeps its level, in the "#recycle" too, so that what comes back
 /// from there has what it had.
 int FollowWithSubAlbums(const char* new_path, const char* old_path) {
-    const int new_level = AlbumLevelOf(new_path);
-    const int old_level = AlbumLevelOf(old_path);
     const char* new_name = AlbumNameOf(new_path);
     const char* old_name = AlbumNameOf(old_path);
-    if (old_level == kTopAlbum && new_level == kTopAlbum) {
-        if (KOLIPhotoShareRenameSubDir(new_name, old_name) == -1) {
-            KOLI_LOG("%s (%d) KOLIPhotoShareRenameSubDir failed.");
-            return -1;
-        }
-    } else if (old_level == kTopAlbum) {
+    if (AlbumLevelOf(old_path) != kTopAlbum) return 0;
+    if (AlbumLevelOf(new_path) != kTopAlbum) {
         DropAlbums(old_name, new_name);
+    } else if (KOLIPhotoShareRenameSubDir(new_name, old_name) == -1) {
+        KOLI_LOG("%s (%d) KOLIPhotoShareRenameSubDir failed.");
+        return -1;
     }
-    // An album that lay deeper has none; in the "#recycle" there may have come some.
-    const bool has_new = old_level != kTopAlbum || IsRecycleBinPath(old_path) != 0;
-    if (has_new && new_level == kTopAlbum) PhotoShareWalk(new_path);
     return 0;
+}
+
+/// An album that lay deeper has no sub-albums yet; in the "#recycle" there may have come some.
+void WalkForSubAlbums(const char* new_path, const char* old_path) {
+    const bool has_new = AlbumLevelOf(old_path) != kTopAlbum || IsRecycleBinPath(old_path) != 0;
+    if (has_new && AlbumLevelOf(new_path) == kTopAlbum) PhotoShareWalk(new_path);
 }
 
 /// `row_name` is what the row of a sub-album has now.
@@ -118,19 +126,19 @@ int RenameAlbum(const char* new_path, const char* old_path) {
     const SqlText old_name = QuoteText(AlbumNameOf(old_path), LogSite(kModule));
     if (new_name == nullptr || old_name == nullptr) return -1;
     const bool has_rows = IsSameShare(new_path, old_path) && !IsOnOtherVolume(new_path);
-    int renamed = 0;
-    if (has_rows) {
-        MakeWay(new_path, old_path);
-        renamed = RenameRow(new_name.get(), old_name.get());
-    }
-    if (renamed == -1) {
-        AlbumRestrict(AlbumNameOf(new_path), AlbumNameOf(old_path));
-        return -1;
-    }
+    const bool is_known = has_rows && HasAlbums(AlbumNameOf(old_path));
+    const bool is_free = is_known && MakeWay(new_path, old_path);
+    const int renamed = has_rows ? RenameRow(new_name.get(), old_name.get()) : 0;
+    if (is_known && !is_free) AlbumRestrict(AlbumNameOf(new_path), AlbumNameOf(old_path));
+    if (renamed == -1) return -1;
+    // The sub-albums may have rows where the album has none.
+    if (renamed == 0 && is_free) FollowWithSubAlbums(new_path, old_path);
     if (renamed == 0 && IsDirExist(new_path) != 0) return WalkInstead(new_path);
     if (!has_rows) return ReportMissing(new_name.get());
     if (RenameCover(new_name.get(), old_name.get()) != 0) return -1;
-    return FollowWithSubAlbums(new_path, old_path);
+    if (FollowWithSubAlbums(new_path, old_path) != 0) return -1;
+    WalkForSubAlbums(new_path, old_path);
+    return 0;
 }
 
 }  // namespace

@@ -3,6 +3,10 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "base/media_info.h"
+#include "base/path_names.h"
+#include "photo/album_name.h"
+#include "photo/photo_share.h"
 #include "photo/photo_share_rows.h"
 #include "photo/sql_text.h"
 #include "platform/kolidb.h"
@@ -43,7 +47,26 @@ SqlRows PrivateRowsOpen(const char* model) {
                             : nullptr;
 }
 
+/// Copies the name of the nearest album around `name` that has a row; false when there is none.
+bool AlbumAround(const char* name, char (&album)[kPathSize]) {
+    CopyText(album, sizeof album, name);
+    for (char* slash; (slash = strrchr(album, '/')) != nullptr;) {
+        *slash = '\0';
+        if (IsAlbum(album)) return true;
+    }
+    return false;
+}
+
 }  // namespace
+
+void AlbumRestrictToOrigin(const char* new_path, const char* old_path) {
+    char album[kPathSize], value[8], id[32];
+    if (PhotoShareDepth(new_path) == kNoAlbum || !AlbumAround(AlbumNameOf(old_path), album)) return;
+    const bool is_private =
+        KOLIPhotoShareGetFieldValue(album, "public", value, sizeof value) == 0 && strcmp(value, "f") == 0;
+    if (is_private && KOLIPhotoShareGetFieldValue(album, "shareid", id, sizeof id) == 0)
+        RestrictBelow(AlbumNameOf(new_path), id);
+}
 
 void AlbumRestrict(const char* album, const char* model) {
     const SqlRows rows = PrivateRowsOpen(model);

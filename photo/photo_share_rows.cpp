@@ -39,6 +39,16 @@ bool IsAlbum(const char* album) {
     return KOLIPhotoShareGetFieldValue(album, "shareid", share_id, sizeof share_id) == 0;
 }
 
+bool HasAlbums(const char* album) {
+    if (IsAlbum(album)) return true;
+    const SqlText like = LikeText(album, LogSite(kModule));
+    const SqlText where =
+        like != nullptr ? FormatSql(LogSite(kModule), "sharename like '%s/%%'", like.get()) : nullptr;
+    if (where == nullptr) return false;
+    const SqlRows rows = AlbumRowsOpen(KOLI_PHOTO_SHARE, where.get(), nullptr, 1, LogSite(kModule));
+    return rows != nullptr && rows->row_count > 0;
+}
+
 int AlbumsDelete(const char* album, const char* but) {
     const SqlText name = QuoteText(album, LogSite(kModule));
     const SqlText like = LikeText(album, LogSite(kModule));

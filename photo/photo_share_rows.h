@@ -22,6 +22,9 @@ SqlRows AlbumRowOpen(const char* album, int limit, LogSite site);
 /// Whether there is an album of that name; false also when the database cannot tell (logged).
 bool IsAlbum(const char* album);
 
+/// Whether the album has a row, or anything below it has.
+bool HasAlbums(const char* album);
+
 /// Deletes an album and its sub-albums, but for the one named `but`, null for none.  Returns 0, or -1 on
 /// failure (logged).
 int AlbumsDelete(const char* album, const char* but);

@@ -225,7 +225,8 @@ void FreePhotoPathList(PhotoPathList* list);
 /// Moves every listed photo row from the prefix `old_path` to `new_path`; rows that stand at a new path give
 /// way.  A row whose file still stands at its path, or cannot be looked at, stays when its path goes on
 /// behind the old one with anything but '/', or when there is a row at its new path: the rename has been done
-/// before.  Returns 0, or -1 on failure (then nothing is changed).
+/// before, unless a later request tells where that file comes from.  Returns 0, or -1 on failure (then
+/// nothing is changed).
 int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path, const char* old_path);
 
 }  // extern "C"

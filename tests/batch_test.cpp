@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <thread>
 
@@ -85,6 +86,8 @@ TEST_F(Batch, EndsWhenBothDatabasesRefuse) {
     fake.refusing = KOLI_PHOTO_DB | KOLI_MEDIA_DB;
     EXPECT_EQ(Run(), Lines{"KOLIDBSync"});
     EXPECT_TRUE(Exists("queue.tmp"));
+    EXPECT_NE(ReadFile("state").find("\ndatabase=media.db, photo.db\nreason=fake refusal\n"),
+              std::string::npos);
 }
 
 TEST_F(Batch, ExecutedAgainItSparesThePhotoDatabaseWhatThatHasAlready) {
@@ -129,7 +132,8 @@ TEST_F(Batch, WaitingRenamesAreKnownWhileTheFileGrows) {
         EXPECT_TRUE(renames.Holds("queue", begin, path)) << path;
     Write("queue", "N:/x:/y\n");
     EXPECT_FALSE(renames.Holds("queue", 0, "/late") || renames.Holds("queue", 0, nullptr));
-    EXPECT_FALSE(renames.Holds("none", 0, "/y"));
+    EXPECT_FALSE(renames.Holds("none", 0, "/y") || renames.Brings("queue", 0, "/y"));
+    EXPECT_TRUE(renames.Brings("queue", 0, "/x/z") && !renames.Brings("queue", 1, "/x"));
 }
 
 struct HeldBatch : Batch {
@@ -196,6 +200,21 @@ TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
     for (const char* end : {"", "\n"})
         EXPECT_EQ(Calls("N:" + to + ":" + from + end),
                   (Lines{"IndexWalk " + from + " 2 1", "IndexWalk " + to + " 1 1"}));
+}
+
+TEST_F(Batch, AFolderThatHasMovedOnIsKnownByWhatIsStoredBelowIt) {
+    const std::string to = "vol00001/photo/b", from = "vol00001/photo/a";
+    for (const int table : {-1, 0, 1, 2}) {
+        fake.table_with_rows = table;
+        const Lines calls = Calls("N:" + to + ":" + from + "\n");
+        const std::string wanted = "PhotoPathRename " + to + " " + from + (table < 0 ? " 0" : " 1");
+        EXPECT_NE(std::find(calls.begin(), calls.end(), wanted), calls.end()) << table;
+    }
+}
+
+TEST_F(Batch, WhatIsThrownIntoTheBinIsNotStoredThere) {
+    EXPECT_EQ(Calls("N:/volume1/music/#recycle/x.mp3:/volume1/music/x.mp3\n"),
+              (Lines{"IndexOnePath /volume1/music/x.mp3 2", "IndexWalk /volume1/music/x.mp3 2 1"}));
 }
 
 TEST_F(Batch, WhatCannotBeLookedAtIsNotRemoved) {

@@ -106,6 +106,13 @@ TEST_F(Walk, ARebuildTellsWhatItHasMissedAndTriesWhatWasNotStoredOnceMore) {
     };
     IndexTreeAgain(real.c_str());
     EXPECT_EQ(fake.calls.back(), "MediaRebuildEnd 0");
+    const std::string far = "real/" + std::string(250, 'f');  // a foothold is taken there
+    fake.at_call = [&](const std::string& call) {
+        if (call == "MusicFileAdd") rename(far.c_str(), "away");
+    };
+    Write(far + "/b.mp3", "");
+    IndexTreeAgain(real.c_str());
+    EXPECT_EQ(fake.calls.end()[-2], "MediaRebuildMiss " + Path(far));
     fake.refusing = KOLI_MEDIA_DB;
     fake.calls.clear();
     IndexTreeAgain(real.c_str());

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "base/path_names.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -99,10 +100,14 @@ int PhotoDBMarkRemove(void) {
     return 0;
 }
 
-int PhotoDBSettingGet(const char*, char*, int) {
-    return 1;
+int PhotoDBSettingGet(const char* name, char* value, int size) {
+    const auto found = fake.settings.find(name);
+    if (found == fake.settings.end()) return 1;
+    koli::CopyText(value, static_cast<size_t>(size), found->second.c_str());
+    return 0;
 }
-int PhotoDBSettingSet(const char*, const char*) {
+int PhotoDBSettingSet(const char* name, const char* value) {
+    fake.settings[name] = value;
     return 0;
 }
 
@@ -134,9 +139,11 @@ int KOLIUpdatePhotoPath(const PhotoPathList*, const char* new_path, const char* 
 
 KOLIDBRows* PhotoInfoDBOpen(int table, const char*, const char* where, int, const char*, int, int) {
     Record(__func__, table, where);
-    return nullptr;
+    return table == fake.table_with_rows ? new KOLIDBRows{nullptr, nullptr, -1, 1} : nullptr;
 }
-void PhotoInfoDBClose(KOLIDBRows*) {}
+void PhotoInfoDBClose(KOLIDBRows* rows) {
+    delete rows;
+}
 int KOLIDBFetchRow(KOLIDBResult*, int*) {
     return -1;
 }

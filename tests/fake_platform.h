@@ -33,9 +33,11 @@ struct FakePlatform {
     std::map<std::string, int> pids;                         ///< KLIBReadPidFile: path to pid
     std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
 
-    int refusing = 0;               ///< KOLIDBRefusing
-    std::set<std::string> unsaved;  ///< paths that MediaRebuildSavedLast does not know
-    KOLIBatchMark mark{};           ///< of the photo database
+    int refusing = 0;                             ///< KOLIDBRefusing
+    std::set<std::string> unsaved;                ///< paths that MediaRebuildSavedLast does not know
+    KOLIBatchMark mark{};                         ///< of the photo database
+    int table_with_rows = -1;                     ///< that PhotoInfoDBOpen finds one row in
+    std::map<std::string, std::string> settings;  ///< of the photo database
 };
 
 inline FakePlatform fake;

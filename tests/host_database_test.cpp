@@ -4,9 +4,30 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
+#include <functional>
+#include <new>
 #include <thread>
 
+#include "base/path_names.h"
 #include "tests/host_databases.h"
+
+static int allocations_left = -1;  // until one fails; -1 = none does
+
+[[gnu::noinline]] void* operator new(size_t size) {
+    void* const memory = allocations_left == 0 ? nullptr : malloc(size);
+    if (allocations_left >= 0) --allocations_left;
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t&) noexcept {
+    return malloc(size);
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
+    free(memory);
+}
 
 namespace koli::host {
 
@@ -57,6 +78,55 @@ TEST_F(Store, LikeHeedsCaseAndEscapesAndUsesTheIndex) {
     }
     EXPECT_EQ(PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", "path like 'x", 0, nullptr, 0, 0), nullptr);
     EXPECT_EQ(log_lines, 1);
+}
+
+TEST_F(Store, WhatFindsNoMemoryIsRefusedAndLeavesNothingHalfDone) {
+    const std::string path = "/photo/a picture whose name is no short one.jpg", moved = path + ".moved.jpg";
+    const std::string where = "path like '" + path + "%'", name = "a setting of ours with a long name";
+    const std::string sql = "Delete from video_desc where " + where;
+    const MediaInfo song = MediaRecord(path);
+    PhotoRecord picture{};
+    CopyText(picture.path, sizeof picture.path, path.c_str());
+    CopyText(picture.title, sizeof picture.title, "Caf\xE9, not yet in the form of the database");
+    const auto is_open = [](KOLIDBRows* rows) {
+        const std::unique_ptr<KOLIDBRows, decltype(&PhotoInfoDBClose)> owner(rows, &PhotoInfoDBClose);
+        return rows != nullptr ? 0 : -1;
+    };
+    PhotoPathList listed{const_cast<char*>(path.c_str()), nullptr};
+    const KOLIBatchMark mark{1, 2};
+    char text[8];
+    const std::function<int()> operations[] = {
+        [&] { return MediaInfoDBSave(kStoreMusic, &song); },
+        [&] { return MediaInfoDBDirSave(path.c_str()); },
+        [&] { return MediaInfoDBDelete(kStoreBelowDirectory, path.c_str()); },
+        [&] { return PhotoInfoDBSave(&picture, 1); },
+        [&] { return PhotoDBSettingSet(name.c_str(), "value"); },
+        [&] { return PhotoDBSettingGet(name.c_str(), text, sizeof text); },
+        [&] { return is_open(PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", where.c_str(), 0, "path asc", 0, 0)); },
+        [&] { return is_open(MediaInfoDBOpen(kStoreMusic, "path", where.c_str(), 0, nullptr, 1, 0, 0)); },
+        [&] { return PhotoDBExec(sql.c_str()); },
+        [&] { return KOLIUpdatePhotoPath(&listed, moved.c_str(), path.c_str()); },
+        [&] { return PhotoInfoDBDirDelete(path.c_str()); },
+        [&] { return PhotoDBUnitBegin(), PhotoDBMarkSet(&mark), PhotoDBUnitEnd(1); },
+        [&] { return KOLITruncateTable("photo_access_right"); },
+        [&] { return KOLITruncateTable("playlist"); },
+        [&] { return KOLIDBTick(), KOLIDBFlush(), PhotoDBHarden(), KOLIDBSync(); },
+    };
+    for (const auto& operation : operations) {
+        SCOPED_TRACE(&operation - operations);
+        int failed = 0;
+        for (bool is_done = false; !is_done; ++failed) {
+            KOLIDBBatchBegin();
+            allocations_left = failed;
+            const int result = operation();
+            is_done = allocations_left >= 0;
+            allocations_left = -1;
+            EXPECT_EQ(result < 0, KOLIDBRefusing() != 0) << failed;
+            EXPECT_TRUE(!is_done || result >= 0) << failed;
+        }
+        EXPECT_GT(failed, 1);
+    }
+    EXPECT_EQ(OutsideNumber("SELECT count(*) FROM music"), 0);
 }
 
 TEST_F(Store, AFullDatabaseTakesNothingMoreUntilTheNextBatch) {

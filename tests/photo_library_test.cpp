@@ -68,6 +68,7 @@ TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
         fake.failing = {failing};
         fake.calls.clear();
         PhotoLibraryAdd(path.c_str(), kModeAdd);
+        CaptionRemovalsRun();
         EXPECT_STREQ(fake.photos.back().second.title, "Sunset");
         EXPECT_EQ(access(title.c_str(), F_OK) == 0, *failing != '\0') << failing;
         EXPECT_EQ(access(empty.c_str(), F_OK) == 0, *failing != '\0') << failing;
@@ -91,19 +92,27 @@ TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
 }
 
 TEST_F(Photo, ACaptionWaitsForTheEndOfAUnitAndOneThatReplacesItStays) {
-    Lines titles;
-    fake.results["PhotoDBHarden"] = 1;
-    for (const char* name : {"a", "b", "c"}) {
-        titles.push_back(Write("@eaDir/"s + name + ".jpg/KOLIPHOTO:TITLE", "Sunset"));
-        PhotoLibraryAdd(Write(name + ".jpg"s, "x").c_str(), kModeAdd);
+    for (const bool is_interrupted : {false, true}) {
+        Lines titles;
+        fake.results["PhotoDBHarden"] = 1;
+        for (const char* name : {"a", "b", "c\n9"}) {
+            titles.push_back(Write("@eaDir/"s + name + ".jpg/KOLIPHOTO:TITLE", "Sunset"));
+            PhotoLibraryAdd(Write(name + ".jpg"s, "x").c_str(), kModeAdd);
+        }
+        CaptionRemovalsRun();
+        CaptionRemovalsNote();
+        if (is_interrupted) {  // the process that comes next knows only what was noted
+            fake.results["PhotoDBHarden"] = -1;
+            CaptionRemovalsRun();
+        }
+        Write("@eaDir/b.jpg/KOLIPHOTO:TITLE", "Dawn.."s);  // the same size
+        fake.results["PhotoDBHarden"] = 0;
+        is_interrupted ? CaptionRemovalsRecall() : CaptionRemovalsRun();
+        EXPECT_NE(access(titles[0].c_str(), F_OK), 0);
+        EXPECT_EQ(ReadFile(titles[1]), "Dawn..");
+        EXPECT_NE(access(titles[2].c_str(), F_OK), 0);
+        EXPECT_EQ(fake.settings["captions_taken"], "");
     }
-    Write("@eaDir/b.jpg/KOLIPHOTO:TITLE", "Dawn.."s);  // the same size
-    std::filesystem::rename(Write("new", "Sunset"), titles[2]);
-    fake.results["PhotoDBHarden"] = 0;
-    CaptionRemovalsRun();
-    EXPECT_NE(access(titles[0].c_str(), F_OK), 0);
-    EXPECT_EQ(ReadFile(titles[1]), "Dawn..");
-    EXPECT_EQ(ReadFile(titles[2]), "Sunset");
 }
 
 TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {

@@ -37,11 +37,18 @@ TEST_F(PhotoRename, RowsFollowAFolderOrAPictureAndNeighboursStay) {
         {"done before", "a.jpg, b.jpg", "a.jpg new, b.jpg T", "b.jpg", "a.jpg", 0, 0, "a.jpg new, b.jpg T"},
         {"done before, a folder", "A/a.jpg, B/a.jpg", "A/a.jpg new, A/b.jpg U, B/a.jpg T", "B", "A", 1, 0,
          "A/a.jpg new, B/a.jpg T, B/b.jpg U"},
+        {"not done before: what is there comes later", "brought/a.jpg, b.jpg", "brought/a.jpg T, b.jpg U",
+         "b.jpg", "brought/a.jpg", 0, 0, "b.jpg T"},
+        {"handed a title since", "a.jpg, @eaDir/a.jpg/KOLIPHOTO:TITLE", "b.jpg T", "a.jpg", "b.jpg", 0, 0,
+         "a.jpg x"},
+        {"but it comes later", "brought/a.jpg, brought/@eaDir/a.jpg/KOLIPHOTO:TITLE", "b.jpg T",
+         "brought/a.jpg", "b.jpg", 0, 0, "brought/a.jpg T"},
         {"onto itself", "a.jpg", "a.jpg T", "a.jpg", "a.jpg", 0, 0, "a.jpg T"},
         {"no picture any more", "a.mp4", "a.jpg T", "a.mp4", "a.jpg", 0, -1, ""},
         {"without a row", "b.jpg", "", "b.jpg", "a.jpg", 0, 0, "b.jpg b"},
         {"a video without a row", "b.mp4", "", "b.mp4", "a.mp4", 0, -1, ""},
     };
+    LaterRenamesSet(nullptr, [](const char* path) { return strstr(path, "/brought") != nullptr; });
     for (const auto& step : cases) {
         SCOPED_TRACE(step.what);
         std::filesystem::remove_all(top_);
@@ -55,6 +62,7 @@ TEST_F(PhotoRename, RowsFollowAFolderOrAPictureAndNeighboursStay) {
         EXPECT_EQ(Rename(step.to, step.from, step.is_directory), step.result);
         EXPECT_EQ(Photos(), Split(step.after));
     }
+    LaterRenamesSet(nullptr);
     const std::string folder = MakeDir("new");
     EXPECT_EQ(Rename("new", "old", 1), 0);
     EXPECT_EQ(fake.calls, Lines{"IndexWalk " + folder + " 1 2"});
@@ -147,6 +155,7 @@ TEST_F(PhotoResync, SweepsNothingWhenSomethingCannotBeSeen) {
 
 TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
     MakeFile("Trip/new.jpg");
+    const std::string far = "Far" + std::string(250, 'r');  // a foothold is taken there
     const std::pair<const char*, std::function<void()>> events[] = {
         {"", [] {}},
         {"the metadata folder alone", [this] { MakeDir("Trip/@eaDir"), usleep(20'000); }},
@@ -155,6 +164,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         {"into a folder", [this] { std::filesystem::rename(volume_.Path("out"), In("Trip/a.jpg")); }},
         {"a folder", [this] { std::filesystem::rename(In("Trip"), In("Trap")); }},
         {"a folder to come", [this] { std::filesystem::create_directories(In("Zoo/new")); }},
+        {"a folder far down", [&] { std::filesystem::rename(In(far), In("Far")); }},
         {"the volume", [this] { std::filesystem::rename(top_, volume_.Path("out")), MakeDir(""); }},
     };
     for (const auto& [what, event] : events) {
@@ -163,6 +173,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         KOLITruncateTable("photo_info");
         AddPhotos({"gone.jpg gone"});
         PhotoDBExec("INSERT OR IGNORE INTO photo_share (sharename, updated) VALUES ('gone', 1)");
+        if (what == "a folder far down"s) MakeFile(far + "/a/b/new.jpg");
         meanwhile = event;
         const bool is_move = what[0] != '\0' && what[4] != 'm';
         EXPECT_EQ(Swept(), is_move ? "1 1" : "0 0");

@@ -1,5 +1,8 @@
 // Albums follow the directories of the photo share, and no album becomes more public on the way.
 #include "photo/photo_share.h"
+#include "base/later_renames.h"
+#include "photo/caption.h"
+#include "photo/photo_share_restrict.h"
 
 #include "tests/photo_sandbox.h"
 
@@ -43,6 +46,7 @@ TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
     EXPECT_EQ(Update("A"), 0);
     const std::string flag = MakeFile("@eaDir/B/KOLIPHOTO:PUBLIC", "0");
     EXPECT_EQ(Update("B"), 0);
+    CaptionRemovalsRun();
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
     EXPECT_EQ(Photo("SELECT shareid || sharename || public || enabled || is_subdir || updated AS v"
                     " FROM photo_share"),
@@ -50,6 +54,7 @@ TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
 
     MakeFile("@eaDir/B/KOLIPHOTO:PUBLIC", "1");  // there is one already: it takes the flag, and keeps its own
     EXPECT_EQ(Update("B"), -1);
+    CaptionRemovalsRun();
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
     MakeDir("@eaDir/C/KOLIPHOTO:PUBLIC");  // who knows what it says?
     EXPECT_EQ(Update("C"), -1);
@@ -127,9 +132,16 @@ TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
          "A public, A/x 7, B public, B/x, B/y public"},
         {"without one, new ones are made", "B/x", "C", "B", "A", -1, "B, B/x, C"},
         {"without one or a folder", "", "C", "B", "A", -1, "C"},
+        {"without one, its sub-albums have theirs", "B/x", "A/x 7, B public, B/x public", "B", "A", -1,
+         "B, B/x 7"},
+        {"nor those in use", "A, B/x", "A/x 7, B public, B/x public 8", "B", "A", -1, "A/x 7, B public, B/x"},
+        {"its old name is another's already", "A/brought, B", "A 7, A/x 8, B public, B/x public", "B", "A", 0,
+         "B 7, B/x 8"},
         {"done before", "B", "B 7, B/x 8", "B", "A", -1, "B 7, B/x 8"},
         {"onto itself", "", "A 7, A/x 8", "A", "A", 0, "A 7, A/x 8"},
     };
+    LaterRenamesSet(nullptr,
+                    [](const char* path) { return access((path + "/brought"s).c_str(), F_OK) == 0; });
     for (const auto& step : cases) {
         SCOPED_TRACE(step.what);
         std::filesystem::remove_all(top_);
@@ -142,6 +154,14 @@ TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
                         " (sharename LIKE '%/%')"),
                   Texts{});
     }
+    MakeDir("C/brought");
+    EXPECT_EQ(Update("C"), 0);  // the request that renames it makes the album
+    LaterRenamesSet(nullptr);
+    SetAlbums({"A/x 7", "B public 7", "B/y public", "C public", "D 8"});
+    Exec("INSERT INTO photo_access_right SELECT 8, shareid, '' FROM photo_share WHERE sharename = 'B'");
+    for (const auto& [to, from] : {std::pair{"B", "A/x/y"}, {"D", "C/y"}, {"C", "E/y"}})
+        AlbumRestrictToOrigin(In(to).c_str(), In(from).c_str());
+    EXPECT_EQ(Albums(), (Texts{"A/x 7", "B 7", "B/y", "C public", "D 8"}));
     SetAlbums({"A_ 7"});
     EXPECT_EQ(PhotoShareRename(In("B'").c_str(), In("A_").c_str()), 0);
     EXPECT_EQ(Photo("SELECT cover AS v FROM photo_share"), Texts{"/var/services/photo/B'/x.jpg"});

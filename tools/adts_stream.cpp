@@ -11,7 +11,7 @@ namespace {
 
 constexpr int64_t kHeaderBytes = 7;
 constexpr int64_t kId3v1Bytes = 128;
-constexpr int kSamplesPerBlock = 1024;
+constexpr int64_t kSamplesPerBlock = 1024;
 constexpr int kSampleRates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
                                 22050, 16000, 12000, 11025, 8000,  7350};
 

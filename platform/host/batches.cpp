@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "platform/host/database_groups.h"
+#include "platform/host/guard.h"
 #include "platform/host/problems.h"
 #include "platform/kolidb.h"
 
@@ -12,6 +13,16 @@ namespace koli::host {
 namespace {
 
 constexpr const char kMark[] = "batch_mark";  // "OFFSET HASH", the hash in hexadecimal
+
+/// Does it with both databases, whatever becomes of the other.  Returns 0 or -1.
+int OfBoth(int (Database::*step)()) {
+    const int media = Guarded(MediaDatabase(), [step] {
+        ProblemSettle();
+        return (MediaDatabase().*step)();
+    });
+    const int photo = Guarded(PhotoDatabase(), [step] { return (PhotoDatabase().*step)(); });
+    return media != 0 || photo != 0 ? -1 : 0;
+}
 
 }  // namespace
 }  // namespace koli::host
@@ -36,54 +47,54 @@ const char* KOLIDBRefusalGet(int database) {
 }
 
 void KOLIDBTick(void) {
-    MediaDatabase().Tick();
-    PhotoDatabase().Tick();
+    for (Database* each : {&MediaDatabase(), &PhotoDatabase()})
+        Guarded(*each, [each] { each->Tick(); });
 }
 
 int KOLIDBFlush(void) {
-    ProblemSettle();
-    const int media = MediaDatabase().Flush(), photo = PhotoDatabase().Flush();
-    return media != 0 || photo != 0 ? -1 : 0;
+    return OfBoth(&Database::Flush);
 }
 
 int KOLIDBSync(void) {
-    ProblemSettle();
-    const int media = MediaDatabase().Sync(), photo = PhotoDatabase().Sync();
-    return media != 0 || photo != 0 ? -1 : 0;
+    return OfBoth(&Database::Sync);
 }
 
 int PhotoDBHarden(void) {
-    return PhotoDatabase().Harden();
+    return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().Harden(); });
 }
 
 void PhotoDBUnitBegin(void) {
-    PhotoDatabase().BeginUnit();
+    Guarded(PhotoDatabase(), [&] { PhotoDatabase().BeginUnit(); });
 }
 
 int PhotoDBUnitEnd(int keep) {
-    return PhotoDatabase().EndUnit(keep != 0);
+    return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().EndUnit(keep != 0); });
 }
 
 int PhotoDBMarkGet(KOLIBatchMark* mark) {
-    const std::unique_ptr<SqlRows> rows =
-        PhotoDatabase().Query("SELECT value FROM setting WHERE name = 'batch_mark'");
-    const char* value = rows != nullptr ? rows->Field(0, "value") : nullptr;
-    if (value == nullptr) return -1;
-    char* end = nullptr;
-    mark->offset = strtoll(value, &end, 10);
-    if (end == value || *end != ' ') return -1;
-    mark->hash = strtoull(end, nullptr, 16);
-    return 0;
+    return Guarded(PhotoDatabase(), [&] {
+        const std::unique_ptr<SqlRows> rows =
+            PhotoDatabase().Query("SELECT value FROM setting WHERE name = 'batch_mark'");
+        const char* value = rows != nullptr ? rows->Field(0, "value") : nullptr;
+        if (value == nullptr) return -1;
+        char* end = nullptr;
+        mark->offset = strtoll(value, &end, 10);
+        if (end == value || *end != ' ') return -1;
+        mark->hash = strtoull(end, nullptr, 16);
+        return 0;
+    });
 }
 
 void PhotoDBMarkSet(const KOLIBatchMark* mark) {
-    char text[64];
-    snprintf(text, sizeof text, "%" PRId64 " %" PRIx64, mark->offset, mark->hash);
-    PhotoDatabase().SetNote(kMark, text);
+    Guarded(PhotoDatabase(), [&] {
+        char text[64];
+        snprintf(text, sizeof text, "%" PRId64 " %" PRIx64, mark->offset, mark->hash);
+        PhotoDatabase().SetNote(kMark, text);
+    });
 }
 
 int PhotoDBMarkRemove(void) {
-    return PhotoDatabase().RemoveNote(kMark);
+    return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().RemoveNote(kMark); });
 }
 
 }  // extern "C"

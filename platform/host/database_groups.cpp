@@ -1,6 +1,7 @@
 #include "platform/host/database_groups.h"
 
 #include <ctime>
+#include <new>
 #include <utility>
 
 #include "base/log.h"
@@ -56,6 +57,19 @@ void Database::Refuse(const std::string& reason) {
     if (IsGroupOpen()) sql_->Execute("ROLLBACK");
     savepoints_ = 0;
     note_name_ = nullptr;
+}
+
+/// What needs memory itself is tried, no more: without its connection the group is lost as well.
+void Database::RefuseForMemory() noexcept {
+    refusal_ = "out of memory";  // short enough to need none
+    savepoints_ = 0;
+    note_name_ = nullptr;
+    LogError("%s (%d) Out of memory: %s takes no more changes.", kModule, __LINE__, file_name_);
+    try {
+        if (IsGroupOpen()) sql_->Execute("ROLLBACK");
+    } catch (const std::bad_alloc&) {
+    }
+    if (IsGroupOpen()) sql_.reset();
 }
 
 /// Keeps and logs the reason of a failure; true when it passes.
@@ -186,9 +200,26 @@ int Database::Execute(std::string_view text) {
     return CountWrite(sql_->Execute(text));
 }
 
+bool Database::OpenToRead() {
+    return !IsRefusing() && (IsGroupOpen() || DropUnusable()) && Open();
+}
+
 std::unique_ptr<SqlRows> Database::Query(std::string_view text) {
-    if (IsRefusing() || (!IsGroupOpen() && !DropUnusable()) || !Open()) return nullptr;
+    if (!OpenToRead()) return nullptr;
     std::unique_ptr<SqlRows> rows = sql_->Query(text);
+    if (rows == nullptr) Failed("read from");
+    return rows;
+}
+
+SqlStatement* Database::PrepareQuery(const char* text) {
+    if (!OpenToRead()) return nullptr;
+    SqlStatement* statement = sql_->Kept(text);
+    if (statement == nullptr) Failed("read from");
+    return statement;
+}
+
+std::unique_ptr<SqlRows> Database::Query(SqlStatement& statement) {
+    std::unique_ptr<SqlRows> rows = sql_->Query(statement);
     if (rows == nullptr) Failed("read from");
     return rows;
 }

@@ -30,6 +30,8 @@ class Database {
     /// Why the database takes nothing more until the next BeginBatch; "" when it does.
     const char* refusal() const { return refusal_.c_str(); }
     bool IsRefusing() const { return !refusal_.empty(); }
+    /// Memory has run out inside an operation, which has left it half done: the open group is lost.
+    void RefuseForMemory() noexcept;
 
     /// The kept statement of `text` (which must live as long as the program), to be filled in and run next,
     /// within a group.  Null on failure.
@@ -43,6 +45,10 @@ class Database {
     int Execute(std::string_view text);
     /// The rows of a query; null on failure.
     std::unique_ptr<SqlRows> Query(std::string_view text);
+    /// The kept statement of a query's text (which must live as long as the program), to be filled in and
+    /// asked next.  Null on failure.
+    SqlStatement* PrepareQuery(const char* text);
+    std::unique_ptr<SqlRows> Query(SqlStatement& statement);
 
     /// Writes between BeginUnit and EndUnit take effect together; units may lie in each other. EndUnit(false)
     /// takes them back.  BeginUnit false, EndUnit -1: nothing of the unit takes effect.
@@ -69,6 +75,7 @@ class Database {
 
   private:
     bool Open();
+    bool OpenToRead();
     bool CreateTables();
     bool IsFree();
     bool DropUnusable();

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "base/foothold.h"
 #include "platform/koliindex.h"
 
 namespace {
@@ -32,7 +33,7 @@ void koli::host::WriteLocalTime(time_t when, char* text, int size) {
 extern "C" int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* mtime,
                                       int mtime_size) {
     struct stat status;
-    if (path == nullptr || stat(path, &status) != 0) {
+    if (path == nullptr || koli::StatNear(path, &status) != 0) {
         Clear(ctime, ctime_size);
         Clear(mtime, mtime_size);
         return -1;

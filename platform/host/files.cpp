@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/foothold.h"
 #include "base/path_names.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -11,7 +12,7 @@
 namespace {
 
 bool Look(const char* path, struct stat* status) {
-    return path != nullptr && stat(path, status) == 0;
+    return path != nullptr && koli::StatNear(path, status) == 0;
 }
 
 /// White space as isspace knows it in the C locale, whatever locale is set: text is bytes of any encoding.
@@ -40,7 +41,7 @@ int IsDirExist(const char* path) {
 int KLIBPathLook(const char* path) {
     struct stat status;
     if (path == nullptr) return KLIB_PATH_ABSENT;
-    if (stat(path, &status) != 0)
+    if (koli::StatNear(path, &status) != 0)
         return errno == ENOENT || errno == ENOTDIR ? KLIB_PATH_ABSENT : KLIB_PATH_UNKNOWN;
     if (S_ISREG(status.st_mode)) return KLIB_PATH_FILE;
     return S_ISDIR(status.st_mode) ? KLIB_PATH_DIRECTORY : KLIB_PATH_OTHER;

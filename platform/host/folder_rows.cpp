@@ -1,6 +1,7 @@
 #include "platform/host/folder_rows.h"
 
-#include <optional>
+#include <functional>
+#include <map>
 
 namespace koli::host {
 namespace {
@@ -21,34 +22,19 @@ std::optional<std::string_view> EscapedFolder(std::string_view where) {
     return is_form ? std::optional(folder) : std::nullopt;
 }
 
-/// `text` with every `escape` left out that stands before another byte; none when one stands alone, or before
-/// a byte other than itself where `is_doubled`.
-std::optional<std::string> Without(char escape, bool is_doubled, std::string_view text) {
-    std::string plain;
-    for (size_t at; (at = text.find(escape)) != std::string_view::npos; text.remove_prefix(at + 2)) {
-        if (at + 1 == text.size() || (is_doubled && text[at + 1] != escape)) return std::nullopt;
-        plain.append(text.substr(0, at)) += text[at + 1];
-    }
-    return plain.append(text);
-}
-
-/// Whether a pattern has a wildcard in it.
-bool HasWildcard(std::string_view pattern) {
-    for (size_t at = 0; (at = pattern.find_first_of("\\%_", at)) != std::string_view::npos; at += 2)
-        if (pattern[at] != '\\') return true;
-    return false;
-}
-
-/// The bytes that an escaped text stands for; none when it is no plain text, but a pattern.
+/// The bytes that a text escaped for LIKE and for the quotes stands for; none when it is no plain text, but a
+/// pattern, or is not escaped rightly.
 std::optional<std::string> Unescaped(std::string_view escaped) {
-    const std::optional<std::string> pattern = Without('\'', true, escaped);
-    return pattern && !HasWildcard(*pattern) ? Without('\\', false, *pattern) : std::nullopt;
-}
-
-std::string Literal(std::string text) {
-    for (size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 2)
-        text.insert(at, 1, '\'');
-    return "'" + text + "'";
+    std::string plain;
+    bool is_literal = false;  // behind a backslash
+    for (size_t at = 0; at < escaped.size(); ++at) {
+        const char c = escaped[at];
+        if (c == '\'' && (++at == escaped.size() || escaped[at] != c)) return std::nullopt;
+        if (!is_literal && (c == '%' || c == '_')) return std::nullopt;
+        is_literal = c == '\\' && !is_literal;
+        if (!is_literal) plain += c;
+    }
+    return is_literal ? std::nullopt : std::optional(plain);
 }
 
 void Replace(std::string* text, std::string_view name, std::string_view value) {
@@ -58,17 +44,17 @@ void Replace(std::string* text, std::string_view name, std::string_view value) {
 
 // Each row of `gap` is a stretch of rows without a sub-folder: from `lo` up to `sub`, the first path behind
 // it that lies in one (null behind the last).  '0' follows '/': "FOLDER/SUB0" is behind everything below
-// "FOLDER/SUB/".  Bytes are counted, not characters: `rest` is where what follows "FOLDER/" begins.
+// "FOLDER/SUB/".  ?1 is "FOLDER/", ?2 is "FOLDER0", ?3 where what follows "FOLDER/" begins: bytes are
+// counted, not characters.
 constexpr const char kQuery[] =
-    "WITH RECURSIVE folder(lo, hi, rest) AS (VALUES (@LO, @HI, @REST)),"
-    " gap(lo, hi, rest, sub) AS (SELECT lo, hi, rest, (@FIRST(lo)) FROM folder UNION ALL"
-    " SELECT @BEHIND, hi, rest, (@FIRST(@BEHIND)) FROM gap WHERE sub IS NOT NULL)"
-    " SELECT path FROM gap CROSS JOIN @TABLE WHERE path >= lo AND path < coalesce(sub, hi) ORDER BY path";
+    "WITH RECURSIVE gap(lo, sub) AS (SELECT ?1, (@FIRST(?1)) UNION ALL"
+    " SELECT @BEHIND, (@FIRST(@BEHIND)) FROM gap WHERE sub IS NOT NULL)"
+    " SELECT path FROM gap CROSS JOIN @TABLE WHERE path >= lo AND path < coalesce(sub, ?2) ORDER BY path";
 constexpr const char kFirst[] =
-    "SELECT path FROM @TABLE WHERE path >= @FROM AND path < hi"
-    " AND instr(substr(CAST(path AS BLOB), rest), x'2F') > 0 ORDER BY path LIMIT 1";
+    "SELECT path FROM @TABLE WHERE path >= @FROM AND path < ?2"
+    " AND instr(substr(CAST(path AS BLOB), ?3), x'2F') > 0 ORDER BY path LIMIT 1";
 constexpr const char kBehind[] =
-    "CAST(substr(CAST(sub AS BLOB), 1, rest + instr(substr(CAST(sub AS BLOB), rest), x'2F') - 2) AS TEXT)"
+    "CAST(substr(CAST(sub AS BLOB), 1, ?3 + instr(substr(CAST(sub AS BLOB), ?3), x'2F') - 2) AS TEXT)"
     " || '0'";
 
 std::string FirstFrom(const char* place) {
@@ -77,22 +63,32 @@ std::string FirstFrom(const char* place) {
     return first;
 }
 
-}  // namespace
-
-std::string FolderRowsSql(const char* table, std::string_view where) {
-    const std::optional<std::string_view> escaped = EscapedFolder(where);
-    if (!escaped) return "";
-    const std::optional<std::string> folder = Unescaped(*escaped);
-    if (!folder) return "";
+std::string QueryOf(const char* table) {
     std::string sql = kQuery;
-    Replace(&sql, "@FIRST(lo)", FirstFrom("lo"));
+    Replace(&sql, "@FIRST(?1)", FirstFrom("?1"));
     Replace(&sql, "@FIRST(@BEHIND)", FirstFrom("@BEHIND"));
     Replace(&sql, "@BEHIND", kBehind);
     Replace(&sql, "@TABLE", table);
-    Replace(&sql, "@REST", std::to_string(folder->size() + 2));
-    // The folder's name may hold anything, so it comes last; the first @LO is the right one then, too.
-    Replace(&sql, "@HI", Literal(*folder + '0'));
-    return sql.replace(sql.find("@LO"), 3, Literal(*folder + '/'));
+    return sql;
+}
+
+}  // namespace
+
+std::optional<std::string> FolderOfCondition(std::string_view where) {
+    const std::optional<std::string_view> escaped = EscapedFolder(where);
+    return escaped ? Unescaped(*escaped) : std::nullopt;
+}
+
+const char* FolderRowsSql(const char* table) {
+    static auto* const texts = new std::map<std::string, std::string, std::less<>>;
+    const auto known = texts->find(table);
+    return (known != texts->end() ? known : texts->emplace(table, QueryOf(table)).first)->second.c_str();
+}
+
+void BindFolderRows(SqlStatement& statement, const std::string& folder) {
+    statement.Text(1, folder + '/');
+    statement.Text(2, folder + '0');
+    statement.Integer(3, static_cast<int64_t>(folder.size()) + 2);
 }
 
 }  // namespace koli::host

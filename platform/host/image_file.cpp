@@ -25,6 +25,7 @@ class FileSource : public koli::ByteSource {
 extern "C" int KOLIIndexImgResGet(const char* path, int* width, int* height) {
     if (path == nullptr || width == nullptr || height == nullptr) return -1;
     koli::ReadingOpen(path);
+    errno = 0;
     const koli::RegularFile file(path);
     if (!file.ok()) {
         koli::ReadingFailed(errno);

@@ -5,6 +5,7 @@
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/guard.h"
 #include "platform/host/problems.h"
 #include "platform/host/schema.h"
 #include "platform/kolidb.h"
@@ -41,17 +42,21 @@ int KOLITruncateTable(const char* table) {
         KOLI_LOG("%s (%d) No such table [%s].", table != nullptr ? table : "");
         return -1;
     }
-    if (database == &MediaDatabase()) ProblemForgetTable(table);
-    return database->Execute(std::string("DELETE FROM ") + table) >= 0 ? 0 : -1;
+    return Guarded(*database, [=] {
+        if (database == &MediaDatabase()) ProblemForgetTable(table);
+        return database->Execute(std::string("DELETE FROM ") + table) >= 0 ? 0 : -1;
+    });
 }
 
 int MediaDBVacuum(void) {
-    ProblemSettle();
-    return MediaDatabase().Vacuum();
+    return Guarded(MediaDatabase(), [&] {
+        ProblemSettle();
+        return MediaDatabase().Vacuum();
+    });
 }
 
 int PhotoDBVacuum(void) {
-    return PhotoDatabase().Vacuum();
+    return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().Vacuum(); });
 }
 
 }  // extern "C"

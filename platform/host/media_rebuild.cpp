@@ -11,6 +11,7 @@
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/guard.h"
 #include "platform/host/path_range.h"
 #include "platform/host/problems.h"
 #include "platform/host/table_marks.h"
@@ -198,7 +199,7 @@ void MediaRebuildBegin(const char* path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return;
     }
-    ProblemSettle();
+    Guarded(MediaDatabase(), [] { ProblemSettle(); });
     TheRebuild().Open();
     Remember([path](Rebuild& rebuild) { rebuild.Begin(path); });
 }
@@ -212,8 +213,8 @@ int MediaRebuildSavedLast(const char* path) {
 }
 
 int MediaRebuildEnd(int is_certain) {
-    ProblemSettle();
-    int result = 0;
+    Guarded(MediaDatabase(), [] { ProblemSettle(); });
+    int result = TheRebuild().is_noting() ? -1 : 0;
     Remember([is_certain, &result](Rebuild& rebuild) { result = rebuild.End(is_certain != 0); });
     TheRebuild().Close();
     return result;

@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/guard.h"
 #include "platform/host/media_rebuild.h"
 #include "platform/host/path_range.h"
 #include "platform/host/problems.h"
@@ -128,50 +129,56 @@ using namespace koli::host;
 extern "C" {
 
 int MediaInfoDBSave(int type, const MediaInfo* record) {
-    if (!IsStoreTable(type) || record == nullptr || record->path[0] == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    ProblemSettle();
-    RebuildNote(type, record->path);
-    SqlStatement* statement = MediaDatabase().Prepare(Statements().save[type].c_str());
-    if (statement == nullptr) return -1;
-    BindMediaInfo(*statement, *record);
-    if (MediaDatabase().Run(*statement) < 0) return -1;
-    ProblemSaved(record->path);
-    return 0;
+    return Guarded(MediaDatabase(), [&] {
+        if (!IsStoreTable(type) || record == nullptr || record->path[0] == '\0') {
+            KOLI_LOG("%s (%d) Bad parameter.");
+            return -1;
+        }
+        ProblemSettle();
+        RebuildNote(type, record->path);
+        SqlStatement* statement = MediaDatabase().Prepare(Statements().save[type].c_str());
+        if (statement == nullptr) return -1;
+        BindMediaInfo(*statement, *record);
+        if (MediaDatabase().Run(*statement) < 0) return -1;
+        ProblemSaved(record->path);
+        return 0;
+    });
 }
 
 int MediaInfoDBDirSave(const char* path) {
-    if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    ProblemSettle();
-    std::string directory(WithoutTrailingSlashes(path));
-    if (directory.empty()) directory = "/";
-    RebuildNote(kRebuildDirectory, directory);
-    SqlStatement* statement = MediaDatabase().Prepare(kSaveDirectory);
-    if (statement == nullptr) return -1;
-    std::string scratch;
-    statement->Text(1, directory);
-    statement->Text(2, Utf8FromUnmarked(FileNameOf(directory.c_str()), &scratch));
-    return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
+    return Guarded(MediaDatabase(), [&] {
+        if (path == nullptr || *path == '\0') {
+            KOLI_LOG("%s (%d) Bad parameter.");
+            return -1;
+        }
+        ProblemSettle();
+        std::string directory(WithoutTrailingSlashes(path));
+        if (directory.empty()) directory = "/";
+        RebuildNote(kRebuildDirectory, directory);
+        SqlStatement* statement = MediaDatabase().Prepare(kSaveDirectory);
+        if (statement == nullptr) return -1;
+        std::string scratch;
+        statement->Text(1, directory);
+        statement->Text(2, Utf8FromUnmarked(FileNameOf(directory.c_str()), &scratch));
+        return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
+    });
 }
 
 int MediaInfoDBDelete(int type, const char* path) {
-    if (path == nullptr || *path == '\0' || (!IsStoreTable(type) && type != kStoreBelowDirectory)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    ProblemSettle();
-    if (type == kStoreBelowDirectory) return DeleteBelow(path);
-    SqlStatement* statement = MediaDatabase().Prepare(Statements().remove[type].c_str());
-    if (statement == nullptr) return -1;
-    statement->Text(1, path);
-    if (MediaDatabase().Run(*statement) < 0) return -1;
-    ProblemForget(path);
-    return 0;
+    return Guarded(MediaDatabase(), [&] {
+        if (path == nullptr || *path == '\0' || (!IsStoreTable(type) && type != kStoreBelowDirectory)) {
+            KOLI_LOG("%s (%d) Bad parameter.");
+            return -1;
+        }
+        ProblemSettle();
+        if (type == kStoreBelowDirectory) return DeleteBelow(path);
+        SqlStatement* statement = MediaDatabase().Prepare(Statements().remove[type].c_str());
+        if (statement == nullptr) return -1;
+        statement->Text(1, path);
+        if (MediaDatabase().Run(*statement) < 0) return -1;
+        ProblemForget(path);
+        return 0;
+    });
 }
 
 }  // extern "C"

@@ -5,6 +5,7 @@
 #include "base/log.h"
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/guard.h"
 #include "platform/host/path_range.h"
 #include "platform/host/sql_dialect.h"
 #include "platform/host/text_utf8.h"
@@ -90,10 +91,12 @@ void BindPhoto(SqlStatement& statement, const PhotoRecord& record) {
 
 /// Runs a kept statement with the path as its only parameter, or with none.
 int RunOn(const char* text, const char* path) {
-    SqlStatement* statement = PhotoDatabase().Prepare(text);
-    if (statement == nullptr) return -1;
-    if (path != nullptr) statement->Text(1, path);
-    return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+    return Guarded(PhotoDatabase(), [&] {
+        SqlStatement* statement = PhotoDatabase().Prepare(text);
+        if (statement == nullptr) return -1;
+        if (path != nullptr) statement->Text(1, path);
+        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+    });
 }
 
 bool IsPath(const char* path, LogSite site = LogSite(kModule)) {
@@ -111,14 +114,16 @@ using namespace koli::host;
 extern "C" {
 
 int PhotoInfoDBSave(const PhotoRecord* record, int mode) {
-    if (record == nullptr || record->path[0] == '\0' || (mode != 1 && mode != 5)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    SqlStatement* statement = PhotoDatabase().Prepare(kSave);
-    if (statement == nullptr) return -1;
-    BindPhoto(*statement, *record);
-    return PhotoDatabase().RunAdd(*statement) < 0 ? -1 : 0;
+    return Guarded(PhotoDatabase(), [&] {
+        if (record == nullptr || record->path[0] == '\0' || (mode != 1 && mode != 5)) {
+            KOLI_LOG("%s (%d) Bad parameter.");
+            return -1;
+        }
+        SqlStatement* statement = PhotoDatabase().Prepare(kSave);
+        if (statement == nullptr) return -1;
+        BindPhoto(*statement, *record);
+        return PhotoDatabase().RunAdd(*statement) < 0 ? -1 : 0;
+    });
 }
 
 int PhotoInfoDBDelete(const char* path) {
@@ -126,11 +131,13 @@ int PhotoInfoDBDelete(const char* path) {
 }
 
 int PhotoInfoDBDirDelete(const char* path) {
-    if (!IsPath(path)) return -1;
-    SqlStatement* statement = PhotoDatabase().Prepare(DeleteBelowSql());
-    if (statement == nullptr) return -1;
-    BindPathRange(*statement, path);
-    return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+    return Guarded(PhotoDatabase(), [&] {
+        if (!IsPath(path)) return -1;
+        SqlStatement* statement = PhotoDatabase().Prepare(DeleteBelowSql());
+        if (statement == nullptr) return -1;
+        BindPathRange(*statement, path);
+        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+    });
 }
 
 int KOLIIndexPhotoUpdateVideoStatus(const char* path) {
@@ -146,26 +153,32 @@ int KOLIPhotoDeleteNoUpdateRows(void) {
 }
 
 int PhotoDBExec(const char* sql) {
-    if (!IsPath(sql)) return -1;
-    return PhotoDatabase().Execute(ToSqliteText(sql));
+    return Guarded(PhotoDatabase(), [&] {
+        if (!IsPath(sql)) return -1;
+        return PhotoDatabase().Execute(ToSqliteText(sql));
+    });
 }
 
 int PhotoDBSettingGet(const char* name, char* value, int size) {
-    if (!IsPath(name) || value == nullptr || size <= 0) return -1;
-    const auto rows =
-        PhotoDatabase().Query("SELECT value FROM setting WHERE name = '" + std::string(name) + "'");
-    if (rows == nullptr) return -1;
-    if (rows->count() == 0) return 1;
-    CopyText(value, static_cast<size_t>(size), rows->Field(0, "value"));
-    return 0;
+    return Guarded(PhotoDatabase(), [&] {
+        if (!IsPath(name) || value == nullptr || size <= 0) return -1;
+        const auto rows =
+            PhotoDatabase().Query("SELECT value FROM setting WHERE name = '" + std::string(name) + "'");
+        if (rows == nullptr) return -1;
+        if (rows->count() == 0) return 1;
+        CopyText(value, static_cast<size_t>(size), rows->Field(0, "value"));
+        return 0;
+    });
 }
 
 int PhotoDBSettingSet(const char* name, const char* value) {
-    SqlStatement* statement = PhotoDatabase().Prepare(kSetSetting);
-    if (statement == nullptr) return -1;
-    statement->Text(1, name);
-    statement->Text(2, value);
-    return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+    return Guarded(PhotoDatabase(), [&] {
+        SqlStatement* statement = PhotoDatabase().Prepare(kSetSetting);
+        if (statement == nullptr) return -1;
+        statement->Text(1, name);
+        statement->Text(2, value);
+        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+    });
 }
 
 }  // extern "C"

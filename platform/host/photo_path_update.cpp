@@ -1,7 +1,6 @@
 // KOLIUpdatePhotoPath: moves photo rows to the paths that their files have got, and leaves those of others.
 #include <algorithm>
 #include <cstring>
-#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "base/path_names.h"
 #include "base/photo_record.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/guard.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
@@ -59,12 +59,12 @@ bool HasRow(const std::string& path) {
 
 /// A file that still stands where its row says keeps it in two cases: the row is a neighbour's, whose name
 /// only begins like the one that was renamed ("Trip 2" beside "Trip"); or there is a row at the new path, for
-/// then the rename has been done before.  A file that cannot be looked at may stand.  A neighbour that has
-/// gone to another name waits for its own request.
+/// then the rename has been done before.  A file that cannot be looked at may stand; one that a later request
+/// brings is another one.  A neighbour that has gone to another name waits for its own request.
 bool Stays(const char* path, const std::string& to, size_t old_length) {
     const bool is_neighbour = path[old_length] != '\0' && path[old_length] != '/';
-    if (KLIBPathLook(path) != KLIB_PATH_ABSENT) return is_neighbour || HasRow(to);
-    return is_neighbour && IsRenamedLater(path);
+    if (KLIBPathLook(path) == KLIB_PATH_ABSENT) return is_neighbour && IsRenamedLater(path);
+    return is_neighbour || (HasRow(to) && !IsBroughtLater(path));
 }
 
 /// A row whose new path does not fit into a record is removed: no index of the new place would have it.
@@ -86,15 +86,12 @@ bool MoveRow(const char* from, const std::string& to) {
     return PhotoDatabase().Run(*statement) >= 0;
 }
 
-bool MoveRows(const std::vector<const char*>& paths, const std::string& new_path, size_t old_length) try {
+bool MoveRows(const std::vector<const char*>& paths, const std::string& new_path, size_t old_length) {
     for (const char* path : paths) {
         const std::string to = new_path + (path + old_length);
         if (!Stays(path, to, old_length) && !MoveRow(path, to)) return false;
     }
     return true;
-} catch (const std::bad_alloc&) {
-    KOLI_LOG("%s (%d) Out of memory.");
-    return false;
 }
 
 }  // namespace
@@ -102,19 +99,19 @@ bool MoveRows(const std::vector<const char*>& paths, const std::string& new_path
 
 using namespace koli::host;
 
-extern "C" int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path,
-                                   const char* old_path) try {
+extern "C" int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path, const char* old_path) {
     if (new_path == nullptr || *new_path == '\0' || old_path == nullptr || *old_path == '\0') {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
     if (strcmp(new_path, old_path) == 0) return 0;
-    const std::vector<const char*> paths = MovesInOrder(list, new_path, old_path);
-    if (paths.empty()) return 0;
-    PhotoDBUnitBegin();
-    const bool moved = MoveRows(paths, new_path, strlen(old_path));
-    return PhotoDBUnitEnd(moved ? 1 : 0) == 0 && moved ? 0 : -1;
-} catch (const std::bad_alloc&) {
-    KOLI_LOG("%s (%d) Out of memory.");
-    return -1;
+    return Guarded(PhotoDatabase(), [=] {
+        const std::vector<const char*> paths = MovesInOrder(list, new_path, old_path);
+        if (paths.empty()) return 0;
+        PhotoDBUnitBegin();
+        // Without memory the database refuses, and the unit's end takes everything back.
+        const int moved =
+            Guarded(PhotoDatabase(), [&] { return MoveRows(paths, new_path, strlen(old_path)) ? 0 : -1; });
+        return PhotoDBUnitEnd(moved == 0 ? 1 : 0) == 0 ? moved : -1;
+    });
 }

@@ -3,11 +3,13 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/folder_rows.h"
+#include "platform/host/guard.h"
 #include "platform/host/schema.h"
 #include "platform/host/sql_dialect.h"
 #include "platform/kolidb.h"
@@ -26,13 +28,13 @@ namespace {
 constexpr const char kModule[] = "kolidb";
 
 KOLIDB* MediaConnection() {
-    static auto* const db = new KOLIDB{MediaDatabase()};
-    return db;
+    static KOLIDB db{MediaDatabase()};
+    return &db;
 }
 
 KOLIDB* PhotoConnection() {
-    static auto* const db = new KOLIDB{PhotoDatabase()};
-    return db;
+    static KOLIDB db{PhotoDatabase()};
+    return &db;
 }
 
 struct Selection {
@@ -57,22 +59,33 @@ std::string SelectText(const char* table, const Selection& selection) {
     return text;
 }
 
-/// The query of the paths directly inside one folder; "" when the selection is another.
-std::string FolderText(const char* table, const Selection& selection) {
+/// The folder, when the selection is that of the paths directly inside one.
+std::optional<std::string> FolderOf(const Selection& selection) {
     const bool is_ordered = !HasText(selection.order) || strcmp(selection.order, "path asc") == 0;
     if (strcmp(selection.columns, "path") != 0 || !HasText(selection.where) || !is_ordered ||
         selection.limit > 0 || selection.offset > 0)
-        return "";
-    return FolderRowsSql(table, selection.where);
+        return std::nullopt;
+    return FolderOfCondition(selection.where);
+}
+
+std::unique_ptr<SqlRows> RowsInside(const std::string& folder, Database& database, const char* table) {
+    SqlStatement* query = database.PrepareQuery(FolderRowsSql(table));
+    if (query == nullptr) return nullptr;
+    BindFolderRows(*query, folder);
+    return database.Query(*query);
 }
 
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
-    std::string text = FolderText(table, selection);
-    if (text.empty()) text = SelectText(table, selection);
-    std::unique_ptr<SqlRows> rows = db->database.Query(text);
-    if (rows == nullptr) return nullptr;
-    const int count = rows->count();
-    return new KOLIDBRows{db, new KOLIDBResult{std::move(rows)}, -1, count};
+    return Guarded(db->database, [&]() -> KOLIDBRows* {
+        const std::optional<std::string> folder = FolderOf(selection);
+        auto result =
+            std::make_unique<KOLIDBResult>(folder ? RowsInside(*folder, db->database, table)
+                                                  : db->database.Query(SelectText(table, selection)));
+        if (result->rows == nullptr) return nullptr;
+        auto rows = std::make_unique<KOLIDBRows>(db, nullptr, -1, result->rows->count());
+        rows->result = result.release();
+        return rows.release();
+    });
 }
 
 }  // namespace
@@ -122,7 +135,7 @@ int KOLIDBExecute(KOLIDB* db, const char* sql, KOLIDBResult** result) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0;
+    return Guarded(db->database, [=] { return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0; });
 }
 
 const char* KOLIDBErrorGet(KOLIDB* db) {

@@ -166,12 +166,14 @@ void Sql::WaitForLocks(int ms) {
 // ---- Statements
 
 /// Called while a statement is prepared, once for each thing that it will do; notes the table that it
-/// changes.
+/// changes.  Nothing may be thrown through the engine.
 int Sql::OnAuthorize(void* self, int action, const char* table, const char*, const char*,
-                     const char* trigger) {
+                     const char* trigger) try {
     const bool changes = action == SQLITE_INSERT || action == SQLITE_UPDATE || action == SQLITE_DELETE;
     if (changes && trigger == nullptr && table != nullptr) static_cast<Sql*>(self)->prepared_table_ = table;
     return SQLITE_OK;
+} catch (const std::bad_alloc&) {
+    return SQLITE_DENY;
 }
 
 std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags) {
@@ -184,7 +186,9 @@ std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags
         Fail();
         return nullptr;
     }
+    std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> owner(handle, &sqlite3_finalize);
     std::unique_ptr<SqlStatement> statement(new SqlStatement(handle, prepared_table_));
+    owner.release();
     if (handle == nullptr || !IsOnlyBlank(tail, text.data() + text.size())) {
         error_ = handle == nullptr ? "no statement" : "more than one statement";
         error_code_ = SQLITE_MISUSE;
@@ -199,6 +203,12 @@ SqlStatement* Sql::Kept(const char* text) {
     return slot.get();
 }
 
+/// Its values, and what it holds of the database.
+void Sql::Forget(SqlStatement& statement) {
+    sqlite3_reset(statement.handle_);
+    sqlite3_clear_bindings(statement.handle_);
+}
+
 int Sql::Run(SqlStatement& statement) {
     const int64_t before = TotalChanges();
     int code = 0;
@@ -207,8 +217,7 @@ int Sql::Run(SqlStatement& statement) {
         code = sqlite3_step(statement.handle_);
     } while (code == SQLITE_ROW);
     if (code != SQLITE_DONE) Fail();
-    sqlite3_reset(statement.handle_);
-    sqlite3_clear_bindings(statement.handle_);
+    Forget(statement);
     if (code != SQLITE_DONE) return -1;
 
     // sqlite3_changes would repeat the count of an earlier statement.
@@ -232,10 +241,14 @@ bool Sql::ExecuteScript(const std::string& script) {
 
 // ---- Queries
 
-std::unique_ptr<SqlRows> Sql::Query(std::string_view text) try {
+std::unique_ptr<SqlRows> Sql::Query(std::string_view text) {
     const std::unique_ptr<SqlStatement> statement = Prepare(text, 0);
-    if (statement == nullptr) return nullptr;
-    sqlite3_stmt* const handle = statement->handle_;
+    return statement != nullptr ? Query(*statement) : nullptr;
+}
+
+std::unique_ptr<SqlRows> Sql::Query(SqlStatement& statement) try {
+    read_error = 0;
+    sqlite3_stmt* const handle = statement.handle_;
     auto rows = std::make_unique<SqlRows>();
     const int columns = sqlite3_column_count(handle);
     for (int i = 0; i < columns; ++i)
@@ -250,10 +263,14 @@ std::unique_ptr<SqlRows> Sql::Query(std::string_view text) try {
         }
         ++rows->count_;
     }
-    if (code == SQLITE_DONE) return rows;
-    Fail();
-    return nullptr;
+    if (code != SQLITE_DONE) {
+        Fail();
+        rows.reset();
+    }
+    Forget(statement);
+    return rows;
 } catch (const std::bad_alloc&) {
+    Forget(statement);
     error_ = "the result does not fit into the memory";
     error_code_ = SQLITE_NOMEM;
     return nullptr;

@@ -84,6 +84,8 @@ class Sql {
 
     /// The rows of a query, or null on failure.
     std::unique_ptr<SqlRows> Query(std::string_view text);
+    /// The same of a statement, whose values are then forgotten.
+    std::unique_ptr<SqlRows> Query(SqlStatement& statement);
 
     /// The number in the first field of the first row of a query; -1 on failure.
     int64_t QueryNumber(std::string_view text);
@@ -117,10 +119,11 @@ class Sql {
     bool FailedForNow() const;
 
   private:
-    explicit Sql(ChangeListener changed) : changed_(changed) {}
+    explicit Sql(ChangeListener changed) : changed_(changed) { prepared_table_.reserve(kNameSize); }
     bool Configure();
     std::unique_ptr<SqlRows> ChooseLog();
     void Fail();
+    static void Forget(SqlStatement& statement);
     std::unique_ptr<SqlStatement> Prepare(std::string_view text, unsigned flags);
     static int OnAuthorize(void* self, int action, const char* table, const char* column,
                            const char* database, const char* trigger);
@@ -132,7 +135,8 @@ class Sql {
     std::string prepared_table_;  // set by OnAuthorize while a statement is prepared
     std::string error_;
     int error_code_ = 0;
-    int error_number_ = 0;  // errno of the system call behind it, 0 = none
+    static constexpr size_t kNameSize = 64;  // of our tables' names, at most
+    int error_number_ = 0;                   // errno of the system call behind it, 0 = none
 };
 
 }  // namespace koli::host

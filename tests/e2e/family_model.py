@@ -28,6 +28,7 @@ class Thing:
     def __init__(self, path, flag=None):
         self.path, self.flag, self.album = path, flag, None  # public, description, users; None: as a new one
         self.known = self.asked = self.mixed = self.deep = False
+        self.around = None  # the album that it was in, too deep to be one
         self.texts, self.pending, self.options = {}, {}, {}  # by stream: text, text to come, others that it may have
         self.is_video, self.is_photo = path.endswith(VIDEOS), path.endswith(PICTURES)
         self.is_folder = not self.is_video and not self.is_photo
@@ -131,6 +132,12 @@ class Family:
         has_rows = (thing.known or any(path.startswith(old + "/" * thing.is_folder) for path in rows)
                     or any(is_at(old, path) or is_at(path, old) for path in self.requested))
         beside, moved = thing.beside(), self.below(old)
+        for other in moved:
+            if level(other.path) > 1:
+                top = os.path.dirname(other.path)
+                while level(top) > 1:
+                    top = os.path.dirname(top)
+                other.around = self.things.get(top)
         os.rename(old, new)
         for other in moved:
             other.asked = other.asked and not other.known and not has_rows

@@ -136,6 +136,9 @@ class Check:
     def fresh(self, thing, flags):
         """What an album begins with: one of `flags` as it was said, but a sub-album as its album is."""
         top = self.store.albums.get(os.path.dirname(thing.path))
+        around = thing.around.album if thing.deep and thing.around else None
+        if around and not around[0]:
+            return [(False, "", around[2] & top[2] if level(thing.path) and top and not top[0] else frozenset())]
         if level(thing.path) and top is not None and len(flags) == 1:
             return [(top[0], "", frozenset() if top[0] else top[2])]
         return [(self.default if flag is None else flag, "", frozenset()) for flag in flags]

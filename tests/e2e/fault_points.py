@@ -138,8 +138,10 @@ def a_chain():
     yield [f"A:{P}"]
     album("A", "f", 1)
     os.rename(f"{P}/A", f"{P}/Y")
-    yield [f"N:{P}/X:{P}/A", f"N:{P}/Y:{P}/X"]
-    return {"Y/x.jpg": "moved twice"}, {"Y": ("f", {1})}
+    put(f"{P}/New/z.jpg", title="new")  # its captions are taken by the rename
+    hand_over(f"{P}/New", "PUBLIC", "1\n")
+    yield [f"N:{P}/X:{P}/A", f"N:{P}/Y:{P}/X", f"N:{P}/New:{P}/Z"]
+    return {"Y/x.jpg": "moved twice", "New/z.jpg": "new"}, {"Y": ("f", {1}), "New": ("t", set())}
 
 
 def new_requests_beside_a_kept_batch():
