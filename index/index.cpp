@@ -143,7 +143,7 @@ int AddFile(const char* path, const IndexHandler& handler) {
     const char* slash = strrchr(path, '/');
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
-    LogFirstForget();  // the log's first line from here on tells why, if the file cannot be parsed
+    LogFirstForget();           // the log's first line from here on tells why, if the file cannot be parsed
     reading_tick = KOLIDBTick;  // nothing may keep the databases locked
     const FileReading reading(path);
     if (reading.past() != PastReading::kNothing) return AddUnopened(path, handler, reading.past());
