@@ -80,6 +80,9 @@ void Die(int) {
 int SignalsInstall() {
     // Children are waited for; a starter that ignores their end must not hand that on.
     signal(SIGCHLD, SIG_DFL);
+    // Nobody sends these but by mistake, and each would end the daemon.
+    for (const int stray : {SIGHUP, SIGPIPE, SIGALRM, SIGUSR2})
+        signal(stray, SIG_IGN);
     if (signal(SIGUSR1, SetDirty) == SIG_ERR) {
         KOLI_LOG("%s (%d) signal(SIGUSR1, SetDirty) failed.");
         return -1;

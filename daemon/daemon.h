@@ -12,7 +12,8 @@ int DaemonStart();
 /// batch at work stays and is finished at the next start.
 void Die(int signo);
 
-/// Installs SetDirty and Die and lets their signals in.  Returns 0, or -1 (logged).
+/// Installs SetDirty and Die, ignores the signals that come by mistake, and lets SIGUSR1 and SIGTERM in.
+/// Returns 0, or -1 (logged).
 int SignalsInstall();
 
 /// Reads the feature switches of the appliance's defaults file.
