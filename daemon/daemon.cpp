@@ -11,13 +11,12 @@
 #include <cstring>
 #include <ctime>
 
-#include "base/features.h"
 #include "base/log.h"
 #include "daemon/kept_batch.h"
 #include "daemon/loop.h"
 #include "daemon/pid_file.h"
 #include "daemon/queue.h"
-#include "platform/kolisdk.h"
+#include "daemon/settings.h"
 #include "platform/paths.h"
 #include "video/probe_guard.h"
 
@@ -33,10 +32,6 @@ sigset_t DaemonSignals() {
     sigaddset(&set, SIGUSR1);
     sigaddset(&set, SIGTERM);
     return set;
-}
-
-int FeatureSwitch(const char* key) {
-    return BlKOLIFileCheckKeyValue(paths::kDefaults, key, "yes", 0) != 0 ? 1 : 0;
 }
 
 bool Exists(const char* path) {
@@ -94,11 +89,6 @@ int SignalsInstall() {
     const sigset_t held_back = DaemonSignals();
     sigprocmask(SIG_UNBLOCK, &held_back, nullptr);
     return 0;
-}
-
-void FeaturesRead() {
-    support_vidora = FeatureSwitch("supportvidora");
-    support_photo = FeatureSwitch("supportphoto");
 }
 
 void LeftoversRun() {

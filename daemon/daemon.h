@@ -16,9 +16,6 @@ void Die(int signo);
 /// Returns 0, or -1 (logged).
 int SignalsInstall();
 
-/// Reads the feature switches of the appliance's defaults file.
-void FeaturesRead();
-
 /// Runs the queue for a batch that an earlier daemon left, then for a queue that waits.
 void LeftoversRun();
 

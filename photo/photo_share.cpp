@@ -2,9 +2,11 @@
 
 #include <strings.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/log.h"
+#include "base/passing_error.h"
 #include "base/path_names.h"
 #include "index/share_path.h"
 #include "photo/album_name.h"
@@ -32,15 +34,19 @@ int DeleteAllAlbums() {
     return 0;
 }
 
-/// What the caption says, else what the machine's setting says.
-bool IsPublicAlbum(const char* path) {
+/// What the caption says, else what the machine's setting says.  False when the setting cannot be read now.
+bool ReadPublicFlag(const char* path, bool* is_public) {
     char value[kFlagSize] = {};
-    if (PhotoSharePublicGet(path, value, sizeof value) == 1) return value[0] == '1';
+    const bool has_caption = PhotoSharePublicGet(path, value, sizeof value) == 1;
+    *is_public = has_caption && value[0] == '1';
+    if (has_caption) return true;
     if (KLIBFileGetKeyValue(paths::kConfig, "albumdefpublic", value, sizeof value, 0) < 0) {
+        const bool is_known = errno == 0 || !IsPassingError(errno);
         KOLI_LOG("%s(%d) Can't get key valude. key=%s", "supportvidora");
-        return false;
+        return is_known;
     }
-    return strcasecmp(value, "yes") == 0;
+    *is_public = strcasecmp(value, "yes") == 0;
+    return true;
 }
 
 int InsertAlbum(const char* album, int depth, bool is_public) {
@@ -62,8 +68,9 @@ int InsertAlbum(const char* album, int depth, bool is_public) {
 int CreateAlbum(const char* path, int depth) {
     const char* album = AlbumNameOf(path);
     CaptionHold captions;
-    const bool is_public = IsPublicAlbum(path);
-    if (captions.HasUnreadable()) {
+    bool is_public = false;
+    const bool is_known = ReadPublicFlag(path, &is_public);
+    if (!is_known || captions.HasUnreadable()) {
         KOLI_LOG("%s (%d) The public flag of [%s] cannot be read. The album is not made yet.", album);
         return -1;
     }

@@ -9,6 +9,7 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
+#include "base/passing_error.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
 
@@ -38,12 +39,14 @@ bool SyncDirectory(const std::string& directory) {
 std::string DatabaseDirectory() {
     if (!ChosenDirectory().empty()) return ChosenDirectory();
     char value[kPathSize];
-    if (KLIBFileGetKeyValue(paths::kConfig, "database", value, sizeof value, 0) < 0 || value[0] == '\0')
-        return kDefaultDirectory;
+    const bool is_set = KLIBFileGetKeyValue(paths::kConfig, "database", value, sizeof value, 0) >= 0;
+    if (!is_set && errno != 0 && IsPassingError(errno)) return "";
+    if (!is_set || value[0] == '\0') return kDefaultDirectory;
     const std::string_view engine(value);
     if (engine.substr(0, kEngine.size()) == kEngine && engine.substr(kEngine.size(), 1) == "/")
         return std::string(engine.substr(kEngine.size()));
     KOLI_LOG("%s (%d) Unknown database [%s] in %s.", value, paths::kConfig);
+    errno = EINVAL;
     return "";
 }
 

@@ -6,7 +6,8 @@
 namespace koli::host {
 
 /// The directory that was chosen, or else the one that the key "database" of the machine's settings names as
-/// sqlite:DIRECTORY; "/var/lib/koli" without such a key.  Empty (logged) for an engine that there is not.
+/// sqlite:DIRECTORY; "/var/lib/koli" without such a key.  Empty with errno EINVAL for an engine that there is
+/// not (logged), with another one when the settings cannot be read now.
 std::string DatabaseDirectory();
 
 /// Chooses the directory instead of the settings; null goes back to them.  DatabaseDirectorySet

@@ -14,8 +14,11 @@ RegularFile::RegularFile(const char* path) {
     const int descriptor = OpenForReading(path);
     if (descriptor < 0) return;
     struct stat status;
-    if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) {
+    const bool is_known = fstat(descriptor, &status) == 0;
+    if (!is_known || !S_ISREG(status.st_mode)) {
+        const int error = is_known ? EINVAL : errno;
         close(descriptor);
+        errno = error;
         return;
     }
     descriptor_ = descriptor;

@@ -17,7 +17,8 @@ class RegularFile {
     RegularFile(const RegularFile&) = delete;
     RegularFile& operator=(const RegularFile&) = delete;
 
-    /// False when `path` is null, cannot be opened or is no regular file.
+    /// False when `path` is null, cannot be opened or is no regular file; after the constructor errno tells
+    /// why.
     bool ok() const { return descriptor_ >= 0; }
     /// Bytes at the time of opening.
     uint64_t size() const { return size_; }

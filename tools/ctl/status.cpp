@@ -8,12 +8,12 @@
 
 #include <algorithm>
 
-#include "platform/host/database_directory.h"
 #include "platform/host/schema.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/batch_state.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_writer.h"
+#include "tools/ctl/store_reader.h"
 
 namespace koli::ctl {
 namespace {
@@ -100,10 +100,10 @@ bool AddDatabase(const std::string& directory, const host::DatabaseKind& kind, R
 }
 
 bool AddDatabases(const Context& context, Record* record) {
-    const std::string directory =
-        context.places.databases.empty() ? host::DatabaseDirectory() : context.places.databases;
+    std::string error;
+    const std::string directory = DatabasesFolder(context.places, &error);
     if (directory.empty()) {
-        Complain("the settings name an unknown database engine");
+        Complain("%s", error.c_str());
         return false;
     }
     record->emplace_back("databases", directory);

@@ -9,11 +9,15 @@
 #include "platform/host/schema.h"
 
 namespace koli::ctl {
-namespace {
 
-constexpr const char kUnknownEngine[] = "the settings name an unknown database engine";
-
-}  // namespace
+std::string DatabasesFolder(const Places& places, std::string* error) {
+    if (!places.databases.empty()) return places.databases;
+    std::string directory = host::DatabaseDirectory();
+    if (directory.empty())
+        *error = errno == EINVAL ? "the settings name an unknown database engine"
+                                 : std::string("cannot read the settings: ") + strerror(errno);
+    return directory;
+}
 
 std::string FirstKeyBelow(std::string_view folder) {
     return std::string(folder).append(folder == "/" ? "" : "/");
@@ -37,11 +41,8 @@ std::unique_ptr<host::SqlReader> StoreReader::OpenOne(const char* name, const ch
 }
 
 bool StoreReader::Open(const Places& places) {
-    directory_ = places.databases.empty() ? host::DatabaseDirectory() : places.databases;
-    if (directory_.empty()) {
-        error_ = kUnknownEngine;
-        return false;
-    }
+    directory_ = DatabasesFolder(places, &error_);
+    if (directory_.empty()) return false;
     media_ = OpenOne("media.db", "directory");
     if (error_.empty()) photo_ = OpenOne("photo.db", "photo_info");
     return error_.empty();
