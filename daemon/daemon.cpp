@@ -12,6 +12,7 @@
 #include <ctime>
 
 #include "base/log.h"
+#include "daemon/background.h"
 #include "daemon/kept_batch.h"
 #include "daemon/loop.h"
 #include "daemon/pid_file.h"
@@ -34,6 +35,12 @@ sigset_t DaemonSignals() {
     return set;
 }
 
+/// Without a pid file there is no daemon.
+[[noreturn]] void GiveUp(int error) {
+    KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(error));
+    exit(0);
+}
+
 bool Exists(const char* path) {
     struct stat status;
     return stat(path, &status) == 0;
@@ -44,6 +51,9 @@ bool Exists(const char* path) {
 int DaemonStart() {
     const sigset_t held_back = DaemonSignals();
     sigprocmask(SIG_BLOCK, &held_back, nullptr);
+    // Nobody sends these but by mistake, and each would end the daemon.
+    for (const int stray : {SIGHUP, SIGPIPE, SIGALRM, SIGUSR2})
+        signal(stray, SIG_IGN);
 
     // The lock is taken while there still is a terminal to answer to; daemon() hands it to the child.
     const bool is_alive = IsDaemonAlive(paths::kPidFile) != 0;
@@ -53,16 +63,19 @@ int DaemonStart() {
         printf("Daemon alive. No need to start\n");
         return -1;
     }
-    if (daemon(0, 0) != 0) {
+    if (lock == kPidFileUnusable)
+        fprintf(stderr, "%s: cannot create %s: %s. No daemon is started.\n", kModule, paths::kPidFile,
+                strerror(lock_error));
+    int starter = -1;
+    if (BackgroundEnter(&starter) != 0) {
         KOLI_LOG("%s (%d) Failed to become a daemon.(%s)", strerror(errno));
         return -1;
     }
-    if (lock == kPidFileUnusable) {
-        KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(lock_error));
-        exit(0);
-    }
+    if (lock == kPidFileUnusable) GiveUp(lock_error);
     // The descriptor stays open as long as the process lives, and the lock with it.
     if (PidFileWrite(lock) != 0) KOLI_LOG("%s(%d): fprintf pid failed. (%s)", strerror(errno));
+    if (PidFilePublish(paths::kPidFile) != 0) GiveUp(errno);
+    StarterRelease(starter);
     return 0;
 }
 
@@ -75,9 +88,6 @@ void Die(int) {
 int SignalsInstall() {
     // Children are waited for; a starter that ignores their end must not hand that on.
     signal(SIGCHLD, SIG_DFL);
-    // Nobody sends these but by mistake, and each would end the daemon.
-    for (const int stray : {SIGHUP, SIGPIPE, SIGALRM, SIGUSR2})
-        signal(stray, SIG_IGN);
     if (signal(SIGUSR1, SetDirty) == SIG_ERR) {
         KOLI_LOG("%s (%d) signal(SIGUSR1, SetDirty) failed.");
         return -1;

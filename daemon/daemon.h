@@ -3,17 +3,17 @@
 
 namespace koli {
 
-/// Refuses a second instance, becomes a daemon, locks and writes the pid file.  SIGUSR1 and SIGTERM are held
-/// back from here until SignalsInstall.  Returns 0, or -1 when the caller must exit; leaves with status 0
-/// itself when the pid file cannot be created.
+/// Refuses a second instance, becomes a daemon, locks and writes the pid file; the process that was started
+/// ends when the file is there.  SIGUSR1 and SIGTERM are held back from here until SignalsInstall; SIGHUP,
+/// SIGPIPE, SIGALRM and SIGUSR2 are ignored.  Returns 0, or -1 when the caller must exit; leaves with status
+/// 0 itself when the pid file cannot be created, which the error stream tells.
 int DaemonStart();
 
 /// Handler of SIGTERM: removes the pid file and ends the process with status 0, wherever it stands.  The
 /// batch at work stays and is finished at the next start.
 void Die(int signo);
 
-/// Installs SetDirty and Die, ignores the signals that come by mistake, and lets SIGUSR1 and SIGTERM in.
-/// Returns 0, or -1 (logged).
+/// Installs SetDirty and Die and lets their signals in.  Returns 0, or -1 (logged).
 int SignalsInstall();
 
 /// Runs the queue for a batch that an earlier daemon left, then for a queue that waits.
