@@ -18,6 +18,8 @@ namespace {
 
 constexpr const char kModule[] = "kolidb";
 constexpr const char kDefaultDirectory[] = "/var/lib/koli";
+constexpr mode_t kDirectoryMode = 0750;  // what people's files hold is not for everybody
+constexpr mode_t kParentMode = 0755;
 constexpr std::string_view kEngine = "sqlite:";
 
 std::string& ChosenDirectory() {
@@ -58,7 +60,8 @@ bool MakeDirectories(const std::string& directory) {
     for (size_t end = 0; end != std::string::npos;) {
         const size_t begin = end;
         end = directory.find('/', begin + 1);
-        if (mkdir(directory.substr(0, end).c_str(), 0755) == 0) {
+        const mode_t mode = end == std::string::npos ? kDirectoryMode : kParentMode;
+        if (mkdir(directory.substr(0, end).c_str(), mode) == 0) {
             if (!SyncDirectory(begin > 0 ? directory.substr(0, begin) : "/")) return false;
         } else if (errno != EEXIST && errno != EISDIR) {
             return false;

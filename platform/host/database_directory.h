@@ -14,7 +14,8 @@ std::string DatabaseDirectory();
 /// (database_groups.h) is what closes the databases too.
 void DatabaseDirectoryChoose(const char* directory);
 
-/// Creates a directory and those above it, 0755, each made durable.  True when it is there.
+/// Creates the databases' directory, 0750, and those above it, 0755, each made durable.  True when it is
+/// there.
 bool MakeDirectories(const std::string& directory);
 
 }  // namespace koli::host
