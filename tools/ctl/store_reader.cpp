@@ -1,12 +1,14 @@
 #include "tools/ctl/store_reader.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "platform/host/database_directory.h"
 #include "platform/host/schema.h"
+#include "tools/ctl/membership.h"
 
 namespace koli::ctl {
 
@@ -36,7 +38,10 @@ std::unique_ptr<host::SqlReader> StoreReader::OpenOne(const char* name, const ch
     std::string reason;
     auto reader = host::SqlReader::Open(file, &reason);
     if (reader != nullptr && !reader->failed() && !reader->HasTable(table)) return nullptr;
-    if (reader == nullptr) error_ = "cannot read " + file + ": " + reason;
+    if (reader != nullptr) return reader;
+    const bool is_refused = access(file.c_str(), R_OK) != 0 && errno == EACCES;
+    if (is_refused) reason = strerror(EACCES) + JoinHint(directory_);
+    error_ = "cannot read " + file + ": " + reason;
     return reader;
 }
 
