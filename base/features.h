@@ -1,4 +1,5 @@
-// Process-wide switches: set once at start-up from the appliance's defaults file, read everywhere.
+// Process-wide switches: set once, before the first batch, from the appliance's defaults file, read
+// everywhere.
 #pragma once
 
 namespace koli {

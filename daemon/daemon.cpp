@@ -10,15 +10,15 @@
 #include <cstring>
 #include <ctime>
 
-#include "base/features.h"
 #include "base/log.h"
 #include "base/passing_error.h"
 #include "base/reading_mark.h"
+#include "daemon/background.h"
 #include "daemon/kept_batch.h"
 #include "daemon/loop.h"
 #include "daemon/pid_file.h"
 #include "daemon/queue.h"
-#include "platform/kolisdk.h"
+#include "daemon/settings.h"
 #include "platform/paths.h"
 #include "video/probe_guard.h"
 
@@ -36,8 +36,10 @@ sigset_t DaemonSignals() {
     return set;
 }
 
-int FeatureSwitch(const char* key) {
-    return BlKOLIFileCheckKeyValue(paths::kDefaults, key, "yes", 0) != 0 ? 1 : 0;
+/// Without a pid file there is no daemon.
+[[noreturn]] void GiveUp(int error) {
+    KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(error));
+    exit(0);
 }
 
 }  // namespace
@@ -45,6 +47,9 @@ int FeatureSwitch(const char* key) {
 int DaemonStart() {
     const sigset_t held_back = DaemonSignals();
     sigprocmask(SIG_BLOCK, &held_back, nullptr);
+    // Nobody sends these but by mistake, and each would end the daemon.
+    for (const int stray : {SIGHUP, SIGPIPE, SIGALRM, SIGUSR2})
+        signal(stray, SIG_IGN);
 
     // The lock is taken while there still is a terminal to answer to; daemon() hands it to the child.
     const bool is_alive = IsDaemonAlive(paths::kPidFile) != 0;
@@ -54,16 +59,19 @@ int DaemonStart() {
         printf("Daemon alive. No need to start\n");
         return -1;
     }
-    if (daemon(0, 0) != 0) {
+    if (lock == kPidFileUnusable)
+        fprintf(stderr, "%s: cannot create %s: %s. No daemon is started.\n", kModule, paths::kPidFile,
+                strerror(lock_error));
+    int starter = -1;
+    if (BackgroundEnter(&starter) != 0) {
         KOLI_LOG("%s (%d) Failed to become a daemon.(%s)", strerror(errno));
         return -1;
     }
-    if (lock == kPidFileUnusable) {
-        KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(lock_error));
-        exit(0);
-    }
+    if (lock == kPidFileUnusable) GiveUp(lock_error);
     // The descriptor stays open as long as the process lives, and the lock with it.
     if (PidFileWrite(lock) != 0) KOLI_LOG("%s(%d): fprintf pid failed. (%s)", strerror(errno));
+    if (PidFilePublish(paths::kPidFile) != 0) GiveUp(errno);
+    StarterRelease(starter);
     return 0;
 }
 
@@ -88,11 +96,6 @@ int SignalsInstall() {
     const sigset_t held_back = DaemonSignals();
     sigprocmask(SIG_UNBLOCK, &held_back, nullptr);
     return 0;
-}
-
-void FeaturesRead() {
-    support_vidora = FeatureSwitch("supportvidora");
-    support_photo = FeatureSwitch("supportphoto");
 }
 
 void ReadingTakeOver() {

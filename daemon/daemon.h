@@ -3,9 +3,10 @@
 
 namespace koli {
 
-/// Refuses a second instance, becomes a daemon, locks and writes the pid file.  SIGUSR1 and SIGTERM are held
-/// back from here until SignalsInstall.  Returns 0, or -1 when the caller must exit; leaves with status 0
-/// itself when the pid file cannot be created.
+/// Refuses a second instance, becomes a daemon, locks and writes the pid file; the process that was started
+/// ends when the file is there.  SIGUSR1 and SIGTERM are held back from here until SignalsInstall; SIGHUP,
+/// SIGPIPE, SIGALRM and SIGUSR2 are ignored.  Returns 0, or -1 when the caller must exit; leaves with status
+/// 0 itself when the pid file cannot be created, which the error stream tells.
 int DaemonStart();
 
 /// Handler of SIGTERM: removes the pid file and ends the process with status 0, wherever it stands.  The
@@ -14,9 +15,6 @@ void Die(int signo);
 
 /// Installs SetDirty and Die and lets their signals in.  Returns 0, or -1 (logged).
 int SignalsInstall();
-
-/// Reads the feature switches of the appliance's defaults file.
-void FeaturesRead();
 
 /// Counts the file in the middle of which an earlier daemon was brought down (base/reading_mark.h).
 void ReadingTakeOver();

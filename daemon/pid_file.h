@@ -1,4 +1,8 @@
 // The pid file, and the lock on it that keeps a second daemon out.
+//
+// Whoever reads the file finds a pid in it: it is written under another name and gets its own by a rename,
+// and its lock goes with it.  That other name is for one start at a time, which holds the lock of the file
+// there.
 #pragma once
 
 namespace koli {
@@ -8,19 +12,22 @@ int IsDaemonAlive(const char* pidfile);
 
 /// Results of PidFileLock other than a descriptor.
 enum PidFileLockFailure : int {
-    kPidFileUnusable = -1,  // it cannot be opened; errno tells why
-    kPidFileHeld = -2       // another daemon holds it
+    kPidFileUnusable = -1,  // it cannot be made; errno tells why
+    kPidFileHeld = -2       // another daemon holds it, or is about to
 };
 
-/// Opens `pidfile`, creating it, and takes the lock that the daemon keeps for its whole life; what the file
-/// holds stays as it is.  The lock survives fork() and ends with the last copy of the descriptor, so it needs
-/// no cleaning up after a crash; a child that starts no other program closes its copy, or it would keep the
-/// next daemon out.  Returns the descriptor (close-on-exec, none of the standard three), or a
+/// Makes and locks the file that is to be `pidfile`; what stands there stays as it is.  The lock, which the
+/// daemon keeps for its whole life, survives fork() and ends with the last copy of the descriptor, so it
+/// needs no cleaning up after a crash; a child that starts no other program closes its copy, or it would keep
+/// the next daemon out.  Returns the descriptor (close-on-exec, none of the standard three), or a
 /// PidFileLockFailure.
 int PidFileLock(const char* pidfile);
 
-/// Replaces what the locked file holds by this process's pid, decimal and without a newline, and makes it
-/// readable for all.  Returns 0, or -1 with errno set.
+/// Writes this process's pid, decimal and without a newline, into a file that PidFileLock has made; readable
+/// for all.  Returns 0, or -1 with errno set.
 int PidFileWrite(int fd);
+
+/// Gives that file its name, in the place of what has it.  Returns 0, or -1 with errno set.
+int PidFilePublish(const char* pidfile);
 
 }  // namespace koli

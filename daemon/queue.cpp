@@ -19,6 +19,7 @@
 #include "base/written_file_systems.h"
 #include "daemon/batch.h"
 #include "daemon/kept_batch.h"
+#include "daemon/settings.h"
 #include "photo/caption.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
@@ -138,6 +139,13 @@ void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
     }
 }
 
+/// Executes the lines as far as the stores take them.
+void Execute(FILE* batch, bool is_repeated, const QueueFiles& files) {
+    const BatchEnd end =
+        ProcessBatchLines(batch, files.queue, is_repeated, BatchKeptSeconds() < kTornLinePatience);
+    FinishBatch(files, end, errno);
+}
+
 void Notify(const char* pid_file, int signo) {
     const int pid = KLIBReadPidFile(pid_file);
     if (pid >= 1) kill(pid, signo);
@@ -166,9 +174,11 @@ void ProcessQueueFiles(const QueueFiles& files) {
     } else {
         MakeDurable(batch, files);
     }
-    const BatchEnd end =
-        ProcessBatchLines(batch, files.queue, is_repeated, BatchKeptSeconds() < kTornLinePatience);
-    FinishBatch(files, end, errno);
+    const std::string fault = SettingsFault();
+    if (fault.empty())
+        Execute(batch, is_repeated, files);
+    else
+        BatchKeep(files.state, "", fault.c_str());
     fclose(batch);  // and with it the lock
     NotifyMediaServers();
 }

@@ -2,10 +2,12 @@
 
 #include <strings.h>
 
+#include <cerrno>
 #include <cstring>
 
 #include "base/later_renames.h"
 #include "base/log.h"
+#include "base/passing_error.h"
 #include "base/path_names.h"
 #include "index/share_path.h"
 #include "photo/album_name.h"
@@ -34,15 +36,19 @@ int DeleteAllAlbums() {
     return 0;
 }
 
-/// What the caption says, else what the machine's setting says.
-bool IsPublicAlbum(const char* path) {
+/// What the caption says, else what the machine's setting says.  False when the setting cannot be read now.
+bool ReadPublicFlag(const char* path, bool* is_public) {
     char value[kFlagSize] = {};
-    if (PhotoSharePublicGet(path, value, sizeof value) == 1) return value[0] == '1';
+    const bool has_caption = PhotoSharePublicGet(path, value, sizeof value) == 1;
+    *is_public = has_caption && value[0] == '1';
+    if (has_caption) return true;
     if (KLIBFileGetKeyValue(paths::kConfig, "albumdefpublic", value, sizeof value, 0) < 0) {
+        const bool is_known = errno == 0 || !IsPassingError(errno);
         KOLI_LOG("%s(%d) Can't get key valude. key=%s", "supportvidora");
-        return false;
+        return is_known;
     }
-    return strcasecmp(value, "yes") == 0;
+    *is_public = strcasecmp(value, "yes") == 0;
+    return true;
 }
 
 int InsertAlbum(const char* album, int depth, bool is_public) {
@@ -66,9 +72,10 @@ int CreateAlbum(const char* path, int depth) {
     const FileReading reading(path);
     const bool may_open = reading.past() == PastReading::kNothing;
     CaptionHold captions;
-    const bool is_public = may_open && IsPublicAlbum(path);
+    bool is_public = false;
+    const bool is_known = may_open && ReadPublicFlag(path, &is_public);
     PhotoTroubleTell(path, reading);
-    if (!may_open || captions.HasUnreadable()) {
+    if (!is_known || captions.HasUnreadable()) {
         KOLI_LOG("%s (%d) The public flag of [%s] cannot be read. The album is not made yet.", album);
         return -1;
     }

@@ -47,10 +47,12 @@ int KLIBExec(const char* program, const char* arg1, const char* arg2, const char
 int KLIBEncShParam(const char* text, char* out, int out_size);
 
 /// Copies the value of `key` in a key=value file.  `flags` is 0.  Returns the value's length, or a negative
-/// value when the file cannot be read or does not hold the key (`buffer` is then empty).
+/// value when the file cannot be read or does not hold the key (`buffer` is then empty): errno tells why, 0 =
+/// it was read and does not hold the key.
 int KLIBFileGetKeyValue(const char* file, const char* key, char* buffer, int size, int flags);
 
-/// Nonzero when the value of `key` in a key=value file equals `value`.  `flags` is 0.
+/// Nonzero when the value of `key` in a key=value file equals `value`; errno as above when not.  `flags` is
+/// 0.
 int BlKOLIFileCheckKeyValue(const char* file, const char* key, const char* value, int flags);
 
 /// Flags of KLIBFileGetLine as the callers pass them: match whole lines first, then lines that begin with the

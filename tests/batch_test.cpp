@@ -13,6 +13,7 @@
 #include "daemon/kept_batch.h"
 #include "daemon/queue.h"
 #include "daemon/queue_line.h"
+#include "daemon/settings.h"
 #include "daemon/waiting_renames.h"
 #include "platform/koliindex.h"
 #include "tests/fake_index.h"
@@ -79,6 +80,28 @@ TEST_F(Batch, ComesBeforeTheQueueAndStaysWhileADatabaseRefuses) {
     Lines expected(16, "koliindexd(#): Failed to rename queue. (No such file or directory)");
     expected.emplace_back("koliindexd(#): Failed to open queue.tmp. (No such file or directory)");
     EXPECT_EQ(fake.log, expected);
+}
+
+TEST_F(Batch, WaitsForSettingsThatCannotBeReadNow) {
+    Write("queue", "T:first\n");
+    fake.values["/etc.defaults/koliinfo.conf:supportphoto"] = "yes";
+    support_photo = support_vidora = 0;
+    fake.unreadable = EIO;
+    FeaturesRead();
+    EXPECT_EQ(Run(), Lines{});
+    EXPECT_TRUE(Exists("queue.tmp") && IsBatchKept());
+    EXPECT_NE(ReadFile("state").find("reason=/etc.defaults/koliinfo.conf: Input/output error\n"),
+              std::string::npos);
+    fake.unreadable = 0;
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
+    EXPECT_EQ((std::pair{support_photo, support_vidora}), (std::pair{1, 0}));
+
+    Write("queue", "T:second\n");
+    fake.unreadable = ENOMEM;  // those of the machine
+    EXPECT_EQ(Run(), Lines{});
+    EXPECT_EQ(support_photo, 1);
+    fake.unreadable = EACCES;  // for good: as if there were none
+    EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));
 }
 
 TEST_F(Batch, EndsWhenBothDatabasesRefuse) {

@@ -129,7 +129,7 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
     const test::TempDir dir;
     const std::string queue = dir.Path("queue");
     ASSERT_TRUE(QueueAppend(queue, "a:/1\n").file.valid());
-    EXPECT_EQ(fs::status(queue).permissions(), fs::perms(0666));
+    EXPECT_EQ(fs::status(queue).permissions(), fs::perms(0640));
     std::ofstream(queue, std::ios::app) << "a:/cut";
     ASSERT_TRUE(QueueAppend(queue, "a:/2\n").file.valid());
 

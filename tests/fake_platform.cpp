@@ -1,5 +1,6 @@
 #include "tests/fake_platform.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -175,8 +176,14 @@ int KLIBExec(const char* program, const char* arg1, const char* arg2, const char
 }
 int KLIBFileGetKeyValue(const char* file, const char* key, char* buffer, int size, int) {
     const std::string& value = fake.values[std::string(file) + ':' + key];
+    errno = fake.unreadable;
+    if (errno != 0) return -1;
     snprintf(buffer, static_cast<size_t>(size), "%s", value.c_str());
     return value.empty() ? -1 : 0;
+}
+int BlKOLIFileCheckKeyValue(const char* file, const char* key, const char* value, int) {
+    char found[64];
+    return KLIBFileGetKeyValue(file, key, found, sizeof found, 0) == 0 && strcmp(found, value) == 0 ? 1 : 0;
 }
 int KLIBFileGetLine(const char* file, const char* key, char* buffer, int size, int) {
     std::ifstream lines(file);

@@ -32,6 +32,7 @@ struct FakePlatform {
     std::map<std::string, int> results{{"PhotoDBExec", 1}};  ///< what others than 0 return, by their names
     std::map<std::string, int> pids;                         ///< KLIBReadPidFile: path to pid
     std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
+    int unreadable = 0;                         ///< why no settings can be read (an errno)
 
     int refusing = 0;                             ///< KOLIDBRefusing
     std::set<std::string> unsaved;                ///< paths that MediaRebuildSavedLast does not know

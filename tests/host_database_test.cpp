@@ -276,7 +276,13 @@ TEST_F(Store, TheSettingsChooseTheDirectory) {
     log_lines = 0;
     EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);
     EXPECT_EQ(log_lines, 2);
+    EXPECT_EQ(KOLIDBRefusing(), 0);
     engine_key = nullptr;
+    settings_error = EIO;  // the databases may be anywhere
+    DatabaseDirectorySet(nullptr);
+    EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);
+    settings_error = 0;
+    EXPECT_EQ(KOLIDBRefusing(), KOLI_PHOTO_DB);
 }
 
 TEST_F(Store, AChildHasNoShareInTheLogIndex) {

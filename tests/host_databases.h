@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstring>
 #include <memory>
@@ -23,6 +24,7 @@ inline int log_lines = 0;
 inline std::string last_log;              // the line's number replaced by #
 inline const char* engine_key = nullptr;  // what the machine's settings say
 inline const char* public_key = nullptr;  // the same of new albums
+inline int settings_error = 0;            // why the settings cannot be read (an errno)
 }  // namespace koli::test
 
 void koli::LogError(const char* format, ...) {
@@ -41,6 +43,7 @@ void koli::LogError(const char* format, ...) {
 extern "C" int KLIBFileGetKeyValue(const char*, const char* key, char* buffer, int size, int) {
     const bool is_engine = strcmp(key, "database") == 0;
     const char* value = is_engine ? koli::test::engine_key : koli::test::public_key;
+    errno = koli::test::settings_error;
     if (value == nullptr) return -1;
     return snprintf(buffer, static_cast<size_t>(size), "%s", value);
 }

@@ -43,7 +43,11 @@ TEST_F(Services, LastLineOfAKeyWins) {
     EXPECT_EQ(ValueOf(file, "last", 3), "3:ye");
     for (const char* key : {"c", "A", "", "#c", "# a", "over"})
         EXPECT_EQ(ValueOf(file, key), "-1:") << key;
+    EXPECT_EQ(errno, 0);
     EXPECT_EQ(ValueOf(Path("gone"), "a"), "-1:");
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(ValueOf("/", "a"), "-1:");
+    EXPECT_EQ(errno, EINVAL);
     EXPECT_NE(BlKOLIFileCheckKeyValue(file.c_str(), "last", "yes", 0), 0);
     EXPECT_EQ(BlKOLIFileCheckKeyValue(file.c_str(), "last", "ye", 0), 0);
 }

@@ -62,6 +62,9 @@ TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
     public_key = nullptr;
     EXPECT_EQ(Update("D"), 0);
     EXPECT_EQ(last_log, "photo_share(#) Can't get key valude. key=supportvidora");
+    settings_error = EIO;
+    EXPECT_EQ(Update("E"), -1);
+    settings_error = 0;
     EXPECT_EQ(Albums(), (Texts{"A public", "B", "D", "O'B_"}));
 }
 

@@ -1,4 +1,5 @@
 // Look-ups in the appliance's text files: key=value settings, and lines of a queue.
+#include <cerrno>
 #include <string_view>
 
 #include "platform/host/line_reader.h"
@@ -29,12 +30,13 @@ bool SplitSetting(std::string_view line, std::string_view* key, std::string_view
 }
 
 /// Hands each value of `key` to `take`, in file order: the last one is the one in force.  False when the file
-/// cannot be read or does not hold the key.
+/// cannot be read (errno tells why) or does not hold the key (errno is 0).
 template <typename Take>
 bool VisitValues(const char* file, const char* key, Take take) {
+    errno = EINVAL;  // for what no call has refused
     if (key == nullptr) return false;
     LineReader lines(file);
-    if (lines.file_size() > kConfigBytesMax) return false;
+    if (!lines.ok() || lines.file_size() > kConfigBytesMax) return false;
     bool found = false;
     std::string_view name, value;
     for (LineReader::Line line; lines.Next(&line);) {
@@ -42,7 +44,9 @@ bool VisitValues(const char* file, const char* key, Take take) {
         take(value);
         found = true;
     }
-    return found && lines.ok();
+    if (!lines.ok()) return false;
+    errno = 0;
+    return found;
 }
 
 /// Copies `text`, cut at size - 1 bytes and terminated.

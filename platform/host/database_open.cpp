@@ -26,7 +26,8 @@ bool Database::Open() {
     const std::string directory = DatabaseDirectory();
     bool passes = false;
     if (directory.empty()) {
-        error_ = "unknown engine";
+        passes = IsPassingError(errno);
+        error_ = passes ? strerror(errno) : "unknown engine";
     } else if (!MakeDirectories(directory)) {
         passes = IsPassingError(errno);
         error_ = strerror(errno);

@@ -1,5 +1,6 @@
 #include "platform/host/sql.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <strings.h>
 #include <sys/mman.h>
@@ -23,6 +24,7 @@ namespace {
 
 constexpr int kLogPauseMs = 5;
 constexpr int kSyncAttempts = 2;
+constexpr mode_t kDatabaseMode = 0640;
 
 constexpr const char kCountUnused[] = "PRAGMA freelist_count";
 
@@ -33,6 +35,12 @@ constexpr const char kSettings[] =
     "PRAGMA journal_size_limit=8388608;"
     "PRAGMA cell_size_check=ON;"
     "PRAGMA trusted_schema=OFF;";
+
+/// Makes a new database for its owner and the directory's group; its logs get owner, group and mode from it.
+void CreateForGroup(const std::string& file) {
+    const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kDatabaseMode);
+    if (fd >= 0) close(fd);
+}
 
 /// mmap() for the engine: the write-ahead log's index is shared memory, and a child that is taken over by
 /// what it reads must not find it in its address space.
@@ -104,6 +112,7 @@ std::unique_ptr<Sql> Sql::Open(const std::string& file, ChangeListener changed, 
     read_error = 0;
     std::unique_ptr<Sql> sql(new Sql(changed));
     sql->file_ = file;
+    CreateForGroup(file);
     constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
     if (sqlite3_open_v2(file.c_str(), &sql->db_, kFlags, nullptr) != SQLITE_OK) {
         sql->Fail();

@@ -1,12 +1,17 @@
 #!/usr/bin/python3
 """The Debian package: installed, used within the limits of its services, and removed."""
+import ctypes
+import errno
 import glob
+import grp
 import os
 import re
 import shutil
 import signal
+import socket
 import subprocess
 import sys
+import threading
 import unittest
 
 import harness
@@ -16,6 +21,8 @@ UNITS = "/usr/lib/systemd/system"
 CTL = "/usr/bin/koliindexctl"
 CONFFILES = ["/etc.defaults/koliinfo.conf", "/etc/koliinfo.conf"]
 MOUNTS_LEFT = ("/proc", "/sys", "/dev")  # ProtectSystem=strict does not touch them
+QUEUE_UNIT = "koliindexd-queue@"
+SOMEBODY = 1234  # no user of this machine
 SKIPPED = 77
 
 
@@ -33,19 +40,83 @@ def unit_values(unit, key):
         return [word for line in file if line.startswith(f"{key}=") for word in line[len(key) + 1:].split()]
 
 
+def unit_value(unit, key):
+    return "".join(unit_values(unit, key))
+
+
+def calls(name):
+    """The system calls of a set, or the one of that name."""
+    if not name.startswith("@"):
+        return {name}
+    lines = [line.strip() for line in run("systemd-analyze", "syscall-filter", name).split("\n")[1:]]
+    return set().union(*(calls(line) for line in lines if line and not line.startswith("#")))
+
+
+def allowed_calls(unit):
+    allowed = set()
+    with open(f"{UNITS}/{unit}.service") as file:
+        for words in re.findall("^SystemCallFilter=(.*)", file.read(), re.MULTILINE):
+            named = set().union(*(calls(name) for name in words.lstrip("~").split()))
+            allowed = allowed - named if words.startswith("~") else allowed | named
+    return allowed
+
+
+def run_filtered(unit, *command):
+    """Goes on as the command, with the unit's system calls alone."""
+    seccomp = ctypes.CDLL("libseccomp.so.2")
+    seccomp.seccomp_init.restype = ctypes.c_void_p
+    rules = ctypes.c_void_p(seccomp.seccomp_init(0x00050000 | errno.EPERM))
+    for name in allowed_calls(unit):
+        number = seccomp.seccomp_syscall_resolve_name(name.encode())
+        if number >= 0:
+            seccomp.seccomp_rule_add(rules, 0x7FFF0000, number, 0)
+    if seccomp.seccomp_load(rules) != 0:
+        sys.exit("cannot load the filter")
+    os.execvp(command[0], command)
+
+
 def within_limits(unit, *command):
-    """The command line that runs a command as the service would: no network, no privileges but the unit's, and
-    everything read-only but what the unit makes writable."""
+    """The command line that runs a command as the service would: its group, no network, no privileges and no system
+    calls but the unit's, and everything read-only but what the unit makes writable."""
+    group, state = unit_value(unit, "Group"), unit_value(unit, "StateDirectory")
     writable = [path.lstrip("-") for path in unit_values(unit, "ReadWritePaths")]
-    writable = [os.path.realpath(path) for path in writable + ["/var/lib/" + unit_values(unit, "StateDirectory")[0]]]
+    setup = []
+    if state:
+        writable.append(f"/var/lib/{state}")
+        setup.append(f"install -d -g {group} -m {unit_value(unit, 'StateDirectoryMode')} {writable[-1]}")
+    writable = [os.path.realpath(path) for path in writable]
     with open("/proc/self/mounts") as file:
         mounts = [line.split()[1].encode().decode("unicode_escape") for line in file]
     locked = [point for point in mounts if not point.startswith(MOUNTS_LEFT) and point not in writable]
     rights = "".join(f",+{name.removeprefix('CAP_').lower()}" for name in unit_values(unit, "CapabilityBoundingSet"))
-    setup = [f"mount --bind '{path}' '{path}'" for path in writable]
+    setup += [f"mount --bind '{path}' '{path}'" for path in writable]
     setup += [f"mount -o remount,bind,ro '{point}'" for point in locked]
-    setup.append(f'exec setpriv --no-new-privs --bounding-set=-all{rights} -- "$@"')
-    return ["unshare", "--mount", "--net", "sh", "-ec", "\n".join(setup), "sh", *command]
+    setup.append(f'exec setpriv --no-new-privs --regid={group or 0} --clear-groups --bounding-set=-all{rights} -- "$@"')
+    filtered = [sys.executable, os.path.abspath(__file__), "--filtered", unit] if shutil.which("systemd-analyze") else []
+    return ["unshare", "--mount", "--net", "sh", "-ec", "\n".join(setup), "sh", *filtered, *command]
+
+
+def as_user(user, *command, groups="--clear-groups"):
+    return subprocess.Popen(["setpriv", f"--reuid={user}", f"--regid={user}", groups, *command], text=True,
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+
+def serve_queue():
+    """What systemd does for koliindexd-queue.socket."""
+    with open(f"{UNITS}/koliindexd-queue.socket") as file:
+        values = dict(line.strip().split("=", 1) for line in file if "=" in line)
+    server = socket.socket(socket.AF_UNIX)
+    server.bind(values["ListenStream"])
+    shutil.chown(values["ListenStream"], "root", values["SocketGroup"])
+    os.chmod(values["ListenStream"], int(values["SocketMode"], 8))
+    server.listen()
+
+    def serve():
+        while True:
+            with server.accept()[0] as peer:
+                subprocess.run(within_limits(QUEUE_UNIT, *unit_values(QUEUE_UNIT, "ExecStart")), stdin=peer, check=False)
+
+    threading.Thread(target=serve, daemon=True).start()
 
 
 class Package(harness.DaemonTest):
@@ -76,8 +147,12 @@ class Package(harness.DaemonTest):
         self.assertEqual([path for path in files if os.stat(path).st_uid or os.stat(path).st_mode & 0o022], [])
         conffiles = run("dpkg-query", "--show", "--showformat=${Conffiles}", "koliindexd").split()[::2]
         self.assertEqual(sorted(conffiles), CONFFILES)
-        for unit in glob.glob(f"{UNITS}/koliindexd*.service"):
-            self.assertTrue(os.path.islink(f"/etc/systemd/system/multi-user.target.wants/{os.path.basename(unit)}"))
+        enabled = glob.glob("/etc/systemd/system/*.wants/koliindexd*")
+        self.assertEqual(sorted(map(os.path.basename, enabled)),
+                         ["koliindexd-queue.socket", "koliindexd-watch.service", "koliindexd.service"])
+        if shutil.which("lintian"):
+            self.assertEqual(run("lintian", "--allow-root", "--fail-on=none", self.package), "")
+        for unit in glob.glob(f"{UNITS}/koliindexd*"):
             if shutil.which("systemd-analyze"):
                 self.assertEqual(run("systemd-analyze", "verify", "--man=no", "--recursive-errors=no", unit), "")
 
@@ -101,12 +176,25 @@ class Package(harness.DaemonTest):
         raw_aac = self.put("/volume1/music/raw.aac", "music/Formats/sample.aac")
         film = self.put("/volume1/video/film.avi", "video/Formats/clip.avi")
         picture = self.put("/volume1/photo/Coast/a.jpg", "photo/Coast 2019/IMG_0001.jpg")
+        harness.hand_over(picture, "TITLE", "sea")
+        for place in ("/volume1/music", "/volume1/photo/Coast"):
+            run("chown", "-R", f"{SOMEBODY}:{SOMEBODY}", place)
+            run("chmod", "-R", "u=rX,go=,+t", place)  # theirs alone, and nobody else removes something there
+        server = as_user(SOMEBODY, "sleep", "1000")
+        self.addCleanup(server.communicate)
+        self.addCleanup(server.kill)
+        with open("/run/dms.pid", "w") as file:
+            file.write(str(server.pid))
         log = self.index(*harness.EVERYTHING)
+        self.assertEqual(server.wait(harness.PATIENCE), -signal.SIGUSR1)
         # This machine has no thumbnail daemon, and its kernel may lack a part of the guard.
         expected = ("Thumb daemon is not running", "this kernel lacks it")
         self.assertEqual([line for line in log if not any(text in line for text in expected)], [])
-        self.assertTrue(os.path.exists("/volume1/music/@eaDir/cover.mp3/cover1.jpg"))
+        cover = os.stat("/volume1/music/@eaDir/cover.mp3/cover1.jpg")
+        self.assertEqual((cover.st_uid, cover.st_gid, cover.st_mode & 0o7777), (SOMEBODY, SOMEBODY, 0o777))
         self.assertEqual(self.row("music", with_cover)["has_cover"], 1)
+        self.assertEqual(self.row("photo_info", picture)["title"], "sea")
+        self.assertEqual(glob.glob("/volume1/photo/Coast/@eaDir/*/*"), [])
         self.assertGreater(self.row("music", raw_aac)["duration"], 0)
         self.assertGreater(self.row("video", film)["width"], 0)
         self.assertEqual(self.paths("photo_info"), [picture])
@@ -122,7 +210,38 @@ class Package(harness.DaemonTest):
             watcher.send_signal(signal.SIGTERM)
             self.assertEqual((watcher.communicate()[1], watcher.returncode), ("", 0))
 
-    def test_5_removal_keeps_the_data(self):
+    def test_5_group(self):
+        def told(code, user, *arguments):
+            with user(CTL, *arguments) as process:
+                if "--wait" in arguments:
+                    harness.wait_for("the request", lambda: os.path.exists(appliance.QUEUE) or process.poll() is not None)
+                    harness.hurry()
+                printed = process.communicate(timeout=harness.PATIENCE)[0]
+            self.assertEqual(process.returncode, code, printed)
+            return printed
+
+        def member(*command):
+            return as_user(SOMEBODY, *command, groups=f"--groups={grp.getgrnam('koliindex').gr_gid}")
+
+        def other(*command):
+            return as_user(SOMEBODY, *command)
+
+        path = self.put("/volume1/music/song.mp3")
+        serve_queue()
+        self.start()
+        told(0, member, "add", "--wait", path)
+        self.assertIn(path, told(0, member, "list"))
+        for code, *refused in ((5, "list"), (5, "status"), (4, "add", path)):
+            self.assertIn('; members of the group "koliindex" may', told(code, other, *refused))
+        self.assertFalse(os.path.exists(appliance.QUEUE))
+        modes = {os.stat(file).st_mode & 0o7777 for file in glob.glob(f"{appliance.STORE}/*.db*")}
+        self.assertEqual((modes, os.stat(appliance.STORE).st_mode & 0o7777), ({0o640}, 0o2750))
+        appliance.stop()
+        self.assertIn(path, told(0, member, "list"))
+        told(3, member, "add", path)
+        self.assertEqual(os.stat(appliance.QUEUE).st_mode & 0o777, 0o640)
+
+    def test_6_removal_keeps_the_data(self):
         path = self.put("/volume1/music/cover.mp3", "music/Blue Harbour/01 First Light.mp3")
         self.index(f"a:{path}")
         self.start()
@@ -142,6 +261,8 @@ class Package(harness.DaemonTest):
 
 
 if __name__ == "__main__":
+    if sys.argv[1] == "--filtered":
+        run_filtered(*sys.argv[2:])
     appliance.require_sandbox()
     if os.stat("/usr/bin").st_uid != os.getuid():
         print("only root can install a package")

@@ -4,6 +4,8 @@
 
 #include <ctime>
 
+#include "tools/ctl/queue_service.h"
+
 namespace koli::ctl {
 namespace {
 
@@ -62,7 +64,7 @@ BatchEnd BatchWait(const UniqueFd& file, const Places& places, const WaitLimits&
         // A run that finds an older batch executes that one and leaves the queue to the next signal; one that
         // could not store everything leaves its batch to it.  Ever less often: the daemon begins only when no
         // signal has come for ten seconds, and many may wait.
-        if (waking.IsDue(now)) DaemonWake(places.pid_file);
+        if (waking.IsDue(now)) WakeSubmit(places);
         SleepMs(limits.look_every_ms);
     }
     return BatchEnd::kExecuted;

@@ -8,6 +8,7 @@
 
 #include "tools/ctl/completion.h"
 #include "tools/ctl/daemon_zone.h"
+#include "tools/ctl/enqueue.h"
 #include "tools/ctl/list.h"
 #include "tools/ctl/repair.h"
 #include "tools/ctl/requests.h"
@@ -89,7 +90,11 @@ void AddRequests(CLI::App& app, Arguments& a) {
     rename->add_option("NEW", a.second, "The path that it has got")->required();
     SetWork(rename, a, [&a] { return Rename(a.context, a.first, a.second, a.sync.wait); });
 
-    for (CLI::App* command : {add, remove, rename})
+    CLI::App* enqueue =
+        AddCommand(app, "enqueue", "Queue the request lines of the standard input", "enqueue <requests", a);
+    SetWork(enqueue, a, [&a] { return Enqueue(a.context, a.sync.wait); });
+
+    for (CLI::App* command : {add, remove, rename, enqueue})
         AddWaitOptions(command, a.sync.wait);
 }
 

@@ -24,6 +24,7 @@ struct Places {
     std::string pid_file = paths::kPidFile;
     std::string databases = {};  // directory; '' = as the machine's settings say
     std::string state_file = paths::kState;
+    std::string service = paths::kQueueService;
 };
 
 struct Context {

@@ -9,13 +9,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "platform/host/database_directory.h"
 #include "platform/host/database_exchange.h"
 #include "tools/ctl/batch_state.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/repair_database.h"
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/status.h"
+#include "tools/ctl/store_reader.h"
 #include "tools/ctl/sync.h"
 
 namespace koli::ctl {
@@ -140,10 +140,10 @@ int SyncAfter(const Context& context, const std::string& directory, const Repair
 }  // namespace
 
 int Repair(const Context& context, const RepairOptions& options) {
-    const std::string directory =
-        context.places.databases.empty() ? host::DatabaseDirectory() : context.places.databases;
+    std::string error;
+    const std::string directory = DatabasesFolder(context.places, &error);
     if (directory.empty()) {
-        Complain("the settings name an unknown database engine");
+        Complain("%s", error.c_str());
         return kExitDatabase;
     }
     std::vector<RepairResult> results;

@@ -17,7 +17,7 @@
 namespace koli::ctl {
 namespace {
 
-constexpr mode_t kQueueMode = 0666;
+constexpr mode_t kQueueMode = 0640;
 constexpr int kOpenAttempts = 100;             // each time the daemon has just taken the queue over
 constexpr int kLockAttempts = 1000;            // ten seconds in all
 constexpr timespec kLockPause{0, 10'000'000};  // 10 ms
@@ -95,9 +95,9 @@ bool IsDaemon(int pid) {
 
 QueuedBatch QueueAppend(const std::string& queue, const std::string& lines) {
     UniqueFd file = OpenLocked(queue.c_str());
-    if (!file.valid()) return {{}, strerror(errno)};
+    if (!file.valid()) return {{}, strerror(errno), errno};
     struct stat status;
-    if (fstat(file.get(), &status) != 0) return {{}, strerror(errno)};
+    if (fstat(file.get(), &status) != 0) return {{}, strerror(errno), errno};
     if (!S_ISREG(status.st_mode)) return {{}, "it is no regular file"};
     const bool is_open = LastLineIsOpen(file.get(), status.st_size);
     std::string error = AppendWhole(file.get(), status.st_size, is_open ? "\n" + lines : lines);

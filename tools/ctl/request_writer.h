@@ -10,13 +10,14 @@ namespace koli::ctl {
 
 /// The queue file that took the lines.  It loses its last name when the daemon has executed them.
 struct QueuedBatch {
-    UniqueFd file;      // not valid: nothing was written
-    std::string error;  // then the reason
+    UniqueFd file;         // not valid: nothing was written
+    std::string error;     // then the reason
+    int error_number = 0;  // and its errno, 0 = it has none
 };
 
 /// Appends whole lines, all or none, under the lock that the daemon takes before it removes a batch: what is
-/// written is in the file that the daemon reads or will read.  The queue is made when it is missing, writable
-/// for everybody, since every program of the machine may queue.
+/// written is in the file that the daemon reads or will read.  The queue is made when it is missing; it names
+/// files, which is not for everybody.
 QueuedBatch QueueAppend(const std::string& queue, const std::string& lines);
 
 enum class Wake { kWoken, kNotRunning, kNotPermitted };

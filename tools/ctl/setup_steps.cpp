@@ -15,6 +15,8 @@ namespace koli::ctl {
 namespace {
 
 constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kDatabasesMode = 0750;  // what people's files hold is not for everybody
+constexpr const char kDatabases[] = "/var/lib/koli";
 constexpr mode_t kFileMode = 0644;
 
 bool WriteFile(const std::string& path, const std::string& text, int flags) {
@@ -29,7 +31,7 @@ bool Make(const SetupRoot& root, const SetupStep& step) {
     const std::string path = root.Path(step.path);
     switch (step.kind) {
         case SetupStep::kFolder:
-            return mkdir(path.c_str(), kFolderMode) == 0;
+            return mkdir(path.c_str(), step.path == kDatabases ? kDatabasesMode : kFolderMode) == 0;
         case SetupStep::kLink:
             return symlink(step.value.c_str(), path.c_str()) == 0;
         case SetupStep::kFile:
@@ -104,7 +106,7 @@ int SetupApply(const SetupRoot& root, const std::vector<SetupStep>& steps, std::
             return -1;
         }
         // Folders above the manifest's own are every machine's.
-        if (root.Manifest().starts_with(root.Path(step.path) + "/") && step.path != "/var/lib/koli") continue;
+        if (root.Manifest().starts_with(root.Path(step.path) + "/") && step.path != kDatabases) continue;
         if (WriteFile(root.Manifest(), ManifestLine(step), O_APPEND)) continue;
         *error =
             "made " + step.path + ", but cannot record it in " + root.Manifest() + ": " + strerror(errno);

@@ -7,22 +7,26 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
-#include "platform/host/database_directory.h"
 #include "platform/host/schema.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/batch_state.h"
+#include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_writer.h"
+#include "tools/ctl/store_reader.h"
 
 namespace koli::ctl {
 namespace {
 
-/// Lines of a queue file; -1 when there is none.
+/// Lines of a queue file; -1 with errno set when there is none.
 int64_t CountLines(const std::string& file) {
     const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status;
-    if (!fd.valid() || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) return -1;
+    if (!fd.valid() || fstat(fd.get(), &status) != 0) return -1;
+    errno = EINVAL;
+    if (!S_ISREG(status.st_mode)) return -1;
     char block[65536];
     int64_t lines = 0;
     char last = '\n';
@@ -36,6 +40,12 @@ int64_t CountLines(const std::string& file) {
     return last == '\n' ? lines : lines + 1;
 }
 
+/// Left out when the file may not be read: that says nothing about what waits.
+void AddCount(const char* name, const std::string& file, Record* record) {
+    const int64_t lines = CountLines(file);
+    if (lines >= 0 || errno != EACCES) record->emplace_back(name, std::max<int64_t>(lines, 0));
+}
+
 /// Version of the kernel's file rules, 0 = none.
 int64_t LandlockVersion() {
     const auto version =
@@ -46,7 +56,7 @@ int64_t LandlockVersion() {
 void AddBatch(const Places& places, int pid, Record* record) {
     const BatchState batch = BatchStateOf(places, pid);
     record->emplace_back("batch", BatchStateName(batch.kind));
-    record->emplace_back("requests_in_batch", std::max<int64_t>(CountLines(places.batch), 0));
+    AddCount("requests_in_batch", places.batch, record);
     if (batch.kind != BatchState::kKept) return;
     record->emplace_back("kept_because_of", batch.database);
     record->emplace_back("kept_reason", batch.reason);
@@ -59,7 +69,7 @@ void AddDaemon(const Context& context, int pid, Record* record) {
     record->emplace_back("daemon", pid > 0 ? "running" : "not running");
     record->emplace_back("pid", int64_t{pid});
     record->emplace_back("since", pid > 0 ? TimeText(ChangeTime(places.pid_file)) : "");
-    record->emplace_back("requests_waiting", std::max<int64_t>(CountLines(places.queue), 0));
+    AddCount("requests_waiting", places.queue, record);
     AddBatch(places, pid, record);
 }
 
@@ -95,15 +105,17 @@ bool AddDatabase(const std::string& directory, const host::DatabaseKind& kind, R
             if (table == "problem") record->emplace_back("unparsable", rows);
     }
     if (fault.state == host::DatabaseState::kSound || is_missing) return true;
-    Complain("%s", DatabaseFaultText(name, fault).c_str());
+    const bool is_refused = fault.state == host::DatabaseState::kNotPermitted;
+    const std::string hint = is_refused ? JoinHint(directory) : "";
+    Complain("%s%s", DatabaseFaultText(name, fault).c_str(), hint.c_str());
     return false;
 }
 
 bool AddDatabases(const Context& context, Record* record) {
-    const std::string directory =
-        context.places.databases.empty() ? host::DatabaseDirectory() : context.places.databases;
+    std::string error;
+    const std::string directory = DatabasesFolder(context.places, &error);
     if (directory.empty()) {
-        Complain("the settings name an unknown database engine");
+        Complain("%s", error.c_str());
         return false;
     }
     record->emplace_back("databases", directory);

@@ -1,19 +1,25 @@
 #include "tools/ctl/store_reader.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
 #include "platform/host/database_directory.h"
 #include "platform/host/schema.h"
+#include "tools/ctl/membership.h"
 
 namespace koli::ctl {
-namespace {
 
-constexpr const char kUnknownEngine[] = "the settings name an unknown database engine";
-
-}  // namespace
+std::string DatabasesFolder(const Places& places, std::string* error) {
+    if (!places.databases.empty()) return places.databases;
+    std::string directory = host::DatabaseDirectory();
+    if (directory.empty())
+        *error = errno == EINVAL ? "the settings name an unknown database engine"
+                                 : std::string("cannot read the settings: ") + strerror(errno);
+    return directory;
+}
 
 std::string FirstKeyBelow(std::string_view folder) {
     return std::string(folder).append(folder == "/" ? "" : "/");
@@ -32,16 +38,16 @@ std::unique_ptr<host::SqlReader> StoreReader::OpenOne(const char* name, const ch
     std::string reason;
     auto reader = host::SqlReader::Open(file, &reason);
     if (reader != nullptr && !reader->failed() && !reader->HasTable(table)) return nullptr;
-    if (reader == nullptr) error_ = "cannot read " + file + ": " + reason;
+    if (reader != nullptr) return reader;
+    const bool is_refused = access(file.c_str(), R_OK) != 0 && errno == EACCES;
+    if (is_refused) reason = strerror(EACCES) + JoinHint(directory_);
+    error_ = "cannot read " + file + ": " + reason;
     return reader;
 }
 
 bool StoreReader::Open(const Places& places) {
-    directory_ = places.databases.empty() ? host::DatabaseDirectory() : places.databases;
-    if (directory_.empty()) {
-        error_ = kUnknownEngine;
-        return false;
-    }
+    directory_ = DatabasesFolder(places, &error_);
+    if (directory_.empty()) return false;
     media_ = OpenOne("media.db", "directory");
     if (error_.empty()) photo_ = OpenOne("photo.db", "photo_info");
     return error_.empty();

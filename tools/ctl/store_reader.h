@@ -16,6 +16,9 @@ namespace koli::ctl {
 std::string FirstKeyBelow(std::string_view folder);
 std::string KeyBehind(std::string_view folder);
 
+/// The folder of the databases; "" with the reason in `*error`.
+std::string DatabasesFolder(const Places& places, std::string* error);
+
 /// Both databases.  One that the daemon has not created yet counts as empty: its reader is null.
 class StoreReader {
   public:

@@ -5,7 +5,7 @@
 #include "tools/ctl/batch_wait.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/progress.h"
-#include "tools/ctl/request_writer.h"
+#include "tools/ctl/queue_service.h"
 #include "tools/ctl/wait_result.h"
 
 namespace koli::ctl {
@@ -119,13 +119,13 @@ int Wait(const Context& context, const QueuedBatch& batch, const Submission& sub
 }  // namespace
 
 int Submit(const Context& context, const Submission& submission, const WaitOptions& options) {
-    const QueuedBatch batch = QueueAppend(context.places.queue, submission.lines);
-    if (!batch.file.valid()) {
+    const auto [batch, wake] = QueueSubmit(context.places, submission.lines);
+    if (!batch.error.empty()) {
         Complain("cannot queue the requests in %s: %s", context.places.queue.c_str(), batch.error.c_str());
         return kExitFiles;
     }
-    const Wake wake = DaemonWake(context.places.pid_file);
-    if (wake == Wake::kWoken && options.wait) return Wait(context, batch, submission, options);
+    if (wake == Wake::kWoken && options.wait && batch.file.valid())
+        return Wait(context, batch, submission, options);
     if (context.json)
         PrintRecord({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, true);
     else

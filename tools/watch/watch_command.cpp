@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
-#include "tools/ctl/request_writer.h"
 #include "tools/ctl/sync_plan.h"
 #include "tools/ctl/tree_compare.h"
 #include "tools/ctl/unique_fd.h"
@@ -44,13 +44,13 @@ bool QueueSink::Tell(std::string* told, const std::string& trouble) {
 }
 
 bool QueueSink::Queue(const std::string& lines) {
-    const ctl::QueuedBatch batch = ctl::QueueAppend(context_.places.queue, lines);
-    const bool is_written = batch.file.valid();
+    const auto [batch, wake] = ctl::QueueSubmit(context_.places, lines);
+    const bool is_written = batch.error.empty();
     if (!Tell(&told_queue_, is_written ? ""
                                        : "cannot queue requests in " + context_.places.queue + ": " +
                                              batch.error + "; they are kept and tried again"))
         return false;
-    switch (ctl::DaemonWake(context_.places.pid_file)) {
+    switch (wake) {
         case ctl::Wake::kWoken:
             return Tell(&told_daemon_, "");
         case ctl::Wake::kNotRunning:

@@ -1,0 +1,32 @@
+// The way into the queue for those who may not write to the spool.
+//
+// A service of the machine (koliindexd-queue) runs "koliindexctl enqueue" as root for each connection to a
+// local socket, which only the members of its group may open.  The caller writes whole request lines and
+// closes its half; none = the daemon is only woken.  The answer is one letter, 'Q' (queued) with a digit (the
+// value of Wake) or 'E' with the reason of a refusal behind it; with 'Q' and at least one line comes a
+// descriptor of the queue file that took them, good for nothing but fstat().
+#pragma once
+
+#include <string>
+
+#include "tools/ctl/context.h"
+#include "tools/ctl/request_writer.h"
+
+namespace koli::ctl {
+
+/// What has become of requests.
+struct Queued {
+    QueuedBatch batch;
+    Wake wake = Wake::kNotRunning;
+};
+
+/// Appends whole lines to the queue and wakes the daemon, through the service when this user may not.
+Queued QueueSubmit(const Places& places, const std::string& lines);
+
+/// Wakes the daemon, through the service when this user may not.
+Wake WakeSubmit(const Places& places);
+
+/// Sends an answer on the socket `peer`.  False when the caller has gone.
+bool AnswerSend(int peer, const Queued& queued);
+
+}  // namespace koli::ctl
