@@ -1,13 +1,12 @@
 #include "index/index.h"
 
-#include <strings.h>
-
 #include <cstring>
 #include <iterator>
 
 #include "audio/aiff.h"
 #include "audio/flac.h"
 #include "audio/music.h"
+#include "base/formats.h"
 #include "base/log.h"
 #include "index/aac.h"
 #include "index/directory_record.h"
@@ -30,81 +29,22 @@ constexpr int kEventCategory = 2;
 constexpr int kEventLevel = 3;
 constexpr unsigned kEventUnparsable = 0x11B00510;
 
-/// Searched from the top, the first match wins.  "mp4" is video although "m4a" and its like go through the
-/// MP4 reader as music; AAC and FLAC share the generic music removal; disc images and subtitles are stored as
-/// video without being opened.
+/// By FormatReader. AAC and FLAC share the generic music removal.
 constexpr IndexHandler kHandlers[] = {
-    {"mp3", MusicFileAdd, MusicFileDelete},
-    {"mp1", MediaMusicAdd, MediaMusicDelete},
-    {"mp2", MediaMusicAdd, MediaMusicDelete},
-    {"mpa", MediaMusicAdd, MediaMusicDelete},
-    {"wma", MediaMusicAdd, MediaMusicDelete},
-    {"wav", MediaMusicAdd, MediaMusicDelete},
-    {"ogg", MediaMusicAdd, MediaMusicDelete},
-    {"m4a", Mp4Add, Mp4Delete},
-    {"aac", AacFileAdd, MediaMusicDelete},
-    {"ac3", MediaMusicAdd, MediaMusicDelete},
-    {"ram", MediaMusicAdd, MediaMusicDelete},
-    {"ra", MediaMusicAdd, MediaMusicDelete},
-    {"m4p", Mp4Add, Mp4Delete},
-    {"flac", FlacFileAdd, MediaMusicDelete},
-    {"aiff", AiffFileAdd, AiffFileDelete},
-    {"aif", AiffFileAdd, AiffFileDelete},
-    {"pcm", MediaMusicSave, MediaMusicDelete},
-    {"m4b", Mp4Add, Mp4Delete},
-    {"ape", MediaMusicAdd, MediaMusicDelete},
-    {"m3u", PlaylistFileAdd, PlaylistFileDelete},
-    {"wpl", PlaylistFileAdd, PlaylistFileDelete},
-    {"avi", MediaVideoAdd, MediaVideoDelete},
-    {"mpg", MediaVideoAdd, MediaVideoDelete},
-    {"mpeg", MediaVideoAdd, MediaVideoDelete},
-    {"dat", VideoAdd, VideoDelete},
-    {"asf", MediaVideoAdd, MediaVideoDelete},
-    {"wmv", MediaVideoAdd, MediaVideoDelete},
-    {"vob", MediaVideoAdd, MediaVideoDelete},
-    {"mov", MediaVideoAdd, MediaVideoDelete},
-    {"rm", MediaVideoAdd, MediaVideoDelete},
-    {"rmvb", MediaVideoAdd, MediaVideoDelete},
-    {"mp4", MediaVideoAdd, MediaVideoDelete},
-    {"divx", MediaVideoAdd, MediaVideoDelete},
-    {"xvid", MediaVideoAdd, MediaVideoDelete},
-    {"flv", MediaVideoAdd, MediaVideoDelete},
-    {"mkv", MediaVideoAdd, MediaVideoDelete},
-    {"ts", MediaVideoAdd, MediaVideoDelete},
-    {"m2ts", MediaVideoAdd, MediaVideoDelete},
-    {"m2t", MediaVideoAdd, MediaVideoDelete},
-    {"mts", MediaVideoAdd, MediaVideoDelete},
-    {"m4v", MediaVideoAdd, MediaVideoDelete},
-    {"3gp", MediaVideoAdd, MediaVideoDelete},
-    {"3g2", MediaVideoAdd, MediaVideoDelete},
-    {"qt", MediaVideoAdd, MediaVideoDelete},
-    {"swf", MediaVideoAdd, MediaVideoDelete},
-    {"dvr-ms", MediaVideoAdd, MediaVideoDelete},
-    {"iso", MediaVideoSave, MediaVideoDelete},
-    {"ifo", MediaVideoSave, MediaVideoDelete},
-    {"srt", MediaVideoSave, MediaVideoDelete},
-    {"ass", MediaVideoSave, MediaVideoDelete},
-    {"ssa", MediaVideoSave, MediaVideoDelete},
-    {"idx", MediaVideoSave, MediaVideoDelete},
-    {"sub", MediaVideoSave, MediaVideoDelete},
-    {"smi", MediaVideoSave, MediaVideoDelete},
-    {"psb", MediaVideoSave, MediaVideoDelete},
-    {"trp", MediaVideoAdd, MediaVideoDelete},
-    {"tp", MediaVideoAdd, MediaVideoDelete},
-    {"jpg", PhotoMediaAdd, PhotoMediaDelete},
-    {"jpeg", PhotoMediaAdd, PhotoMediaDelete},
-    {"jpe", PhotoMediaAdd, PhotoMediaDelete},
-    {"bmp", PhotoMediaAdd, PhotoMediaDelete},
-    {"gif", PhotoMediaAdd, PhotoMediaDelete},
-    {"ico", PhotoMediaAdd, PhotoMediaDelete},
-    {"png", PhotoMediaAdd, PhotoMediaDelete},
-    {"psd", PhotoMediaAdd, PhotoMediaDelete},
-    {"tif", PhotoMediaAdd, PhotoMediaDelete},
-    {"tiff", PhotoMediaAdd, PhotoMediaDelete},
-    {"ufo", PhotoMediaAdd, PhotoMediaDelete},
-    {nullptr, nullptr, nullptr},
+    {MusicFileAdd, MusicFileDelete},        // kMp3
+    {MediaMusicAdd, MediaMusicDelete},      // kMusicProbe
+    {Mp4Add, Mp4Delete},                    // kMp4
+    {AacFileAdd, MediaMusicDelete},         // kAac
+    {FlacFileAdd, MediaMusicDelete},        // kFlac
+    {AiffFileAdd, AiffFileDelete},          // kAiff
+    {MediaMusicSave, MediaMusicDelete},     // kMusicName
+    {PlaylistFileAdd, PlaylistFileDelete},  // kPlaylist
+    {MediaVideoAdd, MediaVideoDelete},      // kVideoProbe
+    {VideoAdd, VideoDelete},                // kVideoCd
+    {MediaVideoSave, MediaVideoDelete},     // kVideoName
+    {PhotoMediaAdd, PhotoMediaDelete},      // kPicture
 };
-static_assert(std::size(kHandlers) == 68 + 1);
+static_assert(std::size(kHandlers) == static_cast<size_t>(FormatReader::kCount));
 
 bool IsBadCall(const char* path, int mode) {
     return path == nullptr || *path == '\0' || (mode != kModeAdd && mode != kModeDelete);
@@ -135,13 +75,8 @@ int AddFile(const char* path, const IndexHandler& handler) {
 }  // namespace
 
 const IndexHandler* IndexHandlerFind(const char* ext) {
-    if (ext == nullptr) return nullptr;
-    // Setting bit 5 turns an upper-case letter into its lower-case one and leaves digits alone: a cheap first
-    // look, asked once per row and file.
-    const int first = static_cast<unsigned char>(ext[0]) | 0x20;
-    for (const IndexHandler* row = kHandlers; row->extension != nullptr; ++row)
-        if (row->extension[0] == first && strcasecmp(row->extension, ext) == 0) return row;
-    return nullptr;
+    const Format* format = FormatFind(ext);
+    return format == nullptr ? nullptr : &kHandlers[static_cast<size_t>(format->reader)];
 }
 
 int IndexOnePath(const char* path, int mode) {
