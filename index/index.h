@@ -3,19 +3,18 @@
 
 namespace koli {
 
-/// One row of the dispatch table.
+/// The handlers of a format.
 ///
 /// `add` stores the file: 0 stored, 1 its metadata could not be parsed (logged by the handler; an entry with
 /// the names from the path may have been stored all the same), anything else failure.  `remove` removes the
 /// entry of a file that is gone: 0, or -1, also when the file still exists.
 struct IndexHandler {
-    const char* extension;  // lower case, without its dot; null ends the table
-    int type;               // StoreType of its rows
     int (*add)(const char* path);
     int (*remove)(const char* path);
 };
 
-/// The row of an extension, ignoring case; null when there is none, and for a null `ext`.
+/// The handlers of an extension, ignoring case; null when it is not in the table of formats, and for a null
+/// `ext`.
 const IndexHandler* IndexHandlerFind(const char* ext);
 
 /// Adds (kModeAdd) or removes (kModeDelete) one file, or records one directory.  Returns 0, the handler's

@@ -1,27 +1,16 @@
-// The extension lists of the indexers.
-#include <strings.h>
-
-#include <algorithm>
-#include <iterator>
-
+// What the table of formats says of an extension.
+#include "base/formats.h"
 #include "platform/koliindex.h"
 
 namespace {
 
-constexpr const char* kJpeg[] = {"jpg", "jpeg", "jpe"};
-constexpr const char* kPhotoOnWeb[] = {"jpg", "jpeg", "jpe", "bmp", "gif", "png"};
-constexpr const char* kVideoOnWeb[] = {"flv", "mp4", "m4v"};
+using koli::Format;
+using koli::FormatReader;
+using koli::FormatUse;
 
-// Every extension whose add handler probes or parses a video; subtitles and disc images are none.
-constexpr const char* kVideo[] = {"avi",  "mpg", "mpeg", "dat",  "asf", "wmv", "vob",    "mov",  "rm",
-                                  "rmvb", "mp4", "divx", "xvid", "flv", "mkv", "ts",     "m2ts", "m2t",
-                                  "mts",  "m4v", "3gp",  "3g2",  "qt",  "swf", "dvr-ms", "trp",  "tp"};
-static_assert(std::size(kVideo) == 27);
-
-template <typename List>
-int IsIn(const List& list, const char* extension) {
-    const auto equal = [extension](const char* known) { return strcasecmp(known, extension) == 0; };
-    return extension != nullptr && std::any_of(std::begin(list), std::end(list), equal) ? 1 : 0;
+bool HasUse(const char* extension, FormatUse use) {
+    const Format* format = koli::FormatFind(extension);
+    return format != nullptr && format->use == use;
 }
 
 }  // namespace
@@ -29,19 +18,24 @@ int IsIn(const List& list, const char* extension) {
 extern "C" {
 
 int BlKOLIIndexIsJpeg(const char* extension) {
-    return IsIn(kJpeg, extension);
+    return HasUse(extension, FormatUse::kWebJpeg) ? 1 : 0;
 }
 
 int BlKOLIIndexIsPhotoOnWeb(const char* extension) {
-    return IsIn(kPhotoOnWeb, extension);
+    return HasUse(extension, FormatUse::kWebJpeg) || HasUse(extension, FormatUse::kWebPicture) ? 1 : 0;
 }
 
 int BlKOLIIndexIsVideoOnWeb(const char* extension) {
-    return IsIn(kVideoOnWeb, extension);
+    return HasUse(extension, FormatUse::kWebVideo) ? 1 : 0;
 }
 
+// Subtitles and disc images, which nobody reads, are none.
 int BlKOLIIndexIsVideo(const char* extension) {
-    return IsIn(kVideo, extension);
+    const Format* format = koli::FormatFind(extension);
+    return format != nullptr &&
+                   (format->reader == FormatReader::kVideoProbe || format->reader == FormatReader::kVideoCd)
+               ? 1
+               : 0;
 }
 
 int BlKOLIIndexIsPhotoOnWebFile(const char* path) {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "base/log.h"
+#include "base/media_fields.h"
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/guard.h"
@@ -50,62 +51,36 @@ bool IsStoreTable(int type) {
 /// Fills a statement's parameters one after the other.
 class RecordBinder {
   public:
-    explicit RecordBinder(SqlStatement& statement) : statement_(statement) {}
-
-    void Bytes(std::string_view value) { statement_.Text(++index_, value); }
-    void Number(int64_t value) { statement_.Integer(++index_, value); }
-    void Real(float value) { statement_.Real(++index_, std::isfinite(value) ? value : 0.0); }
+    RecordBinder(SqlStatement& statement, const MediaInfo& record) : statement_(statement), record_(record) {}
 
     template <size_t N>
-    void Unmarked(const char (&field)[N]) {
-        Bytes(Utf8FromUnmarked(FieldText(field), &scratch_));
-    }
-    template <size_t N>
-    void Marked(const char (&field)[N], int utf16) {
-        const Utf16Text text(utf16 == 1 ? std::string_view(field, N) : std::string_view());
-        if (text.marked)
-            Bytes(Utf8FromUtf16(text));
+    void operator()(const MediaField<char[N]>& field) {
+        const char(&text)[N] = record_.*field.member;
+        if ((field.rules & kFieldIsBytes) != 0) return Bytes(FieldText(text));
+        const bool is_utf16 = field.utf16 != nullptr && record_.*field.utf16 == 1;
+        const Utf16Text utf16(is_utf16 ? std::string_view(text, N) : std::string_view());
+        if (utf16.marked)
+            Bytes(Utf8FromUtf16(utf16));
         else
-            Unmarked(field);
+            Bytes(Utf8FromUnmarked(FieldText(text), &scratch_));
+    }
+    void operator()(const MediaField<BeFloat>& field) {
+        const float value = record_.*field.member;
+        statement_.Real(++index_, std::isfinite(value) ? value : 0.0);
+    }
+    template <typename Number>
+    void operator()(const MediaField<Number>& field) {
+        statement_.Integer(++index_, static_cast<int64_t>(record_.*field.member));
     }
 
   private:
+    void Bytes(std::string_view value) { statement_.Text(++index_, value); }
+
     SqlStatement& statement_;
+    const MediaInfo& record_;
     int index_ = 0;
     std::string scratch_;
 };
-
-/// In the order of the columns.
-void BindMediaInfo(SqlStatement& statement, const MediaInfo& record) {
-    RecordBinder binder(statement);
-    binder.Bytes(FieldText(record.path));
-    binder.Marked(record.title, record.title_utf16);
-    binder.Marked(record.album, record.album_utf16);
-    binder.Marked(record.artist, record.artist_utf16);
-    binder.Marked(record.genre, record.genre_utf16);
-    binder.Marked(record.composer, record.composer_utf16);
-    binder.Marked(record.comment, record.comment_utf16);
-    binder.Number(record.track);
-    binder.Number(record.disc);
-    binder.Number(record.year);
-    binder.Real(record.duration);
-    binder.Number(record.audio_bitrate);
-    binder.Number(record.video_bitrate);
-    binder.Number(record.sample_rate);
-    binder.Number(record.channels);
-    binder.Number(record.width);
-    binder.Number(record.height);
-    binder.Number(static_cast<int64_t>(record.file_size));
-    binder.Number(record.has_cover);
-    binder.Unmarked(record.camera_make);
-    binder.Unmarked(record.camera_model);
-    binder.Unmarked(record.exposure_time);
-    binder.Unmarked(record.f_number);
-    binder.Unmarked(record.date_taken);
-    binder.Number(record.iso_speed);
-    binder.Unmarked(record.ctime);
-    binder.Unmarked(record.mtime);
-}
 
 /// Every table is tried, whatever becomes of another.
 int DeleteBelow(const char* path) {
@@ -138,7 +113,7 @@ int MediaInfoDBSave(int type, const MediaInfo* record) {
         RebuildNote(type, record->path);
         SqlStatement* statement = MediaDatabase().Prepare(Statements().save[type].c_str());
         if (statement == nullptr) return -1;
-        BindMediaInfo(*statement, *record);
+        EachMediaField(RecordBinder(*statement, *record));
         if (MediaDatabase().Run(*statement) < 0) return -1;
         ProblemSaved(record->path);
         return 0;

@@ -1,7 +1,9 @@
 // MediaInfoValid: what is cleaned in a record before it is saved.
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
+#include "base/media_fields.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 
@@ -38,21 +40,33 @@ void CleanUnmarked(char (&field)[N]) {
     memset(field + left, 0, N - left);
 }
 
-/// A mark on a text without a byte-order mark counts as none, here as in the save.
-template <size_t N>
-void CleanText(char (&field)[N], BeInt32* utf16) {
-    const Utf16Text text(*utf16 == 1 ? std::string_view(field, N) : std::string_view());
-    if (!text.marked) {
-        CleanUnmarked(field);
-    } else if (HoldsOnlyWhiteSpace(text)) {
-        memset(field, 0, N);
-        *utf16 = 0;
+struct RecordCleaner {
+    /// A mark on a text without a byte-order mark counts as none, here as in the save.
+    template <size_t N>
+    void operator()(const MediaField<char[N]>& field) {
+        if ((field.rules & kFieldIsCleaned) == 0) return;
+        char(&text)[N] = record.*field.member;
+        const bool is_utf16 = field.utf16 != nullptr && record.*field.utf16 == 1;
+        const Utf16Text utf16(is_utf16 ? std::string_view(text, N) : std::string_view());
+        if (!utf16.marked) {
+            CleanUnmarked(text);
+        } else if (HoldsOnlyWhiteSpace(utf16)) {
+            memset(text, 0, N);
+            record.*field.utf16 = 0;
+        }
     }
-}
+    void operator()(const MediaField<BeFloat>& field) {
+        const float value = record.*field.member;
+        if (!std::isfinite(value) || value < 0) record.*field.member = 0.0F;
+    }
+    template <typename Number>
+    void operator()(const MediaField<Number>& field) {
+        if constexpr (std::is_same_v<Number, BeInt32>)
+            if ((field.rules & kFieldIsCleaned) != 0 && record.*field.member < 0) record.*field.member = 0;
+    }
 
-void CleanNumber(BeInt32* number) {
-    if (*number < 0) *number = 0;
-}
+    MediaInfo& record;
+};
 
 }  // namespace
 }  // namespace koli::host
@@ -61,16 +75,6 @@ using namespace koli::host;
 
 extern "C" int MediaInfoValid(koli::MediaInfo* record) {
     if (record == nullptr) return -1;
-    CleanText(record->title, &record->title_utf16);
-    CleanText(record->artist, &record->artist_utf16);
-    CleanText(record->album, &record->album_utf16);
-    CleanText(record->genre, &record->genre_utf16);
-    CleanText(record->composer, &record->composer_utf16);
-    CleanText(record->comment, &record->comment_utf16);
-    const float duration = record->duration;
-    if (!std::isfinite(duration) || duration < 0) record->duration = 0.0F;
-    CleanNumber(&record->track);
-    CleanNumber(&record->disc);
-    CleanNumber(&record->year);
+    koli::EachMediaField(RecordCleaner{*record});
     return 0;
 }

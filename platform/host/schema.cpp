@@ -1,50 +1,48 @@
 #include "platform/host/schema.h"
 
-#include <iterator>
 #include <string_view>
 
+#include "base/media_fields.h"
 #include "platform/host/boolean_forms.h"
 
 namespace koli::host {
 namespace {
 
-constexpr const char kText[] = "TEXT NOT NULL DEFAULT ''";
-constexpr const char kNumber[] = "INTEGER NOT NULL DEFAULT 0";
-
-struct Column {
-    const char* name;
-    const char* type;
-};
-
-constexpr Column kMediaColumns[] = {
-    {"path", "TEXT NOT NULL PRIMARY KEY"},
-    {"title", kText},
-    {"album", kText},
-    {"artist", kText},
-    {"genre", kText},
-    {"composer", kText},
-    {"comment", kText},
-    {"track", kNumber},
-    {"disc", kNumber},
-    {"year", kNumber},
-    {"duration", "REAL NOT NULL DEFAULT 0"},  // seconds
-    {"audio_bitrate", kNumber},
-    {"video_bitrate", kNumber},
-    {"sample_rate", kNumber},
-    {"channels", kNumber},
-    {"width", kNumber},
-    {"height", kNumber},
-    {"file_size", kNumber},
-    {"has_cover", kNumber},
-    {"camera_make", kText},
-    {"camera_model", kText},
-    {"exposure_time", kText},
-    {"f_number", kText},
-    {"date_taken", kText},
-    {"iso_speed", kNumber},
-    {"ctime", kText},
-    {"mtime", kText},
-};
+/// Steps are history: a field that MediaInfo is given later is a step of its own.
+constexpr const char kMediaTableColumns[] = R"((
+    path TEXT NOT NULL PRIMARY KEY,
+    title TEXT NOT NULL DEFAULT '',
+    album TEXT NOT NULL DEFAULT '',
+    artist TEXT NOT NULL DEFAULT '',
+    genre TEXT NOT NULL DEFAULT '',
+    composer TEXT NOT NULL DEFAULT '',
+    comment TEXT NOT NULL DEFAULT '',
+    track INTEGER NOT NULL DEFAULT 0,
+    disc INTEGER NOT NULL DEFAULT 0,
+    year INTEGER NOT NULL DEFAULT 0,
+    duration REAL NOT NULL DEFAULT 0,
+    audio_bitrate INTEGER NOT NULL DEFAULT 0,
+    video_bitrate INTEGER NOT NULL DEFAULT 0,
+    sample_rate INTEGER NOT NULL DEFAULT 0,
+    channels INTEGER NOT NULL DEFAULT 0,
+    width INTEGER NOT NULL DEFAULT 0,
+    height INTEGER NOT NULL DEFAULT 0,
+    file_size INTEGER NOT NULL DEFAULT 0,
+    has_cover INTEGER NOT NULL DEFAULT 0,
+    camera_make TEXT NOT NULL DEFAULT '',
+    camera_model TEXT NOT NULL DEFAULT '',
+    exposure_time TEXT NOT NULL DEFAULT '',
+    f_number TEXT NOT NULL DEFAULT '',
+    date_taken TEXT NOT NULL DEFAULT '',
+    iso_speed INTEGER NOT NULL DEFAULT 0,
+    ctime TEXT NOT NULL DEFAULT '',
+    mtime TEXT NOT NULL DEFAULT ''
+) WITHOUT ROWID;
+)";
+constexpr const char* kMediaTablesOfStep1[] = {"music", "video", "photo", "playlist"};
+constexpr const char kDirectoryTableSql[] =
+    "CREATE TABLE directory (path TEXT NOT NULL PRIMARY KEY, title TEXT NOT NULL DEFAULT '') WITHOUT "
+    "ROWID;\n";
 
 constexpr const char kProblemTableSql[] =
     "CREATE TABLE problem (path TEXT NOT NULL PRIMARY KEY, time TEXT NOT NULL DEFAULT '',"
@@ -111,14 +109,6 @@ END;
 constexpr const char kSettingTableSql[] =
     "CREATE TABLE setting (name TEXT NOT NULL PRIMARY KEY, value TEXT NOT NULL DEFAULT '') WITHOUT ROWID;";
 
-/// The names of the columns from `first` on, each with `before` in front, separated by commas.
-std::string ColumnList(size_t first, const char* before) {
-    std::string list;
-    for (size_t i = first; i < std::size(kMediaColumns); ++i)
-        list.append(i > first ? ", " : "").append(before).append(kMediaColumns[i].name);
-    return list;
-}
-
 template <size_t N>
 std::string SqlList(const std::string_view (&words)[N]) {
     std::string list = "(";
@@ -144,13 +134,9 @@ std::string TruthTrigger(const std::string& name, const std::string& event) {
 }
 
 std::string MediaTablesSql() {
-    std::string columns;
-    for (const Column& column : kMediaColumns)
-        columns.append(columns.empty() ? "" : ", ").append(column.name).append(" ").append(column.type);
-    std::string schema = "CREATE TABLE directory (path TEXT NOT NULL PRIMARY KEY, title " +
-                         std::string(kText) + ") WITHOUT ROWID;\n";
-    for (int i = 0; i < kMediaStoreTables; ++i)
-        schema += "CREATE TABLE " + std::string(kMediaTables[i]) + " (" + columns + ") WITHOUT ROWID;\n";
+    std::string schema = kDirectoryTableSql;
+    for (const char* const table : kMediaTablesOfStep1)
+        schema.append("CREATE TABLE ").append(table).append(" ").append(kMediaTableColumns);
     return schema;
 }
 
@@ -167,17 +153,21 @@ std::vector<std::string> PhotoSchemaSteps() {
 }
 
 std::string MediaSaveSql(const char* table) {
-    std::string values, assignments;
-    for (size_t i = 0; i < std::size(kMediaColumns); ++i) {
-        const char* const name = kMediaColumns[i].name;
-        values.append(i > 0 ? ", ?" : "?").append(std::to_string(i + 1));
-        if (i > 0) assignments.append(i > 1 ? ", " : "").append(name).append(" = excluded.").append(name);
-    }
-    const std::string own = std::string(table) + ".";
-    std::string text = "INSERT INTO " + std::string(table) + " (" + ColumnList(0, "") + ") VALUES (" + values;
-    text.append(") ON CONFLICT (path) DO UPDATE SET ").append(assignments).append(" WHERE (");
-    text.append(ColumnList(1, own.c_str())).append(") IS DISTINCT FROM (").append(ColumnList(1, "excluded."));
-    return text.append(")");
+    std::string names, parameters, assignments, own, excluded;
+    int number = 0;
+    EachMediaField([&](const auto& field) {
+        const std::string column = field.column, comma = number > 0 ? ", " : "";
+        names += comma + column;
+        parameters += comma + "?" + std::to_string(++number);
+        if (number == 1) return;  // the key
+        const std::string between = number > 2 ? ", " : "";
+        assignments += between + column + " = excluded." + column;
+        own += between + table + "." + column;
+        excluded += between + "excluded." + column;
+    });
+    return std::string("INSERT INTO ") + table + " (" + names + ") VALUES (" + parameters +
+           ") ON CONFLICT (path) DO UPDATE SET " + assignments + " WHERE (" + own + ") IS DISTINCT FROM (" +
+           excluded + ")";
 }
 
 }  // namespace koli::host

@@ -1,19 +1,9 @@
 // Which files the daemon stores, and in which table.
 #pragma once
 
-#include <span>
-
 namespace koli::ctl {
 
 inline constexpr int kNotIndexed = -1;
-
-struct MediaKind {
-    const char* extension;  // lower case, without its dot
-    int type;               // StoreType
-};
-
-/// Every extension of the daemon's dispatch table.
-std::span<const MediaKind> MediaKinds();
 
 /// The table of a file by its path: a StoreType, or kNotIndexed for an extension that is not in the table, no
 /// extension at all, an AppleDouble companion ("._name"), and a picture in an "@eaDir".
