@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <initializer_list>
 
 #include "base/log.h"
+#include "base/media_fields.h"
 #include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/reading.h"
@@ -39,18 +39,21 @@ int ProbeInChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t
 
 /// Takes over what a probe may write.  A child that was taken over may have left anything in the area: the
 /// rest of the record (path, size, times, cover, ...) stays the caller's, and the texts end where they must.
-void TakeOver(const MediaInfo& shared, MediaInfo* record) {
-    for (const auto text : {&MediaInfo::title, &MediaInfo::album, &MediaInfo::artist, &MediaInfo::genre}) {
-        memcpy(record->*text, shared.*text, kTextSize);
-        (record->*text)[kTextSize - 1] = '\0';
+struct ProbedFields {
+    template <size_t N>
+    void operator()(const MediaField<char[N]>& field) const {
+        if ((field.rules & kFieldIsProbed) == 0) return;
+        memcpy(record.*field.member, shared.*field.member, N);
+        (record.*field.member)[N - 1] = '\0';
     }
-    for (const auto number : {&MediaInfo::year, &MediaInfo::track})
-        record->*number = shared.*number;
-    for (const auto number : {&MediaInfo::audio_bitrate, &MediaInfo::video_bitrate, &MediaInfo::sample_rate,
-                              &MediaInfo::channels, &MediaInfo::width, &MediaInfo::height})
-        record->*number = shared.*number;
-    record->duration = shared.duration;
-}
+    template <typename Number>
+    void operator()(const MediaField<Number>& field) const {
+        if ((field.rules & kFieldIsProbed) != 0) record.*field.member = shared.*field.member;
+    }
+
+    const MediaInfo& shared;
+    MediaInfo& record;
+};
 
 /// Finds the line of the file that holds `key` and a number behind it.  Returns 1 found, 0 no such line, -1
 /// when the file cannot be opened.
@@ -100,7 +103,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, co
     if (ProbeGuardPrepare() != 0) return 1;
     const auto body = [&](pid_t parent) { return ProbeInChild(path, shared.get(), probe, parent); };
     const int result = GuardedChildRun(std::cref(body), settings);
-    TakeOver(*shared.get(), record);
+    EachMediaField(ProbedFields{*shared.get(), *record});
     return result;
 }
 
