@@ -146,7 +146,8 @@ void MoveVideoTexts(const Move& move) {
 /// A folder that is no album may get the name of one: that of other pictures, which has not gone yet; or its
 /// own, when the request comes twice, but then it has no picture left to move.
 bool MayBecomeAlbum(const Move& move) {
-    if (move.old_path == nullptr || move.new_kind != KLIB_PATH_DIRECTORY) return false;
+    if (move.old_path == nullptr || move.new_path == nullptr) return false;
+    if (move.new_kind != KLIB_PATH_DIRECTORY) return false;
     if (strncmp(move.new_path, move.old_path, kShareTopLength + 1) != 0 || IsKnownAlbum(move.old_path))
         return false;
     return !IsKnownAlbum(move.new_path) || HasRowsBelow(KOLI_PHOTO_INFO, move.old_path);

@@ -81,16 +81,20 @@ bool RemoveRead(const Waiting& file, bool is_one_of_few) {
 
 /// Takes the next entry of what was noted; null behind the last one.
 const char* RecallOne(const char* text) {
-    CaptionIdentity identity{};
-    size_t length = 0;
-    long long size = 0, seconds = 0;
-    int begin = 0;
-    if (sscanf(text, "%zu %lld %lld %ld %n", &length, &size, &seconds, &identity.mtime.tv_nsec, &begin) != 4)
-        return nullptr;
-    text += begin;
+    long long numbers[4];  // length of the path, size, seconds and nanoseconds
+    for (long long& number : numbers) {
+        char* end = nullptr;
+        number = strtoll(text, &end, 10);
+        if (end == text) return nullptr;
+        text = end;
+    }
+    if (numbers[0] < 0 || *text++ != ' ') return nullptr;
+    const auto length = static_cast<size_t>(numbers[0]);
     if (waiting_count == kMostWaiting || strnlen(text, length) < length) return nullptr;
-    identity.size = size;
-    identity.mtime.tv_sec = seconds;
+    CaptionIdentity identity{};
+    identity.size = numbers[1];
+    identity.mtime.tv_sec = numbers[2];
+    identity.mtime.tv_nsec = static_cast<long>(numbers[3]);
     char* path = strndup(text, length);
     if (path != nullptr) waiting[waiting_count++] = {path, identity, true, 0};
     return text + length;

@@ -5,6 +5,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
@@ -78,12 +79,13 @@ std::unique_ptr<SqlRows> RowsInside(const std::string& folder, Database& databas
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
     return Guarded(db->database, [&]() -> KOLIDBRows* {
         const std::optional<std::string> folder = FolderOf(selection);
-        auto result =
-            std::make_unique<KOLIDBResult>(folder ? RowsInside(*folder, db->database, table)
-                                                  : db->database.Query(SelectText(table, selection)));
-        if (result->rows == nullptr) return nullptr;
-        auto rows = std::make_unique<KOLIDBRows>(db, nullptr, -1, result->rows->count());
-        rows->result = result.release();
+        std::unique_ptr<SqlRows> found = folder ? RowsInside(*folder, db->database, table)
+                                                : db->database.Query(SelectText(table, selection));
+        if (found == nullptr) return nullptr;
+        const int count = found->count();
+        std::unique_ptr<KOLIDBResult> result(new KOLIDBResult{std::move(found)});
+        std::unique_ptr<KOLIDBRows> rows(new KOLIDBRows{db, result.get(), -1, count});
+        static_cast<void>(result.release());  // the rows' now
         return rows.release();
     });
 }

@@ -197,7 +197,7 @@ std::unique_ptr<SqlStatement> Sql::Prepare(std::string_view text, unsigned flags
     }
     std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)> owner(handle, &sqlite3_finalize);
     std::unique_ptr<SqlStatement> statement(new SqlStatement(handle, prepared_table_));
-    owner.release();
+    static_cast<void>(owner.release());  // the statement's now
     if (handle == nullptr || !IsOnlyBlank(tail, text.data() + text.size())) {
         error_ = handle == nullptr ? "no statement" : "more than one statement";
         error_code_ = SQLITE_MISUSE;
