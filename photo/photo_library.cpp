@@ -7,7 +7,6 @@
 #include <ctime>
 
 #include "base/foothold.h"
-#include "base/later_renames.h"
 #include "base/log.h"
 #include "base/path_names.h"
 #include "index/index_mode.h"
@@ -39,16 +38,12 @@ int32_t BelievedPixels(int32_t pixels) {
     return pixels >= 0 && pixels <= kMaxPhotoPixels ? pixels : 0;
 }
 
-/// What is handed over for a picture whose own row is still on its way, or in whose place there is another
-/// one's, waits for the requests that rename them.
 void FillNames(const char* path, PhotoRecord* record) {
     CopyText(record->path, sizeof record->path, path);
     CopyText(record->name, sizeof record->name, FileNameOf(path));
     TitleFromPath(path, record->title, sizeof record->title);
-    if (!IsBroughtLater(path) && !IsRenamedLater(path)) {
-        CaptionTitleGet(path, record);
-        CaptionDescGet(path, record);
-    }
+    CaptionTitleGet(path, record);
+    CaptionDescGet(path, record);
     if (!AlbumFromPath(path, record->folder, sizeof record->folder)) KOLI_LOG("%s (%d) Impossible error.");
 }
 
