@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <new>
-#include <string_view>
 
 #include "base/open_file.h"
 #include "index/share_path.h"
@@ -16,8 +14,25 @@
 namespace koli {
 namespace {
 
-uint64_t HashOf(std::string_view path) {
-    return std::hash<std::string_view>{}(path);
+constexpr uint64_t kHashStart =
+    0xcbf29ce484222325;  // FNV-1a: one pass over a path gives the hashes of all above
+
+uint64_t HashNext(uint64_t hash, char byte) {
+    return (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+}
+
+uint64_t HashOf(const char* path) {
+    uint64_t hash = kHashStart;
+    for (; *path != '\0'; ++path)
+        hash = HashNext(hash, *path);
+    return hash;
+}
+
+/// Whether the last of the lines that name a path begins at `begin` or later.
+bool IsNamed(const std::vector<WaitingRenames::Place>& places, int64_t begin, uint64_t hash) {
+    const auto behind =
+        std::upper_bound(places.begin(), places.end(), WaitingRenames::Place{hash, INT64_MAX});
+    return behind != places.begin() && (behind - 1)->path == hash && (behind - 1)->begin >= begin;
 }
 
 }  // namespace
@@ -84,18 +99,14 @@ void WaitingRenames::Note(int64_t begin, char* text) {
     if (IsPhotoSharePath(new_path) != 0) last_of_photos_ = begin;
 }
 
-/// Of the lines that name a path the last one decides.
 bool WaitingRenames::IsIn(const std::vector<Place>& places, int64_t begin, const char* path) {
-    const std::string_view text(path);
-    for (size_t end = text.size(); end != 0 && end != std::string_view::npos;
-         end = text.rfind('/', end - 1)) {
-        const uint64_t hash = HashOf(text.substr(0, end));
-        const auto behind = std::upper_bound(places.begin(), places.end(), Place{hash, INT64_MAX});
-        if (behind == places.begin()) continue;
-        const Place& last = *(behind - 1);
-        if (last.path == hash && last.begin >= begin) return true;
+    if (places.empty()) return false;
+    uint64_t hash = kHashStart;
+    for (const char* at = path; *at != '\0'; ++at) {
+        if (*at == '/' && at > path && IsNamed(places, begin, hash)) return true;
+        hash = HashNext(hash, *at);
     }
-    return false;
+    return IsNamed(places, begin, hash);
 }
 
 }  // namespace koli

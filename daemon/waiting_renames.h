@@ -14,6 +14,12 @@ namespace koli {
 /// that has grown, what is new.
 class WaitingRenames {
   public:
+    struct Place {
+        uint64_t path;  // hash
+        int64_t begin;  // of the line
+        auto operator<=>(const Place&) const = default;
+    };
+
     /// Whether a line of `file` that begins at byte `begin` or later renames `path` or a folder above it; for
     /// null, anything in a photo share.  `begin` never goes back.  True also when memory runs out, as nobody
     /// knows then; false when the file cannot be read.
@@ -27,11 +33,6 @@ class WaitingRenames {
     void Read(FILE* lines);
     void Note(int64_t begin, char* text);
 
-    struct Place {
-        uint64_t path;  // hash
-        int64_t begin;  // of the line
-        auto operator<=>(const Place&) const = default;
-    };
     static bool IsIn(const std::vector<Place>& places, int64_t begin, const char* path);
 
     std::vector<Place> old_places_;  // sorted

@@ -10,6 +10,7 @@
 
 #include "base/file_reading.h"
 #include "base/held_folder.h"
+#include "base/later_renames.h"
 #include "base/log.h"
 #include "base/path_names.h"
 #include "platform/koliindex.h"
@@ -86,6 +87,9 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
         return -1;
     }
     if (KLIBPathLook(caption_path) == KLIB_PATH_ABSENT) return -1;
+    // What is handed over for a picture whose own row is still on its way, or in whose place there is another
+    // one's, waits for the requests that rename them.
+    if (IsBroughtLater(path) || IsRenamedLater(path)) return -1;
     const File file = OpenCaption(caption_path);
     struct stat status;
     if (file == nullptr || fstat(fileno(file.get()), &status) != 0) {

@@ -60,8 +60,9 @@ void CaptionRemovalsRecall();
 
 /// Reads the first line, its newline included, of the caption file of (path, stream) into the `size` bytes at
 /// `buffer`, cut at size - 1 bytes, and removes the file, or leaves that to the CaptionHold.  Returns 0 when
-/// the line holds anything; -1 when not, when there is no such file (silently), and on failure (logged; a
-/// link, and a file that could not be read, is kept).
+/// the line holds anything; -1 when not, when there is no such file or a request that waits is still to
+/// rename what stands at `path` (silently; the file is kept), and on failure (logged; a link, and a file that
+/// could not be read, is kept).
 int CaptionRead(const char* path, const char* stream, char* buffer, int size);
 
 /// Whether a title or a description is there for the picture.

@@ -7,7 +7,6 @@
 #include <ctime>
 
 #include "base/foothold.h"
-#include "base/later_renames.h"
 #include "base/log.h"
 #include "base/path_names.h"
 #include "base/reading.h"
@@ -41,8 +40,6 @@ int32_t BelievedPixels(int32_t pixels) {
     return pixels >= 0 && pixels <= kMaxPhotoPixels ? pixels : 0;
 }
 
-/// What is handed over for a picture whose own row is still on its way, or in whose place there is another
-/// one's, waits for the requests that rename them.
 void FillNames(const char* path, PhotoRecord* record) {
     CopyText(record->path, sizeof record->path, path);
     CopyText(record->name, sizeof record->name, FileNameOf(path));
@@ -79,10 +76,8 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
 
 /// The values inside of the picture, and what people have handed over for it.
 void FillFromContents(const char* path, PhotoRecord* record) {
-    if (!IsBroughtLater(path) && !IsRenamedLater(path)) {
-        CaptionTitleGet(path, record);
-        CaptionDescGet(path, record);
-    }
+    CaptionTitleGet(path, record);
+    CaptionDescGet(path, record);
     ExifFillPhotoRecord(record);
     int width = 0;
     int height = 0;
