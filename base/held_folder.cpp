@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <string>
 
+#include "base/foothold.h"
 #include "base/path_names.h"
 
 namespace koli {
@@ -43,7 +44,7 @@ HeldFolder::~HeldFolder() {
 }
 
 HeldFolder HeldFolder::Open(std::string_view path) {
-    return HeldFolder(open(path.empty() ? "." : std::string(path).c_str(), kFolderFlags));
+    return HeldFolder(OpenNear(path.empty() ? "." : std::string(path).c_str(), kFolderFlags));
 }
 
 HeldFolder HeldFolder::OpenAttributes(std::string_view path, mode_t mode) {
