@@ -11,10 +11,10 @@
 #include <string>
 #include <utility>
 
+#include "base/folder_sync.h"
 #include "base/log.h"
 #include "base/open_file.h"
 #include "base/passing_error.h"
-#include "base/path_names.h"
 #include "base/reading_mark.h"
 #include "base/written_file_systems.h"
 #include "daemon/batch.h"
@@ -34,15 +34,6 @@ constexpr int kTakeOverAttempts = 16;
 constexpr int kTornLinePatience = 300;  // seconds that a writer may take over its last line
 constexpr QueueFiles kQueueFiles{paths::kQueue, paths::kBatch, paths::kState,
                                  "rm -rf /var/spool/koli_indexing_queue.tmp"};
-
-/// Puts the entries of the folder that holds `path` on the disk.
-void SyncFolderOf(const char* path) {
-    const std::string folder = path == FileNameOf(path) ? "." : std::string(path, FileNameOf(path));
-    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return;
-    fsync(fd);
-    close(fd);
-}
 
 /// Makes the queue the batch.  A mark that an earlier one left would count for this one.
 void TakeOver(const QueueFiles& files) {
@@ -85,7 +76,7 @@ FILE* OpenBatch(const QueueFiles& files) {
 /// A batch that a power cut brings back must be the one that its mark was made for.
 void MakeDurable(FILE* batch, const QueueFiles& files) {
     fsync(fileno(batch));
-    SyncFolderOf(files.batch);
+    FolderSyncOf(files.batch);
 }
 
 /// Its mark goes last: until the batch has gone for good, it may be executed again.
@@ -100,7 +91,7 @@ void RemoveBatch(const QueueFiles& files) {
     ReadingMarkForgive();
     KOLIBatchMark mark;
     if (PhotoDBMarkGet(&mark) != 0) return;
-    SyncFolderOf(files.batch);
+    FolderSyncOf(files.batch);
     PhotoDBMarkRemove();
 }
 

@@ -14,11 +14,12 @@
 namespace koli {
 namespace {
 
-constexpr uint64_t kHashStart =
-    0xcbf29ce484222325;  // FNV-1a: one pass over a path gives the hashes of all above
+/// FNV-1a, 64 bits: one pass over a path gives the hashes of all folders above it, too.
+constexpr uint64_t kHashStart = 0xcbf29ce484222325;
+constexpr uint64_t kHashFactor = 0x100000001b3;
 
 uint64_t HashNext(uint64_t hash, char byte) {
-    return (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
+    return (hash ^ static_cast<unsigned char>(byte)) * kHashFactor;
 }
 
 uint64_t HashOf(const char* path) {

@@ -1,6 +1,5 @@
 #include "photo/caption_removal.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,8 +9,8 @@
 #include <cstring>
 #include <memory>
 
+#include "base/folder_sync.h"
 #include "base/held_folder.h"
-#include "base/path_names.h"
 #include "base/written_file_systems.h"
 #include "photo/absence.h"
 #include "photo/caption.h"
@@ -57,17 +56,6 @@ bool IsRead(const Waiting& file, const CaptionIdentity& found) {
            (found.device == read.device && found.inode == read.inode && IsSameTime(found.ctime, read.ctime));
 }
 
-bool SyncFolderOf(const char* path) {
-    char folder[kCaptionPathSize];
-    CopyText(folder, sizeof folder, path);
-    folder[FileNameOf(path) - path] = '\0';
-    const int fd = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool is_synced = fsync(fd) == 0;
-    close(fd);
-    return is_synced;
-}
-
 /// False when it may be there still.
 bool RemoveRead(const Waiting& file, bool is_one_of_few) {
     const AttributeFile caption(file.path);
@@ -75,7 +63,7 @@ bool RemoveRead(const Waiting& file, bool is_one_of_few) {
     if (caption.Look(&status) != 0) return MeansAbsent(errno);
     if (!IsRead(file, CaptionIdentityOf(status))) return true;
     if (caption.Remove() != 0) return false;
-    if (!is_one_of_few || !SyncFolderOf(file.path)) FileSystemWritten(status.st_dev, file.path);
+    if (!is_one_of_few || !FolderSyncOf(file.path)) FileSystemWritten(status.st_dev, file.path);
     return true;
 }
 

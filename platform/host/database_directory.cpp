@@ -1,12 +1,12 @@
 #include "platform/host/database_directory.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <string_view>
 
+#include "base/folder_sync.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "base/passing_error.h"
@@ -25,15 +25,6 @@ constexpr std::string_view kEngine = "sqlite:";
 std::string& ChosenDirectory() {
     static auto* const chosen = new std::string;  // never destroyed: the process may end at any instant
     return *chosen;
-}
-
-/// Puts a directory's entries on the disk.
-bool SyncDirectory(const std::string& directory) {
-    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return false;
-    const bool synced = fsync(fd) == 0;
-    close(fd);
-    return synced;
 }
 
 }  // namespace
@@ -62,7 +53,7 @@ bool MakeDirectories(const std::string& directory) {
         end = directory.find('/', begin + 1);
         const mode_t mode = end == std::string::npos ? kDirectoryMode : kParentMode;
         if (mkdir(directory.substr(0, end).c_str(), mode) == 0) {
-            if (!SyncDirectory(begin > 0 ? directory.substr(0, begin) : "/")) return false;
+            if (!FolderSync(begin > 0 ? directory.substr(0, begin).c_str() : "/")) return false;
         } else if (errno != EEXIST && errno != EISDIR) {
             return false;
         }

@@ -12,6 +12,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/folder_sync.h"
+
 namespace koli::host {
 namespace {
 
@@ -37,16 +39,6 @@ std::string FolderOf(const std::string& file) {
 
 int OpenFolder(const std::string& folder) {
     return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-}
-
-bool SyncFolder(const std::string& folder) {
-    const int fd = OpenFolder(folder);
-    if (fd < 0) return false;
-    const bool synced = fsync(fd) == 0;
-    const int error = errno;
-    close(fd);
-    errno = error;
-    return synced;
 }
 
 std::string DatedName(const std::string& file, time_t when) {
@@ -148,7 +140,7 @@ bool DatabaseExchange::Decide() {
     const bool synced = made >= 0 && fsync(made) == 0;
     if (made >= 0) close(made);
     if (!synced || rename(building().c_str(), decided().c_str()) != 0) return Failed(building().c_str());
-    return SyncFolder(folder_) || Failed(folder_.c_str());
+    return FolderSync(folder_.c_str()) || Failed(folder_.c_str());
 }
 
 /// A program that heeds no lock may have made a second log: that is kept beside the first.
@@ -168,7 +160,7 @@ bool DatabaseExchange::MoveLog() {
 }
 
 bool DatabaseExchange::SetLogAside() {
-    return FindName() && MoveLog() && (SyncFolder(folder_) || Failed(folder_.c_str()));
+    return FindName() && MoveLog() && (FolderSync(folder_.c_str()) || Failed(folder_.c_str()));
 }
 
 bool DatabaseExchange::KeepDamaged() {
@@ -184,14 +176,14 @@ bool DatabaseExchange::KeepDamaged() {
         // decided exchange keeps it from being made anew.
         if (!RenameTo(file_, name)) return Failed(file_.c_str());
     }
-    return SyncFolder(folder_) || Failed(folder_.c_str());
+    return FolderSync(folder_.c_str()) || Failed(folder_.c_str());
 }
 
 bool DatabaseExchange::Replace() {
     if (!IsDecided()) return true;
     if (!FindName() || !MoveLog()) return false;  // whatever has come since
     if (rename(decided().c_str(), file_.c_str()) != 0) return Failed(file_.c_str());
-    return SyncFolder(folder_) || Failed(folder_.c_str());
+    return FolderSync(folder_.c_str()) || Failed(folder_.c_str());
 }
 
 bool DatabaseExchange::CarryOut() {
