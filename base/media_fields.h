@@ -23,6 +23,8 @@ struct MediaField {
     unsigned rules = 0;
     BeInt32 MediaInfo::*utf16 = nullptr;  // of a text that may be UTF-16: its mark
 };
+template <typename T>
+MediaField(const char*, T MediaInfo::*, unsigned = 0, BeInt32 MediaInfo::* = nullptr) -> MediaField<T>;
 
 /// All fields that are stored, `path` first.
 inline constexpr std::tuple kMediaFields{
