@@ -2,7 +2,7 @@
 
 #include "base/float_to_uint.h"
 #include "compat/aiff_file.h"
-#include "index/util.h"
+#include "index/record/util.h"
 #include "platform/kolidb.h"
 
 namespace koli {

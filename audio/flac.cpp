@@ -11,7 +11,7 @@
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/reading.h"
-#include "index/util.h"
+#include "index/record/util.h"
 
 namespace koli {
 namespace {

@@ -3,7 +3,7 @@
 #include "audio/mp3.h"
 #include "base/log.h"
 #include "base/path_names.h"
-#include "index/util.h"
+#include "index/record/util.h"
 #include "platform/kolidb.h"
 
 namespace koli {

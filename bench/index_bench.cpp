@@ -21,8 +21,8 @@
 #include "bench/bare_rows.h"
 #include "bench/measure.h"
 #include "index/directory.h"
-#include "index/index_mode.h"
-#include "index/util.h"
+#include "index/record/index_mode.h"
+#include "index/record/util.h"
 #include "platform/kolidb.h"
 #include "video/mp4.h"
 

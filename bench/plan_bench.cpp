@@ -13,9 +13,9 @@
 #include "bench/measure.h"
 #include "bench/photo_share.h"
 #include "index/directory.h"
-#include "index/index_mode.h"
-#include "photo/photo_rename.h"
-#include "photo/photo_resync.h"
+#include "index/record/index_mode.h"
+#include "photo/albums/photo_rename.h"
+#include "photo/albums/photo_resync.h"
 #include "platform/kolidb.h"
 
 namespace koli::bench {

@@ -32,7 +32,7 @@ void LogBadFormat(const QueueLine& line) {
 bool QueueLineRead(FILE* file, QueueLine* line) {
     line->length = 0;
     line->end = QueueLine::kFull;
-    while (line->end == QueueLine::kFull && line->length < kQueueLineSize - 1) {
+    while (line->end == QueueLine::kFull && line->length < paths::kQueueLineSize - 1) {
         const int c = getc_unlocked(file);
         if (c == EOF) {
             line->end = QueueLine::kFile;

@@ -11,10 +11,9 @@
 #include <cstdio>
 
 #include "platform/kolidb.h"
+#include "platform/paths.h"
 
 namespace koli {
-
-inline constexpr size_t kQueueLineSize = 4112;  // bytes of a line's buffer, terminator included
 
 /// What one read took from the queue.
 struct QueueLine {
@@ -25,7 +24,7 @@ struct QueueLine {
         kFull,     // the line is longer than the buffer: the rest is read as a further line
         kNul       // a zero byte ended it: no request holds one
     };
-    char text[kQueueLineSize];
+    char text[paths::kQueueLineSize];
     size_t length;  // of text, at least 1 except with kNul
     End end;
 };

@@ -9,7 +9,7 @@
 #include <new>
 
 #include "base/open_file.h"
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 
 namespace koli {
 namespace {

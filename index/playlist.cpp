@@ -7,7 +7,7 @@
 #include "base/log.h"
 #include "base/media_info.h"
 #include "base/path_names.h"
-#include "index/util.h"
+#include "index/record/util.h"
 
 namespace koli {
 namespace {

@@ -8,7 +8,7 @@
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/photo_record.h"
-#include "index/util.h"
+#include "index/record/util.h"
 #include "photo/exif.h"
 #include "photo/metadata_folder.h"
 #include "photo/photo_library.h"

@@ -10,7 +10,7 @@
 #include "base/log.h"
 #include "base/path_names.h"
 #include "base/reading.h"
-#include "index/index_mode.h"
+#include "index/record/index_mode.h"
 #include "photo/absence.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"

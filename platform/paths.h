@@ -1,10 +1,13 @@
 // The fixed paths of the appliance: where the daemon meets its neighbours.
 #pragma once
 
+#include <cstddef>
+
 namespace koli::paths {
 
-inline constexpr const char kPidFile[] = "/var/run/koliindexd.pid";           // own pid, decimal, no newline
-inline constexpr const char kQueue[] = "/var/spool/koli_indexing_queue";      // live request queue
+inline constexpr const char kPidFile[] = "/var/run/koliindexd.pid";       // own pid, decimal, no newline
+inline constexpr const char kQueue[] = "/var/spool/koli_indexing_queue";  // live request queue
+inline constexpr size_t kQueueLineSize = 4112;  // bytes of a request line's buffer, terminator included
 inline constexpr const char kBatch[] = "/var/spool/koli_indexing_queue.tmp";  // the batch being processed
 inline constexpr const char kState[] = "/var/run/koliindexd.state";           // tells of a kept batch
 inline constexpr const char kReading[] = "/var/run/koliindexd.reading";       // which file is being read

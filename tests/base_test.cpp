@@ -13,7 +13,7 @@
 #include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
-#include "index/util.h"
+#include "index/record/util.h"
 #include "tests/fixture.h"
 
 namespace koli::test {

@@ -217,9 +217,9 @@ TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
     const std::string to = "new/" + std::string(200, 'n');
     MakeDir(to);
     std::string from;
-    while (from.size() + 200 < kQueueLineSize - 4 - to.size())
+    while (from.size() + 200 < paths::kQueueLineSize - 4 - to.size())
         from += "/" + std::string(99, 'x');
-    from += "/" + std::string(kQueueLineSize - 1 - 4 - to.size() - from.size(), 'y');
+    from += "/" + std::string(paths::kQueueLineSize - 1 - 4 - to.size() - from.size(), 'y');
     for (const char* end : {"", "\n"})
         EXPECT_EQ(Calls("N:" + to + ":" + from + end),
                   (Lines{"IndexWalk " + from + " 2 1", "IndexWalk " + to + " 1 1"}));

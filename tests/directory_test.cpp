@@ -9,8 +9,8 @@
 #include <algorithm>
 #include <set>
 
-#include "index/directory_listing.h"
-#include "index/index_mode.h"
+#include "index/record/directory_listing.h"
+#include "index/record/index_mode.h"
 #include "tests/fixture.h"
 
 namespace koli::test {

@@ -2,9 +2,9 @@
 #include "index/index.h"
 
 #include "base/file_reading.h"
-#include "index/index_mode.h"
 #include "index/playlist.h"
-#include "index/share_path.h"
+#include "index/record/index_mode.h"
+#include "index/record/share_path.h"
 #include "tests/fixture.h"
 
 namespace koli::test {

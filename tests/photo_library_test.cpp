@@ -3,7 +3,7 @@
 
 #include <unistd.h>
 
-#include "index/index_mode.h"
+#include "index/record/index_mode.h"
 #include "photo/caption.h"
 #include "photo/photo.h"
 #include "tests/exif_bytes.h"

@@ -1,9 +1,9 @@
 // Photo rows follow renames and leave their neighbours alone; a resync deletes what is gone and nothing else.
 #include "base/later_renames.h"
-#include "photo/folder_listing.h"
-#include "photo/photo_rename.h"
-#include "photo/photo_resync.h"
-#include "photo/photo_share.h"
+#include "photo/albums/folder_listing.h"
+#include "photo/albums/photo_rename.h"
+#include "photo/albums/photo_resync.h"
+#include "photo/albums/photo_share.h"
 #include "tests/photo_sandbox.h"
 
 namespace koli::test {

@@ -9,9 +9,9 @@
 
 #include "index/directory.h"
 #include "index/index.h"
-#include "index/share_path.h"
+#include "index/record/share_path.h"
+#include "photo/albums/share_fs.h"
 #include "photo/conversion.h"
-#include "photo/share_fs.h"
 #include "tests/fake_platform.h"
 #include "tests/host_databases.h"
 

@@ -1,8 +1,8 @@
 // Albums follow the directories of the photo share, and no album becomes more public on the way.
-#include "photo/photo_share.h"
+#include "photo/albums/photo_share.h"
 #include "base/later_renames.h"
+#include "photo/albums/photo_share_restrict.h"
 #include "photo/caption.h"
-#include "photo/photo_share_restrict.h"
 
 #include "tests/photo_sandbox.h"
 

@@ -2,7 +2,7 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
-#include "index/util.h"
+#include "index/record/util.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 #include "video/metamedia.h"

@@ -1,6 +1,6 @@
 #include "video/mp4.h"
 
-#include "index/util.h"
+#include "index/record/util.h"
 #include "platform/kolidb.h"
 #include "video/metamedia.h"
 

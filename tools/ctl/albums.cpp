@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "index/share_path.h"
-#include "photo/album_name.h"
+#include "index/record/share_path.h"
 #include "platform/paths.h"
 #include "tools/ctl/request_line.h"
 

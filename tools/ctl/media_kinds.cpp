@@ -4,7 +4,7 @@
 
 #include "base/formats.h"
 #include "base/path_names.h"
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "platform/koliindex.h"
 
 namespace koli::ctl {

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "platform/host/database_exchange.h"
 #include "platform/paths.h"
 #include "tools/ctl/folder_entries.h"

@@ -4,7 +4,7 @@
 #include <climits>
 #include <cstring>
 
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "platform/paths.h"
 
 namespace koli::ctl {

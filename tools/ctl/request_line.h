@@ -4,11 +4,11 @@
 #include <string>
 #include <string_view>
 
-#include "daemon/queue_line.h"
+#include "platform/paths.h"
 
 namespace koli::ctl {
 
-inline constexpr size_t kRequestLineMax = kQueueLineSize - 1;  // bytes, newline included
+inline constexpr size_t kRequestLineMax = paths::kQueueLineSize - 1;  // bytes, newline included
 
 /// `path` made absolute from `folder`, without ".", "..", double slashes and slashes at its end.  Links are
 /// not looked at.  "" stays "".

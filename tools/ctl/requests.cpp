@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "platform/host/schema.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/request_line.h"

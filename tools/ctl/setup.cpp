@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
 

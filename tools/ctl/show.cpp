@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "base/media_info.h"
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "platform/host/schema.h"
 #include "platform/koliindex.h"
 #include "tools/ctl/output.h"

@@ -7,7 +7,7 @@
 #include <unordered_set>
 
 #include "base/folder_way.h"
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "platform/host/file_times.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"

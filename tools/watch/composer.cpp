@@ -7,9 +7,8 @@
 #include <chrono>
 #include <utility>
 
-#include "index/directory_listing.h"
-#include "index/share_path.h"
-#include "photo/album_name.h"
+#include "index/record/directory_listing.h"
+#include "index/record/share_path.h"
 #include "tools/ctl/context.h"
 #include "tools/ctl/request_line.h"
 

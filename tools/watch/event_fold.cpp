@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 
 namespace koli::watch {
 

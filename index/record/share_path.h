@@ -7,6 +7,10 @@
 
 namespace koli {
 
+/// Length of the photo share's real top directory: a volume of eight characters and the share,
+/// "/volume1/photo".
+inline constexpr size_t kShareTopLength = 14;
+
 /// 1 when `path` is the photo share of a volume or lies inside it, else 0, also for null.  Only volumes whose
 /// mount point is exactly eight characters long ("/volume1") are recognised; the share's name may be in any
 /// case.

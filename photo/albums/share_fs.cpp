@@ -1,4 +1,4 @@
-#include "photo/share_fs.h"
+#include "photo/albums/share_fs.h"
 
 #include <sys/vfs.h>
 

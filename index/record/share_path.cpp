@@ -1,4 +1,4 @@
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 
 #include <strings.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "index/util.h"
+#include "index/record/util.h"
 
 #include <cerrno>
 #include <cstring>

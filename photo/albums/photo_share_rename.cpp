@@ -1,16 +1,16 @@
-#include "photo/photo_share_rename.h"
+#include "photo/albums/photo_share_rename.h"
 
 #include <cstring>
 
 #include "base/later_renames.h"
 #include "base/log.h"
-#include "index/share_path.h"
-#include "photo/album_name.h"
-#include "photo/photo_share.h"
-#include "photo/photo_share_restrict.h"
-#include "photo/photo_share_rows.h"
-#include "photo/share_fs.h"
-#include "photo/sql_text.h"
+#include "index/record/share_path.h"
+#include "photo/albums/album_name.h"
+#include "photo/albums/photo_share.h"
+#include "photo/albums/photo_share_restrict.h"
+#include "photo/albums/photo_share_rows.h"
+#include "photo/albums/share_fs.h"
+#include "photo/albums/sql_text.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 

@@ -1,4 +1,4 @@
-#include "photo/photo_share_rows.h"
+#include "photo/albums/photo_share_rows.h"
 
 #include <climits>
 

@@ -1,4 +1,4 @@
-#include "photo/resync_guard.h"
+#include "photo/albums/resync_guard.h"
 
 #include <sys/stat.h>
 

@@ -1,4 +1,4 @@
-#include "photo/photo_share.h"
+#include "photo/albums/photo_share.h"
 
 #include <strings.h>
 
@@ -9,14 +9,14 @@
 #include "base/log.h"
 #include "base/passing_error.h"
 #include "base/path_names.h"
-#include "index/share_path.h"
-#include "photo/album_name.h"
+#include "index/record/share_path.h"
+#include "photo/albums/album_name.h"
+#include "photo/albums/photo_share_inherit.h"
+#include "photo/albums/photo_share_rows.h"
+#include "photo/albums/sql_text.h"
 #include "photo/caption.h"
 #include "photo/metadata_folder.h"
-#include "photo/photo_share_inherit.h"
-#include "photo/photo_share_rows.h"
 #include "photo/photo_trouble.h"
-#include "photo/sql_text.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"

@@ -1,4 +1,4 @@
-#include "photo/photo_resync.h"
+#include "photo/albums/photo_resync.h"
 
 #include <algorithm>
 #include <cstring>
@@ -6,12 +6,12 @@
 #include "base/folder_way.h"
 #include "base/foothold.h"
 #include "base/log.h"
-#include "index/share_path.h"
-#include "photo/folder_listing.h"
+#include "index/record/share_path.h"
+#include "photo/albums/folder_listing.h"
+#include "photo/albums/path_buffer.h"
+#include "photo/albums/resync_guard.h"
+#include "photo/albums/sql_text.h"
 #include "photo/metadata_folder.h"
-#include "photo/path_buffer.h"
-#include "photo/resync_guard.h"
-#include "photo/sql_text.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"

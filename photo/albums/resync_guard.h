@@ -6,7 +6,7 @@
 #include <ctime>
 
 #include "base/log.h"
-#include "photo/folder_listing.h"
+#include "photo/albums/folder_listing.h"
 
 namespace koli {
 

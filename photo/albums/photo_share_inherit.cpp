@@ -1,4 +1,4 @@
-#include "photo/photo_share_inherit.h"
+#include "photo/albums/photo_share_inherit.h"
 
 #include <cstring>
 #include <ctime>
@@ -6,8 +6,8 @@
 #include "base/log.h"
 #include "base/media_info.h"
 #include "base/path_names.h"
-#include "photo/photo_share_rows.h"
-#include "photo/sql_text.h"
+#include "photo/albums/photo_share_rows.h"
+#include "photo/albums/sql_text.h"
 #include "platform/kolidb.h"
 
 namespace koli {

@@ -1,4 +1,4 @@
-#include "photo/path_buffer.h"
+#include "photo/albums/path_buffer.h"
 
 #include <cstring>
 

@@ -6,13 +6,13 @@
 
 #include "base/log.h"
 #include "index/index.h"
-#include "index/index_mode.h"
+#include "index/record/index_mode.h"
+#include "photo/albums/folder_listing.h"
+#include "photo/albums/path_buffer.h"
+#include "photo/albums/photo_resync.h"
+#include "photo/albums/sql_text.h"
 #include "photo/conversion.h"
-#include "photo/folder_listing.h"
-#include "photo/path_buffer.h"
 #include "photo/photo_library.h"
-#include "photo/photo_resync.h"
-#include "photo/sql_text.h"
 #include "platform/kolidb.h"
 
 namespace koli {

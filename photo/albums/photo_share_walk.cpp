@@ -1,8 +1,8 @@
 #include "base/log.h"
-#include "index/share_path.h"
-#include "photo/album_name.h"
-#include "photo/folder_listing.h"
-#include "photo/photo_share.h"
+#include "index/record/share_path.h"
+#include "photo/albums/album_name.h"
+#include "photo/albums/folder_listing.h"
+#include "photo/albums/photo_share.h"
 
 namespace koli {
 namespace {

@@ -1,4 +1,4 @@
-#include "photo/photo_rename.h"
+#include "photo/albums/photo_rename.h"
 
 #include <cstdio>
 #include <cstring>
@@ -7,10 +7,10 @@
 #include "base/log.h"
 #include "base/media_info.h"
 #include "index/directory.h"
-#include "index/index_mode.h"
+#include "index/record/index_mode.h"
+#include "photo/albums/sql_text.h"
 #include "photo/caption.h"
 #include "photo/photo_library.h"
-#include "photo/sql_text.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 

@@ -1,4 +1,4 @@
-#include "photo/folder_listing.h"
+#include "photo/albums/folder_listing.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,9 +10,9 @@
 
 #include "base/foothold.h"
 #include "photo/absence.h"
+#include "photo/albums/path_buffer.h"
+#include "photo/albums/share_fs.h"
 #include "photo/metadata_folder.h"
-#include "photo/path_buffer.h"
-#include "photo/share_fs.h"
 
 namespace koli {
 namespace {

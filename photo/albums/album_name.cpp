@@ -1,9 +1,9 @@
-#include "photo/album_name.h"
+#include "photo/albums/album_name.h"
 
 #include <cstring>
 
 #include "base/log.h"
-#include "index/share_path.h"
+#include "index/record/share_path.h"
 #include "platform/paths.h"
 
 namespace koli {

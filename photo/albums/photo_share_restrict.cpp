@@ -1,14 +1,14 @@
-#include "photo/photo_share_restrict.h"
+#include "photo/albums/photo_share_restrict.h"
 
 #include <cstring>
 
 #include "base/log.h"
 #include "base/media_info.h"
 #include "base/path_names.h"
-#include "photo/album_name.h"
-#include "photo/photo_share.h"
-#include "photo/photo_share_rows.h"
-#include "photo/sql_text.h"
+#include "photo/albums/album_name.h"
+#include "photo/albums/photo_share.h"
+#include "photo/albums/photo_share_rows.h"
+#include "photo/albums/sql_text.h"
 #include "platform/kolidb.h"
 
 namespace koli {

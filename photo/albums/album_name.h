@@ -1,12 +1,9 @@
 // From a folder of the photo share to the name of its album.
 #pragma once
 
-#include <cstddef>
+#include "index/record/share_path.h"
 
 namespace koli {
-
-/// Length of the share's real top directory: a volume of eight characters and the share, "/volume1/photo".
-inline constexpr size_t kShareTopLength = 14;
 
 /// The depths of a folder in the share.
 enum AlbumDepth : int {

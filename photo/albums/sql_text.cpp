@@ -1,4 +1,4 @@
-#include "photo/sql_text.h"
+#include "photo/albums/sql_text.h"
 
 #include <cstdarg>
 #include <cstdio>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/log.h"
-#include "photo/sql_text.h"
+#include "photo/albums/sql_text.h"
 #include "platform/kolidb.h"
 
 namespace koli {

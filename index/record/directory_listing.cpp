@@ -1,4 +1,4 @@
-#include "index/directory_listing.h"
+#include "index/record/directory_listing.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
