@@ -4,6 +4,7 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(KOLI_PRIVATE_DIR lib/koliindexd)  # of programs that the daemon starts, beside "bin" or "sbin"
 
 # Functions are bound at the start: the child of a guarded probe would look up each one that it is the first to call.
 add_link_options(-Wl,-z,relro,-z,now)

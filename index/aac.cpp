@@ -14,7 +14,7 @@
 
 #include "base/parse_number.h"
 #include "index/aac_decoder.h"
-#include "index/util.h"
+#include "index/record/util.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 #include "video/guarded_child.h"
@@ -106,7 +106,9 @@ struct ClosePipe {
 /// Writes the command for a path that is quoted for the shell.  One that does not fit is not run: cut inside
 /// the quotes it would mean something else.
 bool WriteCommand(const char* quoted_path, char (&command)[kCommandSize]) {
-    const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", kAacDecoder, quoted_path);
+    char decoder[kPathSize];
+    if (AacDecoderGet(decoder) != 0) return false;
+    const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", decoder, quoted_path);
     if (length >= 0 && static_cast<size_t>(length) < sizeof command) return true;
     KOLI_LOG("%s:%d The command is too long. [%s]", command);
     return false;

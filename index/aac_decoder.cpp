@@ -1,7 +1,34 @@
 #include "index/aac_decoder.h"
 
-namespace koli {
+#include <unistd.h>
 
-const char* const kAacDecoder = KOLI_FAAD_PATH;
+#include <cerrno>
+#include <cstring>
+
+#include "base/log.h"
+#include "base/path_names.h"
+#include "platform/kolisdk.h"
+
+namespace koli {
+namespace {
+
+constexpr const char kModule[] = "aac";
+constexpr char kPath[] = KOLI_FAAD_PATH;
+
+}  // namespace
+
+int AacDecoderGet(char (&word)[kPathSize]) {
+    static_assert(sizeof kPath <= kPathSize);
+    if (*kPath == '/') return CopyText(word, sizeof word, kPath), 0;
+    char program[kPathSize];
+    const ssize_t length = readlink("/proc/self/exe", program, sizeof program - sizeof kPath);
+    if (length <= 0 || static_cast<size_t>(length) == sizeof program - sizeof kPath) {
+        KOLI_LOG("%s:%d Cannot tell where this program is: [%s]", strerror(errno));
+        return -1;
+    }
+    program[length] = '\0';
+    strcpy(program + (FileNameOf(program) - program), kPath);
+    return KLIBEncShParam(program, word, static_cast<int>(sizeof word)) == 0 ? 0 : -1;
+}
 
 }  // namespace koli

@@ -1,10 +1,13 @@
 // Where the program is found that tells the figures of a raw AAC file.
 #pragma once
 
+#include "base/media_info.h"
+
 namespace koli {
 
-/// A command's first word: an absolute path that the shell takes as it is.  A file of its own, because it is
-/// the one thing in which an installed daemon differs from that of the build tree.
-extern const char* const kAacDecoder;
+/// Copies a command's first word: the path that the build has set, absolute, or relative to the folder of the
+/// running daemon's program and then quoted for the shell.  So an installed daemon starts what is installed
+/// with it, and one of a build tree what was built with it.  Returns 0, or -1 when it cannot be told (logged).
+int AacDecoderGet(char (&word)[kPathSize]);
 
 }  // namespace koli
