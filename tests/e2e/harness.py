@@ -27,8 +27,9 @@ def hurry():
     """The overflow of signals has the daemon take the queue over at once; where so many do not get through, its quiet
     tick comes a little later."""
     end, pid = time.monotonic() + 20, appliance.daemon_pid()
-    while pid and os.path.exists(appliance.QUEUE) and time.monotonic() < end:
-        os.kill(pid, signal.SIGUSR1)
+    with contextlib.suppress(ProcessLookupError):  # it has ended
+        while pid and os.path.exists(appliance.QUEUE) and time.monotonic() < end:
+            os.kill(pid, signal.SIGUSR1)
 
 
 def empty_folder(folder):
