@@ -77,7 +77,7 @@ int FlacMetadataRead(const char* path, MediaInfo* record) {
         return -1;
     }
 
-    compat::MediaFile file;
+    MediaFile file;
     const FlacBlock stream_info =
         file.Open(path) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
     if (stream_info == nullptr) {

@@ -12,7 +12,7 @@
 
 #include "base/foothold.h"
 #include "base/log.h"
-#include "base/open_file.h"
+#include "base/regular_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/reading.h"

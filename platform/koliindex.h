@@ -18,6 +18,9 @@ int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* 
 /// Returns 0 with both filled, or -1 with neither touched.
 int KOLIIndexImgResGet(const char* path, int* width, int* height);
 
+/// The same of an open file, which stays the caller's.
+int KOLIIndexImgResRead(int file, int* width, int* height);
+
 /// Table-changed marks of the media store: clear or set one, and ask whether rows were inserted, changed or
 /// removed.
 void KOLIIndexMusicTableDirtySet(int dirty);
