@@ -8,14 +8,12 @@
 #include "base/foothold.h"
 #include "base/log.h"
 #include "base/media_info.h"
+#include "index/both_stores.h"
 #include "index/index.h"
 #include "index/record/directory_listing.h"
 #include "index/record/index_mode.h"
 #include "index/record/share_path.h"
-#include "photo/conversion.h"
-#include "photo/photo_library.h"
 #include "platform/kolidb.h"
-#include "platform/kolisdk.h"
 #include "platform/paths.h"
 
 namespace koli {
@@ -35,8 +33,9 @@ void LogOpenFailure(const char* path) {
     KOLI_LOG("%s (%d) Failed to open directory %s ", path);
 }
 
-bool UsesPhotoLibrary(const char* path, int types) {
-    return (types & kWalkPhotoLibrary) != 0 && support_photo == 1 && IsPhotoSharePath(path) != 0;
+/// What is left of `types` for a path: the photo library has its share alone.
+int TypesAt(const char* path, int types) {
+    return support_photo == 1 && IsPhotoSharePath(path) != 0 ? types : types & ~kWalkPhotoLibrary;
 }
 
 /// Whether anything at or below `top` can lie in a photo share, whose name begins at the tenth character.
@@ -59,15 +58,15 @@ class TreeWalk {
     TreeWalk(int mode, int types, Kind kind)
         : mode_(mode), is_rebuild_(kind == kRebuild), has_folders_(kind != kFiles), wanted_(types) {}
 
-    void Run(const char* path);
+    void Run(const KnownPath& path);
 
   private:
     bool HasWork();
-    void WalkDirectory(const FolderWay* above, bool is_link);
+    void WalkDirectory(const KnownPath& directory, const FolderWay* above, bool is_link);
     void WalkEntries(DirectoryListing& listing, const FolderWay& way);
     void WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way);
-    void WalkFile();
-    int Index(bool is_directory);
+    void WalkFile(const KnownPath& file);
+    void Index(const KnownPath& path);
     bool MayFollow(const FolderWay& way);
     void MissUnknown();
     bool Append(const char* name);
@@ -83,16 +82,16 @@ class TreeWalk {
     LinkLimit links_;
 };
 
-void TreeWalk::Run(const char* path) {
-    length_ = strnlen(path, sizeof path_);
+void TreeWalk::Run(const KnownPath& path) {
+    length_ = strnlen(path.text(), sizeof path_);
     if (length_ == sizeof path_) return;  // longer than any path that can exist
-    memcpy(path_, path, length_ + 1);
+    memcpy(path_, path.text(), length_ + 1);
     if (!MayHoldPhotos(path_)) wanted_ &= ~kWalkPhotoLibrary;
     if (!HasWork()) return;
-    const int kind = KLIBPathLook(path_);
-    if (kind == KLIB_PATH_DIRECTORY) WalkDirectory(nullptr, false);
-    if (kind == KLIB_PATH_FILE) WalkFile();
-    if (kind == KLIB_PATH_UNKNOWN) MissUnknown();
+    const PathKind kind = path.kind();
+    if (kind == PathKind::kDirectory) WalkDirectory(path, nullptr, false);
+    if (kind == PathKind::kFile) WalkFile(path);
+    if (kind == PathKind::kUnknown) MissUnknown();
 }
 
 /// Asked at each entry: what a store has refused nothing may overtake, and a walk for no store ends.
@@ -102,7 +101,7 @@ bool TreeWalk::HasWork() {
     return types_ != 0;
 }
 
-void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
+void TreeWalk::WalkDirectory(const KnownPath& directory, const FolderWay* above, bool is_link) {
     if (IsRecycleBinPath(path_) != 0) return;
     DirectoryListing listing;
     if (!listing.Open(path_)) {
@@ -112,7 +111,7 @@ void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
     }
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
     const Foothold foothold(path_);
-    if (has_folders_ && (types_ & kWalkMediaStore) != 0) Index(true);
+    if (has_folders_ && (types_ & kWalkMediaStore) != 0) Index(directory);
     WalkEntries(listing, FolderWayTo(above, listing.device(), listing.inode(), is_link));
     // What was looked at from there may be no longer what its path names.
     if (is_rebuild_ && foothold.is_taken() && !IsStillThere(path_, listing)) MediaRebuildMiss(path_);
@@ -132,43 +131,34 @@ void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
     --depth_;
 }
 
-/// The file system is asked only where the directory did not already tell what the entry is.
 void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way) {
-    const bool is_open = type == DT_LNK || type == DT_UNKNOWN;
-    const int kind = is_open ? KLIBPathLook(path_) : KLIB_PATH_OTHER;
-    if (type == DT_DIR || kind == KLIB_PATH_DIRECTORY) {
+    const KnownPath entry(path_, type);
+    const PathKind kind = entry.kind();
+    if (kind == PathKind::kDirectory) {
         const bool is_link = IsLink(type, path_);
         if (is_link && !MayFollow(way)) return;
         if (depth_ >= kMaxOpenLevels) listing.Release();
-        WalkDirectory(&way, is_link);
-    } else if (type == DT_REG || kind == KLIB_PATH_FILE) {
-        WalkFile();
-    } else if (kind == KLIB_PATH_UNKNOWN) {
+        WalkDirectory(entry, &way, is_link);
+    } else if (kind == PathKind::kFile) {
+        WalkFile(entry);
+    } else if (kind == PathKind::kUnknown) {
         MissUnknown();
     }
 }
 
-/// A file that the media store took goes on to the photo library; any other may be something to convert.
-/// What the store could not take now says nothing about the file.
-void TreeWalk::WalkFile() {
-    int result = 0;
-    if ((types_ & kWalkMediaStore) != 0) result = Index(false);
-    if (!UsesPhotoLibrary(path_, types_)) return;
-    if (result == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
-        PhotoLibraryIndex(path_, mode_);
-    } else {
-        FlvConvert(path_);
-    }
+void TreeWalk::WalkFile(const KnownPath& file) {
+    if (is_rebuild_) return Index(file);
+    IndexInStores(file, mode_, TypesAt(path_, types_));
 }
 
 /// In a rebuild the row of what is there depends on this call: one look that fails must not cost it.
-int TreeWalk::Index(bool is_directory) {
-    const auto index = is_directory ? IndexOnePath : IndexOneFile;
-    const int result = index(path_, mode_);
-    if (!is_rebuild_ || (result == 0 && !is_directory) || MediaRebuildSavedLast(path_) != 0) return result;
-    const int kind = KLIBPathLook(path_);
-    if (kind == KLIB_PATH_UNKNOWN) MissUnknown();
-    return kind == KLIB_PATH_FILE || kind == KLIB_PATH_DIRECTORY ? index(path_, mode_) : result;
+void TreeWalk::Index(const KnownPath& path) {
+    const int result = IndexOnePath(path, mode_);
+    if (!is_rebuild_ || (result == 0 && !path.IsDirectory()) || MediaRebuildSavedLast(path_) != 0) return;
+    const KnownPath again(path_);
+    const PathKind kind = again.kind();
+    if (kind == PathKind::kUnknown) MissUnknown();
+    if (kind == PathKind::kFile || kind == PathKind::kDirectory) IndexOnePath(again, mode_);
 }
 
 bool TreeWalk::MayFollow(const FolderWay& way) {
@@ -197,7 +187,7 @@ bool TreeWalk::Append(const char* name) {
 
 void DeleteTree(const char* path, int types) {
     if ((types & kWalkMediaStore) != 0) MediaInfoDBDelete(kStoreBelowDirectory, path);
-    if (UsesPhotoLibrary(path, types)) PhotoInfoDBDirDelete(path);
+    if ((TypesAt(path, types) & kWalkPhotoLibrary) != 0) PhotoInfoDBDirDelete(path);
 }
 
 void Rebuild(int types) {
@@ -220,13 +210,12 @@ void Rebuild(int types) {
 
 }  // namespace
 
-int IndexWalk(const char* path, int mode, int types) {
-    const bool has_path = path != nullptr && *path != '\0';
+int IndexWalk(const KnownPath& path, int mode, int types) {
     if (mode == kModeRebuild) {
         Rebuild(types);
-    } else if (has_path && mode == kModeDelete) {
-        DeleteTree(path, types);
-    } else if (has_path && (mode == kModeAdd || mode == kModeUpdate)) {
+    } else if (!path.IsEmpty() && mode == kModeDelete) {
+        DeleteTree(path.text(), types);
+    } else if (!path.IsEmpty() && (mode == kModeAdd || mode == kModeUpdate)) {
         TreeWalk(mode, types, TreeWalk::kPlain).Run(path);
     } else {
         KOLI_LOG("%s (%d) Bad parameter.");

@@ -9,7 +9,7 @@
 #include <cstring>
 
 #include "base/foothold.h"
-#include "photo/absence.h"
+#include "base/passing_error.h"
 #include "photo/albums/path_buffer.h"
 #include "photo/albums/share_fs.h"
 #include "photo/metadata_folder.h"

@@ -5,13 +5,12 @@
 #include <new>
 
 #include "base/log.h"
-#include "index/index.h"
+#include "index/both_stores.h"
 #include "index/record/index_mode.h"
 #include "photo/albums/folder_listing.h"
 #include "photo/albums/path_buffer.h"
 #include "photo/albums/photo_resync.h"
 #include "photo/albums/sql_text.h"
-#include "photo/conversion.h"
 #include "photo/photo_library.h"
 #include "platform/kolidb.h"
 
@@ -122,15 +121,6 @@ int DivideByRows(const char* directory, const FolderListing& names, Found* found
     return Divide(directory, names, known, found);
 }
 
-/// What the media store could not take now says nothing about the file.
-void AddToBothStores(const char* path) {
-    if (IndexOnePath(path, kModeAdd) == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
-        PhotoLibraryIndex(path, kModeAdd);
-    } else {
-        FlvConvert(path);
-    }
-}
-
 bool IsStopped() {
     KOLIDBTick();
     return (KOLIDBRefusing() & KOLI_PHOTO_DB) != 0;
@@ -147,7 +137,7 @@ bool Index(const Found& found) {
     }
     for (const PhotoPathList* node = found.added.get(); node != nullptr; node = node->next) {
         if (IsStopped()) return false;
-        AddToBothStores(node->path);
+        IndexInStores(node->path, kModeAdd, kWalkMediaStore | kWalkPhotoLibrary);
     }
     return is_seen;
 }
