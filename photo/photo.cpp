@@ -5,12 +5,12 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
+#include "base/metadata_folder.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/photo_record.h"
 #include "base/reading.h"
 #include "index/record/util.h"
-#include "photo/metadata_folder.h"
 #include "photo/photo_library.h"
 #include "photo/picture.h"
 #include "platform/koliindex.h"

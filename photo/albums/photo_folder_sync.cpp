@@ -5,10 +5,10 @@
 #include <new>
 
 #include "base/log.h"
+#include "base/path_buffer.h"
 #include "index/both_stores.h"
 #include "index/record/index_mode.h"
 #include "photo/albums/folder_listing.h"
-#include "photo/albums/path_buffer.h"
 #include "photo/albums/photo_resync.h"
 #include "photo/albums/sql_text.h"
 #include "photo/photo_library.h"
@@ -90,8 +90,8 @@ struct Found {
 int Divide(const char* directory, const FolderListing& names, const KnownPaths& known, Found* found) {
     PathBuffer path(directory);
     const size_t length = path.length();
-    for (const dirent* entry : names) {
-        if (!HasDot(entry) || !path.Append(entry->d_name)) continue;
+    for (const FolderListing::Entry& entry : names) {
+        if (!HasDot(entry) || !path.Append(entry.name.c_str())) continue;
         const int result = Prepend(path.text(), known.Holds(path.text()) ? &found->seen : &found->added);
         path.CutTo(length);
         if (result != 0) return -1;
