@@ -6,8 +6,8 @@
 
 #include <unistd.h>
 
-#include "base/regular_file.h"
 #include "base/reading.h"
+#include "base/regular_file.h"
 
 namespace koli {
 namespace {

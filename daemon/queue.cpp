@@ -11,9 +11,9 @@
 
 #include "base/folder_sync.h"
 #include "base/log.h"
-#include "base/regular_file.h"
 #include "base/passing_error.h"
 #include "base/reading_mark.h"
+#include "base/regular_file.h"
 #include "base/written_file_systems.h"
 #include "daemon/batch.h"
 #include "daemon/kept_batch.h"

@@ -63,10 +63,8 @@ void FillFromExif(const PhotoRecord& exif, MediaInfo* record) {
     record->iso_speed = photo.iso_speed;
 }
 
-/// What the file itself tells, once its name has an extension.
-void FillFromFile(const KnownPath& path, const char* extension, MediaInfo* record) {
-    KOLIIndexTimeText(path.file()->st_ctime, record->ctime, sizeof record->ctime);
-    KOLIIndexTimeText(path.file()->st_mtime, record->mtime, sizeof record->mtime);
+/// What is inside of the file, once its name has an extension.
+void FillFromContents(const KnownPath& path, const char* extension, MediaInfo* record) {
     Picture own(path.text());
     Picture& picture = path.picture != nullptr ? *path.picture : own;
     if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(picture.Exif(), record);
@@ -83,20 +81,16 @@ void FillFromFile(const KnownPath& path, const char* extension, MediaInfo* recor
 }  // namespace
 
 int PhotoMediaAdd(const KnownPath& path) {
-    if (path.text() == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    const struct stat* file = path.file();
-    if (file == nullptr) return -1;
+    MediaInfo record;
+    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
     if (MentionsMetadataFolder(path.text())) return 0;
 
-    MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path.text());
-    record.file_size = static_cast<uint64_t>(file->st_size);
-    TitleFromPath(path.text(), record.title, sizeof record.title);
-    if (!AlbumFromPath(path.text(), record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
-    if (const char* dot = strrchr(path.text(), '.'); dot != nullptr) FillFromFile(path, dot + 1, &record);
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
+    if (const char* dot = strrchr(path.text(), '.'); dot != nullptr) {
+        FillFromContents(path, dot + 1, &record);
+    } else {
+        record.ctime[0] = record.mtime[0] = '\0';
+    }
     return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "%s (%d) Failed to save playlist info.");
 }
 

@@ -10,9 +10,9 @@
 
 #include "base/log.h"
 #include "base/media_fields.h"
-#include "base/regular_file.h"
 #include "base/parse_number.h"
 #include "base/reading.h"
+#include "base/regular_file.h"
 #include "video/child_heap.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
