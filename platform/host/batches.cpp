@@ -73,8 +73,7 @@ int PhotoDBUnitEnd(int keep) {
 
 int PhotoDBMarkGet(KOLIBatchMark* mark) {
     return Guarded(PhotoDatabase(), [&] {
-        const std::unique_ptr<SqlRows> rows =
-            PhotoDatabase().Query("SELECT value FROM setting WHERE name = 'batch_mark'");
+        const auto rows = PhotoDatabase().Ask("SELECT value FROM setting WHERE name = ?1", kMark);
         const char* value = rows != nullptr ? rows->Field(0, "value") : nullptr;
         if (value == nullptr) return -1;
         char* end = nullptr;

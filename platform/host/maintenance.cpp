@@ -1,13 +1,10 @@
 // What concerns whole tables and whole databases.
-#include <cstring>
-#include <iterator>
 #include <string>
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/guard.h"
 #include "platform/host/problems.h"
-#include "platform/host/schema.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 
@@ -15,19 +12,6 @@ namespace koli::host {
 namespace {
 
 constexpr const char kModule[] = "kolidb";
-
-template <size_t N>
-bool IsOneOf(const char* name, const char* const (&tables)[N]) {
-    for (const char* table : tables)
-        if (strcmp(name, table) == 0) return true;
-    return false;
-}
-
-/// The database that has the table; null for none.
-Database* DatabaseOf(const char* table) {
-    if (IsOneOf(table, kMediaTables)) return &MediaDatabase();
-    return IsOneOf(table, kPhotoTables) ? &PhotoDatabase() : nullptr;
-}
 
 }  // namespace
 }  // namespace koli::host
@@ -37,14 +21,15 @@ using namespace koli::host;
 extern "C" {
 
 int KOLITruncateTable(const char* table) {
-    Database* database = table != nullptr ? DatabaseOf(table) : nullptr;
-    if (database == nullptr) {
+    const int id = KOLITableDatabase(table);
+    if (id == 0) {
         KOLI_LOG("%s (%d) No such table [%s].", table != nullptr ? table : "");
         return -1;
     }
-    return Guarded(*database, [=] {
-        if (database == &MediaDatabase()) ProblemForgetTable(table);
-        return database->Execute(std::string("DELETE FROM ") + table) >= 0 ? 0 : -1;
+    Database& database = id == KOLI_MEDIA_DB ? MediaDatabase() : PhotoDatabase();
+    return Guarded(database, [&database, id, table] {
+        if (id == KOLI_MEDIA_DB) ProblemForgetTable(table);
+        return database.Execute(std::string("DELETE FROM ") + table) >= 0 ? 0 : -1;
     });
 }
 

@@ -7,7 +7,7 @@
 #include "platform/host/database_groups.h"
 #include "platform/host/guard.h"
 #include "platform/host/path_range.h"
-#include "platform/host/sql_dialect.h"
+#include "platform/host/tables.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 
@@ -46,17 +46,7 @@ constexpr const char kDelete[] = "DELETE FROM photo_info WHERE path = ?1";
 constexpr const char kVideoStatus[] =
     "UPDATE photo_info SET status = 1, updated = 1 WHERE path = ?1 AND (status <> 1 OR updated <> 1)";
 constexpr const char kClearMarks[] = "UPDATE photo_info SET updated = 0 WHERE updated <> 0";
-constexpr const char kSetSetting[] =
-    "INSERT INTO setting (name, value) VALUES (?1, ?2) ON CONFLICT (name) DO UPDATE SET value = "
-    "excluded.value"
-    " WHERE setting.value <> excluded.value";
 constexpr const char kSweep[] = "DELETE FROM photo_info WHERE updated = 0";
-
-const char* DeleteBelowSql() {
-    static const auto* const text =
-        new std::string(std::string("DELETE FROM photo_info WHERE ") + kPathRange);
-    return text->c_str();
-}
 
 bool HasOwnTitle(const PhotoRecord& record) {
     char plain[sizeof record.title];
@@ -89,14 +79,9 @@ void BindPhoto(SqlStatement& statement, const PhotoRecord& record) {
     statement.Integer(16, HasOwnTitle(record) ? 0 : 1);
 }
 
-/// Runs a kept statement with the path as its only parameter, or with none.
-int RunOn(const char* text, const char* path) {
-    return Guarded(PhotoDatabase(), [&] {
-        SqlStatement* statement = PhotoDatabase().Prepare(text);
-        if (statement == nullptr) return -1;
-        if (path != nullptr) statement->Text(1, path);
-        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
-    });
+template <typename... Values>
+int Change(const char* text, Values... values) {
+    return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().Change(text, values...) < 0 ? -1 : 0; });
 }
 
 bool IsPath(const char* path, LogSite site = LogSite(kModule)) {
@@ -127,43 +112,38 @@ int PhotoInfoDBSave(const PhotoRecord* record, int mode) {
 }
 
 int PhotoInfoDBDelete(const char* path) {
-    return IsPath(path) ? RunOn(kDelete, path) : -1;
+    return IsPath(path) ? Change(kDelete, path) : -1;
 }
 
 int PhotoInfoDBDirDelete(const char* path) {
     return Guarded(PhotoDatabase(), [&] {
         if (!IsPath(path)) return -1;
-        SqlStatement* statement = PhotoDatabase().Prepare(DeleteBelowSql());
-        if (statement == nullptr) return -1;
-        BindPathRange(*statement, path);
-        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+        SqlStatement* statement =
+            PhotoDatabase().Prepare(std::string("DELETE FROM photo_info WHERE ") + kPathRange);
+        return statement != nullptr && PhotoDatabase().Run(FillPathRange(*statement, path)) >= 0 ? 0 : -1;
     });
 }
 
 int KOLIIndexPhotoUpdateVideoStatus(const char* path) {
-    return IsPath(path) ? RunOn(kVideoStatus, path) : -1;
+    return IsPath(path) ? Change(kVideoStatus, path) : -1;
 }
 
 int KOLIPhotoInitAllRows(void) {
-    return RunOn(kClearMarks, nullptr);
+    return Change(kClearMarks);
 }
 
 int KOLIPhotoDeleteNoUpdateRows(void) {
-    return RunOn(kSweep, nullptr);
+    return Change(kSweep);
 }
 
 int PhotoDBExec(const char* sql) {
-    return Guarded(PhotoDatabase(), [&] {
-        if (!IsPath(sql)) return -1;
-        return PhotoDatabase().Execute(ToSqliteText(sql));
-    });
+    return Guarded(PhotoDatabase(), [&] { return IsPath(sql) ? PhotoDatabase().Execute(sql) : -1; });
 }
 
 int PhotoDBSettingGet(const char* name, char* value, int size) {
     return Guarded(PhotoDatabase(), [&] {
         if (!IsPath(name) || value == nullptr || size <= 0) return -1;
-        const auto rows =
-            PhotoDatabase().Query("SELECT value FROM setting WHERE name = '" + std::string(name) + "'");
+        const auto rows = PhotoDatabase().Ask("SELECT value FROM setting WHERE name = ?1", name);
         if (rows == nullptr) return -1;
         if (rows->count() == 0) return 1;
         CopyText(value, static_cast<size_t>(size), rows->Field(0, "value"));
@@ -173,11 +153,7 @@ int PhotoDBSettingGet(const char* name, char* value, int size) {
 
 int PhotoDBSettingSet(const char* name, const char* value) {
     return Guarded(PhotoDatabase(), [&] {
-        SqlStatement* statement = PhotoDatabase().Prepare(kSetSetting);
-        if (statement == nullptr) return -1;
-        statement->Text(1, name);
-        statement->Text(2, value);
-        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+        return PhotoDatabase().Change(SaveText("setting", {"name", "value"}), name, value) < 0 ? -1 : 0;
     });
 }
 

@@ -48,30 +48,12 @@ const char* WithoutPrefix(const char* line) {
     return line;
 }
 
-void RunOn(const char* text, const char* path) {
-    SqlStatement* statement = MediaDatabase().Prepare(text);
-    if (statement == nullptr) return;
-    statement->Text(1, path);
-    MediaDatabase().Run(*statement);
-}
-
-const char* RemoveBelowSql() {
-    static const auto* const text = new std::string(std::string("DELETE FROM problem WHERE ") + kPathRange);
-    return text->c_str();
-}
-
 void Save(const char* path, std::string_view reason, int kind) {
     if ((kind & KOLI_PROBLEM_PHOTOS) == 0) RebuildNote(kRebuildProblem, path);
-    SqlStatement* statement = MediaDatabase().Prepare(kSave);
-    if (statement == nullptr) return;
     char now[sizeof MediaInfo::ctime];
     std::string scratch;
     WriteLocalTime(time(nullptr), now, sizeof now);
-    statement->Text(1, path);
-    statement->Text(2, now);
-    statement->Text(3, Utf8FromUnmarked(reason, &scratch));
-    statement->Integer(4, kind);
-    MediaDatabase().Run(*statement);
+    MediaDatabase().Change(kSave, path, now, Utf8FromUnmarked(reason, &scratch), kind);
 }
 
 /// They are so rare that nothing is worth a statement for each picture.
@@ -105,19 +87,17 @@ void ProblemBatchBegin() {
 void ProblemSettle() {
     told_path[0] = '\0';
     if (saved_path[0] == '\0') return;
-    RunOn(kRemoveOfStore, saved_path);
+    MediaDatabase().Change(kRemoveOfStore, saved_path);
     saved_path[0] = '\0';
 }
 
 void ProblemForget(const char* path) {
-    RunOn(kRemove, path);
+    MediaDatabase().Change(kRemove, path);
 }
 
 void ProblemForgetBelow(const char* path) {
-    SqlStatement* statement = MediaDatabase().Prepare(RemoveBelowSql());
-    if (statement == nullptr) return;
-    BindPathRange(*statement, path);
-    MediaDatabase().Run(*statement);
+    SqlStatement* statement = MediaDatabase().Prepare(std::string("DELETE FROM problem WHERE ") + kPathRange);
+    if (statement != nullptr) MediaDatabase().Run(FillPathRange(*statement, path));
 }
 
 void ProblemForgetTable(const char* table) {
@@ -144,7 +124,7 @@ void KOLIProblemSet(const char* path, const char* reason, int kind) {
 }
 
 void KOLIProblemClear(const char* path) {
-    if (path != nullptr && HasPhotoProblems()) RunOn(kRemoveOfPhotos, path);
+    if (path != nullptr && HasPhotoProblems()) MediaDatabase().Change(kRemoveOfPhotos, path);
 }
 
 }  // extern "C"

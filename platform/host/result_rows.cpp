@@ -1,4 +1,5 @@
 // Result sets of both databases, and statements run on the connection that a result set came from.
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <memory>
@@ -9,10 +10,9 @@
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
-#include "platform/host/folder_rows.h"
+#include "platform/host/folder_condition.h"
 #include "platform/host/guard.h"
-#include "platform/host/schema.h"
-#include "platform/host/sql_dialect.h"
+#include "platform/host/tables.h"
 #include "platform/kolidb.h"
 
 struct KOLIDB {
@@ -51,11 +51,11 @@ bool HasText(const char* text) {
 }
 
 std::string SelectText(const char* table, const Selection& selection) {
-    std::string text = "SELECT " + ToSqliteText(selection.columns) + " FROM " + table;
-    if (HasText(selection.where)) text += " WHERE " + ToSqliteText(selection.where);
-    if (HasText(selection.order)) text += " ORDER BY " + ToSqliteText(selection.order);
+    std::string text = std::string("SELECT ") + selection.columns + " FROM " + table;
+    if (HasText(selection.where)) text.append(" WHERE ").append(selection.where);
+    if (HasText(selection.order)) text.append(" ORDER BY ").append(selection.order);
     if (selection.limit > 0 || selection.offset > 0)
-        text += " LIMIT " + std::to_string(selection.limit > 0 ? selection.limit : -1) + " OFFSET " +
+        text += " LIMIT " + std::to_string(selection.limit > 0 ? selection.limit : INT64_MAX) + " OFFSET " +
                 std::to_string(selection.offset);
     return text;
 }
@@ -69,17 +69,10 @@ std::optional<std::string> FolderOf(const Selection& selection) {
     return FolderOfCondition(selection.where);
 }
 
-std::unique_ptr<SqlRows> RowsInside(const std::string& folder, Database& database, const char* table) {
-    SqlStatement* query = database.PrepareQuery(FolderRowsSql(table));
-    if (query == nullptr) return nullptr;
-    BindFolderRows(*query, folder);
-    return database.Query(*query);
-}
-
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {
     return Guarded(db->database, [&]() -> KOLIDBRows* {
         const std::optional<std::string> folder = FolderOf(selection);
-        std::unique_ptr<SqlRows> found = folder ? RowsInside(*folder, db->database, table)
+        std::unique_ptr<SqlRows> found = folder ? db->database.PathsInside(table, *folder)
                                                 : db->database.Query(SelectText(table, selection));
         if (found == nullptr) return nullptr;
         const int count = found->count();
@@ -137,7 +130,7 @@ int KOLIDBExecute(KOLIDB* db, const char* sql, KOLIDBResult** result) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    return Guarded(db->database, [=] { return db->database.Execute(ToSqliteText(sql)) < 0 ? -1 : 0; });
+    return Guarded(db->database, [=] { return db->database.Execute(sql) < 0 ? -1 : 0; });
 }
 
 const char* KOLIDBErrorGet(KOLIDB* db) {

@@ -1,11 +1,11 @@
-#include "platform/host/sql_dialect.h"
+#include "platform/host/sqlite/dialect.h"
 
 #include <strings.h>
 
 #include <algorithm>
 #include <iterator>
 
-#include "platform/host/boolean_forms.h"
+#include "platform/host/sqlite/boolean_forms.h"
 
 namespace koli::host {
 namespace {

@@ -1,0 +1,81 @@
+#include "platform/host/sqlite/repair.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "platform/host/sqlite/exchange.h"
+#include "platform/host/sqlite/look.h"
+#include "platform/host/sqlite/salvage.h"
+#include "platform/host/sqlite/schema.h"
+
+namespace koli::host {
+namespace {
+
+constexpr int kAttempts = 3;  // at reading a database that a program without the lock goes on writing
+
+/// Changes with every write to the database or its log.
+std::string StampOf(const std::string& file) {
+    std::string stamp;
+    for (const char* ending : {"", "-wal"}) {
+        struct stat s;
+        if (stat((file + ending).c_str(), &s) != 0) continue;
+        for (const int64_t part :
+             {static_cast<int64_t>(s.st_ino), static_cast<int64_t>(s.st_size),
+              static_cast<int64_t>(s.st_mtim.tv_sec), static_cast<int64_t>(s.st_mtim.tv_nsec)})
+            stamp += std::to_string(part) + ",";
+        stamp += ";";
+    }
+    return stamp;
+}
+
+bool Failed(const std::string& error, bool is_refused, Repair* repair) {
+    repair->error = error;
+    repair->is_refused = is_refused;
+    return false;
+}
+
+/// Builds the new database; one to which rows were written meanwhile is read again.
+bool Build(const DatabaseExchange& exchange, int database, const AlbumNames& albums, Repair* repair) {
+    const Schema& schema = SchemaOf(database);
+    const std::string name = DatabaseName(database);
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const std::string before = StampOf(exchange.file());
+        repair->salvage = DatabaseSalvage(exchange.file(), exchange.building(), schema,
+                                          database == KOLI_PHOTO_DB ? albums : nullptr);
+        std::string error = repair->salvage.error;
+        if (error.empty())
+            error = DatabaseLook(exchange.building(), schema, DatabaseCheck::kThorough).fault.reason;
+        if (!error.empty()) {
+            unlink(exchange.building().c_str());
+            return Failed("cannot make a new " + name + ": " + error, false, repair);
+        }
+        if (StampOf(exchange.file()) == before) return true;
+    }
+    unlink(exchange.building().c_str());
+    return Failed(name + " is being written by another program", true, repair);
+}
+
+}  // namespace
+
+Repair RepairDatabase(const std::string& file, int database, const AlbumNames& albums) {
+    Repair repair;
+    DatabaseExchange exchange(file);
+    const std::unique_ptr<RepairLock> lock = RepairLock::Take(exchange.file());
+    if (lock == nullptr) {
+        const char* const reason = errno == EWOULDBLOCK ? "another repair is at work" : strerror(errno);
+        Failed("cannot lock " + file.substr(0, file.rfind('/')) + ": " + reason, true, &repair);
+    } else if (exchange.IsDecided() || Build(exchange, database, albums, &repair)) {
+        repair.is_mended = exchange.Decide() && exchange.CarryOut();
+        repair.set_aside = exchange.set_aside();
+        if (!repair.is_mended)
+            Failed(std::string("cannot put the new ") + DatabaseName(database) +
+                       " in place: " + exchange.error(),
+                   false, &repair);
+    }
+    return repair;
+}
+
+}  // namespace koli::host
