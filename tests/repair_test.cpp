@@ -11,9 +11,9 @@
 #include <set>
 
 #include "platform/host/database_groups.h"
+#include "platform/host/sqlite/engine.h"
 #include "platform/host/sqlite/exchange.h"
 #include "platform/host/sqlite/look.h"
-#include "platform/host/sqlite/repair.h"
 #include "platform/host/sqlite/salvage.h"
 #include "platform/kolidb.h"
 #include "tests/host_temp_dir.h"
@@ -271,7 +271,7 @@ TEST_F(RepairTest, AKillAtAnyInstantLosesNeitherDatabase) {
         dir_.Write("photo.db", damaged);
         dir_.Write("photo.db-wal", log);
         const auto repair = [&] {
-            return RepairDatabase(Path("photo.db"), KOLI_PHOTO_DB, nullptr).is_mended ? 0 : 1;
+            return SqliteEngine(dir_.dir()).Mend(KOLI_PHOTO_DB, nullptr).is_mended ? 0 : 1;
         };
         const pid_t child = fork();
         if (child == 0) {

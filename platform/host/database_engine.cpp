@@ -48,23 +48,10 @@ const char* DatabaseName(int database) {
 }
 
 const char* DatabaseStateName(DatabaseState state) {
-    switch (state) {
-        case DatabaseState::kSound:
-            return "sound";
-        case DatabaseState::kMissing:
-            return "not created yet";
-        case DatabaseState::kDamaged:
-            return "damaged";
-        case DatabaseState::kNotPermitted:
-            return "not permitted";
-        case DatabaseState::kUnknownSchema:
-            return "of an unknown schema";
-        case DatabaseState::kLocked:
-            return "locked";
-        case DatabaseState::kUnreadable:
-            return "not readable";
-    }
-    return "";
+    constexpr const char* kNames[] = {"sound",         "not created yet",      "damaged",
+                                      "not permitted", "of an unknown schema", "locked",
+                                      "not readable"};
+    return kNames[static_cast<size_t>(state)];
 }
 
 std::unique_ptr<DatabaseEngine> EngineIn(const std::string& directory, SqlFailure* failure) {

@@ -21,7 +21,7 @@ inline constexpr int kDatabases[] = {KOLI_MEDIA_DB, KOLI_PHOTO_DB};
 /// Its name for people and programs: "media.db", "photo.db".
 const char* DatabaseName(int database);
 
-enum class DatabaseState {
+enum class DatabaseState : size_t {
     kSound,
     kMissing,        // not created yet
     kDamaged,        // a part of its schema is missing, or it cannot be read: repair mends it
@@ -49,6 +49,7 @@ struct DatabaseView {
     DatabaseFault fault = {};
     std::vector<std::pair<std::string, int64_t>> counts = {};  // rows of each table that can be counted
     time_t changed = 0;                                        // last written, 0 = never
+    bool is_repair_begun = false;  // a killed repair has left one that only has to be carried out
 };
 
 struct SalvagedTable {
@@ -103,9 +104,6 @@ class DatabaseEngine {
 
     /// Looks at it without changing anything.  Not for a process that has it open: it would lose its locks.
     virtual DatabaseView Look(int database, DatabaseCheck check) const = 0;
-
-    /// A killed repair has left one that only has to be carried out.
-    virtual bool IsRepairBegun(int database) const = 0;
 
     /// Puts a new database with the rows that can be read in the place of the damaged one, or carries out
     /// what a killed repair has left.  An album that was lost would be made anew as the settings say, perhaps

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/log.h"
+#include "platform/host/path_range.h"
 #include "platform/host/table_marks.h"
 #include "platform/host/tables.h"
 
@@ -128,7 +129,7 @@ bool Database::BeginGroup() {
 
 bool Database::StoreNote() {
     if (note_name_ == nullptr) return true;
-    SqlStatement* const statement = sql_->Kept(SaveText("setting", {"name", "value"}));
+    SqlStatement* const statement = sql_->Kept(SaveText(kSettingTable, {"name", "value"}));
     return statement != nullptr && sql_->Run(statement->Fill(note_name_, note_)) >= 0;
 }
 
@@ -181,6 +182,15 @@ int Database::Run(SqlStatement& statement) {
 
 int Database::RunAdd(SqlStatement& statement) {
     return CountWrite(sql_->Run(statement));
+}
+
+int Database::Remove(const std::string& table, std::string_view path) {
+    return Change("DELETE FROM " + table + " WHERE path = ?1", path);
+}
+
+int Database::RemoveBelow(const std::string& table, std::string_view path) {
+    SqlStatement* const statement = Prepare("DELETE FROM " + table + " WHERE " + kPathRange);
+    return statement != nullptr ? Run(FillPathRange(*statement, path)) : -1;
 }
 
 int Database::Execute(std::string_view text) {

@@ -46,6 +46,11 @@ class Database {
         return statement != nullptr ? Run(statement->Fill(values...)) : -1;
     }
 
+    /// Removes the row of `path` from a table that is keyed by it, or all at and below it, with the same
+    /// results.
+    int Remove(const std::string& table, std::string_view path);
+    int RemoveBelow(const std::string& table, std::string_view path);
+
     /// Runs one statement given as text within the group, with the same results; error() has the reason.
     int Execute(std::string_view text);
 

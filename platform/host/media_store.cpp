@@ -72,11 +72,8 @@ class RecordBinder {
 /// Every table is tried, whatever becomes of another.
 int DeleteBelow(const char* path) {
     int result = 0;
-    for (const std::string table : kMediaTables) {
-        SqlStatement* statement = MediaDatabase().Prepare("DELETE FROM " + table + " WHERE " + kPathRange);
-        if (statement == nullptr) return -1;
-        if (MediaDatabase().Run(FillPathRange(*statement, path)) < 0) result = -1;
-    }
+    for (const char* table : kMediaTables)
+        if (MediaDatabase().RemoveBelow(table, path) < 0) result = -1;
     if (result == 0) ProblemForgetBelow(path);
     return result;
 }
@@ -131,8 +128,7 @@ int MediaInfoDBDelete(int type, const char* path) {
         }
         ProblemSettle();
         if (type == kStoreBelowDirectory) return DeleteBelow(path);
-        const std::string table = kMediaTables[type];
-        if (MediaDatabase().Change("DELETE FROM " + table + " WHERE path = ?1", path) < 0) return -1;
+        if (MediaDatabase().Remove(kMediaTables[type], path) < 0) return -1;
         ProblemForget(path);
         return 0;
     });

@@ -11,18 +11,17 @@
 #include "platform/host/database_groups.h"
 #include "platform/host/file_times.h"
 #include "platform/host/media_rebuild.h"
-#include "platform/host/path_range.h"
+#include "platform/host/tables.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 
 namespace koli::host {
 namespace {
 
-constexpr const char kSave[] =
-    "INSERT INTO problem (path, time, reason, kind) VALUES (?1, ?2, ?3, ?4) ON CONFLICT (path) DO UPDATE SET"
-    " time = excluded.time, reason = excluded.reason, kind = excluded.kind"
-    " WHERE problem.reason <> excluded.reason OR problem.kind <> excluded.kind";
-constexpr const char kRemove[] = "DELETE FROM problem WHERE path = ?1";
+// The time is that of the first failure for this reason.
+constexpr const char kTime[] =
+    "CASE WHEN problem.reason = excluded.reason AND problem.kind = excluded.kind"
+    " THEN problem.time ELSE excluded.time END";
 constexpr const char kRemoveOfStore[] = "DELETE FROM problem WHERE path = ?1 AND kind < 2";
 constexpr const char kRemoveOfPhotos[] = "DELETE FROM problem WHERE path = ?1 AND kind >= 2";
 constexpr const char kAnyOfPhotos[] = "SELECT 1 FROM problem WHERE kind >= 2 LIMIT 1";
@@ -53,7 +52,8 @@ void Save(const char* path, std::string_view reason, int kind) {
     char now[sizeof MediaInfo::ctime];
     std::string scratch;
     WriteLocalTime(time(nullptr), now, sizeof now);
-    MediaDatabase().Change(kSave, path, now, Utf8FromUnmarked(reason, &scratch), kind);
+    MediaDatabase().Change(SaveText(kProblemTable, {"path", "reason", "kind"}, {{"time", kTime}}), path,
+                           Utf8FromUnmarked(reason, &scratch), kind, now);
 }
 
 /// They are so rare that nothing is worth a statement for each picture.
@@ -92,12 +92,11 @@ void ProblemSettle() {
 }
 
 void ProblemForget(const char* path) {
-    MediaDatabase().Change(kRemove, path);
+    MediaDatabase().Remove(kProblemTable, path);
 }
 
 void ProblemForgetBelow(const char* path) {
-    SqlStatement* statement = MediaDatabase().Prepare(std::string("DELETE FROM problem WHERE ") + kPathRange);
-    if (statement != nullptr) MediaDatabase().Run(FillPathRange(*statement, path));
+    MediaDatabase().RemoveBelow(kProblemTable, path);
 }
 
 void ProblemForgetTable(const char* table) {

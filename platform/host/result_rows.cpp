@@ -6,11 +6,11 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
-#include "platform/host/folder_condition.h"
 #include "platform/host/guard.h"
 #include "platform/host/tables.h"
 #include "platform/kolidb.h"
@@ -60,13 +60,48 @@ std::string SelectText(const char* table, const Selection& selection) {
     return text;
 }
 
-/// The folder, when the selection is that of the paths directly inside one.
+// ---- What lies directly inside one folder, as callers ask for it:
+// "path like 'FOLDER/%' and path not like 'FOLDER/%/%'", FOLDER escaped for both
+
+constexpr std::string_view kBefore = "path like '";
+constexpr std::string_view kBetween = "/%' and path not like '";
+constexpr std::string_view kAfter = "/%/%'";
+
+/// What stands for FOLDER, still escaped, in a condition of that form.
+std::optional<std::string_view> EscapedFolder(std::string_view where) {
+    constexpr size_t kFixed = kBefore.size() + kBetween.size() + kAfter.size();
+    if (where.size() < kFixed || (where.size() - kFixed) % 2 != 0) return std::nullopt;
+    const size_t length = (where.size() - kFixed) / 2;
+    const std::string_view folder = where.substr(kBefore.size(), length);
+    const std::string_view rest = where.substr(kBefore.size() + length);
+    const bool is_form = where.starts_with(kBefore) && rest.starts_with(kBetween) &&
+                         rest.substr(kBetween.size(), length) == folder && rest.ends_with(kAfter);
+    return is_form ? std::optional(folder) : std::nullopt;
+}
+
+/// The bytes that a text escaped for LIKE and for the quotes stands for; none when it is no plain text, but a
+/// pattern, or is not escaped rightly.
+std::optional<std::string> Unescaped(std::string_view escaped) {
+    std::string plain;
+    bool is_literal = false;  // behind a backslash
+    for (size_t at = 0; at < escaped.size(); ++at) {
+        const char c = escaped[at];
+        if (c == '\'' && (++at == escaped.size() || escaped[at] != c)) return std::nullopt;
+        if (!is_literal && (c == '%' || c == '_')) return std::nullopt;
+        is_literal = c == '\\' && !is_literal;
+        if (!is_literal) plain += c;
+    }
+    return is_literal ? std::nullopt : std::optional(plain);
+}
+
+/// The folder, when the selection is exactly that of the paths directly inside one.
 std::optional<std::string> FolderOf(const Selection& selection) {
     const bool is_ordered = !HasText(selection.order) || strcmp(selection.order, "path asc") == 0;
     if (strcmp(selection.columns, "path") != 0 || !HasText(selection.where) || !is_ordered ||
         selection.limit > 0 || selection.offset > 0)
         return std::nullopt;
-    return FolderOfCondition(selection.where);
+    const std::optional<std::string_view> escaped = EscapedFolder(selection.where);
+    return escaped ? Unescaped(*escaped) : std::nullopt;
 }
 
 KOLIDBRows* OpenRows(KOLIDB* db, const char* table, const Selection& selection) {

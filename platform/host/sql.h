@@ -158,8 +158,12 @@ class Sql {
     SqlFailure failure_;
 
   private:
-    struct TextHash : std::hash<std::string_view> {
+    /// Texts of a statement that saves a row are long, and differ where they begin.
+    struct TextHash {
         using is_transparent = void;
+        size_t operator()(std::string_view text) const {
+            return std::hash<std::string_view>{}(text.substr(0, 64)) + text.size();
+        }
     };
     std::unordered_map<std::string, std::unique_ptr<SqlStatement>, TextHash, std::equal_to<>> kept_;
 };

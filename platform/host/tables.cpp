@@ -17,20 +17,25 @@ bool IsOneOf(const char* name, const char* const (&tables)[N]) {
 
 }  // namespace
 
-std::string SaveText(const std::string& table, const std::vector<const char*>& columns) {
-    std::string names, parameters, assignments, own, excluded;
+std::string SaveText(const std::string& table, std::vector<const char*> columns,
+                     const std::vector<std::pair<const char*, const char*>>& special) {
+    std::string names, parameters, assignments, old_values, new_values;
+    const size_t plain = columns.size();
+    for (const auto& [column, value] : special)
+        columns.push_back(column);
     for (size_t i = 0; i < columns.size(); ++i) {
-        const std::string column = columns[i], comma = i > 0 ? ", " : "", between = i > 1 ? ", " : "";
-        names += comma + column;
+        const std::string name = columns[i], comma = i > 0 ? ", " : "", between = i > 1 ? ", " : "";
+        names += comma + name;
         parameters += comma + "?" + std::to_string(i + 1);
         if (i == 0) continue;  // the key
-        assignments += between + column + " = excluded." + column;
-        own += between + table + "." + column;
-        excluded += between + "excluded." + column;
+        const std::string value = i < plain ? "excluded." + name : special[i - plain].second;
+        assignments += between + name + " = " + value;
+        old_values += between + table + "." + name;
+        new_values += between + value;
     }
     return "INSERT INTO " + table + " (" + names + ") VALUES (" + parameters + ") ON CONFLICT (" +
-           columns[0] + ") DO UPDATE SET " + assignments + " WHERE (" + own + ") IS DISTINCT FROM (" +
-           excluded + ")";
+           columns[0] + ") DO UPDATE SET " + assignments + " WHERE (" + old_values + ") IS DISTINCT FROM (" +
+           new_values + ")";
 }
 
 }  // namespace koli::host

@@ -14,6 +14,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace koli::host {
@@ -23,13 +24,16 @@ inline constexpr const char* kMediaTables[] = {"music", "video", "photo", "playl
 inline constexpr int kMediaStoreTables = 4;  // those that hold a MediaInfo
 inline constexpr const char kDirectoryTable[] = "directory";
 inline constexpr const char kProblemTable[] = "problem";
+inline constexpr const char kSettingTable[] = "setting";
 
 /// Tables of the photo database by KOLIPhotoTable.
 inline constexpr const char* kPhotoTables[] = {"photo_info", "video_desc", "video_comment", "photo_share",
                                                "photo_access_right"};
 
-/// The statement that saves a row: parameters in the order of the columns, of which the first is the key.  A
-/// row that would stay as it is counts as not affected.
-std::string SaveText(const std::string& table, const std::vector<const char*>& columns);
+/// The statement that saves a row: parameters in the order of the columns, of which the first is the key, and
+/// behind them those of `special`: each a column and what a row that is there gets for it instead.  A row
+/// that would stay as it is counts as not affected.
+std::string SaveText(const std::string& table, std::vector<const char*> columns,
+                     const std::vector<std::pair<const char*, const char*>>& special = {});
 
 }  // namespace koli::host

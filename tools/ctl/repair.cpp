@@ -159,10 +159,10 @@ int Repair(const Context& context, const RepairOptions& options) {
         return kExitDatabase;
     }
     std::vector<Finding> findings;
-    for (const int database : host::kDatabases)
-        findings.push_back({.database = database,
-                            .fault = engine->Look(database, host::DatabaseCheck::kThorough).fault,
-                            .is_begun = engine->IsRepairBegun(database)});
+    for (const int database : host::kDatabases) {
+        const host::DatabaseView view = engine->Look(database, host::DatabaseCheck::kThorough);
+        findings.push_back({database, view.fault, view.is_repair_begun});
+    }
     int failure = kExitDone;
     bool has_lost = false;
     for (Finding& finding : findings) {

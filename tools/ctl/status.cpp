@@ -89,16 +89,17 @@ void AddRows(const char* const (&tables)[N], const Counts& counts, bool is_missi
 /// Adds what can be read of a database; complains about what is wrong with it.  False: something is.
 bool AddDatabase(const host::DatabaseEngine& engine, int database, Record* record) {
     const std::string name = host::DatabaseName(database);
-    const auto& [fault, counts, changed] = engine.Look(database, host::DatabaseCheck::kQuick);
+    const host::DatabaseView view = engine.Look(database, host::DatabaseCheck::kQuick);
+    const host::DatabaseFault& fault = view.fault;
     const bool is_missing = fault.state == host::DatabaseState::kMissing;
     record->emplace_back(name, host::DatabaseStateName(fault.state));
     if (!fault.reason.empty()) record->emplace_back(name + "_fault", fault.reason);
-    record->emplace_back(name + "_changed", changed > 0 ? TimeText(changed) : "not created yet");
+    record->emplace_back(name + "_changed", view.changed > 0 ? TimeText(view.changed) : "not created yet");
     if (database == KOLI_PHOTO_DB) {
-        AddRows(host::kPhotoTables, counts, is_missing, record);
+        AddRows(host::kPhotoTables, view.counts, is_missing, record);
     } else {
-        AddRows(host::kMediaTables, counts, is_missing, record);
-        for (const auto& [table, rows] : counts)
+        AddRows(host::kMediaTables, view.counts, is_missing, record);
+        for (const auto& [table, rows] : view.counts)
             if (table == host::kProblemTable) record->emplace_back("unparsable", rows);
     }
     if (fault.state == host::DatabaseState::kSound || is_missing) return true;

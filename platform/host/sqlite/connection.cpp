@@ -219,7 +219,7 @@ std::unique_ptr<SqlStatement> Sqlite::Make(std::string_view text, bool is_kept) 
 }
 
 SqlStatement* Sqlite::PathsInside(const char* table, const std::string& folder) {
-    SqlStatement* const query = Kept(FolderRowsSql(table));
+    SqlStatement* const query = Kept(FolderRowsText(table));
     // '0' follows '/'; the last one is where what follows "FOLDER/" begins.
     return query != nullptr ? &query->Fill(folder + '/', folder + '0', folder.size() + 2) : nullptr;
 }

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "platform/host/sqlite/boolean_forms.h"
-
 namespace koli::host {
 namespace {
 

@@ -6,6 +6,10 @@
 
 namespace koli::host {
 
+/// How a truth value may be written in a text that is meant for a boolean column.
+inline constexpr std::string_view kTrueForms[] = {"t", "true", "y", "yes", "on", "1"};
+inline constexpr std::string_view kFalseForms[] = {"f", "false", "n", "no", "off", "0"};
+
 /// Translates one statement, or a piece of one such as a WHERE condition:
 /// - a backslash in a LIKE pattern escapes the next character: each literal that directly follows LIKE gets
 ///   " ESCAPE '\'", unless it has an ESCAPE already.  A literal pattern with an ESCAPE still uses an index.

@@ -12,7 +12,6 @@
 #include "platform/host/sqlite/connection.h"
 #include "platform/host/sqlite/exchange.h"
 #include "platform/host/sqlite/look.h"
-#include "platform/host/sqlite/repair.h"
 #include "platform/host/sqlite/schema.h"
 
 namespace koli::host {
@@ -73,17 +72,11 @@ std::unique_ptr<Sql> SqliteEngine::OpenToRead(int database, SqlFailure* failure)
 
 DatabaseView SqliteEngine::Look(int database, DatabaseCheck check) const {
     const std::string file = PlaceOf(database);
+    const bool is_repair_begun = DatabaseExchange(file).IsDecided();
     DatabaseView view = DatabaseLook(file, SchemaOf(database), check);
+    view.is_repair_begun = is_repair_begun;
     view.changed = std::max(ChangeTime(file), ChangeTime(file + "-wal"));
     return view;
-}
-
-bool SqliteEngine::IsRepairBegun(int database) const {
-    return DatabaseExchange(PlaceOf(database)).IsDecided();
-}
-
-Repair SqliteEngine::Mend(int database, const AlbumNames& albums) const {
-    return RepairDatabase(PlaceOf(database), database, albums);
 }
 
 }  // namespace koli::host

@@ -18,7 +18,6 @@ class SqliteEngine final : public DatabaseEngine {
     std::unique_ptr<Sql> Open(int database, Sql::ChangeListener changed, SqlFailure* failure) const override;
     std::unique_ptr<Sql> OpenToRead(int database, SqlFailure* failure) const override;
     DatabaseView Look(int database, DatabaseCheck check) const override;
-    bool IsRepairBegun(int database) const override;
     Repair Mend(int database, const AlbumNames& albums) const override;
 
   private:

@@ -1,7 +1,5 @@
 #include "platform/host/sqlite/folder_rows.h"
 
-#include <functional>
-#include <map>
 #include <string_view>
 
 namespace koli::host {
@@ -33,21 +31,15 @@ std::string FirstFrom(const char* place) {
     return first;
 }
 
-std::string QueryOf(const char* table) {
+}  // namespace
+
+std::string FolderRowsText(const char* table) {
     std::string sql = kQuery;
     Replace(&sql, "@FIRST(?1)", FirstFrom("?1"));
     Replace(&sql, "@FIRST(@BEHIND)", FirstFrom("@BEHIND"));
     Replace(&sql, "@BEHIND", kBehind);
     Replace(&sql, "@TABLE", table);
     return sql;
-}
-
-}  // namespace
-
-const std::string& FolderRowsSql(const char* table) {
-    static auto* const texts = new std::map<std::string, std::string, std::less<>>;
-    const auto known = texts->find(table);
-    return (known != texts->end() ? known : texts->emplace(table, QueryOf(table)).first)->second;
 }
 
 }  // namespace koli::host

@@ -5,8 +5,8 @@
 
 namespace koli::host {
 
-/// Its text, made once for each table, with the parameters "FOLDER/", "FOLDER0" and the place, from 1, of
+/// Its text, with the parameters "FOLDER/", "FOLDER0" and the place, from 1, of
 /// what follows "FOLDER/".  It goes from one sub-folder to the next.
-const std::string& FolderRowsSql(const char* table);
+std::string FolderRowsText(const char* table);
 
 }  // namespace koli::host

@@ -8,8 +8,8 @@
 
 namespace koli::host {
 
-/// Looks at the database `file`; `changed` of the view is left out.  A table whose rows cannot be counted is
-/// damage.
+/// Looks at the database `file`; what lies beside the file is left out of the view.  A table whose rows
+/// cannot be counted is damage.
 DatabaseView DatabaseLook(const std::string& file, const Schema& schema, DatabaseCheck check);
 
 }  // namespace koli::host

@@ -1,4 +1,5 @@
-#include "platform/host/sqlite/repair.h"
+// The repair of one database file.
+#include "platform/host/sqlite/engine.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,20 +61,19 @@ bool Build(const DatabaseExchange& exchange, int database, const AlbumNames& alb
 
 }  // namespace
 
-Repair RepairDatabase(const std::string& file, int database, const AlbumNames& albums) {
+Repair SqliteEngine::Mend(int database, const AlbumNames& albums) const {
     Repair repair;
-    DatabaseExchange exchange(file);
+    DatabaseExchange exchange(PlaceOf(database));
     const std::unique_ptr<RepairLock> lock = RepairLock::Take(exchange.file());
     if (lock == nullptr) {
         const char* const reason = errno == EWOULDBLOCK ? "another repair is at work" : strerror(errno);
-        Failed("cannot lock " + file.substr(0, file.rfind('/')) + ": " + reason, true, &repair);
+        Failed("cannot lock " + directory_ + ": " + reason, true, &repair);
     } else if (exchange.IsDecided() || Build(exchange, database, albums, &repair)) {
         repair.is_mended = exchange.Decide() && exchange.CarryOut();
         repair.set_aside = exchange.set_aside();
+        const std::string name = DatabaseName(database);
         if (!repair.is_mended)
-            Failed(std::string("cannot put the new ") + DatabaseName(database) +
-                       " in place: " + exchange.error(),
-                   false, &repair);
+            Failed("cannot put the new " + name + " in place: " + exchange.error(), false, &repair);
     }
     return repair;
 }

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <string_view>
 
-#include "platform/host/sqlite/boolean_forms.h"
+#include "platform/host/sqlite/dialect.h"
 #include "platform/kolidb.h"
 
 namespace koli::host {
