@@ -110,8 +110,8 @@ int MediaInfoDBDirSave(const char* path) {
             return -1;
         }
         ProblemSettle();
-        std::string directory(WithoutTrailingSlashes(path));
-        if (directory.empty()) directory = "/";
+        const std::string_view bare = WithoutTrailingSlashes(path);
+        const std::string directory(bare.empty() ? "/" : bare);
         RebuildNote(kRebuildDirectory, directory);
         std::string scratch;
         const std::string_view title = Utf8FromUnmarked(FileNameOf(directory.c_str()), &scratch);
