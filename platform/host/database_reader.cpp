@@ -29,8 +29,8 @@ std::string SelectText(const char* table, const std::vector<std::string>& column
     int parameter = kFirstValue;
     for (const auto& [column, is_part, value] : selection.conditions) {
         const std::string place = "?" + std::to_string(parameter++);
-        text.append(is_part ? " AND instr(lower(" : " AND ").append(column);
-        text.append(is_part ? "), lower(" : " = ").append(place).append(is_part ? ")) > 0" : "");
+        text.append(is_part ? " AND strpos(lower(CAST(" : " AND ").append(column);
+        text.append(is_part ? " AS text)), lower(" : " = ").append(place).append(is_part ? ")) > 0" : "");
     }
     text += " ORDER BY path";
     return selection.limit > 0 ? text + " LIMIT " + std::to_string(selection.limit) : text;

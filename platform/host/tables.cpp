@@ -29,9 +29,9 @@ std::string SaveText(const std::string& table, std::vector<const char*> columns,
         parameters += comma + "?" + std::to_string(i + 1);
         if (i == 0) continue;  // the key
         const std::string value = i < plain ? "excluded." + name : special[i - plain].second;
-        assignments += between + name + " = " + value;
-        old_values += between + table + "." + name;
-        new_values += between + value;
+        assignments.append(between).append(name).append(" = ").append(value);
+        old_values.append(between).append(table).append(".").append(name);
+        new_values.append(between).append(value);
     }
     return "INSERT INTO " + table + " (" + names + ") VALUES (" + parameters + ") ON CONFLICT (" +
            columns[0] + ") DO UPDATE SET " + assignments + " WHERE (" + old_values + ") IS DISTINCT FROM (" +

@@ -16,6 +16,7 @@ inline constexpr std::string_view kFalseForms[] = {"f", "false", "n", "no", "off
 /// - a truth value that is compared with, or assigned to, a boolean column (public, enabled, is_subdir) may
 ///   be written as 'true', 'yes', '1', true, ...: it becomes the 't' or 'f' that the column holds.  What an
 ///   INSERT gives by position is put right by the table's triggers.
+/// - strpos is called instr.
 /// Quoted texts, quoted names and comments are never looked into.  All else is copied as it is.
 std::string ToSqliteText(std::string_view text);
 

@@ -41,7 +41,7 @@ bool Failed(const std::string& error, bool is_refused, Repair* repair) {
 /// Builds the new database; one to which rows were written meanwhile is read again.
 bool Build(const DatabaseExchange& exchange, int database, const AlbumNames& albums, Repair* repair) {
     const Schema& schema = SchemaOf(database);
-    const std::string name = DatabaseName(database);
+    const std::string name = DatabaseName(database), no_new = "cannot make a new " + name + ": ";
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const std::string before = StampOf(exchange.file());
         repair->salvage = DatabaseSalvage(exchange.file(), exchange.building(), schema,
@@ -51,7 +51,7 @@ bool Build(const DatabaseExchange& exchange, int database, const AlbumNames& alb
             error = DatabaseLook(exchange.building(), schema, DatabaseCheck::kThorough).fault.reason;
         if (!error.empty()) {
             unlink(exchange.building().c_str());
-            return Failed("cannot make a new " + name + ": " + error, false, repair);
+            return Failed(no_new + error, false, repair);
         }
         if (StampOf(exchange.file()) == before) return true;
     }
