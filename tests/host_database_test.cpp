@@ -1,6 +1,6 @@
 // The host platform's database files: what SQL texts mean to them, and what happens when they are full,
 // locked, damaged or elsewhere.
-#include "platform/host/sql_dialect.h"
+#include "platform/host/sqlite/dialect.h"
 
 #include <unistd.h>
 
@@ -68,7 +68,7 @@ TEST_F(Store, LikeHeedsCaseAndEscapesAndUsesTheIndex) {
           "SELECT path FROM video_comment WHERE path like '/p/a\\_b%'"s,
           "SELECT path FROM video_desc WHERE path like '/p/a\\_b%'"s,
           "Delete from photo_share where sharename = 'a' or sharename like 'a/%';"s}) {
-        const auto rows = PhotoDatabase().Query("EXPLAIN QUERY PLAN " + ToSqliteText(text));
+        const auto rows = PhotoDatabase().Query("EXPLAIN QUERY PLAN " + text);
         std::string plan;
         for (int row = 0; row < rows->count(); ++row)
             plan += rows->Field(row, "detail") + "\n"s;
@@ -165,16 +165,16 @@ TEST_F(Store, ALockedDatabaseTakesNothingMoreAndTheOtherIsNotHeldMeanwhile) {
     ASSERT_EQ(SaveMusic("/m/a"), 0);
     SavePhoto("/p/a.jpg", "t");
     ASSERT_EQ(KOLIDBSync(), 0);
-    std::string error;
-    const auto other = Sql::Open(directory_ + "/media.db", nullptr, &error);
-    const auto photos = Sql::Open(directory_ + "/photo.db", nullptr, &error);
+    SqlFailure failure;
+    const auto other = Sqlite::Open(directory_ + "/media.db", nullptr, &failure);
+    const auto photos = Sqlite::Open(directory_ + "/photo.db", nullptr, &failure);
     photos->WaitForLocks(0);
     SavePhoto("/p/b.jpg", "t");
-    EXPECT_EQ(photos->Execute("BEGIN IMMEDIATE"), -1);
-    ASSERT_EQ(other->Execute("BEGIN IMMEDIATE"), 0);
+    EXPECT_FALSE(photos->Begin());
+    ASSERT_TRUE(other->Begin());
     std::thread waiting([] { EXPECT_NE(SaveMusic("/m/b"), 0); });
     photos->WaitForLocks(5000);
-    EXPECT_EQ(photos->Execute("BEGIN IMMEDIATE"), 0);
+    EXPECT_TRUE(photos->Begin());
     waiting.join();
     ASSERT_EQ(other->Execute("COMMIT"), 0);
     EXPECT_NE(SaveMusic("/m/a"), 0);  // nothing overtakes the refused row
@@ -224,8 +224,8 @@ TEST_F(Store, ADatabaseTakenAwayIsBegunAnewAndAVacuumGivesRoomBack) {
 TEST_F(Store, AUnitTakesEffectAsAWholeWithItsMark) {
     const auto kept = [] { return Photo("SELECT path AS v FROM photo_info ORDER BY path"); };
     const auto mark = [this] {
-        std::string error;
-        const auto outside = Sql::Open(directory_ + "/photo.db", nullptr, &error);
+        SqlFailure failure;
+        const auto outside = Sqlite::Open(directory_ + "/photo.db", nullptr, &failure);
         const auto rows = outside->Query("SELECT value FROM setting");
         return rows->count() > 0 ? std::string(rows->Field(0, "value")) : "";
     };
@@ -267,11 +267,12 @@ TEST_F(Store, TheSettingsChooseTheDirectory) {
     SavePhoto("/p/a.jpg", "t");
     EXPECT_TRUE(std::filesystem::exists(Path("configured/photo.db")));
     engine_key = nullptr;
-    EXPECT_EQ(DatabaseDirectory(), "/var/lib/koli");
+    SqlFailure failure;
+    EXPECT_EQ(EngineIn("", &failure)->place(), "/var/lib/koli");
     DatabaseDirectorySet(nullptr);
     for (const char* refused : {"postgresql:host=x", "sqlite:relative", "sqlite:"}) {
         engine_key = refused;
-        EXPECT_EQ(DatabaseDirectory(), "");
+        EXPECT_EQ(EngineIn("", &failure), nullptr);
     }
     log_lines = 0;
     EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);

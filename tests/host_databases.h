@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "base/log.h"
-#include "platform/host/database_directory.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/sqlite/connection.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -75,8 +75,8 @@ struct Store : testing::Test, TempDir {
     static Texts Photo(const std::string& query) { return Values(PhotoDatabase(), query); }
     /// What another program finds in the media store's file.
     int64_t OutsideNumber(const char* query) const {
-        std::string error;
-        const auto sql = Sql::Open(directory_ + "/media.db", nullptr, &error);
+        SqlFailure failure;
+        const auto sql = Sqlite::Open(directory_ + "/media.db", nullptr, &failure);
         return sql != nullptr ? sql->QueryNumber(query) : -1;
     }
 

@@ -5,7 +5,7 @@
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/problems.h"
-#include "platform/host/schema.h"
+#include "platform/host/tables.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"

@@ -10,15 +10,14 @@
 #include <random>
 #include <set>
 
-#include "platform/host/database_exchange.h"
 #include "platform/host/database_groups.h"
-#include "platform/host/database_look.h"
-#include "platform/host/database_salvage.h"
-#include "platform/host/schema.h"
+#include "platform/host/sqlite/engine.h"
+#include "platform/host/sqlite/exchange.h"
+#include "platform/host/sqlite/look.h"
+#include "platform/host/sqlite/salvage.h"
 #include "platform/kolidb.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/batch_state.h"
-#include "tools/ctl/repair_database.h"
 
 namespace {
 
@@ -63,21 +62,20 @@ class RepairTest : public testing::Test {
 
     /// Both databases with rows in every table; with `in_log`, the last ones stand in photo.db's log alone.
     void Make(bool in_log = false) const {
-        for (const DatabaseKind& kind : DatabaseKinds()) {
-            fs::remove(Path(kind.file_name));
-            const auto sql = Open(kind.file_name);
-            sql->ExecuteScript("BEGIN");
-            for (const std::string& step : kind.schema)
-                sql->ExecuteScript(step);
-            sql->ExecuteScript("PRAGMA user_version = " + std::to_string(kind.schema.size()));
-            Fill(kind.file_name, *sql, 0);
+        for (const int database : kDatabases) {
+            const std::string name = DatabaseName(database);
+            fs::remove(Path(name));
+            const auto sql = Open(name);
+            sql->Begin();
+            SchemaRun(*sql, SchemaOf(database), 0);
+            Fill(name, *sql, 0);
             sql->ExecuteScript("COMMIT; PRAGMA wal_checkpoint(TRUNCATE)");
-            if (!in_log || kind.file_name[0] != 'p') continue;
-            Fill(kind.file_name, *sql, kPhotos);
+            if (!in_log || database != KOLI_PHOTO_DB) continue;
+            Fill(name, *sql, kPhotos);
             sql->KeepLogOnClose();
         }
     }
-    static void Fill(const std::string& name, Sql& sql, int from) {
+    static void Fill(const std::string& name, Sqlite& sql, int from) {
         const std::string number = std::to_string(from), rows = "WITH RECURSIVE n(i) AS (SELECT " + number +
                                                                 " UNION ALL SELECT i + 1 FROM n WHERE i < " +
                                                                 number + " + " + std::to_string(kPhotos - 1) +
@@ -104,10 +102,10 @@ class RepairTest : public testing::Test {
     }
 
     std::string Path(const std::string& name) const { return dir_.Path(name); }
-    std::unique_ptr<Sql> Open(const std::string& name) const {
-        std::string error;
-        auto sql = Sql::Open(Path(name), nullptr, &error);
-        EXPECT_NE(sql, nullptr) << error;
+    std::unique_ptr<Sqlite> Open(const std::string& name) const {
+        SqlFailure failure;
+        auto sql = Sqlite::Open(Path(name), nullptr, &failure);
+        EXPECT_NE(sql, nullptr) << failure.reason;
         return sql;
     }
     /// Every row of the tables, as text in which each byte is told apart.
@@ -133,10 +131,10 @@ class RepairTest : public testing::Test {
             << bytes;
     }
     DatabaseState Look(const std::string& name, DatabaseCheck check) const {
-        return DatabaseLook(Path(name), KindOf(name).schema, check).state;
+        return DatabaseLook(Path(name), SchemaOfFile(name), check).fault.state;
     }
-    static DatabaseKind KindOf(const std::string& name) {
-        return DatabaseKinds()[name == "photo.db" ? 1 : 0];
+    static const Schema& SchemaOfFile(const std::string& name) {
+        return SchemaOf(name == "photo.db" ? KOLI_PHOTO_DB : KOLI_MEDIA_DB);
     }
     std::string Noise(size_t size) {
         std::string bytes(size, '\0');
@@ -197,18 +195,18 @@ TEST_F(RepairTest, EachKindOfDamageIsToldAndWhatIsLeftIsSaved) {
         SCOPED_TRACE(damaged.what);
         Make();
         damaged.damage();
-        const DatabaseKind kind = KindOf(damaged.name);
+        const Schema& schema = SchemaOfFile(damaged.name);
         const std::string bytes = ReadFile(Path(damaged.name));
         const DatabaseState at_once = Look(damaged.name, DatabaseCheck::kQuick);
         EXPECT_TRUE(at_once == DatabaseState::kDamaged || !damaged.is_seen_at_once);
         EXPECT_EQ(Look(damaged.name, DatabaseCheck::kThorough), DatabaseState::kDamaged);
-        const Salvage salvage = DatabaseSalvage(Path(damaged.name), Path("made.db"), kind.schema);
+        const Salvage salvage = DatabaseSalvage(Path(damaged.name), Path("made.db"), schema);
         EXPECT_EQ(salvage.error, "");
         EXPECT_EQ(salvage.IsWhole(), damaged.is_whole);
         EXPECT_EQ(ReadFile(Path(damaged.name)), bytes);
-        EXPECT_EQ(DatabaseLook(Path("made.db"), kind.schema, DatabaseCheck::kThorough).state,
+        EXPECT_EQ(DatabaseLook(Path("made.db"), schema, DatabaseCheck::kThorough).fault.state,
                   DatabaseState::kSound);
-        const Rows saved = RowsOf("made.db"), &before = kind.file_name[0] == 'p' ? photos : music;
+        const Rows saved = RowsOf("made.db"), &before = damaged.name[0] == 'p' ? photos : music;
         EXPECT_GE(saved.size(), damaged.least);
         EXPECT_LE(saved.size(), damaged.most);
         EXPECT_TRUE(std::includes(before.begin(), before.end(), saved.begin(), saved.end()));
@@ -217,6 +215,7 @@ TEST_F(RepairTest, EachKindOfDamageIsToldAndWhatIsLeftIsSaved) {
 
 TEST_F(RepairTest, NothingThatStandsInTheFileBringsTheRepairDown) {
     const std::string sound = ReadFile(Path("photo.db"));
+    const Schema& schema = SchemaOf(KOLI_PHOTO_DB);
     for (int round = 0; round < 30; ++round) {
         std::string bytes = sound;
         for (int hit = 0; hit < 400; ++hit) {  // most of them where pages have their headers
@@ -225,9 +224,9 @@ TEST_F(RepairTest, NothingThatStandsInTheFileBringsTheRepairDown) {
             bytes[page * kPage + at] = static_cast<char>(random_());
         }
         dir_.Write("photo.db", bytes);
-        const Salvage salvage = DatabaseSalvage(Path("photo.db"), Path("made.db"), PhotoSchemaSteps());
+        const Salvage salvage = DatabaseSalvage(Path("photo.db"), Path("made.db"), schema);
         ASSERT_EQ(salvage.error, "");
-        ASSERT_EQ(DatabaseLook(Path("made.db"), PhotoSchemaSteps(), DatabaseCheck::kThorough).state,
+        ASSERT_EQ(DatabaseLook(Path("made.db"), schema, DatabaseCheck::kThorough).fault.state,
                   DatabaseState::kSound);
     }
 }
@@ -272,8 +271,7 @@ TEST_F(RepairTest, AKillAtAnyInstantLosesNeitherDatabase) {
         dir_.Write("photo.db", damaged);
         dir_.Write("photo.db-wal", log);
         const auto repair = [&] {
-            return ctl::RepairDatabase(dir_.dir(), KindOf("photo.db"), {DatabaseState::kDamaged, "x"})
-                .exit_code;
+            return SqliteEngine(dir_.dir()).Mend(KOLI_PHOTO_DB, nullptr).is_mended ? 0 : 1;
         };
         const pid_t child = fork();
         if (child == 0) {

@@ -11,18 +11,17 @@
 #include "platform/host/database_groups.h"
 #include "platform/host/file_times.h"
 #include "platform/host/media_rebuild.h"
-#include "platform/host/path_range.h"
+#include "platform/host/tables.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 
 namespace koli::host {
 namespace {
 
-constexpr const char kSave[] =
-    "INSERT INTO problem (path, time, reason, kind) VALUES (?1, ?2, ?3, ?4) ON CONFLICT (path) DO UPDATE SET"
-    " time = excluded.time, reason = excluded.reason, kind = excluded.kind"
-    " WHERE problem.reason <> excluded.reason OR problem.kind <> excluded.kind";
-constexpr const char kRemove[] = "DELETE FROM problem WHERE path = ?1";
+// The time is that of the first failure for this reason.
+constexpr const char kTime[] =
+    "CASE WHEN problem.reason = excluded.reason AND problem.kind = excluded.kind"
+    " THEN problem.time ELSE excluded.time END";
 constexpr const char kRemoveOfStore[] = "DELETE FROM problem WHERE path = ?1 AND kind < 2";
 constexpr const char kRemoveOfPhotos[] = "DELETE FROM problem WHERE path = ?1 AND kind >= 2";
 constexpr const char kAnyOfPhotos[] = "SELECT 1 FROM problem WHERE kind >= 2 LIMIT 1";
@@ -48,30 +47,13 @@ const char* WithoutPrefix(const char* line) {
     return line;
 }
 
-void RunOn(const char* text, const char* path) {
-    SqlStatement* statement = MediaDatabase().Prepare(text);
-    if (statement == nullptr) return;
-    statement->Text(1, path);
-    MediaDatabase().Run(*statement);
-}
-
-const char* RemoveBelowSql() {
-    static const auto* const text = new std::string(std::string("DELETE FROM problem WHERE ") + kPathRange);
-    return text->c_str();
-}
-
 void Save(const char* path, std::string_view reason, int kind) {
     if ((kind & KOLI_PROBLEM_PHOTOS) == 0) RebuildNote(kRebuildProblem, path);
-    SqlStatement* statement = MediaDatabase().Prepare(kSave);
-    if (statement == nullptr) return;
     char now[sizeof MediaInfo::ctime];
     std::string scratch;
     WriteLocalTime(time(nullptr), now, sizeof now);
-    statement->Text(1, path);
-    statement->Text(2, now);
-    statement->Text(3, Utf8FromUnmarked(reason, &scratch));
-    statement->Integer(4, kind);
-    MediaDatabase().Run(*statement);
+    MediaDatabase().Change(SaveText(kProblemTable, {"path", "reason", "kind"}, {{"time", kTime}}), path,
+                           Utf8FromUnmarked(reason, &scratch), kind, now);
 }
 
 /// They are so rare that nothing is worth a statement for each picture.
@@ -105,19 +87,16 @@ void ProblemBatchBegin() {
 void ProblemSettle() {
     told_path[0] = '\0';
     if (saved_path[0] == '\0') return;
-    RunOn(kRemoveOfStore, saved_path);
+    MediaDatabase().Change(kRemoveOfStore, saved_path);
     saved_path[0] = '\0';
 }
 
 void ProblemForget(const char* path) {
-    RunOn(kRemove, path);
+    MediaDatabase().Remove(kProblemTable, path);
 }
 
 void ProblemForgetBelow(const char* path) {
-    SqlStatement* statement = MediaDatabase().Prepare(RemoveBelowSql());
-    if (statement == nullptr) return;
-    BindPathRange(*statement, path);
-    MediaDatabase().Run(*statement);
+    MediaDatabase().RemoveBelow(kProblemTable, path);
 }
 
 void ProblemForgetTable(const char* table) {
@@ -144,7 +123,7 @@ void KOLIProblemSet(const char* path, const char* reason, int kind) {
 }
 
 void KOLIProblemClear(const char* path) {
-    if (path != nullptr && HasPhotoProblems()) RunOn(kRemoveOfPhotos, path);
+    if (path != nullptr && HasPhotoProblems()) MediaDatabase().Change(kRemoveOfPhotos, path);
 }
 
 }  // extern "C"

@@ -2,7 +2,7 @@
 
 #include <CLI/App.hpp>
 
-#include "platform/host/schema.h"
+#include "platform/host/tables.h"
 
 namespace koli::ctl {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "index/record/share_path.h"
-#include "platform/host/schema.h"
+#include "platform/host/tables.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/store_reader.h"

@@ -1,4 +1,4 @@
-#include "platform/host/database_exchange.h"
+#include "platform/host/sqlite/exchange.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

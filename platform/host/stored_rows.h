@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "base/media_info.h"
-#include "tools/ctl/store_reader.h"
+#include "platform/host/database_reader.h"
 
-namespace koli::ctl {
+namespace koli::host {
 
 /// Beside the StoreTypes.
 enum RowType : int {
@@ -20,17 +20,17 @@ enum RowType : int {
 };
 
 struct StoredRow {
-    int type = kRowFolder;   // StoreType or RowType
-    std::string_view path;   // valid until the row is dropped, like `ctime`
-    int64_t size = 0;        // bytes; of a problem: its KOLIProblem bits
-    std::string_view ctime;  // as text, in the form of its table
+    int type = kRowFolder;        // StoreType or RowType
+    std::string_view path = {};   // valid until the row is dropped, like `ctime`
+    int64_t size = 0;             // bytes; of a problem: its KOLIProblem bits
+    std::string_view ctime = {};  // as text, in the form of its table
     bool has_cover = false;
 };
 
 class StoredRows {
   public:
-    /// The rows with first <= path < behind.  Failures show in store.error(); the list then ends early.
-    StoredRows(const StoreReader& store, const std::string& first, const std::string& behind,
+    /// The rows with first <= path < behind.  Failures show in reader.error(); the list then ends early.
+    StoredRows(const DatabaseReader& reader, const std::string& first, const std::string& behind,
                bool with_library);
 
     /// The row with the smallest path; null when there is none left.
@@ -39,11 +39,9 @@ class StoredRows {
 
   private:
     struct Source {
-        std::unique_ptr<host::SqlCursor> cursor;
+        std::unique_ptr<SqlStatement> rows;
         StoredRow row;
     };
-    void AddSource(host::SqlReader* reader, const char* table, int type, const std::string& first,
-                   const std::string& behind);
     static bool Advance(Source& source);
     void FindFirst();
 
@@ -51,4 +49,4 @@ class StoredRows {
     size_t first_ = 0;             // index of the one with the smallest path
 };
 
-}  // namespace koli::ctl
+}  // namespace koli::host

@@ -1,4 +1,4 @@
-#include "platform/host/database_salvage.h"
+#include "platform/host/sqlite/salvage.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 #include <cstring>
 #include <map>
 
-#include "platform/host/table_form.h"
+#include "platform/host/sqlite/table_form.h"
 
 namespace koli::host {
 namespace {
@@ -20,16 +20,14 @@ enum SchemaColumn : size_t { kType = 0, kName = 1, kRootPage = 3, kSchemaColumns
 /// From the pages of the one to the tables of the other.
 class Salvager {
   public:
-    Salvager(const PageFile& pages, Sql& sql, Salvage* result)
+    Salvager(const PageFile& pages, Sqlite& sql, Salvage* result)
         : pages_(pages),
           sql_(sql),
           result_(result),
           forms_(TableForms(sql)),
           seen_(size_t{pages.page_count()} + 1) {
-        for (const TableForm& form : forms_) {
-            inserts_.push_back(form.InsertText());
+        for (const TableForm& form : forms_)
             result->tables.push_back({form.name});
-        }
     }
 
     bool Run() {
@@ -126,9 +124,9 @@ class Salvager {
     /// False when the row was refused, also because its key is there; a failure of the new database ends it
     /// all.
     bool Insert(size_t table, const PageRecord& record) {
-        SqlStatement* insert = sql_.Kept(inserts_[table].c_str());
+        SqlStatement* insert = sql_.Kept(forms_[table].insert);
         if (insert == nullptr) {
-            result_->error = sql_.error();
+            result_->error = sql_.failure().reason;
             return false;
         }
         int index = 0;
@@ -142,38 +140,42 @@ class Salvager {
                 insert->Integer(index, value.integer);
         }
         const int affected = sql_.Run(*insert);
-        if (affected < 0 && !sql_.InTransaction()) result_->error = sql_.error();
+        if (affected < 0 && !sql_.InTransaction()) result_->error = sql_.failure().reason;
         if (affected > 0) ++result_->tables[table].rows;
         return affected > 0;
     }
 
     const PageFile& pages_;
-    Sql& sql_;
+    Sqlite& sql_;
     Salvage* result_;
     const std::vector<TableForm> forms_;
-    std::vector<std::string> inserts_;  // its texts stay where they are
-    std::vector<bool> seen_;            // [number]
+    std::vector<bool> seen_;  // [number]
 };
 
 /// Rights of an album that is lost would pass to the next one that gets its number.
 constexpr const char kDropOrphans[] =
     "DELETE FROM photo_access_right WHERE shareid NOT IN (SELECT shareid FROM photo_share)";
 
-void DropOrphanedRights(Sql& sql, Salvage* result) {
-    for (SalvageTable& table : result->tables) {
+void DropOrphanedRights(Sqlite& sql, Salvage* result) {
+    for (SalvagedTable& table : result->tables) {
         if (table.name != "photo_access_right") continue;
         const int dropped = sql.Execute(kDropOrphans);
-        if (dropped < 0) result->error = sql.error();
+        if (dropped < 0) result->error = sql.failure().reason;
         if (dropped <= 0) continue;
         table.rows -= dropped;
         result->lost_rows += dropped;
     }
 }
 
-bool CreateTables(Sql& sql, const std::vector<std::string>& schema) {
-    for (const std::string& step : schema)
-        if (!sql.ExecuteScript(step)) return false;
-    return sql.ExecuteScript("PRAGMA user_version=" + std::to_string(schema.size()));
+void AddPrivateAlbums(const std::vector<std::string>& albums, Sqlite& sql, Salvage* result) {
+    constexpr const char kInsert[] =
+        "INSERT OR IGNORE INTO photo_share (sharename, public, is_subdir) VALUES (?1, 'f', ?2)";
+    for (const std::string& album : albums) {
+        SqlStatement* const insert = sql.Kept(kInsert);
+        if (insert == nullptr) return;
+        const bool is_subdir = album.find('/') != std::string::npos;
+        if (sql.Run(insert->Fill(album, is_subdir ? "t" : "f")) > 0) ++result->private_albums;
+    }
 }
 
 /// Like the damaged file, and on the disk.
@@ -191,25 +193,25 @@ bool Finish(const std::string& damaged, const std::string& made) {
 
 }  // namespace
 
-Salvage DatabaseSalvage(const std::string& damaged, const std::string& made,
-                        const std::vector<std::string>& schema,
-                        const std::function<void(const Salvage&, Sql&)>& amend) {
+Salvage DatabaseSalvage(const std::string& damaged, const std::string& made, const Schema& schema,
+                        const AlbumNames& albums) {
     Salvage result;
     const std::unique_ptr<PageFile> pages = PageFile::Open(damaged, &result.error);
     if (pages == nullptr) return result;
     for (const char* ending : {"", "-wal", "-shm", "-journal"})
         unlink((made + ending).c_str());
-    std::unique_ptr<Sql> sql = Sql::Open(made, nullptr, &result.error);
+    SqlFailure failure;
+    std::unique_ptr<Sqlite> sql = Sqlite::Open(made, nullptr, &failure);
+    result.error = failure.reason;
     if (sql == nullptr) return result;
-    bool done = sql->Execute("BEGIN IMMEDIATE") >= 0 && CreateTables(*sql, schema) &&
-                Salvager(*pages, *sql, &result).Run();
+    bool done = sql->Begin() && SchemaRun(*sql, schema, 0) && Salvager(*pages, *sql, &result).Run();
     if (done) DropOrphanedRights(*sql, &result);
-    if (done && amend != nullptr) amend(result, *sql);
+    if (done && albums != nullptr && !result.IsWhole()) AddPrivateAlbums(albums(), *sql, &result);
     // Without a log of its own: the file alone is the database.
     done = done && result.error.empty() && sql->Execute("COMMIT") >= 0 &&
            sql->QueryNumber("PRAGMA wal_checkpoint(TRUNCATE)") == 0 &&
            sql->Execute("PRAGMA journal_mode=DELETE") >= 0;
-    if (!done && result.error.empty()) result.error = sql->error();
+    if (!done && result.error.empty()) result.error = sql->failure().reason;
     sql.reset();
     if (done && !Finish(damaged, made)) result.error = strerror(errno);
     return result;

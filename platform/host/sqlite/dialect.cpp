@@ -1,11 +1,9 @@
-#include "platform/host/sql_dialect.h"
+#include "platform/host/sqlite/dialect.h"
 
 #include <strings.h>
 
 #include <algorithm>
 #include <iterator>
-
-#include "platform/host/boolean_forms.h"
 
 namespace koli::host {
 namespace {
@@ -113,6 +111,7 @@ std::string ToSqliteText(std::string_view text) {
     Expecting expecting = Expecting::kNothing;
     std::string_view token;
     for (Token kind; (kind = NextToken(&text, &token)) != Token::kEnd;) {
+        if (kind == Token::kWord && Equals(token, "strpos")) token = "instr";
         const bool is_value = kind == Token::kLiteral || kind == Token::kWord;
         out += is_value && expecting == Expecting::kBooleanValue ? BooleanLiteral(kind, token) : token;
         if (kind == Token::kLiteral && expecting == Expecting::kPattern && !IsFollowedByEscape(text))

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/page_file.h"
+#include "platform/host/sqlite/page_file.h"
 
 namespace koli::host {
 

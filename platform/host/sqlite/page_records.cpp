@@ -1,4 +1,4 @@
-#include "platform/host/page_records.h"
+#include "platform/host/sqlite/page_records.h"
 
 #include <algorithm>
 #include <bit>

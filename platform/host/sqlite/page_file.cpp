@@ -1,4 +1,4 @@
-#include "platform/host/page_file.h"
+#include "platform/host/sqlite/page_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,9 +1,10 @@
-#include "platform/host/schema.h"
+#include "platform/host/sqlite/schema.h"
 
+#include <cerrno>
 #include <string_view>
 
-#include "base/media_fields.h"
-#include "platform/host/boolean_forms.h"
+#include "platform/host/sqlite/dialect.h"
+#include "platform/kolidb.h"
 
 namespace koli::host {
 namespace {
@@ -142,32 +143,30 @@ std::string MediaTablesSql() {
 
 }  // namespace
 
-std::vector<std::string> MediaSchemaSteps() {
-    return {MediaTablesSql(), kProblemTableSql, kProblemKindSql};
+const Schema& SchemaOf(int database) {
+    static const auto* const media = new Schema{MediaTablesSql(), kProblemTableSql, kProblemKindSql};
+    static const auto* const photo =
+        new Schema{kPhotoTablesSql + TruthTrigger("photo_share_inserted", "INSERT") +
+                       TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir"),
+                   kSettingTableSql};
+    return database == KOLI_MEDIA_DB ? *media : *photo;
 }
 
-std::vector<std::string> PhotoSchemaSteps() {
-    return {kPhotoTablesSql + TruthTrigger("photo_share_inserted", "INSERT") +
-                TruthTrigger("photo_share_updated", "UPDATE OF public, enabled, is_subdir"),
-            kSettingTableSql};
+bool SchemaRun(Sqlite& sql, const Schema& schema, size_t version) {
+    for (; version < schema.size(); ++version)
+        if (!sql.ExecuteScript(schema[version] + "PRAGMA user_version=" + std::to_string(version + 1)))
+            return false;
+    return true;
 }
 
-std::string MediaSaveSql(const char* table) {
-    std::string names, parameters, assignments, own, excluded;
-    int number = 0;
-    EachMediaField([&](const auto& field) {
-        const std::string column = field.column, comma = number > 0 ? ", " : "";
-        names += comma + column;
-        parameters += comma + "?" + std::to_string(++number);
-        if (number == 1) return;  // the key
-        const std::string between = number > 2 ? ", " : "";
-        assignments += between + column + " = excluded." + column;
-        own += between + table + "." + column;
-        excluded += between + "excluded." + column;
-    });
-    return std::string("INSERT INTO ") + table + " (" + names + ") VALUES (" + parameters +
-           ") ON CONFLICT (path) DO UPDATE SET " + assignments + " WHERE (" + own + ") IS DISTINCT FROM (" +
-           excluded + ")";
+bool SchemaUpgrade(Sqlite& sql, const Schema& schema) {
+    const auto wanted = static_cast<int64_t>(schema.size());
+    int64_t version = sql.QueryNumber("PRAGMA user_version");
+    if (version > wanted) return sql.FailAs("its tables are of a later version", EACCES);
+    if (version == wanted) return true;
+    if (version < 0 || !sql.Begin()) return false;
+    version = sql.QueryNumber("PRAGMA user_version");
+    return version >= 0 && SchemaRun(sql, schema, static_cast<size_t>(version)) && sql.Execute("COMMIT") >= 0;
 }
 
 }  // namespace koli::host

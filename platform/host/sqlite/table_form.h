@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/page_records.h"
-#include "platform/host/sql.h"
+#include "platform/host/sqlite/connection.h"
+#include "platform/host/sqlite/page_records.h"
 
 namespace koli::host {
 
@@ -16,9 +16,9 @@ struct TableForm {
     int rowid_column = -1;      // the column that is the row's number, which the row itself leaves out
     std::vector<std::string> columns = {};
     std::vector<PageValue::Kind> kinds = {};
-    bool is_unique = true;  // no other table looks like it
+    bool is_unique = true;    // no other table looks like it
+    std::string insert = {};  // the statement, with a parameter for each column
 
-    std::string InsertText() const;  ///< a parameter for each column
     bool IsOnPage(TreePage::Kind kind) const;
 
     /// Whether the row can be one of this table: column by column what the table holds there, and where it

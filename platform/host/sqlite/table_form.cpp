@@ -1,13 +1,13 @@
-#include "platform/host/table_form.h"
+#include "platform/host/sqlite/table_form.h"
 
-#include <cstring>
+#include <string_view>
 
 namespace koli::host {
 namespace {
 
-PageValue::Kind KindOf(const char* declared) {
-    if (strcasecmp(declared, "INTEGER") == 0) return PageValue::kInteger;
-    return strcasecmp(declared, "REAL") == 0 ? PageValue::kReal : PageValue::kText;
+PageValue::Kind KindOf(std::string_view declared) {
+    if (declared == "INTEGER") return PageValue::kInteger;
+    return declared == "REAL" ? PageValue::kReal : PageValue::kText;
 }
 
 /// A whole number stands for a real one, too.
@@ -15,18 +15,27 @@ bool Takes(PageValue::Kind column, PageValue::Kind value) {
     return value == column || (column == PageValue::kReal && value == PageValue::kInteger);
 }
 
+std::string InsertText(const TableForm& form) {
+    std::string names, values;
+    for (const std::string& column : form.columns) {
+        names.append(names.empty() ? "" : ", ").append(column);
+        values.append(values.empty() ? "?" : ", ?");
+    }
+    return "INSERT OR IGNORE INTO " + form.name + " (" + names + ") VALUES (" + values + ")";
+}
+
 bool ReadColumns(Sql& sql, TableForm* form) {
     // In a clustered row the key comes first.
-    const auto rows = sql.Query("SELECT name, type, pk FROM pragma_table_info('" + form->name +
-                                "') ORDER BY " + (form->is_clustered ? "pk = 0, pk, cid" : "cid"));
-    if (rows == nullptr) return false;
-    for (int row = 0; row < rows->count(); ++row) {
-        const PageValue::Kind kind = KindOf(rows->Field(row, "type"));
-        const bool is_key = strcmp(rows->Field(row, "pk"), "0") != 0;
+    const auto rows = sql.Prepare("SELECT name, type, pk FROM pragma_table_info('" + form->name +
+                                  "') ORDER BY " + (form->is_clustered ? "pk = 0, pk, cid" : "cid"));
+    for (int row = 0; rows != nullptr && rows->Next(); ++row) {
+        const PageValue::Kind kind = KindOf(rows->Field(1));
+        const bool is_key = rows->Number(2) != 0;
         if (!form->is_clustered && is_key && kind == PageValue::kInteger) form->rowid_column = row;
-        form->columns.emplace_back(rows->Field(row, "name"));
+        form->columns.emplace_back(rows->Field(0));
         form->kinds.push_back(kind);
     }
+    form->insert = InsertText(*form);
     return !form->columns.empty();
 }
 
@@ -35,15 +44,6 @@ bool LooksLike(const TableForm& a, const TableForm& b) {
 }
 
 }  // namespace
-
-std::string TableForm::InsertText() const {
-    std::string names, values;
-    for (const std::string& column : columns) {
-        names.append(names.empty() ? "" : ", ").append(column);
-        values.append(values.empty() ? "?" : ", ?");
-    }
-    return "INSERT OR IGNORE INTO " + name + " (" + names + ") VALUES (" + values + ")";
-}
 
 bool TableForm::IsOnPage(TreePage::Kind kind) const {
     return is_clustered ? kind == TreePage::kKeyLeaf || kind == TreePage::kKeyNode
@@ -76,12 +76,11 @@ void TableForm::Complete(PageRecord* record) const {
 
 std::vector<TableForm> TableForms(Sql& sql) {
     std::vector<TableForm> forms;
-    const auto rows = sql.Query(
+    const auto rows = sql.Prepare(
         "SELECT name, wr FROM pragma_table_list WHERE schema = 'main' AND type = 'table' AND name NOT LIKE "
         "'sqlite%' ORDER BY name");
-    for (int row = 0; rows != nullptr && row < rows->count(); ++row) {
-        TableForm form{.name = rows->Field(row, "name"),
-                       .is_clustered = strcmp(rows->Field(row, "wr"), "0") != 0};
+    while (rows != nullptr && rows->Next()) {
+        TableForm form{.name = std::string(rows->Field(0)), .is_clustered = rows->Number(1) != 0};
         if (!ReadColumns(sql, &form)) return {};
         for (TableForm& other : forms)
             if (LooksLike(form, other)) form.is_unique = other.is_unique = false;
