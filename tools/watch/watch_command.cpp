@@ -7,6 +7,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
@@ -70,6 +71,8 @@ bool QueueSink::Compare(const std::string& folder, bool is_top, Differences* dif
     const ctl::CompareResult result =
         ctl::TreeCompare(store, folder, {.albums = true, .allow_empty = !is_top},
                          [&](ctl::Change change, const std::string& path) { plan.Add(change, path); });
+    constexpr timespec kNoted{0, 20'000'000};  // a rename is seen a moment before it is noted
+    nanosleep(&kNoted, nullptr);
     if (!Tell(&told_compare_, store.error())) return false;
     if (result.status == ctl::CompareResult::kTopUnreadable) return true;  // it has gone since
     if (result.status == ctl::CompareResult::kTopEmpty) {
