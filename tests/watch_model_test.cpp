@@ -180,7 +180,7 @@ class Scene : public RequestSink {
         queue_ += lines;
         return true;
     }
-    bool Compare(const std::string& folder, bool, Differences*) override {
+    bool Compare(const std::string& folder, bool, std::string*) override {
         log += "compare " + folder + "\n";
         daemon_.Compare(folder);
         ++compares;

@@ -14,8 +14,7 @@
 namespace koli::watch {
 namespace {
 
-constexpr size_t kBurst = 64;         // more files of one folder can be one request
-constexpr size_t kMaxVacated = 4096;  // noted; with so many all is compared
+constexpr size_t kMaxNoted = 4096;  // noted; with so many all is compared
 
 bool Exists(const std::string& path) {
     struct stat status;
@@ -54,45 +53,58 @@ void Composer::AddLine(char code, const std::string& path) {
         ctl::Complain("%s: %s", path.c_str(), refusal);
         return;
     }
-    AddLines(ctl::RequestLine(code, path), 1);
+    lines_ += ctl::RequestLine(code, path);
+    if (is_addition && asked_.size() < kMaxNoted)
+        asked_.insert(path);
+    else if (is_addition)
+        are_all_asked_ = true;
 }
 
-void Composer::AddLines(const std::string& lines, int64_t requests) {
+void Composer::AddFound(const std::string& lines) {
     lines_ += lines;
-    requests_ += requests;
-    has_unexecuted_ |= requests > 0;
+    are_all_asked_ |= !lines.empty();
 }
 
 void Composer::Add(const std::vector<Request>& requests) {
-    std::vector<std::string> files;  // of one folder
-    const bool has_unexecuted = has_unexecuted_;
     for (const Request& request : requests) {
-        const bool is_file = request.code == 'a';
-        if (!files.empty() && (!is_file || ParentOf(files[0]) != ParentOf(request.path)))
-            AddFiles(std::exchange(files, {}));
-        if (is_file)
-            files.push_back(request.path);
-        else if (request.code == 'N')
-            AddLines(ctl::RenameLine(request.path, request.other), 1);
-        else if (request.code == Request::kCompare)
-            AddCompare(request.path);
-        else if (request.code == Request::kVacated)
-            NoteVacated({request.path, request.other, has_unexecuted});
-        else if (request.code == Request::kArrived) {
-            // The daemon may have looked for it where it was.
-            if (has_unexecuted) AddLine('a', request.path);
-        } else
-            AddLine(request.code, request.path);
+        switch (request.code) {
+            case 'N':
+                lines_ += ctl::RenameLine(request.path, request.other);
+                break;
+            case Request::kVacated:
+                NoteVacated({request.path, request.other, WasAsked(request.path)});
+                break;
+            case Request::kArrived:
+                if (WasAsked(request.other)) AddLine('a', request.path);
+                break;
+            case Request::kBurst:
+                AddBurst(request.path, request.files);
+                break;
+            case Request::kCompare:
+                AddCompare(request.path);
+                break;
+            default:
+                AddLine(request.code, request.path);
+        }
     }
-    AddFiles(files);
 }
 
-/// A request for the folder reads everything below it: right when most of that is new.
-void Composer::AddFiles(const std::vector<std::string>& paths) {
-    if (paths.size() > kBurst && !HoldsMoreThan(ParentOf(paths[0]), 2 * paths.size()))
-        return AddLine('A', ParentOf(paths[0]));
-    for (const std::string& path : paths)
-        AddLine('a', path);
+/// A request for the folder reads everything below it again: right when most of that is new.  Of a large tree
+/// a comparison finds the few files that count.
+void Composer::AddBurst(const std::string& folder, size_t files) {
+    if (HoldsMoreThan(folder, 2 * files))
+        AddCompare(folder);
+    else
+        AddLine('A', folder);
+}
+
+/// True when `path`, something in it or a folder around it was to be added.
+bool Composer::WasAsked(const std::string& path) const {
+    if (are_all_asked_) return true;
+    for (std::string above = path; !above.empty(); above = ParentOf(above))
+        if (asked_.contains(above)) return true;
+    const auto inside = asked_.lower_bound(path + "/");
+    return inside != asked_.end() && IsAtOrBelow(*inside, path);
 }
 
 /// What is still to be compared takes its stale rows along.
@@ -106,19 +118,20 @@ void Composer::NoteVacated(const Vacated& folder) {
             if (IsAtOrBelow(compared, folder.path))
                 AddCompare(MovedPath(compared, folder.path, folder.moved_to));
     }
-    if (vacated_.size() < kMaxVacated) vacated_.push_back(folder);
+    if (vacated_.size() < kMaxNoted) vacated_.push_back(folder);
 }
 
 /// A folder that stands where another one was: a walk may have met it before that one's rows had moved, and
 /// then some of its own went along.
 bool Composer::Executed() {
-    const bool is_full = vacated_.size() == kMaxVacated;
+    const bool is_full = vacated_.size() == kMaxNoted;
     for (const Vacated& folder : std::exchange(vacated_, {})) {
         const bool is_in_use = Exists(folder.path);
         if (is_in_use) AddCompare(folder.path);
-        if ((is_in_use || folder.had_unexecuted) && !folder.moved_to.empty()) AddCompare(folder.moved_to);
+        if ((is_in_use || folder.was_asked) && !folder.moved_to.empty()) AddCompare(folder.moved_to);
     }
-    has_unexecuted_ = false;
+    asked_.clear();
+    are_all_asked_ = false;
     return !is_full;
 }
 

@@ -159,7 +159,7 @@ void Moves::Place(const Held& held, std::vector<Request>* requests) {
     if (held.is_tree)
         requests->push_back({Request::kVacated, held.stored, held.now});
     else if (is_rename)
-        requests->push_back({Request::kArrived, held.now});
+        requests->push_back({Request::kArrived, held.now, held.stored});
 }
 
 }  // namespace koli::watch

@@ -6,6 +6,7 @@
 // when the requests are executed; and the names between are in none of them.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -18,11 +19,13 @@ struct Request {
     static constexpr char kCompare = '=';  // what happened in the folder is not known in detail
     static constexpr char kVacated =
         '-';  // no request: the folder has moved from here, to `other`, or is gone
-    static constexpr char kArrived = '+';  // no request: the file has moved here
+    static constexpr char kArrived = '+';  // no request: the file has moved here, from `other`
+    static constexpr char kBurst = '*';    // at least `files` of the folder have changed
 
     char code;               // letter of the queue, or one of these
     std::string path;        // absolute
     std::string other = {};  // of an 'N': where it is stored
+    size_t files = 0;
 };
 
 class Moves {

@@ -60,8 +60,11 @@ void PendingChanges::File(const std::string& path, State state, int64_t now) {
     }
     const std::string cover = CoverOf(parent);
     Drop(path);
-    if (cover.empty() || state != kComplete) {
-        folders_[parent].files[NameOf(path)] = {state, now};
+    Folder& folder = folders_[parent];
+    if (state == kComplete && cover.empty() && folder.files.size() >= kBurst) {
+        ++folder.more;
+    } else if (state != kComplete || cover.empty()) {
+        folder.files[NameOf(path)] = {state, now};
         ++files_;
     }
     if (state == kGone || (state == kComplete && cover.empty())) Bump(parent, now);
@@ -83,6 +86,7 @@ void PendingChanges::FileMoved(const std::string& to, const std::string& from, i
     Drop(to);
     State state = UnitOver(ParentOf(from)) != kNone ? kComplete : kGone;
     if (const auto folder = folders_.find(ParentOf(from)); folder != folders_.end()) {
+        if (folder->second.more > 0) state = kComplete;
         const auto file = folder->second.files.find(NameOf(from));
         if (file != folder->second.files.end()) state = file->second.state;
     }
@@ -151,7 +155,8 @@ bool PendingChanges::IsWriting(const std::string& unit, int64_t now) const {
 void PendingChanges::TakeFiles(const std::string& path, Folder* folder, int64_t now, bool all,
                                std::vector<Request>* requests) {
     const bool is_due = all || now - folder->last >= kQuiet || now - folder->first >= kLongest;
-    const bool is_covered = !CoverOf(path).empty();
+    const bool is_burst = is_due && folder->more > 0;
+    const bool is_covered = is_burst || !CoverOf(path).empty();
     files_ -= std::erase_if(folder->files, [&](const auto& entry) {
         const auto& [name, file] = entry;
         const bool is_taken = file.state == kWriting ? now - file.last >= kStalled : is_due;
@@ -159,6 +164,7 @@ void PendingChanges::TakeFiles(const std::string& path, Folder* folder, int64_t 
             requests->push_back({file.state == kGone ? 'd' : 'a', path + "/" + name});
         return is_taken;
     });
+    if (is_burst) requests->push_back({Request::kBurst, path, "", kBurst + std::exchange(folder->more, 0)});
     if (is_due && folder->unit == kNone) folder->first = 0;
 }
 
@@ -184,8 +190,9 @@ std::vector<Request> PendingChanges::Take(int64_t now, bool all) {
         TakeFiles(path, &folder, now, all, &rest);
     for (auto it = folders_.rbegin(); it != folders_.rend(); ++it)
         TakeUnit(it->first, &it->second, now, all, &rest);
-    std::erase_if(folders_,
-                  [](const auto& entry) { return entry.second.files.empty() && entry.second.unit == kNone; });
+    std::erase_if(folders_, [](const auto& entry) {
+        return entry.second.files.empty() && entry.second.more == 0 && entry.second.unit == kNone;
+    });
     std::vector<Request> requests;
     if (all || !rest.empty() || moves_.IsDue(now, kQuiet)) requests = TakeMoves();
     std::ranges::move(rest, std::back_inserter(requests));

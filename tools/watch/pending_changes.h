@@ -3,6 +3,7 @@
 //
 //   a folder     in which files changed hands them out together, kQuiet after the last change in it, kLongest
 //                after the first one; never one that is being written
+//   a burst      more than kBurst files of one folder: one change for all
 //   a new folder is due as one change kQuiet after the last change in it or below, or at a moment without an
 //                open file after kLongest; kLongestHold at last
 //   moves        and removed folders leave in the order in which they happened, kQuiet after the first one,
@@ -24,6 +25,7 @@ inline constexpr int64_t kQuiet = 2000;
 inline constexpr int64_t kLongest = 30'000;
 inline constexpr int64_t kLongestHold = 600'000;
 inline constexpr int64_t kStalled = 30'000;  // an open file that nobody writes to any more counts as complete
+inline constexpr size_t kBurst = 64;         // files of one folder; more are one change
 inline constexpr size_t kMaxPending = 32768;  // files held by name; then whole folders are compared
 
 class PendingChanges {
@@ -66,6 +68,7 @@ class PendingChanges {
     struct Folder {
         std::map<std::string, Pending> files;
         Unit unit = kNone;
+        size_t more = 0;           // files of a burst, complete and not held by name
         bool may_release = false;  // overdue, and at this moment nothing in it was being written
         int64_t first = 0;         // 0: nothing waits but files that are being written
         int64_t last = 0;

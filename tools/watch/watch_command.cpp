@@ -25,7 +25,7 @@ class QueueSink : public RequestSink {
     explicit QueueSink(const ctl::Context& context) : context_(context) {}
 
     bool Queue(const std::string& lines) override;
-    bool Compare(const std::string& folder, bool is_top, Differences* differences) override;
+    bool Compare(const std::string& folder, bool is_top, std::string* lines) override;
     bool IsQueueEmpty() override;
 
   private:
@@ -64,7 +64,7 @@ bool QueueSink::Queue(const std::string& lines) {
     return true;
 }
 
-bool QueueSink::Compare(const std::string& folder, bool is_top, Differences* differences) {
+bool QueueSink::Compare(const std::string& folder, bool is_top, std::string* lines) {
     ctl::StoreReader store;
     if (!store.Open(context_.places)) return Tell(&told_compare_, store.error());
     ctl::SyncPlan plan;
@@ -83,7 +83,7 @@ bool QueueSink::Compare(const std::string& folder, bool is_top, Differences* dif
     if (plan.requests() == 0) return true;
     printf("%s differs: %lld requests\n", folder.c_str(), static_cast<long long>(plan.requests()));
     fflush(stdout);
-    *differences = {plan.lines(), plan.requests()};
+    *lines = plan.lines();
     return true;
 }
 

@@ -236,8 +236,8 @@ void Watcher::CompareAll() {
 void Watcher::Compare(int64_t now) {
     for (const std::string& folder : composer_.TakeCompares()) {
         const bool is_top = std::ranges::any_of(tops_, [&](const Top& top) { return top.path == folder; });
-        RequestSink::Differences differences;
-        const bool is_compared = sink_.Compare(folder, is_top, &differences);
+        std::string found;
+        const bool is_compared = sink_.Compare(folder, is_top, &found);
         if (!is_compared) next_try_ = now + kCompareAgain;
         ReadEvents(now);
         if (!is_compared || (HasMoves() && ++compares_dropped_ <= kMaxDropped)) {
@@ -246,7 +246,7 @@ void Watcher::Compare(int64_t now) {
         }
         compares_dropped_ = 0;
         composer_.Add(pending_.TakeMoves());
-        composer_.AddLines(differences.lines, differences.requests);
+        composer_.AddFound(found);
     }
     Send();
 }

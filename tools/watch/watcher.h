@@ -24,11 +24,7 @@ class RequestSink {
     /// What differs between the databases and the folder, as lines of the queue; what has moved meanwhile has
     /// been noted when it returns.  `is_top`: an empty one may be a share that is not mounted.  False: try
     /// again later.
-    struct Differences {
-        std::string lines;
-        int64_t requests = 0;
-    };
-    virtual bool Compare(const std::string& folder, bool is_top, Differences* differences) = 0;
+    virtual bool Compare(const std::string& folder, bool is_top, std::string* lines) = 0;
     /// True when nothing waits in the queue and no batch is being executed.
     virtual bool IsQueueEmpty() = 0;
 };
