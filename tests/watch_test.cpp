@@ -114,11 +114,14 @@ TEST_F(WatchTest, WhatMovesInIsNewAndWhatMovesOutIsGone) {
     Move("one/up.part", "one/up.mp3");
     Move("one/old.mp3", "one/old.bak");
     fs::rename(At("two"), Outside("two"));
+    fs::rename(At("one/a.mp3"), Outside("a.mp3"));
+    Write("new/a.mp3");  // another one
     outside_.Write("in/deep/c.mp3", "x");
     fs::rename(Outside("in"), At("in"));
     outside_.Write("late.mp3", "x");
     fs::rename(Outside("late.mp3"), At("one/late.mp3"));
-    EXPECT_EQ(After(kQuiet), "D:~/two\na:~/one/late.mp3\nd:~/one/old.mp3\na:~/one/up.mp3\nA:~/in\n");
+    EXPECT_EQ(After(kQuiet + 500),
+              "D:~/two\nd:~/one/a.mp3\na:~/one/late.mp3\nd:~/one/old.mp3\na:~/one/up.mp3\nA:~/new\nA:~/in\n");
     outside_.Write("two/gone.mp3", "x");  // not watched any more
     Write("in/deep/d.mp3");               // watched by now
     EXPECT_EQ(After(kQuiet), "a:~/in/deep/d.mp3\n");
@@ -174,6 +177,18 @@ TEST_F(WatchTest, ANewFolderIsOneRequest) {
     EXPECT_EQ(After(kQuiet), "A:~/link\n");
     fs::remove(At("link"));
     EXPECT_EQ(After(kQuiet), "D:~/link\n");
+}
+
+TEST_F(WatchTest, FoldersAreKnownWhereverTheyMoveBeforeTheirNotesAreRead) {
+    Make("x/in");
+    Move("x", "y");  // by now something else stands where the note says
+    Make("x/other");
+    Make("z");
+    Move("one", "z/one");
+    EXPECT_EQ(After(kQuiet), "D:~/x\nD:~/y\nD:~/one\nA:~/z\nA:~/y\nA:~/x\n");
+    for (const char* name : {"x/other/1.mp3", "y/in/2.mp3", "z/one/3.mp3"})
+        Write(name);
+    EXPECT_EQ(After(kQuiet), "a:~/x/other/1.mp3\na:~/y/in/2.mp3\na:~/z/one/3.mp3\n");
 }
 
 TEST_F(WatchTest, BurstsFold) {

@@ -40,8 +40,7 @@ Entry Look(const std::string& path) {
     if (lstat(path.c_str(), &status) != 0) return Entry::kGrowing;
     if (S_ISREG(status.st_mode)) return status.st_nlink > 1 ? Entry::kWhole : Entry::kGrowing;
     if (!S_ISLNK(status.st_mode)) return Entry::kGrowing;
-    const bool is_folder = stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-    return is_folder ? Entry::kLinkedTree : Entry::kWhole;
+    return IsFolder(path) ? Entry::kLinkedTree : Entry::kWhole;
 }
 
 /// True when the folder holds a file of that name that is older than the folder: it was moved there.
@@ -90,6 +89,7 @@ bool EventFold::WatchTree(const std::string& folder, int64_t now) {
         if (!watches_.IsKnown(known) || !watches_.IsKnown(found)) continue;
         Forget(found);
         FolderArrived(found, known, now);
+        if (IsFolder(known)) FolderAppeared(known, now);  // the note was of another one
     }
     return is_watched;
 }

@@ -22,11 +22,6 @@ constexpr uint32_t kTopMask = kEntryMask | IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr size_t kReadSize = size_t{64} << 10;
 constexpr int kMaxReads = 64;  // buffers read in one go
 
-bool IsFolder(const std::string& path) {
-    struct stat status;
-    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
 bool IsSameFolder(const std::string& one, const std::string& other) {
     struct stat a;
     struct stat b;
@@ -35,6 +30,11 @@ bool IsSameFolder(const std::string& one, const std::string& other) {
 }
 
 }  // namespace
+
+bool IsFolder(const std::string& path) {
+    struct stat status;
+    return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
 
 bool IsUnwatchedBin(const std::string& path) {
     return IsRecycleBinPath(path.c_str()) != 0 && IsPhotoSharePath(path.c_str()) == 0;
@@ -75,6 +75,7 @@ bool FolderWatches::WatchOne(const std::string& path, bool is_top, std::vector<M
         return false;
     }
     const auto folder = folders_.find(path);
+    if (folder->second != watch) Unwatch(path);  // another one stood there
     const auto [owner, is_new] = by_watch_.try_emplace(watch, &folder->first);
     if (is_new) folder->second = watch;
     if (is_new || *owner->second == path) return is_new;
@@ -111,6 +112,11 @@ void FolderWatches::Unwatch(const std::string& path) {
     if (watch != kNoWatch) inotify_rm_watch(descriptor_, watch);
     by_watch_.erase(watch);
     watch = kNoWatch;
+}
+
+void FolderWatches::Move(const std::string& to, const std::string& from) {
+    Remove(to);
+    MoveTree(folders_, from, to);
 }
 
 void FolderWatches::Remove(const std::string& path) {

@@ -29,6 +29,9 @@ struct FolderEvent {
 /// rights.
 bool IsUnwatchedBin(const std::string& path);
 
+/// A link to a folder is one, too.
+bool IsFolder(const std::string& path);
+
 class FolderWatches {
   public:
     FolderWatches() = default;
@@ -51,7 +54,7 @@ class FolderWatches {
     bool AddTree(const std::string& path, bool is_top, std::vector<Met>* met);
 
     /// Takes the folder and all below it along; the watches stay with them.
-    void Move(const std::string& to, const std::string& from) { MoveTree(folders_, from, to); }
+    void Move(const std::string& to, const std::string& from);
     void Remove(const std::string& path);
 
     bool IsKnown(const std::string& path) const { return folders_.contains(path); }
