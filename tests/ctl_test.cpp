@@ -4,6 +4,7 @@
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -17,6 +18,7 @@
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/batch_wait.h"
 #include "tools/ctl/command_line.h"
+#include "tools/ctl/enqueue.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
@@ -55,10 +57,12 @@ TEST(RequestLine, RefusesWhatALineCannotCarry) {
 }
 
 TEST(CommandLine, RefusesBadUsageWithOneLineAndTwo) {
+    const test::TempDir dir;
+    ASSERT_NE(freopen(dir.Write("cut", "a:/1\na:/2").c_str(), "r", stdin), nullptr);
     for (const char* line :
          {"", "|frobnicate", "|add", "|add|/no/such/file", "|add||", "|add|/tmp|/a\nb", "|remove|/tmp",
           "|rename|/tmp|/tmp", "|rename|/no/such|/a:b", "|rebuild|books", "|truncate|music",
-          "|truncate|problem|--yes", "|sync|--timeout|5", "|list|--kind|folder"}) {
+          "|truncate|problem|--yes", "|sync|--timeout|5", "|list|--kind|folder", "|enqueue"}) {
         Texts call;
         std::istringstream words("koliindexctl"s + line);
         for (std::string word; std::getline(words, word, '|');)
@@ -130,24 +134,52 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
     const std::string queue = dir.Path("queue");
     ASSERT_TRUE(QueueAppend(queue, "a:/1\n").file.valid());
     EXPECT_EQ(fs::status(queue).permissions(), fs::perms(0640));
-    std::ofstream(queue, std::ios::app) << "a:/cut";
-    ASSERT_TRUE(QueueAppend(queue, "a:/2\n").file.valid());
+    std::string expected = "a:/1\n";
+    for (const auto& [cut, end] : {std::pair("a:/cut", "\n"), {"N:/a:/cu", ":?\n"}}) {
+        std::ofstream(queue, std::ios::app) << cut;
+        ASSERT_TRUE(QueueAppend(queue, "a:/2\n").file.valid());
+        expected += cut + std::string(end) + "a:/2\n";
+    }
 
     // A full disk: the limit of a file's size cuts a write in the same way.
     signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit low{20, before.rlim_max};
+    const rlimit low{expected.size() + 2, before.rlim_max};
     setrlimit(RLIMIT_FSIZE, &low);
     const QueuedBatch cut = QueueAppend(queue, "a:/3\na:/4\n");
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(cut.error, "No space left on device");
-    EXPECT_EQ(test::ReadFile(queue), "a:/1\na:/cut\na:/2\n");
+    EXPECT_EQ(test::ReadFile(queue), expected);
 
     ASSERT_EQ(symlink(queue.c_str(), dir.Path("link").c_str()), 0);
     mkfifo(dir.Path("fifo").c_str(), 0600);
     for (const char* bad : {"link", "fifo", "", "missing/queue"})
         EXPECT_FALSE(QueueAppend(dir.Path(bad), "a:/5\n").file.valid()) << bad;
+}
+
+/// What the queue's service answers, and has queued then.
+Texts Served(const std::string& sent) {
+    const test::TempDir dir;
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    const UniqueFd caller(ends[0]), service(ends[1]);
+    EXPECT_EQ(write(caller.get(), sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
+    shutdown(caller.get(), SHUT_WR);
+    EXPECT_EQ(QueueServe({dir.Path("queue"), dir.Path("batch"), dir.Path("pid")}, service.get()), kExitDone);
+    char answer[200];
+    const ssize_t length = read(caller.get(), answer, sizeof answer);
+    return {{answer, static_cast<size_t>(length)}, test::ReadFile(dir.Path("queue"))};
+}
+
+TEST(QueueService, TakesAllThatACallerHadToSayOrNothing) {
+    const std::string lines = "A:/v/music\nN:/v/photo/New:/v/photo/Trip\n";
+    EXPECT_EQ(Served(lines + "\n"), (Texts{"Q1", lines}));
+    EXPECT_EQ(Served("\n"), (Texts{"Q1", ""}));
+    for (const std::string& cut : {""s, lines, lines.substr(0, lines.size() - 2)})
+        EXPECT_EQ(Served(cut), (Texts{"Ethe requests were cut off on their way", ""}));
+    for (const std::string& line : {"X:/v"s, "A/v"s, "A:"s, ""s, "A:/a\0b"s})
+        EXPECT_EQ(Served(lines + line + "\n\n"), (Texts{"Eline 3 is no request", ""}));
 }
 
 TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {

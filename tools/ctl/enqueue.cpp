@@ -1,6 +1,5 @@
 #include "tools/ctl/enqueue.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,10 +15,10 @@ namespace {
 constexpr size_t kInputMax = 64 << 20;  // bytes: some 600,000 requests
 
 /// Reads to the end.  Returns the reason of a failure, or "".
-std::string ReadInput(std::string* text) {
+std::string ReadInput(int fd, std::string* text) {
     char block[65536];
     for (;;) {
-        const ssize_t length = read(STDIN_FILENO, block, sizeof block);
+        const ssize_t length = read(fd, block, sizeof block);
         if (length < 0 && errno == EINTR) continue;
         if (length < 0) return strerror(errno);
         if (length == 0) return "";
@@ -33,45 +32,49 @@ bool IsRequest(std::string_view line) {
            strchr("ADNRTUad", line[0]) != nullptr && line.find('\0') == std::string_view::npos;
 }
 
-/// Counts the lines, and gives the last one its end.  Returns what is wrong with one of them, or "".
+/// Counts the lines.  Returns what is wrong with one of them, or "": the last one must be whole, too, or it
+/// may be the beginning of what a writer that died had to say.
 std::string CheckLines(Submission* submission) {
-    std::string& lines = submission->lines;
-    if (!lines.empty() && lines.back() != '\n') lines += '\n';
+    const std::string_view lines = submission->lines;
     for (size_t at = 0, end = 0; at < lines.size(); at = end + 1) {
         end = lines.find('\n', at);
-        ++submission->requests;
-        if (!IsRequest(std::string_view(lines).substr(at, end - at)))
-            return "line " + std::to_string(submission->requests) + " is no request";
+        const std::string name = "line " + std::to_string(++submission->requests);
+        if (end == std::string_view::npos) return name + " has no end";
+        if (!IsRequest(lines.substr(at, end - at))) return name + " is no request";
     }
     return "";
 }
 
-bool IsSocket(int fd) {
-    struct stat status;
-    return fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode);
-}
-
-/// The exit code is for the service's log: the caller gets the answer.
-int Serve(const Places& places, const std::string& lines, const std::string& refusal) {
-    Queued queued;
-    if (!refusal.empty())
-        queued.batch.error = refusal;
-    else if (!lines.empty())
-        queued.batch = QueueAppend(places.queue, lines);  // never by the service, which this is
-    if (queued.batch.error.empty()) queued.wake = DaemonWake(places.pid_file);
-    return AnswerSend(STDIN_FILENO, queued) ? kExitDone : kExitFiles;
+/// Takes the mark of the end away.  Returns what is wrong, or "".
+std::string CheckEnd(std::string* lines) {
+    const bool is_whole = *lines == kEndOfRequests || lines->ends_with("\n" + std::string(kEndOfRequests));
+    if (!is_whole) return "the requests were cut off on their way";
+    lines->resize(lines->size() - strlen(kEndOfRequests));
+    return "";
 }
 
 }  // namespace
 
 int Enqueue(const Context& context, const WaitOptions& options) {
     Submission submission;
-    std::string refusal = ReadInput(&submission.lines);
+    std::string refusal = ReadInput(STDIN_FILENO, &submission.lines);
     if (refusal.empty()) refusal = CheckLines(&submission);
-    if (IsSocket(STDIN_FILENO)) return Serve(context.places, submission.lines, refusal);
     if (refusal.empty()) return Submit(context, submission, options);
     Complain("standard input: %s", refusal.c_str());
     return kExitUsage;
+}
+
+int QueueServe(const Places& places, int peer) {
+    Submission submission;
+    Queued queued;
+    std::string& refusal = queued.batch.error;
+    refusal = ReadInput(peer, &submission.lines);
+    if (refusal.empty()) refusal = CheckEnd(&submission.lines);
+    if (refusal.empty()) refusal = CheckLines(&submission);
+    if (refusal.empty() && submission.requests > 0)
+        queued.batch = QueueAppend(places.queue, submission.lines);  // never by the service, which this is
+    if (refusal.empty()) queued.wake = DaemonWake(places.pid_file);
+    return AnswerSend(peer, queued) ? kExitDone : kExitFiles;
 }
 
 }  // namespace koli::ctl
