@@ -158,18 +158,52 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
         EXPECT_FALSE(QueueAppend(dir.Path(bad), "a:/5\n").file.valid()) << bad;
 }
 
-/// What the queue's service answers, and has queued then.
-Texts Served(const std::string& sent) {
-    const test::TempDir dir;
+/// A process of the daemon's name that leaves its signal pending.
+class FakeDaemon {
+  public:
+    explicit FakeDaemon(const std::string& pid_file) {
+        sigset_t usr1;
+        sigemptyset(&usr1);
+        sigaddset(&usr1, SIGUSR1);
+        sigprocmask(SIG_BLOCK, &usr1, nullptr);
+        prctl(PR_SET_NAME, "koliindexd");  // the child inherits both
+        pid_ = fork();
+        if (pid_ == 0) _exit(static_cast<int>(sleep(600)));
+        prctl(PR_SET_NAME, "koliindexd2");
+        sigprocmask(SIG_UNBLOCK, &usr1, nullptr);
+        std::ofstream(pid_file) << pid_;
+    }
+    ~FakeDaemon() {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    FakeDaemon(const FakeDaemon&) = delete;
+    FakeDaemon& operator=(const FakeDaemon&) = delete;
+    pid_t pid() const { return pid_; }
+    bool IsSignalled() const {
+        const std::string status = test::ReadFile("/proc/" + std::to_string(pid_) + "/status");
+        const size_t at = status.find("ShdPnd:");
+        return (strtoull(status.c_str() + at + 7, nullptr, 16) >> (SIGUSR1 - 1) & 1) != 0;
+    }
+
+  private:
+    pid_t pid_;
+};
+
+/// What the queue's service answers, and what the queue begins with then.
+Texts Served(const std::string& sent, const test::TempDir& dir = {}) {
     int ends[2];
     EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
     const UniqueFd caller(ends[0]), service(ends[1]);
     EXPECT_EQ(write(caller.get(), sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
     shutdown(caller.get(), SHUT_WR);
-    EXPECT_EQ(QueueServe({dir.Path("queue"), dir.Path("batch"), dir.Path("pid")}, service.get()), kExitDone);
-    char answer[200];
+    EXPECT_EQ(QueueServe({dir.Path("queue"), "", dir.Path("pid")}, {"/v/music", "/v/photo"}, service.get()),
+              kExitDone);
+    char answer[200], queue[200];
     const ssize_t length = read(caller.get(), answer, sizeof answer);
-    return {{answer, static_cast<size_t>(length)}, test::ReadFile(dir.Path("queue"))};
+    std::ifstream file(dir.Path("queue"));
+    file.read(queue, sizeof queue);
+    return {{answer, static_cast<size_t>(length)}, {queue, static_cast<size_t>(file.gcount())}};
 }
 
 TEST(QueueService, TakesAllThatACallerHadToSayOrNothing) {
@@ -182,19 +216,52 @@ TEST(QueueService, TakesAllThatACallerHadToSayOrNothing) {
         EXPECT_EQ(Served(lines + line + "\n\n"), (Texts{"Eline 3 is no request", ""}));
 }
 
+TEST(QueueService, TakesWhatIsNotOnlyRootsToAsk) {
+    for (const std::string line : {"A:/v/music", "a:/v//music/./x", "D:/v/music/x", "d:/v/photo/..x", "R:all",
+                                   "R:photo", "U:photo", "N:/v/photo/New:/v/music/Trip"})
+        EXPECT_EQ(Served(line + "\n\n"), (Texts{"Q1", line + "\n"}));
+    for (const std::string line :
+         {"A:/etc", "A:/v/music/../../etc", "A:/v/musical", "a:v/music/x", "D:/v/music/", "d:/v",
+          "N:/v/photo/a:/etc/b", "N:/etc/b:/v/photo/a", "N:/v/photo/a", "N:/v/photo/a:/v/photo/b:/v/photo/c",
+          "N::/v/photo/a", "N:/v/photo/a:"})
+        EXPECT_EQ(Served(line + "\n\n"),
+                  (Texts{"Eline 1 names what is in no share, which is only root's to ask", ""}));
+    for (const std::string line : {"T:photo_share", "R:books", "U:music"})
+        EXPECT_EQ(Served(line + "\n\n"), (Texts{"Eline 1 is only root's to ask", ""}));
+    const test::TempDir dir;
+    fs::resize_file(dir.Write("queue", ""), (64 << 20) - 5);  // 64 MiB may wait
+    EXPECT_EQ(Served("U:photo\n\n", dir)[0], "Etoo many requests wait there already");
+}
+
+TEST(QueueService, PutsTheDaemonOffForNoLongerThanAMinute) {
+    for (const bool is_old : {false, true}) {
+        const test::TempDir dir;
+        const FakeDaemon daemon(dir.Path("pid"));
+        EXPECT_EQ(Served("\n", dir), (Texts{"Q0", ""}));
+        dir.Write("queue", "a:/1\n");
+        EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "a:/1\nU:photo\n"}));
+        EXPECT_EQ(Served("\n", dir)[0], "Q0");
+        EXPECT_FALSE(daemon.IsSignalled());
+        const timespec times[2] = {{time(nullptr) - 60, 0}, {0, UTIME_OMIT}};
+        if (is_old)
+            utimensat(AT_FDCWD, dir.Path("queue").c_str(), times, 0);
+        else
+            unlink(dir.Path("queue").c_str());
+        Served(is_old ? "\n" : "U:photo\n\n", dir);
+        EXPECT_TRUE(daemon.IsSignalled());
+    }
+}
+
 TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
     const test::TempDir dir;
     const Places places{dir.Path("queue"), dir.Path("batch"), dir.Path("pid")};
     EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
     dir.Write("pid", std::to_string(getpid()));  // somebody else has got the pid
     EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
-    prctl(PR_SET_NAME, "koliindexd");  // the child inherits it
-    const pid_t daemon = fork();
-    if (daemon == 0) _exit(static_cast<int>(sleep(600)));
     prctl(PR_SET_NAME, "koliindexd2");
     EXPECT_EQ(DaemonPid(places.pid_file), 0);
-    dir.Write("pid", std::to_string(daemon));
-    EXPECT_EQ(DaemonPid(places.pid_file), daemon);
+    const FakeDaemon daemon(places.pid_file);
+    EXPECT_EQ(DaemonPid(places.pid_file), daemon.pid());
 
     const WaitLimits limits{.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5};
     QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
@@ -208,10 +275,9 @@ TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
     };
     EXPECT_EQ(BatchWait(batch.file, places, {.look_every_ms = 5, .tell_every_ms = 5}, take_over),
               BatchEnd::kExecuted);
+    EXPECT_FALSE(daemon.IsSignalled());
     EXPECT_EQ(DaemonWake(places.pid_file), Wake::kWoken);
-    int status = 0;
-    waitpid(daemon, &status, 0);
-    EXPECT_EQ(WTERMSIG(status), SIGUSR1);
+    EXPECT_TRUE(daemon.IsSignalled());
 }
 
 }  // namespace

@@ -233,6 +233,8 @@ class Package(harness.DaemonTest):
         self.assertIn(path, told(0, member, "list"))
         for code, *refused in ((5, "list"), (5, "status"), (4, "add", path)):
             self.assertIn('; members of the group "koliindex" may', told(code, other, *refused))
+        for root_only in (["add", "/tmp"], ["truncate", "--yes", "photo_share"]):
+            self.assertIn("only root's to ask", told(4, member, *root_only))
         self.assertFalse(os.path.exists(appliance.QUEUE))
         modes = {os.stat(file).st_mode & 0o7777 for file in glob.glob(f"{appliance.STORE}/*.db*")}
         self.assertEqual((modes, os.stat(appliance.STORE).st_mode & 0o7777), ({0o640}, 0o2750))

@@ -12,6 +12,7 @@
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/list.h"
 #include "tools/ctl/repair.h"
+#include "tools/ctl/request_line.h"
 #include "tools/ctl/requests.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/show.h"
@@ -97,7 +98,8 @@ void AddRequests(CLI::App& app, Arguments& a) {
     // For the unit of the queue's service alone: who calls it, and with what standard input, does not tell.
     enqueue->add_flag("--serve", a.is_service)->group("");
     SetWork(enqueue, a, [&a] {
-        return a.is_service ? QueueServe(a.context.places, STDIN_FILENO) : Enqueue(a.context, a.sync.wait);
+        return a.is_service ? QueueServe(a.context.places, ShareFolders("all"), STDIN_FILENO)
+                            : Enqueue(a.context, a.sync.wait);
     });
 
     for (CLI::App* command : {add, remove, rename, enqueue})

@@ -100,17 +100,19 @@ bool IsDaemon(int pid) {
 
 }  // namespace
 
-QueuedBatch QueueAppend(const std::string& queue, const std::string& lines) {
+QueuedBatch QueueAppend(const std::string& queue, const std::string& lines, int64_t limit) {
     UniqueFd file = OpenLocked(queue.c_str());
     if (!file.valid()) return {{}, strerror(errno), errno};
     struct stat status;
     if (fstat(file.get(), &status) != 0) return {{}, strerror(errno), errno};
     if (!S_ISREG(status.st_mode)) return {{}, "it is no regular file"};
+    if (status.st_size > limit - static_cast<int64_t>(lines.size()))
+        return {{}, "too many requests wait there already"};
     const std::string end = EndOfOpenLine(file.get(), status.st_size);
     std::string error = AppendWhole(file.get(), status.st_size, end.empty() ? lines : end + lines);
     flock(file.get(), LOCK_UN);
     if (!error.empty()) return {{}, std::move(error)};
-    return {std::move(file), ""};
+    return {.file = std::move(file), .error = "", .was_empty = status.st_size == 0};
 }
 
 int DaemonPid(const std::string& pid_file) {
