@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "base/passing_error.h"
+#include "platform/host/file_privacy.h"
 
 namespace koli::host {
 namespace {
@@ -40,6 +41,7 @@ constexpr const char kSettings[] =
 void CreateForGroup(const std::string& file) {
     const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kDatabaseMode);
     if (fd >= 0) close(fd);
+    KeepFromOthers(file);
 }
 
 /// mmap() for the engine: the write-ahead log's index is shared memory, and a child that is taken over by

@@ -227,6 +227,10 @@ class Package(harness.DaemonTest):
             return as_user(SOMEBODY, *command)
 
         path = self.put("/volume1/music/song.mp3")
+        self.index()
+        for file in glob.glob(f"{appliance.STORE}/*"):
+            os.chmod(file, 0o644)  # as an earlier version has made them
+        os.chmod(appliance.STORE, 0o755)
         serve_queue()
         self.start()
         told(0, member, "add", "--wait", path)
