@@ -39,6 +39,7 @@ constexpr const char kSettings[] =
 
 /// Makes a new database for its owner and the directory's group; its logs get owner, group and mode from it.
 void CreateForGroup(const std::string& file) {
+    if (!file.starts_with('/')) return;  // ":memory:"
     const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kDatabaseMode);
     if (fd >= 0) close(fd);
     KeepFromOthers(file);
