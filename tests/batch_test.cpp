@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "base/written_file_systems.h"
 #include "daemon/kept_batch.h"
 #include "daemon/queue.h"
 #include "daemon/queue_line.h"
@@ -18,6 +19,13 @@
 #include "platform/koliindex.h"
 #include "tests/fake_index.h"
 #include "tests/fixture.h"
+
+/// Of a share that has shut down for good, or of a sound one.
+static int share_error = 0;
+extern "C" int syncfs(int) noexcept {
+    errno = share_error;
+    return share_error == 0 ? 0 : -1;
+}
 
 namespace koli::test {
 
@@ -102,6 +110,28 @@ TEST_F(Batch, WaitsForSettingsThatCannotBeReadNow) {
     EXPECT_EQ(support_photo, 1);
     fake.unreadable = EACCES;  // for good: as if there were none
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));
+}
+
+TEST_F(Batch, WaitsForAShareThatCannotBeSyncedButNotForEver) {
+    MakeDir("new\nline");
+    const std::string fault = "(new?line/: Input/output error)";
+    share_error = EIO;
+    for (const char* told :
+         {"be tried again in 10 s. ", "be tried again in 20 s. ", "lost what was written. "}) {
+        if (!IsBatchKept()) Write("queue", "T:table\n");
+        FileSystemWritten(1, "new\nline/cover1.jpg");
+        if (IsBatchKept()) WrittenFileSystemsSync();  // before the end
+        Run();
+        ASSERT_EQ(fake.log.size(), 1U);
+        EXPECT_TRUE(fake.log[0].ends_with(told + fault)) << fake.log[0];
+    }
+    EXPECT_FALSE(Exists("queue.tmp") || IsBatchKept());
+    Write("queue", "T:table\n");
+    FileSystemWritten(1, "new\nline/cover1.jpg");
+    Run();
+    EXPECT_TRUE(Exists("queue.tmp"));
+    Run();  // nothing is written now
+    EXPECT_FALSE(Exists("queue.tmp"));
 }
 
 TEST_F(Batch, EndsWhenBothDatabasesRefuse) {

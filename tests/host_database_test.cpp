@@ -187,7 +187,7 @@ TEST_F(Store, ADamagedFileFailsEachOperationForGoodAndIsLeftAlone) {
     EXPECT_NE(MediaInfoDBDelete(kStoreBelowDirectory, "/m"), 0);
     EXPECT_EQ(MediaInfoDBOpen(0, "*", nullptr, 0, nullptr, 0, 0, 0), nullptr);
     EXPECT_EQ(MediaDBVacuum(), -1);
-    EXPECT_EQ(log_lines, 1);
+    EXPECT_EQ(log_lines, 2);  // the first one tells that everybody could read it
     SavePhoto("/p/a.jpg", "the other one works");
     EXPECT_EQ(KOLIDBSync(), 0);  // no batch waits for it
     DatabaseDirectorySet(directory_.c_str());
@@ -265,7 +265,23 @@ TEST_F(Store, TheSettingsChooseTheDirectory) {
     const std::string value = "sqlite:" + Path("configured");
     engine_key = value.c_str();
     SavePhoto("/p/a.jpg", "t");
-    EXPECT_TRUE(std::filesystem::exists(Path("configured/photo.db")));
+    DatabaseDirectorySet(nullptr);
+    // Those of an earlier version, and what somebody has put into their place.
+    for (const char* name : {"photo.db", "photo.db-wal", "photo.db-shm"}) {
+        std::ofstream(Path("configured/"s + name), std::ios::app).flush();
+        ASSERT_EQ(chmod(Path("configured/"s + name).c_str(), 0664), 0);
+    }
+    std::filesystem::create_symlink(Write("foreign", ""), Path("configured/media.db"));
+    ASSERT_EQ(chmod(Path("foreign").c_str(), 0664), 0);
+    log_lines = 0;
+    SavePhoto("/p/b.jpg", "t");
+    SaveMusic("/m/a");
+    EXPECT_EQ(log_lines, 1);
+    for (const auto& [name, mode] : {std::pair("configured/photo.db", 0660),
+                                     {"configured/photo.db-wal", 0660},
+                                     {"configured/photo.db-shm", 0660},
+                                     {"foreign", 0664}})
+        EXPECT_EQ(static_cast<int>(std::filesystem::status(Path(name)).permissions()), mode) << name;
     engine_key = nullptr;
     SqlFailure failure;
     EXPECT_EQ(EngineIn("", &failure)->place(), "/var/lib/koli");

@@ -191,6 +191,7 @@ TEST_F(RepairTest, EachKindOfDamageIsToldAndWhatIsLeftIsSaved) {
              Overwrite("photo.db", static_cast<size_t>(at) * kPage - 3, "xyz");
          },
          false, all, all, true}};
+    fs::remove(":memory:");
     for (const Case& damaged : cases) {
         SCOPED_TRACE(damaged.what);
         Make();
@@ -211,6 +212,7 @@ TEST_F(RepairTest, EachKindOfDamageIsToldAndWhatIsLeftIsSaved) {
         EXPECT_LE(saved.size(), damaged.most);
         EXPECT_TRUE(std::includes(before.begin(), before.end(), saved.begin(), saved.end()));
     }
+    EXPECT_FALSE(fs::exists(":memory:"));
 }
 
 TEST_F(RepairTest, NothingThatStandsInTheFileBringsTheRepairDown) {

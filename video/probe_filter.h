@@ -22,8 +22,9 @@ struct ProbeFilter {
 /// once per daemon, not per child.  Returns 0; -1 with errno set, and `length` 0, when it could not be built.
 int ProbeFilterBuild(ProbeFilter* filter);
 
-/// Builds the filter of a program that reads a file: no network, no other process is looked into, and its
-/// group of processes is not left; all else is allowed.  Returns as ProbeFilterBuild does.
+/// Builds the filter of a program that reads a file: no network, no file's length, mode, owner, times or
+/// attributes are changed, no other process is looked into, changed or, but for its own group, signalled, and
+/// that group is not left; all else is allowed.  Returns as ProbeFilterBuild does.
 int ProgramFilterBuild(ProbeFilter* filter);
 
 /// Puts this process under the filter for good, with `flags` of seccomp(2).  Needs PR_SET_NO_NEW_PRIVS.

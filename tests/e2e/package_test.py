@@ -227,12 +227,18 @@ class Package(harness.DaemonTest):
             return as_user(SOMEBODY, *command)
 
         path = self.put("/volume1/music/song.mp3")
+        self.index()
+        for file in glob.glob(f"{appliance.STORE}/*"):
+            os.chmod(file, 0o644)  # as an earlier version has made them
+        os.chmod(appliance.STORE, 0o755)
         serve_queue()
         self.start()
         told(0, member, "add", "--wait", path)
         self.assertIn(path, told(0, member, "list"))
         for code, *refused in ((5, "list"), (5, "status"), (4, "add", path)):
             self.assertIn('; members of the group "koliindex" may', told(code, other, *refused))
+        for root_only in (["add", "/tmp"], ["truncate", "--yes", "photo_share"]):
+            self.assertIn("only root's to ask", told(4, member, *root_only))
         self.assertFalse(os.path.exists(appliance.QUEUE))
         modes = {os.stat(file).st_mode & 0o7777 for file in glob.glob(f"{appliance.STORE}/*.db*")}
         self.assertEqual((modes, os.stat(appliance.STORE).st_mode & 0o7777), ({0o640}, 0o2750))

@@ -1,5 +1,6 @@
 #include "tools/ctl/command_line.h"
 
+#include <unistd.h>
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
@@ -11,6 +12,7 @@
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/list.h"
 #include "tools/ctl/repair.h"
+#include "tools/ctl/request_line.h"
 #include "tools/ctl/requests.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/show.h"
@@ -41,6 +43,7 @@ struct Arguments {
     std::vector<std::string> paths;
     std::string first, second;  // single positional arguments
     bool is_sure = false;
+    bool is_service = false;  // of the queue, for one caller
     SyncOptions sync;
     ListOptions list;
     SetupOptions setup;
@@ -92,7 +95,12 @@ void AddRequests(CLI::App& app, Arguments& a) {
 
     CLI::App* enqueue =
         AddCommand(app, "enqueue", "Queue the request lines of the standard input", "enqueue <requests", a);
-    SetWork(enqueue, a, [&a] { return Enqueue(a.context, a.sync.wait); });
+    // For the unit of the queue's service alone: who calls it, and with what standard input, does not tell.
+    enqueue->add_flag("--serve", a.is_service)->group("");
+    SetWork(enqueue, a, [&a] {
+        return a.is_service ? QueueServe(a.context.places, ShareFolders("all"), STDIN_FILENO)
+                            : Enqueue(a.context, a.sync.wait);
+    });
 
     for (CLI::App* command : {add, remove, rename, enqueue})
         AddWaitOptions(command, a.sync.wait);

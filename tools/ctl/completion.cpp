@@ -35,10 +35,11 @@ constexpr const char kTail[] = R"(        *) return ;;
 complete -F _koliindexctl koliindexctl
 )";
 
-/// The long names of all options, separated by blanks.
+/// The long names of all options that are not hidden, separated by blanks.
 std::string OptionsOf(const CLI::App& app) {
     std::string names;
-    for (const CLI::Option* option : app.get_options())
+    for (const CLI::Option* option :
+         app.get_options([](const CLI::Option* one) { return !one->get_group().empty(); }))
         for (const std::string& name : option->get_lnames())
             names.append(names.empty() ? "" : " ").append("--").append(name);
     return names;

@@ -80,7 +80,7 @@ Queued Ask(const Places& places, const std::string& lines, const std::string& re
     const UniqueFd fd = Connect(places.service);
     if (!fd.valid()) return {{{}, refusal + JoinHint(places.service)}, Wake::kNotPermitted};
     Queued queued{{{}, kNoAnswer}, Wake::kNotPermitted};
-    SendWhole(fd.get(), lines);
+    SendWhole(fd.get(), lines + kEndOfRequests);
     const std::string answer = ReceiveAnswer(fd.get(), &queued.batch.file);
     if (answer.size() > 1 && answer[0] == 'E') queued.batch.error = answer.substr(1);
     if (answer.size() != 2 || answer[0] != 'Q') return queued;

@@ -50,6 +50,18 @@ std::string VolumePath(const std::string& path) {
     return path;
 }
 
+std::vector<std::string> ShareFolders(const std::string& library) {
+    std::vector<std::string> folders;
+    for (const std::string link : {paths::kMusicShare, paths::kVideoShare, paths::kPhotoShare}) {
+        char target[kPathSize];
+        const size_t name = link.rfind('/') + 1;
+        if (library != "all" && library != link.substr(name)) continue;
+        if (ShareTargetGet(link.c_str(), target) == 0)
+            folders.push_back(AbsolutePath(target, link.substr(0, name)));
+    }
+    return folders;
+}
+
 std::string DaemonPath(std::string_view path) {
     char folder[PATH_MAX];
     if (getcwd(folder, sizeof folder) == nullptr) folder[0] = '\0';

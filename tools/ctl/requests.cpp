@@ -39,18 +39,6 @@ void AddLine(const std::string& line, Submission* submission) {
     ++submission->requests;
 }
 
-/// Where the share links lead.
-std::vector<std::string> ShareFolders(const std::string& library) {
-    std::vector<std::string> folders;
-    for (const std::string name : {"music", "video", "photo"}) {
-        char target[kPathSize];
-        const std::string link = "/var/services/" + name;
-        if ((library == name || library == "all") && ShareTargetGet(link.c_str(), target) == 0)
-            folders.push_back(AbsolutePath(target, "/var/services"));
-    }
-    return folders;
-}
-
 /// A folder and a file that are gone look alike; what the databases say decides.  Without them the request
 /// for a folder removes either.
 char RemoveCode(const StoreReader& store, bool is_readable, const std::string& path) {

@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "base/passing_error.h"
+#include "platform/host/file_privacy.h"
 #include "platform/host/sqlite/dialect.h"
 #include "platform/host/sqlite/folder_rows.h"
 #include "platform/host/sqlite/statement.h"
@@ -42,8 +43,10 @@ constexpr const char kSettings[] =
 
 /// Makes a new database for its owner and the directory's group; its logs get owner, group and mode from it.
 void CreateForGroup(const std::string& file) {
+    if (!file.starts_with('/')) return;  // ":memory:"
     const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kDatabaseMode);
     if (fd >= 0) close(fd);
+    KeepFromOthers(file);
 }
 
 bool IsOnlyBlank(const char* text, const char* end) {
