@@ -60,9 +60,9 @@ TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {
     const std::string song = Write("a.mp3", "x");
     const auto next_life = [&](bool has_batch) {  // after one that ended in the middle of the song
         char path[kPathSize];
-        EXPECT_EQ(ReadingMarkOpen("mark"), 0);
+        EXPECT_TRUE(ReadingMarkOpen("mark"));
         ReadingMarkSet(song.c_str());
-        EXPECT_EQ(ReadingMarkOpen("mark"), 0);
+        EXPECT_TRUE(ReadingMarkOpen("mark"));
         return ReadingMarkTakeOver(has_batch, path);
     };
     const auto calls = [&] {
@@ -87,7 +87,7 @@ TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {
     EXPECT_EQ(next_life(true), 3);
     EXPECT_EQ(calls(), Lines{});
     Write("mark", "damaged");
-    ASSERT_EQ(ReadingMarkOpen("mark"), 0);
+    ASSERT_TRUE(ReadingMarkOpen("mark"));
     EXPECT_EQ(calls(), opened);
 }
 

@@ -44,7 +44,7 @@ std::string VolumePath(const std::string& path) {
         if (!path.starts_with(link)) continue;
         const std::string rest = path.substr(link.size());
         char target[kPathSize];
-        if ((!rest.empty() && rest.front() != '/') || ShareTargetGet(link.data(), target) != 0) continue;
+        if ((!rest.empty() && rest.front() != '/') || !ShareTargetGet(link.data(), target)) continue;
         return AbsolutePath(target + rest, link.substr(0, link.rfind('/')));
     }
     return path;

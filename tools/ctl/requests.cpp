@@ -45,7 +45,7 @@ std::vector<std::string> ShareFolders(const std::string& library) {
     for (const std::string name : {"music", "video", "photo"}) {
         char target[kPathSize];
         const std::string link = "/var/services/" + name;
-        if ((library == name || library == "all") && ShareTargetGet(link.c_str(), target) == 0)
+        if ((library == name || library == "all") && ShareTargetGet(link.c_str(), target))
             folders.push_back(AbsolutePath(target, "/var/services"));
     }
     return folders;
