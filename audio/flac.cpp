@@ -10,7 +10,6 @@
 #include "base/float_to_uint.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
-#include "base/reading.h"
 #include "index/record/util.h"
 
 namespace koli {
@@ -64,24 +63,26 @@ void StoreComment(const FLAC__StreamMetadata_VorbisComment_Entry& entry, MediaIn
 
 }  // namespace
 
-int FlacMetadataRead(const char* path, MediaInfo* record) {
+int FlacMetadataRead(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
     struct stat status;
     const bool is_known = stat(path, &status) == 0;
-    if (!is_known) ReadingFailed(errno);
+    if (!is_known) reading.ReadFailed(errno);
     if (!is_known || !S_ISREG(status.st_mode)) {
         KOLI_LOG("%s (%d) Stat file error: %s.", path);
+        reading.CannotParse("it is no regular file");
         return -1;
     }
 
     compat::MediaFile file;
     const FlacBlock stream_info =
-        file.Open(path) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
+        file.Open(path, reading) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
     if (stream_info == nullptr) {
         KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path);
+        reading.CannotParse("there is no readable FLAC stream information in it");
         return -1;
     }
     StoreStreamInfo(stream_info->data.stream_info, status.st_size, record);
@@ -89,6 +90,7 @@ int FlacMetadataRead(const char* path, MediaInfo* record) {
     const FlacBlock tags = FlacBlockRead(file, FLAC__METADATA_TYPE_VORBIS_COMMENT);
     if (tags == nullptr) {
         KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path);
+        reading.CannotParse("there are no readable FLAC comments in it");
         return -1;
     }
     const FLAC__StreamMetadata_VorbisComment& comments = tags->data.vorbis_comment;
@@ -97,13 +99,13 @@ int FlacMetadataRead(const char* path, MediaInfo* record) {
     return 0;
 }
 
-int FlacFileAdd(const char* path) {
+int FlacFileAdd(const char* path, FileReading& reading) {
     MediaInfo record;
-    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     MediaInfoNames(path, NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
-    if (FlacMetadataRead(path, &record) < 0) {
+    if (FlacMetadataRead(path, &record, reading) < 0) {
         KOLI_LOG("%s (%d) Failed to parse music metadata.");
         result = 1;
     }

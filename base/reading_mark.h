@@ -12,6 +12,10 @@
 
 namespace koli {
 
+/// The reason that is told of a file that must not be opened.
+inline constexpr char kBroughtDown[] =
+    "the file has brought the daemon down twice and is not opened until it changes";
+
 /// What is remembered of the file that is about to be read.
 enum class PastReading {
     kNothing,

@@ -7,7 +7,6 @@
 #include <cerrno>
 
 #include "base/open_file.h"
-#include "base/reading.h"
 
 namespace koli::compat {
 namespace {
@@ -20,13 +19,12 @@ MediaFile::~MediaFile() {
     if (descriptor_ >= 0) close(descriptor_);
 }
 
-bool MediaFile::Open(const char* path) {
-    ReadingOpen(path);
+bool MediaFile::Open(const char* path, FileReading& reading) {
+    reading_ = &reading;
     descriptor_ = OpenForReading(path);
-    if (descriptor_ < 0) ReadingFailed(errno);
     struct stat status;
     if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
-        ReadingFailed(errno);
+        reading.ReadFailed(errno);
         return false;
     }
     if (!S_ISREG(status.st_mode)) return false;
@@ -36,11 +34,11 @@ bool MediaFile::Open(const char* path) {
 
 size_t MediaFile::Read(int64_t offset, void* buffer, size_t count) const {
     size_t done = 0;
-    while (done < count && ReadingMayGoOn()) {
+    while (done < count && reading_->MayGoOn()) {
         const ssize_t got = pread(descriptor_, static_cast<char*>(buffer) + done, count - done,
                                   offset + static_cast<int64_t>(done));
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) ReadingFailed(errno);
+        if (got < 0) reading_->ReadFailed(errno);
         if (got <= 0) break;
         done += static_cast<size_t>(got);
     }

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/file_reading.h"
+
 namespace koli::compat {
 
 /// An open regular file.  Closed by its destructor.
@@ -14,9 +16,9 @@ class MediaFile {
     MediaFile(const MediaFile&) = delete;
     MediaFile& operator=(const MediaFile&) = delete;
 
-    /// Opens `path` for reading, close-on-exec.  False when it cannot be opened or is no regular file (a FIFO
-    /// or a device is not waited for).
-    bool Open(const char* path);
+    /// Opens `path` for reading, close-on-exec; `reading` must live as long as this.  False when it cannot be
+    /// opened or is no regular file (a FIFO or a device is not waited for).
+    bool Open(const char* path, FileReading& reading);
 
     /// Length in bytes at the time of Open, at most 2^62.
     int64_t size() const { return size_; }
@@ -32,6 +34,7 @@ class MediaFile {
     int64_t SkipHole(int64_t offset) const;
 
   private:
+    FileReading* reading_ = nullptr;  // that it belongs to
     int descriptor_ = -1;
     int64_t size_ = 0;
 };

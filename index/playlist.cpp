@@ -23,7 +23,7 @@ void TimeText(time_t when, char* field, size_t size) {
 
 }  // namespace
 
-int PlaylistFileAdd(const char* path) {
+int PlaylistFileAdd(const char* path, FileReading&) {
     if (path == nullptr || *path == '\0') {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <memory>
 
@@ -15,7 +16,6 @@
 #include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
-#include "base/reading.h"
 #include "photo/exif_memory.h"
 
 namespace koli {
@@ -36,6 +36,7 @@ ExifMemory memory;
 struct Unref {
     void operator()(ExifLoader* loader) const { exif_loader_unref(loader); }
     void operator()(ExifData* data) const { exif_data_unref(data); }
+    void operator()(ExifLog* log) const { exif_log_unref(log); }
 };
 using ExifDataPtr = std::unique_ptr<ExifData, Unref>;
 
@@ -49,26 +50,35 @@ bool Feed(ExifLoader* loader, unsigned char* bytes, size_t size) {
 }
 
 /// Does what exif_loader_write_file does, within kSearchLimit.
-void FeedFile(ExifLoader* loader, const char* path) {
-    ReadingOpen(path);
+void FeedFile(ExifLoader* loader, const char* path, FileReading& reading) {
     const int fd = OpenForReading(path);
-    if (fd < 0) return ReadingFailed(errno);
+    if (fd < 0) return reading.ReadFailed(errno);
     unsigned char block[kReadSize];
-    for (size_t total = 0; total < kSearchLimit && ReadingMayGoOn();) {
+    for (size_t total = 0; total < kSearchLimit && reading.MayGoOn();) {
         const ssize_t got = read(fd, block, sizeof block);
         if (got < 0 && errno == EINTR) continue;
-        if (got < 0) ReadingFailed(errno);
+        if (got < 0) reading.ReadFailed(errno);
         if (got <= 0 || !Feed(loader, block, static_cast<size_t>(got))) break;
         total += static_cast<size_t>(got);
     }
     close(fd);
 }
 
-/// Null for a file without EXIF data.
-ExifDataPtr Load(const char* path) {
+/// What libexif says of a block whose frame makes no sense.  Maker notes are the makers' own, and often make
+/// none.
+void NoteDamage(ExifLog*, ExifLogCode code, const char* domain, const char*, va_list, void* is_damaged) {
+    if (code == EXIF_LOG_CODE_CORRUPT_DATA && strcmp(domain, "ExifData") == 0)
+        *static_cast<bool*>(is_damaged) = true;
+}
+
+/// Null for a file without EXIF data.  `is_damaged` must live as long as what is returned.
+ExifDataPtr Load(const char* path, bool* is_damaged, FileReading& reading) {
     const std::unique_ptr<ExifLoader, Unref> loader(exif_loader_new());
     if (loader == nullptr) return nullptr;
-    FeedFile(loader.get(), path);
+    const std::unique_ptr<ExifLog, Unref> log(exif_log_new());
+    exif_log_set_func(log.get(), NoteDamage, is_damaged);
+    exif_loader_log(loader.get(), log.get());
+    FeedFile(loader.get(), path, reading);
     return ExifDataPtr(exif_loader_get_data(loader.get()));
 }
 
@@ -139,11 +149,13 @@ int StoreDirectory(const ExifContent& directory, PhotoRecord* record) {
     return 0;
 }
 
-int FillFromFile(PhotoRecord* record) {
-    const ExifDataPtr data = Load(record->path);
+int FillFromFile(PhotoRecord* record, FileReading& reading) {
+    bool is_damaged = false;
+    const ExifDataPtr data = Load(record->path, &is_damaged, reading);
     if (data == nullptr) return 0;
     for (const ExifContent* directory : data->ifd)
         if (directory != nullptr && StoreDirectory(*directory, record) != 0) return -1;
+    if (is_damaged && memory.begin() == memory.end()) reading.Trouble("the EXIF block cannot be read");
     return 0;
 }
 
@@ -155,20 +167,20 @@ int FillFromMemory(PhotoRecord* record) {
 
 }  // namespace
 
-int ExifFillPhotoRecord(PhotoRecord* record) {
+int ExifFillPhotoRecord(PhotoRecord* record, FileReading& reading) {
     if (record == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
     struct stat file;
     if (StatNear(record->path, &file) != 0) {
-        ReadingFailed(errno);
+        reading.ReadFailed(errno);
         return 0;
     }
     if (memory.Recall(file)) return FillFromMemory(record);
     memory.Begin(file);
-    const int result = FillFromFile(record);
-    if (!ReadingIsWhole()) memory.Forget();
+    const int result = FillFromFile(record, reading);
+    if (!reading.IsWhole()) memory.Forget();
     return result;
 }
 

@@ -1,6 +1,7 @@
 // The EXIF block of a picture (JEITA CP-3451).
 #pragma once
 
+#include "base/file_reading.h"
 #include "base/photo_record.h"
 
 namespace koli {
@@ -20,8 +21,9 @@ namespace koli {
 /// | 40963 | PixelYDimension  | height         | its leading number                                      |
 ///
 /// A tag that stands in several directories has its last value (of two in one directory libexif keeps the
-/// first).  What the file does not tell stays as it is.  Returns 0, also for a file without EXIF or one that
-/// cannot be read; -1 for null (logged).
-int ExifFillPhotoRecord(PhotoRecord* record);
+/// first).  What the file does not tell stays as it is.  A block that cannot be
+/// read is a trouble of `reading`.  Returns 0, also for a file without EXIF or one that cannot be read; -1
+/// for null (logged).
+int ExifFillPhotoRecord(PhotoRecord* record, FileReading& reading);
 
 }  // namespace koli

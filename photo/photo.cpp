@@ -12,6 +12,7 @@
 #include "photo/exif.h"
 #include "photo/metadata_folder.h"
 #include "photo/photo_library.h"
+#include "photo/photo_trouble.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 
@@ -50,10 +51,10 @@ void FillDate(const char* exif_date, MediaInfo* record) {
 }
 
 /// The EXIF reader fills photo records, so the values take the way over one.
-void FillFromExif(const char* path, MediaInfo* record) {
+void FillFromExif(const char* path, MediaInfo* record, FileReading& reading) {
     PhotoRecord photo{};
     CopyText(photo.path, sizeof photo.path, path);
-    ExifFillPhotoRecord(&photo);
+    ExifFillPhotoRecord(&photo, reading);
     PhotoRecordSanitize(&photo);
 
     CopyText(record->camera_make, sizeof record->camera_make, photo.camera_make);
@@ -67,20 +68,20 @@ void FillFromExif(const char* path, MediaInfo* record) {
 }
 
 /// What is asked of the file itself, once its name has an extension.
-void FillFromFile(const char* path, const char* extension, MediaInfo* record) {
+void FillFromFile(const char* path, const char* extension, MediaInfo* record, FileReading& reading) {
     KOLIIndexCTimeMTimeGet(path, record->ctime, sizeof record->ctime, record->mtime, sizeof record->mtime);
-    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(path, record);
+    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(path, record, reading);
 
     int width = 0;
     int height = 0;
-    if (KOLIIndexImgResGet(path, &width, &height) != 0) return;
+    if (!PictureSizeGet(path, &width, &height, reading)) return;
     record->width = static_cast<uint32_t>(width);
     record->height = static_cast<uint32_t>(height);
 }
 
 }  // namespace
 
-int PhotoMediaAdd(const char* path) {
+int PhotoMediaAdd(const char* path, FileReading& reading) {
     if (path == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
@@ -94,7 +95,7 @@ int PhotoMediaAdd(const char* path) {
     record.file_size = size;
     TitleFromPath(path, record.title, sizeof record.title);
     if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
-    if (const char* dot = strrchr(path, '.'); dot != nullptr) FillFromFile(path, dot + 1, &record);
+    if (const char* dot = strrchr(path, '.'); dot != nullptr) FillFromFile(path, dot + 1, &record, reading);
     return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "%s (%d) Failed to save playlist info.");
 }
 

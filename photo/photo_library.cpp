@@ -9,7 +9,6 @@
 #include "base/foothold.h"
 #include "base/log.h"
 #include "base/path_names.h"
-#include "base/reading.h"
 #include "index/record/index_mode.h"
 #include "photo/absence.h"
 #include "photo/caption.h"
@@ -48,9 +47,9 @@ void FillNames(const char* path, PhotoRecord* record) {
 }
 
 /// A look at the picture has failed, with errno set.  A link that leads nowhere is no picture.
-PhotoOutcome OutcomeOfFailure(const char* path) {
+PhotoOutcome OutcomeOfFailure(const char* path, FileReading& reading) {
     if (!MeansAbsent(errno)) {
-        ReadingFailed(errno);
+        reading.ReadFailed(errno);
         return PhotoOutcome::kMissed;
     }
     struct stat status;
@@ -58,9 +57,9 @@ PhotoOutcome OutcomeOfFailure(const char* path) {
     return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
 }
 
-PhotoOutcome FillSize(const char* path, PhotoRecord* record) {
+PhotoOutcome FillSize(const char* path, PhotoRecord* record, FileReading& reading) {
     struct stat status;
-    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
+    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path, reading);
     if (status.st_size <= 0 || status.st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
     record->file_size = status.st_size;
     return PhotoOutcome::kStored;
@@ -75,22 +74,22 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
 }
 
 /// The values inside of the picture, and what people have handed over for it.
-void FillFromContents(const char* path, PhotoRecord* record) {
-    CaptionTitleGet(path, record);
-    CaptionDescGet(path, record);
-    ExifFillPhotoRecord(record);
+void FillFromContents(const char* path, PhotoRecord* record, CaptionHold& captions, FileReading& reading) {
+    CaptionTitleGet(path, record, captions);
+    CaptionDescGet(path, record, captions);
+    ExifFillPhotoRecord(record, reading);
     int width = 0;
     int height = 0;
-    if (KOLIIndexImgResGet(path, &width, &height) == 0) {
+    if (PictureSizeGet(path, &width, &height, reading)) {
         record->width = width;
         record->height = height;
     }
     PhotoRecordSanitize(record);
 }
 
-PhotoOutcome FillTimes(const char* path, PhotoRecord* record) {
+PhotoOutcome FillTimes(const char* path, PhotoRecord* record, FileReading& reading) {
     struct stat status;
-    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
+    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path, reading);
     if (const char* text = ctime(&status.st_ctime); text != nullptr)
         CopyText(record->ctime, sizeof record->ctime, text);
     FillMissingDate(status, record);
@@ -99,18 +98,18 @@ PhotoOutcome FillTimes(const char* path, PhotoRecord* record) {
 
 PhotoOutcome StorePhoto(const char* path, int mode) {
     if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return PhotoOutcome::kLeftOut;
-    const FileReading reading(path);
+    FileReading reading(path, KOLIDBTick);
     if (reading.past() == PastReading::kDownUnopened) return PhotoOutcome::kMissed;
-    CaptionHold captions;
+    CaptionHold captions(reading);
     PhotoRecord record{};
     FillNames(path, &record);
-    PhotoOutcome outcome = FillSize(path, &record);
+    PhotoOutcome outcome = FillSize(path, &record, reading);
     if (outcome == PhotoOutcome::kStored) {
-        if (reading.past() == PastReading::kNothing) FillFromContents(path, &record);
-        outcome = FillTimes(path, &record);
+        if (reading.past() == PastReading::kNothing) FillFromContents(path, &record, captions, reading);
+        outcome = FillTimes(path, &record, reading);
     }
     if (outcome != PhotoOutcome::kStored) {
-        PhotoTroubleTell(path, reading);
+        PhotoTroubleTell(reading);
         return outcome;
     }
     if (PhotoInfoDBSave(&record, mode) != 0) {
@@ -118,7 +117,7 @@ PhotoOutcome StorePhoto(const char* path, int mode) {
         return PhotoOutcome::kMissed;
     }
     captions.Release();
-    PhotoTroubleTell(path, reading);
+    PhotoTroubleTell(reading);
     return outcome;
 }
 

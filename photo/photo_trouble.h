@@ -5,8 +5,10 @@
 
 namespace koli {
 
-/// Records the trouble of `path`, whose reading ends here; without one, what was recorded of it before is
-/// over.
-void PhotoTroubleTell(const char* path, const FileReading& reading);
+/// Records the trouble of what has been read; without one, what was recorded of it before is over.
+void PhotoTroubleTell(const FileReading& reading);
+
+/// Asks for the size of a picture, in pixels.  False, with a trouble, when it does not tell.
+bool PictureSizeGet(const char* path, int* width, int* height, FileReading& reading);
 
 }  // namespace koli

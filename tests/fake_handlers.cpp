@@ -20,23 +20,23 @@ namespace koli {
 using test::Record;
 
 // clang-format off
-int MusicFileAdd(const char* path) { return Record(__func__, path); }
+int MusicFileAdd(const char* path, FileReading&) { return Record(__func__, path); }
 int MusicFileDelete(const char* path) { return Record(__func__, path); }
-int FlacFileAdd(const char* path) { return Record(__func__, path); }
-int AiffFileAdd(const char* path) { return Record(__func__, path); }
+int FlacFileAdd(const char* path, FileReading&) { return Record(__func__, path); }
+int AiffFileAdd(const char* path, FileReading&) { return Record(__func__, path); }
 int AiffFileDelete(const char* path) { return Record(__func__, path); }
-int AacFileAdd(const char* path) { return Record(__func__, path); }
-int MediaMusicAdd(const char* path) { return Record(__func__, path); }
+int AacFileAdd(const char* path, FileReading&) { return Record(__func__, path); }
+int MediaMusicAdd(const char* path, FileReading&) { return Record(__func__, path); }
 int MediaMusicDelete(const char* path) { return Record(__func__, path); }
-int MediaMusicSave(const char* path) { return Record(__func__, path); }
-int MediaVideoAdd(const char* path) { return Record(__func__, path); }
+int MediaMusicSave(const char* path, FileReading&) { return Record(__func__, path); }
+int MediaVideoAdd(const char* path, FileReading&) { return Record(__func__, path); }
 int MediaVideoDelete(const char* path) { return Record(__func__, path); }
-int MediaVideoSave(const char* path) { return Record(__func__, path); }
-int Mp4Add(const char* path) { return Record(__func__, path); }
+int MediaVideoSave(const char* path, FileReading&) { return Record(__func__, path); }
+int Mp4Add(const char* path, FileReading&) { return Record(__func__, path); }
 int Mp4Delete(const char* path) { return Record(__func__, path); }
-int VideoAdd(const char* path) { return Record(__func__, path); }
+int VideoAdd(const char* path, FileReading&) { return Record(__func__, path); }
 int VideoDelete(const char* path) { return Record(__func__, path); }
-int PhotoMediaAdd(const char* path) { return Record(__func__, path); }
+int PhotoMediaAdd(const char* path, FileReading&) { return Record(__func__, path); }
 int PhotoMediaDelete(const char* path) { return Record(__func__, path); }
 
 int PhotoLibraryIndex(const char* path, int mode) { return Record(__func__, path, mode); }

@@ -1,7 +1,6 @@
 // The dispatch table, the rules around the handlers, what is gone, and what a path says about its share.
 #include "index/index.h"
 
-#include "base/file_reading.h"
 #include "index/playlist.h"
 #include "index/record/index_mode.h"
 #include "index/record/share_path.h"
@@ -50,10 +49,11 @@ TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
     EXPECT_EQ(PlaylistFileDelete("loop/a.m3u"), -1);
     EXPECT_EQ(PlaylistFileDelete("a.m3u/x.m3u"), 0);
     EXPECT_EQ(fake.calls, Lines{"MediaInfoDBDelete 3 a.m3u/x.m3u"});
-    EXPECT_EQ(fake.log,
-              (Lines{"playlist (#) File exists. Skip remove it from database.",
-                     "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many "
-                     "levels of symbolic links)"}));
+    EXPECT_EQ(
+        fake.log,
+        (Lines{
+            "playlist (#) File exists. Skip remove it from database.",
+            "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many levels of symbolic links)"}));
 }
 
 TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {

@@ -51,33 +51,33 @@ int SaveUnread(int type, const char* path, LogSite site) {
 
 }  // namespace
 
-int MediaVideoAdd(const char* path) {
+int MediaVideoAdd(const char* path, FileReading& reading) {
     MediaInfo record;
     if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
     int result = -1;
-    if (MiscMediaInfoGet(path, &record) != 0) {
+    if (MiscMediaInfoGet(path, &record, reading) != 0) {
         KOLI_LOG("%s (%d) Failed to parse media metadata from file [%s].", path);
         result = 1;
     }
     return Save(kStoreVideo, &record, result, kAddTexts, LogSite(kModule));
 }
 
-int MediaMusicAdd(const char* path) {
+int MediaMusicAdd(const char* path, FileReading& reading) {
     MediaInfo record;
     if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
     int result = -1;
-    if (MiscMediaInfoGet(record.path, &record) != 0) {
+    if (MiscMediaInfoGet(record.path, &record, reading) != 0) {
         KOLI_LOG("%s:%d Failed to parse music metadata from file [%s].", record.path);
         result = 1;
     }
     return Save(kStoreMusic, &record, result, kAddTexts, LogSite(kModule));
 }
 
-int MediaVideoSave(const char* path) {
+int MediaVideoSave(const char* path, FileReading&) {
     return SaveUnread(kStoreVideo, path, LogSite(kModule));
 }
 
-int MediaMusicSave(const char* path) {
+int MediaMusicSave(const char* path, FileReading&) {
     return SaveUnread(kStoreMusic, path, LogSite(kModule));
 }
 

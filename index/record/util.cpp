@@ -29,18 +29,18 @@ int MediaInfoFill(const char* path, MediaInfo* record) {
     return 0;
 }
 
-int MediaInfoBegin(const char* path, MediaInfo* record, LogSite site) {
+bool MediaInfoBegin(const char* path, MediaInfo* record, LogSite site) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
         LogError("%s (%d) Bad parameter.", site.module, site.line);
-        return -1;
+        return false;
     }
     uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
+    if (IsFileExist(path, &size) == 0) return false;
 
     *record = MediaInfo{};
     CopyText(record->path, sizeof record->path, path);
     record->file_size = size;
-    return 0;
+    return true;
 }
 
 void MediaInfoNames(const char* path, NamesFromPath which, MediaInfo* record, LogSite site) {

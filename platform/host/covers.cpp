@@ -12,9 +12,7 @@
 #include <cstdio>
 #include <string_view>
 
-#include "base/file_reading.h"
 #include "base/held_folder.h"
-#include "base/passing_error.h"
 #include "platform/host/ea_path.h"
 #include "platform/koliindex.h"
 
@@ -69,6 +67,7 @@ int GetCoverFolder(const char* audio_path, char* folder, int size) {
 }
 
 void CleanOldCover(const char* folder) {
+    errno = 0;
     if (folder == nullptr) return;
     const int descriptor = HeldFolder::OpenAttributes(folder).Release();
     if (descriptor < 0) return;
@@ -77,11 +76,13 @@ void CleanOldCover(const char* folder) {
         close(descriptor);
         return;
     }
+    int error = 0;
     while (const dirent* entry = readdir(entries))
         if (IsCoverName(entry->d_name) && IsRegularFile(descriptor, *entry) &&
-            unlinkat(descriptor, entry->d_name, 0) != 0 && koli::IsPassingError(errno) && errno != EROFS)
-            koli::FileTrouble("An old cover cannot be removed", errno);
+            unlinkat(descriptor, entry->d_name, 0) != 0)
+            error = errno;
     closedir(entries);
+    errno = error;
 }
 
 int GetCoverPath(const char* audio_path, char* cover_path, int size, int /*picture_type*/, int index,

@@ -49,10 +49,7 @@ int KOLITruncateTable(const char* table) {
 }
 
 int MediaDBVacuum(void) {
-    return Guarded(MediaDatabase(), [&] {
-        ProblemSettle();
-        return MediaDatabase().Vacuum();
-    });
+    return Guarded(MediaDatabase(), [&] { return MediaDatabase().Vacuum(); });
 }
 
 int PhotoDBVacuum(void) {

@@ -109,14 +109,11 @@ int MediaInfoDBSave(int type, const MediaInfo* record) {
             KOLI_LOG("%s (%d) Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         RebuildNote(type, record->path);
         SqlStatement* statement = MediaDatabase().Prepare(Statements().save[type].c_str());
         if (statement == nullptr) return -1;
         EachMediaField(RecordBinder(*statement, *record));
-        if (MediaDatabase().Run(*statement) < 0) return -1;
-        ProblemSaved(record->path);
-        return 0;
+        return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
     });
 }
 
@@ -126,7 +123,6 @@ int MediaInfoDBDirSave(const char* path) {
             KOLI_LOG("%s (%d) Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         std::string directory(WithoutTrailingSlashes(path));
         if (directory.empty()) directory = "/";
         RebuildNote(kRebuildDirectory, directory);
@@ -145,7 +141,6 @@ int MediaInfoDBDelete(int type, const char* path) {
             KOLI_LOG("%s (%d) Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         if (type == kStoreBelowDirectory) return DeleteBelow(path);
         SqlStatement* statement = MediaDatabase().Prepare(Statements().remove[type].c_str());
         if (statement == nullptr) return -1;
