@@ -23,7 +23,7 @@ enum class FailureKind : uint8_t {
 /// container could not be opened".  The same fault has the same reason.
 struct Failure {
     FailureKind kind;
-    int error;         // errno of a reason that passes, else 0
+    int error;         // the errno that it tells, 0 = none
     char reason[128];  // '' = none
 };
 

@@ -128,7 +128,10 @@ int RunDecoder(const char* command, char (&line)[kLineSize], pid_t parent) {
 /// Gets the decoder's first line.  It runs in a child that is watched as a probe is, in its time and memory.
 bool DecoderLineGet(const char* command, char (&line)[kLineSize], FileReading& reading) {
     const Shared<char[kLineSize]> shared;
-    if (!shared.valid() || !ProgramGuardPrepare()) return false;
+    if (!shared.valid() || !ProgramGuardPrepare()) {
+        reading.Trouble("the AAC decoder cannot be started", errno);
+        return false;
+    }
     WatchSettings settings;
     settings.kill_child = ProgramChildKill;
     const auto body = [&](pid_t parent) { return RunDecoder(command, *shared.get(), parent); };

@@ -155,7 +155,10 @@ int FillFromFile(PhotoRecord* record, FileReading& reading) {
     if (data == nullptr) return 0;
     for (const ExifContent* directory : data->ifd)
         if (directory != nullptr && StoreDirectory(*directory, record) != 0) return -1;
-    if (is_damaged && memory.begin() == memory.end()) reading.Trouble("the EXIF block cannot be read");
+    if (is_damaged && memory.begin() == memory.end()) {
+        reading.Trouble("the EXIF block cannot be read");
+        memory.Forget();  // who asks again is to be told as well
+    }
     return 0;
 }
 

@@ -80,7 +80,8 @@ TEST_F(Probe, DoesNotRunWithoutTheFilterOfTheKernelAndTriesAgain) {
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit none{0, limit.rlim_max};
     MediaInfo record{};
-    const auto run = [&] { return GuardedProbeRun("/x", &record, Reading(), Succeed); };
+    Reading reading;
+    const auto run = [&] { return GuardedProbeRun("/x", &record, reading, Succeed); };
     setrlimit(RLIMIT_NOFILE, &none);
     for (int i = 0; i < 2; ++i)
         EXPECT_EQ(run(), 1);
@@ -88,6 +89,7 @@ TEST_F(Probe, DoesNotRunWithoutTheFilterOfTheKernelAndTriesAgain) {
     EXPECT_EQ(run(), 0);
     const std::string reason = "metamedia (#) Cannot guard the probe: building the filter failed, errno=24.";
     EXPECT_EQ(fake.log, (Lines{reason, reason}));
+    EXPECT_STREQ(reading.file.failure().reason, "the probe cannot be guarded: Too many open files");
 }
 
 TEST_F(Probe, RunsUnguardedUnlessTheSettingForbidsIt) {

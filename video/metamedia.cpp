@@ -104,7 +104,7 @@ int GuardedProbeRun(const char* path, MediaInfo* record, FileReading& reading, P
         return -1;
     }
     memcpy(shared.get(), record, sizeof *record);
-    if (!ProbeGuardPrepare()) return reading.CannotParse(kUnguarded), 1;
+    if (!ProbeGuardPrepare()) return reading.Trouble(kUnguarded, errno), 1;
     const auto body = [&](pid_t parent) { return ProbeInChild(path, shared.get(), reading, probe, parent); };
     const int result = GuardedChildRun(std::cref(body), reading, settings);
     EachMediaField(ProbedFields{*shared.get(), *record});
