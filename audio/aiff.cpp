@@ -27,17 +27,16 @@ void StoreAudioFormat(const char* path, MediaInfo* record, FileReading& reading)
 
 }  // namespace
 
-int AiffMetadataRead(const char* path, MediaInfo* record, FileReading& reading) {
+int AiffMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& reading) {
     if (!MediaInfoBegin(path, record, LogSite(kModule))) return -1;
-    StoreAudioFormat(path, record, reading);
-    MediaInfoTimes(record);
+    StoreAudioFormat(path.text(), record, reading);
     MediaInfoValid(record);
 
-    MediaInfoNames(path, NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
+    MediaInfoNames(path.text(), NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
     return 0;
 }
 
-int AiffFileAdd(const char* path, FileReading& reading) {
+int AiffFileAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
     if (AiffMetadataRead(path, &record, reading) < 0) return -1;
     return SaveMediaInfo(kStoreMusic, record, -1, LogSite(kModule),

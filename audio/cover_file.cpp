@@ -12,6 +12,7 @@
 #include "base/held_folder.h"
 #include "base/media_info.h"
 #include "base/passing_error.h"
+#include "base/regular_file.h"
 #include "base/written_file_systems.h"
 #include "platform/koliindex.h"
 
@@ -46,9 +47,8 @@ bool CopyCover(CoverSource source, int fd, FileReading& reading) {
     }
     uint8_t block[kBlockSize];
     while (source.length > 0) {
-        const ssize_t count = pread(source.file, block,
-                                    static_cast<size_t>(std::min(source.length, kBlockSize)), source.offset);
-        if (count < 0 && errno == EINTR) continue;
+        const ssize_t count = ReadAt(source.file, source.offset, block,
+                                     static_cast<size_t>(std::min(source.length, kBlockSize)));
         if (count == 0) errno = ENODATA;  // cut off in the meantime
         if (count < 0) reading.ReadFailed(errno);
         if (count <= 0 || !WriteFully(fd, block, static_cast<size_t>(count))) return false;

@@ -1,7 +1,5 @@
 #include "audio/flac.h"
 
-#include <sys/stat.h>
-
 #include <strings.h>
 #include <cerrno>
 #include <cstring>
@@ -63,33 +61,31 @@ void StoreComment(const FLAC__StreamMetadata_VorbisComment_Entry& entry, MediaIn
 
 }  // namespace
 
-int FlacMetadataRead(const char* path, MediaInfo* record, FileReading& reading) {
-    if (path == nullptr || *path == '\0' || record == nullptr) {
+int FlacMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& reading) {
+    if (path.IsEmpty() || record == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    struct stat status;
-    const bool is_known = stat(path, &status) == 0;
-    if (!is_known) reading.ReadFailed(errno);
-    if (!is_known || !S_ISREG(status.st_mode)) {
-        KOLI_LOG("%s (%d) Stat file error: %s.", path);
+    if (path.status() == nullptr) reading.ReadFailed(errno);
+    if (path.file() == nullptr) {
+        KOLI_LOG("%s (%d) Stat file error: %s.", path.text());
         reading.CannotParse("it is no regular file");
         return -1;
     }
 
-    compat::MediaFile file;
+    MediaFile file;
     const FlacBlock stream_info =
-        file.Open(path, reading) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
+        file.Open(path.text(), reading) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
     if (stream_info == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path);
+        KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path.text());
         reading.CannotParse("there is no readable FLAC stream information in it");
         return -1;
     }
-    StoreStreamInfo(stream_info->data.stream_info, status.st_size, record);
+    StoreStreamInfo(stream_info->data.stream_info, path.file()->st_size, record);
 
     const FlacBlock tags = FlacBlockRead(file, FLAC__METADATA_TYPE_VORBIS_COMMENT);
     if (tags == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path);
+        KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path.text());
         reading.CannotParse("there are no readable FLAC comments in it");
         return -1;
     }
@@ -99,17 +95,16 @@ int FlacMetadataRead(const char* path, MediaInfo* record, FileReading& reading) 
     return 0;
 }
 
-int FlacFileAdd(const char* path, FileReading& reading) {
+int FlacFileAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
     if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
-    MediaInfoNames(path, NamesFromPath::kPreset, &record, LogSite(kModule));
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
     if (FlacMetadataRead(path, &record, reading) < 0) {
         KOLI_LOG("%s (%d) Failed to parse music metadata.");
         result = 1;
     }
-    MediaInfoTimes(&record);
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
                          "%s (%d) Failed to save media info to database.");
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/file_reading.h"
+#include "base/known_path.h"
 #include "base/media_info.h"
 
 namespace koli {
@@ -9,7 +10,7 @@ namespace koli {
 /// Stores a raw AAC file as music.  0 stored with the decoder's figures; 1 the figures could not be had (the
 /// record is stored all the same, with the names derived from the path); -1 bad argument (logged), missing
 /// file, or a store that refused a record with its figures (logged).
-int AacFileAdd(const char* path, FileReading& reading);
+int AacFileAdd(const KnownPath& path, FileReading& reading);
 
 /// Runs the decoder on `path`, waits for it, for 90 seconds at most, and fills `duration`, `sample_rate`,
 /// `channels` and `audio_bitrate` from the first line that it prints:

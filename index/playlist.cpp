@@ -1,7 +1,5 @@
 #include "index/playlist.h"
 
-#include <sys/stat.h>
-
 #include <ctime>
 
 #include "base/log.h"
@@ -23,21 +21,12 @@ void TimeText(time_t when, char* field, size_t size) {
 
 }  // namespace
 
-int PlaylistFileAdd(const char* path, FileReading&) {
-    if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    struct stat status;
-    if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return -1;
-
-    MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path);
-    record.file_size = static_cast<uint64_t>(status.st_size);
-    TimeText(status.st_ctime, record.ctime, sizeof record.ctime);
-    TimeText(status.st_mtime, record.mtime, sizeof record.mtime);
-    TitleFromPath(path, record.title, sizeof record.title);
-    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
+int PlaylistFileAdd(const KnownPath& path, FileReading&) {
+    MediaInfo record;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
+    TimeText(path.file()->st_ctime, record.ctime, sizeof record.ctime);
+    TimeText(path.file()->st_mtime, record.mtime, sizeof record.mtime);
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
     return SaveMediaInfo(kStorePlaylist, record, -1, LogSite(kModule),
                          "%s (%d) Failed to save playlist info.");
 }

@@ -5,16 +5,14 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
+#include "base/metadata_folder.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/photo_record.h"
 #include "index/record/util.h"
-#include "photo/exif.h"
-#include "photo/metadata_folder.h"
 #include "photo/photo_library.h"
-#include "photo/photo_trouble.h"
+#include "photo/picture.h"
 #include "platform/koliindex.h"
-#include "platform/kolisdk.h"
 
 namespace koli {
 namespace {
@@ -50,11 +48,8 @@ void FillDate(const char* exif_date, MediaInfo* record) {
     }
 }
 
-/// The EXIF reader fills photo records, so the values take the way over one.
-void FillFromExif(const char* path, MediaInfo* record, FileReading& reading) {
-    PhotoRecord photo{};
-    CopyText(photo.path, sizeof photo.path, path);
-    ExifFillPhotoRecord(&photo, reading);
+void FillFromExif(const PhotoRecord& exif, MediaInfo* record) {
+    PhotoRecord photo = exif;
     PhotoRecordSanitize(&photo);
 
     CopyText(record->camera_make, sizeof record->camera_make, photo.camera_make);
@@ -67,35 +62,34 @@ void FillFromExif(const char* path, MediaInfo* record, FileReading& reading) {
     record->iso_speed = photo.iso_speed;
 }
 
-/// What is asked of the file itself, once its name has an extension.
-void FillFromFile(const char* path, const char* extension, MediaInfo* record, FileReading& reading) {
-    KOLIIndexCTimeMTimeGet(path, record->ctime, sizeof record->ctime, record->mtime, sizeof record->mtime);
-    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(path, record, reading);
+/// What is inside of the file, once its name has an extension.
+void FillFromContents(const KnownPath& path, const char* extension, MediaInfo* record, FileReading& reading) {
+    Picture own(path.text());
+    Picture& picture = path.picture != nullptr ? *path.picture : own;
+    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(picture.Exif(reading), record);
 
     int width = 0;
     int height = 0;
-    if (!PictureSizeGet(path, &width, &height, reading)) return;
-    record->width = static_cast<uint32_t>(width);
-    record->height = static_cast<uint32_t>(height);
+    if (picture.SizeGet(&width, &height, reading)) {
+        record->width = static_cast<uint32_t>(width);
+        record->height = static_cast<uint32_t>(height);
+    }
+    if (!reading.IsWhole()) picture.Forget();
 }
 
 }  // namespace
 
-int PhotoMediaAdd(const char* path, FileReading& reading) {
-    if (path == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
-    if (MentionsMetadataFolder(path)) return 0;
+int PhotoMediaAdd(const KnownPath& path, FileReading& reading) {
+    MediaInfo record;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
+    if (MentionsMetadataFolder(path.text())) return 0;
 
-    MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path);
-    record.file_size = size;
-    TitleFromPath(path, record.title, sizeof record.title);
-    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
-    if (const char* dot = strrchr(path, '.'); dot != nullptr) FillFromFile(path, dot + 1, &record, reading);
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
+    if (const char* dot = strrchr(path.text(), '.'); dot != nullptr) {
+        FillFromContents(path, dot + 1, &record, reading);
+    } else {
+        record.ctime[0] = record.mtime[0] = '\0';
+    }
     return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "%s (%d) Failed to save playlist info.");
 }
 

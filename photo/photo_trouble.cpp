@@ -1,10 +1,6 @@
 #include "photo/photo_trouble.h"
 
-#include <cerrno>
-
-#include "photo/absence.h"
 #include "platform/kolidb.h"
-#include "platform/koliindex.h"
 
 namespace koli {
 
@@ -19,15 +15,6 @@ void PhotoTroubleTell(const FileReading& reading) {
     } else {
         KOLIProblemClear(reading.path(), KOLI_PROBLEM_PHOTOS);
     }
-}
-
-bool PictureSizeGet(const char* path, int* width, int* height, FileReading& reading) {
-    if (KOLIIndexImgResGet(path, width, height) == 0) return true;
-    const int error = errno;
-    if (MeansAbsent(error)) return false;
-    reading.ReadFailed(error);
-    reading.Trouble(error != 0 ? "the file cannot be read" : "the size of the picture cannot be read", error);
-    return false;
 }
 
 }  // namespace koli

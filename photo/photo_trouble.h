@@ -8,7 +8,4 @@ namespace koli {
 /// Records the trouble of what has been read; without one, what was recorded of it before is over.
 void PhotoTroubleTell(const FileReading& reading);
 
-/// Asks for the size of a picture, in pixels.  False, with a trouble, when it does not tell.
-bool PictureSizeGet(const char* path, int* width, int* height, FileReading& reading);
-
 }  // namespace koli

@@ -10,9 +10,9 @@
 #include <tuple>
 
 #include "base/foothold.h"
-#include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
+#include "base/regular_file.h"
 #include "index/record/util.h"
 #include "tests/fixture.h"
 

@@ -32,7 +32,7 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
     const struct {
         std::string module, unparsed;  // '' = is not looked into
         int type;
-        int (*add)(const char* path, FileReading& reading);
+        int (*add)(const KnownPath& path, FileReading& reading);
         int (*remove)(const char* path);
         std::string good, unsaved, undeleted;
         bool cleaned = true;

@@ -10,8 +10,8 @@
 
 #include "base/log.h"
 #include "base/media_fields.h"
-#include "base/open_file.h"
 #include "base/parse_number.h"
+#include "base/regular_file.h"
 #include "video/child_heap.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
@@ -29,7 +29,7 @@ constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, ter
 int ProbeInChild(const char* path, MediaInfo* record, FileReading& reading, ProbeFunction probe,
                  pid_t parent) {
     ChildHeapUseLargePages();
-    const int file = OpenRegularForReading(path);  // while there still are the daemon's rights
+    const int file = RegularFile(path).Release();  // while there still are the daemon's rights
     if (file < 0) reading.ReadFailedUnlogged(errno);
     if (!ProbeGuardEnter(file, parent)) return reading.CannotParse(kUnguarded), 1;
     if (probe(file, path, record, reading) == 0) return 0;

@@ -1,32 +1,31 @@
 #include <cerrno>
 
+#include "base/regular_file.h"
 #include "platform/host/image_size.h"
-#include "platform/host/regular_file.h"
 #include "platform/koliindex.h"
 
 namespace {
 
 class FileSource : public koli::ByteSource {
   public:
-    explicit FileSource(const koli::RegularFile& file) : file_(file) {}
+    explicit FileSource(int file) : file_(file) {}
     size_t ReadAt(uint64_t offset, void* buffer, size_t count) override {
-        const ssize_t got = file_.ReadAt(offset, buffer, count);
+        const ssize_t got = koli::ReadAt(file_, static_cast<int64_t>(offset), buffer, count);
         if (got < 0) error_ = errno;
         return got > 0 ? static_cast<size_t>(got) : 0;
     }
     int error() const { return error_; }
 
   private:
-    const koli::RegularFile& file_;
+    const int file_;
     int error_ = 0;  // errno of a read that failed
 };
 
 }  // namespace
 
-extern "C" int KOLIIndexImgResGet(const char* path, int* width, int* height) {
-    if (path == nullptr || width == nullptr || height == nullptr) return -1;
-    const koli::RegularFile file(path);
-    if (!file.ok()) return -1;
+extern "C" {
+
+int KOLIIndexImgResRead(int file, int* width, int* height) {
     FileSource source(file);
     koli::ImageSize size;
     const bool is_read = koli::ReadImageSize(source, &size);
@@ -36,3 +35,11 @@ extern "C" int KOLIIndexImgResGet(const char* path, int* width, int* height) {
     *height = size.height;
     return 0;
 }
+
+int KOLIIndexImgResGet(const char* path, int* width, int* height) {
+    if (path == nullptr || width == nullptr || height == nullptr) return -1;
+    const koli::RegularFile file(path);
+    return file.ok() ? KOLIIndexImgResRead(file.descriptor(), width, height) : -1;
+}
+
+}  // extern "C"

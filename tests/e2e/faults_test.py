@@ -146,7 +146,7 @@ class Troubles(harness.DaemonTest):
                 ("video/Formats/clip.dat", "pread64", "/x.dat", errno.EIO, unread),
                 ("video/Formats/clip.avi", "read", "/x.avi", errno.EIO, unread),
                 ("video/Formats/clip.avi", "openat", "/x.avi", errno.ENFILE, unread),
-                (fault_points.PICTURES[0], "read", "/x.jpg", errno.EIO, unread),
+                (fault_points.PICTURES[0], "openat", "/x.jpg", errno.EMFILE, unread),
                 (fault_points.PICTURES[0], "pread64", "/x.jpg", errno.EIO, unread),
                 (fault_points.PICTURES[0], "openat", "/KOLIPHOTO:TITLE", errno.EIO, caption),
                 (fault_points.PICTURES[0], "read", "/KOLIPHOTO:PUBLIC", errno.EIO, caption)):
