@@ -104,12 +104,12 @@ int CoverPictureSave(CachedFileReader* reader, int64_t frame, int32_t size, cons
 
     const int64_t length = size - picture.offset;
     if (length < (image_type == KOLI_COVER_JPEG ? kMinJpegSize : kMinPngSize)) return 0;
-    const int64_t image = picture.data + picture.offset;
-    if (!CoverIsWithinLimits(fileno(reader->fp), image, length, path, LogSite(kModule),
-                             &reader->cover_limits))
-        return 0;
-    const auto source = [&](int fd) { return CopyFileBytes(fileno(reader->fp), image, length, fd); };
-    return CoverFileWrite(path, picture_type, index, image_type, source, LogSite(kModule), kMessages);
+    const CoverSource source = {fileno(reader->fp), picture.data + picture.offset, length};
+    if (!CoverIsWithinLimits(source, path, LogSite(kModule), &reader->cover_limits)) return 0;
+    return CoverFileWrite(path, picture_type, index, image_type, source, *reader->reading, LogSite(kModule),
+                          kMessages)
+               ? 1
+               : 0;
 }
 
 }  // namespace koli

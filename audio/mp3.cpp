@@ -1,23 +1,18 @@
 #include "audio/mp3.h"
 
 #include "audio/cached_file_reader.h"
+#include "audio/cover_file.h"
 #include "audio/id3_merge.h"
 #include "audio/id3v1.h"
 #include "audio/id3v2.h"
 #include "audio/mpeg_frame.h"
 #include "audio/vbr_header.h"
 #include "base/log.h"
-#include "platform/koliindex.h"
 
 namespace koli {
 namespace {
 
 constexpr const char kModule[] = "metaid3";
-
-void RemoveOldCovers(const char* path) {
-    char folder[kPathSize] = {};
-    if (GetCoverFolder(path, folder, sizeof folder) != 0) CleanOldCover(folder);
-}
 
 /// Reads the ID3v2 tag.  Returns where it ends: 0 when there is none.
 int64_t ReadId3v2(CachedFileReader* reader, Id3v2Fields* fields, const char* path) {
@@ -37,8 +32,9 @@ int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record)
     const int64_t start = ReadId3v2(reader, &v2, path);
 
     MpegHeaderInfo header{};
-    if (MpegFirstFrame(reader, start, &header) != 0) {
+    if (!MpegFirstFrame(reader, start, &header)) {
         KOLI_LOG("%s (%d) Can't find valid mpeg header: %s", path);
+        reader->reading->CannotParse("there is no MPEG audio in it");
         return -1;
     }
     if (XingHeaderRead(reader, start, &header) == -1) VbriHeaderRead(reader, start, &header);
@@ -48,14 +44,14 @@ int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record)
 
 }  // namespace
 
-int Mp3MetadataParse(const char* path, MediaInfo* record) {
+int Mp3MetadataParse(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
         KOLI_LOG("%s (%d) Bad parameters.");
         return -1;
     }
-    RemoveOldCovers(path);
+    CoversRemove(path, reading);
     CachedFileReader reader{};
-    if (CachedFileOpen(&reader, path, LogSite(kModule)) != 0) return -1;
+    if (!CachedFileOpen(&reader, path, reading, LogSite(kModule))) return -1;
     const int result = ParseOpenFile(&reader, path, record);
     MpegFrameLogSuppressed(&reader);
     CachedFileClose(&reader);

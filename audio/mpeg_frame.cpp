@@ -172,12 +172,12 @@ int MpegFrameCheck(CachedFileReader* reader, int64_t position) {
     return DecodeHeaderAt(reader, position, &scratch) ? 0 : -1;
 }
 
-int MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
+bool MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
     ZeroRun run;
     for (int64_t position = start; position < reader->size - kSearchMargin;
          position = MpegSkipBadSyncs(reader, position + 1))
-        if (MpegFrameFind(reader, &position, header) != 0 && IsFollowed(reader, *header, &run)) return 0;
-    return -1;
+        if (MpegFrameFind(reader, &position, header) != 0 && IsFollowed(reader, *header, &run)) return true;
+    return false;
 }
 
 void MpegFrameLogSuppressed(const CachedFileReader* reader) {

@@ -11,12 +11,12 @@ namespace {
 constexpr const char kModule[] = "music";
 }
 
-int MusicFileAdd(const KnownPath& path) {
+int MusicFileAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     TitleFromPath(path.text(), record.title, sizeof record.title);
     int result = -1;
-    if (Mp3MetadataParse(path.text(), &record) < 0) {
+    if (Mp3MetadataParse(path.text(), &record, reading) < 0) {
         KOLI_LOG("%s (%d) Failed to parse music metadata.");
         result = 1;
     }

@@ -12,9 +12,6 @@ void LogError(const char* format, ...) {
     const int error = errno;
     va_list arguments;
     va_start(arguments, format);
-    LogFirstNote(format, arguments);
-    va_end(arguments);
-    va_start(arguments, format);
     if (log_sink != nullptr) {
         char line[kLogSinkLineSize];
         vsnprintf(line, sizeof line, format, arguments);  // NOLINT(clang-analyzer-valist.Uninitialized)

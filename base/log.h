@@ -9,8 +9,6 @@
 //     KOLI_LOG("%s (%d) Failed to remove [%s] from database", path);
 #pragma once
 
-#include <cstdarg>
-
 namespace koli {
 
 /// Writes one line to the system log at priority LOG_ERR.  Names from the file system go into it as they are:
@@ -25,19 +23,6 @@ void LogNotice(const char* format, ...) __attribute__((format(printf, 1, 2)));
 using LogSink = void (*)(const char* line);
 extern LogSink log_sink;
 inline constexpr int kLogSinkLineSize = 5120;  // bytes; longer lines are cut: a path and its message fit
-
-/// The first line of LogError, prefix included, since the last LogFirstForget, which the dispatch calls when
-/// it begins a file; "" = none.  It is cut to kLogFirstSize - 1 bytes.  Valid until the next LogFirstForget.
-inline constexpr int kLogFirstSize = 512;
-const char* LogFirst();
-void LogFirstForget();
-
-/// Called by LogError for each of its lines.
-void LogFirstNote(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
-
-/// Before a line that holds what is another at each time (a pid): takes this text, of the same form, for the
-/// first line instead, so that the same fault has the same reason.
-void LogFirstSay(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Where a message comes from, for helpers that log in the name of the module that called them:
 /// `LogSite(kModule)` holds the caller's module name and line.  `module` is a string literal, not owned.

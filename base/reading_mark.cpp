@@ -115,15 +115,15 @@ int OpenFile(const char* mark_file) {
 
 }  // namespace
 
-int ReadingMarkOpen(const char* mark_file) {
+bool ReadingMarkOpen(const char* mark_file) {
     const int fd = OpenFile(mark_file);
-    if (fd < 0) return -1;
+    if (fd < 0) return false;
     void* mapped = mmap(nullptr, sizeof(Area), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
-    if (mapped == MAP_FAILED) return -1;
+    if (mapped == MAP_FAILED) return false;
     if (madvise(mapped, sizeof(Area), MADV_DONTFORK) != 0) {
         munmap(mapped, sizeof(Area));
-        return -1;
+        return false;
     }
     if (area != nullptr) munmap(area, sizeof(Area));
     area = static_cast<Area*>(mapped);
@@ -133,7 +133,7 @@ int ReadingMarkOpen(const char* mark_file) {
     }
     area->path[sizeof area->path - 1] = '\0';
     CountPlaces();
-    return 0;
+    return true;
 }
 
 int ReadingMarkTakeOver(bool counts, char (&path)[kPathSize]) {

@@ -91,7 +91,7 @@ void RebuildPhotoLibrary() {
 /// What the resync has found new is in the photo library already, but may be missing in the media store.
 void IndexPhotoShare() {
     char target[kPathSize];
-    if (ShareTargetGet(paths::kPhotoShare, target) == 0) IndexFilesBelow(target);
+    if (ShareTargetGet(paths::kPhotoShare, target)) IndexFilesBelow(target);
 }
 
 void Rebuild(RequestArgument argument) {
@@ -118,7 +118,7 @@ void Truncate(RequestArgument argument) {
 void Update(RequestArgument argument) {
     if (strcmp(argument.text, "photo") != 0 || !RequestWorksOn(argument, KOLI_PHOTO_DB)) return;
     char target[kPathSize];
-    if (ShareTargetGet(paths::kPhotoShare, target) != 0) {
+    if (!ShareTargetGet(paths::kPhotoShare, target)) {
         KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
         return;
     }

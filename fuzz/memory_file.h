@@ -8,8 +8,6 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "base/reading.h"
-
 namespace koli::test {
 
 inline int MemoryDescriptor() {
@@ -23,9 +21,7 @@ inline std::string MemoryFile(const void* bytes, size_t size, const std::string&
     const int fd = MemoryDescriptor();
     if (ftruncate(fd, 0) != 0 || pwrite(fd, bytes, size, 0) != static_cast<ssize_t>(size)) abort();
     const std::string path = "/proc/self/fd/" + std::to_string(fd);
-    const std::string given = symlink(path.c_str(), link.c_str()) == 0 || !link.empty() ? link : path;
-    ReadingBegin(given.c_str());
-    return given;
+    return symlink(path.c_str(), link.c_str()) == 0 || !link.empty() ? link : path;
 }
 
 /// Pushes the memory file's bytes from `at` on back by `size`, a hole as far as the pages allow.

@@ -5,7 +5,7 @@
 #include "video/mp4.h"
 
 /// The probe runs in a child and reads the file with a library.
-int koli::MiscMediaInfoGet(const char*, MediaInfo*) {
+int koli::MiscMediaInfoGet(const char*, MediaInfo*, FileReading&) {
     return -1;
 }
 
@@ -13,6 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const koli::test::Sandbox sandbox;
     koli::test::fake = {};
     koli::MediaInfo record{};
-    koli::Mp4InfoFill(koli::test::MemoryFile(data, size, sandbox.Path("a.mp4")).c_str(), &record);
+    koli::Mp4InfoFill(koli::test::MemoryFile(data, size, sandbox.Path("a.mp4")).c_str(), &record,
+                      koli::test::Reading());
     return 0;
 }

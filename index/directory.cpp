@@ -228,7 +228,7 @@ void IndexTreeAgain(const char* directory) {
 
 void ReindexShare(const char* share_link) {
     char target[kPathSize];
-    if (share_link == nullptr || *share_link == '\0' || ShareTargetGet(share_link, target) != 0) return;
+    if (share_link == nullptr || *share_link == '\0' || !ShareTargetGet(share_link, target)) return;
     IndexTreeAgain(target);
 }
 

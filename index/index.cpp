@@ -6,10 +6,8 @@
 #include "audio/aiff.h"
 #include "audio/flac.h"
 #include "audio/music.h"
-#include "base/file_reading.h"
 #include "base/formats.h"
 #include "base/log.h"
-#include "base/reading.h"
 #include "index/aac.h"
 #include "index/directory_record.h"
 #include "index/playlist.h"
@@ -32,6 +30,8 @@ constexpr const char kModule[] = "index";
 constexpr int kEventCategory = 2;
 constexpr int kEventLevel = 3;
 constexpr unsigned kEventUnparsable = 0x11B00510;
+
+constexpr char kUnparsed[] = "the metadata could not be parsed";
 
 /// By FormatReader. AAC and FLAC share the generic music removal.
 constexpr IndexHandler kHandlers[] = {
@@ -67,7 +67,8 @@ int AddUnopened(const KnownPath& path, PastReading past) {
                  path.text());
         return -1;
     }
-    KOLI_LOG("%s (%d) %s: %s", kBroughtDown, path.text());
+    KOLI_LOG("%s (%d) The file has brought the daemon down twice and is not opened until it changes: %s",
+             path.text());
     MediaInfo record{};
     if (MediaInfoFill(path, &record) != 0) return -1;
     const StoreType type = FormatStore(FormatFind(KOLIIndexExtGet(path.text()))->reader);
@@ -77,19 +78,27 @@ int AddUnopened(const KnownPath& path, PastReading past) {
     return result;
 }
 
+/// What could not be stored keeps the problem that it had.
+void TellProblem(const FileReading& reading, int result, bool is_unparsed) {
+    const Failure& failure = reading.failure();
+    if (is_unparsed || failure.kind >= FailureKind::kTrouble) {
+        KOLIProblemSet(reading.path(), *failure.reason != '\0' ? failure.reason : kUnparsed,
+                       failure.kind == FailureKind::kPassing ? KOLI_PROBLEM_PASSES : 0);
+    } else if (result == 0) {
+        KOLIProblemClear(reading.path(), 0);
+    }
+}
+
 int AddFile(const KnownPath& known, const IndexHandler& handler) {
     const char* const path = known.text();
     const char* slash = strrchr(path, '/');
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
-    LogFirstForget();           // the log's first line from here on tells why, if the file cannot be parsed
-    reading_tick = KOLIDBTick;  // nothing may keep the databases locked
-    const FileReading reading(path);
+    FileReading reading(path, KOLIDBTick);  // nothing may keep the databases locked
     if (reading.past() != PastReading::kNothing) return AddUnopened(known, reading.past());
-    const int result = handler.add(known);
-    if (*reading.trouble() != '\0')
-        KOLIProblemSet(path, reading.trouble(), reading.IsPassing() ? KOLI_PROBLEM_PASSES : 0);
-    const bool is_unparsed = result == 1 || (result == 0 && !ReadingIsWhole());
+    const int result = handler.add(known, reading);
+    const bool is_unparsed = result == 1 || (result == 0 && !reading.IsWhole());
+    TellProblem(reading, result, is_unparsed);
     if (!is_unparsed) return result;
     KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);
     KOLILogSet1(kEventCategory, kEventLevel, kEventUnparsable, path, "", "", "");

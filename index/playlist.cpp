@@ -21,9 +21,9 @@ void TimeText(time_t when, char* field, size_t size) {
 
 }  // namespace
 
-int PlaylistFileAdd(const KnownPath& path) {
+int PlaylistFileAdd(const KnownPath& path, FileReading&) {
     MediaInfo record;
-    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     TimeText(path.file()->st_ctime, record.ctime, sizeof record.ctime);
     TimeText(path.file()->st_mtime, record.mtime, sizeof record.mtime);
     MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));

@@ -9,7 +9,6 @@
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/photo_record.h"
-#include "base/reading.h"
 #include "index/record/util.h"
 #include "photo/photo_library.h"
 #include "photo/picture.h"
@@ -64,30 +63,30 @@ void FillFromExif(const PhotoRecord& exif, MediaInfo* record) {
 }
 
 /// What is inside of the file, once its name has an extension.
-void FillFromContents(const KnownPath& path, const char* extension, MediaInfo* record) {
+void FillFromContents(const KnownPath& path, const char* extension, MediaInfo* record, FileReading& reading) {
     Picture own(path.text());
     Picture& picture = path.picture != nullptr ? *path.picture : own;
-    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(picture.Exif(), record);
+    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(picture.Exif(reading), record);
 
     int width = 0;
     int height = 0;
-    if (picture.SizeGet(&width, &height)) {
+    if (picture.SizeGet(&width, &height, reading)) {
         record->width = static_cast<uint32_t>(width);
         record->height = static_cast<uint32_t>(height);
     }
-    if (!ReadingIsWhole()) picture.Forget();
+    if (!reading.IsWhole()) picture.Forget();
 }
 
 }  // namespace
 
-int PhotoMediaAdd(const KnownPath& path) {
+int PhotoMediaAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     if (MentionsMetadataFolder(path.text())) return 0;
 
     MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
     if (const char* dot = strrchr(path.text(), '.'); dot != nullptr) {
-        FillFromContents(path, dot + 1, &record);
+        FillFromContents(path, dot + 1, &record, reading);
     } else {
         record.ctime[0] = record.mtime[0] = '\0';
     }

@@ -9,7 +9,6 @@
 #include "base/metadata_folder.h"
 #include "base/passing_error.h"
 #include "base/path_names.h"
-#include "base/reading.h"
 #include "index/record/index_mode.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"
@@ -46,9 +45,9 @@ void FillNames(const char* path, PhotoRecord* record) {
 }
 
 /// A look at the picture has failed, with errno set.  A link that leads nowhere is no picture.
-PhotoOutcome OutcomeOfFailure(const char* path) {
+PhotoOutcome OutcomeOfFailure(const char* path, FileReading& reading) {
     if (!MeansAbsent(errno)) {
-        ReadingFailed(errno);
+        reading.ReadFailed(errno);
         return PhotoOutcome::kMissed;
     }
     struct stat status;
@@ -56,9 +55,9 @@ PhotoOutcome OutcomeOfFailure(const char* path) {
     return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
 }
 
-PhotoOutcome FillSize(const KnownPath& path, PhotoRecord* record) {
+PhotoOutcome FillSize(const KnownPath& path, PhotoRecord* record, FileReading& reading) {
     const struct stat* status = path.status();
-    if (status == nullptr) return OutcomeOfFailure(path.text());
+    if (status == nullptr) return OutcomeOfFailure(path.text(), reading);
     if (status->st_size <= 0 || status->st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
     record->file_size = status->st_size;
     return PhotoOutcome::kStored;
@@ -84,20 +83,21 @@ void FillExif(const PhotoRecord& exif, PhotoRecord* record) {
 }
 
 /// The values inside of the picture, and what people have handed over for it.
-void FillFromContents(const KnownPath& path, PhotoRecord* record) {
-    CaptionTitleGet(path.text(), record);
-    CaptionDescGet(path.text(), record);
+void FillFromContents(const KnownPath& path, PhotoRecord* record, CaptionHold& captions,
+                      FileReading& reading) {
+    CaptionTitleGet(path.text(), record, captions);
+    CaptionDescGet(path.text(), record, captions);
     Picture own(path.text());
     Picture& picture = path.picture != nullptr ? *path.picture : own;
-    FillExif(picture.Exif(), record);
-    picture.SizeGet(&record->width, &record->height);
+    FillExif(picture.Exif(reading), record);
+    picture.SizeGet(&record->width, &record->height, reading);
     PhotoRecordSanitize(record);
 }
 
 /// The times are those from before it was read: one that changes meanwhile looks changed to whoever compares.
-PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record) {
+PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record, FileReading& reading) {
     struct stat now;
-    if (StatNear(path.text(), &now) != 0) return OutcomeOfFailure(path.text());
+    if (StatNear(path.text(), &now) != 0) return OutcomeOfFailure(path.text(), reading);
     const struct stat& status = *path.status();
     if (const char* text = ctime(&status.st_ctime); text != nullptr)
         CopyText(record->ctime, sizeof record->ctime, text);
@@ -108,18 +108,18 @@ PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record) {
 PhotoOutcome StorePhoto(const KnownPath& known, int mode) {
     const char* const path = known.text();
     if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return PhotoOutcome::kLeftOut;
-    const FileReading reading(path);
+    FileReading reading(path, KOLIDBTick);
     if (reading.past() == PastReading::kDownUnopened) return PhotoOutcome::kMissed;
-    CaptionHold captions;
+    CaptionHold captions(reading);
     PhotoRecord record{};
     FillNames(path, &record);
-    PhotoOutcome outcome = FillSize(known, &record);
+    PhotoOutcome outcome = FillSize(known, &record, reading);
     if (outcome == PhotoOutcome::kStored) {
-        if (reading.past() == PastReading::kNothing) FillFromContents(known, &record);
-        outcome = FillTimes(known, &record);
+        if (reading.past() == PastReading::kNothing) FillFromContents(known, &record, captions, reading);
+        outcome = FillTimes(known, &record, reading);
     }
     if (outcome != PhotoOutcome::kStored) {
-        PhotoTroubleTell(path, reading);
+        PhotoTroubleTell(reading);
         return outcome;
     }
     if (PhotoInfoDBSave(&record, mode) != 0) {
@@ -127,7 +127,7 @@ PhotoOutcome StorePhoto(const KnownPath& known, int mode) {
         return PhotoOutcome::kMissed;
     }
     captions.Release();
-    PhotoTroubleTell(path, reading);
+    PhotoTroubleTell(reading);
     return outcome;
 }
 

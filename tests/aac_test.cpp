@@ -21,7 +21,7 @@ TEST_F(Aac, EveryNameReachesTheDecoderUnaltered) {
           "-i.aac", "\xff\xfe.aac"}) {
         const std::string path = Write(std::string("Album/") + name, kLine);
         fake.calls.clear();
-        ASSERT_EQ(AacFileAdd(path.c_str()), 0) << name;
+        ASSERT_EQ(AacFileAdd(path.c_str(), Reading()), 0) << name;
         EXPECT_EQ(fake.calls, (Lines{"MediaInfoValid " + path, "MediaInfoDBSave 0 " + path}));
         EXPECT_EQ(Figures(fake.media.back().second), "12.5 128000 44100 2");
         EXPECT_STREQ(fake.media.back().second.album, "Album");
@@ -44,7 +44,7 @@ TEST_F(Aac, ReadsTheLineAsScanfDoes) {
     for (const auto& [line, figures] : cases) {
         fake.log.clear();
         MediaInfo record{};
-        EXPECT_EQ(AacInfoGet(Write("a.aac", line).c_str(), &record), figures.empty() ? -1 : 0);
+        EXPECT_EQ(AacInfoGet(Write("a.aac", line).c_str(), &record, Reading()), figures.empty() ? -1 : 0);
         EXPECT_EQ(Figures(record), figures.empty() ? "0 0 0 0" : figures);
         const std::string refused = "aac:# Failed to parse FAAD result. [" + line.substr(0, 1023) + "]";
         EXPECT_EQ(fake.log, figures.empty() ? Lines{refused} : Lines{});
@@ -75,26 +75,26 @@ TEST_F(Aac, TheDecoderHasLimitsAndNoNetworkAndChangesNothing) {
     const auto [filter, rules] = ProbeGuardStatusGet();
     const std::string path = Write("a.aac", kForbidden);
     MediaInfo record{};
-    ASSERT_EQ(AacInfoGet(path.c_str(), &record), 0);
+    ASSERT_EQ(AacInfoGet(path.c_str(), &record, Reading()), 0);
     EXPECT_EQ(Figures(record).substr(0, 9), std::string("120 ") + (rules ? "0" : "1") + " 16 ");
     EXPECT_EQ(record.channels == 0, filter);
     EXPECT_EQ(std::filesystem::exists("made"), !rules);
-    EXPECT_EQ(AacInfoGet(Write("b.aac", "#!\nkill -9 0\n").c_str(), &record), -1);
+    EXPECT_EQ(AacInfoGet(Write("b.aac", "#!\nkill -9 0\n").c_str(), &record, Reading()), -1);
 }
 
 TEST_F(Aac, WithoutFiguresTheFileIsStoredByName) {
     const std::string path = Write("Album/Song.aac", "");
-    EXPECT_EQ(AacFileAdd(path.c_str()), 1);
+    EXPECT_EQ(AacFileAdd(path.c_str(), Reading()), 1);
     EXPECT_EQ(Names(fake.media.at(0).second), "Song|Album||||0|0|0");
     EXPECT_EQ(fake.calls, Lines{"MediaInfoDBSave 0 " + path});
 
     MediaInfo record{};
-    EXPECT_EQ(AacInfoGet("a", &record), -1);  // three characters quoted, and room for two
+    EXPECT_EQ(AacInfoGet("a", &record, Reading()), -1);  // three characters quoted, and room for two
     fake.failing = {"MediaInfoDBSave"};
     Write("Album/Song.aac", kLine);
-    EXPECT_EQ(AacFileAdd(path.c_str()), -1);
-    EXPECT_EQ(AacFileAdd(nullptr), -1);
-    EXPECT_EQ(AacFileAdd((path + "x").c_str()), -1);
+    EXPECT_EQ(AacFileAdd(path.c_str(), Reading()), -1);
+    EXPECT_EQ(AacFileAdd(nullptr, Reading()), -1);
+    EXPECT_EQ(AacFileAdd((path + "x").c_str(), Reading()), -1);
     EXPECT_EQ(fake.log,
               (Lines{"aac:# Failed to encode string [a]",
                      "aac:# Failed to save media info to database. [" + path + "]", "aac:# Bad parameter."}));
@@ -104,11 +104,11 @@ TEST_F(Aac, ACommandThatDoesNotFitIsNotRun) {
     const std::string marker = Path("ran");
     const std::string path = "/x'\n>" + marker + "\n" + std::string(4090, 'y');
     MediaInfo record{};
-    EXPECT_EQ(AacInfoGet(path.c_str(), &record), -1);
+    EXPECT_EQ(AacInfoGet(path.c_str(), &record, Reading()), -1);
     ASSERT_EQ(fake.log.size(), 1U);
     EXPECT_EQ(fake.log[0].find("aac:# The command is too long. ["), 0U);
     EXPECT_EQ(ReadFile(marker), "");
-    EXPECT_EQ(AacInfoGet("", &record), -1);
+    EXPECT_EQ(AacInfoGet("", &record, Reading()), -1);
     EXPECT_EQ(fake.log[1], "aac:# Bad parameter.");
 }
 

@@ -65,9 +65,10 @@ TEST_F(Batch, ComesBeforeTheQueueAndStaysWhileADatabaseRefuses) {
     fake.refusing = KOLI_PHOTO_DB;
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
     EXPECT_TRUE(CountsAsChanged());
-    EXPECT_EQ(fake.log,
-              Lines{"koliindexd (#) Keep /var/spool/koli_indexing_queue.tmp, to be tried again in 10 s. "
-                    "(photo.db: fake refusal)"});
+    EXPECT_EQ(
+        fake.log,
+        Lines{
+            "koliindexd (#) Keep /var/spool/koli_indexing_queue.tmp, to be tried again in 10 s. (photo.db: fake refusal)"});
     const std::string state = ReadFile("state");
     EXPECT_EQ(state.rfind("batch=kept\ndatabase=photo.db\nreason=fake refusal\nsince=", 0), 0U) << state;
     EXPECT_GT(BatchRetrySeconds(), 5);

@@ -64,7 +64,7 @@ TEST_F(ContainerProbe, ReadsFormatsAndTags) {
         record.year = 1;
         strcpy(record.title, "preset");
         strcpy(record.album, "folder");
-        ASSERT_EQ(MiscMediaInfoGet(Write(name, bytes).c_str(), &record), 0);
+        ASSERT_EQ(MiscMediaInfoGet(Write(name, bytes).c_str(), &record, Reading()), 0);
         EXPECT_TRUE(Figures(record).starts_with(figures)) << Figures(record);
         EXPECT_EQ(Names(record), names);
     }
@@ -76,7 +76,7 @@ TEST_F(ContainerProbe, SurvivesEveryCutAndTellsWhatItCannotOpen) {
         for (size_t size = 1; size < 400; size += 7) {
             const std::string path = Write("cut", whole.substr(0, size));
             MediaInfo record{};
-            const int result = MiscMediaInfoGet(path.c_str(), &record);
+            const int result = MiscMediaInfoGet(path.c_str(), &record, Reading());
             EXPECT_TRUE(result == 0 || result == 1) << size;
         }
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
@@ -89,7 +89,11 @@ TEST_F(ContainerProbe, SurvivesEveryCutAndTellsWhatItCannotOpen) {
     for (const std::string& unreadable :
          {path, fifo, dir(), std::string("/no/such.avi"), std::string("/proc/kmsg")}) {
         fake.log.clear();
-        EXPECT_EQ(MiscMediaInfoGet(unreadable.c_str(), &record), 1);
+        Reading reading;
+        EXPECT_EQ(MiscMediaInfoGet(unreadable.c_str(), &record, reading), 1);
+        const bool is_open = reading.file.failure().reason == "the container could not be opened"s;
+        EXPECT_EQ(is_open, unreadable == path) << reading.file.failure().reason;
+        fake.log.resize(2);
         EXPECT_EQ(fake.log,
                   (Lines{"metamedia (#) Failed to av_open_input_file() file [" + unreadable + "].",
                          "metamedia (#) Failed to get Misc Media Info from [" + unreadable + "]."}));
@@ -101,8 +105,8 @@ TEST_F(ContainerProbe, NamesAreOnlyNames) {
     for (const char* name : {"http:x.wav", "concat:a|b.wav", "file:x.wav", "a%03d.wav", "-x ?#.wav"}) {
         Write(name, wav);
         MediaInfo record{};
-        EXPECT_EQ(MiscMediaInfoGet((dir() + "/" + name).c_str(), &record), 0) << name;
-        EXPECT_EQ(MiscMediaInfoProbe(name, &record), 0) << name;
+        EXPECT_EQ(MiscMediaInfoGet((dir() + "/" + name).c_str(), &record, Reading()), 0) << name;
+        EXPECT_EQ(MiscMediaInfoProbe(name, &record, Reading()), 0) << name;
     }
 }
 
@@ -116,16 +120,13 @@ TEST_F(ContainerProbe, FollowsNoReferenceToOtherFilesOrHosts) {
     const std::string port = std::to_string(ntohs(address.sin_port));
     const std::string secret = Write("secret.wav", Wav(1, 1, 8000, 16, Info({{"INAM", "SECRET"}})));
     MediaInfo control{};
-    ASSERT_EQ(MiscMediaInfoProbe(secret.c_str(), &control), 0);
+    ASSERT_EQ(MiscMediaInfoProbe(secret.c_str(), &control, Reading()), 0);
     ASSERT_STREQ(control.title, "SECRET");
 
     const std::string targets[] = {"secret.wav", secret, "file://" + secret,
                                    "http://127.0.0.1:" + port + "/x"};
     const std::string mpd =
-        "<?xml version=\"1.0\"?><MPD xmlns=\"urn:mpeg:dash:schema:mpd:2011\" type=\"static\" "
-        "profiles=\"urn:mpeg:dash:profile:isoff-main:2011\" mediaPresentationDuration=\"PT2S\"><Period>"
-        "<AdaptationSet contentType=\"audio\" mimeType=\"audio/wav\"><Representation id=\"0\" "
-        "bandwidth=\"1\"><BaseURL>";
+        "<?xml version=\"1.0\"?><MPD xmlns=\"urn:mpeg:dash:schema:mpd:2011\" type=\"static\" profiles=\"urn:mpeg:dash:profile:isoff-main:2011\" mediaPresentationDuration=\"PT2S\"><Period><AdaptationSet contentType=\"audio\" mimeType=\"audio/wav\"><Representation id=\"0\" bandwidth=\"1\"><BaseURL>";
     std::vector<std::string> texts = {
         ";FFMETADATA1\ntitle=SECRET\n",
         "v=0\no=- 0 0 IN IP4 127.0.0.1\ns=SECRET\nc=IN IP4 127.0.0.1\nt=0 0\nm=audio 5004 RTP/AVP 0\n"};
@@ -140,9 +141,9 @@ TEST_F(ContainerProbe, FollowsNoReferenceToOtherFilesOrHosts) {
         const std::string path = Write("x.avi", text);
         MediaInfo record{};
         alarm(10);  // one that is followed may wait for an answer for ever
-        EXPECT_EQ(MiscMediaInfoProbe(path.c_str(), &record), 1) << text;  // by the lists alone
+        EXPECT_EQ(MiscMediaInfoProbe(path.c_str(), &record, Reading()), 1) << text;  // by the lists alone
         alarm(0);
-        EXPECT_EQ(MiscMediaInfoGet(path.c_str(), &record), 1) << text;
+        EXPECT_EQ(MiscMediaInfoGet(path.c_str(), &record, Reading()), 1) << text;
         const std::string bytes(reinterpret_cast<const char*>(&record), sizeof record);
         EXPECT_EQ(bytes.find("SECRET"), std::string::npos) << text;
     }

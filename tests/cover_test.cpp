@@ -29,7 +29,7 @@ struct Cover : Fixture {
     bool Save(const std::string& frames, char version = 3, const std::string& behind = Audio()) {
         fake.log.clear();
         MediaInfo record{};
-        Mp3MetadataParse(Write("a.mp3", Tag(frames, version) + behind).c_str(), &record);
+        Mp3MetadataParse(Write("a.mp3", Tag(frames, version) + behind).c_str(), &record, Reading());
         return record.has_cover != 0;
     }
     const std::string path_ = Write("a.mp3", "");
@@ -108,7 +108,7 @@ TEST_F(Cover, IsNeitherLargeNorAHole) {
     }
     std::ofstream(path_, std::ios::app) << good;
     MediaInfo record{};
-    Mp3MetadataParse(path_.c_str(), &record);
+    Mp3MetadataParse(path_.c_str(), &record, Reading());
     EXPECT_EQ(ReadFile(jpg_), kImage);
     EXPECT_EQ(fake.log.at(0), "metaid3 (#) A picture of more than 32 MiB is not saved: " + path_);
     EXPECT_EQ(fake.log.at(1), "metaid3 (#) A picture with a hole of the file in it is not saved: " + path_);

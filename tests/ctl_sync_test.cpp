@@ -201,7 +201,7 @@ TEST_F(SyncTest, QueriesFindWhatIsStored) {
     Store("a.mp3");
     Store("b/caf\xE9.mp3");
     Store("v.mkv", kStoreVideo);
-    KOLILogSet1(2, 3, 0x11B00510, Path("v.mkv").c_str(), "", "", "");
+    KOLIProblemSet(Path("v.mkv").c_str(), "the container could not be opened", 0);
     const std::pair<ListOptions, Texts> lists[] = {
         {{}, {"a.mp3", "b/caf\xEF\xBF\xBD.mp3", "v.mkv"}},
         {{.below = Path("b")}, {"b/caf\xEF\xBF\xBD.mp3"}},

@@ -58,7 +58,7 @@ int MediaRebuildEnd(int is_certain) {
 void KOLIProblemSet(const char* path, const char* reason, int kind) {
     Record(__func__, path, reason, kind);
 }
-void KOLIProblemClear(const char*) {}
+void KOLIProblemClear(const char*, int) {}
 int MediaInfoDBDirSave(const char* path) {
     return Record(__func__, path);
 }

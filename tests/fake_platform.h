@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/file_reading.h"
 #include "base/media_info.h"
 #include "base/photo_record.h"
 #include "platform/kolidb.h"
@@ -61,6 +62,14 @@ int Record(const std::string& operation, const Words&... words) {
     if (fake.at_call) fake.at_call(operation);
     return fake.failing.count(operation) != 0 ? -1 : fake.results[operation];
 }
+
+/// The reading of a file, as an argument: `FlacFileAdd(path, Reading())`.
+struct Reading {
+    explicit Reading(const char* path = "", int64_t limit = FileReading::kLimit)
+        : file(path, nullptr, limit) {}
+    operator FileReading&() { return file; }  // NOLINT(google-explicit-constructor)
+    FileReading file;
+};
 
 /// A fresh fake and an empty directory.
 struct Sandbox : TempDir {

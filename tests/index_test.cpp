@@ -1,7 +1,6 @@
 // The dispatch table, the rules around the handlers, what is gone, and what a path says about its share.
 #include "index/index.h"
 
-#include "base/file_reading.h"
 #include "index/playlist.h"
 #include "index/record/index_mode.h"
 #include "index/record/share_path.h"
@@ -50,19 +49,20 @@ TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
     EXPECT_EQ(PlaylistFileDelete("loop/a.m3u"), -1);
     EXPECT_EQ(PlaylistFileDelete("a.m3u/x.m3u"), 0);
     EXPECT_EQ(fake.calls, Lines{"MediaInfoDBDelete 3 a.m3u/x.m3u"});
-    EXPECT_EQ(fake.log,
-              (Lines{"playlist (#) File exists. Skip remove it from database.",
-                     "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many "
-                     "levels of symbolic links)"}));
+    EXPECT_EQ(
+        fake.log,
+        (Lines{
+            "playlist (#) File exists. Skip remove it from database.",
+            "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many levels of symbolic links)"}));
 }
 
 TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {
     const std::string song = Write("a.mp3", "x");
     const auto next_life = [&](bool has_batch) {  // after one that ended in the middle of the song
         char path[kPathSize];
-        EXPECT_EQ(ReadingMarkOpen("mark"), 0);
+        EXPECT_TRUE(ReadingMarkOpen("mark"));
         ReadingMarkSet(song.c_str());
-        EXPECT_EQ(ReadingMarkOpen("mark"), 0);
+        EXPECT_TRUE(ReadingMarkOpen("mark"));
         return ReadingMarkTakeOver(has_batch, path);
     };
     const auto calls = [&] {
@@ -87,7 +87,7 @@ TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {
     EXPECT_EQ(next_life(true), 3);
     EXPECT_EQ(calls(), Lines{});
     Write("mark", "damaged");
-    ASSERT_EQ(ReadingMarkOpen("mark"), 0);
+    ASSERT_TRUE(ReadingMarkOpen("mark"));
     EXPECT_EQ(calls(), opened);
 }
 

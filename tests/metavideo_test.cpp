@@ -30,7 +30,8 @@ struct MetaVideo : Fixture {
     /// The figures of a file; "" when there is no video in it.
     std::string Read(const std::string& bytes) {
         MediaInfo record{};
-        return MpegVideoInfoGet(Write("a.dat", bytes).c_str(), &record) == 0 ? Figures(record) : "";
+        return MpegVideoInfoGet(Write("a.dat", bytes).c_str(), &record, Reading()) == 0 ? Figures(record)
+                                                                                        : "";
     }
 };
 
@@ -47,8 +48,9 @@ TEST_F(MetaVideo, ABareStreamTellsSizeRateAndDurationAndTheExtensionUpperBitsOfT
 
     // The extension makes it MPEG-2: a packet's header length stands in its ninth byte, here a 'z'.
     const std::string path = Write("b.dat", bytes.substr(0, 200));
+    Reading reading;
     MpegVideoReader reader;
-    ASSERT_EQ(CachedFileOpen(&reader.file, path.c_str(), LogSite("t")), 0);
+    ASSERT_TRUE(CachedFileOpen(&reader.file, path.c_str(), reading, LogSite("t")));
     MpegVideoInfo info{};
     EXPECT_EQ(MpegSequenceHeaderParse(&reader, 1, &info), -1);
     EXPECT_EQ(MpegSequenceHeaderParse(&reader, 0, &info), 0);
@@ -79,8 +81,9 @@ TEST_F(MetaVideo, StartCodesAreFoundAsAPlainSearchFindsThem) {
             if (at + 4 <= size) bytes.replace(at, 4, Code(0xC0));
         bytes.resize(size);
         const std::string path = Write("a.dat", bytes);
+        Reading reading;
         MpegVideoReader reader;
-        ASSERT_EQ(CachedFileOpen(&reader.file, path.c_str(), LogSite("t")), 0);
+        ASSERT_TRUE(CachedFileOpen(&reader.file, path.c_str(), reading, LogSite("t")));
         for (size_t from = 0; from <= size;) {
             const size_t hit = bytes.find(Code(0).substr(0, 2) + "\1", from);
             const bool inside = hit != std::string::npos && hit + 4 < size && hit < 100000;
@@ -130,7 +133,7 @@ TEST_F(MetaVideo, AHoleIsOneStep) {
     const std::string path = MemoryFile(("x" + bytes).data(), bytes.size() + 1);
     std::filesystem::resize_file(path, uintmax_t{1} << 62);
     MediaInfo record{};
-    EXPECT_EQ(MpegVideoInfoGet(path.c_str(), &record), 0);
+    EXPECT_EQ(MpegVideoInfoGet(path.c_str(), &record, Reading()), 0);
     EXPECT_EQ(record.sample_rate, 0U);
     EXPECT_EQ(fake.log, Lines{"metaid3 (#) MPEG Header not found"});
 }
@@ -140,9 +143,9 @@ TEST_F(MetaVideo, WithoutAVideoTheFieldsBecomeZero) {
     MediaInfo record{};
     record.width = record.height = 7;
     record.duration = 7;
-    EXPECT_EQ(MpegVideoInfoGet((path + "x").c_str(), &record), -1);
+    EXPECT_EQ(MpegVideoInfoGet((path + "x").c_str(), &record, Reading()), -1);
     EXPECT_EQ(Figures(record), "7 0 0 0 7x7 0");
-    EXPECT_EQ(MpegVideoInfoGet(path.c_str(), &record), -1);
+    EXPECT_EQ(MpegVideoInfoGet(path.c_str(), &record, Reading()), -1);
     EXPECT_EQ(Figures(record), "0 0 0 0");
     EXPECT_EQ(fake.log, (Lines{"metavideo (#) Unable to open " + path + "x ",
                                "metavideo (#) couldn't find any valid video.",

@@ -11,7 +11,7 @@ static koli::MediaInfo probe_record{};
 static int probe_result = -1;
 
 // The guarded probe of these tests.
-int koli::MiscMediaInfoGet(const char*, MediaInfo* record) {
+int koli::MiscMediaInfoGet(const char*, MediaInfo* record, FileReading&) {
     *record = probe_record;
     return probe_result;
 }
@@ -65,7 +65,7 @@ const std::string kSound = Track("soun", MediaHeader(44100, 44100 * 12 + 44099),
 struct Mp4 : Fixture {
     MediaInfo Read(const std::string& bytes, int expected = 0) {
         MediaInfo record{};
-        EXPECT_EQ(Mp4InfoFill(Write("Album/Song.m4a", bytes).c_str(), &record), expected);
+        EXPECT_EQ(Mp4InfoFill(Write("Album/Song.m4a", bytes).c_str(), &record, Reading()), expected);
         return record;
     }
     const std::string covers_ = MakeDir("Album/@eaDir/Song.m4a");
@@ -115,16 +115,16 @@ TEST_F(Mp4, TheProbeWinsWhereItFoundSomething) {
     CopyText(probe_record.title, sizeof probe_record.title, "not taken");
     for (const int result : {0, 1}) {
         probe_result = result;
-        ASSERT_EQ(Mp4Add(path.c_str()), 0);
+        ASSERT_EQ(Mp4Add(path.c_str(), Reading()), 0);
         const MediaInfo& record = fake.media.back().second;
         EXPECT_EQ(Figures(record), result == 0 ? "12.5 128000 48000 2" : "12 128000 44100 2");
         EXPECT_STREQ(record.title, "Song");
     }
     const std::string junk = Write("junk.m4a", "junk"), failed = "mp4 (#) Failed to parse mp4 metadata.";
-    EXPECT_EQ(Mp4Add(junk.c_str()), 1);
-    EXPECT_EQ(Mp4Add(Write("none.m4a", Mp4File("")).c_str()), 1);
+    EXPECT_EQ(Mp4Add(junk.c_str(), Reading()), 1);
+    EXPECT_EQ(Mp4Add(Write("none.m4a", Mp4File("")).c_str(), Reading()), 1);
     fake.failing = {"MediaInfoDBSave"};
-    EXPECT_EQ(Mp4Add(path.c_str()), 0);
+    EXPECT_EQ(Mp4Add(path.c_str(), Reading()), 0);
     EXPECT_EQ(fake.log,
               (Lines{"mp4:# Failed to parse mp4 metadata from [" + junk + "].", failed,
                      "mp4 (#) No tracks in mp4.", failed, "mp4 (#) Failed to save media info to database."}));
@@ -150,7 +150,7 @@ TEST_F(Mp4, CoversOfAKnownTypeAndEnoughBytesAreStored) {
                                         {33 << 20, "of more than 32 MiB"}}) {
         fake.log.clear();
         std::filesystem::resize_file(large, static_cast<uintmax_t>(size));  // sparse
-        ASSERT_EQ(Mp4Add(large.c_str()), 0);
+        ASSERT_EQ(Mp4Add(large.c_str(), Reading()), 0);
         EXPECT_EQ(fake.media.back().second.has_cover, size == 1000 ? 1 : 0);
         const std::string line = "mp4 (#) A picture "s + refusal + " is not saved: " + large;
         EXPECT_EQ(fake.log, size == 1000 ? Lines{} : Lines{line});
@@ -203,7 +203,7 @@ TEST_F(Mp4, HostileSizesAndDepthsEndAtOnce) {
     const std::string whole =
         Mp4File(kSound + Tags(Tag("\251nam", "T") + Tag("covr", std::string(30, 'j'), 13)));
     for (size_t length = 6024; length < whole.size(); ++length)  // the boxes behind "mdat"
-        MP4Close(MP4Read(Write("cut.m4a", whole.substr(0, length)).c_str(), 0));
+        MP4Close(MP4Read(Write("cut.m4a", whole.substr(0, length)).c_str(), 0, Reading()));
 
     std::string nested, many;
     for (size_t depth = 0; depth < 50000; ++depth)

@@ -7,7 +7,6 @@
 
 #include <sys/stat.h>
 
-#include "base/reading.h"
 #include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
 #include "tests/mpeg_model.h"
@@ -25,11 +24,12 @@ namespace koli::test {
 /// An open reader on a file of these bytes.
 struct Opened {
     explicit Opened(const std::string& bytes) : path(MemoryFile(bytes.data(), bytes.size())) {
-        EXPECT_EQ(CachedFileOpen(&reader, path.c_str(), LogSite("m")), 0);
+        EXPECT_TRUE(CachedFileOpen(&reader, path.c_str(), reading, LogSite("m")));
     }
     ~Opened() { CachedFileClose(&reader); }
     Opened(const Opened&) = delete;
     const std::string path;
+    Reading reading{path.c_str()};
     CachedFileReader reader;
     MpegHeaderInfo header{};
     int64_t position = 0;
@@ -53,8 +53,8 @@ TEST_F(Mpeg, GivesSeventeenForWhatIsNotThere) {
     const std::string fifo = Path("fifo");
     ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
     CachedFileReader other;
-    EXPECT_EQ(CachedFileOpen(&other, fifo.c_str(), LogSite("m")), -1);
-    EXPECT_EQ(CachedFileOpen(&other, "/gone", LogSite("m")), -1);
+    EXPECT_FALSE(CachedFileOpen(&other, fifo.c_str(), Reading(), LogSite("m")));
+    EXPECT_FALSE(CachedFileOpen(&other, "/gone", Reading(), LogSite("m")));
     EXPECT_EQ(fake.log, (Lines{"m (#) Unable to seek to end " + fifo + " ", "m (#) Unable to open /gone "}));
 }
 
@@ -147,14 +147,15 @@ TEST_F(Mpeg, ReadsWhatLiesBehindAnUnreadableBlockAndAsksForThatOnce) {
                 << at;
     EXPECT_EQ(failed, (std::map<off_t, int>{{8192, 1}, {20480, 1}}));
     EXPECT_EQ(fake.log, Lines{"reading (#) Failed to read " + file.path + ": Input/output error"});
-    EXPECT_FALSE(ReadingIsWhole());
-    EXPECT_EQ(MpegFirstFrame(&file.reader, 20434, &file.header), 0);
+    EXPECT_FALSE(file.reading.file.IsWhole());
+    EXPECT_STREQ(file.reading.file.failure().reason, "the file cannot be read: Input/output error");
+    EXPECT_TRUE(MpegFirstFrame(&file.reader, 20434, &file.header));
     EXPECT_EQ(file.header.position, 40000);
 
     failing_pread = [](int, void*, size_t, off_t) -> ssize_t { return errno = EIO, -1; };
     Opened dead(bytes + std::string(4 << 20, 'x'));
     EXPECT_EQ(CachedByteAt(&dead.reader, 4 << 20), 17);
-    EXPECT_EQ(MpegFirstFrame(&dead.reader, 0, &dead.header), -1);
+    EXPECT_FALSE(MpegFirstFrame(&dead.reader, 0, &dead.header));
     EXPECT_EQ(dead.reader.unreadable.failures, UnreadableBlocks::kMost);
     failing_pread = nullptr;
 }
@@ -167,7 +168,7 @@ TEST_F(Mpeg, StepsOverTheHolesOfASparseFile) {
         std::ofstream(file.path, std::ios::app) << behind;
         file.reader.size = file.reader.end_of_file = at + static_cast<int64_t>(behind.size());
     }
-    EXPECT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), 0);
+    EXPECT_TRUE(MpegFirstFrame(&file.reader, 0, &file.header));
     EXPECT_EQ(file.header.position, 1LL << 41);
     EXPECT_EQ(XingHeaderRead(&file.reader, 0, &file.header), 0);
 }
@@ -188,7 +189,7 @@ TEST_F(Mpeg, ReadsAHostileFileAFewTimesAtMost) {
             bytes += unit;
         Opened file(bytes);
         const int64_t before = bytes_read();
-        EXPECT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), -1);
+        EXPECT_FALSE(MpegFirstFrame(&file.reader, 0, &file.header));
         EXPECT_LT(bytes_read() - before, 6 * 2000000);
     }
 }

@@ -38,11 +38,12 @@ inline int64_t ModelMark(const CachedFileReader* reader, const std::string& byte
 /// Whether the fast searches find in a file of these bytes what the ones above find.
 inline bool AgreesWithModel(const std::string& bytes, int64_t start) {
     const std::string path = MemoryFile(bytes.data(), bytes.size());
+    Reading reading;
     CachedFileReader reader{}, model{};
-    if (CachedFileOpen(&reader, path.c_str(), LogSite("m")) != 0) return false;
-    if (CachedFileOpen(&model, path.c_str(), LogSite("m")) != 0) return false;
+    if (!CachedFileOpen(&reader, path.c_str(), reading, LogSite("m"))) return false;
+    if (!CachedFileOpen(&model, path.c_str(), reading, LogSite("m"))) return false;
     MpegHeaderInfo header{};
-    const int64_t frame = MpegFirstFrame(&reader, start, &header) == 0 ? header.position : -1;
+    const int64_t frame = MpegFirstFrame(&reader, start, &header) ? header.position : -1;
     bool agrees = frame == ModelFirstFrame(&model, bytes, start);
     if (frame >= 0 && header.bitrate != 0) {
         XingHeaderRead(&reader, start, &header);

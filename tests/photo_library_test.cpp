@@ -23,9 +23,11 @@ std::string CameraJpeg(const std::string& model, uint32_t width) {
 TEST_F(Photo, AJpegBringsItsExifValuesAndOthersTheirSizeOnly) {
     const std::string bytes = CameraJpeg("M\xC3\xB6", 9000);
     const std::string path = Write("Trip/a.b.JPG", bytes), png = Write("a.png", Png(3, 4));
-    ASSERT_EQ(PhotoMediaAdd(path.c_str()), 0);
-    ASSERT_EQ(PhotoMediaAdd(png.c_str()), 0);
-    EXPECT_EQ(PhotoMediaAdd(Write("@eaDir/x.jpg", "x").c_str()), 0);
+    Reading sizeless;
+    ASSERT_EQ(PhotoMediaAdd(path.c_str(), sizeless), 0);
+    EXPECT_STREQ(sizeless.file.failure().reason, "the size of the picture cannot be read");
+    ASSERT_EQ(PhotoMediaAdd(png.c_str(), Reading()), 0);
+    EXPECT_EQ(PhotoMediaAdd(Write("@eaDir/x.jpg", "x").c_str(), Reading()), 0);
     EXPECT_EQ(fake.log, Lines{});
     ASSERT_EQ(fake.media.size(), 2U);
     const MediaInfo& record = fake.media[0].second;
@@ -37,7 +39,7 @@ TEST_F(Photo, AJpegBringsItsExifValuesAndOthersTheirSizeOnly) {
     EXPECT_EQ(Figures(record), "0 0 0 0 0x8000 0");
     EXPECT_EQ(Figures(fake.media[1].second), "0 0 0 0 3x4 0");
 
-    EXPECT_EQ(PhotoMediaAdd(Write(std::string(254, 'd') + "/a.png", "x").c_str()), 0);
+    EXPECT_EQ(PhotoMediaAdd(Write(std::string(254, 'd') + "/a.png", "x").c_str(), Reading()), 0);
     EXPECT_EQ(fake.log, Lines{"photo (#) Impossible error."});
 }
 
@@ -46,7 +48,7 @@ TEST_F(Photo, IsReadOnceForBothStores) {
     KnownPath known(path.c_str());
     Picture picture(path.c_str());
     known.picture = &picture;
-    EXPECT_EQ(PhotoMediaAdd(known), 0);
+    EXPECT_EQ(PhotoMediaAdd(known, Reading()), 0);
     Write("a.jpg", CameraJpeg("After", 20));
     EXPECT_EQ(PhotoLibraryAdd(known, kModeAdd), 0);
     picture.Forget();
@@ -77,7 +79,7 @@ TEST_F(Photo, FillsTheRecordFromNamesFileAndExif) {
 }
 
 TEST_F(Photo, ACaptionGoesWhenItsRowIsSafe) {
-    const std::string path = Write("a.jpg", "x");
+    const std::string path = Write("a.jpg", Png(1, 1));
     for (const char* failing : {"PhotoInfoDBSave", "PhotoDBHarden", ""}) {
         const std::string title = Write("@eaDir/a.jpg/KOLIPHOTO:TITLE", "Sunset");
         const std::string empty = Write("@eaDir/a.jpg/KOLIPHOTO:DESC", "");

@@ -108,8 +108,8 @@ struct PhotoResync : PhotoFixture {
         PhotoFolderResync(nullptr);
         PhotoShareResync(nullptr);
         return Photo(
-            "SELECT (SELECT count(*) FROM photo_info WHERE path LIKE '%gone%') || ' ' ||"
-            " (SELECT count(*) FROM photo_share WHERE sharename = 'gone') AS v")[0];
+            "SELECT (SELECT count(*) FROM photo_info WHERE path LIKE '%gone%') || ' ' || (SELECT count(*) FROM photo_share WHERE sharename = 'gone') AS v")
+            [0];
     }
 };
 

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <iterator>
 
-#include "base/reading.h"
 #include "base/regular_file.h"
 #include "compat/big_endian_fields.h"
 
@@ -151,7 +150,8 @@ bool AdtsScan::IsStream(int64_t start, int64_t end) const {
 }
 
 bool AdtsScan::Run(const char* path, AdtsFigures* figures) {
-    if (!file_.Open(path)) return false;
+    FileReading reading(path);
+    if (!file_.Open(path, reading)) return false;
     const int64_t start = EndOfTags(), end = file_.size();
     end_ = start;
     for (int64_t offset = start; offset < end;) {
@@ -168,7 +168,7 @@ bool AdtsScan::Run(const char* path, AdtsFigures* figures) {
         offset = next_frame;
     }
     *figures = sum_;
-    return sum_.frames > 0 && IsStream(start, end) && ReadingIsWhole();
+    return sum_.frames > 0 && IsStream(start, end) && reading.IsWhole();
 }
 
 }  // namespace

@@ -48,33 +48,33 @@ int SaveUnread(int type, const KnownPath& path, LogSite site) {
 
 }  // namespace
 
-int MediaVideoAdd(const KnownPath& path) {
+int MediaVideoAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
     if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
     int result = -1;
-    if (MiscMediaInfoGet(path.text(), &record) != 0) {
+    if (MiscMediaInfoGet(path.text(), &record, reading) != 0) {
         KOLI_LOG("%s (%d) Failed to parse media metadata from file [%s].", path.text());
         result = 1;
     }
     return Save(kStoreVideo, &record, result, kAddTexts, LogSite(kModule));
 }
 
-int MediaMusicAdd(const KnownPath& path) {
+int MediaMusicAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
     if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
     int result = -1;
-    if (MiscMediaInfoGet(record.path, &record) != 0) {
+    if (MiscMediaInfoGet(record.path, &record, reading) != 0) {
         KOLI_LOG("%s:%d Failed to parse music metadata from file [%s].", record.path);
         result = 1;
     }
     return Save(kStoreMusic, &record, result, kAddTexts, LogSite(kModule));
 }
 
-int MediaVideoSave(const KnownPath& path) {
+int MediaVideoSave(const KnownPath& path, FileReading&) {
     return SaveUnread(kStoreVideo, path, LogSite(kModule));
 }
 
-int MediaMusicSave(const KnownPath& path) {
+int MediaMusicSave(const KnownPath& path, FileReading&) {
     return SaveUnread(kStoreMusic, path, LogSite(kModule));
 }
 

@@ -7,6 +7,8 @@ extern "C" {
 
 #include <cstdint>
 
+#include "base/file_reading.h"
+
 namespace koli {
 
 /// A container, read through a descriptor.
@@ -16,7 +18,7 @@ class MediaInput {
     /// gives them, with commas between.  `file` stays the caller's and must live as long; its offset is
     /// moved.  `path` is nothing but the name by which some formats are told apart.  Whatever else a demuxer
     /// asks for, by a reference in the file, is refused.
-    MediaInput(int file, const char* path, const char* formats);
+    MediaInput(int file, const char* path, const char* formats, FileReading& reading);
     ~MediaInput();
     MediaInput(const MediaInput&) = delete;
     MediaInput& operator=(const MediaInput&) = delete;
@@ -30,6 +32,7 @@ class MediaInput {
     int64_t Size() const;
 
     int file_;
+    FileReading& reading_;  // that the file belongs to
     AVIOContext* io_ = nullptr;
     AVFormatContext* context_ = nullptr;
 };

@@ -38,6 +38,7 @@ int ParseOpenFile(MpegVideoReader* reader, MediaInfo* record) {
     if (MpegSequenceHeaderParse(reader, 0, &info) != 0 &&
         MpegProgramStreamParse(reader, &info, &audio) != 0) {
         KOLI_LOG("%s (%d) Did not find video nor audio. Skip meta info");
+        reader->file.reading->CannotParse("there is neither video nor audio in it");
         result = -1;
     }
     MpegVideoInfoToRecord(record, info, audio);
@@ -84,13 +85,13 @@ void MpegVideoInfoToRecord(MediaInfo* record, const MpegVideoInfo& info, const M
     record->channels = !has_audio ? 0U : audio.channel_mode == kMonoMode ? 1U : 2U;
 }
 
-int MpegVideoInfoGet(const char* path, MediaInfo* record) {
+int MpegVideoInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
     MpegVideoReader reader;
-    if (CachedFileOpen(&reader.file, path, LogSite(kModule)) != 0) return -1;
+    if (!CachedFileOpen(&reader.file, path, reading, LogSite(kModule))) return -1;
     reader.file.mode = kMpeg1;
     const int result = ParseOpenFile(&reader, record);
     MpegLogSuppressed(&reader);

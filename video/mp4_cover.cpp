@@ -26,7 +26,7 @@ constexpr CoverFileMessages kMessages = {
 
 }  // namespace
 
-int Mp4CoverArtSave(MP4FileHandle file, const char* path) {
+int Mp4CoverArtSave(MP4FileHandle file, const char* path, FileReading& reading) {
     if (file == nullptr || path == nullptr || *path == '\0') {
         KOLI_LOG("%s (%d) Bad parameters.");
         return 0;
@@ -40,17 +40,14 @@ int Mp4CoverArtSave(MP4FileHandle file, const char* path) {
         return 0;
     }
     if (size < (type == kTypeJpeg ? kMinJpegSize : kMinPngSize)) return 0;
+    const CoverSource source = {data.descriptor, data.offset, static_cast<int64_t>(size)};
     CoverLimits limits;
-    if (!CoverIsWithinLimits(data.descriptor, data.offset, static_cast<int64_t>(size), path, LogSite(kModule),
-                             &limits))
-        return 0;
-
-    const auto source = [&data, size](int fd) {
-        return CopyFileBytes(data.descriptor, data.offset, static_cast<int64_t>(size), fd);
-    };
+    if (!CoverIsWithinLimits(source, path, LogSite(kModule), &limits)) return 0;
     return CoverFileWrite(path, kFrontCover, kFirstPicture,
-                          type == kTypeJpeg ? KOLI_COVER_JPEG : KOLI_COVER_PNG, source, LogSite(kModule),
-                          kMessages);
+                          type == kTypeJpeg ? KOLI_COVER_JPEG : KOLI_COVER_PNG, source, reading,
+                          LogSite(kModule), kMessages)
+               ? 1
+               : 0;
 }
 
 }  // namespace koli

@@ -164,43 +164,43 @@ bool FindOwnPid(ProbeFilter* filter) {
 }
 
 /// Builds the filter that `add_rules` makes; what it does not name is answered with `otherwise`.
-int Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filter_ctx)) {
+bool Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filter_ctx)) {
     filter->length = 0;
     const Filter rules(seccomp_init(otherwise), seccomp_release);
     if (rules == nullptr) {
         errno = ENOMEM;
-        return -1;
+        return false;
     }
     seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
-    if (!add_rules(rules.get())) return -1;
+    if (!add_rules(rules.get())) return false;
 
     ProbeFilter built;
     const ssize_t bytes = Export(rules.get(), std::as_writable_bytes(std::span(built.instructions)));
-    if (bytes < 0) return -1;
+    if (bytes < 0) return false;
     built.length = static_cast<uint16_t>(static_cast<size_t>(bytes) / sizeof(sock_filter));
     if (built.length == ProbeFilter::kMaxInstructions || !FindOwnPid(&built)) {  // a full array may be cut
         errno = EOVERFLOW;
-        return -1;
+        return false;
     }
     *filter = built;
-    return 0;
+    return true;
 }
 
 }  // namespace
 
-int ProbeFilterBuild(ProbeFilter* filter) {
+bool ProbeFilterBuild(ProbeFilter* filter) {
     return Build(filter, SCMP_ACT_ERRNO(EPERM), AddRules);
 }
 
-int ProgramFilterBuild(ProbeFilter* filter) {
+bool ProgramFilterBuild(ProbeFilter* filter) {
     return Build(filter, SCMP_ACT_ALLOW, AddProgramRules);
 }
 
-int ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {
+bool ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {
     if (filter->own_pid != ProbeFilter::kNone)
         filter->instructions[filter->own_pid].k = static_cast<uint32_t>(getpid());
     const sock_fprog program{filter->length, filter->instructions.data()};
-    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
+    return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program) == 0;
 }
 
 }  // namespace koli

@@ -28,28 +28,28 @@ GuardState guard;
 
 // ---- Steps of the probe's alone.
 
-int RefusePrivileges() {
+bool RefusePrivileges() {
     // Not dumpable: neither a core helper nor another process of the same user gets at the memory.
-    return prctl(PR_SET_DUMPABLE, 0) == 0 ? prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) : -1;
+    return prctl(PR_SET_DUMPABLE, 0) == 0 && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
 }
 
-int RefuseFiles() {
+bool RefuseFiles() {
     const int abi = KernelGuardsGet().landlock_abi;
-    return abi > 0 ? LandlockAllowNothing(abi) : 0;
+    return abi <= 0 || LandlockAllowNothing(abi);
 }
 
-int FilterSystemCalls() {
+bool FilterSystemCalls() {
     const KernelGuards& kernel = KernelGuardsGet();
-    return kernel.has_filters ? ProbeFilterEnter(&guard.filter, kernel.filter_flags) : 0;
+    return !kernel.has_filters || ProbeFilterEnter(&guard.filter, kernel.filter_flags);
 }
 
 }  // namespace
 
-int ProbeGuardPrepare() {
+bool ProbeGuardPrepare() {
     // More than the whole machine's memory is never needed: one poll of the watch is long enough to fill it.
     if (guard.address_space == 0) guard.address_space = MachineMemory() + kLibraryBytes;
-    if (!KernelGuardsGet().has_filters || guard.filter.length != 0) return 0;
-    return ProbeFilterBuild(&guard.filter) == 0 ? 0 : GuardFailed("building the filter");
+    if (!KernelGuardsGet().has_filters || guard.filter.length != 0) return true;
+    return ProbeFilterBuild(&guard.filter) || GuardFailed("building the filter");
 }
 
 ProbeGuardStatus ProbeGuardStatusGet() {
@@ -73,19 +73,19 @@ void ProbeGuardReport() {
               status.file_rules ? "" : " [Landlock]");
 }
 
-int ProbeGuardEnter(int file, pid_t parent) {
+bool ProbeGuardEnter(int file, pid_t parent) {
     // The order matters: descriptors first, so that nothing of the daemon's is open below; the rules for
     // files need a descriptor of their own and system calls that the filter refuses; both need the refusal of
     // new privileges.
-    if (SignalAtParentsEnd(parent, SIGKILL) != 0) return GuardFailed("end with parent");
-    if (CloseInherited(file) != 0) return GuardFailed("closing");
-    if (LimitWork(guard.address_space) != 0) return GuardFailed("limits");
-    if (LimitResource(RLIMIT_NPROC, 0) != 0) return GuardFailed("limits");
-    if (RefusePrivileges() != 0) return GuardFailed("no new privileges");
-    if (KeepCapabilities(0) != 0) return GuardFailed("capabilities");
-    if (RefuseFiles() != 0) return GuardFailed("Landlock");
-    if (FilterSystemCalls() != 0) return GuardFailed("seccomp");
-    return 0;
+    if (!SignalAtParentsEnd(parent, SIGKILL)) return GuardFailed("end with parent");
+    CloseInherited(file);
+    if (!LimitWork(guard.address_space)) return GuardFailed("limits");
+    if (!LimitResource(RLIMIT_NPROC, 0)) return GuardFailed("limits");
+    if (!RefusePrivileges()) return GuardFailed("no new privileges");
+    if (!KeepCapabilities(0)) return GuardFailed("capabilities");
+    if (!RefuseFiles()) return GuardFailed("Landlock");
+    if (!FilterSystemCalls()) return GuardFailed("seccomp");
+    return true;
 }
 
 }  // namespace koli

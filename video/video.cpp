@@ -11,13 +11,13 @@ namespace {
 constexpr const char kModule[] = "video";
 }
 
-int VideoAdd(const KnownPath& path) {
+int VideoAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
-    if (MpegVideoInfoGet(path.text(), &record) < 0) {
+    if (MpegVideoInfoGet(path.text(), &record, reading) < 0) {
         KOLI_LOG("%s (%d) Failed to parse dat metadata.");
         result = 1;
     }

@@ -37,17 +37,17 @@ int MediaInfoFill(const KnownPath& path, MediaInfo* record) {
     return 0;
 }
 
-int MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site) {
+bool MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site) {
     if (path.IsEmpty() || record == nullptr) {
         LogError("%s (%d) Bad parameter.", site.module, site.line);
-        return -1;
+        return false;
     }
     const struct stat* file = path.file();
-    if (file == nullptr) return -1;
+    if (file == nullptr) return false;
 
     *record = MediaInfo{};
     FillFromLook(path.text(), *file, record);
-    return 0;
+    return true;
 }
 
 void MediaInfoNames(const char* path, NamesFromPath which, MediaInfo* record, LogSite site) {

@@ -14,8 +14,8 @@ int MediaInfoFill(const KnownPath& path, MediaInfo* record);
 
 /// Begins the record of a file as the handlers with a parser of their own do: refuses a missing or empty path
 /// ("Bad parameter.", in the caller's name) and, silently, a file that is not there; else zeroes the record
-/// and fills in path, file size and times.  Returns 0 or -1.
-int MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site);
+/// and fills in path, file size and times.
+bool MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site);
 
 /// Fills title and album from the path: whatever stands in them, or only what is still empty.
 enum class NamesFromPath { kPreset, kOnlyEmpty };

@@ -45,7 +45,7 @@ bool IsShareTop(const char* path) {
 
 bool IsOnOtherVolume(const char* path) {
     char target[kPathSize];
-    if (ShareTargetGet(paths::kPhotoShare, target) != 0) return false;
+    if (!ShareTargetGet(paths::kPhotoShare, target)) return false;
     if (strlen(target) <= kVolumeLength || target[kVolumeLength] != '/') return false;
     return strncmp(path, target, kVolumeLength + 1) != 0;
 }

@@ -37,9 +37,9 @@ int DeleteAllAlbums() {
 }
 
 /// What the caption says, else what the machine's setting says.  False when the setting cannot be read now.
-bool ReadPublicFlag(const char* path, bool* is_public) {
+bool ReadPublicFlag(const char* path, CaptionHold& captions, bool* is_public) {
     char value[kFlagSize] = {};
-    const bool has_caption = PhotoSharePublicGet(path, value, sizeof value) == 1;
+    const bool has_caption = PhotoSharePublicGet(path, value, sizeof value, captions) == 1;
     *is_public = has_caption && value[0] == '1';
     if (has_caption) return true;
     if (KLIBFileGetKeyValue(paths::kConfig, "albumdefpublic", value, sizeof value, 0) < 0) {
@@ -69,12 +69,12 @@ int InsertAlbum(const char* album, int depth, bool is_public) {
 /// handed over for an album that exists already is gone like any other.
 int CreateAlbum(const char* path, int depth) {
     const char* album = AlbumNameOf(path);
-    const FileReading reading(path);
+    FileReading reading(path);
     const bool may_open = reading.past() == PastReading::kNothing;
-    CaptionHold captions;
+    CaptionHold captions(reading);
     bool is_public = false;
-    const bool is_known = may_open && ReadPublicFlag(path, &is_public);
-    PhotoTroubleTell(path, reading);
+    const bool is_known = may_open && ReadPublicFlag(path, captions, &is_public);
+    PhotoTroubleTell(reading);
     if (!is_known || captions.HasUnreadable()) {
         KOLI_LOG("%s (%d) The public flag of [%s] cannot be read. The album is not made yet.", album);
         return -1;
@@ -96,9 +96,10 @@ bool IsNoPlaceForAlbums(const char* path) {
 
 }  // namespace
 
-int PhotoSharePublicGet(const char* path, char* buffer, int size) {
+int PhotoSharePublicGet(const char* path, char* buffer, int size, CaptionHold& captions) {
     char value[kCaptionSize] = {};
-    if (buffer == nullptr || size <= 0 || CaptionRead(path, kPublicStream, value, sizeof value) != 0)
+    if (buffer == nullptr || size <= 0 ||
+        CaptionRead(path, kPublicStream, value, sizeof value, captions) != 0)
         return 0;
     CopyText(buffer, static_cast<size_t>(size), value);
     return 1;

@@ -67,10 +67,10 @@ int ReportMissing(const char* album) {
 
 /// The covers' paths go through the share's link.
 int RenameCover(const char* new_name, const char* old_name) {
-    const SqlText sql = FormatSql(LogSite(kModule),
-                                  "UPDATE photo_share SET cover = replace(cover, '/var/services/photo/%s/', "
-                                  "'/var/services/photo/%s/') WHERE sharename='%s'",
-                                  old_name, new_name, new_name);
+    const SqlText sql = FormatSql(
+        LogSite(kModule),
+        "UPDATE photo_share SET cover = replace(cover, '/var/services/photo/%s/', '/var/services/photo/%s/') WHERE sharename='%s'",
+        old_name, new_name, new_name);
     if (sql == nullptr) return -1;
     const int affected = PhotoDBExec(sql.get());
     if (affected == -1) {

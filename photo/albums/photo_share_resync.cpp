@@ -29,10 +29,10 @@ int ExecStep(const SqlText& sql) {
     return -1;
 }
 
-int LinkTargetGet(char (&target)[kPathSize]) {
-    if (ShareTargetGet(paths::kPhotoShare, target) == 0) return 0;
+bool LinkTargetGet(char (&target)[kPathSize]) {
+    if (ShareTargetGet(paths::kPhotoShare, target)) return true;
     KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
-    return -1;
+    return false;
 }
 
 int MarkFresh(const char* album) {
@@ -45,7 +45,7 @@ int MarkFresh(const char* album) {
 /// Creates the album of a name that has no row.
 void CreateAlbum(const char* album) {
     char target[kPathSize];
-    if (LinkTargetGet(target) != 0) return;
+    if (!LinkTargetGet(target)) return;
     const SqlText path = FormatSql(LogSite(kModule), "%s/%s", target, album);
     if (path != nullptr) PhotoShareUpdate(path.get(), kAlbumCreate);
 }
@@ -139,7 +139,7 @@ int PhotoShareSweep(const char* album) {
 int PhotoShareResync(const char* path) {
     if (path != nullptr && PhotoShareDepth(path) != kTopAlbum) return 0;
     char target[kPathSize];
-    if (LinkTargetGet(target) != 0) return -1;
+    if (!LinkTargetGet(target)) return -1;
     const char* top = path != nullptr ? path : target;
     ResyncGuard guard(top, LogSite(kModule));
     if (path == nullptr && PhotoShareMarkAll(nullptr) == -1) {

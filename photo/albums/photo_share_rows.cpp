@@ -59,10 +59,10 @@ int AlbumsDelete(const char* album, const char* but) {
             ? FormatSql(LogSite(kModule),
                         "Delete from photo_share where sharename = '%s' or sharename like '%s/%%';",
                         name.get(), like.get())
-            : FormatSql(LogSite(kModule),
-                        "Delete from photo_share where (sharename = '%s' or sharename like '%s/%%')"
-                        " and sharename <> '%s';",
-                        name.get(), like.get(), kept.get());
+            : FormatSql(
+                  LogSite(kModule),
+                  "Delete from photo_share where (sharename = '%s' or sharename like '%s/%%') and sharename <> '%s';",
+                  name.get(), like.get(), kept.get());
     return AlbumExec(sql, LogSite(kModule)) == -1 ? -1 : 0;
 }
 

@@ -19,10 +19,7 @@ constexpr const char kMark[] = "batch_mark";  // "OFFSET HASH", the hash in hexa
 
 /// Does it with both databases, whatever becomes of the other.  Returns 0 or -1.
 int OfBoth(int (Database::*step)()) {
-    const int media = Guarded(MediaDatabase(), [step] {
-        ProblemSettle();
-        return (MediaDatabase().*step)();
-    });
+    const int media = Guarded(MediaDatabase(), [step] { return (MediaDatabase().*step)(); });
     const int photo = Guarded(PhotoDatabase(), [step] { return (PhotoDatabase().*step)(); });
     return media != 0 || photo != 0 ? -1 : 0;
 }
@@ -113,10 +110,7 @@ int KOLITruncateTable(const char* table) {
 }
 
 int MediaDBVacuum(void) {
-    return Guarded(MediaDatabase(), [&] {
-        ProblemSettle();
-        return MediaDatabase().Vacuum();
-    });
+    return Guarded(MediaDatabase(), [&] { return MediaDatabase().Vacuum(); });
 }
 
 int PhotoDBVacuum(void) {

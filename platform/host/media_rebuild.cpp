@@ -13,7 +13,6 @@
 #include "platform/host/database_groups.h"
 #include "platform/host/guard.h"
 #include "platform/host/path_range.h"
-#include "platform/host/problems.h"
 #include "platform/host/table_marks.h"
 #include "platform/kolidb.h"
 
@@ -184,7 +183,6 @@ void MediaRebuildBegin(const char* path) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return;
     }
-    Guarded(MediaDatabase(), [] { ProblemSettle(); });
     TheRebuild().Open();
     Remember([path](Rebuild& rebuild) { rebuild.Begin(path); });
 }
@@ -198,7 +196,6 @@ int MediaRebuildSavedLast(const char* path) {
 }
 
 int MediaRebuildEnd(int is_certain) {
-    Guarded(MediaDatabase(), [] { ProblemSettle(); });
     int result = TheRebuild().is_noting() ? -1 : 0;
     Remember([is_certain, &result](Rebuild& rebuild) { result = rebuild.End(is_certain != 0); });
     TheRebuild().Close();

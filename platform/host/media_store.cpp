@@ -92,14 +92,11 @@ int MediaInfoDBSave(int type, const MediaInfo* record) {
             KOLI_LOG("%s (%d) Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         RebuildNote(type, record->path);
         SqlStatement* statement = MediaDatabase().Prepare(SaveTextOf(type));
         if (statement == nullptr) return -1;
         EachMediaField(RecordBinder(*statement, *record));
-        if (MediaDatabase().Run(*statement) < 0) return -1;
-        ProblemSaved(record->path);
-        return 0;
+        return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
     });
 }
 
@@ -109,7 +106,6 @@ int MediaInfoDBDirSave(const char* path) {
             KOLI_LOG("%s (%d) Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         const std::string_view bare = WithoutTrailingSlashes(path);
         const std::string directory(bare.empty() ? "/" : bare);
         RebuildNote(kRebuildDirectory, directory);
@@ -126,7 +122,6 @@ int MediaInfoDBDelete(int type, const char* path) {
             KOLI_LOG("%s (%d) Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         if (type == kStoreBelowDirectory) return DeleteBelow(path);
         if (MediaDatabase().Remove(kMediaTables[type], path) < 0) return -1;
         ProblemForget(path);

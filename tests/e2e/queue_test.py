@@ -37,6 +37,19 @@ class Requests(harness.DaemonTest):
                          for name in ("@eaDir/01 Déjà vu.mp3/cover1.jpg", "01 Déjà vu.mp3"))
         self.assertIn(b"front\0" + picture, song)
 
+    def test_what_is_wrong_with_a_file_is_told_in_a_word(self):
+        for share in ("music", "photo", "video"):
+            harness.shutil.copytree(f"{harness.SAMPLES}/{share}", f"/volume1/{share}", dirs_exist_ok=True)
+        self.index(*harness.EVERYTHING)
+        no_mpeg, unopened = "there is no MPEG audio in it", "the container could not be opened"
+        unsized = "the size of the picture cannot be read"
+        self.assertEqual({row["path"].partition("/Broken/")[2]: row["reason"] for row in appliance.rows("problem")}, {
+            "cut.m4a": "it is no readable MP4 file", "cut.ogg": unopened, "page.wma": unopened, "cut.mp4": unopened,
+            "page.avi": unopened, "empty.mp3": no_mpeg, "frame past the end.mp3": no_mpeg, "noise.mp3": no_mpeg,
+            "tag only.mp3": no_mpeg, "page.flac": "there is no readable FLAC stream information in it",
+            "silence.aac": "the AAC decoder tells nothing of it", "cut.jpg": unsized, "page.png": unsized,
+            "noise.dat": "there is neither video nor audio in it"})
+
     def test_hostile_names_come_back_byte_for_byte(self):
         names = [b"it's \"quoted\"", b"100%_", b"back\\slash\\'", b"new\nline", b"inv\xff\xfe\xc3alid", b" blanks ",
                  b"a:b", b"$(touch /tmp/run)`touch /tmp/run`;touch /tmp/run", b"'); DROP TABLE music; --", b"x" * 251]

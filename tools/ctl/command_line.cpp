@@ -23,19 +23,18 @@
 namespace koli::ctl {
 namespace {
 
-constexpr const char kFooter[] =
-    "Exit codes: 0 done, or everything is in step; 1 done, but something could not be stored, or differences "
-    "or\n"
-    "problems were found; 2 wrong usage, or a path that cannot be queued; 3 the daemon does not run or "
-    "cannot be\n"
-    "woken (requests are queued all the same); 4 the spool or another file could not be read or written; 5 "
-    "a\n"
-    "database could not be read or mended.\n\n"
-    "Examples:\n"
-    "  koliindexctl add --wait /volume1/music/Album\n"
-    "  koliindexctl sync --dry-run\n"
-    "  koliindexctl list --kind music --where artist=Somebody\n"
-    "  koliindexctl problems --json\n";
+constexpr char kFooter[] =
+    R"(Exit codes: 0 done, or everything is in step; 1 done, but something could not be stored, or differences or
+problems were found; 2 wrong usage, or a path that cannot be queued; 3 the daemon does not run or cannot be
+woken (requests are queued all the same); 4 the spool or another file could not be read or written; 5 a
+database could not be read or mended.
+
+Examples:
+  koliindexctl add --wait /volume1/music/Album
+  koliindexctl sync --dry-run
+  koliindexctl list --kind music --where artist=Somebody
+  koliindexctl problems --json
+)";
 
 /// What the parser fills in.
 struct Arguments {
