@@ -14,6 +14,7 @@
 #include <set>
 
 #include "base/log.h"
+#include "base/reading.h"
 #include "platform/paths.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
@@ -98,11 +99,17 @@ TEST_F(Probe, RunsUnguardedUnlessTheSettingForbidsIt) {
     };
     std::string& setting = fake.values[std::string(paths::kConfig) + ":unguardedprobe"];
     settings_.guards = [] { return ProbeGuardStatus{false, false}; };
-    for (const auto& [value, result] : {std::pair{"", 0}, {"yes", 0}, {"no", 1}}) {
+    for (const auto& [value, result] : {std::pair{"", 0}, {"yes", 0}, {"No", 1}}) {
         setting = value;
         EXPECT_EQ(run(), result) << value;
     }
     EXPECT_EQ(fake.log, Lines{"metamedia (#) Not probed, as nothing guards the probe on this kernel. [/x]"});
+    for (const auto& [error, result] : {std::pair{EACCES, 0}, {EMFILE, 1}}) {
+        fake.unreadable = error;
+        ReadingBegin("/x");
+        EXPECT_EQ(run(), result);
+        EXPECT_EQ(ReadingIsWhole(), result == 0);  // not for good
+    }
     settings_.guards = [] { return ProbeGuardStatus{false, true}; };
     EXPECT_EQ(run(), 0);
 }

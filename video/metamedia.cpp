@@ -90,6 +90,7 @@ void ProbePollSleep(const timespec& interval, const sigset_t& mask) {
 
 int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, const WatchSettings& settings) {
     if (!ProbeGuardSuffices(settings.guards())) {
+        if (errno != 0) ReadingFailedUnlogged(errno);
         KOLI_LOG("%s (%d) Not probed, as nothing guards the probe on this kernel. [%s]", path);
         return 1;
     }
