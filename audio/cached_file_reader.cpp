@@ -31,7 +31,9 @@ int64_t ReadOnce(CachedFileReader* reader, int64_t offset, void* bytes, int64_t 
     const int error = count == 0 ? EIO : errno;  // cut off in the meantime
     reader->reading->ReadFailed(error);
     reader->unreadable.Add(offset);
-    if (reader->unreadable.failures == UnreadableBlocks::kMost) reader->end_of_file = offset;
+    // What lies in front may be sound, until that fails, too.
+    if (reader->unreadable.failures >= UnreadableBlocks::kMost)
+        reader->end_of_file = reader->unreadable.failures == UnreadableBlocks::kMost ? offset : 0;
     errno = error;
     return -1;
 }
@@ -85,7 +87,7 @@ void UnreadableBlocks::Add(int64_t offset) {
     const int64_t end = (offset / kSize + 1) * kSize;
     if (count > 0 && ranges[count - 1].end == offset)
         ranges[count - 1].end = end;
-    else
+    else if (count < kMost)
         ranges[count++] = {offset, end};
 }
 

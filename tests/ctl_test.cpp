@@ -6,6 +6,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 
 #include <atomic>
@@ -20,6 +21,7 @@
 #include "tools/ctl/command_line.h"
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/output.h"
+#include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
 
@@ -231,6 +233,29 @@ TEST(QueueService, TakesWhatIsNotOnlyRootsToAsk) {
     const test::TempDir dir;
     fs::resize_file(dir.Write("queue", ""), (64 << 20) - 5);  // 64 MiB may wait
     EXPECT_EQ(Served("U:photo\n\n", dir)[0], "Etoo many requests wait there already");
+}
+
+TEST(QueueService, IsAskedAgainWhenItHadNoTime) {
+    const test::TempDir dir;
+    sockaddr_un address{AF_UNIX, ""};
+    dir.Path("service").copy(address.sun_path, sizeof address.sun_path - 1);
+    const UniqueFd server(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(bind(server.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(server.get(), 5), 0);
+    const timeval patience{20, 0};
+    setsockopt(server.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    std::thread service([&] {
+        for (int caller = 0; caller < 3; ++caller) {
+            const UniqueFd peer(accept(server.get(), nullptr, nullptr));
+            if (caller == 2) QueueServe({dir.Path("queue"), "", dir.Path("pid")}, {}, peer.get());
+        }
+    });
+    const Places refused{.queue = "/sys/queue", .service = dir.Path("service")};
+    const Queued queued = QueueSubmit(refused, "U:photo\n");
+    service.join();
+    EXPECT_EQ(queued.batch.error, "");
+    EXPECT_TRUE(queued.batch.file.valid());
+    EXPECT_EQ(test::ReadFile(dir.Path("queue")), "U:photo\n");
 }
 
 TEST(QueueService, PutsTheDaemonOffForNoLongerThanAMinute) {

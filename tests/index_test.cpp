@@ -80,6 +80,10 @@ TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {
     EXPECT_EQ(next_life(true), 2);
     ReadingMarkForgive();
     EXPECT_EQ(calls(), unopened);
+    std::filesystem::copy_file(song, Path("new"));
+    std::filesystem::last_write_time(Path("new"), std::filesystem::last_write_time(song));
+    std::filesystem::rename(Path("new"), song);  // as if its file system had numbered it anew
+    EXPECT_EQ(calls(), unopened);
     Write("a.mp3", "longer");
     EXPECT_EQ(calls(), opened);
     EXPECT_EQ(next_life(true), 2);  // an upload does not get two attempts for each of its lengths
@@ -88,6 +92,13 @@ TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {
     EXPECT_EQ(calls(), Lines{});
     Write("mark", "damaged");
     ASSERT_TRUE(ReadingMarkOpen("mark"));
+    EXPECT_EQ(calls(), opened);
+    std::filesystem::rename(song, Path("away"));  // as long as its volume is not there
+    EXPECT_EQ(next_life(true), 1);
+    EXPECT_EQ(next_life(true), 2);
+    std::filesystem::rename(Path("away"), song);
+    EXPECT_EQ(calls(), unopened);
+    Write("a.mp3", "changed");
     EXPECT_EQ(calls(), opened);
 }
 

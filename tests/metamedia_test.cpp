@@ -93,19 +93,25 @@ TEST_F(Probe, DoesNotRunWithoutTheFilterOfTheKernelAndTriesAgain) {
 }
 
 TEST_F(Probe, RunsUnguardedUnlessTheSettingForbidsIt) {
-    const auto run = [&] {
+    const auto run = [&](FileReading& reading) {
         MediaInfo record{};
-        return GuardedProbeRun("/x", &record, Reading(), Succeed, settings_);
+        return GuardedProbeRun("/x", &record, reading, Succeed, settings_);
     };
     std::string& setting = fake.values[std::string(paths::kConfig) + ":unguardedprobe"];
     settings_.guards = [] { return ProbeGuardStatus{false, false}; };
-    for (const auto& [value, result] : {std::pair{"", 0}, {"yes", 0}, {"no", 1}}) {
+    for (const auto& [value, result] : {std::pair{"", 0}, {"yes", 0}, {"No", 1}}) {
         setting = value;
-        EXPECT_EQ(run(), result) << value;
+        EXPECT_EQ(run(Reading()), result) << value;
     }
     EXPECT_EQ(fake.log, Lines{"metamedia (#) Not probed, as nothing guards the probe on this kernel. [/x]"});
+    for (const auto& [error, result] : {std::pair{EACCES, 0}, {EMFILE, 1}}) {
+        fake.unreadable = error;
+        Reading reading;
+        EXPECT_EQ(run(reading), result);
+        EXPECT_EQ(reading.file.IsWhole(), result == 0);  // not for good
+    }
     settings_.guards = [] { return ProbeGuardStatus{false, true}; };
-    EXPECT_EQ(run(), 0);
+    EXPECT_EQ(run(Reading()), 0);
 }
 
 TEST_F(Probe, TellsHowTheChildEndedAndKillsOnThe902ndPoll) {

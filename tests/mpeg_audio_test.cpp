@@ -157,6 +157,10 @@ TEST_F(Mpeg, ReadsWhatLiesBehindAnUnreadableBlockAndAsksForThatOnce) {
     EXPECT_EQ(CachedByteAt(&dead.reader, 4 << 20), 17);
     EXPECT_FALSE(MpegFirstFrame(&dead.reader, 0, &dead.header));
     EXPECT_EQ(dead.reader.unreadable.failures, UnreadableBlocks::kMost);
+    Opened backwards(bytes + std::string(4 << 20, 'x'));
+    for (int64_t at = 4 << 20; at >= 0; at -= 8192)
+        EXPECT_EQ(CachedByteAt(&backwards.reader, at), 17);
+    EXPECT_EQ(backwards.reader.unreadable.failures, UnreadableBlocks::kMost + 1);
     failing_pread = nullptr;
 }
 

@@ -93,6 +93,7 @@ void ProbePollSleep(const timespec& interval, const sigset_t& mask) {
 int GuardedProbeRun(const char* path, MediaInfo* record, FileReading& reading, ProbeFunction probe,
                     const WatchSettings& settings) {
     if (!ProbeGuardSuffices(settings.guards())) {
+        if (errno != 0) reading.ReadFailedUnlogged(errno);
         KOLI_LOG("%s (%d) Not probed, as nothing guards the probe on this kernel. [%s]", path);
         reading.CannotParse("nothing guards the probe on this kernel");
         return 1;

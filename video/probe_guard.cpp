@@ -1,11 +1,13 @@
 #include "video/probe_guard.h"
 
+#include <strings.h>
 #include <sys/prctl.h>
 
+#include <cerrno>
 #include <csignal>
-#include <cstring>
 
 #include "base/log.h"
+#include "base/passing_error.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
 #include "video/guard_steps.h"
@@ -58,10 +60,13 @@ ProbeGuardStatus ProbeGuardStatusGet() {
 }
 
 bool ProbeGuardSuffices(const ProbeGuardStatus& status) {
+    errno = 0;
     if (status.system_call_filter || status.file_rules) return true;
     char value[8];
-    return KLIBFileGetKeyValue(paths::kConfig, "unguardedprobe", value, sizeof value, 0) < 0 ||
-           strcmp(value, "no") != 0;
+    if (KLIBFileGetKeyValue(paths::kConfig, "unguardedprobe", value, sizeof value, 0) < 0)
+        return errno == 0 || !IsPassingError(errno);
+    errno = 0;
+    return strcasecmp(value, "no") != 0;
 }
 
 void ProbeGuardReport() {

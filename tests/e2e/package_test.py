@@ -1,5 +1,6 @@
 #!/usr/bin/python3
 """The Debian package: installed, used within the limits of its services, and removed."""
+import contextlib
 import ctypes
 import errno
 import glob
@@ -87,9 +88,10 @@ def within_limits(unit, *command):
     writable = [os.path.realpath(path) for path in writable]
     with open("/proc/self/mounts") as file:
         mounts = [line.split()[1].encode().decode("unicode_escape") for line in file]
-    locked = [point for point in mounts if not point.startswith(MOUNTS_LEFT) and point not in writable]
+    locked = [point for point in mounts if not point.startswith(MOUNTS_LEFT)
+              and not any(f"{point}/".startswith(f"{path}/") for path in writable)]
     rights = "".join(f",+{name.removeprefix('CAP_').lower()}" for name in unit_values(unit, "CapabilityBoundingSet"))
-    setup += [f"mount --bind '{path}' '{path}'" for path in writable]
+    setup += [f"mount --rbind '{path}' '{path}'" for path in writable]
     setup += [f"mount -o remount,bind,ro '{point}'" for point in locked]
     setup.append(f'exec setpriv --no-new-privs --regid={group or 0} --clear-groups --bounding-set=-all{rights} -- "$@"')
     filtered = [sys.executable, os.path.abspath(__file__), "--filtered", unit] if shutil.which("systemd-analyze") else []
@@ -129,6 +131,7 @@ class Package(harness.DaemonTest):
         os.unlink(CONFFILES[0])
         for link in glob.glob("/var/services/*"):
             os.unlink(link)
+        run("addgroup", "--quiet", "koliindex")  # somebody's own, for the databases of an earlier version
         dpkg("--install", cls.package)
         made = run(CTL, "setup", "--apply", "/volume1")
         if not os.path.islink("/var/services/photo"):
@@ -180,6 +183,13 @@ class Package(harness.DaemonTest):
         for place in ("/volume1/music", "/volume1/photo/Coast"):
             run("chown", "-R", f"{SOMEBODY}:{SOMEBODY}", place)
             run("chmod", "-R", "u=rX,go=,+t", place)  # theirs alone, and nobody else removes something there
+        os.mkdir("/volume1/music/Full")
+        run("mount", "-t", "tmpfs", "-o", "size=512k", "none", "/volume1/music/Full")
+        self.addCleanup(run, "umount", "/volume1/music/Full")
+        without_room = self.put("/volume1/music/Full/cover.mp3", "music/Blue Harbour/01 First Light.mp3")
+        with contextlib.suppress(OSError), open("/volume1/music/Full/fill", "wb", buffering=0) as fill:
+            while fill.write(bytes(4096)):
+                pass
         server = as_user(SOMEBODY, "sleep", "1000")
         self.addCleanup(server.communicate)
         self.addCleanup(server.kill)
@@ -188,11 +198,14 @@ class Package(harness.DaemonTest):
         log = self.index(*harness.EVERYTHING)
         self.assertEqual(server.wait(harness.PATIENCE), -signal.SIGUSR1)
         # This machine has no thumbnail daemon, and its kernel may lack a part of the guard.
-        expected = ("Thumb daemon is not running", "this kernel lacks it")
+        expected = ("Thumb daemon is not running", "this kernel lacks it", "No space left on device")
         self.assertEqual([line for line in log if not any(text in line for text in expected)], [])
         cover = os.stat("/volume1/music/@eaDir/cover.mp3/cover1.jpg")
         self.assertEqual((cover.st_uid, cover.st_gid, cover.st_mode & 0o7777), (SOMEBODY, SOMEBODY, 0o777))
         self.assertEqual(self.row("music", with_cover)["has_cover"], 1)
+        self.assertGreater(self.row("music", without_room)["duration"], 0)
+        self.assertEqual([(row["path"], row["reason"]) for row in appliance.rows("problem")],
+                         [(without_room, "The cover cannot be saved: No space left on device")])
         self.assertEqual(self.row("photo_info", picture)["title"], "sea")
         self.assertEqual(glob.glob("/volume1/photo/Coast/@eaDir/*/*"), [])
         self.assertGreater(self.row("music", raw_aac)["duration"], 0)
