@@ -39,12 +39,11 @@ int AiffMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& read
 int AiffFileAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
     if (AiffMetadataRead(path, &record, reading) < 0) return -1;
-    return SaveMediaInfo(kStoreMusic, record, -1, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+    return SaveMediaInfo(kStoreMusic, record, -1, LogSite(kModule), "Failed to save media info to database.");
 }
 
 int AiffFileDelete(const char* path) {
-    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "Failed to remove [%s] from database",
                            RemoveFailure::kIsError);
 }
 

@@ -96,18 +96,18 @@ bool CachedFileOpen(CachedFileReader* reader, const char* path, FileReading& rea
     reader->fp = StreamOf(OpenForReading(path));
     if (reader->fp == nullptr) {
         reading.ReadFailed(errno);
-        LogError("%s (%d) Unable to open %s ", site.module, site.line, path);
+        LogError(site, "Unable to open %s ", path);
         return false;
     }
     const int fd = fileno(reader->fp);
     if (lseek(fd, 0, SEEK_END) == -1) {
-        LogError("%s (%d) Unable to seek to end %s ", site.module, site.line, path);
+        LogError(site, "Unable to seek to end %s ", path);
         CachedFileClose(reader);
         return false;
     }
     const off_t size = lseek(fd, 0, SEEK_CUR);
     if (size == -1) {
-        LogError("%s (%d) Seeking to end of input file %s failed.", site.module, site.line, path);
+        LogError(site, "Seeking to end of input file %s failed.", path);
         CachedFileClose(reader);
         return false;
     }

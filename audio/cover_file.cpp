@@ -62,12 +62,11 @@ bool CopyCover(CoverSource source, int fd, FileReading& reading) {
 int CreateCoverFile(const AttributeFile& cover, const char* cover_path, LogSite site,
                     const CoverFileMessages& messages) {
     if (cover.Remove() != 0 && errno != ENOENT) {
-        LogError(messages.unlink_failed, site.module, site.line, cover_path, strerror(errno));
+        LogError(site, messages.unlink_failed.text, cover_path, strerror(errno));
         return -1;
     }
     const int fd = cover.Open(O_WRONLY | O_CREAT | O_EXCL, 0666);
-    if (fd < 0)
-        LogError("%s (%d) FAILED TO OPEN %s, reason=%s", site.module, site.line, cover_path, strerror(errno));
+    if (fd < 0) LogError(site, "FAILED TO OPEN %s, reason=%s", cover_path, strerror(errno));
     return fd;
 }
 
@@ -76,17 +75,15 @@ int CreateCoverFile(const AttributeFile& cover, const char* cover_path, LogSite 
 bool HandOver(int fd, const char* cover_path, const char* media_path, LogSite site) {
     struct stat media;
     if (stat(media_path, &media) != 0) {
-        LogError("%s (%d) FAILED TO stat %s, reason: %s", site.module, site.line, media_path,
-                 strerror(errno));
+        LogError(site, "FAILED TO stat %s, reason: %s", media_path, strerror(errno));
         return false;
     }
     if (fchmod(fd, kCoverMode) != 0) {
-        LogError("%s (%d) FAILED TO chmod %s, reason: %s", site.module, site.line, cover_path,
-                 strerror(errno));
+        LogError(site, "FAILED TO chmod %s, reason: %s", cover_path, strerror(errno));
         return false;
     }
     if (fchown(fd, media.st_uid, media.st_gid) != 0) {
-        LogError("FAILED TO chown %s to uid=%d, gid=%d, reason: %s", cover_path,
+        LogError(site.As(LogForm::kBare), "FAILED TO chown %s to uid=%d, gid=%d, reason: %s", cover_path,
                  static_cast<int>(media.st_uid), static_cast<int>(media.st_gid), strerror(errno));
         return false;
     }
@@ -96,7 +93,7 @@ bool HandOver(int fd, const char* cover_path, const char* media_path, LogSite si
 bool FillCoverFile(int fd, const char* cover_path, const char* media_path, const CoverSource& source,
                    FileReading& reading, LogSite site) {
     if (!CopyCover(source, fd, reading)) {
-        LogError("%s (%d) FAILED TO WRITE PIC FILE, reason=%s", site.module, site.line, strerror(errno));
+        LogError(site, "FAILED TO WRITE PIC FILE, reason=%s", strerror(errno));
         return false;
     }
     return HandOver(fd, cover_path, media_path, site);
@@ -107,7 +104,7 @@ bool CloseCoverFile(int fd, const char* cover_path, LogSite site) {
     struct stat status;
     if (fstat(fd, &status) == 0) FileSystemWritten(status.st_dev, cover_path);
     if (close(fd) == 0) return true;
-    LogError("%s (%d) FAILED TO WRITE PIC FILE, reason=%s", site.module, site.line, strerror(errno));
+    LogError(site, "FAILED TO WRITE PIC FILE, reason=%s", strerror(errno));
     return false;
 }
 
@@ -133,7 +130,7 @@ bool CoverFileWrite(const char* media_path, int picture_type, int index, int ima
     errno = 0;
     if (GetCoverPath(media_path, cover_path, sizeof cover_path, picture_type, index, image_type) == 0) {
         NoteTrouble(reading, kUnsaved, errno);
-        LogError(messages.no_cover_path, site.module, site.line, media_path);
+        LogError(site, messages.no_cover_path.text, media_path);
         return false;
     }
     const AttributeFile cover(cover_path);
@@ -155,15 +152,13 @@ bool CoverIsWithinLimits(const CoverSource& source, const char* media_path, LogS
     if (fstat(source.file, &status) != 0 || source.length > status.st_size - source.offset) return true;
     if (source.length > kMaxCover) {
         if (!std::exchange(limits->size_is_logged, true))
-            LogError("%s (%d) A picture of more than 32 MiB is not saved: %s", site.module, site.line,
-                     media_path);
+            LogError(site, "A picture of more than 32 MiB is not saved: %s", media_path);
         return false;
     }
     const off_t hole = lseek(source.file, source.offset, SEEK_HOLE);
     if (hole == -1 || hole >= source.offset + source.length) return true;
     if (!std::exchange(limits->hole_is_logged, true))
-        LogError("%s (%d) A picture with a hole of the file in it is not saved: %s", site.module, site.line,
-                 media_path);
+        LogError(site, "A picture with a hole of the file in it is not saved: %s", media_path);
     return false;
 }
 

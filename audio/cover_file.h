@@ -10,8 +10,8 @@ namespace koli {
 
 /// The messages in which the callers differ.
 struct CoverFileMessages {
-    const char* no_cover_path;  // module, line, media path
-    const char* unlink_failed;  // module, line, cover path, reason
+    LogText<1> no_cover_path;  // media path
+    LogText<2> unlink_failed;  // cover path, reason
 };
 
 /// Where the picture lies: bytes of an open media file.  What the file does not hold cannot be saved.

@@ -63,12 +63,12 @@ void StoreComment(const FLAC__StreamMetadata_VorbisComment_Entry& entry, MediaIn
 
 int FlacMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& reading) {
     if (path.IsEmpty() || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (path.status() == nullptr) reading.ReadFailed(errno);
     if (path.file() == nullptr) {
-        KOLI_LOG("%s (%d) Stat file error: %s.", path.text());
+        KOLI_LOG("Stat file error: %s.", path.text());
         reading.CannotParse("it is no regular file");
         return -1;
     }
@@ -77,7 +77,7 @@ int FlacMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& read
     const FlacBlock stream_info =
         file.Open(path.text(), reading) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
     if (stream_info == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path.text());
+        KOLI_LOG("Can't get Flac stream info: %s.", path.text());
         reading.CannotParse("there is no readable FLAC stream information in it");
         return -1;
     }
@@ -85,7 +85,7 @@ int FlacMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& read
 
     const FlacBlock tags = FlacBlockRead(file, FLAC__METADATA_TYPE_VORBIS_COMMENT);
     if (tags == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path.text());
+        KOLI_LOG("Can't get Flac comment tags: %s.", path.text());
         reading.CannotParse("there are no readable FLAC comments in it");
         return -1;
     }
@@ -102,11 +102,11 @@ int FlacFileAdd(const KnownPath& path, FileReading& reading) {
 
     int result = -1;
     if (FlacMetadataRead(path, &record, reading) < 0) {
-        KOLI_LOG("%s (%d) Failed to parse music metadata.");
+        KOLI_LOG("Failed to parse music metadata.");
         result = 1;
     }
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+                         "Failed to save media info to database.");
 }
 
 }  // namespace koli

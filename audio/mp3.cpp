@@ -27,13 +27,13 @@ int64_t ReadId3v2(CachedFileReader* reader, Id3v2Fields* fields, const char* pat
 
 int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record) {
     Id3v1Block v1{};
-    if (Id3v1Read(reader, &v1) == -1) KOLI_LOG("%s (%d) Failed to parse ID3V1.");
+    if (Id3v1Read(reader, &v1) == -1) KOLI_LOG("Failed to parse ID3V1.");
     Id3v2Fields v2{};
     const int64_t start = ReadId3v2(reader, &v2, path);
 
     MpegHeaderInfo header{};
     if (!MpegFirstFrame(reader, start, &header)) {
-        KOLI_LOG("%s (%d) Can't find valid mpeg header: %s", path);
+        KOLI_LOG("Can't find valid mpeg header: %s", path);
         reader->reading->CannotParse("there is no MPEG audio in it");
         return -1;
     }
@@ -46,7 +46,7 @@ int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record)
 
 int Mp3MetadataParse(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameters.");
+        KOLI_LOG("Bad parameters.");
         return -1;
     }
     CoversRemove(path, reading);

@@ -142,12 +142,12 @@ bool IsFollowed(CachedFileReader* reader, const MpegHeaderInfo& header, ZeroRun*
 
 int MpegFrameFind(CachedFileReader* reader, int64_t* position, MpegHeaderInfo* header) {
     if (reader == nullptr || position == nullptr || header == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return 0;
     }
     *position = FindSync(reader, *position);
     if (*position >= reader->size - kSearchMargin) {
-        if (reader->header_not_found.Admit()) KOLI_LOG("%s (%d) MPEG Header not found");
+        if (reader->header_not_found.Admit()) KOLI_LOG("MPEG Header not found");
         return 0;
     }
     header->position = *position;
@@ -182,7 +182,7 @@ bool MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* hea
 
 void MpegFrameLogSuppressed(const CachedFileReader* reader) {
     const int64_t count = reader->header_not_found.Suppressed();
-    if (count > 0) KOLI_LOG("%s (%d) MPEG Header not found, %lld more times", static_cast<long long>(count));
+    if (count > 0) KOLI_LOG("MPEG Header not found, %lld more times", static_cast<long long>(count));
 }
 
 int MpegSamplesPerFrame(int32_t version, int32_t layer) {

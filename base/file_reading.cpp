@@ -46,7 +46,7 @@ bool FileReading::MayGoOn() {
     next_look_ = now + limit_ - used;
     is_spent_ = used >= limit_;
     if (!is_spent_) return true;
-    KOLI_LOG("%s (%d) More than %d seconds of processor time, the rest is taken for unreadable: %s",
+    KOLI_LOG("More than %d seconds of processor time, the rest is taken for unreadable: %s",
              static_cast<int>(limit_ / kSecond), path_);
     Trouble("reading it takes too much processor time");
     return false;
@@ -54,7 +54,7 @@ bool FileReading::MayGoOn() {
 
 void FileReading::ReadFailed(int error) {
     if (error != 0 && IsPassingError(error) && !has_failed_)
-        KOLI_LOG("%s (%d) Failed to read %s: %s", path_, strerror(error));
+        KOLI_LOG("Failed to read %s: %s", path_, strerror(error));
     ReadFailedUnlogged(error);
 }
 

@@ -69,7 +69,7 @@ void IndexMp4WithoutProbe(const std::string& dir) {
         FileReading reading(path.c_str());
         MediaInfo record{};
         const int result = Mp4InfoFill(path.c_str(), &record, reading);
-        SaveMediaInfo(kStoreMusic, record, result, LogSite("bench"), "%s (%d) Not saved: %s");
+        SaveMediaInfo(kStoreMusic, record, result, LogSite("bench"), "Not saved: %s");
     }
     KOLIDBSync();
 }

@@ -38,7 +38,8 @@ sigset_t DaemonSignals() {
 
 /// Without a pid file there is no daemon.
 [[noreturn]] void GiveUp(int error) {
-    KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(error));
+    LogError(LogSite(kModule, LogForm::kTightColon), "Failed to create %s. (%s)", paths::kPidFile,
+             strerror(error));
     exit(0);
 }
 
@@ -64,12 +65,13 @@ int DaemonStart() {
                 strerror(lock_error));
     int starter = -1;
     if (!BackgroundEnter(&starter)) {
-        KOLI_LOG("%s (%d) Failed to become a daemon.(%s)", strerror(errno));
+        KOLI_LOG("Failed to become a daemon.(%s)", strerror(errno));
         return -1;
     }
     if (lock == kPidFileUnusable) GiveUp(lock_error);
     // The descriptor stays open as long as the process lives, and the lock with it.
-    if (!PidFileWrite(lock)) KOLI_LOG("%s(%d): fprintf pid failed. (%s)", strerror(errno));
+    if (!PidFileWrite(lock))
+        LogError(LogSite(kModule, LogForm::kTightColon), "fprintf pid failed. (%s)", strerror(errno));
     if (!PidFilePublish(paths::kPidFile)) GiveUp(errno);
     StarterRelease(starter);
     return 0;
@@ -86,11 +88,11 @@ bool SignalsInstall() {
     // Children are waited for; a starter that ignores their end must not hand that on.
     signal(SIGCHLD, SIG_DFL);
     if (signal(SIGUSR1, SetDirty) == SIG_ERR) {
-        KOLI_LOG("%s (%d) signal(SIGUSR1, SetDirty) failed.");
+        KOLI_LOG("signal(SIGUSR1, SetDirty) failed.");
         return false;
     }
     if (signal(SIGTERM, Die) == SIG_ERR) {
-        KOLI_LOG("%s (%d) signal(SIGTERM, Die) failed.");
+        KOLI_LOG("signal(SIGTERM, Die) failed.");
         return false;
     }
     const sigset_t held_back = DaemonSignals();
@@ -100,10 +102,10 @@ bool SignalsInstall() {
 
 void ReadingTakeOver() {
     if (!ReadingMarkOpen(paths::kReading))
-        KOLI_LOG("%s (%d) Failed to open %s. (%s)", paths::kReading, strerror(errno));
+        KOLI_LOG("Failed to open %s. (%s)", paths::kReading, strerror(errno));
     char path[kPathSize];
     const int count = ReadingMarkTakeOver(MayExist(paths::kBatch), path);
-    if (count > 0) KOLI_LOG("%s (%d) The daemon has ended in the middle of [%s], time %d.", path, count);
+    if (count > 0) KOLI_LOG("The daemon has ended in the middle of [%s], time %d.", path, count);
 }
 
 void LeftoversRun() {

@@ -42,7 +42,8 @@ void TakeOver(const QueueFiles& files) {
     PhotoDBMarkRemove();
     for (int attempt = 0; attempt < kTakeOverAttempts; ++attempt) {
         if (rename(files.queue, files.batch) == 0) return;
-        KOLI_LOG("%s(%d): Failed to rename %s. (%s)", files.queue, strerror(errno));
+        LogError(LogSite(kModule, LogForm::kTightColon), "Failed to rename %s. (%s)", files.queue,
+                 strerror(errno));
     }
 }
 
@@ -57,7 +58,7 @@ FILE* OpenBatch(const QueueFiles& files) {
         [[maybe_unused]] const int status = system(files.remove_command);
         BatchForget(files.state);
     }
-    KOLI_LOG("%s(%d): Failed to open %s. (%s)", files.batch, strerror(error));
+    LogError(LogSite(kModule, LogForm::kTightColon), "Failed to open %s. (%s)", files.batch, strerror(error));
     return nullptr;
 }
 
@@ -71,7 +72,7 @@ void MakeDurable(FILE* batch, const QueueFiles& files) {
 void RemoveBatch(const QueueFiles& files) {
     if (unlink(files.batch) != 0) {
         const int error = errno;
-        KOLI_LOG("%s (%d) Failed to remove %s. (%s)", files.batch, strerror(error));
+        KOLI_LOG("Failed to remove %s. (%s)", files.batch, strerror(error));
         BatchKeep(files.state, "", strerror(error));
         return;
     }
@@ -101,7 +102,7 @@ void KeepRefused(const QueueFiles& files) {
 bool MustWaitForShare(const std::string& fault) {
     if (fault.empty()) return false;
     if (++share_failures < kShareAttempts) return true;
-    KOLI_LOG("%s (%d) Failed to sync a share, which may have lost what was written. (%s)", fault.c_str());
+    KOLI_LOG("Failed to sync a share, which may have lost what was written. (%s)", fault.c_str());
     return false;
 }
 
@@ -112,7 +113,7 @@ void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
     WrittenFileSystemsSync();
     const std::string share_fault = WrittenFileSystemsFault();
     if (end == BatchEnd::kUnread) {
-        KOLI_LOG("%s (%d) Failed to read the batch to its end. (%s)", strerror(error));
+        KOLI_LOG("Failed to read the batch to its end. (%s)", strerror(error));
         BatchKeep(files.state, "", strerror(error));
     } else if (end == BatchEnd::kHeld) {
         BatchKeep(files.state, "", "a writer holds the lock on its last line");
@@ -121,8 +122,7 @@ void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
     } else if (MustWaitForShare(share_fault)) {
         BatchKeep(files.state, "", share_fault.c_str());
     } else {
-        if (!is_synced)
-            KOLI_LOG("%s (%d) Failed to sync the databases.");  // for good: no repetition would help
+        if (!is_synced) KOLI_LOG("Failed to sync the databases.");  // for good: no repetition would help
         RemoveBatch(files);
     }
 }

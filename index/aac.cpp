@@ -110,7 +110,7 @@ bool WriteCommand(const char* quoted_path, char (&command)[kCommandSize]) {
     if (!AacDecoderGet(decoder)) return false;
     const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", decoder, quoted_path);
     if (length >= 0 && static_cast<size_t>(length) < sizeof command) return true;
-    KOLI_LOG("%s:%d The command is too long. [%s]", command);
+    KOLI_LOG_COLON("The command is too long. [%s]", command);
     return false;
 }
 
@@ -119,7 +119,7 @@ int RunDecoder(const char* command, char (&line)[kLineSize], pid_t parent) {
     if (!ProgramGuardEnter(parent)) return 1;
     const std::unique_ptr<FILE, ClosePipe> pipe(popen(command, "re"));
     if (pipe == nullptr) {
-        KOLI_LOG("%s:%d Failed to popen. [%s]", command);
+        KOLI_LOG_COLON("Failed to popen. [%s]", command);
         return 1;
     }
     return ReadLine(fileno(pipe.get()), line) ? 0 : 1;
@@ -145,7 +145,7 @@ bool DecoderLineGet(const char* command, char (&line)[kLineSize], FileReading& r
 
 int AacInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s:%d Bad parameter.");
+        KOLI_LOG_COLON("Bad parameter.");
         return -1;
     }
     const size_t length = strlen(path);
@@ -153,11 +153,11 @@ int AacInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
     const std::unique_ptr<char, FreeText> quoted(
         quoted_size <= INT_MAX ? static_cast<char*>(malloc(quoted_size)) : nullptr);
     if (quoted == nullptr) {
-        KOLI_LOG("%s:%d Failed to malloc(%d)", static_cast<int>(length));
+        KOLI_LOG_COLON("Failed to malloc(%d)", static_cast<int>(length));
         return -1;
     }
     if (KLIBEncShParam(path, quoted.get(), static_cast<int>(quoted_size)) != 0) {
-        KOLI_LOG("%s:%d Failed to encode string [%s]", path);
+        KOLI_LOG_COLON("Failed to encode string [%s]", path);
         return -1;
     }
     char command[kCommandSize];
@@ -169,7 +169,7 @@ int AacInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
 
     DecoderFigures figures{};
     if (!ParseFigures(line, &figures)) {
-        KOLI_LOG("%s:%d Failed to parse FAAD result. [%s]", line);
+        KOLI_LOG_COLON("Failed to parse FAAD result. [%s]", line);
         reading.CannotParse("the AAC decoder's answer makes no sense");
         return -1;
     }
@@ -183,14 +183,14 @@ int AacInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
 
 int AacFileAdd(const KnownPath& path, FileReading& reading) {
     if (path.text() == nullptr) {
-        KOLI_LOG("%s:%d Bad parameter.");
+        KOLI_LOG_COLON("Bad parameter.");
         return -1;
     }
     MediaInfo record{};
     if (MediaInfoFill(path, &record) != 0) return -1;
     const int result = AacInfoGet(path.text(), &record, reading) != 0 ? 1 : -1;
-    return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
-                         "%s:%d Failed to save media info to database. [%s]");
+    return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule, LogForm::kColon),
+                         "Failed to save media info to database. [%s]");
 }
 
 }  // namespace koli

@@ -23,7 +23,7 @@ bool AacDecoderGet(char (&word)[kPathSize]) {
     char program[kPathSize];
     const ssize_t length = readlink("/proc/self/exe", program, sizeof program - sizeof kPath);
     if (length <= 0 || static_cast<size_t>(length) == sizeof program - sizeof kPath) {
-        KOLI_LOG("%s:%d Cannot tell where this program is: [%s]", strerror(errno));
+        KOLI_LOG_COLON("Cannot tell where this program is: [%s]", strerror(errno));
         return false;
     }
     program[length] = '\0';

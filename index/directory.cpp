@@ -31,7 +31,7 @@ static_assert(static_cast<int>(kWalkMediaStore) == KOLI_MEDIA_DB &&
               static_cast<int>(kWalkPhotoLibrary) == KOLI_PHOTO_DB);
 
 void LogOpenFailure(const char* path) {
-    KOLI_LOG("%s (%d) Failed to open directory %s ", path);
+    KOLI_LOG("Failed to open directory %s ", path);
 }
 
 /// What is left of `types` for a path: the photo library has its share alone.
@@ -120,7 +120,7 @@ void TreeWalk::WalkDirectory(const KnownPath& directory, const FolderWay* above,
     if (is_rebuild_ && foothold.is_taken() && !IsStillThere(path_.text(), listing))
         MediaRebuildMiss(path_.text());
     if (listing.error() == 0) return;
-    KOLI_LOG("%s (%d) Failed to read directory %s to its end. (%s)", path_.text(), strerror(listing.error()));
+    KOLI_LOG("Failed to read directory %s to its end. (%s)", path_.text(), strerror(listing.error()));
     if (is_rebuild_) MediaRebuildMiss(path_.text());
 }
 
@@ -167,7 +167,7 @@ void TreeWalk::Index(const KnownPath& path) {
 
 /// A look at the path has failed, with errno set.
 void TreeWalk::MissUnknown() {
-    KOLI_LOG("%s (%d) Failed to look at %s. (%s)", path_.text(), strerror(errno));
+    KOLI_LOG("Failed to look at %s. (%s)", path_.text(), strerror(errno));
     if (is_rebuild_) MediaRebuildMiss(path_.text());
 }
 
@@ -190,7 +190,7 @@ void Rebuild(int types) {
             ReindexShare(paths::kPhotoShare);
             return;
         default:
-            KOLI_LOG("%s (%d) index type must be KOLIINDEX_MEDIA");
+            KOLI_LOG("index type must be KOLIINDEX_MEDIA");
     }
 }
 
@@ -204,7 +204,7 @@ int IndexWalk(const KnownPath& path, int mode, int types) {
     } else if (!path.IsEmpty() && (mode == kModeAdd || mode == kModeUpdate)) {
         TreeWalk(path, mode, types, TreeWalk::kPlain).Run();
     } else {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
     }
     return 0;
 }

@@ -55,7 +55,7 @@ int IndexOneDirectory(const KnownPath& path, int mode) {
     if (mode == kModeAdd) {
         DirectoryInfoSave(path);
     } else if (mode != kModeDelete) {
-        KOLI_LOG("%s (%d) Bad mode(%d)!! This should never happen.", mode);
+        KOLI_LOG("Bad mode(%d)!! This should never happen.", mode);
     }
     return 0;
 }
@@ -63,17 +63,16 @@ int IndexOneDirectory(const KnownPath& path, int mode) {
 /// Stores a file that brings the daemon down by its name alone; one that does so even then is left alone.
 int AddUnopened(const KnownPath& path, PastReading past) {
     if (past == PastReading::kDownUnopened) {
-        KOLI_LOG("%s (%d) The file has brought the daemon down unopened, too. It is left alone: %s",
-                 path.text());
+        KOLI_LOG("The file has brought the daemon down unopened, too. It is left alone: %s", path.text());
         return -1;
     }
-    KOLI_LOG("%s (%d) The file has brought the daemon down twice and is not opened until it changes: %s",
+    KOLI_LOG("The file has brought the daemon down twice and is not opened until it changes: %s",
              path.text());
     MediaInfo record{};
     if (MediaInfoFill(path, &record) != 0) return -1;
     const StoreType type = FormatStore(FormatFind(KOLIIndexExtGet(path.text()))->reader);
-    const int result = SaveMediaInfo(type, record, -1, LogSite(kModule),
-                                     "%s (%d) Failed to save media info to database. [%s]");
+    const int result =
+        SaveMediaInfo(type, record, -1, LogSite(kModule), "Failed to save media info to database. [%s]");
     KOLIProblemSet(path.text(), kBroughtDown, 0);
     return result;
 }
@@ -100,7 +99,7 @@ int AddFile(const KnownPath& known, const IndexHandler& handler) {
     const bool is_unparsed = result == 1 || (result == 0 && !reading.IsWhole());
     TellProblem(reading, result, is_unparsed);
     if (!is_unparsed) return result;
-    KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);
+    KOLI_LOG_COLON("Failed to parse media metadata of file [%s].", path);
     KOLILogSet1(kEventCategory, kEventLevel, kEventUnparsable, path, "", "", "");
     return -1;
 }
@@ -114,7 +113,7 @@ const IndexHandler* IndexHandlerFind(const char* ext) {
 
 int IndexOnePath(const KnownPath& path, int mode) {
     if (path.IsEmpty() || (mode != kModeAdd && mode != kModeDelete)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (path.IsDirectory()) return IndexOneDirectory(path, mode);

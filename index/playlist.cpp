@@ -27,17 +27,16 @@ int PlaylistFileAdd(const KnownPath& path, FileReading&) {
     TimeText(path.file()->st_ctime, record.ctime, sizeof record.ctime);
     TimeText(path.file()->st_mtime, record.mtime, sizeof record.mtime);
     MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
-    return SaveMediaInfo(kStorePlaylist, record, -1, LogSite(kModule),
-                         "%s (%d) Failed to save playlist info.");
+    return SaveMediaInfo(kStorePlaylist, record, -1, LogSite(kModule), "Failed to save playlist info.");
 }
 
 int PlaylistFileDelete(const char* path) {
     if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
-    return DeleteMediaInfo(kStorePlaylist, path, LogSite(kModule),
-                           "%s (%d) Failed to remove %s from database.", RemoveFailure::kIsReportedOnly);
+    return DeleteMediaInfo(kStorePlaylist, path, LogSite(kModule), "Failed to remove %s from database.",
+                           RemoveFailure::kIsReportedOnly);
 }
 
 }  // namespace koli

@@ -58,12 +58,12 @@ void CaptionHold::NoteUnreadable(int error) {
 
 int CaptionRead(const char* path, const char* stream, char* buffer, int size, CaptionHold& hold) {
     if (path == nullptr || stream == nullptr || buffer == nullptr || size <= 0) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return -1;
     }
     char caption_path[kCaptionPathSize];
     if (KOLIEAPath(path, stream, caption_path, sizeof caption_path) != 0) {
-        KOLI_LOG("%s:%d KOLIEAPath() failed.");
+        KOLI_LOG_COLON("KOLIEAPath() failed.");
         return -1;
     }
     if (KLIBPathLook(caption_path) == KLIB_PATH_ABSENT) return -1;
@@ -73,13 +73,13 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size, Ca
     const File file = OpenCaption(caption_path);
     struct stat status;
     if (file == nullptr || fstat(fileno(file.get()), &status) != 0) {
-        KOLI_LOG("%s:%d failed to open file %s.", caption_path);
+        KOLI_LOG_COLON("failed to open file %s.", caption_path);
         hold.NoteUnreadable(errno);
         return -1;
     }
     buffer[0] = '\0';
     if (fgets(buffer, size, file.get()) == nullptr && feof(file.get()) == 0) {
-        KOLI_LOG("%s:%d fgets() failed.");
+        KOLI_LOG_COLON("fgets() failed.");
         hold.NoteUnreadable(errno);
         return -1;
     }
@@ -99,7 +99,7 @@ bool CaptionWaits(const char* path) {
 
 int CaptionTitleGet(const char* path, PhotoRecord* record, CaptionHold& hold) {
     if (path == nullptr || record == nullptr) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return 0;
     }
     return CaptionGet(path, kTitleStream, record->title, sizeof record->title, hold);
@@ -107,7 +107,7 @@ int CaptionTitleGet(const char* path, PhotoRecord* record, CaptionHold& hold) {
 
 int CaptionDescGet(const char* path, PhotoRecord* record, CaptionHold& hold) {
     if (path == nullptr || record == nullptr) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return 0;
     }
     return CaptionGet(path, kDescriptionStream, record->description, sizeof record->description, hold);

@@ -121,7 +121,7 @@ void Store(int tag, const char* text, PhotoRecord* record) {
             record->height = ParseInt32(text);
             return;
         default:
-            KOLI_LOG("%s (%d) Impossible error occurred.");
+            KOLI_LOG("Impossible error occurred.");
     }
 }
 
@@ -143,7 +143,7 @@ int StoreDirectory(const ExifContent& directory, PhotoRecord* record) {
 
 int ExifFillPhotoRecord(PhotoRecord* record, FileReading& reading) {
     if (record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     MediaFile file;

@@ -90,15 +90,15 @@ int PhotoMediaAdd(const KnownPath& path, FileReading& reading) {
     } else {
         record.ctime[0] = record.mtime[0] = '\0';
     }
-    return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "%s (%d) Failed to save playlist info.");
+    return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "Failed to save playlist info.");
 }
 
 int PhotoMediaDelete(const char* path) {
     if (path == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
-    return DeleteMediaInfo(kStorePhoto, path, LogSite(kModule), "%s (%d) Failed to remove %s from database.",
+    return DeleteMediaInfo(kStorePhoto, path, LogSite(kModule), "Failed to remove %s from database.",
                            RemoveFailure::kIsReportedOnly);
 }
 

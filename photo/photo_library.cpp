@@ -41,7 +41,7 @@ void FillNames(const char* path, PhotoRecord* record) {
     CopyText(record->path, sizeof record->path, path);
     CopyText(record->name, sizeof record->name, FileNameOf(path));
     TitleFromPath(path, record->title, sizeof record->title);
-    if (!AlbumFromPath(path, record->folder, sizeof record->folder)) KOLI_LOG("%s (%d) Impossible error.");
+    if (!AlbumFromPath(path, record->folder, sizeof record->folder)) KOLI_LOG("Impossible error.");
 }
 
 /// A look at the picture has failed, with errno set.  A link that leads nowhere is no picture.
@@ -123,7 +123,7 @@ PhotoOutcome StorePhoto(const KnownPath& known, int mode) {
         return outcome;
     }
     if (PhotoInfoDBSave(&record, mode) != 0) {
-        KOLI_LOG("%s (%d) Failed to save photo info.");
+        KOLI_LOG("Failed to save photo info.");
         return PhotoOutcome::kMissed;
     }
     captions.Release();
@@ -156,7 +156,7 @@ WebKind WebKindOf(const char* path) {
 int PhotoLibraryIndex(const KnownPath& path, int mode, PhotoOutcome* outcome) {
     *outcome = PhotoOutcome::kLeftOut;
     if (path.text() == nullptr || (mode != kModeAdd && mode != kModeDelete && mode != kModeUpdate)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (path.IsDirectory()) return -1;
@@ -179,7 +179,7 @@ int PhotoLibraryIndex(const KnownPath& path, int mode, PhotoOutcome* outcome) {
             *outcome = UpdateFile(path, kind);
             return 0;
         default:
-            KOLI_LOG("%s (%d) Bad mode!! This should never happen.");
+            KOLI_LOG("Bad mode!! This should never happen.");
             return -1;
     }
 }
@@ -191,7 +191,7 @@ int PhotoLibraryIndex(const KnownPath& path, int mode) {
 
 int PhotoLibraryAdd(const KnownPath& path, int mode) {
     if (path.text() == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     return StorePhoto(path, mode) == PhotoOutcome::kStored ? 0 : -1;
@@ -199,15 +199,15 @@ int PhotoLibraryAdd(const KnownPath& path, int mode) {
 
 int PhotoLibraryDelete(const char* path) {
     if (path == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (const int kind = KLIBPathLook(path); kind == KLIB_PATH_FILE || kind == KLIB_PATH_UNKNOWN) {
-        KOLI_LOG("%s (%d) File exists. Skip remove it from database.");
+        KOLI_LOG("File exists. Skip remove it from database.");
         return -1;
     }
     if (MentionsMetadataFolder(path)) return -1;
-    if (PhotoInfoDBDelete(path) != 0) KOLI_LOG("%s (%d) Failed to remove %s from database.", path);
+    if (PhotoInfoDBDelete(path) != 0) KOLI_LOG("Failed to remove %s from database.", path);
     return 0;
 }
 

@@ -14,21 +14,24 @@
 using koli::test::fake;
 using koli::test::Record;
 
-void koli::LogError(const char* format, ...) {
+void koli::LogError(LogSite site, const char* format, ...) {
+    constexpr const char* kForms[] = {"%s (#) ", "%s:# ", "%s(#) ", "%s(#): ", "(%s, #) ", ""};
     char line[9000];
+    const int begun = snprintf(line, sizeof line, kForms[static_cast<int>(site.form)], site.module);
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof line, format, arguments);
+    vsnprintf(line + begun, sizeof line - static_cast<size_t>(begun), format, arguments);
     va_end(arguments);
     if (log_sink != nullptr) return log_sink(line);
-    // "music (12) Text", "m:12 Text", "(m, 12) Text", "m: Function(12) - Text"
+    // "m: Function(12) - Text"
     std::string& text = fake.log.emplace_back(line);
     const char digits[] = "0123456789";
     const size_t number = text.find_first_of(digits, text.find_first_of(" (:,", 1));
-    if (number < text.size()) text.replace(number, text.find_first_not_of(digits, number) - number, "#");
+    if (site.form == LogForm::kBare && number < text.size() && text.find('#') == std::string::npos)
+        text.replace(number, text.find_first_not_of(digits, number) - number, "#");
 }
 
-void koli::LogNotice(const char*, ...) {}
+void koli::LogNotice(LogSite, const char*, ...) {}
 
 extern "C" {
 

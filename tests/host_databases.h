@@ -27,17 +27,16 @@ inline const char* public_key = nullptr;  // the same of new albums
 inline int settings_error = 0;            // why the settings cannot be read (an errno)
 }  // namespace koli::test
 
-void koli::LogError(const char* format, ...) {
+void koli::LogError(LogSite site, const char* format, ...) {
+    constexpr const char* kForms[] = {"%s (#) ", "%s:# ", "%s(#) ", "%s(#): ", "(%s, #) ", ""};
     char line[9000];
+    const int begun = snprintf(line, sizeof line, kForms[static_cast<int>(site.form)], site.module);
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof line, format, arguments);
+    vsnprintf(line + begun, sizeof line - static_cast<size_t>(begun), format, arguments);
     va_end(arguments);
     ++test::log_lines;
     test::last_log = line;
-    const size_t number = test::last_log.find_first_of("0123456789");
-    const size_t end = test::last_log.find_first_not_of("0123456789", number);
-    if (end != std::string::npos) test::last_log.replace(number, end - number, "#");
 }
 
 extern "C" int KLIBFileGetKeyValue(const char*, const char* key, char* buffer, int size, int) {

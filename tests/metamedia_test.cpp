@@ -69,7 +69,7 @@ int HalfWayProbe(int, const char*, MediaInfo* record, FileReading&) {
 
 int FailingProbe(int, const char* path, MediaInfo* record, FileReading&) {
     record->track = 7;
-    LogError("%s (%d) seen [%s]", "probe", 1, path);
+    LogError(LogSite("probe"), "seen [%s]", path);
     return 3;
 }
 

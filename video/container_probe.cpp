@@ -159,7 +159,7 @@ bool ReadStream(const AVStream& stream, const char* path, Found* found, MediaInf
         case AVMEDIA_TYPE_SUBTITLE:
             return true;
         default:
-            KOLI_LOG("%s:%d Invalid stream type:%d from [%s].", static_cast<int>(codec.codec_type), path);
+            KOLI_LOG_COLON("Invalid stream type:%d from [%s].", static_cast<int>(codec.codec_type), path);
             return false;
     }
 }
@@ -188,11 +188,11 @@ int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record, FileRe
     const MediaInput container(file, path, kFormats, reading);
     AVFormatContext* const input = container.get();
     if (input == nullptr) {
-        KOLI_LOG("%s (%d) Failed to av_open_input_file() file [%s].", path);
+        KOLI_LOG("Failed to av_open_input_file() file [%s].", path);
         return reading.CannotParse("the container could not be opened"), 1;
     }
     if (avformat_find_stream_info(input, nullptr) < 0) {
-        KOLI_LOG("%s (%d) Could not find codec parameters.  %s", path);
+        KOLI_LOG("Could not find codec parameters.  %s", path);
         return reading.CannotParse("the streams of the container could not be made out"), 1;
     }
     const Tags tags(*input);

@@ -89,7 +89,7 @@ bool KeepCapabilities(uint32_t kept) {
 }
 
 bool GuardFailed(const char* step) {
-    KOLI_LOG("%s (%d) Cannot guard the probe: %s failed, errno=%d.", step, errno);
+    KOLI_LOG("Cannot guard the probe: %s failed, errno=%d.", step, errno);
     return false;
 }
 

@@ -21,7 +21,7 @@ constexpr const char kModule[] = "metamedia";
 [[noreturn]] void RunChild(const std::function<int(pid_t)>& body, pid_t parent, const sigset_t& mask,
                            FileReading& reading, Failure* failure) noexcept {
     if (signal(SIGTERM, SIG_DFL) == SIG_ERR) {
-        KOLI_LOG("%s:%d signal(SIGTERM, SIG_DFL) failed.");
+        KOLI_LOG_COLON("signal(SIGTERM, SIG_DFL) failed.");
         _exit(1);
     }
     signal(SIGUSR1, SIG_IGN);  // a request is the daemon's business; one sent to the whole group is no harm
@@ -41,7 +41,7 @@ int GuardedChildRun(const std::function<int(pid_t parent)>& body, FileReading& r
     const Shared<Failure> failure;
     if (!messages.valid() || !failure.valid()) {
         reading.ReadFailedUnlogged(errno);
-        KOLI_LOG("%s:%d mmap() failed.");
+        KOLI_LOG_COLON("mmap() failed.");
         return -1;
     }
     KOLIDBFlush();
@@ -58,7 +58,7 @@ int GuardedChildRun(const std::function<int(pid_t parent)>& body, FileReading& r
     }
     if (pid < 0) {
         reading.ReadFailedUnlogged(errno);
-        KOLI_LOG("%s:%d fork failed.");
+        KOLI_LOG_COLON("fork failed.");
         return -1;
     }
     const int result = ProbeChildWatch(pid, reading, settings);

@@ -33,7 +33,7 @@ int ProbeInChild(const char* path, MediaInfo* record, FileReading& reading, Prob
     if (file < 0) reading.ReadFailedUnlogged(errno);
     if (!ProbeGuardEnter(file, parent)) return reading.CannotParse(kUnguarded), 1;
     if (probe(file, path, record, reading) == 0) return 0;
-    KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
+    KOLI_LOG("Failed to get Misc Media Info from [%s].", path);
     return 1;
 }
 
@@ -76,7 +76,7 @@ int ProcNumberGet(const char* file, const char* key, int32_t* value) {
 int ExitResult(pid_t pid, int status, FileReading& reading) {
     if (WIFEXITED(status)) return WEXITSTATUS(status);
     if (WIFSIGNALED(status)) {
-        KOLI_LOG("%s:%d Process %d killed by signal %d", pid, WTERMSIG(status));
+        KOLI_LOG_COLON("Process %d killed by signal %d", pid, WTERMSIG(status));
         char reason[sizeof Failure::reason];
         snprintf(reason, sizeof reason, "reading it ended early: %s", strsignal(WTERMSIG(status)));
         reading.CannotParse(reason);
@@ -94,14 +94,14 @@ int GuardedProbeRun(const char* path, MediaInfo* record, FileReading& reading, P
                     const WatchSettings& settings) {
     if (!ProbeGuardSuffices(settings.guards())) {
         if (errno != 0) reading.ReadFailedUnlogged(errno);
-        KOLI_LOG("%s (%d) Not probed, as nothing guards the probe on this kernel. [%s]", path);
+        KOLI_LOG("Not probed, as nothing guards the probe on this kernel. [%s]", path);
         reading.CannotParse("nothing guards the probe on this kernel");
         return 1;
     }
     const Shared<MediaInfo> shared;
     if (!shared.valid()) {
         reading.ReadFailedUnlogged(errno);
-        KOLI_LOG("%s:%d mmap() failed.");
+        KOLI_LOG_COLON("mmap() failed.");
         return -1;
     }
     memcpy(shared.get(), record, sizeof *record);
@@ -119,7 +119,7 @@ int MiscMediaInfoGet(const char* path, MediaInfo* record, FileReading& reading) 
 
 int ProbeChildWatch(pid_t pid, FileReading& reading, const WatchSettings& settings) {
     if (pid <= 0) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return -1;
     }
     const ChildEndScope child_end;
@@ -130,16 +130,16 @@ int ProbeChildWatch(pid_t pid, FileReading& reading, const WatchSettings& settin
         if (polls > settings.poll_limit) {
             settings.kill_child(pid);
             reading.CannotParse("reading it takes too long");
-            KOLI_LOG("%s:%d Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
-                     static_cast<int>(polls), static_cast<int>(settings.interval.tv_sec),
-                     static_cast<int>(settings.interval.tv_nsec));
+            KOLI_LOG_COLON("Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
+                           static_cast<int>(polls), static_cast<int>(settings.interval.tv_sec),
+                           static_cast<int>(settings.interval.tv_nsec));
             return -1;
         }
         ++polls;
         if (ProbeChildMemoryExceeded(pid, settings.proc) != 0) {
             settings.kill_child(pid);
             reading.CannotParse("reading it takes too much memory");
-            KOLI_LOG("%s:%d Process %d exceeded max memory usage.", pid);
+            KOLI_LOG_COLON("Process %d exceeded max memory usage.", pid);
             return -1;
         }
     }
@@ -152,10 +152,10 @@ int ProbeChildMemoryExceeded(pid_t pid, const char* proc) {
     snprintf(file, sizeof file, "%s/meminfo", proc);
     switch (ProcNumberGet(file, "MemTotal:", &total)) {
         case -1:
-            KOLI_LOG("%s:%d Cannot open /proc/meminfo");
+            KOLI_LOG_COLON("Cannot open /proc/meminfo");
             return 0;
         case 0:
-            KOLI_LOG("%s:%d Cannot get MemTotal value.");
+            KOLI_LOG_COLON("Cannot get MemTotal value.");
             return 0;
         default:
             break;

@@ -23,7 +23,7 @@ int Mp4InfoFill(const KnownPath& path, MediaInfo* record, FileReading& reading) 
     if (!MediaInfoBegin(path, record, LogSite(kModule))) return -1;
     int result = 0;
     if (Mp4MetadataRead(record->path, record, reading) < 0) {
-        KOLI_LOG("%s (%d) Failed to parse mp4 metadata.");
+        KOLI_LOG("Failed to parse mp4 metadata.");
         result = 1;
     }
     MediaInfoValid(record);
@@ -39,11 +39,11 @@ int Mp4Add(const KnownPath& path, FileReading& reading) {
     if (result != 0 && result != 1) return -1;
     if (MiscMediaInfoGet(path.text(), &probe, reading) == 0) MergeProbe(probe, &record);
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+                         "Failed to save media info to database.");
 }
 
 int Mp4Delete(const char* path) {
-    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "Failed to remove [%s] from database",
                            RemoveFailure::kIsError);
 }
 

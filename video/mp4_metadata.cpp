@@ -97,19 +97,19 @@ uint32_t Mp4TrackSeconds(MP4FileHandle file, MP4TrackId track) {
 
 int Mp4MetadataRead(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     CoversRemove(path, reading);
     const std::unique_ptr<MP4File, CloseFile> file(MP4Read(path, 0, reading));
     if (file == nullptr) {
-        KOLI_LOG("%s:%d Failed to parse mp4 metadata from [%s].", path);
+        KOLI_LOG_COLON("Failed to parse mp4 metadata from [%s].", path);
         reading.CannotParse("it is no readable MP4 file");
         return -1;
     }
     const uint32_t count = MP4GetNumberOfTracks(file.get(), nullptr, 0);
     if (count == 0) {
-        KOLI_LOG("%s (%d) No tracks in mp4.");
+        KOLI_LOG("No tracks in mp4.");
         reading.CannotParse("there are no tracks in it");
         return -1;
     }

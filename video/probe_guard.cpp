@@ -73,7 +73,7 @@ void ProbeGuardReport() {
     ProbeGuardPrepare();
     const ProbeGuardStatus status = ProbeGuardStatusGet();
     if (status.system_call_filter && status.file_rules) return;
-    LogNotice("%s (%d) Media is %sprobed without%s%s: this kernel lacks it.", kModule, __LINE__,
+    LogNotice(LogSite(kModule), "Media is %sprobed without%s%s: this kernel lacks it.",
               ProbeGuardSuffices(status) ? "" : "not ", status.system_call_filter ? "" : " [seccomp]",
               status.file_rules ? "" : " [Landlock]");
 }

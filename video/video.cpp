@@ -18,16 +18,16 @@ int VideoAdd(const KnownPath& path, FileReading& reading) {
 
     int result = -1;
     if (MpegVideoInfoGet(path.text(), &record, reading) < 0) {
-        KOLI_LOG("%s (%d) Failed to parse dat metadata.");
+        KOLI_LOG("Failed to parse dat metadata.");
         result = 1;
     }
     MediaInfoValid(&record);
     return SaveMediaInfo(kStoreVideo, record, result, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+                         "Failed to save media info to database.");
 }
 
 int VideoDelete(const char* path) {
-    return DeleteMediaInfo(kStoreVideo, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+    return DeleteMediaInfo(kStoreVideo, path, LogSite(kModule), "Failed to remove [%s] from database",
                            RemoveFailure::kIsError);
 }
 

@@ -22,7 +22,7 @@ int DepthOf(const char* name) {
 
 int PhotoShareDepth(const char* path) {
     if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return kNoAlbum;
     }
     return DepthOf(AlbumNameOf(path));

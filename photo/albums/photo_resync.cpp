@@ -79,13 +79,13 @@ void TreeResync::VisitEntry(const FolderListing::Entry& entry, const FolderWay& 
 
 bool TargetGet(char (&target)[kPathSize]) {
     if (ShareTargetGet(paths::kPhotoShare, target)) return true;
-    KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
+    KOLI_LOG("Failed to read link of %s", paths::kPhotoShare);
     return false;
 }
 
 int MarkAllStale() {
     if (KOLIPhotoInitAllRows() != -1) return 0;
-    KOLI_LOG("%s (%d) Failed to set updated to 0 for all rows.");
+    KOLI_LOG("Failed to set updated to 0 for all rows.");
     return -1;
 }
 
@@ -122,7 +122,7 @@ int Sweep(const char* top, ResyncGuard* guard) {
     RefreshRecycleBin(top, guard);
     if (!guard->MaySweep()) return 0;
     if (PhotoDBHarden() != 0 || KOLIPhotoDeleteNoUpdateRows() == -1) {
-        KOLI_LOG("%s (%d) Failed to delete none updated rows.");
+        KOLI_LOG("Failed to delete none updated rows.");
         return -1;
     }
     guard->NoteSweep();

@@ -25,13 +25,13 @@ constexpr const char kModule[] = "photo_share";
 int ExecStep(const SqlText& sql) {
     if (sql == nullptr) return -1;
     if (PhotoDBExec(sql.get()) != -1) return 0;
-    KOLI_LOG("%s (%d) Failed to exec [%s].", sql.get());
+    KOLI_LOG("Failed to exec [%s].", sql.get());
     return -1;
 }
 
 bool LinkTargetGet(char (&target)[kPathSize]) {
     if (ShareTargetGet(paths::kPhotoShare, target)) return true;
-    KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
+    KOLI_LOG("Failed to read link of %s", paths::kPhotoShare);
     return false;
 }
 
@@ -98,7 +98,7 @@ int Sweep(const char* top, ResyncGuard* guard) {
     MarkRecycled(top, guard);
     if (!PhotoFolderResyncSawAll() || !guard->MaySweep()) return 0;
     if (PhotoDBHarden() == 0 && PhotoShareSweep(nullptr) != -1) return 0;
-    KOLI_LOG("%s (%d) Failed to delete none updated rows.");
+    KOLI_LOG("Failed to delete none updated rows.");
     return -1;
 }
 
@@ -114,7 +114,7 @@ int PhotoShareMarkAll(const char* album) {
 
 int PhotoShareMark(const char* album) {
     if (album == nullptr || *album == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     const SqlRows rows = AlbumRowOpen(album, 0, LogSite(kModule));
@@ -143,7 +143,7 @@ int PhotoShareResync(const char* path) {
     const char* top = path != nullptr ? path : target;
     ResyncGuard guard(top, LogSite(kModule));
     if (path == nullptr && PhotoShareMarkAll(nullptr) == -1) {
-        KOLI_LOG("%s (%d) Failed to set updated to 0 for all rows.");
+        KOLI_LOG("Failed to set updated to 0 for all rows.");
         return -1;
     }
     MarkInside(top, path == nullptr, &guard);

@@ -99,7 +99,7 @@ int PhotoDBMarkRemove(void) {
 int KOLITruncateTable(const char* table) {
     const int id = KOLITableDatabase(table);
     if (id == 0) {
-        KOLI_LOG("%s (%d) No such table [%s].", table != nullptr ? table : "");
+        KOLI_LOG("No such table [%s].", table != nullptr ? table : "");
         return -1;
     }
     Database& database = id == KOLI_MEDIA_DB ? MediaDatabase() : PhotoDatabase();

@@ -36,7 +36,7 @@ std::string DirectoryOfSettings(SqlFailure* failure) {
     const std::string_view engine(value);
     if (engine.substr(0, kEngine.size()) == kEngine && engine.substr(kEngine.size(), 1) == "/")
         return std::string(engine.substr(kEngine.size()));
-    KOLI_LOG("%s (%d) Unknown database [%s] in %s.", value, paths::kConfig);
+    KOLI_LOG("Unknown database [%s] in %s.", value, paths::kConfig);
     *failure = {.reason = "unknown engine"};
     return "";
 }

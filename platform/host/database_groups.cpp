@@ -61,7 +61,7 @@ void Database::RefuseForMemory() noexcept {
     refusal_ = "out of memory";  // short enough to need none
     savepoints_ = 0;
     note_name_ = nullptr;
-    LogError("%s (%d) Out of memory: %s takes no more changes.", kModule, __LINE__, name_);
+    LogError(LogSite(kModule), "Out of memory: %s takes no more changes.", name_);
     try {
         if (IsGroupOpen()) sql_->Execute("ROLLBACK");
     } catch (const std::bad_alloc&) {
@@ -74,7 +74,8 @@ bool Database::Report(const SqlFailure& failure, const char* what, int line) {
     error_ = failure.reason;
     suspect_ = suspect_ || failure.is_of_file;
     if (told_ != error_)
-        LogError("%s (%d) Failed to %s %s. (%s)", kModule, line, what, name_, error_.c_str());
+        LogError(LogSite(kModule, LogForm::kSpaced, line), "Failed to %s %s. (%s)", what, name_,
+                 error_.c_str());
     told_ = error_;
     return failure.passes;
 }
@@ -280,7 +281,7 @@ int Database::Harden() {
 
 int Database::Sync() {
     const int result = Harden();
-    if (IsRefusing()) KOLI_LOG("%s (%d) Changes meant for %s were lost or refused.", name_);
+    if (IsRefusing()) KOLI_LOG("Changes meant for %s were lost or refused.", name_);
     return result != 0 || IsRefusing() ? -1 : 0;
 }
 

@@ -39,7 +39,7 @@ bool Database::Open() {
 bool Database::IsFree() {
     std::string reason;
     if (engine_ == nullptr || engine_->IsFree(id_, &reason)) return true;
-    KOLI_LOG("%s (%d) Failed to open %s. (%s)", name_, reason.c_str());
+    KOLI_LOG("Failed to open %s. (%s)", name_, reason.c_str());
     error_ = reason;
     Refuse(reason);
     return false;
@@ -53,7 +53,7 @@ bool Database::DropUnusable() {
     const bool moved = sql_->IsTakenAway();
     if (!moved && !suspect_) return true;
     if (moved && written_) {
-        KOLI_LOG("%s (%d) %s was taken away.", name_);
+        KOLI_LOG("%s was taken away.", name_);
         Refuse("the file was taken away");
     }
     sql_.reset();

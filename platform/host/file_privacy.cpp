@@ -32,8 +32,7 @@ void KeepFromOthers(const std::string& database) {
     for (const char* part : {"", "-wal", "-shm"})
         is_changed |= CloseToOthers(database + part);
     if (is_changed)
-        KOLI_LOG("%s (%d) %s was open to everybody, and is open to its owner and group now.",
-                 database.c_str());
+        KOLI_LOG("%s was open to everybody, and is open to its owner and group now.", database.c_str());
 }
 
 }  // namespace koli::host

@@ -100,7 +100,7 @@ void Rebuild::GiveUp() {
     is_given_up_ = true;
     saved_.clear();
     missed_.clear();
-    KOLI_LOG("%s (%d) Failed to remember what a rebuild has met: nothing is removed below %s.", top_.c_str());
+    KOLI_LOG("Failed to remember what a rebuild has met: nothing is removed below %s.", top_.c_str());
 }
 
 void Rebuild::Miss(std::string_view path) {
@@ -180,7 +180,7 @@ extern "C" {
 
 void MediaRebuildBegin(const char* path) {
     if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return;
     }
     TheRebuild().Open();

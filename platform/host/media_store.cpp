@@ -89,7 +89,7 @@ extern "C" {
 int MediaInfoDBSave(int type, const MediaInfo* record) {
     return Guarded(MediaDatabase(), [&] {
         if (!IsStoreTable(type) || record == nullptr || record->path[0] == '\0') {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
         RebuildNote(type, record->path);
@@ -103,7 +103,7 @@ int MediaInfoDBSave(int type, const MediaInfo* record) {
 int MediaInfoDBDirSave(const char* path) {
     return Guarded(MediaDatabase(), [&] {
         if (path == nullptr || *path == '\0') {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
         const std::string_view bare = WithoutTrailingSlashes(path);
@@ -119,7 +119,7 @@ int MediaInfoDBDirSave(const char* path) {
 int MediaInfoDBDelete(int type, const char* path) {
     return Guarded(MediaDatabase(), [&] {
         if (path == nullptr || *path == '\0' || (!IsStoreTable(type) && type != kStoreBelowDirectory)) {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
         if (type == kStoreBelowDirectory) return DeleteBelow(path);

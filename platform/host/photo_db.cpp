@@ -71,7 +71,7 @@ int Change(const char* text, Values... values) {
 
 bool IsPath(const char* path, LogSite site = LogSite(kModule)) {
     if (path != nullptr && *path != '\0') return true;
-    LogError("%s (%d) Bad parameter.", site.module, site.line);
+    LogError(site, "Bad parameter.");
     return false;
 }
 
@@ -86,7 +86,7 @@ extern "C" {
 int PhotoInfoDBSave(const PhotoRecord* record, int mode) {
     return Guarded(PhotoDatabase(), [&] {
         if (record == nullptr || record->path[0] == '\0' || (mode != 1 && mode != 5)) {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
         SqlStatement* statement = PhotoDatabase().Prepare(SaveTextOfPhoto());

@@ -72,7 +72,7 @@ bool MoveRow(const char* from, const std::string& to) {
     if (to.size() >= sizeof PhotoRecord::path) return PhotoDatabase().Remove("photo_info", from) >= 0;
     char name[sizeof PhotoRecord::name], folder[sizeof PhotoRecord::folder];
     CopyText(name, sizeof name, FileNameOf(to.c_str()));
-    if (!AlbumFromPath(to.c_str(), folder, sizeof folder)) KOLI_LOG("%s (%d) Impossible error.");
+    if (!AlbumFromPath(to.c_str(), folder, sizeof folder)) KOLI_LOG("Impossible error.");
     const auto move = [&] {
         return PhotoDatabase().Change(kMove, from, to, name, folder, PlainTitle(from),
                                       PlainTitle(to.c_str()));
@@ -97,7 +97,7 @@ using namespace koli::host;
 
 extern "C" int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path, const char* old_path) {
     if (new_path == nullptr || *new_path == '\0' || old_path == nullptr || *old_path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (strcmp(new_path, old_path) == 0) return 0;

@@ -128,7 +128,7 @@ extern "C" {
 KOLIDBRows* PhotoInfoDBOpen(int table, const char* columns, const char* where, int, const char* order,
                             int limit, int offset) {
     if (table < 0 || table >= static_cast<int>(std::size(kPhotoTables)) || !HasText(columns)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return nullptr;
     }
     return OpenRows(PhotoConnection(), kPhotoTables[table], {columns, where, order, limit, offset});
@@ -137,7 +137,7 @@ KOLIDBRows* PhotoInfoDBOpen(int table, const char* columns, const char* where, i
 KOLIDBRows* MediaInfoDBOpen(int type, const char* columns, const char* where, int, const char* order,
                             int limit, int offset, int) {
     if (type < 0 || type >= kMediaStoreTables || !HasText(columns)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return nullptr;
     }
     return OpenRows(MediaConnection(), kMediaTables[type], {columns, where, order, limit, offset});
@@ -162,7 +162,7 @@ const char* KOLIDBFetchField(KOLIDBResult* result, int row, const char* column) 
 int KOLIDBExecute(KOLIDB* db, const char* sql, KOLIDBResult** result) {
     if (result != nullptr) *result = nullptr;
     if (db == nullptr || !HasText(sql)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     return Guarded(db->database, [=] { return db->database.Execute(sql) < 0 ? -1 : 0; });
