@@ -1,4 +1,4 @@
-// koliindexctl: request lines, usage, the queue's writers, waiting for the daemon.
+// koliindexctl: request lines, usage, the queue's writers, waiting for the daemon, setup.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -21,6 +21,7 @@
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
+#include "tools/ctl/setup.h"
 
 namespace koli::ctl {
 namespace {
@@ -229,16 +230,72 @@ TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
 
     prctl(PR_SET_NAME, "koliindexd");
     const QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
-    EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 1, .look_every_ms = 5}, [](bool) {}),
-              BatchEnd::kTimeout);
-    int told = 0;
-    const auto take_over = [&](bool begun) {
-        EXPECT_EQ(begun, told > 0);
-        if (told++ == 0) rename(places.queue.c_str(), places.batch.c_str());
-        if (told == 3) unlink(places.batch.c_str());
+    const auto tell = [&](bool begun) {
+        EXPECT_EQ(begun, rename(places.queue.c_str(), places.batch.c_str()) != 0);
     };
-    EXPECT_EQ(BatchWait(batch.file, places, {.look_every_ms = 5, .tell_every_ms = 5}, take_over),
-              BatchEnd::kExecuted);
+    EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5}, tell),
+              BatchEnd::kTimeout);
+}
+
+// ---- Preparing a machine and taking it back, below a root of the test's own
+
+class SetupTest : public testing::Test {
+  protected:
+    SetupTest() {
+        for (const char* folder : {"var/lib", "var/spool", "etc", "volume1/video"})
+            fs::create_directories(dir_.Path(folder));
+        dir_.Write("etc/koliinfo.conf", "albumdefpublic=yes\n");
+        dir_.Write("volume1/video/film.mkv", "x");
+    }
+    int Run(bool apply, bool undo, const std::string& volume = "/volume1") {
+        return ctl::Setup({}, volume, {apply, undo, {fs::path(dir_.Path("")).parent_path()}});
+    }
+    std::set<fs::path> Tree() const { return {fs::recursive_directory_iterator(dir_.Path("")), {}}; }
+    test::TempDir dir_;
+};
+
+TEST_F(SetupTest, DoesWhatItShowsAndTakesExactlyThatBack) {
+    const auto before = Tree();
+    EXPECT_EQ(Run(false, false), kExitDifferences);
+    EXPECT_EQ(Tree(), before) << "showing changes nothing";
+    EXPECT_EQ(Run(true, false), kExitDone);
+    EXPECT_EQ(fs::read_symlink(dir_.Path("var/services/photo")), "/volume1/photo");
+    EXPECT_TRUE(fs::is_regular_file(dir_.Path("etc.defaults/koliinfo.conf")));
+    EXPECT_EQ(fs::file_size(dir_.Path("etc/koliinfo.conf")), 19u) << "what was there stays";
+    const auto applied = Tree();
+    EXPECT_EQ(Run(true, false), kExitDone);
+    const std::string record = dir_.Path("var/lib/koli/setup.manifest"), good = record + ".good";
+    fs::copy_file(record, good);
+    dir_.Write("var/lib/koli/setup.manifest", "folder\t/volume1/video\nfile\t/volume1/video/film.mkv\n");
+    EXPECT_EQ(Run(false, true), kExitFiles);
+    fs::rename(good, record);
+    EXPECT_EQ(Tree(), applied) << "neither a second time nor a damaged record changes anything";
+    EXPECT_EQ(Run(false, true), kExitDone);
+    EXPECT_EQ(Tree(), before);
+    EXPECT_EQ(Run(false, true), kExitFiles) << "nothing is recorded any more";
+
+    for (const char* volume : {"/missing", "/"})
+        EXPECT_EQ(Run(true, false, volume), kExitUsage);
+    dir_.Write("volume1/photo", "a file");
+    EXPECT_EQ(Run(true, false), kExitFiles);
+    fs::remove(dir_.Path("volume1/photo"));
+    EXPECT_EQ(Tree(), before) << "all or nothing";
+}
+
+TEST_F(SetupTest, WhatHasBeenUsedSinceStays) {
+    ASSERT_EQ(Run(true, false), kExitDone);
+    dir_.Write("volume1/music/song.mp3", "x");
+    dir_.Write("etc.defaults/koliinfo.conf", "supportphoto=no\n");
+    dir_.Write("var/lib/koli/media.db", "rows");
+    fs::remove(dir_.Path("var/services/video"));
+    fs::create_symlink("/elsewhere", dir_.Path("var/services/video"));
+    EXPECT_EQ(Run(false, true), kExitDifferences);
+    EXPECT_FALSE(fs::is_symlink(dir_.Path("var/services/music")));
+    for (const char* kept : {"volume1/music/song.mp3", "etc.defaults/koliinfo.conf", "var/lib/koli/media.db",
+                             "var/services/video"})
+        EXPECT_TRUE(fs::remove(dir_.Path(kept))) << kept;
+    EXPECT_EQ(Run(false, true), kExitDone) << "now that it is out of the way";
+    EXPECT_FALSE(fs::exists(dir_.Path("var/lib/koli")) || fs::exists(dir_.Path("volume1/music")));
 }
 
 }  // namespace
