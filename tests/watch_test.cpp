@@ -133,6 +133,32 @@ TEST_F(WatchTest, ANewFolderIsOneRequest) {
     EXPECT_EQ(After(kQuiet), "D:~/link\n");
 }
 
+TEST_F(WatchTest, FoldersAreKnownWhereverTheyMoveBeforeTheirNotesAreRead) {
+    Make("x/in");
+    Move("x", "y");  // by now something else stands where the note says
+    Make("x/other");
+    Make("z");
+    Move("one", "z/one");
+    EXPECT_EQ(After(kQuiet), "D:~/x\nD:~/y\nD:~/one\nA:~/z\nA:~/y\nA:~/x\n");
+    for (const char* name : {"x/other/1.mp3", "y/in/2.mp3", "z/one/3.mp3"})
+        Write(name);
+    EXPECT_EQ(After(kQuiet), "a:~/x/other/1.mp3\na:~/y/in/2.mp3\na:~/z/one/3.mp3\n");
+}
+
+TEST_F(WatchTest, WhatTheDaemonMayHaveMixedUpIsCompared) {
+    is_busy_ = true;  // it may look for what was asked for when that has moved on
+    Write("two/d.mp3");
+    EXPECT_EQ(After(kQuiet), "a:~/two/d.mp3\n");
+    Move("two", "three");
+    EXPECT_EQ(After(kQuiet), "N:~/three:~/two\n");
+    is_busy_ = false;
+    EXPECT_EQ(After(10'000), "= ~/three\n");
+    Move("three", "four");
+    Write("three/a.mp3");  // it may take that for what is stored there
+    EXPECT_EQ(After(kQuiet), "N:~/four:~/three\nA:~/three\n");
+    EXPECT_EQ(After(10'000), "= ~/three\n= ~/four\n");
+}
+
 TEST_F(WatchTest, BurstsFold) {
     for (int i = 0; i < 100; ++i)
         Write("one/" + std::to_string(i) + ".mp3");
