@@ -116,6 +116,16 @@ TEST(RequestWriter, LosesAndDoublesNothingWhileTheDaemonTakesOver) {
         EXPECT_EQ("d" + add.substr(1), remove);  // the lines of one call stay together
     }
     EXPECT_EQ(seen.size(), size_t{kWriters * kCalls});
+
+    const QueuedBatch over =
+        QueueAppend(queue, "a:/over\n");  // a writer waits for its lock while it is removed
+    flock(over.file.get(), LOCK_EX);
+    std::thread late([&] { EXPECT_TRUE(QueueAppend(queue, "a:/late\n").file.valid()); });
+    usleep(20'000);
+    unlink(queue.c_str());
+    flock(over.file.get(), LOCK_UN);
+    late.join();
+    EXPECT_EQ(test::ReadFile(queue), "a:/late\n");
 }
 
 TEST(RequestWriter, WritesAllLinesOrNone) {

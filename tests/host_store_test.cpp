@@ -172,7 +172,7 @@ TEST_F(Store, TheRowsOfAFolderAreFoundWhateverItsName) {
     for (std::string name; std::getline(words, name, '|');)
         names.push_back(name);
     for (size_t i = 0; i < 60; ++i)
-        folders.push_back(folders[i * 7 % folders.size()] + "/" + names[i * i % names.size()]);
+        folders.push_back(folders[i * 7 % folders.size()] + "/" + names[i % names.size()]);
     std::set<std::string> paths;
     for (const std::string& folder : folders)
         for (const char* name : {"", "/", "/p.jpg", "/~", "0"})
