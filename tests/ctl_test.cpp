@@ -1,4 +1,4 @@
-// koliindexctl: request lines, usage, the queue's writers, waiting for the daemon.
+// koliindexctl: request lines, usage, the queue's writers, waiting for the daemon, setup.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -7,9 +7,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
-#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <set>
@@ -24,6 +22,7 @@
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
+#include "tools/ctl/setup.h"
 
 namespace koli::ctl {
 namespace {
@@ -34,23 +33,19 @@ using Texts = std::vector<std::string>;
 
 // ---- Request lines
 
-TEST(RequestLine, PathsAreMadeAbsoluteByTheirText) {
+TEST(RequestLine, CarriesAbsolutePathsThatFit) {
     for (const auto& [path, absolute] : {std::pair{"../a/./b//", "/w/a/b"},
                                          {"/a/../../b", "/b"},
                                          {" a ", "/w/x/ a "},
                                          {"...", "/w/x/..."},
                                          {"", ""}})
         EXPECT_EQ(AbsolutePath(path, "/w/x"), absolute);
-}
-
-TEST(RequestLine, RefusesWhatALineCannotCarry) {
     EXPECT_EQ(PathRefusal("/a:b \xFF"), nullptr);
     const std::string longest = "/" + std::string(4107, 'x'), half = longest.substr(0, 2053);
     EXPECT_EQ(PathRefusal(longest), nullptr);
     EXPECT_EQ(RequestLine('a', longest).size(), 4111U);
     for (const std::string& path : {""s, "/a\nb"s, "/a\0b"s, longest + "x"})
         EXPECT_NE(PathRefusal(path), nullptr);
-    EXPECT_EQ(RenameLine("/new", "/old"), "N:/new:/old\n");
     EXPECT_EQ(RenameRefusal(half, half + "y"), nullptr);
     EXPECT_EQ(RenameLine(half, half + "y").size(), 4111U);
     for (const auto& [from, to] :
@@ -62,16 +57,13 @@ TEST(CommandLine, RefusesBadUsageWithOneLineAndTwo) {
     const test::TempDir dir;
     ASSERT_NE(freopen(dir.Write("cut", "a:/1\na:/2").c_str(), "r", stdin), nullptr);
     for (const char* line :
-         {"", "|frobnicate", "|add", "|add|/no/such/file", "|add||", "|add|/tmp|/a\nb", "|remove|/tmp",
+         {"", "|frobnicate", "|add", "|add|/no/such/file", "|add|", "|add|/tmp|/a\nb", "|remove|/tmp",
           "|rename|/tmp|/tmp", "|rename|/no/such|/a:b", "|rebuild|books", "|truncate|music",
           "|truncate|problem|--yes", "|sync|--timeout|5", "|list|--kind|folder", "|enqueue"}) {
-        Texts call;
-        std::istringstream words("koliindexctl"s + line);
-        for (std::string word; std::getline(words, word, '|');)
-            call.push_back(word);
-        std::vector<char*> argv;
-        for (std::string& argument : call)
-            argv.push_back(argument.data());
+        std::string call = "koliindexctl"s + line;
+        std::vector<char*> argv{call.data()};
+        for (char& byte : call)
+            if (byte == '|') byte = '\0', argv.push_back(&byte + 1);
         testing::internal::CaptureStderr();
         EXPECT_EQ(CommandLineRun(static_cast<int>(argv.size()), argv.data()), kExitUsage) << line;
         const std::string complaint = testing::internal::GetCapturedStderr();
@@ -91,44 +83,24 @@ TEST(Output, NothingReachesATerminalThatCouldSteerIt) {
 
 // ---- The queue's writers
 
-/// The daemon's take-over and removal of the queue: what it reads is what it would execute.
-void TakeOver(const std::string& queue, std::string* executed) {
-    const std::string batch = queue + ".tmp";
-    if (rename(queue.c_str(), batch.c_str()) != 0) return;
-    const UniqueFd file(open(batch.c_str(), O_RDONLY | O_CLOEXEC));
-    if (executed->size() % 4 == 0) usleep(1000);  // now and then late writers find the time to come
-    flock(file.get(), LOCK_EX);
-    *executed += test::ReadFile(batch);
-    unlink(batch.c_str());
-}
-
-TEST(RequestWriter, LosesAndDoublesNothingWhileTheDaemonTakesOver) {
-    constexpr int kWriters = 4, kCalls = 400;
+TEST(RequestWriter, WaitsForTheLockAndForTheQueueThatComesAfterABatch) {
     const test::TempDir dir;
-    const std::string queue = dir.Path("queue");
-    std::atomic<int> writing = kWriters;
-    std::vector<std::thread> writers;
-    for (int writer = 0; writer < kWriters; ++writer)
-        writers.emplace_back([&, writer] {
-            for (int call = 0; call < kCalls; ++call) {
-                const std::string name = "/" + std::to_string(writer) + "/" + std::to_string(call);
-                EXPECT_TRUE(QueueAppend(queue, RequestLine('a', name) + RequestLine('d', name)).file.valid());
-            }
-            --writing;
-        });
-    std::string executed;
-    while (writing > 0)
-        TakeOver(queue, &executed);
-    for (std::thread& writer : writers)
-        writer.join();
-    TakeOver(queue, &executed);
-
-    std::istringstream lines(executed);
-    std::multiset<std::string> seen;
-    for (std::string add, remove; std::getline(lines, add) && std::getline(lines, remove); seen.insert(add))
-        EXPECT_EQ("d" + add.substr(1), remove);  // the lines of one call stay together
-    EXPECT_EQ(seen.size(), size_t{kWriters * kCalls});
-    EXPECT_EQ(std::set(seen.begin(), seen.end()).size(), seen.size());
+    const std::string queue = dir.Path("queue"), batch = dir.Path("batch");
+    for (int round = 0; round < 5; ++round) {
+        const QueuedBatch first = QueueAppend(queue, "a:/1\nd:/1\n");
+        rename(queue.c_str(), batch.c_str());  // the daemon's take-over, and a writer that came before it
+        link(batch.c_str(), queue.c_str());
+        flock(first.file.get(), LOCK_SH);  // which a lock of the writer alone waits for
+        std::thread late([&] { EXPECT_TRUE(QueueAppend(queue, "a:/late\n").file.valid()); });
+        usleep(20'000);
+        unlink(queue.c_str());
+        EXPECT_EQ(test::ReadFile(batch), "a:/1\nd:/1\n");
+        unlink(batch.c_str());
+        flock(first.file.get(), LOCK_UN);
+        late.join();
+        EXPECT_EQ(test::ReadFile(queue), "a:/late\n");
+        unlink(queue.c_str());
+    }
 }
 
 TEST(RequestWriter, WritesAllLinesOrNone) {
@@ -160,36 +132,21 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
         EXPECT_FALSE(QueueAppend(dir.Path(bad), "a:/5\n").file.valid()) << bad;
 }
 
-/// A process of the daemon's name that leaves its signal pending.
-class FakeDaemon {
-  public:
-    explicit FakeDaemon(const std::string& pid_file) {
-        sigset_t usr1;
+/// This process under the daemon's name; the signal that it gets waits to be asked for.
+struct AsDaemon {
+    explicit AsDaemon(const std::string& pid_file) {
         sigemptyset(&usr1);
         sigaddset(&usr1, SIGUSR1);
         sigprocmask(SIG_BLOCK, &usr1, nullptr);
-        prctl(PR_SET_NAME, "koliindexd");  // the child inherits both
-        pid_ = fork();
-        if (pid_ == 0) _exit(static_cast<int>(sleep(600)));
-        prctl(PR_SET_NAME, "koliindexd2");
-        sigprocmask(SIG_UNBLOCK, &usr1, nullptr);
-        std::ofstream(pid_file) << pid_;
+        prctl(PR_SET_NAME, "koliindexd");
+        std::ofstream(pid_file) << getpid();
     }
-    ~FakeDaemon() {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    FakeDaemon(const FakeDaemon&) = delete;
-    FakeDaemon& operator=(const FakeDaemon&) = delete;
-    pid_t pid() const { return pid_; }
+    ~AsDaemon() { prctl(PR_SET_NAME, "ctl_test"); }
     bool IsSignalled() const {
-        const std::string status = test::ReadFile("/proc/" + std::to_string(pid_) + "/status");
-        const size_t at = status.find("ShdPnd:");
-        return (strtoull(status.c_str() + at + 7, nullptr, 16) >> (SIGUSR1 - 1) & 1) != 0;
+        const timespec at_once{};
+        return sigtimedwait(&usr1, nullptr, &at_once) == SIGUSR1;
     }
-
-  private:
-    pid_t pid_;
+    sigset_t usr1;
 };
 
 /// What the queue's service answers, and what the queue begins with then.
@@ -208,28 +165,24 @@ Texts Served(const std::string& sent, const test::TempDir& dir = {}) {
     return {{answer, static_cast<size_t>(length)}, {queue, static_cast<size_t>(file.gcount())}};
 }
 
-TEST(QueueService, TakesAllThatACallerHadToSayOrNothing) {
+TEST(QueueService, TakesAllOfACallThatAsksForNothingThatIsOnlyRootsToAsk) {
     const std::string lines = "A:/v/music\nN:/v/photo/New:/v/photo/Trip\n";
-    EXPECT_EQ(Served(lines + "\n"), (Texts{"Q1", lines}));
-    EXPECT_EQ(Served("\n"), (Texts{"Q1", ""}));
-    for (const std::string& cut : {""s, lines, lines.substr(0, lines.size() - 2)})
-        EXPECT_EQ(Served(cut), (Texts{"Ethe requests were cut off on their way", ""}));
-    for (const std::string& line : {"X:/v"s, "A/v"s, "A:"s, ""s, "A:/a\0b"s})
-        EXPECT_EQ(Served(lines + line + "\n\n"), (Texts{"Eline 3 is no request", ""}));
-}
-
-TEST(QueueService, TakesWhatIsNotOnlyRootsToAsk) {
-    for (const std::string line : {"A:/v/music", "a:/v//music/./x", "D:/v/music/x", "d:/v/photo/..x", "R:all",
-                                   "R:photo", "U:photo", "N:/v/photo/New:/v/music/Trip"})
-        EXPECT_EQ(Served(line + "\n\n"), (Texts{"Q1", line + "\n"}));
-    for (const std::string line :
-         {"A:/etc", "A:/v/music/../../etc", "A:/v/musical", "a:v/music/x", "D:/v/music/", "d:/v",
-          "N:/v/photo/a:/etc/b", "N:/etc/b:/v/photo/a", "N:/v/photo/a", "N:/v/photo/a:/v/photo/b:/v/photo/c",
-          "N::/v/photo/a", "N:/v/photo/a:"})
-        EXPECT_EQ(Served(line + "\n\n"),
-                  (Texts{"Eline 1 names what is in no share, which is only root's to ask", ""}));
-    for (const std::string line : {"T:photo_share", "R:books", "U:music"})
-        EXPECT_EQ(Served(line + "\n\n"), (Texts{"Eline 1 is only root's to ask", ""}));
+    const std::pair<const char*, Texts> cases[] = {
+        {"",
+         {lines + "\n", "\n", "a:/v//music/./x\n\n", "D:/v/music/x\n\n", "d:/v/photo/..x\n\n",
+          "R:all\nR:photo\nU:photo\n\n", "N:/v/photo/New:/v/music/Trip\n\n"}},
+        {"the requests were cut off on their way", {"", lines, lines.substr(0, lines.size() - 2)}},
+        {"line 3 is no request",
+         {lines + "X:/v\n\n", lines + "A/v\n\n", lines + "A:\n\n", lines + "\n\n", lines + "A:/a\0b\n\n"s}},
+        {"line 1 names what is in no share, which is only root's to ask",
+         {"A:/etc\n\n", "A:/v/music/../../etc\n\n", "A:/v/musical\n\n", "a:v/music/x\n\n", "D:/v/music/\n\n",
+          "d:/v\n\n", "N:/v/photo/a:/etc/b\n\n", "N:/etc/b:/v/photo/a\n\n", "N:/v/photo/a\n\n",
+          "N:/v/photo/a:/v/photo/b:/v/photo/c\n\n", "N::/v/photo/a\n\n", "N:/v/photo/a:\n\n"}},
+        {"line 1 is only root's to ask", {"T:photo_share\n\n", "R:books\n\n", "U:music\n\n"}}};
+    for (const auto& [refusal, calls] : cases)
+        for (const std::string& sent : calls)
+            EXPECT_EQ(Served(sent), *refusal != '\0' ? (Texts{"E"s + refusal, ""})
+                                                     : (Texts{"Q1", sent.substr(0, sent.size() - 1)}));
     const test::TempDir dir;
     fs::resize_file(dir.Write("queue", ""), (64 << 20) - 5);  // 64 MiB may wait
     EXPECT_EQ(Served("U:photo\n\n", dir)[0], "Etoo many requests wait there already");
@@ -259,50 +212,98 @@ TEST(QueueService, IsAskedAgainWhenItHadNoTime) {
 }
 
 TEST(QueueService, PutsTheDaemonOffForNoLongerThanAMinute) {
-    for (const bool is_old : {false, true}) {
-        const test::TempDir dir;
-        const FakeDaemon daemon(dir.Path("pid"));
-        EXPECT_EQ(Served("\n", dir), (Texts{"Q0", ""}));
-        dir.Write("queue", "a:/1\n");
-        EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "a:/1\nU:photo\n"}));
-        EXPECT_EQ(Served("\n", dir)[0], "Q0");
-        EXPECT_FALSE(daemon.IsSignalled());
-        const timespec times[2] = {{time(nullptr) - 60, 0}, {0, UTIME_OMIT}};
-        if (is_old)
-            utimensat(AT_FDCWD, dir.Path("queue").c_str(), times, 0);
-        else
-            unlink(dir.Path("queue").c_str());
-        Served(is_old ? "\n" : "U:photo\n\n", dir);
-        EXPECT_TRUE(daemon.IsSignalled());
-    }
+    const test::TempDir dir;
+    const AsDaemon daemon(dir.Path("pid"));
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\n"}));
+    EXPECT_TRUE(daemon.IsSignalled());
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\nU:photo\n"}));
+    EXPECT_FALSE(daemon.IsSignalled());
+    const timespec times[2] = {{time(nullptr) - 60, 0}, {0, UTIME_OMIT}};
+    utimensat(AT_FDCWD, dir.Path("queue").c_str(), times, 0);
+    Served("\n", dir);
+    EXPECT_TRUE(daemon.IsSignalled());
 }
 
 TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
     const test::TempDir dir;
     const Places places{dir.Path("queue"), dir.Path("batch"), dir.Path("pid")};
     EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
-    dir.Write("pid", std::to_string(getpid()));  // somebody else has got the pid
-    EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
-    prctl(PR_SET_NAME, "koliindexd2");
-    EXPECT_EQ(DaemonPid(places.pid_file), 0);
-    const FakeDaemon daemon(places.pid_file);
-    EXPECT_EQ(DaemonPid(places.pid_file), daemon.pid());
-
-    const WaitLimits limits{.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5};
-    QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
-    EXPECT_EQ(BatchWait(batch.file, places, limits, [](bool) {}), BatchEnd::kTimeout);
-    int told = 0;
-    const auto take_over = [&](bool begun) {
-        EXPECT_EQ(begun, told > 0);
-        if (told++ == 0) rename(places.queue.c_str(), places.batch.c_str());
-        if (told == 3) unlink(places.batch.c_str());
-        return true;
-    };
-    EXPECT_EQ(BatchWait(batch.file, places, {.look_every_ms = 5, .tell_every_ms = 5}, take_over),
-              BatchEnd::kExecuted);
-    EXPECT_FALSE(daemon.IsSignalled());
+    const AsDaemon daemon(places.pid_file);
+    EXPECT_EQ(DaemonPid(places.pid_file), getpid());
     EXPECT_EQ(DaemonWake(places.pid_file), Wake::kWoken);
     EXPECT_TRUE(daemon.IsSignalled());
+    prctl(PR_SET_NAME, "koliindexd2");  // somebody else has got the pid
+    EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
+    EXPECT_FALSE(daemon.IsSignalled());
+
+    prctl(PR_SET_NAME, "koliindexd");
+    const QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
+    const auto tell = [&](bool begun) {
+        EXPECT_EQ(begun, rename(places.queue.c_str(), places.batch.c_str()) != 0);
+    };
+    EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5}, tell),
+              BatchEnd::kTimeout);
+}
+
+// ---- Preparing a machine and taking it back, below a root of the test's own
+
+class SetupTest : public testing::Test {
+  protected:
+    SetupTest() {
+        for (const char* folder : {"var/lib", "var/spool", "etc", "volume1/video"})
+            fs::create_directories(dir_.Path(folder));
+        dir_.Write("etc/koliinfo.conf", "albumdefpublic=yes\n");
+        dir_.Write("volume1/video/film.mkv", "x");
+    }
+    int Run(bool apply, bool undo, const std::string& volume = "/volume1") {
+        return ctl::Setup({}, volume, {apply, undo, {fs::path(dir_.Path("")).parent_path()}});
+    }
+    std::set<fs::path> Tree() const { return {fs::recursive_directory_iterator(dir_.Path("")), {}}; }
+    test::TempDir dir_;
+};
+
+TEST_F(SetupTest, DoesWhatItShowsAndTakesExactlyThatBack) {
+    const auto before = Tree();
+    EXPECT_EQ(Run(false, false), kExitDifferences);
+    EXPECT_EQ(Tree(), before) << "showing changes nothing";
+    EXPECT_EQ(Run(true, false), kExitDone);
+    EXPECT_EQ(fs::read_symlink(dir_.Path("var/services/photo")), "/volume1/photo");
+    EXPECT_TRUE(fs::is_regular_file(dir_.Path("etc.defaults/koliinfo.conf")));
+    EXPECT_EQ(fs::file_size(dir_.Path("etc/koliinfo.conf")), 19u) << "what was there stays";
+    const auto applied = Tree();
+    EXPECT_EQ(Run(true, false), kExitDone);
+    const std::string record = dir_.Path("var/lib/koli/setup.manifest"), good = record + ".good";
+    fs::copy_file(record, good);
+    dir_.Write("var/lib/koli/setup.manifest", "folder\t/volume1/video\nfile\t/volume1/video/film.mkv\n");
+    EXPECT_EQ(Run(false, true), kExitFiles);
+    fs::rename(good, record);
+    EXPECT_EQ(Tree(), applied) << "neither a second time nor a damaged record changes anything";
+    EXPECT_EQ(Run(false, true), kExitDone);
+    EXPECT_EQ(Tree(), before);
+    EXPECT_EQ(Run(false, true), kExitFiles) << "nothing is recorded any more";
+
+    for (const char* volume : {"/missing", "/"})
+        EXPECT_EQ(Run(true, false, volume), kExitUsage);
+    dir_.Write("volume1/photo", "a file");
+    EXPECT_EQ(Run(true, false), kExitFiles);
+    fs::remove(dir_.Path("volume1/photo"));
+    EXPECT_EQ(Tree(), before) << "all or nothing";
+}
+
+TEST_F(SetupTest, WhatHasBeenUsedSinceStays) {
+    ASSERT_EQ(Run(true, false), kExitDone);
+    dir_.Write("volume1/music/song.mp3", "x");
+    dir_.Write("etc.defaults/koliinfo.conf", "supportphoto=no\n");
+    dir_.Write("var/lib/koli/media.db", "rows");
+    fs::remove(dir_.Path("var/services/video"));
+    fs::create_symlink("/elsewhere", dir_.Path("var/services/video"));
+    EXPECT_EQ(Run(false, true), kExitDifferences);
+    EXPECT_FALSE(fs::is_symlink(dir_.Path("var/services/music")));
+    for (const char* kept : {"volume1/music/song.mp3", "etc.defaults/koliinfo.conf", "var/lib/koli/media.db",
+                             "var/services/video"})
+        EXPECT_TRUE(fs::remove(dir_.Path(kept))) << kept;
+    EXPECT_EQ(Run(false, true), kExitDone) << "now that it is out of the way";
+    EXPECT_FALSE(fs::exists(dir_.Path("var/lib/koli")) || fs::exists(dir_.Path("volume1/music")));
 }
 
 }  // namespace

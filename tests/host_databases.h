@@ -72,12 +72,12 @@ struct Store : testing::Test, TempDir {
 
     static Texts Media(const std::string& query) { return Values(MediaDatabase(), query); }
     static Texts Photo(const std::string& query) { return Values(PhotoDatabase(), query); }
-    /// What another program finds in the media store's file.
-    int64_t OutsideNumber(const char* query) const {
+    /// A database as another program opens it, and what that finds in the media store's.
+    std::unique_ptr<Sqlite> Outside(const char* file) const {
         SqlFailure failure;
-        const auto sql = Sqlite::Open(directory_ + "/media.db", nullptr, &failure);
-        return sql != nullptr ? sql->QueryNumber(query) : -1;
+        return Sqlite::Open(directory_ + "/" + file, nullptr, &failure);
     }
+    int64_t OutsideNumber(const char* query) const { return Outside("media.db")->QueryNumber(query); }
 
     const std::string directory_ = Path("made/for/us");
 };
@@ -104,9 +104,9 @@ inline MediaInfo MediaRecord(const std::string& path, const std::string& title =
     memcpy(record.title, title.data(), title.size());
     return record;
 }
-inline int SaveMusic(const std::string& path) {
+inline int Save(const std::string& path, int type = kStoreMusic) {
     const MediaInfo record = MediaRecord(path);
-    return MediaInfoDBSave(kStoreMusic, &record);
+    return MediaInfoDBSave(type, &record);
 }
 inline void SavePhoto(const std::string& path, const std::string& title,
                       const std::string& description = "") {
