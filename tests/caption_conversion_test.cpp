@@ -46,14 +46,11 @@ TEST_F(Conversion, KeepsOneLineForEachEntry) {
 
 TEST_F(Conversion, AShortWriteLeavesNothingBehind) {
     const std::string queue = Write("queue", "/first\n");
-    struct rlimit before;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-    const struct rlimit full = {10, before.rlim_max};
-    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    const rlimit full{10, RLIM_INFINITY}, before{RLIM_INFINITY, RLIM_INFINITY};
+    signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
     EXPECT_EQ(WriteThumbQueue("/second", queue.c_str()), -1);
     setrlimit(RLIMIT_FSIZE, &before);
-    signal(SIGXFSZ, handler);
     EXPECT_EQ(ReadFile(queue), "/first\n");
     EXPECT_EQ(fake.log, Lines{"photo_index: WriteThumbQueue(#) - failed to write (/second, 7) into " + queue +
                               ", reason=No space left on device"});

@@ -184,17 +184,4 @@ TEST_F(PhotoShare, ARenameFromElsewhereTouchesNoAlbumOfThatName) {
     EXPECT_EQ(PhotoShareRename("", top_.c_str()), -1);
 }
 
-TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
-    for (const char* name : {"A/x", "B/y", "A/#recycle", "#recycle/R/r", "A/@eaDir"})
-        MakeDir(name);
-    const Texts albums = {"#recycle/R 7", "#recycle/R/r", "#recycle/S", "A public", "A/x 8", "A/y", "C/y"};
-    SetAlbums(albums);
-    EXPECT_EQ(PhotoShareResync(In("A").c_str()), 0);
-    EXPECT_EQ(PhotoShareResync(In("A/x").c_str()), 0);
-    EXPECT_EQ(Albums(), albums);
-    LetTimePass();
-    EXPECT_EQ(PhotoShareResync(nullptr), 0);
-    EXPECT_EQ(Albums(), (Texts{"#recycle/R 7", "#recycle/R/r", "A public", "A/x 8", "B", "B/y"}));
-}
-
 }  // namespace koli::test

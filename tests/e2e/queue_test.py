@@ -2,6 +2,7 @@
 """Request lines, the rows they lead to, and what the neighbours are told."""
 import os
 import pathlib
+import re
 import signal
 import sqlite3
 import time
@@ -37,10 +38,18 @@ class Requests(harness.DaemonTest):
                          for name in ("@eaDir/01 Déjà vu.mp3/cover1.jpg", "01 Déjà vu.mp3"))
         self.assertIn(b"front\0" + picture, song)
 
-    def test_what_is_wrong_with_a_file_is_told_in_a_word(self):
+    def test_every_format_and_what_is_wrong_with_a_file(self):
         for share in ("music", "photo", "video"):
             harness.shutil.copytree(f"{harness.SAMPLES}/{share}", f"/volume1/{share}", dirs_exist_ok=True)
         self.index(*harness.EVERYTHING)
+        # The formats of the README, which all have a sample.
+        with open(f"{harness.TOP}/README.md", encoding="utf-8") as file:
+            section = file.read().partition("## Formats")[2].partition("\n## ")[0]
+        told, table = {name: set() for name in appliance.MEDIA_TABLES[:4]}, ""
+        for name, extensions in re.findall(r"^\| (?:`(\w*)`)? *\| ([^|]+) \|", section, re.MULTILINE):
+            table = name or table
+            told.get(table, set()).update(re.split(",? ", extensions))
+        self.assertEqual({table: {path.rpartition(".")[2].lower() for path in self.paths(table)} for table in told}, told)
         no_mpeg, unopened = "there is no MPEG audio in it", "the container could not be opened"
         unsized = "the size of the picture cannot be read"
         self.assertEqual({row["path"].partition("/Broken/")[2]: row["reason"] for row in appliance.rows("problem")}, {
@@ -127,6 +136,11 @@ class Requests(harness.DaemonTest):
         self.index(*[f"N:{P}/{new}:{P}/{old}" for new, old in (("T", "One"), ("One", "Two"), ("Two", "T"),
                                                                ("X", "Artist"), ("Y", "X"))])
         self.assertEqual(titles(), {"Live": "Live", "One": "Two", "Two": "One", "Y": "Artist"})
+        for old, new, photos in ((P, M, 3), (M, P, 4)):  # to another share, and back
+            os.rename(f"{old}/Y", f"{new}/Y")
+            self.index(f"N:{new}/Y:{old}/Y", f"D:{old}/Y")
+            self.assertEqual((len(self.paths("photo_info")), self.row("photo", f"{new}/Y/1.jpg")["album"]), (photos, "Y"))
+        self.assertEqual(len(titles()), 4)
 
     def test_a_batch_that_is_no_file(self):
         path = self.put(f"{M}/a.mp3")
