@@ -5,8 +5,6 @@
 #include <map>
 #include <random>
 
-#include <sys/stat.h>
-
 #include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
 #include "tests/mpeg_model.h"
@@ -49,13 +47,6 @@ TEST_F(Mpeg, GivesSeventeenForWhatIsNotThere) {
     EXPECT_EQ(ReadBe32Direct(reader, 16384), 0x01028304U);
     EXPECT_EQ(ReadBe32Direct(reader, 16386), 0x83040000U);
     EXPECT_EQ(ReadBe32Direct(reader, -4), 17U);
-
-    const std::string fifo = Path("fifo");
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-    CachedFileReader other;
-    EXPECT_FALSE(CachedFileOpen(&other, fifo.c_str(), Reading(), LogSite("m")));
-    EXPECT_FALSE(CachedFileOpen(&other, "/gone", Reading(), LogSite("m")));
-    EXPECT_EQ(fake.log, (Lines{"m (#) Unable to seek to end " + fifo + " ", "m (#) Unable to open /gone "}));
 }
 
 TEST_F(Mpeg, DecodesByTheTables) {

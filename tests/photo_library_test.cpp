@@ -38,38 +38,30 @@ TEST_F(Photo, AJpegBringsItsExifValuesAndOthersTheirSizeOnly) {
     EXPECT_EQ(Figures(fake.media[1].second), "0 0 0 0 3x4 0");
 }
 
-TEST_F(Photo, IsReadOnceForBothStores) {
-    const std::string path = Write("a.jpg", CameraJpeg("Before", 20));
+TEST_F(Photo, IsReadOnceForBothStoresAndItsRecordFilledFromNamesFileAndExif) {
+    const std::string bytes = CameraJpeg("Before", 8000), path = Write("Trip/a.b.jpg", bytes);
+    Write("Trip/@eaDir/a.b.jpg/KOLIPHOTO:DESC", "By the sea\nline 2");
     KnownPath known(path.c_str());
     Picture picture(path.c_str());
     known.picture = &picture;
     EXPECT_EQ(PhotoMediaAdd(known, Reading()), 0);
-    Write("a.jpg", CameraJpeg("After", 20));
-    EXPECT_EQ(PhotoLibraryAdd(known, kModeAdd), 0);
-    picture.Forget();
-    EXPECT_EQ(PhotoLibraryAdd(known, kModeAdd), 0);
-    const Lines models = {fake.media.at(0).second.camera_model, fake.photos.at(0).second.camera_model,
-                          fake.photos.at(1).second.camera_model};
-    EXPECT_EQ(models, (Lines{"Before", "Before", "After"}));
-}
-
-TEST_F(Photo, FillsTheRecordFromNamesFileAndExif) {
-    const std::string bytes = CameraJpeg("M", 8000);
-    const std::string path = Write("Trip/a.b.jpg", bytes);
-    Write("Trip/@eaDir/a.b.jpg/KOLIPHOTO:DESC", "By the sea\nline 2");
-    ASSERT_EQ(PhotoLibraryAdd(path.c_str(), kModeUpdate), 0);
-
-    const auto& [mode, record] = fake.photos.at(0);
-    EXPECT_EQ(mode, 5);
+    Write("Trip/a.b.jpg", CameraJpeg("After!", 8000));
+    EXPECT_EQ(PhotoLibraryAdd(known, kModeUpdate), 0);
+    const auto [mode, record] = fake.photos.at(0);
+    EXPECT_EQ(mode, kModeUpdate);
     const Lines texts = {record.path,   record.name,         record.title,     record.description,
                          record.folder, record.camera_model, record.date_taken};
-    EXPECT_EQ(texts, (Lines{path, "a.b.jpg", "a.b", "By the sea\n", "Trip", "M", "2009:03:05 07:08:09"}));
+    EXPECT_EQ(texts,
+              (Lines{path, "a.b.jpg", "a.b", "By the sea\n", "Trip", "Before", "2009:03:05 07:08:09"}));
     EXPECT_EQ(record.width, 8000);
     EXPECT_EQ(record.file_size, static_cast<int64_t>(bytes.size()));
+    picture.Forget();
+    EXPECT_EQ(PhotoLibraryAdd(known, kModeAdd), 0);
+    EXPECT_STREQ(fake.photos.at(1).second.camera_model, "After!");
 
     // One without a date gets the file's, and no size beyond the bound.
     ASSERT_EQ(PhotoLibraryAdd(Write("a.png", Png(8001, 20)).c_str(), kModeAdd), 0);
-    const PhotoRecord& dateless = fake.photos.at(1).second;
+    const PhotoRecord& dateless = fake.photos.back().second;
     EXPECT_TRUE(*dateless.date_taken != '\0' && dateless.width == 0 && dateless.height == 20);
 }
 

@@ -22,7 +22,7 @@ FAILED_ONCE = {False: (9, 20, 53), True: (10, 20)}  # seeds, by whether the fami
 FIRST, LAST = map(int, os.environ.get("KOLI_SEEDS", "0-1").split("-"))
 BATCHES, PAUSE = int(os.environ.get("KOLI_BATCHES", "18")), float(os.environ.get("KOLI_PAUSE", "0"))
 USUAL = family_model.FOLDERS
-HOSTILE = ("O'Brien \"x\"", "100%_a", "back\\slash\\", "'; DROP TABLE photo_share; --", "v1.2 Été", "inv\udcff")
+HOSTILE = ("O'Brien \"x\"", "100%_a", "back\\slash\\", "'; DROP TABLE photo_share; --", "v1.2 Été")
 CONFIG = pathlib.Path("/etc/koliinfo.conf")
 
 # What nobody would expect, and why it is so. Of a watched family only those in WATCHED may happen.

@@ -3,6 +3,7 @@
 import fcntl
 import os
 import pathlib
+import resource
 import shutil
 import subprocess
 
@@ -10,6 +11,7 @@ import harness
 from harness import appliance, hand_over
 
 P, LINK = "/volume1/photo", "/var/services/photo"
+FEW = 64  # open files
 PICTURE = "photo/Family/IMG_3000.jpg"
 
 
@@ -46,6 +48,9 @@ class Trouble(harness.DaemonTest):
         deepest = f"{P}/z" + 1999 * "/d"
         subprocess.run(["mkdir", "-p", deepest], check=True)
         subprocess.run(["mkdir", "y" * 200], check=True, cwd=deepest)  # beyond the longest path
+        limits = resource.getrlimit(resource.RLIMIT_NOFILE)
+        self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, limits)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (FEW, limits[1]))
         for name in ("@eaDir/x.jpg", "my@eaDir/x.jpg", "no ending"):  # which no store takes
             self.put(f"{P}/{name}", PICTURE)
         hidden = self.put(f"{P}/.x.jpg", PICTURE)

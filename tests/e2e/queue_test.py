@@ -58,6 +58,13 @@ class Requests(harness.DaemonTest):
             "tag only.mp3": no_mpeg, "page.flac": "there is no readable FLAC stream information in it",
             "silence.aac": "the AAC decoder tells nothing of it", "cut.jpg": unsized, "page.png": unsized,
             "noise.dat": "there is neither video nor audio in it"})
+        rows = {row["path"]: row for table in told for row in appliance.rows(table)}
+        clip = rows["/volume1/video/Formats/clip.avi"]
+        self.assertEqual((clip["width"], clip["height"], round(clip["duration"])), (176, 144, 2))
+        for share in harness.SHARES:
+            harness.empty_folder(f"/volume1/{share}")
+        self.index(f"D:{M}/Broken", *[f"d:{path}" for path in rows if not path.startswith(f"{M}/Broken/")])
+        self.assertEqual({path for table in (*told, "problem") for path in self.paths(table)}, set())
 
     def test_hostile_names_come_back_byte_for_byte(self):
         names = [b"it's \"quoted\"", b"100%_", b"back\\slash\\'", b"new\nline", b"inv\xff\xfe\xc3alid", b" blanks ",
@@ -165,6 +172,7 @@ class Neighbours(harness.DaemonTest):
             harness.wait_for("the media server's signal", lambda: signal.SIGUSR1 in signals)
 
         self.put(f"{M}/a.mp3")
+        self.put(f"{M}/b.mp3", "music/Broken/noise.mp3")
         appliance.enqueue(["nothing to do"])  # once this is done, only a signal leads to a run
         self.start()
         wait_for_the_last_signal()
@@ -181,7 +189,7 @@ class Neighbours(harness.DaemonTest):
             self.assertEqual(signal.SIGHUP in signals, first)
             self.assertEqual(watch.execute("PRAGMA data_version").fetchone() != version, first)
             watch.close()
-        self.assertEqual(self.paths("music"), [f"{M}/a.mp3"])
+        self.assertEqual((self.paths("music"), self.paths("problem")), ([f"{M}/a.mp3", f"{M}/b.mp3"], [f"{M}/b.mp3"]))
 
 
 if __name__ == "__main__":
