@@ -9,7 +9,6 @@
 #include <climits>
 #include <tuple>
 
-#include "base/foothold.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/regular_file.h"
@@ -78,23 +77,6 @@ TEST_F(Base, OpeningWaitsForALeaseButNotForAFifo) {
     EXPECT_EQ(WIFSIGNALED(status), has_lease == 'y');
     for (const int fd : {leased, ready[0], ready[1]})
         close(fd);
-}
-
-TEST_F(Base, AFootholdMovesWithItsFolderAndIsLookedAtFromAbove) {
-    const std::string far(200, 'f'), a = Path(far + "/" + far), b = a + "/" + far + "/" + far, c = b + "/c";
-    const auto is_there = [](const std::string& path) {
-        struct stat status;
-        return LstatNear(path.c_str(), &status) == 0;
-    };
-    std::filesystem::create_directories(c);
-    const Foothold upper(a.c_str()), lower(b.c_str()), none(c.c_str());
-    std::filesystem::rename(b, a + "/B");
-    EXPECT_TRUE(is_there(c));
-    EXPECT_FALSE(is_there(b) || is_there(b + "/") || is_there(b + "//c") || is_there(b + "c"));
-    std::filesystem::rename(a, Path("A"));
-    EXPECT_TRUE(is_there(c) && is_there(a + "/B"));
-    EXPECT_FALSE(is_there(a) || is_there(b) || is_there(a + "//B"));
-    EXPECT_TRUE(is_there(Path("A")));
 }
 
 TEST_F(Base, ARecordsNumbersAreBigEndianInMemory) {

@@ -31,7 +31,6 @@ struct FakePlatform {
     Lines log;                                        ///< log lines, the line number replaced by #
     std::set<std::string> failing;                    ///< names of operations that are to fail
     std::map<std::string, int> results;               ///< what others than 0 return, by their names
-    std::map<std::string, int> pids;                  ///< KLIBReadPidFile: path to pid
     std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
     int unreadable = 0;                         ///< why no settings can be read (an errno)
 

@@ -128,12 +128,8 @@ TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {
         ASSERT_EQ(truncate(path.c_str(), size), 0);
         EXPECT_EQ(PhotoLibraryAdd(path.c_str(), 1), -1) << size;
     }
-    EXPECT_EQ(PhotoLibraryAdd(Write(".hidden.jpg", "x").c_str(), 1), -1);
-    EXPECT_EQ(PhotoLibraryAdd(Write("my@eaDir2/a.jpg", "x").c_str(), 1), -1);
     EXPECT_EQ(PhotoLibraryAdd("/gone.jpg", 1), -1);
     EXPECT_EQ(fake.photos.size(), 1U);
-    EXPECT_TRUE(fake.log.empty());
-
     fake.failing = {"PhotoInfoDBSave"};
     EXPECT_EQ(PhotoLibraryAdd(Write("b.jpg", "x").c_str(), 1), -1);
     EXPECT_EQ(fake.log, Lines{"photo_index (#) Failed to save photo info."});

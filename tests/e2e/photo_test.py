@@ -5,6 +5,7 @@ import os
 import pathlib
 import resource
 import shutil
+import signal
 import subprocess
 
 import harness
@@ -80,6 +81,23 @@ class Trouble(harness.DaemonTest):
         os.chmod(f"{P}/locked", 0o755)
         self.index("R:photo")
         self.assertEqual(self.rows_of_photos()[1:], (photos[1:], ["locked", "locked/sub", "open", "open/sub"]))
+
+    def test_the_converters_that_run_are_asked(self):
+        for name, sample in (("a.jpg", PICTURE), ("b.jpg", PICTURE), ("c.mp4", "photo/Coast 2019/Day 2/waves.mp4"),
+                             ("d.avi", "video/Formats/clip.avi")):
+            self.put(f"{P}/A/{name}", sample)
+        for running in (("kolimkthumbd", "kolimkflvd"), ("kolimkthumbd",), ("kolimkflvd",)):
+            self.forget_everything()
+            converters = [subprocess.Popen(["sleep", "60"]) for _ in running]
+            for name, converter in zip(running, converters):
+                self.addCleanup(converter.kill)
+                pathlib.Path(f"/run/{name}.pid").write_text(str(converter.pid))
+            self.index(f"A:{P}")
+            asked = {pathlib.Path(path).name: pathlib.Path(path).read_text() for path in harness.glob.glob("/var/spool/*")}
+            self.assertEqual(asked, {queue: text for name, queue, text in (
+                ("kolimkthumbd", "thumb_create.queue", f"{P}/A\n"),
+                ("kolimkflvd", "flv_create.queue", f"{P}/A/c.mp4\n")) if name in running})
+            self.assertEqual({converter.wait(harness.PATIENCE) for converter in converters}, {-signal.SIGUSR1})
 
     def test_a_conversion_queue_that_somebody_holds(self):
         pathlib.Path("/run/kolimkthumbd.pid").write_text("1")  # the sandbox's first process, which takes no signal
