@@ -75,7 +75,7 @@ TEST_F(MetaVideo, StartCodesAreFoundAsAPlainSearchFindsThem) {
 TEST_F(MetaVideo, AProgramStreamGivesTheFirstAudioFrame) {
     const std::string video = Code(0xBA) + "pack" + Sequence(352, 240, 2875);
     // An extension makes it MPEG-2: the length of a packet's header stands in its ninth byte.
-    const std::string mpeg2 = Code(0xB5) + "\x10\0\0\0\0\0"s + kGroup + Code(0xC0) + "xxxx\5\xff\xf2xxx";
+    const std::string mpeg2 = Code(0xB5) + "\x10\0\0\0\0\0"s + kGroup + Code(0xC0) + "xxxx\5\xff\xf2xx\xff";
     const std::string stuffed = Code(0xC0) + Be(0, 2) + "\xff\x80\x60\x20" + "\x31" + std::string(9, '\x11');
     // Packet, frame, figures of sound without the duration.
     const std::tuple<std::string, std::string, std::string> cases[] = {
