@@ -93,11 +93,9 @@ TEST_F(Aac, WithoutFiguresTheFileIsStoredByName) {
     fake.failing = {"MediaInfoDBSave"};
     Write("Album/Song.aac", kLine);
     EXPECT_EQ(AacFileAdd(path.c_str(), Reading()), -1);
-    EXPECT_EQ(AacFileAdd(nullptr, Reading()), -1);
     EXPECT_EQ(AacFileAdd((path + "x").c_str(), Reading()), -1);
-    EXPECT_EQ(fake.log,
-              (Lines{"aac:# Failed to encode string [a]",
-                     "aac:# Failed to save media info to database. [" + path + "]", "aac:# Bad parameter."}));
+    EXPECT_EQ(fake.log, (Lines{"aac:# Failed to encode string [a]",
+                               "aac:# Failed to save media info to database. [" + path + "]"}));
 }
 
 TEST_F(Aac, ACommandThatDoesNotFitIsNotRun) {
@@ -125,7 +123,8 @@ TEST_F(Aac, TheToolCountsEveryWholeFrameAndNoDamagedOne) {
     for (const uint64_t damaged_of : {1000U, 20U, 3U, 2U})
         for (const int kind : {0, 1, 2, 3}) {
             std::string bytes = kind == 0 ? "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, '\xFF') : "";
-            AdtsFigures expected, found;
+            AdtsFigures found;
+            int64_t sound_bytes = 0, sound_frames = 0;
             for (uint64_t i = 0; i < 300; ++i) {
                 std::string frame = AdtsFrame(300 + random() % 100, &random);
                 const bool is_damaged = i < 299 && i % damaged_of == damaged_of - 1;
@@ -136,24 +135,23 @@ TEST_F(Aac, TheToolCountsEveryWholeFrameAndNoDamagedOne) {
                     frame.replace(3, 3, AdtsFrame(405 + random() % 190, &random), 3, 3);
                 if (is_damaged && kind == 3) frame.assign(frame.size(), '\0');
                 bytes += frame;
-                expected.bytes += is_damaged ? 0 : static_cast<int64_t>(frame.size());
-                expected.frames += is_damaged ? 0 : 1;
+                sound_bytes += is_damaged ? 0 : static_cast<int64_t>(frame.size());
+                sound_frames += is_damaged ? 0 : 1;
             }
             EXPECT_TRUE(AdtsRead(Write("a.aac", bytes).c_str(), &found));
-            EXPECT_EQ(std::pair(found.frames, found.bytes), std::pair(expected.frames, expected.bytes))
+            EXPECT_EQ(std::tuple(found.frames, found.bytes, found.ticks, found.sample_rate, found.channels),
+                      std::tuple(sound_frames, sound_bytes, found.frames * 1024 * 640, 44100, 2))
                 << damaged_of << ' ' << kind;
-            EXPECT_EQ(found.ticks, found.frames * 1024 * 640);
-            EXPECT_EQ(AdtsBitrate(found), expected.bytes * 8 * 44100 / (expected.frames * 1024));
-            EXPECT_EQ(std::pair(found.sample_rate, found.channels), std::pair(44100, 2));
+            EXPECT_EQ(AdtsBitrate(found), sound_bytes * 8 * 44100 / (sound_frames * 1024));
         }
-    std::string junk(200000, '\0');
-    for (char& byte : junk)
-        byte = static_cast<char>(random());
+    const std::string frame = AdtsFrame(300, &random);
+    std::string junk;
+    while (junk.size() < 200000)
+        junk += static_cast<char>(random());
     AdtsFigures found;
-    EXPECT_FALSE(AdtsRead(Write("junk.aac", junk).c_str(), &found));
-    EXPECT_FALSE(AdtsRead(Write("junk.aac", AdtsFrame(300, &random) + junk).c_str(), &found));
-    EXPECT_TRUE(AdtsRead(Write("cut.aac", AdtsFrame(300, &random)).c_str(), &found));
-    EXPECT_FALSE(AdtsRead(Write("cut.aac", AdtsFrame(300, &random).substr(1)).c_str(), &found));
+    for (const auto& [bytes, is_sound] :
+         {std::pair(junk, false), {frame + junk, false}, {frame.substr(1), false}, {frame, true}})
+        EXPECT_EQ(AdtsRead(Write("cut.aac", bytes).c_str(), &found), is_sound);
     std::filesystem::resize_file("cut.aac", uintmax_t{1} << 40);
     EXPECT_FALSE(AdtsRead("cut.aac", &found));
 }

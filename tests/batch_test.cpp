@@ -62,6 +62,11 @@ struct Batch : Fixture {
 TEST_F(Batch, ComesBeforeTheQueueAndStaysWhileADatabaseRefuses) {
     Write("queue", "T:second\n");
     Write("queue.tmp", "T:first\n");
+    fake.refusing = KOLI_PHOTO_DB | KOLI_MEDIA_DB;
+    EXPECT_EQ(Run(), Lines{"KOLIDBSync"});  // ends at once
+    EXPECT_NE(ReadFile("state").find("\ndatabase=media.db, photo.db\nreason=fake refusal\n"),
+              std::string::npos);
+    BatchForget("state");
     fake.refusing = KOLI_PHOTO_DB;
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
     EXPECT_TRUE(CountsAsChanged());
@@ -133,15 +138,6 @@ TEST_F(Batch, WaitsForAShareThatCannotBeSyncedButNotForEver) {
     EXPECT_TRUE(Exists("queue.tmp"));
     Run();  // nothing is written now
     EXPECT_FALSE(Exists("queue.tmp"));
-}
-
-TEST_F(Batch, EndsWhenBothDatabasesRefuse) {
-    Write("queue", "T:first\nT:second\n");
-    fake.refusing = KOLI_PHOTO_DB | KOLI_MEDIA_DB;
-    EXPECT_EQ(Run(), Lines{"KOLIDBSync"});
-    EXPECT_TRUE(Exists("queue.tmp"));
-    EXPECT_NE(ReadFile("state").find("\ndatabase=media.db, photo.db\nreason=fake refusal\n"),
-              std::string::npos);
 }
 
 TEST_F(Batch, ExecutedAgainItSparesThePhotoDatabaseWhatThatHasAlready) {
@@ -254,16 +250,6 @@ TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
     for (const char* end : {"", "\n"})
         EXPECT_EQ(Calls("N:" + to + ":" + from + end),
                   (Lines{"IndexWalk " + from + " 2 1", "IndexWalk " + to + " 1 1"}));
-}
-
-TEST_F(Batch, AFolderThatHasMovedOnIsKnownByWhatIsStoredBelowIt) {
-    const std::string to = "vol00001/photo/b", from = "vol00001/photo/a";
-    for (const int table : {-1, 0, 1, 2}) {
-        fake.table_with_rows = table;
-        const Lines calls = Calls("N:" + to + ":" + from + "\n");
-        const std::string wanted = "PhotoPathRename " + to + " " + from + (table < 0 ? " 0" : " 1");
-        EXPECT_NE(std::find(calls.begin(), calls.end(), wanted), calls.end()) << table;
-    }
 }
 
 TEST_F(Batch, WhatIsThrownIntoTheBinIsNotStoredThere) {

@@ -30,15 +30,13 @@ struct FakePlatform {
     std::vector<std::pair<int, PhotoRecord>> photos;  ///< records handed to PhotoInfoDBSave, with their mode
     Lines log;                                        ///< log lines, the line number replaced by #
     std::set<std::string> failing;                    ///< names of operations that are to fail
-    std::map<std::string, int> results{{"PhotoDBExec", 1}};  ///< what others than 0 return, by their names
-    std::map<std::string, int> pids;                         ///< KLIBReadPidFile: path to pid
+    std::map<std::string, int> results;               ///< what others than 0 return, by their names
     std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
     int unreadable = 0;                         ///< why no settings can be read (an errno)
 
     int refusing = 0;                             ///< KOLIDBRefusing
     std::set<std::string> unsaved;                ///< paths that MediaRebuildSavedLast does not know
     KOLIBatchMark mark{};                         ///< of the photo database
-    int table_with_rows = -1;                     ///< that PhotoInfoDBOpen finds one row in
     std::map<std::string, std::string> settings;  ///< of the photo database
 };
 

@@ -79,16 +79,10 @@ TEST_F(Flac, ReadsWhatLibFlacReadsWithoutReadingItsHoles) {
     std::string chain = "fLaC" + info;
     for (int i = 0; i < 5000; ++i)
         chain += FlacBlock(1, "");
-    const std::string pieces[] = {good,
-                                  chain + comments,
-                                  hole,
-                                  "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, 'f'),
-                                  "ID3\4" + Be(0, 3) + "\4\x22\x70",
-                                  "\xff",
-                                  "\xff\xf8",
-                                  "x",
-                                  "ID",
-                                  "fLa"};
+    const std::string tag = "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, 'f');
+    const std::string long_tag = "ID3\4" + Be(0, 3) + "\4\x22\x70", with_chain = chain + comments;
+    const std::string pieces[] = {good,   with_chain, hole, tag,  long_tag,
+                                  "\xff", "\xff\xf8", "x",  "ID", "fLa"};
     for (const std::string& first : pieces)
         for (const std::string& second : pieces)
             for (const std::string& third : {hole, good + hole, hole + good}) {
