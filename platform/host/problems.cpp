@@ -38,8 +38,9 @@ void Save(const char* path, std::string_view reason, int kind) {
     char now[sizeof MediaInfo::ctime];
     std::string scratch;
     WriteLocalTime(time(nullptr), now, sizeof now);
-    MediaDatabase().Change(SaveText(kProblemTable, {"path"}, {{"reason", kReason}, {"kind", kKind}, {"time", kTime}}),
-                           path, Utf8FromUnmarked(reason, &scratch), kind, now);
+    MediaDatabase().Change(
+        SaveText(kProblemTable, {"path"}, {{"reason", kReason}, {"kind", kKind}, {"time", kTime}}), path,
+        Utf8FromUnmarked(reason, &scratch), kind, now);
 }
 
 /// Mostly there are none, and nothing is worth a statement for each file.
@@ -85,7 +86,8 @@ void KOLIProblemSet(const char* path, const char* reason, int kind) {
 void KOLIProblemClear(const char* path, int kind) {
     Guarded(MediaDatabase(), [=] {
         if (path != nullptr && HasRows())
-            MediaDatabase().Change((kind & KOLI_PROBLEM_PHOTOS) != 0 ? kRemoveOfPhotos : kRemoveOfStore, path);
+            MediaDatabase().Change((kind & KOLI_PROBLEM_PHOTOS) != 0 ? kRemoveOfPhotos : kRemoveOfStore,
+                                   path);
     });
 }
 
