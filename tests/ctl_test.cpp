@@ -89,7 +89,7 @@ TEST(RequestWriter, WaitsForTheLockAndForTheQueueThatComesAfterABatch) {
     for (int round = 0; round < 5; ++round) {
         const QueuedBatch first = QueueAppend(queue, "a:/1\nd:/1\n");
         rename(queue.c_str(), batch.c_str());  // the daemon's take-over, and a writer that came before it
-        link(batch.c_str(), queue.c_str());
+        EXPECT_EQ(link(batch.c_str(), queue.c_str()), 0);
         flock(first.file.get(), LOCK_SH);  // which a lock of the writer alone waits for
         std::thread late([&] { EXPECT_TRUE(QueueAppend(queue, "a:/late\n").file.valid()); });
         usleep(20'000);
