@@ -5,7 +5,7 @@
 #include "index/aac.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
-#include "tools/adts_stream.h"
+#include "tools/aac/adts_stream.h"
 #include "video/probe_guard.h"
 
 namespace koli::test {

@@ -16,13 +16,13 @@
 
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/batch_wait.h"
-#include "tools/ctl/command_line.h"
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/setup.h"
+#include "tools/koliindexctl/command_line.h"
 
 namespace koli::ctl {
 namespace {

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "base/path_names.h"
+#include "platform/host/engine_choice.h"
 #include "tests/host_databases.h"
 
 static int allocations_left = -1;  // until one fails; -1 = none does

@@ -12,7 +12,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/host/database_engine.h"
+#include "platform/host/sql/database_engine.h"
 
 namespace koli::host {
 

@@ -3,6 +3,7 @@
 
 #include "base/log.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/engine_choice.h"
 
 namespace koli::host {
 namespace {

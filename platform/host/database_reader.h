@@ -8,8 +8,8 @@
 #include <unordered_set>
 #include <vector>
 
-#include "platform/host/database_engine.h"
 #include "platform/host/path_range.h"
+#include "platform/host/sql/database_engine.h"
 
 namespace koli::host {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/host/sql.h"
+#include "platform/host/sql/sql.h"
 
 namespace koli::host {
 

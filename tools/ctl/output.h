@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/sql.h"
+#include "platform/host/sql/sql.h"
 
 namespace koli::ctl {
 

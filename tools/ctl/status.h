@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/host/database_engine.h"
+#include "platform/host/sql/database_engine.h"
 #include "tools/ctl/context.h"
 
 namespace koli::ctl {

@@ -1,5 +1,6 @@
 #include "tools/ctl/store_reader.h"
 
+#include "platform/host/engine_choice.h"
 #include "tools/ctl/membership.h"
 
 namespace koli::ctl {

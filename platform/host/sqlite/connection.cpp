@@ -17,8 +17,8 @@
 #include <utility>
 
 #include "base/passing_error.h"
-#include "platform/host/file_privacy.h"
 #include "platform/host/sqlite/dialect.h"
+#include "platform/host/sqlite/file_privacy.h"
 #include "platform/host/sqlite/folder_rows.h"
 #include "platform/host/sqlite/statement.h"
 #include "platform/host/sqlite/system_calls.h"

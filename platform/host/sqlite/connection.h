@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/host/sql.h"
+#include "platform/host/sql/sql.h"
 
 struct sqlite3;
 struct sqlite3_stmt;

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/host/database_engine.h"
+#include "platform/host/sql/database_engine.h"
 
 namespace koli::host {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/host/database_engine.h"
+#include "platform/host/sql/database_engine.h"
 #include "platform/host/sqlite/schema.h"
 
 namespace koli::host {

@@ -1,4 +1,4 @@
-#include "platform/host/file_privacy.h"
+#include "platform/host/sqlite/file_privacy.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "platform/host/database_engine.h"
+#include "platform/host/engine_choice.h"
 
 #include <cerrno>
 #include <cstring>
@@ -42,17 +42,6 @@ std::string DirectoryOfSettings(SqlFailure* failure) {
 }
 
 }  // namespace
-
-const char* DatabaseName(int database) {
-    return database == KOLI_MEDIA_DB ? "media.db" : "photo.db";
-}
-
-const char* DatabaseStateName(DatabaseState state) {
-    constexpr const char* kNames[] = {"sound",         "not created yet",      "damaged",
-                                      "not permitted", "of an unknown schema", "locked",
-                                      "not readable"};
-    return kNames[static_cast<size_t>(state)];
-}
 
 std::unique_ptr<DatabaseEngine> EngineIn(const std::string& directory, SqlFailure* failure) {
     std::string chosen = !directory.empty() ? directory : ChosenDirectory();

@@ -1,4 +1,4 @@
-#include "tools/ctl/completion.h"
+#include "tools/koliindexctl/completion.h"
 
 #include <CLI/App.hpp>
 

@@ -1,4 +1,4 @@
-#include "tools/ctl/command_line.h"
+#include "tools/koliindexctl/command_line.h"
 
 #include <unistd.h>
 #include <CLI/App.hpp>
@@ -7,7 +7,6 @@
 #include <climits>
 #include <cstdio>
 
-#include "tools/ctl/completion.h"
 #include "tools/ctl/daemon_zone.h"
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/list.h"
@@ -18,6 +17,7 @@
 #include "tools/ctl/show.h"
 #include "tools/ctl/status.h"
 #include "tools/ctl/sync.h"
+#include "tools/koliindexctl/completion.h"
 #include "tools/watch/watch_command.h"
 
 namespace koli::ctl {

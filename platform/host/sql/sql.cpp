@@ -1,4 +1,4 @@
-#include "platform/host/sql.h"
+#include "platform/host/sql/sql.h"
 
 #include <strings.h>
 

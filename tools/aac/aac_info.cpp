@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tools/adts_stream.h"
+#include "tools/aac/adts_stream.h"
 
 int main(int argc, char** argv) {
     if (argc != 3 || strcmp(argv[1], "-i") != 0) {

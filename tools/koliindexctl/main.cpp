@@ -1,4 +1,4 @@
-#include "tools/ctl/command_line.h"
+#include "tools/koliindexctl/command_line.h"
 
 int main(int argc, char** argv) {
     return koli::ctl::CommandLineRun(argc, argv);

@@ -1,4 +1,4 @@
-#include "tools/adts_stream.h"
+#include "tools/aac/adts_stream.h"
 
 #include <cstring>
 #include <iterator>
