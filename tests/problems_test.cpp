@@ -28,7 +28,7 @@ TEST_F(Problems, OfThePhotoLibraryAreOverWhenItSaysSo) {
 }
 
 TEST_F(Problems, TableIsAddedToADatabaseThatLacksIt) {
-    SaveMusic("/old.mp3");
+    Save("/old.mp3");
     ASSERT_GE(MediaDatabase().Execute("DROP TABLE problem"), 0);
     ASSERT_GE(MediaDatabase().Execute("PRAGMA user_version=1"), 0);
     DatabaseDirectorySet(directory_.c_str());
