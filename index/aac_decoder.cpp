@@ -27,7 +27,7 @@ bool AacDecoderGet(char (&word)[kPathSize]) {
         return false;
     }
     program[length] = '\0';
-    strcpy(program + (FileNameOf(program) - program), kPath);
+    memcpy(program + (FileNameOf(program) - program), kPath, sizeof kPath);
     return KLIBEncShParam(program, word, static_cast<int>(sizeof word)) == 0;
 }
 
