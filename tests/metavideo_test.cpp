@@ -68,6 +68,11 @@ TEST_F(MetaVideo, StartCodesAreFoundAsAPlainSearchFindsThem) {
             if (!inside) break;
             from = hit + 1;
         }
+        fake.log.clear();
+        for (int i = 0; i < 20; ++i)
+            EXPECT_EQ(MpegByteAt(&reader, 200000), 17);
+        MpegLogSuppressed(&reader);
+        EXPECT_EQ(fake.log.back(), "metavideo (#) Invalid offset, 4 more times");
         CachedFileClose(&reader.file);
     }
 }

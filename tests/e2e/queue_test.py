@@ -149,6 +149,16 @@ class Requests(harness.DaemonTest):
             self.assertEqual((len(self.paths("photo_info")), self.row("photo", f"{new}/Y/1.jpg")["album"]), (photos, "Y"))
         self.assertEqual(len(titles()), 4)
 
+        # A folder of films that has moved on is known by what was written about them.
+        os.makedirs(f"{P}/Live/deep/last")
+        with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
+            for table in ("video_desc", "video_comment"):
+                database.execute(f"INSERT INTO {table} (path) VALUES (?)", (f"{P}/Live/deep/{table}/x.mp4",))
+        database.close()
+        for table in ("video_desc", "video_comment"):
+            self.index(f"N:{P}/Live/deep/gone:{P}/Live/deep/{table}", f"N:{P}/Live/deep/last:{P}/Live/deep/gone")
+            self.assertEqual(self.paths(table), [f"{P}/Live/deep/last/x.mp4"])
+
     def test_a_batch_that_is_no_file(self):
         path = self.put(f"{M}/a.mp3")
         for make, times in ((os.mkfifo, 1), (os.mkdir, 1), (lambda batch: os.symlink("/nowhere", batch), 0)):
