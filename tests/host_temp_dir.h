@@ -38,6 +38,14 @@ class TempDir {
     const std::string dir_;
 };
 
+/// A folder whose path has the length of a volume's: eight characters of name.
+inline std::string NewVolume() {
+    int number = 100;
+    while (!std::filesystem::create_directory("/tmp/" + std::to_string(number)))
+        ++number;
+    return "/tmp/" + std::to_string(number);
+}
+
 inline std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};

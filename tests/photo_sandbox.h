@@ -23,14 +23,6 @@ inline std::string share_target;  // where the share's link leads to; "" for a l
 
 inline std::function<void()> meanwhile;  // what happens to the share when a new file is indexed first
 
-/// "/tmp/NNN": a volume's name has eight characters.
-inline std::string NewVolume() {
-    int number = 100;
-    while (!std::filesystem::create_directory("/tmp/" + std::to_string(number)))
-        ++number;
-    return "/tmp/" + std::to_string(number);
-}
-
 /// The parts of "one, two".
 inline Texts Split(const std::string& text) {
     Texts parts;

@@ -32,129 +32,73 @@ Row RowOf(const std::string& path) {
     return row;
 }
 
+bool IsThing(const std::string& path) {
+    return path.ends_with(".jpg") || fs::is_directory(path);
+}
+
+/// All that is stored of what is at or below a path.
 Rows ThingsIn(const std::string& path) {
-    Rows things{{path, RowOf(path)}};
+    Rows things;
+    if (IsThing(path) && fs::exists(path)) things[path] = RowOf(path);
     if (fs::is_directory(path))
         for (const auto& entry : fs::recursive_directory_iterator(path))
-            things[entry.path()] = RowOf(entry.path());
+            if (IsThing(entry.path())) things[entry.path()] = RowOf(entry.path());
     return things;
 }
 
-Rows PhotosIn(const std::string& path) {
-    Rows photos = ThingsIn(path);
-    std::erase_if(photos, [](const auto& file) {
-        return !file.first.ends_with(".jpg") || !fs::is_regular_file(file.first);
-    });
-    return photos;
-}
-
-/// The photo library as requests change it: the disk is looked at when a request is executed.  A row has the
-/// number of the picture or folder that was given its caption or its rights, 0 or less without.
+/// The photo library as requests change it, with a row for each picture and each folder: the disk is looked
+/// at when a request is executed.  A row has the number of the thing that was given its caption or its
+/// rights, 0 or less without.
 struct DaemonModel {
-    std::string share;
-    Rows photos, albums;
+    Rows rows;
     std::set<int> given;
 
-    /// What was given something and has no row any more has lost it.
-    void Add(Rows* rows, const std::string& path) const {
-        const auto [id, version] = RowOf(path);
-        rows->try_emplace(path, given.contains(id) ? -id : 0).first->second.version = version;
+    void Add(const std::string& path) {
+        for (const auto& [thing, row] : ThingsIn(path))
+            rows.try_emplace(thing, given.contains(row.id) ? -row.id : 0).first->second.version = row.version;
     }
-    void GiveAll(Rows* rows) {
-        for (auto& [path, row] : *rows)
+    void GiveAll() {
+        for (auto& [path, row] : rows)
             given.insert(row.id = RowOf(path).id);
     }
-    void AddPhotos(const std::string& path) {
-        for (const auto& [file, row] : PhotosIn(path))
-            Add(&photos, file);
+    void RemoveGone(const std::string& path) {
+        std::erase_if(
+            rows, [&](const auto& row) { return IsAtOrBelow(row.first, path) && !fs::exists(row.first); });
     }
-    long Depth(const std::string& path) const {
-        return std::count(path.begin() + static_cast<long>(share.size()), path.end(), '/') - 1;
-    }
-    void AddAlbums(const std::string& path) {
-        if (Depth(path) > 1 || !fs::is_directory(path)) return;
-        if (Depth(path) >= 0) Add(&albums, path);
-        for (const auto& entry : fs::directory_iterator(path))
-            AddAlbums(entry.path());
-    }
-    static void RemoveTree(Rows* rows, const std::string& path) {
-        std::erase_if(*rows, [&](const auto& row) { return IsAtOrBelow(row.first, path); });
-    }
-    void MovePhotos(const std::string& to, const std::string& from) {
+    void Rename(const std::string& to, const std::string& from) {
+        EXPECT_NE(to, from);
+        const bool is_file = fs::is_regular_file(to) || (!fs::exists(to) && from.ends_with(".jpg"));
+        if (is_file && rows.contains(from) && !fs::exists(from)) rows.erase(to);
         Rows moved;
-        for (const auto& [row, stored] : photos)
+        for (const auto& [row, stored] : rows)
             if (IsAtOrBelow(row, from)) moved[row] = stored;
         for (const auto& [row, stored] : moved) {
             const std::string target = MovedPath(row, from, to);
-            if (fs::exists(row) && photos.contains(target)) continue;
-            photos.erase(row);
-            photos[target] = stored;
+            if (fs::exists(row) && rows.contains(target)) continue;
+            rows.erase(row);
+            rows[target] = stored;
         }
-        if (moved.empty()) AddPhotos(to);
-    }
-    /// Sub-albums go along from top to top, behind an album that has been met; elsewhere they lose what they
-    /// were given, and so does an album below the second level.
-    void MoveAlbum(const std::string& to, const std::string& from) {
-        if (Depth(from) > 1 && Depth(to) > 1) return;
-        const bool is_known = albums.contains(from);
-        if (is_known && fs::exists(to) && !fs::exists(from)) RemoveTree(&albums, to);
-        if (is_known && albums.contains(to)) return;
-        Rows moved;
-        for (const auto& [row, stored] : albums)
-            if (row == from || (IsAtOrBelow(row, from) && Depth(from) == 0)) moved[row] = stored;
-        for (const auto& [row, stored] : moved) {
-            albums.erase(row);
-            const bool is_moved = is_known && (row == from || Depth(to) == 0);
-            if (is_moved) albums[MovedPath(row, from, to)] = stored;
-            if (!is_moved || Depth(to) > 1) given.erase(stored.id);
-        }
-        AddAlbums(to);
-    }
-    void Rename(const std::string& to, const std::string& from) {
-        const auto is_inside = [&](const auto& row) { return row.first.starts_with(from + "/"); };
-        const bool is_known = albums.contains(from) || std::ranges::any_of(photos, is_inside);
-        const bool is_folder = fs::is_directory(to) || (!fs::exists(to) && is_known);
-        EXPECT_NE(to, from);
-        if (!is_folder && photos.contains(from) && !fs::exists(from)) photos.erase(to);
-        if (is_folder || to.ends_with(".jpg")) MovePhotos(to, from);
-        if (is_folder) MoveAlbum(to, from);
+        if (moved.empty()) Add(to);
     }
     void Execute(const std::string& line) {
         const std::string path = line.substr(2);
-        if (line[0] == 'N') {
+        if (line[0] == 'N')
             Rename(path.substr(0, path.find(':')), path.substr(path.find(':') + 1));
-        } else if (line[0] == 'A' || line[0] == 'a') {
-            AddPhotos(path);
-            AddAlbums(path);
-        } else if (!fs::exists(path)) {
-            RemoveTree(&photos, path);
-            if (Depth(path) <= 1) RemoveTree(&albums, path);
-        }
+        else if (line[0] == 'A' || line[0] == 'a')
+            Add(path);
+        else if (!fs::exists(path))
+            RemoveGone(path);
     }
     void Compare(const std::string& path) {
-        const auto is_gone = [&](const auto& row) {
-            return IsAtOrBelow(row.first, path) && !fs::exists(row.first);
-        };
-        std::erase_if(photos, is_gone);
-        std::erase_if(albums, [&](const auto& row) { return Depth(row.first) <= 1 && is_gone(row); });
-        AddPhotos(path);
-        AddAlbums(path);
+        RemoveGone(path);
+        Add(path);
     }
 };
-
-/// A folder like a photo share: its volume's path is eight characters long.
-test::TempDir MakeVolume() {
-    for (int i = 100; i < 1000; ++i)
-        if (std::string path = "/tmp/" + std::to_string(i); fs::create_directory(path))
-            return test::TempDir(path);
-    throw std::runtime_error("no volume");
-}
 
 /// A small library with its watcher, on a clock of its own.
 class Scene : public RequestSink {
   public:
     explicit Scene(unsigned seed) : log("seed " + std::to_string(seed) + "\n"), random_(seed) {
-        daemon_.share = top_;
         EXPECT_TRUE(watcher_.Open());
     }
     void Fill() {
@@ -204,7 +148,7 @@ class Scene : public RequestSink {
     }
 
     std::mt19937 random_;
-    const test::TempDir volume_ = MakeVolume();
+    const test::TempDir volume_{test::NewVolume()};
     const std::string top_ = volume_.MakeDir("photo"), outside_ = volume_.MakeDir("other");
     int last_id_ = 0, last_version_ = 0;
     DaemonModel daemon_;
@@ -251,25 +195,14 @@ void Scene::RunDaemon() {
 
 void Scene::ExpectAgreement() {
     EXPECT_EQ(queue_, "") << log;
-    const Rows photos = PhotosIn(top_);
-    ASSERT_EQ(daemon_.photos.size(), photos.size()) << log;
-    for (const auto& [path, row] : photos) {
+    const Rows things = ThingsIn(top_);
+    ASSERT_EQ(daemon_.rows.size(), things.size()) << log;
+    for (const auto& [path, row] : things) {
         const bool is_new = !daemon_.given.contains(row.id);  // it may have the caption of what it replaced
-        EXPECT_EQ(is_new ? row.id : daemon_.photos[path].id, row.id) << path << "\n" << log;
-        EXPECT_EQ(daemon_.photos[path].version, row.version) << path << "\n" << log;
+        EXPECT_EQ(is_new ? row.id : daemon_.rows[path].id, row.id) << path << "\n" << log;
+        EXPECT_EQ(daemon_.rows[path].version, row.version) << path << "\n" << log;
     }
-    std::erase_if(daemon_.albums, [&](const auto& row) { return daemon_.Depth(row.first) > 1; });
-    for (const auto& entry : fs::recursive_directory_iterator(top_)) {
-        const bool is_album = entry.is_directory() && daemon_.Depth(entry.path()) <= 1;
-        EXPECT_EQ(daemon_.albums.contains(entry.path()), is_album) << entry.path() << "\n" << log;
-    }
-    for (const auto& [path, stored] : daemon_.albums) {
-        const int id = RowOf(path).id;
-        const bool is_free = stored.id <= 0 && !daemon_.given.contains(id);
-        EXPECT_EQ(is_free ? id : stored.id, id) << path << "\n" << log;
-    }
-    daemon_.GiveAll(&daemon_.photos);
-    daemon_.GiveAll(&daemon_.albums);
+    daemon_.GiveAll();
     log.clear();
 }
 
