@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -76,21 +75,6 @@ TEST_F(Services, EqualLineWinsOverAnEarlierBeginning) {
     ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
     for (const char* name : {"gone", "fifo", "."})
         EXPECT_EQ(LineOf(Path(name), "a"), "-1:");
-}
-
-TEST_F(Services, PidFileGivesRunningProcessesOnly) {
-    const std::string self = std::to_string(getpid());
-    const pid_t ended = fork();
-    if (ended == 0) _exit(0);
-    waitpid(ended, nullptr, 0);
-    const auto read = [&](const std::string& text) { return KLIBReadPidFile(Write("pid", text).c_str()); };
-    EXPECT_EQ(read(self + "\n"), getpid());
-    EXPECT_EQ(read("1"), 1);
-    for (const std::string& refused : {""s, "0"s, "-" + self, self + "x", self + "\n1", "99999999999"s,
-                                       std::to_string(ended), self + std::string(100000, '\n')})
-        EXPECT_EQ(read(refused), 0) << refused.substr(0, 20);
-    ASSERT_EQ(mkfifo(Path("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(KLIBReadPidFile(Path("fifo").c_str()), 0);
 }
 
 TEST_F(Services, ExecGivesTheStatusOfAProgramWithFreshSignals) {

@@ -32,17 +32,6 @@ struct Loop : Fixture {
     }
 };
 
-TEST_F(Loop, OneSignalGivesOneRunOnTheSecondPass) {
-    signal(SIGUSR1, SetDirty);
-    raise(SIGUSR1);
-    EXPECT_EQ(Pass(), Lines{});
-    signal_during_run = true;
-    EXPECT_EQ(Pass(), kRun);
-    EXPECT_EQ(signal_count, 1);  // the signal of the run itself brings one more
-    EXPECT_EQ(Pass(), Lines{});
-    EXPECT_EQ(Pass(), kRun);
-}
-
 TEST_F(Loop, ASignalInEveryTickPutsTheRunOffUntilTheOverflow) {
     last_vacuum = 0;
     for (int i = 0; i < 9999; ++i) {

@@ -32,7 +32,8 @@ class Life(harness.DaemonTest):
     def test_stale_pid_files(self):
         ended = subprocess.Popen(["true"])
         ended.wait()
-        for text in (str(ended.pid), "", "none", "-1", "0", "99999999999999999999"):
+        own = os.getpid()
+        for text in (f"{ended.pid}", "", "none", f"-{own}", "0", "99999999999999999999", f"{own}x", f"{own}\n1"):
             with open(appliance.PID_FILE, "w") as file:
                 file.write(text)
             os.chmod(appliance.PID_FILE, 0o600)
