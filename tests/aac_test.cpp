@@ -16,9 +16,7 @@ constexpr const char kLine[] = "x.aac duration;12.5;samplerate;44100;channel;2;b
 
 TEST_F(Aac, EveryNameReachesTheDecoderUnaltered) {
     for (const char* name :
-         {"plain.aac", "a b  c.aac", "it's \"x\".aac", "$HOME`id`$(id).aac", "new\nline.aac",
-          "'a'b'c'd'e'f'g'h'i'j'k'l'm'n'o'p'q'r's't'u'v'w'x'y'z'$`\\\"\n.aac", "back\\slash;&|*?.aac",
-          "-i.aac", "\xff\xfe.aac"}) {
+         {"-i.aac", "\xff\xfe \\  $HOME`id`$(id);&|*?.aac", "it's \"x\"\n'a'b'$`\\\"\n.aac"}) {
         const std::string path = Write(std::string("Album/") + name, kLine);
         fake.calls.clear();
         ASSERT_EQ(AacFileAdd(path.c_str(), Reading()), 0) << name;

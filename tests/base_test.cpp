@@ -6,10 +6,8 @@
 #include <unistd.h>
 
 #include <array>
-#include <climits>
-#include <tuple>
 
-#include "base/parse_number.h"
+#include "base/foothold.h"
 #include "base/path_names.h"
 #include "base/regular_file.h"
 #include "index/record/util.h"
@@ -32,20 +30,6 @@ TEST(PathNames, FollowTheLastComponentAndItsFolder) {
         EXPECT_EQ(AlbumFromPath(path.c_str(), album_field, sizeof album_field), album != over) << path;
         EXPECT_EQ(title_field, title);
         EXPECT_EQ(album_field, album);
-    }
-}
-
-TEST(ParseInt32, SaturatesAt32BitsAndTellsWhereItStopped) {
-    for (const auto& [text, value, length] : {std::tuple{"1999", 1999, 4},
-                                              {" -7x", -7, 3},
-                                              {"+", 0, 0},
-                                              {"2147483648", INT_MAX, 10},
-                                              {"-2147483649", INT_MIN, 11},
-                                              {"99999999999999999999", INT_MAX, 20},
-                                              {"-99999999999999999999", INT_MIN, 21}}) {
-        const char* end = nullptr;
-        EXPECT_EQ(ParseInt32(text, &end), value) << text;
-        EXPECT_EQ(end, text + length) << text;
     }
 }
 
@@ -77,6 +61,17 @@ TEST_F(Base, OpeningWaitsForALeaseButNotForAFifo) {
     EXPECT_EQ(WIFSIGNALED(status), has_lease == 'y');
     for (const int fd : {leased, ready[0], ready[1]})
         close(fd);
+}
+
+TEST_F(Base, AFootholdMovesWithItsFolderAndIsLookedAtFromAbove) {
+    const std::string top = MakeDir("top"), far = top + "/" + std::string(250, 'f'), file = far + "/a";
+    Write("top/" + std::string(250, 'f') + "/a", "");
+    const Foothold foothold(far.c_str());
+    std::filesystem::rename(top, Path("moved"));
+    struct stat status;
+    EXPECT_EQ(LstatNear(file.c_str(), &status), 0);
+    for (const std::string& path : {far, far + "/", far + "//tmp", far + "a"})
+        EXPECT_NE(LstatNear(path.c_str(), &status), 0) << path;
 }
 
 TEST_F(Base, ARecordsNumbersAreBigEndianInMemory) {

@@ -64,31 +64,20 @@ TEST_F(Flac, BitRateIsThatOfTheWholeFileOverASinglePrecisionTimeCommentsOrNot) {
                                "flac (#) Stat file error: " + dir() + "."}));
 }
 
-/// Zeros at the front and at the end become holes where they fill whole blocks.
-void AppendSparsely(const std::string& path, const std::string& bytes) {
-    const size_t first = std::min(bytes.find_first_not_of('\0'), bytes.size());
-    const size_t last = std::max(bytes.find_last_not_of('\0') + 1, first);
-    std::filesystem::resize_file(path, std::filesystem::file_size(path) + first);
-    std::ofstream(path, std::ios::app) << bytes.substr(first, last - first);
-    std::filesystem::resize_file(path, std::filesystem::file_size(path) + bytes.size() - last);
-}
-
-TEST_F(Flac, ReadsWhatLibFlacReadsWithoutReadingItsHoles) {
+TEST_F(Flac, ReadsWhatLibFlacReadsAndAHoleAsOneStep) {
     const std::string info = StreamInfo(44100, 2, 441000), comments = Comments({"TITLE=x"});
-    const std::string good = "fLaC" + info + comments, hole(70000, '\0');
+    const std::string good = "fLaC" + info + comments, zeros(70000, '\0');
     std::string chain = "fLaC" + info;
     for (int i = 0; i < 5000; ++i)
         chain += FlacBlock(1, "");
     const std::string tag = "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, 'f');
     const std::string long_tag = "ID3\4" + Be(0, 3) + "\4\x22\x70", with_chain = chain + comments;
-    const std::string pieces[] = {good,   with_chain, hole, tag,  long_tag,
-                                  "\xff", "\xff\xf8", "x",  "ID", "fLa"};
+    const std::string pieces[] = {good,   with_chain, zeros, tag,  long_tag,
+                                  "\xff", "\xff\xf8", "x",   "ID", "fLa"};
     for (const std::string& first : pieces)
         for (const std::string& second : pieces)
-            for (const std::string& third : {hole, good + hole, hole + good}) {
-                const std::string path = Write("a.flac", "");
-                for (const std::string& piece : {first, second, third})
-                    AppendSparsely(path, piece);
+            for (const std::string& third : {zeros, good + zeros, zeros + good}) {
+                const std::string path = Write("a.flac", first + second + third);
                 MediaInfo record{};
                 FLAC__StreamMetadata stream_info, *tags = nullptr;
                 const bool is_read = FLAC__metadata_get_streaminfo(path.c_str(), &stream_info) != 0 &&

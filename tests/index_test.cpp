@@ -1,7 +1,6 @@
 // The dispatch table, the rules around the handlers, what is gone, and what a path says about its share.
 #include "index/index.h"
 
-#include "index/playlist.h"
 #include "index/record/index_mode.h"
 #include "index/record/share_path.h"
 #include "tests/fixture.h"
@@ -29,20 +28,6 @@ TEST(SharePath, ThePhotoShareAndTheRecycleBinAreToldByPosition) {
     for (const char* path :
          {"/v/m/a/#recycle", "/v/m/#recycled", "/v/#recycle", "/a/b/", "/v/m/#recycl", "", none})
         EXPECT_EQ(IsRecycleBinPath(path), 0) << path;
-}
-
-TEST_F(Index, OnlyWhatIsCertainlyGoneIsRemoved) {
-    const std::string list = Write("a.m3u", "");
-    ASSERT_EQ(symlink("loop", "loop"), 0);
-    EXPECT_EQ(PlaylistFileDelete(list.c_str()), -1);
-    EXPECT_EQ(PlaylistFileDelete("loop/a.m3u"), -1);
-    EXPECT_EQ(PlaylistFileDelete("a.m3u/x.m3u"), 0);
-    EXPECT_EQ(fake.calls, Lines{"MediaInfoDBDelete 3 a.m3u/x.m3u"});
-    EXPECT_EQ(
-        fake.log,
-        (Lines{
-            "playlist (#) File exists. Skip remove it from database.",
-            "playlist (#) Failed to look at loop/a.m3u. Skip remove it from database. (Too many levels of symbolic links)"}));
 }
 
 TEST_F(Index, AFileThatBringsTheDaemonDownIsStoredUnopenedAndThenLeftAlone) {

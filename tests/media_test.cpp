@@ -50,6 +50,7 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
         {"photo (#)", "", 2, PhotoMediaAdd, PhotoMediaDelete, "", list, point, false, 0},
         {"playlist (#)", "", 3, PlaylistFileAdd, PlaylistFileDelete, "", list, point, false, 0},
     };
+    ASSERT_EQ(symlink("loop", "loop"), 0);
     for (const auto& h : handlers) {
         SCOPED_TRACE(h.module + std::to_string(&h - handlers));
         fake = {};
@@ -74,6 +75,9 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
 
         EXPECT_EQ(h.remove(bad.c_str()), -1);
         EXPECT_TRUE(fake.log.back().ends_with(" (#) File exists. Skip remove it from database."));
+        EXPECT_EQ(h.remove("loop/x"), -1);
+        EXPECT_TRUE(fake.log.back().ends_with("(Too many levels of symbolic links)")) << fake.log.back();
+        EXPECT_EQ(h.remove((bad + "/x").c_str()), 0);
         fake.failing = {"MediaInfoDBSave", "MediaInfoDBDelete"};
         EXPECT_EQ(h.add(bad.c_str(), Reading()), verdict != 0 ? 1 : -1);
         EXPECT_EQ(fake.log.back(), h.module + " Failed to " + h.unsaved);
