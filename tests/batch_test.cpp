@@ -16,8 +16,9 @@
 #include "daemon/queue_line.h"
 #include "daemon/settings.h"
 #include "daemon/waiting_renames.h"
+#include "index/directory.h"
+#include "index/index.h"
 #include "platform/koliindex.h"
-#include "tests/fake_index.h"
 #include "tests/fixture.h"
 
 /// Of a share that has shut down for good, or of a sound one.
@@ -25,6 +26,20 @@ static int share_error = 0;
 extern "C" int syncfs(int) noexcept {
     errno = share_error;
     return share_error == 0 ? 0 : -1;
+}
+
+// Recorders in place of the dispatch and the walk.
+int koli::IndexOnePath(const KnownPath& path, int mode) {
+    return test::Record(__func__, path.text(), mode);
+}
+void koli::IndexFilesBelow(const char* directory) {
+    test::Record(__func__, directory);
+}
+void koli::IndexTreeAgain(const char* directory) {
+    test::Record(__func__, directory);
+}
+int koli::IndexWalk(const KnownPath& path, int mode, int types) {
+    return test::Record(__func__, path.text(), mode, types);
 }
 
 namespace koli::test {

@@ -1,16 +1,70 @@
-// Pictures in the media store and in the photo library.
+// Pictures in the media store and in the photo library: EXIF values, captions, what the converters are asked
+// for.
 #include "photo/photo_library.h"
 
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+
+#include "base/path_names.h"
 #include "index/record/index_mode.h"
 #include "photo/caption.h"
+#include "photo/conversion.h"
+#include "photo/exif.h"
 #include "photo/photo.h"
 #include "photo/picture.h"
-#include "tests/exif_bytes.h"
 #include "tests/fixture.h"
+#include "tests/media_bytes.h"
 
 namespace koli::test {
+
+// ---- Small pictures with an EXIF block, byte by byte
+
+/// One directory entry: TIFF field type (2 ASCII, 3 SHORT, 4 LONG, 5 RATIONAL), value count, value bytes.
+struct ExifField {
+    uint16_t tag;
+    uint16_t type;
+    uint32_t count;
+    std::string bytes;
+};
+
+ExifField Ascii(uint16_t tag, const std::string& text) {
+    return {tag, 2, static_cast<uint32_t>(text.size()) + 1, text + std::string(1, '\0')};
+}
+ExifField Short(uint16_t tag, uint16_t value) {
+    return {tag, 3, 1, Le(value, 2)};
+}
+ExifField Long(uint16_t tag, uint32_t value) {
+    return {tag, 4, 1, Le(value, 4)};
+}
+ExifField Rational(uint16_t tag, uint32_t above, uint32_t below) {
+    return {tag, 5, 1, Le(above, 4) + Le(below, 4)};
+}
+
+/// Appends a directory to the TIFF bytes and returns where it stands.
+uint32_t AppendIfd(std::string* tiff, const std::vector<ExifField>& fields) {
+    const size_t at = tiff->size(), data_at = at + 2 + fields.size() * 12 + 4;
+    std::string ifd = Le(fields.size(), 2), data;
+    for (const ExifField& field : fields) {
+        const bool is_inline = field.bytes.size() <= 4;
+        ifd += Le(field.tag, 2) + Le(field.type, 2) + Le(field.count, 4) +
+               (is_inline ? Padded(field.bytes, 4) : Le(data_at + data.size(), 4));
+        if (!is_inline) data += field.bytes;
+    }
+    *tiff += ifd + Le(0, 4) + data;
+    return static_cast<uint32_t>(at);
+}
+
+/// A JPEG whose only segment is an EXIF block with these fields in IFD 0 and in the EXIF directory.
+std::string JpegWithExif(std::vector<ExifField> ifd0, const std::vector<ExifField>& exif) {
+    std::string tiff = "II*" + std::string(5, '\0');
+    ifd0.push_back(Long(0x8769, AppendIfd(&tiff, exif)));
+    tiff.replace(4, 4, Le(AppendIfd(&tiff, ifd0), 4));
+    const std::string block = "Exif" + std::string(2, '\0') + tiff;
+    return "\xFF\xD8\xFF\xE1" + Be(block.size() + 2, 2) + block + "\xFF\xDA";
+}
 
 using Photo = Fixture;
 
@@ -133,6 +187,96 @@ TEST_F(Photo, RefusesWhatIsNoPhotoOfTheShare) {
     fake.failing = {"PhotoInfoDBSave"};
     EXPECT_EQ(PhotoLibraryAdd(Write("b.jpg", "x").c_str(), 1), -1);
     EXPECT_EQ(fake.log, Lines{"photo_index (#) Failed to save photo info."});
+}
+
+// ---- EXIF values
+
+struct Exif : Fixture {
+    PhotoRecord Read(const std::string& bytes) {
+        PhotoRecord record{};
+        unlink("a.jpg");  // writing over a file would wait for the disk
+        const std::string path = Write("a.jpg", bytes);
+        CopyText(record.path, sizeof record.path, path.c_str());
+        EXPECT_EQ(ExifFillPhotoRecord(&record, Reading()), 0);
+        return record;
+    }
+};
+
+const std::vector<ExifField> kCamera = {Ascii(271, "Maker"), Ascii(306, "2001:01:01 00:00:00")};
+
+TEST_F(Exif, OtherDatesAreNotTakenAndLongValuesAreCut) {
+    const std::vector<ExifField> dates = {Ascii(36868, "2002:02:02 00:00:00")};  // the scanner's
+    EXPECT_STREQ(Read(JpegWithExif(kCamera, dates)).date_taken, "");
+    EXPECT_EQ(Read(JpegWithExif({}, {{34855, 3, 2, Le(100, 2) + Le(200, 2)}})).iso_speed, 100);
+    EXPECT_STREQ(Read(JpegWithExif({Ascii(271, std::string(120, 'm'))}, {})).camera_make,
+                 std::string(99, 'm').c_str());
+}
+
+TEST_F(Exif, ADateIsStoredAsFoundWhenItBeginsWithOne) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"0000:00:00 00:00:00", ""},
+        {"2009-03-05 07:08:09", ""},
+        {"2009:3:5 7:8:9", "2009:3:5 7:8:9"},
+        {"2009:03:05 07:08:09+01:00", "2009:03:05 07:08:09+01:00"},
+        {"2009:03:05 07:08:09" + std::string(40, 'z'), "2009:03:05 07:08:09" + std::string(12, 'z')},
+        {std::string(25, ' ') + "2009:03:05 07:08:09", ""},  // the cut takes the month's end away
+    };
+    for (const auto& [text, stored] : cases)
+        EXPECT_EQ(Read(JpegWithExif({}, {Ascii(36867, text)})).date_taken, stored) << text;
+}
+
+TEST_F(Exif, FilesWithoutExifAreNoErrors) {
+    const std::string jpeg = JpegWithExif(kCamera, {});
+    for (const std::string& bytes : {std::string(), std::string("\x89PNG\r\n\x1a\n"),
+                                     std::string("\xFF\xD8\xFF\xDA"), "\xFF\xD8\xFF\xDA" + jpeg.substr(2)})
+        EXPECT_STREQ(Read(bytes).camera_make, "");
+
+    const std::string fifo = Path("fifo.jpg");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    PhotoRecord record{};
+    Reading noise;
+    for (const std::string& path : {std::string(), dir(), fifo}) {
+        CopyText(record.path, sizeof record.path, path.c_str());
+        EXPECT_EQ(ExifFillPhotoRecord(&record, Reading()), 0);
+    }
+    CopyText(record.path, kPathSize,
+             Write("a.jpg", "\xFF\xD8\xFF\xE1\0 Exif\0\0"s + std::string(24, 'x')).c_str());
+    EXPECT_EQ(ExifFillPhotoRecord(&record, noise), 0);
+    EXPECT_STREQ(noise.file.failure().reason, "the EXIF block cannot be read");
+}
+
+TEST_F(Exif, ABlockIsLookedForInTheFirst20MiBOnly) {
+    const std::string jpeg = JpegWithExif(kCamera, {});
+    const auto padded = [&jpeg](size_t size) {
+        return "\xFF\xD8" + std::string(size, '\xFF') + jpeg.substr(2);
+    };
+    EXPECT_STREQ(Read(padded(1 << 20)).camera_make, "Maker");
+    EXPECT_STREQ(Read(padded(21 << 20)).camera_make, "");
+}
+
+// ---- The conversion queues: whole lines, each one once
+
+using Conversion = Fixture;
+
+TEST_F(Conversion, KeepsOneLineForEachEntry) {
+    const std::string queue = Path("queue"), longest(4095, 'x');
+    for (const std::string& entry : {"/a/bc"s, "/a/bc"s, "/a/b"s, "/c'%s"s, longest, longest})
+        EXPECT_EQ(WriteThumbQueue(entry.c_str(), queue.c_str()), 0);
+    for (const std::string& refused : {"/a\n/etc"s, longest + "y"})
+        EXPECT_EQ(WriteThumbQueue(refused.c_str(), queue.c_str()), -1);
+    EXPECT_TRUE(ReadFile(queue) == "/a/bc\n/a/b\n/c'%s\n" + longest + "\n");
+}
+
+TEST_F(Conversion, AShortWriteLeavesNothingBehind) {
+    const std::string queue = Write("queue", "/first\n");
+    const rlimit full{10, RLIM_INFINITY}, before{RLIM_INFINITY, RLIM_INFINITY};
+    signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+    EXPECT_EQ(WriteThumbQueue("/second", queue.c_str()), -1);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(ReadFile(queue), "/first\n");
+    EXPECT_EQ(fake.log, Lines{"photo_index: WriteThumbQueue(#) - failed to write (/second, 7) into " + queue +
+                              ", reason=No space left on device"});
 }
 
 }  // namespace koli::test
