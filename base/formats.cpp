@@ -77,7 +77,7 @@ constexpr Format kFormats[] = {
     {"psd", FormatReader::kPicture},
     {"tif", FormatReader::kPicture},
     {"tiff", FormatReader::kPicture},
-    {"ufo", FormatReader::kPicture},
+    {"ufo", FormatReader::kPicture, FormatUse::kUnmeasured},
 };
 static_assert(std::size(kFormats) == 68);
 

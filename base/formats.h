@@ -29,7 +29,8 @@ enum class FormatUse : unsigned char {
     kNone,
     kWebPicture,  // a browser shows it: in the photo library
     kWebJpeg,     // the same, and it may hold an EXIF block
-    kWebVideo     // a browser plays it: needs no conversion
+    kWebVideo,    // a browser plays it: needs no conversion
+    kUnmeasured   // nothing: a picture of whose header nobody reads the size
 };
 
 /// One row.

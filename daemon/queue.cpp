@@ -89,9 +89,9 @@ void KeepRefused(const QueueFiles& files) {
     const auto add = [](const std::string& text, std::string* list) {
         if (*list != text) *list += (list->empty() ? "" : ", ") + text;
     };
-    for (const auto& [database, name] : {std::pair{KOLI_MEDIA_DB, "media.db"}, {KOLI_PHOTO_DB, "photo.db"}}) {
+    for (const int database : {KOLI_MEDIA_DB, KOLI_PHOTO_DB}) {
         if ((KOLIDBRefusing() & database) == 0) continue;
-        add(name, &names);
+        add(KOLIDBNameGet(database), &names);
         add(KOLIDBRefusalGet(database), &reasons);
     }
     BatchKeep(files.state, names.c_str(), reasons.c_str());

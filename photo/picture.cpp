@@ -2,11 +2,20 @@
 
 #include <cerrno>
 
+#include "base/formats.h"
 #include "base/passing_error.h"
 #include "photo/exif.h"
 #include "platform/koliindex.h"
 
 namespace koli {
+namespace {
+
+bool IsMeasured(const char* path) {
+    const Format* format = FormatFind(KOLIIndexExtGet(path));
+    return format == nullptr || format->use != FormatUse::kUnmeasured;
+}
+
+}  // namespace
 
 const PhotoRecord& Picture::Exif(FileReading& reading) {
     if (!exif_.has_value()) {
@@ -25,7 +34,7 @@ bool Picture::SizeGet(int* width, int* height, FileReading& reading) {
         if (!size_->is_known) reading.ReadFailed(errno);
     }
     if (!size_->is_known) {
-        if (file_.ok()) reading.Trouble("the size of the picture cannot be read");
+        if (file_.ok() && IsMeasured(path_)) reading.Trouble("the size of the picture cannot be read");
         return false;
     }
     *width = size_->width;

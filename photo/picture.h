@@ -20,8 +20,8 @@ class Picture {
     /// trouble of each `reading` that asks.
     const PhotoRecord& Exif(FileReading& reading);
 
-    /// The size in pixels that its header tells.  False, with neither touched and a trouble, when it tells
-    /// none.
+    /// The size in pixels that its header tells.  False, with neither touched, when it tells none: a trouble,
+    /// but for a format whose size nobody reads.
     bool SizeGet(int* width, int* height, FileReading& reading);
 
     /// What was read is not all: whoever asks next opens the picture anew.

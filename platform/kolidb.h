@@ -94,6 +94,9 @@ int KOLIDBRefusing(void);
 /// Why a database of KOLIDBRefusing refuses, in the engine's words; "" when it does not.
 const char* KOLIDBRefusalGet(int database);
 
+/// A database's name for people: "media.db", "photo.db".
+const char* KOLIDBNameGet(int database);
+
 /// Commits the groups of both databases that have been open for a while.  Costs next to nothing: for every
 /// line of a batch and every entry of a walk, so that no lock is held while the batch works on something
 /// else.

@@ -53,6 +53,7 @@ int KOLIDBSync(void) { return Record(__func__); }
 int PhotoDBHarden(void) { return Record(__func__); }
 void KOLIDBBatchBegin(void) {}
 int KOLIDBRefusing(void) { return fake.refusing; }
+const char* KOLIDBNameGet(int database) { return database == KOLI_MEDIA_DB ? "media.db" : "photo.db"; }
 const char* KOLIDBRefusalGet(int database) { return (fake.refusing & database) != 0 ? "fake refusal" : ""; }
 void KOLIDBTick(void) {}
 void PhotoDBUnitBegin(void) {}

@@ -81,8 +81,11 @@ TEST_F(Photo, AJpegBringsItsExifValuesAndOthersTheirSizeOnly) {
     ASSERT_EQ(PhotoMediaAdd(path.c_str(), sizeless), 0);
     EXPECT_STREQ(sizeless.file.failure().reason, "the size of the picture cannot be read");
     ASSERT_EQ(PhotoMediaAdd(png.c_str(), Reading()), 0);
+    Reading unmeasured;
+    ASSERT_EQ(PhotoMediaAdd(Write("a.UFO", "x").c_str(), unmeasured), 0);
+    EXPECT_STREQ(unmeasured.file.failure().reason, "");
     EXPECT_EQ(PhotoMediaAdd(Write("@eaDir/x.jpg", "x").c_str(), Reading()), 0);
-    ASSERT_EQ(fake.media.size(), 2U);
+    ASSERT_EQ(fake.media.size(), 3U);
     const MediaInfo& record = fake.media[0].second;
     const Lines texts = {record.path,         record.title,         record.album,    record.camera_make,
                          record.camera_model, record.exposure_time, record.f_number, record.date_taken};

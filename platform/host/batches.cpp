@@ -46,6 +46,10 @@ const char* KOLIDBRefusalGet(int database) {
     return database == KOLI_MEDIA_DB ? MediaDatabase().refusal() : PhotoDatabase().refusal();
 }
 
+const char* KOLIDBNameGet(int database) {
+    return DatabaseName(database);
+}
+
 void KOLIDBTick(void) {
     for (Database* each : {&MediaDatabase(), &PhotoDatabase()})
         Guarded(*each, [each] { each->Tick(); });

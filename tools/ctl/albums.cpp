@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/metadata_folder.h"
 #include "index/record/share_path.h"
 #include "platform/paths.h"
 #include "tools/ctl/request_line.h"
@@ -16,7 +17,7 @@ bool IsOfAlbumDepth(const std::string& name) {
 /// Hidden folders and those beside the media are met by no walk for albums.
 bool IsWalked(const std::string& name) {
     return !name.starts_with('.') && name.find("/.") == std::string::npos &&
-           name.find("@eaDir") == std::string::npos;
+           !MentionsMetadataFolder(name.c_str());
 }
 
 }  // namespace

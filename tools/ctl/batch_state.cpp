@@ -1,13 +1,12 @@
 #include "tools/ctl/batch_state.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
 #include <sstream>
 
+#include "base/regular_file.h"
 #include "platform/host/file_times.h"
-#include "tools/ctl/unique_fd.h"
 
 namespace koli::ctl {
 namespace {
@@ -16,9 +15,9 @@ constexpr size_t kStateMax = 4096;  // bytes; the daemon writes some lines
 
 /// The daemon replaces the file as a whole: one read gives one state.
 std::string StateText(const std::string& file) {
-    const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    const RegularFile state(file.c_str());
     std::string text(kStateMax, '\0');
-    const ssize_t length = fd.valid() ? read(fd.get(), text.data(), text.size()) : 0;
+    const ssize_t length = state.ok() ? ReadAt(state.descriptor(), 0, text.data(), text.size()) : 0;
     text.resize(length > 0 ? static_cast<size_t>(length) : 0);
     return text;
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/formats.h"
+#include "base/metadata_folder.h"
 #include "base/path_names.h"
 #include "index/record/share_path.h"
 #include "platform/koliindex.h"
@@ -14,13 +15,13 @@ int MediaKindOf(const char* path) {
     const Format* format = FormatFind(extension);
     if (format == nullptr) return kNotIndexed;
     const int type = FormatStore(format->reader);
-    return type == kStorePhoto && strstr(path, "@eaDir") != nullptr ? kNotIndexed : type;
+    return type == kStorePhoto && MentionsMetadataFolder(path) ? kNotIndexed : type;
 }
 
 bool IsLibraryPhoto(const char* path, long long size) {
     return size >= 1 && size <= kLibraryPhotoMaxSize && IsPhotoSharePath(path) != 0 &&
            FileNameOf(path)[0] != '.' && BlKOLIIndexIsPhotoOnWebFile(path) != 0 &&
-           strstr(path, "@eaDir") == nullptr;
+           !MentionsMetadataFolder(path);
 }
 
 }  // namespace koli::ctl

@@ -17,8 +17,8 @@
 namespace koli::ctl {
 namespace {
 
-constexpr size_t kRecordsMax = 1000;  // of one table and path: comments, covers
-constexpr size_t kShareNameAt = 15;   // "/volume1/photo/": an album's name is what follows
+constexpr size_t kRecordsMax = 1000;                  // of one table and path: comments, covers
+constexpr size_t kAlbumNameAt = kShareTopLength + 1;  // behind "/volume1/photo/"
 constexpr const char kCoverPrefix[] = "cover";
 
 void AddRows(const StoreReader& store, const char* table, const char* key, const std::string& value,
@@ -31,9 +31,9 @@ void AddRows(const StoreReader& store, const char* table, const char* key, const
 }
 
 void AddAlbum(const StoreReader& store, const std::string& path, std::vector<Section>* sections) {
-    if (IsPhotoSharePath(path.c_str()) == 0 || path.size() <= kShareNameAt) return;
+    if (IsPhotoSharePath(path.c_str()) == 0 || path.size() <= kAlbumNameAt) return;
     const size_t before = sections->size();
-    AddRows(store, "photo_share", "sharename", path.substr(kShareNameAt), sections);
+    AddRows(store, "photo_share", "sharename", path.substr(kAlbumNameAt), sections);
     if (sections->size() == before) return;
     for (const auto& [name, field] : sections->back().records.front())
         if (name == "shareid") {

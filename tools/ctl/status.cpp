@@ -1,14 +1,13 @@
 #include "tools/ctl/status.h"
 
-#include <fcntl.h>
 #include <linux/landlock.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 
+#include "base/regular_file.h"
 #include "platform/host/tables.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/batch_state.h"
@@ -22,18 +21,15 @@ namespace {
 
 /// Lines of a queue file; -1 with errno set when there is none.
 int64_t CountLines(const std::string& file) {
-    const UniqueFd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    struct stat status;
-    if (!fd.valid() || fstat(fd.get(), &status) != 0) return -1;
-    errno = EINVAL;
-    if (!S_ISREG(status.st_mode)) return -1;
+    const RegularFile queue(file.c_str());
+    if (!queue.ok()) return -1;
     char block[65536];
     int64_t lines = 0;
     char last = '\n';
     ssize_t length = 0;
     // No further than the file was long: writers go on.
-    for (off_t at = 0; at < status.st_size && (length = pread(fd.get(), block, sizeof block, at)) > 0;
-         at += length) {
+    for (int64_t at = 0; at < queue.size(); at += length) {
+        if ((length = ReadAt(queue.descriptor(), at, block, sizeof block)) <= 0) break;
         lines += std::count(block, block + length, '\n');
         last = block[length - 1];
     }

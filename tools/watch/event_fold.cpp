@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "base/metadata_folder.h"
 #include "tools/ctl/media_kinds.h"
 #include "tools/watch/tree_paths.h"
 
@@ -21,7 +22,7 @@ constexpr size_t kMaxLooks = 64;  // for a file that has left, in new folders
 
 /// The daemon's own folder beside the media, and a bin from which nothing comes back that is stored.
 bool IsSkipped(const std::string& path, std::string_view name) {
-    return name == "@eaDir" || (name == "#recycle" && IsUnwatchedBin(path));
+    return name == kMetadataFolder || (name == "#recycle" && IsUnwatchedBin(path));
 }
 
 bool IsMedia(const std::string& path) {
