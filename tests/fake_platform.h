@@ -2,7 +2,7 @@
 //
 // Tests link it instead of the databases of platform/host and of base/log.cpp.  What writes to a database or
 // starts a program is recorded, and can be told to fail; what works on files (covers, captions, pictures,
-// ...) is the host platform's own.
+// ...) is the host platform's own.  Tests of the databases link fake_machine.cpp alone.
 #pragma once
 
 #include <functional>
@@ -17,6 +17,7 @@
 #include "base/media_info.h"
 #include "base/photo_record.h"
 #include "platform/kolidb.h"
+#include "platform/paths.h"
 #include "tests/host_temp_dir.h"
 
 namespace koli::test {
@@ -41,6 +42,11 @@ struct FakePlatform {
 };
 
 inline FakePlatform fake;
+
+/// A setting of the machine, to be read and set.
+inline std::string& Setting(const std::string& key) {
+    return fake.values[paths::kConfig + (":" + key)];
+}
 
 inline const char* Word(const char* text) {
     return text != nullptr ? text : "(null)";

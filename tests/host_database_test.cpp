@@ -84,7 +84,7 @@ TEST_F(Store, AFullDatabaseTakesNothingMoreUntilTheNextBatch) {
     EXPECT_STREQ(KOLIDBRefusalGet(KOLI_MEDIA_DB), "database or disk is full");
     EXPECT_NE(Save("/m/a"), 0);  // there would be room for it
     EXPECT_EQ(KOLIDBSync(), -1);
-    EXPECT_EQ(log_lines, 2);  // the statement that failed, and that the batch has to come again
+    EXPECT_EQ(fake.log.size(), 2U);  // the statement that failed, and that the batch has to come again
     KOLIDBBatchBegin();
     ASSERT_EQ(MediaDatabase().Execute("PRAGMA max_page_count=1000"), 0);
     ASSERT_EQ(Save("/m/a"), 0);
@@ -138,7 +138,7 @@ TEST_F(Store, ADamagedFileFailsEachOperationForGoodAndIsLeftAlone) {
     EXPECT_NE(MediaInfoDBDelete(kStoreBelowDirectory, "/m"), 0);
     EXPECT_EQ(MediaInfoDBOpen(0, "*", nullptr, 0, nullptr, 0, 0, 0), nullptr);
     EXPECT_EQ(MediaDBVacuum(), -1);
-    EXPECT_EQ(log_lines, 2);  // the first one tells that everybody could read it
+    EXPECT_EQ(fake.log.size(), 2U);  // the first one tells that everybody could read it
     EXPECT_EQ(ReadFile(file), junk);
     SavePhoto("/p/a.jpg", "the other one works");
     EXPECT_EQ(KOLIDBSync(), 0);  // no batch waits for it
@@ -204,8 +204,7 @@ TEST_F(Store, AUnitTakesEffectAsAWholeWithItsMark) {
 
 TEST_F(Store, TheSettingsChooseTheDirectory) {
     DatabaseDirectorySet(nullptr);
-    const std::string value = "sqlite:" + Path("configured");
-    engine_key = value.c_str();
+    Setting("database") = "sqlite:" + Path("configured");
     SavePhoto("/p/a.jpg", "t");
     EXPECT_TRUE(std::filesystem::exists(Path("configured/photo.db")));
     DatabaseDirectorySet(nullptr);
@@ -214,23 +213,23 @@ TEST_F(Store, TheSettingsChooseTheDirectory) {
     ASSERT_EQ(chmod(Path("foreign").c_str(), 0664), 0);
     Save("/m/a");
     EXPECT_EQ(std::filesystem::status(Path("foreign")).permissions(), std::filesystem::perms(0664));
-    engine_key = nullptr;
+    Setting("database") = "";
     SqlFailure failure;
     EXPECT_EQ(EngineIn("", &failure)->place(), "/var/lib/koli");
     DatabaseDirectorySet(nullptr);
     for (const char* refused : {"postgresql:host=x", "sqlite:relative", "sqlite:"}) {
-        engine_key = refused;
+        Setting("database") = refused;
         EXPECT_EQ(EngineIn("", &failure), nullptr);
     }
-    log_lines = 0;
+    fake.log.clear();
     EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);
-    EXPECT_EQ(log_lines, 2);
+    EXPECT_EQ(fake.log.size(), 2U);
     EXPECT_EQ(KOLIDBRefusing(), 0);
-    engine_key = nullptr;
-    settings_error = EIO;  // the databases may be anywhere
+    Setting("database") = "";
+    fake.unreadable = EIO;  // the databases may be anywhere
     DatabaseDirectorySet(nullptr);
     EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);
-    settings_error = 0;
+    fake.unreadable = 0;
     EXPECT_EQ(KOLIDBRefusing(), KOLI_PHOTO_DB);
 }
 

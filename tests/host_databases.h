@@ -1,51 +1,19 @@
 // The host platform's databases on real files in a temporary directory, with the machine's settings and the
-// system log in the test's hands.  For one source file of a test program.
+// system log in the test's hands (fake_machine.cpp).
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <cstdarg>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "base/log.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/sqlite/connection.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
-#include "platform/kolisdk.h"
-#include "tests/host_temp_dir.h"
-
-namespace koli::test {
-inline int log_lines = 0;
-inline std::string last_log;              // the line's number replaced by #
-inline const char* engine_key = nullptr;  // what the machine's settings say
-inline const char* public_key = nullptr;  // the same of new albums
-inline int settings_error = 0;            // why the settings cannot be read (an errno)
-}  // namespace koli::test
-
-void koli::LogError(LogSite site, const char* format, ...) {
-    constexpr const char* kForms[] = {"%s (#) ", "%s:# ", "%s(#) ", "%s(#): ", "(%s, #) ", ""};
-    char line[9000];
-    const int begun = snprintf(line, sizeof line, kForms[static_cast<int>(site.form)], site.module);
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(line + begun, sizeof line - static_cast<size_t>(begun), format, arguments);
-    va_end(arguments);
-    ++test::log_lines;
-    test::last_log = line;
-}
-
-extern "C" int KLIBFileGetKeyValue(const char*, const char* key, char* buffer, int size, int) {
-    const bool is_engine = strcmp(key, "database") == 0;
-    const char* value = is_engine ? koli::test::engine_key : koli::test::public_key;
-    errno = koli::test::settings_error;
-    if (value == nullptr) return -1;
-    return snprintf(buffer, static_cast<size_t>(size), "%s", value);
-}
+#include "tests/fake_platform.h"
 
 namespace koli::host {
 
@@ -66,7 +34,7 @@ struct Store : testing::Test, TempDir {
         DatabaseDirectorySet(directory_.c_str());
         KOLIIndexMusicTableDirtySet(0);
         KOLIIndexVideoTableDirtySet(0);
-        log_lines = 0;
+        fake = {};
     }
     ~Store() override { DatabaseDirectorySet(nullptr); }
 

@@ -128,7 +128,7 @@ TEST_F(Store, ARebuildRemovesWhatItDidNotMeet) {
     EXPECT_EQ(Media("SELECT path AS v FROM music"),
               (Texts{m + "/a.mp3", m + "/far", m + "/far/c.mp3", m + "0"}));
     EXPECT_EQ(Media("SELECT path AS v FROM directory"), Texts{});
-    EXPECT_EQ(log_lines, 0);
+    EXPECT_EQ(fake.log.size(), 0U);
 }
 
 TEST_F(Store, AlbumsHoldTruthValuesAndTakeTheirRightsWithThem) {
@@ -143,7 +143,7 @@ TEST_F(Store, AlbumsHoldTruthValuesAndTakeTheirRightsWithThem) {
         {"Delete from photo_share where sharename like 'Trip/%'", 1}};
     for (const auto& [statement, result] : statements)
         EXPECT_EQ(PhotoDBExec(statement), result) << statement;
-    EXPECT_EQ(log_lines, 2);
+    EXPECT_EQ(fake.log.size(), 2U);
     EXPECT_EQ(Photo("SELECT sharename||':'||public||enabled||is_subdir||updated AS v FROM photo_share"),
               (Texts{"Trip:ttf1", "Tri_/x:ftt1"}));
     EXPECT_EQ(Photo("SELECT userid||'/'||shareid AS v FROM photo_access_right"), (Texts{"7/1", "7/3"}));
@@ -162,7 +162,7 @@ TEST_F(Store, RenamesMoveRowsToWhereOthersStandThatMoveToo) {
     // Too long for a record: gone, not cut.
     ASSERT_EQ(rename("/p/xxx", "/" + std::string(4095, 'd')), 0);
     EXPECT_EQ(stored(), (Texts{"/p/x was /p/x", "/p/xx was /p/xx"}));
-    EXPECT_EQ(log_lines, 0);
+    EXPECT_EQ(fake.log.size(), 0U);
 }
 
 TEST_F(Store, TheRowsOfAFolderAreFoundWhateverItsName) {

@@ -13,7 +13,6 @@
 #include <new>
 
 #include "base/log.h"
-#include "platform/paths.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
 #include "video/child_signals.h"
@@ -97,7 +96,7 @@ TEST_F(Probe, RunsUnguardedUnlessTheSettingForbidsIt) {
         MediaInfo record{};
         return GuardedProbeRun("/x", &record, reading, Succeed, settings_);
     };
-    std::string& setting = fake.values[std::string(paths::kConfig) + ":unguardedprobe"];
+    std::string& setting = Setting("unguardedprobe");
     settings_.guards = [] { return ProbeGuardStatus{false, false}; };
     for (const auto& [value, result] : {std::pair{"", 0}, {"yes", 0}, {"No", 1}}) {
         setting = value;

@@ -62,7 +62,7 @@ TEST_F(PhotoRename, RowsFollowAFolderOrAPictureAndNeighboursStay) {
     EXPECT_EQ(Rename("new", "old", 1), 0);
     EXPECT_EQ(fake.calls, Lines{"IndexWalk " + folder + " 1 2"});
     EXPECT_EQ(PhotoPathRename("/p/a.mp4", "", 0), -1);
-    EXPECT_EQ(last_log, "photo_index (#) Bad parameter.");
+    EXPECT_EQ(fake.log.back(), "photo_index (#) Bad parameter.");
 }
 
 TEST_F(PhotoRename, TextsOfVideosMoveByTheFirstOccurrence) {
@@ -109,11 +109,11 @@ struct PhotoResync : PhotoFixture {
 TEST_F(PhotoResync, SweepsNothingWhenSomethingCannotBeSeen) {
     MakeUnknown("Trip/b.jpg");  // as a folder it could hold rows
     EXPECT_EQ(Swept(), "1 1");
-    EXPECT_EQ(last_log, "photo_share (#) Failed to open directory " + In("Trip/b.jpg") + " ");
+    EXPECT_EQ(fake.log.back(), "photo_share (#) Failed to open directory " + In("Trip/b.jpg") + " ");
     std::filesystem::remove(In("Trip/b.jpg"));
     PhotoDBExec("ALTER TABLE photo_info RENAME TO away");
     EXPECT_EQ(PhotoFolderResync(nullptr), -1);
-    EXPECT_EQ(last_log, "photo_index (#) Failed to set updated to 0 for all rows.");
+    EXPECT_EQ(fake.log.back(), "photo_index (#) Failed to set updated to 0 for all rows.");
     PhotoDBExec("ALTER TABLE away RENAME TO photo_info");
     EXPECT_EQ(PhotoShareResync(nullptr), 0);  // the photos' resync saw too little
     EXPECT_EQ(Photo("SELECT count(*) AS v FROM photo_share"), Texts{"2"});

@@ -12,7 +12,6 @@
 #include "index/record/share_path.h"
 #include "photo/albums/share_fs.h"
 #include "photo/conversion.h"
-#include "tests/fake_platform.h"
 #include "tests/host_databases.h"
 
 namespace koli::test {
@@ -36,7 +35,6 @@ inline Texts Split(const std::string& text) {
 /// The share is "photo" on a volume of its own.  The share's link leads to it.
 struct PhotoFixture : host::Store {
     PhotoFixture() {
-        fake = {};
         photo_share_needs_type_check = false;
         share_target = top_;
     }

@@ -9,7 +9,7 @@
 namespace koli::test {
 
 struct PhotoShare : PhotoFixture {
-    PhotoShare() { public_key = "no"; }
+    PhotoShare() { Setting("albumdefpublic") = "no"; }
 
     int Update(const std::string& name, int operation = kAlbumCreate) const {
         return PhotoShareUpdate(In(name).c_str(), operation);
@@ -42,7 +42,7 @@ struct PhotoShare : PhotoFixture {
 
 TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
     EXPECT_EQ(Update("O'B_"), 0);
-    public_key = "YES";
+    Setting("albumdefpublic") = "YES";
     EXPECT_EQ(Update("A"), 0);
     const std::string flag = MakeFile("@eaDir/B/KOLIPHOTO:PUBLIC", "0");
     EXPECT_EQ(Update("B"), 0);
@@ -58,24 +58,24 @@ TEST_F(PhotoShare, AnAlbumIsPublicAsItsCaptionOrTheSettingSays) {
     EXPECT_NE(access(flag.c_str(), F_OK), 0);
     MakeDir("@eaDir/C/KOLIPHOTO:PUBLIC");  // who knows what it says?
     EXPECT_EQ(Update("C"), -1);
-    EXPECT_TRUE(last_log.starts_with("photo_share (#) The public flag of [C] cannot be read."));
-    public_key = nullptr;
+    EXPECT_TRUE(fake.log.back().starts_with("photo_share (#) The public flag of [C] cannot be read."));
+    Setting("albumdefpublic") = "";
     EXPECT_EQ(Update("D"), 0);
-    EXPECT_EQ(last_log, "photo_share(#) Can't get key valude. key=supportvidora");
-    settings_error = EIO;
+    EXPECT_EQ(fake.log.back(), "photo_share(#) Can't get key valude. key=supportvidora");
+    fake.unreadable = EIO;
     EXPECT_EQ(Update("E"), -1);
-    settings_error = 0;
+    fake.unreadable = 0;
     EXPECT_EQ(Albums(), (Texts{"A public", "B", "D", "O'B_"}));
 }
 
 TEST_F(PhotoShare, ASubAlbumOfAPrivateAlbumInheritsItsRights) {
     SetAlbums({"A 7", "B public 8"});
     Exec("INSERT INTO photo_access_right SELECT 9, shareid, '' FROM photo_share WHERE sharename = 'A'");
-    public_key = "yes";
+    Setting("albumdefpublic") = "yes";
     EXPECT_EQ(Update("A/x"), 0);
     EXPECT_EQ(Update("B/x"), 0);
     EXPECT_EQ(Update("C/x"), -1);
-    EXPECT_EQ(last_log, "photo_share (#) KOLIPhotoShareSubDirUpdatePrivilege Failed.");
+    EXPECT_EQ(fake.log.back(), "photo_share (#) KOLIPhotoShareSubDirUpdatePrivilege Failed.");
     EXPECT_EQ(Albums(), (Texts{"A 7,9", "A/x 7,9", "B public 8", "B/x public", "C/x public"}));
     const time_t now = time(nullptr);
     const std::string day = std::string(asctime(localtime(&now))).substr(0, 10);
@@ -168,7 +168,7 @@ TEST_F(PhotoShare, ARenameFromElsewhereTouchesNoAlbumOfThatName) {
     SetAlbums({"A 7"});
     for (const char* old_path : {"/volume2/photo/A", "/volume1/music/A"}) {
         EXPECT_EQ(PhotoShareRename(In("B").c_str(), old_path), -1);
-        EXPECT_EQ(last_log, "photo_share:# UPDATE cover failed, sharename [B] not exists in db.");
+        EXPECT_EQ(fake.log.back(), "photo_share:# UPDATE cover failed, sharename [B] not exists in db.");
     }
     EXPECT_EQ(PhotoShareRename("/volume2/photo/B", "/volume2/photo/A"), -1);
     EXPECT_EQ(Albums(), Texts{"A 7"});
