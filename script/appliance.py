@@ -70,12 +70,17 @@ def enqueue(lines):
         file.write(b"".join(os.fsencode(line) + b"\n" for line in lines))
 
 
+def is_waiting():
+    """True while there is a batch, or a queue that is to become one."""
+    return os.path.lexists(QUEUE) or os.path.lexists(BATCH)
+
+
 def wait_for_batch(seconds, tick=lambda: None):
     """Until the queue has been worked off; raises DaemonGone when the daemon dies over it."""
-    wait_until(lambda: daemon_pid() or not os.path.lexists(QUEUE) and not os.path.lexists(BATCH), 10, "the daemon's pid file")
+    wait_until(lambda: daemon_pid() or not is_waiting(), 10, "the daemon's pid file")
 
     def done():
-        if not os.path.lexists(QUEUE) and not os.path.lexists(BATCH):
+        if not is_waiting():
             return True
         if not daemon_pid():
             raise DaemonGone

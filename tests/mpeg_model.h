@@ -1,7 +1,6 @@
 // The searches for frames and variable-bit-rate headers, byte by byte as they are defined, for comparison.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "audio/vbr_header.h"
@@ -9,19 +8,8 @@
 
 namespace koli::test {
 
-/// For each offset, where the run of zeros ends that begins there.
-inline std::unique_ptr<int32_t[]> EndsOfZeros(const std::string& bytes) {
-    auto end = static_cast<int32_t>(bytes.size());
-    std::unique_ptr<int32_t[]> ends(new int32_t[bytes.size() + 1]);
-    ends[bytes.size()] = end;
-    for (int32_t i = end; i-- > 0; ends[static_cast<size_t>(i)] = end)
-        if (bytes[static_cast<size_t>(i)] != 0) end = i;
-    return ends;
-}
-
 /// The position of the first confirmed frame at or behind `start`, -1 for none.  `reader` only decodes.
 inline int64_t ModelFirstFrame(CachedFileReader* reader, const std::string& bytes, int64_t start) {
-    std::unique_ptr<int32_t[]> ends;
     for (auto p = static_cast<size_t>(start); (p = bytes.find('\xFF', p)) != std::string::npos; ++p) {
         const auto position = static_cast<int64_t>(p);
         if (position >= reader->size - 10) break;
@@ -30,8 +18,8 @@ inline int64_t ModelFirstFrame(CachedFileReader* reader, const std::string& byte
         if ((bytes[p + 1] & 0xE0) != 0xE0 || MpegFrameFind(reader, &next, &header) == 0) continue;
         next = position + header.frame_length;
         if (next < reader->size) {
-            if (ends == nullptr) ends = EndsOfZeros(bytes);
-            next = ends[static_cast<size_t>(next) + 1] - 1;
+            const size_t end = bytes.find_first_not_of('\0', static_cast<size_t>(next) + 1);
+            next = static_cast<int64_t>(std::min(end, bytes.size())) - 1;
         }
         if (MpegFrameCheck(reader, next) == 0) return position;
     }

@@ -1,7 +1,6 @@
 """A family at work in its photo share, and what it knows of its things."""
 import os
 import shutil
-import sqlite3
 
 from harness import appliance, hand_over
 
@@ -169,23 +168,21 @@ class Family:
         if path not in self.things or not self.things[path].known:
             return
         name, album = path[len(P) + 1:], "(SELECT shareid FROM photo_share WHERE sharename = ?)"
-        with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
+        with appliance.change("photo") as database:
             database.execute("UPDATE photo_share SET public = ?, description = ? WHERE sharename = ?",
                              ("ft"[public], description, name))
             database.execute(f"DELETE FROM photo_access_right WHERE shareid = {album}", (name,))
             database.executemany(f"INSERT INTO photo_access_right VALUES (?, {album}, '')",
                                  [(user, name) for user in users])
-        database.close()
         self.things[path].album = (public, description, frozenset(users))
 
     def tell(self, path, text):
         """Describes a video, and comments on it."""
         if path not in self.things or not self.things[path].known:
             return
-        with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
+        with appliance.change("photo") as database:
             database.execute("REPLACE INTO video_desc (path, title) VALUES (?, ?)", (path, text))
             database.execute("INSERT INTO video_comment (path, comment) VALUES (?, ?)", (path, text))
-        database.close()
         self.things[path].texts["video"] = text
 
     # --- What they do, by chance

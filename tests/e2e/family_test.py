@@ -25,15 +25,13 @@ USUAL = family_model.FOLDERS
 HOSTILE = ("O'Brien \"x\"", "100%_a", "back\\slash\\", "'; DROP TABLE photo_share; --", "v1.2 Été")
 CONFIG = pathlib.Path("/etc/koliinfo.conf")
 
-# What nobody would expect, and why it is so. Of a watched family only those in WATCHED may happen.
-FORCED = {
-    "late": "a request for what has moved on finds nothing: the picture, album or caption comes with the next walk",
-    "mixed": "a request is executed on what stands at its path then, and with what was handed over for that",
-    "edited": "what is thrown away and made anew before the batch runs is the old thing changed: it stays what it was",
-    "again": "a rename whose old name is in use again may have been done before: a row at the new one stays",
-    "deep": "a folder below the second level is no album: one that comes up again may be as new",
-}
-WATCHED = ("edited", "deep")
+# What nobody would expect, and why it is so:
+# late    a request for what has moved on finds nothing: the picture, album or caption comes with the next walk
+# mixed   a request is executed on what stands at its path then, and with what was handed over for that
+# edited  what is thrown away and made anew before the batch runs is the old thing changed: it stays what it was
+# again   a rename whose old name is in use again may have been done before: a row at the new one stays
+# deep    a folder below the second level is no album: one that comes up again may be as new
+WATCHED = ("edited", "deep")  # of a watched family only these may happen
 
 
 class Library:
@@ -83,7 +81,7 @@ class Check:
 
     def forced(self, name, values):
         """What a row may say as well, for this reason."""
-        return values if name in FORCED and (name in WATCHED or not self.is_watched) else []
+        return values if name in WATCHED or not self.is_watched else []
 
     def ghosts(self, thing):
         return [ghost.thing for ghost in self.family.ghosts if thing.path in ghost.paths and not thing.known]

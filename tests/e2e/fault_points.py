@@ -13,7 +13,7 @@ import subprocess
 
 import harness
 import power
-from harness import appliance, hand_over
+from harness import appliance, hand_over, put
 from tracer import KILL, Hook, Tracer
 
 P, V, M = "/volume1/photo", "/volume1/video", "/volume1/music"
@@ -28,24 +28,11 @@ SONG, SUBTITLES = "music/Blue Harbour/01 First Light.mp3", "video/Formats/clip.s
 # ---- returns what a person expects: titles of photos by path, and public flag and users of albums.
 
 
-def put(path, sample=PICTURES[0], title=None):
-    os.makedirs(os.path.dirname(path), exist_ok=True)
-    shutil.copyfile(f"{harness.SAMPLES}/{sample}", path)
-    if title:
-        hand_over(path, "TITLE", title)
-
-
-def application(script):
-    """Another program that writes to the photo database."""
-    database = sqlite3.connect(f"{appliance.STORE}/photo.db")
-    database.executescript(script)
-    database.close()
-
-
 def album(name, public, user):
-    application(f"UPDATE photo_share SET title = 'of {name}', public = '{public}' WHERE sharename = '{name}';"
-                f"INSERT INTO photo_access_right (userid, shareid) SELECT {user}, shareid FROM photo_share"
-                f" WHERE sharename = '{name}'")
+    with appliance.change("photo") as database:
+        database.execute(f"UPDATE photo_share SET title = 'of {name}', public = '{public}' WHERE sharename = '{name}'")
+        database.execute(f"INSERT INTO photo_access_right (userid, shareid) SELECT {user}, shareid FROM photo_share"
+                         f" WHERE sharename = '{name}'")
 
 
 def swapped_folders():
@@ -82,8 +69,9 @@ def names_used_again():
     put(f"{P}/T/a.jpg", title="first")
     yield [f"A:{P}"]
     album("A", "t", 1)
-    application(f"INSERT INTO video_desc VALUES ('{P}/A/film.mp4', 'a film', 'hours of it');"
-                f"INSERT INTO video_comment (path, userid, comment) VALUES ('{P}/A/film.mp4', 1, 'long')")
+    with appliance.change("photo") as database:
+        database.execute(f"INSERT INTO video_desc VALUES ('{P}/A/film.mp4', 'a film', 'hours of it')")
+        database.execute(f"INSERT INTO video_comment (path, userid, comment) VALUES ('{P}/A/film.mp4', 1, 'long')")
     os.rename(f"{P}/A", f"{P}/B")
     put(f"{P}/A/x.jpg", PICTURES[1], "new")
     os.rename(f"{P}/T/a.jpg", f"{P}/T/b.jpg")
@@ -215,10 +203,6 @@ def differences(expected, found):
     return [f"missing {told(row)}" for row in expected - found] + [f"unexpected {told(row)}" for row in more]
 
 
-def is_waiting():
-    return os.path.lexists(appliance.QUEUE) or os.path.lexists(appliance.BATCH)
-
-
 def work_off(binary):
     appliance.start(binary)
     appliance.wait_for_batch(30)
@@ -259,9 +243,9 @@ class Blow(Hook):
     def idle(self):
         """What was kept is tried again when a signal comes, after two quiet ticks."""
         self.rounds += 1
-        if is_waiting() and self.rounds % 4 == 1:
+        if appliance.is_waiting() and self.rounds % 4 == 1:
             os.kill(appliance.daemon_pid(), signal.SIGUSR1)
-        return not is_waiting() or self.rounds > 12
+        return not appliance.is_waiting() or self.rounds > 12
 
 
 def errors(call):
@@ -319,7 +303,7 @@ class Points:
         """Until nothing waits any more, then the differences. What of a share could not be read or written for a moment
         is asked for again by a sync."""
         try:
-            if is_waiting():
+            if appliance.is_waiting():
                 work_off(self.binary)
         except (TimeoutError, appliance.DaemonGone) as failure:
             return [f"the batch is not worked off: {failure!r}"]

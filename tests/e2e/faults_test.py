@@ -14,8 +14,8 @@ import time
 
 import fault_points
 import harness
-from fault_points import M, P, put
-from harness import appliance, hand_over
+from fault_points import M, P
+from harness import appliance, hand_over, put
 from tracer import KILL, Hook, Tracer
 
 SAMPLE = 5  # points of each kind and batch

@@ -14,6 +14,7 @@ sys.path.insert(0, os.path.join(TOP, "script"))
 import appliance  # noqa: E402
 
 SAMPLES = os.path.join(TOP, "build", "samples")
+PICTURE, SONG = "photo/Family/IMG_3000.jpg", "music/Old Tapes/side b.mp3"
 SHARES = ("music", "video", "photo")
 EVERYTHING = [f"A:/volume1/{share}" for share in SHARES]
 PATIENCE = 120  # seconds: a machine may be slow, and busy with other things
@@ -44,9 +45,20 @@ def hand_over(path, stream, text):
         file.write(text)
 
 
+def put(path, sample="", title=None):
+    """A copy of a sample (a path below build/samples) at an absolute path, with its caption; the path as text."""
+    path = os.fsdecode(path)
+    os.makedirs(os.path.dirname(path), exist_ok=True)
+    shutil.copyfile(f"{SAMPLES}/{sample or (PICTURE if path.endswith('.jpg') else SONG)}", path)
+    if title:
+        hand_over(path, "TITLE", title)
+    return path
+
+
 class DaemonTest(unittest.TestCase):
     binary = ""
     maxDiff = 4000
+    put = staticmethod(put)
 
     def setUp(self):
         self.clean()
@@ -85,12 +97,6 @@ class DaemonTest(unittest.TestCase):
         before_stop()
         appliance.stop()
         return appliance.log_messages()
-
-    def put(self, path, sample="music/Old Tapes/side b.mp3"):
-        """A copy of a sample (a path below build/samples) at an absolute path; the path as text."""
-        os.makedirs(os.path.dirname(path), exist_ok=True)
-        shutil.copyfile(os.path.join(SAMPLES, sample), path)
-        return os.fsdecode(path)
 
     def paths(self, table):
         return sorted(row["path"] for row in appliance.rows(table))

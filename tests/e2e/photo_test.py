@@ -13,7 +13,6 @@ from harness import appliance, hand_over
 
 P, LINK = "/volume1/photo", "/var/services/photo"
 FEW = 64  # open files
-PICTURE = "photo/Family/IMG_3000.jpg"
 
 
 class Trouble(harness.DaemonTest):
@@ -23,13 +22,13 @@ class Trouble(harness.DaemonTest):
         return self.paths("photo"), self.paths("photo_info"), albums
 
     def put_album(self, name):
-        return self.put(f"{P}/{name}/sub/x.jpg", PICTURE)
+        return self.put(f"{P}/{name}/sub/x.jpg")
 
     def test_captions_of_every_kind(self):
         kinds = {"": "0", "x" * 10 ** 6: "x" * 254, "\nsecond": "2", "it's \"%s%n\"\n": "it's \"%s%n\"\n",
                  "Caf\udce9": "Café", os.mkdir: "5", os.mkfifo: "6", lambda path: os.symlink("/etc/passwd", path): "7"}
         for number, kind in enumerate(kinds):
-            path = self.put(f"{P}/{number}.jpg", PICTURE)
+            path = self.put(f"{P}/{number}.jpg")
             if callable(kind):
                 os.mkdir(folder := f"{P}/@eaDir/{number}.jpg")
                 kind(f"{folder}/KOLIPHOTO:TITLE")
@@ -53,9 +52,9 @@ class Trouble(harness.DaemonTest):
         self.addCleanup(resource.setrlimit, resource.RLIMIT_NOFILE, limits)
         resource.setrlimit(resource.RLIMIT_NOFILE, (FEW, limits[1]))
         for name in ("@eaDir/x.jpg", "my@eaDir/x.jpg", "no ending"):  # which no store takes
-            self.put(f"{P}/{name}", PICTURE)
-        hidden = self.put(f"{P}/.x.jpg", PICTURE)
-        photos = [photos[0], f"{P}/B/sub/x.jpg", photos[1], self.put(f"{deepest}/x.jpg", PICTURE)]
+            self.put(f"{P}/{name}", harness.PICTURE)
+        hidden = self.put(f"{P}/.x.jpg")
+        photos = [photos[0], f"{P}/B/sub/x.jpg", photos[1], self.put(f"{deepest}/x.jpg")]
         self.index(f"A:{P}", "R:photo", "U:photo", "R:everything")
         albums = ["A", "A/sub", "B", "B/sub", "new\nline", "new\nline/sub", "z", "z/d"]
         self.assertEqual(self.rows_of_photos(), ([hidden, *photos], photos, albums))
@@ -83,7 +82,7 @@ class Trouble(harness.DaemonTest):
         self.assertEqual(self.rows_of_photos()[1:], (photos[1:], ["locked", "locked/sub", "open", "open/sub"]))
 
     def test_the_converters_that_run_are_asked(self):
-        for name, sample in (("a.jpg", PICTURE), ("b.jpg", PICTURE), ("c.mp4", "photo/Coast 2019/Day 2/waves.mp4"),
+        for name, sample in (("a.jpg", ""), ("b.jpg", ""), ("c.mp4", "photo/Coast 2019/Day 2/waves.mp4"),
                              ("d.avi", "video/Formats/clip.avi")):
             self.put(f"{P}/A/{name}", sample)
         for running in (("kolimkthumbd", "kolimkflvd"), ("kolimkthumbd",), ("kolimkflvd",)):

@@ -127,7 +127,7 @@ class Requests(harness.DaemonTest):
 
         names = ("Artist", "Live", "One", "Two")
         for name in names:
-            harness.hand_over(self.put(f"{P}/{name}/1.jpg", "photo/Family/IMG_3000.jpg"), "TITLE", name)
+            self.put(f"{P}/{name}/1.jpg", title=name)
         song = self.put(f"{M}/a.mp3")
         self.index(*harness.EVERYTHING)
         self.assertEqual(titles(), {name: name for name in names})
@@ -151,10 +151,9 @@ class Requests(harness.DaemonTest):
 
         # A folder of films that has moved on is known by what was written about them.
         os.makedirs(f"{P}/Live/deep/last")
-        with sqlite3.connect(f"{appliance.STORE}/photo.db") as database:
+        with appliance.change("photo") as database:
             for table in ("video_desc", "video_comment"):
                 database.execute(f"INSERT INTO {table} (path) VALUES (?)", (f"{P}/Live/deep/{table}/x.mp4",))
-        database.close()
         for table in ("video_desc", "video_comment"):
             self.index(f"N:{P}/Live/deep/gone:{P}/Live/deep/{table}", f"N:{P}/Live/deep/last:{P}/Live/deep/gone")
             self.assertEqual(self.paths(table), [f"{P}/Live/deep/last/x.mp4"])
