@@ -36,6 +36,7 @@ void KOLIDBTick(void) {}
 void PhotoDBUnitBegin(void) {}
 int PhotoDBUnitEnd(int) { return 0; }
 void PhotoDBMarkSet(const KOLIBatchMark* mark) { fake.mark = *mark; }
+int PhotoDBMarkRemove(void) { return fake.mark = {}, 0; }
 int PhotoDBSettingSet(const char* name, const char* value) { return fake.settings[name] = value, 0; }
 int PhotoInfoDBDelete(const char* path) { return Record(__func__, path); }
 int PhotoInfoDBDirDelete(const char* path) { return Record(__func__, path); }
@@ -67,10 +68,6 @@ int PhotoInfoDBSave(const koli::PhotoRecord* record, int mode) {
 int PhotoDBMarkGet(KOLIBatchMark* mark) {
     *mark = fake.mark;
     return fake.mark.offset > 0 ? 0 : -1;
-}
-int PhotoDBMarkRemove(void) {
-    fake.mark = {};
-    return 0;
 }
 int PhotoDBSettingGet(const char* name, char* value, int size) {
     const auto found = fake.settings.find(name);

@@ -75,9 +75,4 @@ struct Reading {
     FileReading file;
 };
 
-/// A fresh fake and an empty directory.
-struct Sandbox : TempDir {
-    Sandbox() { fake = {}; }
-};
-
 }  // namespace koli::test

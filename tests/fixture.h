@@ -1,5 +1,5 @@
-// The fixture of tests on the fake platform: for each a sandbox, which is also the working directory, and
-// every feature switched on.
+// The fixture of tests on the fake platform: for each a fresh fake, an empty directory, which is also the
+// working directory, and every feature switched on.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,8 +10,9 @@
 
 namespace koli::test {
 
-struct Fixture : testing::Test, Sandbox {
+struct Fixture : testing::Test, TempDir {
     Fixture() {
+        fake = {};
         std::filesystem::current_path(dir());
         support_photo = support_vidora = 1;
     }

@@ -9,7 +9,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <fstream>
 #include <new>
 
 #include "base/log.h"
@@ -45,8 +44,7 @@ pid_t StartChild(Body body) {
 
 /// False for a zombie, too, as whoever inherits an orphan may be slow to reap it.
 bool IsRunning(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    const std::string text(std::istreambuf_iterator<char>(status), {});
+    const std::string text = ReadFile("/proc/" + std::to_string(pid) + "/status");
     return !text.empty() && text.find("State:\tZ") == std::string::npos;
 }
 
@@ -196,8 +194,7 @@ TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
     settings_.fork_child = [] { return child = fork(); };
     settings_.sleep = [](const timespec& interval, const sigset_t& mask) {
         ProbePollSleep(interval, mask);
-        std::ifstream status("/proc/" + std::to_string(child) + "/status");
-        child_status.assign(std::istreambuf_iterator<char>(status), {});
+        child_status = ReadFile("/proc/" + std::to_string(child) + "/status");
     };
     MediaInfo record{}, expected{};
     strcpy(expected.path, strcpy(record.path, "/a/b.avi"));

@@ -31,6 +31,9 @@ class Thing:
         self.texts, self.pending, self.options = {}, {}, {}  # by stream: text, text to come, others that it may have
         self.is_video, self.is_photo = path.endswith(VIDEOS), path.endswith(PICTURES)
         self.is_folder = not self.is_video and not self.is_photo
+        # Of a ghost, that is, of what was thrown away: its rows, at these paths, stay when something is at `top` again
+        # before the batch is executed.
+        self.top, self.paths = path, set()
 
     def is_album(self):
         return self.is_folder and level(self.path) < 2 and not is_at(self.path, BIN)
@@ -42,13 +45,6 @@ class Thing:
     def beside(self, stream=""):
         folder, name = os.path.split(self.path)
         return f"{folder}/@eaDir/{name}" + f"/KOLIPHOTO:{stream}" * bool(stream)
-
-
-class Ghost:
-    """What was thrown away. Its rows stay when something is at `top` again before the batch is executed."""
-
-    def __init__(self, thing, top):
-        self.thing, self.top, self.paths = thing, top, {thing.path}
 
 
 class Family:
@@ -157,7 +153,8 @@ class Family:
         gone = self.below(path)
         for thing in gone:
             self.visitors.setdefault(thing.path, []).append(self.things.pop(thing.path))
-            self.ghosts.append(Ghost(thing, path))
+            thing.top, thing.paths = path, {thing.path}
+            self.ghosts.append(thing)
         if gone:
             shutil.rmtree(gone[0].beside(), ignore_errors=True)
             shutil.rmtree(path) if gone[0].is_folder else os.unlink(path)

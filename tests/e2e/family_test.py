@@ -84,7 +84,7 @@ class Check:
         return values if name in WATCHED or not self.is_watched else []
 
     def ghosts(self, thing):
-        return [ghost.thing for ghost in self.family.ghosts if thing.path in ghost.paths and not thing.known]
+        return [ghost for ghost in self.family.ghosts if thing.path in ghost.paths and not thing.known]
 
     def mix(self, thing):
         """A caption may go to whatever was at its picture's place before, and be lost for the picture."""
@@ -95,7 +95,7 @@ class Check:
 
     def doubt(self, thing, successor, new):
         """It may have what belongs to whatever was at the new name, or nothing; its successor may have its own."""
-        others = [ghost.thing for ghost in self.family.ghosts if new in ghost.paths]
+        others = [ghost for ghost in self.family.ghosts if new in ghost.paths]
         self.doubts.setdefault(thing, []).extend([Thing(thing.path), *others, *self.family.visitors[new]])
         if successor is not None:
             self.doubts.setdefault(successor, []).append(thing)

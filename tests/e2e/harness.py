@@ -118,12 +118,6 @@ class DaemonTest(unittest.TestCase):
         return [os.path.join(os.path.dirname(self.binary), "koliindexctl"), *arguments]
 
 
-def dump():
-    """Every row of every table, in an order that does not depend on how it came about."""
-    tables = appliance.MEDIA_TABLES + appliance.PHOTO_TABLES
-    return {table: sorted(sorted(row.items()) for row in appliance.rows(table)) for table in tables}
-
-
 def main():
     appliance.require_sandbox()
     DaemonTest.binary = sys.argv.pop(1)
