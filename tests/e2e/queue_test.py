@@ -138,15 +138,10 @@ class Requests(harness.DaemonTest):
             self.index()
         self.assertEqual((self.paths("music"), titles()), ([song], {name: name for name in names}))
 
-        for old, new in (("One", "T"), ("Two", "One"), ("T", "Two"), ("Artist", "X"), ("X", "Y")):
-            os.rename(f"{P}/{old}", f"{P}/{new}")
-        self.index(*[f"N:{P}/{new}:{P}/{old}" for new, old in (("T", "One"), ("One", "Two"), ("Two", "T"),
-                                                               ("X", "Artist"), ("Y", "X"))])
-        self.assertEqual(titles(), {"Live": "Live", "One": "Two", "Two": "One", "Y": "Artist"})
         for old, new, photos in ((P, M, 3), (M, P, 4)):  # to another share, and back
-            os.rename(f"{old}/Y", f"{new}/Y")
-            self.index(f"N:{new}/Y:{old}/Y", f"D:{old}/Y")
-            self.assertEqual((len(self.paths("photo_info")), self.row("photo", f"{new}/Y/1.jpg")["album"]), (photos, "Y"))
+            os.rename(f"{old}/One", f"{new}/One")
+            self.index(f"N:{new}/One:{old}/One", f"D:{old}/One")
+            self.assertEqual((len(self.paths("photo_info")), self.row("photo", f"{new}/One/1.jpg")["album"]), (photos, "One"))
         self.assertEqual(len(titles()), 4)
 
         # A folder of films that has moved on is known by what was written about them.
