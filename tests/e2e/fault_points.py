@@ -314,7 +314,7 @@ class Points:
         return found + [f"sanitizer: {path}" for path in glob.glob(appliance.SANITIZER_REPORT + "*")]
 
     def kills(self):
-        return range(len(self.calls))
+        return [(number, KILL) for number in range(len(self.calls))]
 
     def faults(self):
         return [(number, error) for number, call in enumerate(self.calls)
@@ -327,9 +327,10 @@ class Points:
             states.setdefault(hashlib.md5(repr(sorted(self.disk.state(kept).items())).encode()).digest(), kept)
         return list(states.values())
 
-    def hit(self, number, verdict, name):
+    def hit(self, point):
         """The point, and what went astray."""
-        call = self.calls[number]
+        number, verdict = point
+        call, name = self.calls[number], "kill -9" if verdict == KILL else errno.errorcode[verdict]
         restore(self.start)
         blow = Blow(number, verdict, call.name)
         end = Tracer(self.binary, blow).run()
@@ -337,12 +338,6 @@ class Points:
         is_share = verdict != KILL and any(path.startswith(SHARES) for path in call.paths)
         return (f"{name} at call {number}, {call.name}({', '.join(call.paths)})",
                 [f"the daemon {end}"] if end else self.judge(is_share))
-
-    def kill(self, number):
-        return self.hit(number, KILL, "kill -9")
-
-    def fault(self, point):
-        return self.hit(*point, errno.errorcode[point[1]])
 
     def cut(self, kept):
         restore(self.disk.state(kept))
@@ -352,4 +347,4 @@ class Points:
         return f"power cut after change {last} without {dict(lost)}", self.judge()
 
 
-KINDS = {"kill": (Points.kills, Points.kill), "fault": (Points.faults, Points.fault), "cut": (Points.cuts, Points.cut)}
+KINDS = {"kill": (Points.kills, Points.hit), "fault": (Points.faults, Points.hit), "cut": (Points.cuts, Points.cut)}
