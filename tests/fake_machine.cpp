@@ -24,7 +24,7 @@ void koli::LogError(LogSite site, const char* format, ...) {
     const char digits[] = "0123456789";
     const size_t number = text.find_first_of(digits, text.find_first_of(" (:,", 1));
     if (site.form == LogForm::kBare && number < text.size() && text.find('#') == std::string::npos)
-        text.replace(number, text.find_first_not_of(digits, number) - number, "#");
+        text.replace(number, text.find_first_not_of(digits, number) - number, 1, '#');
 }
 
 void koli::LogNotice(LogSite, const char*, ...) {}

@@ -41,7 +41,9 @@ int64_t CoarseNowMs() {
 
 // ---- Failures
 
+/// A connection whose lock could not be given back refuses for good: after a refusal a new one is made.
 void Database::BeginBatch() {
+    if (IsRefusing()) sql_.reset();
     refusal_.clear();
     told_.clear();
     written_ = false;

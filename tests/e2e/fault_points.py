@@ -230,15 +230,15 @@ class Recorder(Hook):
 
 
 class Blow(Hook):
-    """Meets the call of this number: with a kill, or with an error that such a call may give."""
+    """Meets the call of this number: with a kill, or, when it is the one that was recorded, with an error."""
 
-    def __init__(self, number, verdict, name):
-        self.number, self.verdict, self.name, self.rounds = number, verdict, name, 0
+    def __init__(self, number, verdict, recorded):
+        self.number, self.verdict, self.recorded, self.rounds = number, verdict, recorded, 0
 
     def entry(self, call):
         self.number -= 1
-        is_met = self.number == -1 and (self.verdict == KILL or call.name == self.name)
-        return self.verdict if is_met else None
+        is_same = (call.name, call.paths) == (self.recorded.name, self.recorded.paths)
+        return self.verdict if self.number == -1 and (self.verdict == KILL or is_same) else None
 
     def idle(self):
         """What was kept is tried again when a signal comes, after two quiet ticks."""
@@ -332,7 +332,7 @@ class Points:
         number, verdict = point
         call, name = self.calls[number], "kill -9" if verdict == KILL else errno.errorcode[verdict]
         restore(self.start)
-        blow = Blow(number, verdict, call.name)
+        blow = Blow(number, verdict, call)
         end = Tracer(self.binary, blow).run()
         self.unreached += blow.number >= 0  # this run made fewer calls
         is_share = verdict != KILL and any(path.startswith(SHARES) for path in call.paths)
