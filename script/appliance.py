@@ -62,7 +62,8 @@ def stop(number=signal.SIGTERM):
     pid = daemon_pid()
     if pid:
         os.kill(pid, number)
-        wait_until(lambda: not daemon_pid(), 20, "the daemon's end")
+        # A start takes one whose end nobody has waited for yet for a daemon that runs.
+        wait_until(lambda: not os.path.exists(f"/proc/{pid}"), 20, "the daemon's end")
 
 
 def enqueue(lines):
