@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""What script/run shows of a library inside the sandbox, to a terminal and a pipe."""
+"""What script/run shows of a library inside the sandbox, to a terminal, a pipe and a shell."""
 import os
 import signal
 import subprocess
@@ -11,9 +11,9 @@ WIDE = "第二" * 20
 
 
 class Run(harness.DaemonTest):
-    def show(self, *options, **environment):
+    def show(self, *options, typed="", **environment):
         """The report that it prints; nothing of it stays at work."""
-        done = subprocess.run([f"{harness.TOP}/script/index-shares", *options, self.binary], text=True,
+        done = subprocess.run([f"{harness.TOP}/script/index-shares", *options, self.binary], input=typed, text=True,
                               capture_output=True, env={**os.environ, **environment}, check=False)
         self.assertEqual((done.returncode, self.processes()), (0, 0), done.stderr)
         return done.stdout
@@ -40,6 +40,11 @@ class Run(harness.DaemonTest):
                               stderr=subprocess.PIPE) as process:
             process.stdout.close()
             self.assertEqual((process.stderr.read(), process.wait()), (b"Indexing 1 file ...\n", -signal.SIGPIPE))
+
+    def test_shell(self):
+        shown = self.show("--shell", typed="koliindexctl status; mkdir music/New\n"
+                                           "until grep New /var/spool/koli_indexing_queue; do sleep 0.1; done\n")
+        self.assertRegex(shown, "(?s)nothing to index\n.*    koliindexctl list\n.*daemon +running\n.*A:/volume1/music/New\n$")
 
     def test_share_that_a_folder_looks_like(self):
         for share, names in {"photo": "a.JPG a.xmp a.txt b.txt a", "video": "a.mkv b.mp4 a.jpg a.m3u b.m3u c.wpl",
