@@ -95,12 +95,15 @@ def print_problems(tables, files, most):
 
 
 def print_log(messages):
-    """Each kind of message once, whatever file it is about."""
-    kinds = [re.sub(r"/volume1/(.*(?=\])|.*)", "…", text) for text in messages if not text.startswith("event ")]
-    often = collections.Counter(kinds).most_common()
+    """Each kind of message once, without the files that several are about."""
+    kinds = collections.defaultdict(list)
+    for text in messages:
+        if not text.startswith("event "):
+            kinds[re.sub(r"/volume1/(.*(?=\])|.*)", "…", text)].append(text)
+    often = sorted(kinds.items(), key=lambda kind: -len(kind[1]))
     if often:
         print_table("System log", [number("times"), Column("message", 24)],
-                    [(times, message) for message, times in often[:LOG_LINES_SHOWN]], len(often))
+                    [(len(same), kind if len(same) > 1 else same[0]) for kind, same in often[:LOG_LINES_SHOWN]], len(often))
 
 
 def print_counts(tables):
