@@ -8,6 +8,7 @@
 #include "audio/cover_file.h"
 #include "base/log.h"
 #include "base/log_limit.h"
+#include "base/read_ahead.h"
 
 namespace koli {
 
@@ -56,6 +57,7 @@ struct CachedFileReader {
     int64_t buffer_end = 0;           // file offset, exclusive
     int32_t mode = 0;                 // MPEG video only: system layer, 1 = MPEG-1, 2 = MPEG-2
     int64_t end_of_file = 0;          // nothing from here on is asked for
+    ReadAhead ahead = {};             // a scan tells it how far it goes
     UnreadableBlocks unreadable = {};
     RepeatedMessage header_not_found = {};  // MpegFrameFind's message for this file
     VbrScan vbr_scan = {};

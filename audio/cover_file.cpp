@@ -126,6 +126,7 @@ int CopyFileBytes(int from, int64_t offset, int64_t length, int fd) {
         errno = ENODATA;
         return -1;
     }
+    if (length > kBlockSize) posix_fadvise(from, offset, length, POSIX_FADV_WILLNEED);
     uint8_t block[kBlockSize];
     while (length > 0) {
         const ssize_t count = pread(from, block, static_cast<size_t>(std::min(length, kBlockSize)), offset);

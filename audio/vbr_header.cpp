@@ -67,6 +67,7 @@ int64_t ScanWindow(const uint8_t* data, int64_t count, VbrScan* scan) {
 bool ContinueScan(CachedFileReader* reader) {
     VbrScan* scan = &reader->vbr_scan;
     const int64_t end = reader->size / 4;
+    reader->ahead.Expect(scan->next, end);
     while (scan->next < end) {
         const ByteWindow window = CachedWindowAt(reader, scan->next, kMarkSize);
         if (window.length < kMarkSize) break;  // the file's end

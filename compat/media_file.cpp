@@ -35,6 +35,7 @@ bool MediaFile::Open(const char* path) {
 }
 
 size_t MediaFile::Read(int64_t offset, void* buffer, size_t count) const {
+    ahead_.BeforeRead(descriptor_, offset, static_cast<int64_t>(count));
     size_t done = 0;
     while (done < count && ReadingMayGoOn()) {
         const ssize_t got = pread(descriptor_, static_cast<char*>(buffer) + done, count - done,

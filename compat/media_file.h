@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/read_ahead.h"
+
 namespace koli::compat {
 
 /// An open regular file.  Closed by its destructor.
@@ -34,6 +36,7 @@ class MediaFile {
   private:
     int descriptor_ = -1;
     int64_t size_ = 0;
+    mutable ReadAhead ahead_;  // of what Read was asked for
 };
 
 /// Unsigned big-endian integers; `bytes` needs no alignment.

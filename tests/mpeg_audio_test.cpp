@@ -5,6 +5,7 @@
 #include <map>
 #include <random>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "base/reading.h"
@@ -18,6 +19,13 @@ static Pread failing_pread;
 extern "C" ssize_t __real_pread64(int fd, void* bytes, size_t count, off_t offset);
 extern "C" ssize_t __wrap_pread64(int fd, void* bytes, size_t count, off_t offset) {
     return failing_pread ? failing_pread(fd, bytes, count, offset) : __real_pread64(fd, bytes, count, offset);
+}
+
+/// What was asked for ahead of the reads, from where to where; -1 as the end of a file without read-ahead.
+static std::vector<std::pair<off_t, off_t>> asked_for;
+extern "C" int __wrap_posix_fadvise64(int, off_t offset, off_t length, int advice) {
+    asked_for.emplace_back(offset, advice == POSIX_FADV_WILLNEED ? offset + length : -1);
+    return 0;
 }
 
 namespace koli::test {
@@ -157,6 +165,22 @@ TEST_F(Mpeg, ReadsWhatLiesBehindAnUnreadableBlockAndAsksForThatOnce) {
     EXPECT_EQ(MpegFirstFrame(&dead.reader, 0, &dead.header), -1);
     EXPECT_EQ(dead.reader.unreadable.failures, UnreadableBlocks::kMost);
     failing_pread = nullptr;
+}
+
+TEST_F(Mpeg, AsksTheDiskForWhatAScanReadsAndForNothingElse) {
+    asked_for.clear();
+    Opened file(Audio(50000));
+    ASSERT_EQ(MpegFirstFrame(&file.reader, 0, &file.header), 0);
+    EXPECT_EQ(asked_for, (std::vector<std::pair<off_t, off_t>>{{0, -1}}));  // no read-ahead of the kernel's
+    EXPECT_EQ(XingHeaderRead(&file.reader, 0, &file.header), -1);
+    EXPECT_EQ(VbriHeaderRead(&file.reader, 0, &file.header), -1);
+    off_t end = 16381;  // where the first buffer has no whole mark any more
+    for (size_t i = 1; i < asked_for.size(); ++i) {
+        EXPECT_EQ(asked_for[i].first, end);
+        end = asked_for[i].second;
+    }
+    EXPECT_EQ(end, file.reader.size / 4);
+    EXPECT_LE(asked_for.size(), 8U);
 }
 
 TEST_F(Mpeg, StepsOverTheHolesOfASparseFile) {

@@ -7,6 +7,8 @@ extern "C" {
 
 #include <cstdint>
 
+#include "base/read_ahead.h"
+
 namespace koli {
 
 /// A container, read through a descriptor.
@@ -30,6 +32,8 @@ class MediaInput {
     int64_t Size() const;
 
     int file_;
+    int64_t at_ = 0;  // the file's offset
+    ReadAhead ahead_;
     AVIOContext* io_ = nullptr;
     AVFormatContext* context_ = nullptr;
 };

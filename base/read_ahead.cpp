@@ -1,0 +1,34 @@
+#include "base/read_ahead.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+
+namespace koli {
+
+void ReadAhead::Expect(int64_t from, int64_t end) {
+    if (end == expected_end_) return;
+    expected_end_ = end;
+    requested_ = from;
+}
+
+int64_t ReadAhead::Worth(int64_t offset, int64_t length) {
+    const bool goes_on = offset <= next_ && offset + length >= next_;
+    if (!goes_on) requested_ = offset;
+    in_order_ = goes_on ? in_order_ + length : 0;
+    next_ = offset + length;
+    if (offset < expected_end_) return std::min(expected_end_ - offset, kMost);
+    return in_order_ < kMostGuessed / 4 ? 0 : std::min(in_order_ + length, kMostGuessed);
+}
+
+void ReadAhead::BeforeRead(int file, int64_t offset, int64_t length) {
+    const int64_t worth = Worth(offset, length);
+    if (requested_ - offset > worth / 2) return;
+    const int64_t from = std::max(offset, requested_);
+    const int64_t count = offset + worth - from;
+    if (count < length) return;  // the read itself asks for that
+    posix_fadvise(file, from, count, POSIX_FADV_WILLNEED);
+    requested_ = from + count;
+}
+
+}  // namespace koli

@@ -1,0 +1,87 @@
+// What the disk reads for a walk over files that are not in the page cache, beside what the readers ask for:
+//
+//   cold_bench DIR
+//
+// The requests are counted over all disks of the machine: let nothing else run beside it.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "base/features.h"
+#include "bench/measure.h"
+#include "index/directory.h"
+#include "index/record/index_mode.h"
+#include "platform/kolidb.h"
+
+namespace koli::bench {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Counters {
+    double asked = 0;     // bytes given by read calls
+    double read = 0;      // bytes fetched from disks for this process
+    double requests = 0;  // of all disks
+};
+
+Counters CountersNow() {
+    Counters now;
+    char key[32];
+    double value = 0;
+    FILE* file = fopen("/proc/self/io", "re");
+    if (file == nullptr) Fail("/proc/self/io");
+    while (fscanf(file, "%31[^:]: %lf ", key, &value) == 2) {
+        if (std::string_view(key) == "rchar") now.asked = value;
+        if (std::string_view(key) == "read_bytes") now.read = value;
+    }
+    fclose(file);
+    file = fopen("/proc/diskstats", "re");
+    if (file == nullptr) Fail("/proc/diskstats");
+    while (fscanf(file, "%*d %*d %*s %lf %*[^\n]", &value) == 1)
+        now.requests += value;
+    fclose(file);
+    return now;
+}
+
+/// Drops what the page cache holds of a file.
+void Evict(const fs::path& path) {
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0 || posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED) != 0) Fail(path.c_str());
+    close(fd);
+}
+
+}  // namespace
+
+int Run(const char* dir) {
+    support_photo = 1;
+    int files = 0;
+    sync();
+    for (const auto& entry : fs::recursive_directory_iterator(dir))
+        if (entry.is_regular_file()) Evict(entry.path()), ++files;
+    FreshStores();
+    const Counters before = CountersNow();
+    const Pass pass = Measure([&] {
+        IndexWalk(dir, kModeAdd, kWalkMediaStore | kWalkPhotoLibrary);
+        KOLIDBSync();
+    });
+    const Counters after = CountersNow();
+    const double asked = after.asked - before.asked;
+    const double read = after.read - before.read;
+    const double requests = after.requests - before.requests;
+    printf("%d files: %.1f MB asked for, %.1f MB read from the disk (%.2f times), %.1f requests a file of %.0f KB, "
+           "%.2f ms a file\n",
+           files, asked / 1e6, read / 1e6, read / asked, requests / files, read / requests / 1e3,
+           pass.seconds * 1e3 / files);
+    return 0;
+}
+
+}  // namespace koli::bench
+
+int main(int argc, char** argv) {
+    if (argc == 2) return koli::bench::Run(argv[1]);
+    fprintf(stderr, "usage: cold_bench DIR\n");
+    return 2;
+}
