@@ -6,6 +6,14 @@
 
 namespace koli {
 
+/// Some file systems (FUSE) bring no more than 128 KB at a call: for them the second half is named again,
+/// which costs all others nothing.
+void ReadAheadRequest(int file, int64_t offset, int64_t length) {
+    constexpr int64_t kSmallest = 1 << 17;
+    posix_fadvise(file, offset, length, POSIX_FADV_WILLNEED);
+    if (length > kSmallest) posix_fadvise(file, offset + kSmallest, length - kSmallest, POSIX_FADV_WILLNEED);
+}
+
 void ReadAhead::Expect(int64_t from, int64_t end) {
     if (end == expected_end_) return;
     expected_end_ = end;
@@ -24,11 +32,11 @@ int64_t ReadAhead::Worth(int64_t offset, int64_t length) {
 void ReadAhead::BeforeRead(int file, int64_t offset, int64_t length) {
     const int64_t worth = Worth(offset, length);
     if (requested_ - offset > worth / 2) return;
-    const int64_t from = std::max(offset, requested_);
-    const int64_t count = offset + worth - from;
-    if (count < length) return;  // the read itself asks for that
-    posix_fadvise(file, from, count, POSIX_FADV_WILLNEED);
-    requested_ = from + count;
+    const int64_t end = offset + worth;
+    if (end - std::max(offset, requested_) < length) return;  // the read itself asks for that
+    for (requested_ = std::max(offset, requested_); requested_ < end;
+         requested_ = std::min(requested_ + kRequest, end))
+        ReadAheadRequest(file, requested_, std::min(kRequest, end - requested_));
 }
 
 }  // namespace koli
