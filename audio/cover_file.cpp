@@ -13,6 +13,7 @@
 #include "base/held_folder.h"
 #include "base/media_info.h"
 #include "base/passing_error.h"
+#include "base/read_ahead.h"
 #include "base/reading.h"
 #include "base/written_file_systems.h"
 #include "platform/koliindex.h"
@@ -126,7 +127,7 @@ int CopyFileBytes(int from, int64_t offset, int64_t length, int fd) {
         errno = ENODATA;
         return -1;
     }
-    if (length > kBlockSize) posix_fadvise(from, offset, length, POSIX_FADV_WILLNEED);
+    if (length > kBlockSize) ReadAheadRequest(from, offset, offset + length);
     uint8_t block[kBlockSize];
     while (length > 0) {
         const ssize_t count = pread(from, block, static_cast<size_t>(std::min(length, kBlockSize)), offset);

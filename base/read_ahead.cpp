@@ -6,12 +6,12 @@
 
 namespace koli {
 
-/// Some file systems (FUSE) bring no more than 128 KB at a call: for them the second half is named again,
-/// which costs all others nothing.
-void ReadAheadRequest(int file, int64_t offset, int64_t length) {
-    constexpr int64_t kSmallest = 1 << 17;
-    posix_fadvise(file, offset, length, POSIX_FADV_WILLNEED);
-    if (length > kSmallest) posix_fadvise(file, offset + kSmallest, length - kSmallest, POSIX_FADV_WILLNEED);
+/// Some file systems (FUSE) bring no more than 128 KB at a call: for them the second half of each request is
+/// named again, which costs all others nothing.
+void ReadAheadRequest(int file, int64_t from, int64_t end) {
+    constexpr int64_t kHalf = 1 << 17;
+    for (bool is_second = false; from < end; from += kHalf, is_second = !is_second)
+        posix_fadvise(file, from, std::min(is_second ? kHalf : 2 * kHalf, end - from), POSIX_FADV_WILLNEED);
 }
 
 void ReadAhead::Expect(int64_t from, int64_t end) {
@@ -34,9 +34,8 @@ void ReadAhead::BeforeRead(int file, int64_t offset, int64_t length) {
     if (requested_ - offset > worth / 2) return;
     const int64_t end = offset + worth;
     if (end - std::max(offset, requested_) < length) return;  // the read itself asks for that
-    for (requested_ = std::max(offset, requested_); requested_ < end;
-         requested_ = std::min(requested_ + kRequest, end))
-        ReadAheadRequest(file, requested_, std::min(kRequest, end - requested_));
+    ReadAheadRequest(file, std::max(offset, requested_), end);
+    requested_ = end;
 }
 
 }  // namespace koli

@@ -5,16 +5,15 @@
 
 namespace koli {
 
-/// Asks for `length` bytes at `offset` of an open file, at most 256 KB, and does not wait for them.  errno
-/// stays as it is.
-void ReadAheadRequest(int file, int64_t offset, int64_t length);
+/// Asks for [from, end) of an open file, in requests of 256 KB, and does not wait for them.  errno stays as
+/// it is.
+void ReadAheadRequest(int file, int64_t from, int64_t end);
 
 /// The reads of one open file.  The kernel's own read-ahead is off (OpenForReading), as it guesses: it brings
 /// three times what is read of a song.  Here the reader says what it goes through; of what it does not say,
 /// bytes that are read in order are followed by as many more.
 class ReadAhead {
   public:
-    static constexpr int64_t kRequest = 1 << 18;      // bytes of one request
     static constexpr int64_t kMost = 1 << 21;         // bytes ahead of what is expected
     static constexpr int64_t kMostGuessed = 1 << 18;  // the same of what is only likely
 

@@ -39,6 +39,7 @@ void Wait() {
 }
 
 void* Init(fuse_conn_info* connection, fuse_config* config) {
+    connection->want |= connection->capable & FUSE_CAP_PARALLEL_DIROPS;
     connection->max_background = 64;
     connection->max_readahead = 1 << 20;
     config->kernel_cache = 1;

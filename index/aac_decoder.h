@@ -7,7 +7,8 @@ namespace koli {
 
 /// Copies a command's first word: the path that the build has set, absolute, or relative to the folder of the
 /// running daemon's program and then quoted for the shell.  So an installed daemon starts what is installed
-/// with it, and one of a build tree what was built with it.  Returns 0, or -1 when it cannot be told (logged).
+/// with it, and one of a build tree what was built with it.  Returns 0, or -1 when it cannot be told
+/// (logged).
 int AacDecoderGet(char (&word)[kPathSize]);
 
 }  // namespace koli

@@ -8,6 +8,7 @@
 #include "base/foothold.h"
 #include "base/log.h"
 #include "base/media_info.h"
+#include "index/forerunner.h"
 #include "index/index.h"
 #include "index/record/directory_listing.h"
 #include "index/record/index_mode.h"
@@ -26,6 +27,8 @@ constexpr const char kModule[] = "directory";
 /// Levels of a tree whose directories stay open during the walk.  Deeper ones are read ahead and closed, so
 /// that neither the limit of open files nor the 32 KiB of each open directory counts.
 constexpr int kMaxOpenLevels = 32;
+
+constexpr int kFilesAhead = 8;  // of a folder; some MB each, at most
 
 // The stores of a walk are named by the databases' bits.
 static_assert(static_cast<int>(kWalkMediaStore) == KOLI_MEDIA_DB &&
@@ -71,6 +74,8 @@ class TreeWalk {
     bool MayFollow(const FolderWay& way);
     void MissUnknown();
     bool Append(const char* name);
+    void Cut(size_t length);
+    void RunAhead(DirectoryListing& listing);
 
     const int mode_;
     const bool is_rebuild_;
@@ -81,6 +86,7 @@ class TreeWalk {
     size_t length_ = 0;  // of path_
     int depth_ = 0;      // of path_ below the top
     LinkLimit links_;
+    Forerunner forerunner_;
 };
 
 void TreeWalk::Run(const char* path) {
@@ -124,12 +130,26 @@ void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
 void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
     const size_t length = length_;
     ++depth_;
-    for (auto entry = listing.Next(); entry.name != nullptr && HasWork(); entry = listing.Next()) {
+    for (;;) {
+        RunAhead(listing);
+        const auto entry = listing.Next();
+        if (entry.name == nullptr || !HasWork()) break;
         if (Append(entry.name)) WalkEntry(entry.type, listing, way);
-        length_ = length;
-        path_[length_] = '\0';
+        Cut(length);
     }
     --depth_;
+}
+
+/// Where the disk is slow: the files behind the next entry of a folder are on their way while it is indexed.
+void TreeWalk::RunAhead(DirectoryListing& listing) {
+    if (!forerunner_.IsWanted()) return;
+    const size_t length = length_;
+    for (auto entry = listing.Ahead(kFilesAhead); entry.name != nullptr; entry = listing.Ahead(kFilesAhead)) {
+        const bool is_folder = entry.type == DT_DIR;
+        if ((is_folder || entry.type == DT_REG) && Append(entry.name) && (!is_folder || Append("")))
+            forerunner_.Announce(path_);
+        Cut(length);
+    }
 }
 
 /// The file system is asked only where the directory did not already tell what the entry is.
@@ -182,6 +202,11 @@ bool TreeWalk::MayFollow(const FolderWay& way) {
 void TreeWalk::MissUnknown() {
     KOLI_LOG("%s (%d) Failed to look at %s. (%s)", path_, strerror(errno));
     if (is_rebuild_) MediaRebuildMiss(path_);
+}
+
+void TreeWalk::Cut(size_t length) {
+    length_ = length;
+    path_[length_] = '\0';
 }
 
 /// Adds "/name" to the path; false when that does not fit, the path is then unchanged.
