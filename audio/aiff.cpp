@@ -27,17 +27,16 @@ void StoreAudioFormat(const char* path, MediaInfo* record) {
 
 }  // namespace
 
-int AiffMetadataRead(const char* path, MediaInfo* record) {
+int AiffMetadataRead(const KnownPath& path, MediaInfo* record) {
     if (MediaInfoBegin(path, record, LogSite(kModule)) != 0) return -1;
-    StoreAudioFormat(path, record);
-    MediaInfoTimes(record);
+    StoreAudioFormat(path.text(), record);
     MediaInfoValid(record);
 
-    MediaInfoNames(path, NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
+    MediaInfoNames(path.text(), NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
     return 0;
 }
 
-int AiffFileAdd(const char* path) {
+int AiffFileAdd(const KnownPath& path) {
     MediaInfo record;
     if (AiffMetadataRead(path, &record) < 0) return -1;
     return SaveMediaInfo(kStoreMusic, record, -1, LogSite(kModule),

@@ -6,7 +6,7 @@
 
 #include <unistd.h>
 
-#include "base/open_file.h"
+#include "base/regular_file.h"
 #include "base/reading.h"
 
 namespace koli {
@@ -27,10 +27,7 @@ int64_t ReadOnce(CachedFileReader* reader, int64_t offset, void* bytes, int64_t 
         reader->end_of_file = 0;
         return -1;
     }
-    ssize_t count = 0;
-    do {
-        count = pread(fileno(reader->fp), bytes, static_cast<size_t>(length), offset);
-    } while (count < 0 && errno == EINTR);
+    const ssize_t count = ReadAt(fileno(reader->fp), offset, bytes, static_cast<size_t>(length));
     if (count > 0) return count;
     const int error = count == 0 ? EIO : errno;  // cut off in the meantime
     ReadingFailed(error);
@@ -96,14 +93,13 @@ void UnreadableBlocks::Add(int64_t offset) {
 
 int CachedFileOpen(CachedFileReader* reader, const char* path, LogSite site) {
     ReadingOpen(path);
-    const int fd = OpenForReading(path);
-    reader->fp = fd >= 0 ? fdopen(fd, "rb") : nullptr;
+    reader->fp = StreamOf(OpenForReading(path));
     if (reader->fp == nullptr) {
         ReadingFailed(errno);
-        if (fd >= 0) close(fd);
         LogError("%s (%d) Unable to open %s ", site.module, site.line, path);
         return -1;
     }
+    const int fd = fileno(reader->fp);
     if (lseek(fd, 0, SEEK_END) == -1) {
         LogError("%s (%d) Unable to seek to end %s ", site.module, site.line, path);
         CachedFileClose(reader);

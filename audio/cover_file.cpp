@@ -15,6 +15,7 @@
 #include "base/passing_error.h"
 #include "base/read_ahead.h"
 #include "base/reading.h"
+#include "base/regular_file.h"
 #include "base/written_file_systems.h"
 #include "platform/koliindex.h"
 
@@ -130,8 +131,7 @@ int CopyFileBytes(int from, int64_t offset, int64_t length, int fd) {
     if (length > kBlockSize) ReadAheadRequest(from, offset, offset + length);
     uint8_t block[kBlockSize];
     while (length > 0) {
-        const ssize_t count = pread(from, block, static_cast<size_t>(std::min(length, kBlockSize)), offset);
-        if (count < 0 && errno == EINTR) continue;
+        const ssize_t count = ReadAt(from, offset, block, static_cast<size_t>(std::min(length, kBlockSize)));
         if (count == 0) errno = ENODATA;  // cut off in the meantime
         if (count < 0) ReadingFailed(errno);
         if (count <= 0 || WriteFully(fd, block, static_cast<size_t>(count)) != 0) return -1;

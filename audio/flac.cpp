@@ -1,7 +1,5 @@
 #include "audio/flac.h"
 
-#include <sys/stat.h>
-
 #include <strings.h>
 #include <cerrno>
 #include <cstring>
@@ -64,31 +62,29 @@ void StoreComment(const FLAC__StreamMetadata_VorbisComment_Entry& entry, MediaIn
 
 }  // namespace
 
-int FlacMetadataRead(const char* path, MediaInfo* record) {
-    if (path == nullptr || *path == '\0' || record == nullptr) {
+int FlacMetadataRead(const KnownPath& path, MediaInfo* record) {
+    if (path.IsEmpty() || record == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    struct stat status;
-    const bool is_known = stat(path, &status) == 0;
-    if (!is_known) ReadingFailed(errno);
-    if (!is_known || !S_ISREG(status.st_mode)) {
-        KOLI_LOG("%s (%d) Stat file error: %s.", path);
+    if (path.status() == nullptr) ReadingFailed(errno);
+    if (path.file() == nullptr) {
+        KOLI_LOG("%s (%d) Stat file error: %s.", path.text());
         return -1;
     }
 
-    compat::MediaFile file;
+    MediaFile file;
     const FlacBlock stream_info =
-        file.Open(path) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
+        file.Open(path.text()) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
     if (stream_info == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path);
+        KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path.text());
         return -1;
     }
-    StoreStreamInfo(stream_info->data.stream_info, status.st_size, record);
+    StoreStreamInfo(stream_info->data.stream_info, path.file()->st_size, record);
 
     const FlacBlock tags = FlacBlockRead(file, FLAC__METADATA_TYPE_VORBIS_COMMENT);
     if (tags == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path);
+        KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path.text());
         return -1;
     }
     const FLAC__StreamMetadata_VorbisComment& comments = tags->data.vorbis_comment;
@@ -97,17 +93,16 @@ int FlacMetadataRead(const char* path, MediaInfo* record) {
     return 0;
 }
 
-int FlacFileAdd(const char* path) {
+int FlacFileAdd(const KnownPath& path) {
     MediaInfo record;
     if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
-    MediaInfoNames(path, NamesFromPath::kPreset, &record, LogSite(kModule));
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
     if (FlacMetadataRead(path, &record) < 0) {
         KOLI_LOG("%s (%d) Failed to parse music metadata.");
         result = 1;
     }
-    MediaInfoTimes(&record);
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
                          "%s (%d) Failed to save media info to database.");
 }

@@ -12,7 +12,7 @@ struct DecoderDelete {
 };
 
 struct FlacStream {
-    const compat::MediaFile& file;
+    const MediaFile& file;
     int64_t position = 0;
     FlacBlock block = nullptr;
     bool has_error = false;
@@ -78,7 +78,7 @@ void OnError(const FLAC__StreamDecoder*, FLAC__StreamDecoderErrorStatus status, 
 
 }  // namespace
 
-FlacBlock FlacBlockRead(const compat::MediaFile& file, FLAC__MetadataType type) {
+FlacBlock FlacBlockRead(const MediaFile& file, FLAC__MetadataType type) {
     FlacStream stream{file};
     const std::unique_ptr<FLAC__StreamDecoder, DecoderDelete> decoder(FLAC__stream_decoder_new());
     if (decoder == nullptr) return nullptr;

@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "compat/media_file.h"
+#include "base/regular_file.h"
 
 namespace koli {
 
@@ -19,6 +19,6 @@ using FlacBlock = std::unique_ptr<FLAC__StreamMetadata, FlacBlockDelete>;
 /// themselves, search all of it for its marker and follow its blocks however many there are, so that a sparse
 /// file of a terabyte would hold the daemon for hours: here the processor time is bounded as for every other
 /// reader (base/reading.h), and the holes in front of the marker are stepped over.
-FlacBlock FlacBlockRead(const compat::MediaFile& file, FLAC__MetadataType type);
+FlacBlock FlacBlockRead(const MediaFile& file, FLAC__MetadataType type);
 
 }  // namespace koli

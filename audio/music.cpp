@@ -11,18 +11,17 @@ namespace {
 constexpr const char kModule[] = "music";
 }
 
-int MusicFileAdd(const char* path) {
+int MusicFileAdd(const KnownPath& path) {
     MediaInfo record;
     if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
-    TitleFromPath(path, record.title, sizeof record.title);
+    TitleFromPath(path.text(), record.title, sizeof record.title);
     int result = -1;
-    if (Mp3MetadataParse(path, &record) < 0) {
+    if (Mp3MetadataParse(path.text(), &record) < 0) {
         KOLI_LOG("%s (%d) Failed to parse music metadata.");
         result = 1;
     }
-    MediaInfoTimes(&record);
     MediaInfoValid(&record);
-    MediaInfoNames(path, NamesFromPath::kOnlyEmpty, &record, LogSite(kModule));
+    MediaInfoNames(path.text(), NamesFromPath::kOnlyEmpty, &record, LogSite(kModule));
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
                          "%s (%d) Failed to save media info to database.");
 }

@@ -19,4 +19,17 @@ bool IsLink(unsigned char type, const char* path) {
     return LstatNear(path, &status) == 0 && S_ISLNK(status.st_mode);
 }
 
+bool LinkLimit::MayFollow(const FolderWay& way, const char* path, LogSite site) {
+    if (IsFree(way)) return true;
+    if (followed_ < kDeepLinksMax) {
+        ++followed_;
+        return true;
+    }
+    if (!has_left_out_)
+        LogError("%s (%d) Too many links below links: %s and those after it are not followed.", site.module,
+                 site.line, path);
+    has_left_out_ = true;
+    return false;
+}
+
 }  // namespace koli

@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include "base/log.h"
+
 namespace koli {
 
 /// A folder on the way from the top of a walk to the current one; lives on the stack of the walk.
@@ -31,18 +33,9 @@ bool IsLink(unsigned char type, const char* path);
 /// followed, and what lies deeper is met in a bounded number of ways.
 class LinkLimit {
   public:
-    /// Whether the walk may enter a folder that it reaches from `way` by a link.
-    bool MayFollow(const FolderWay& way) {
-        if (IsFree(way) || followed_ < kDeepLinksMax) {
-            followed_ += IsFree(way) ? 0 : 1;
-            return true;
-        }
-        left_out_ += left_out_ < 2 ? 1 : 0;
-        return false;
-    }
-
-    /// After a MayFollow that said no: whether it was the walk's first, which is worth a log line.
-    bool IsFirstLeftOut() const { return left_out_ == 1; }
+    /// Whether the walk may enter a folder, `path`, that it reaches from `way` by a link.  The first one that
+    /// it may not is logged in the name of `site`.
+    bool MayFollow(const FolderWay& way, const char* path, LogSite site);
 
     /// Whether every walk enters such a folder.
     static bool IsFree(const FolderWay& way) { return way.links < kFreeLinks; }
@@ -52,7 +45,7 @@ class LinkLimit {
     static constexpr int kDeepLinksMax = 10000;
 
     int followed_ = 0;  // deep ones
-    int left_out_ = 0;  // stops at 2
+    bool has_left_out_ = false;
 };
 
 }  // namespace koli

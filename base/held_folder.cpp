@@ -7,13 +7,13 @@
 #include <string>
 
 #include "base/foothold.h"
+#include "base/metadata_folder.h"
 #include "base/path_names.h"
 
 namespace koli {
 namespace {
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK;
-constexpr std::string_view kAttributes = "@eaDir";
 
 /// Cuts the last component, and its '/', off; returns it.
 std::string_view CutLast(std::string_view* path) {
@@ -50,8 +50,8 @@ HeldFolder HeldFolder::Open(std::string_view path) {
 HeldFolder HeldFolder::OpenAttributes(std::string_view path, mode_t mode) {
     std::string_view folder = path;
     const std::string name(CutLast(&folder));
-    if (CutLast(&folder) != kAttributes) return Open(path);
-    return Open(folder).Enter(kAttributes.data(), mode).Enter(name.c_str(), mode);
+    if (CutLast(&folder) != kMetadataFolder) return Open(path);
+    return Open(folder).Enter(kMetadataFolder, mode).Enter(name.c_str(), mode);
 }
 
 /// The descriptor; -1 with errno set.
@@ -80,10 +80,10 @@ int HeldFolder::Remove(const char* name) const {
     return Checked() < 0 ? -1 : unlinkat(fd_, name, 0);
 }
 
-int HeldFolder::Release() {
-    const int fd = Checked();
-    fd_ = -1;
-    return fd;
+DIR* HeldFolder::Stream() {
+    DIR* const stream = Checked() < 0 ? nullptr : fdopendir(fd_);
+    if (stream != nullptr) fd_ = -1;
+    return stream;
 }
 
 AttributeFile::AttributeFile(const char* path)

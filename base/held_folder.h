@@ -4,6 +4,7 @@
 // looks at its path would lead it out of the share.  What a descriptor stands for cannot be swapped.
 #pragma once
 
+#include <dirent.h>
 #include <sys/stat.h>
 #include <sys/types.h>
 
@@ -15,6 +16,9 @@ namespace koli {
 /// could not be opened they all fail with the errno of its opening.
 class HeldFolder {
   public:
+    /// Takes over a folder's descriptor; -1, with errno set, for one that could not be opened.
+    explicit HeldFolder(int fd);
+
     /// Opens `path`; links are followed.
     static HeldFolder Open(std::string_view path);
 
@@ -43,11 +47,11 @@ class HeldFolder {
     /// Removes an entry that is no folder.  Returns 0, or -1.
     int Remove(const char* name) const;
 
-    /// Gives the descriptor away, -1 when there is none; the folder is no longer ok().
-    int Release();
+    /// Gives the folder away as the stream of its entries.  Null when there is none; else the folder is no
+    /// longer ok().
+    DIR* Stream();
 
   private:
-    explicit HeldFolder(int fd);
     int Checked() const;
 
     int fd_;

@@ -3,6 +3,7 @@
 //
 //   index_bench KIND DIR      mp3, photo, flac, aiff, m4a, m4a-probe or dat
 //   index_bench walk DIR      one pass, for counting system calls from outside
+//   index_bench A|a DIR       the same by a request for each file
 //
 // Each figure is the median of several passes over files in the page cache; the stores lie below $TMPDIR.
 #include <strings.h>
@@ -20,6 +21,7 @@
 #include "bench/bare_reader.h"
 #include "bench/bare_rows.h"
 #include "bench/measure.h"
+#include "daemon/requests.h"
 #include "index/directory.h"
 #include "index/record/index_mode.h"
 #include "index/record/util.h"
@@ -191,11 +193,19 @@ int Compare(const Kind& kind, const std::string& dir) {
     return 0;
 }
 
+void RequestEach(char letter, const std::string& dir) {
+    for (std::string& path : FilesBelow(dir, "")) {
+        RequestExecute(letter, {path.data(), false, true, KOLI_MEDIA_DB | KOLI_PHOTO_DB});
+    }
+    KOLIDBSync();
+}
+
 int Run(const std::string& mode, const std::string& dir) {
     support_photo = 1;
-    if (mode == "walk") {
+    if (mode == "walk" || mode == "A" || mode == "a") {
         FreshStores();
-        Walk(dir);
+        if (mode == "walk") Walk(dir);
+        if (mode != "walk") RequestEach(mode.front(), dir);
         return 0;
     }
     for (const Kind& kind : kKinds)
@@ -209,6 +219,6 @@ int Run(const std::string& mode, const std::string& dir) {
 
 int main(int argc, char** argv) {
     if (argc == 3) return koli::bench::Run(argv[1], argv[2]);
-    fprintf(stderr, "usage: index_bench KIND|walk DIR\n");
+    fprintf(stderr, "usage: index_bench KIND|walk|A|a DIR\n");
     return 2;
 }

@@ -4,7 +4,8 @@
 #include <limits>
 #include <new>
 
-#include "compat/media_file.h"
+#include "base/regular_file.h"
+#include "compat/big_endian_fields.h"
 
 struct AIFF_File {
     uint64_t sample_frames;
@@ -77,7 +78,7 @@ bool ReadComm(const MediaFile& media, AIFF_File* file) {
 extern "C" {
 
 AIFF_Ref AIFF_OpenFile(const char* path, int flags) {
-    koli::compat::MediaFile media;
+    koli::MediaFile media;
     AIFF_File file{};
     if (path == nullptr || flags != F_RDONLY || !media.Open(path) || !koli::compat::ReadComm(media, &file))
         return nullptr;

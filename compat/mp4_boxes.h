@@ -9,7 +9,8 @@
 //          8 / 16  what it holds: fields, boxes, or fields followed by boxes
 #pragma once
 
-#include "compat/media_file.h"
+#include "base/regular_file.h"
+#include "compat/big_endian_fields.h"
 
 namespace koli::compat {
 

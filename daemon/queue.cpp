@@ -1,7 +1,5 @@
 #include "daemon/queue.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,7 +11,7 @@
 
 #include "base/folder_sync.h"
 #include "base/log.h"
-#include "base/open_file.h"
+#include "base/regular_file.h"
 #include "base/passing_error.h"
 #include "base/reading_mark.h"
 #include "base/written_file_systems.h"
@@ -44,22 +42,8 @@ void TakeOver(const QueueFiles& files) {
     }
 }
 
-/// Opens a regular file, else null with errno set: a FIFO must not block the daemon.
-FILE* OpenRegularFile(const char* path) {
-    const int fd = OpenForReading(path);
-    if (fd < 0) return nullptr;
-    struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode))
-        if (FILE* file = fdopen(fd, "r"); file != nullptr) return file;
-    const int error = errno != 0 ? errno : EINVAL;
-    close(fd);
-    errno = error;
-    return nullptr;
-}
-
 FILE* OpenBatch(const QueueFiles& files) {
-    errno = 0;
-    FILE* batch = OpenRegularFile(files.batch);
+    FILE* batch = StreamOf(RegularFile(files.batch).Release());
     if (batch != nullptr) return batch;
     const int error = errno;
     if (IsPassingError(error)) {

@@ -4,8 +4,10 @@
 #include <cstring>
 
 #include "base/features.h"
+#include "base/known_path.h"
 #include "base/log.h"
 #include "daemon/rename.h"
+#include "index/both_stores.h"
 #include "index/directory.h"
 #include "index/index.h"
 #include "index/record/index_mode.h"
@@ -13,7 +15,6 @@
 #include "photo/albums/photo_resync.h"
 #include "photo/albums/photo_share.h"
 #include "photo/albums/share_fs.h"
-#include "photo/conversion.h"
 #include "photo/photo_library.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
@@ -47,12 +48,14 @@ int WalkTypesOf(const RequestArgument& argument) {
     return argument.stores & ~KOLIDBRefusing();
 }
 
+/// A directory may have gone while it was walked through.
 void AddTree(RequestArgument argument) {
-    const char* path = argument.text;
+    const KnownPath path(argument.text);
     IndexWalk(path, kModeAdd, WalkTypesOf(argument));
-    if (!RequestWorksOnPhotos(argument, path) || IsDirExist(path) == 0) return;
+    if (!RequestWorksOnPhotos(argument, path.text()) || !path.IsDirectory() || IsDirExist(path.text()) == 0)
+        return;
     PhotoShareFsCheck();
-    PhotoShareWalk(path);
+    PhotoShareWalk(path.text());
 }
 
 void DeleteTree(RequestArgument argument) {
@@ -62,18 +65,13 @@ void DeleteTree(RequestArgument argument) {
     if (RequestWorksOnPhotos(argument, path)) PhotoShareUpdate(path, kAlbumDelete);
 }
 
-/// What the media store could not take now says nothing about the file.
 void AddFile(RequestArgument argument) {
-    const char* path = argument.text;
-    int result = 0;
-    if (RequestWorksOn(argument, KOLI_MEDIA_DB)) result = IndexOnePath(path, kModeAdd);
-    if (!RequestWorksOnPhotos(argument, path)) return;
-    if (result == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
-        PhotoLibraryIndex(path, kModeAdd);
-    } else {
-        FlvConvert(path);
-    }
-    if (IsDirExist(path) != 0) PhotoShareUpdate(path, kAlbumCreate);
+    const KnownPath path(argument.text);
+    const bool is_directory = path.IsDirectory();
+    const bool has_photos = RequestWorksOnPhotos(argument, path.text());
+    IndexInStores(path, kModeAdd, WalkTypesOf(argument) & ~(has_photos ? 0 : kWalkPhotoLibrary));
+    if (is_directory && RequestWorksOnPhotos(argument, path.text()))
+        PhotoShareUpdate(path.text(), kAlbumCreate);
 }
 
 void DeleteFile(RequestArgument argument) {

@@ -1,14 +1,13 @@
 #include "daemon/waiting_renames.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <new>
 
-#include "base/open_file.h"
+#include "base/regular_file.h"
 #include "index/record/share_path.h"
 
 namespace koli {
@@ -62,12 +61,8 @@ void WaitingRenames::Update(const char* file, int64_t begin) {
     }
     const bool is_same = inode_ == status.st_ino && device_ == status.st_dev && size_ <= status.st_size;
     if (is_same && size_ == status.st_size) return;
-    const int fd = OpenForReading(file);
-    const std::unique_ptr<FILE, decltype(&fclose)> lines(fd >= 0 ? fdopen(fd, "r") : nullptr, &fclose);
-    if (lines == nullptr) {
-        if (fd >= 0) close(fd);
-        return;
-    }
+    const std::unique_ptr<FILE, decltype(&fclose)> lines(StreamOf(RegularFile(file).Release()), &fclose);
+    if (lines == nullptr) return;
     if (!is_same) *this = {};
     read_to_ = std::max(read_to_, begin);
     if (fseeko(lines.get(), read_to_, SEEK_SET) == 0) Read(lines.get());

@@ -174,14 +174,14 @@ int AacInfoGet(const char* path, MediaInfo* record) {
     return 0;
 }
 
-int AacFileAdd(const char* path) {
-    if (path == nullptr) {
+int AacFileAdd(const KnownPath& path) {
+    if (path.text() == nullptr) {
         KOLI_LOG("%s:%d Bad parameter.");
         return -1;
     }
     MediaInfo record{};
     if (MediaInfoFill(path, &record) != 0) return -1;
-    const int result = AacInfoGet(path, &record) != 0 ? 1 : -1;
+    const int result = AacInfoGet(path.text(), &record) != 0 ? 1 : -1;
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
                          "%s:%d Failed to save media info to database. [%s]");
 }

@@ -3,20 +3,19 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/directory_listing.h"
 #include "base/features.h"
 #include "base/folder_way.h"
 #include "base/foothold.h"
 #include "base/log.h"
 #include "base/media_info.h"
+#include "base/path_buffer.h"
+#include "index/both_stores.h"
 #include "index/forerunner.h"
 #include "index/index.h"
-#include "index/record/directory_listing.h"
 #include "index/record/index_mode.h"
 #include "index/record/share_path.h"
-#include "photo/conversion.h"
-#include "photo/photo_library.h"
 #include "platform/kolidb.h"
-#include "platform/kolisdk.h"
 #include "platform/paths.h"
 
 namespace koli {
@@ -38,13 +37,14 @@ void LogOpenFailure(const char* path) {
     KOLI_LOG("%s (%d) Failed to open directory %s ", path);
 }
 
-bool UsesPhotoLibrary(const char* path, int types) {
-    return (types & kWalkPhotoLibrary) != 0 && support_photo == 1 && IsPhotoSharePath(path) != 0;
+/// What is left of `types` for a path: the photo library has its share alone.
+int TypesAt(const char* path, int types) {
+    return support_photo == 1 && IsPhotoSharePath(path) != 0 ? types : types & ~kWalkPhotoLibrary;
 }
 
 /// Whether anything at or below `top` can lie in a photo share, whose name begins at the tenth character.
 bool MayHoldPhotos(const char* top) {
-    return support_photo == 1 && (strlen(top) < sizeof "/volume1" || IsPhotoSharePath(top) != 0);
+    return support_photo == 1 && (strlen(top) <= kVolumeLength || IsPhotoSharePath(top) != 0);
 }
 
 /// True when `path` can be listed and is the directory that `before` was.
@@ -59,46 +59,47 @@ class TreeWalk {
     /// In a rebuild, what cannot be looked at or stored now is tried twice, and told to the store as missed.
     /// kFiles leaves the folders themselves alone.
     enum Kind { kPlain, kRebuild, kFiles };
-    TreeWalk(int mode, int types, Kind kind)
-        : mode_(mode), is_rebuild_(kind == kRebuild), has_folders_(kind != kFiles), wanted_(types) {}
+    /// `top` must live as long as the walk.
+    TreeWalk(const KnownPath& top, int mode, int types, Kind kind)
+        : top_(top),
+          path_(top.text()),
+          mode_(mode),
+          is_rebuild_(kind == kRebuild),
+          has_folders_(kind != kFiles),
+          wanted_(types) {}
 
-    void Run(const char* path);
+    void Run();
 
   private:
     bool HasWork();
-    void WalkDirectory(const FolderWay* above, bool is_link);
+    void WalkDirectory(const KnownPath& directory, const FolderWay* above, bool is_link);
     void WalkEntries(DirectoryListing& listing, const FolderWay& way);
     void WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way);
-    void WalkFile();
-    int Index(bool is_directory);
-    bool MayFollow(const FolderWay& way);
+    void WalkFile(const KnownPath& file);
+    void Index(const KnownPath& path);
     void MissUnknown();
-    bool Append(const char* name);
-    void Cut(size_t length);
     void RunAhead(DirectoryListing& listing);
 
+    const KnownPath& top_;
+    PathBuffer path_;
     const int mode_;
     const bool is_rebuild_;
     const bool has_folders_;
     int wanted_;     // WalkTypes that can come to anything
     int types_ = 0;  // of these, the stores that take changes
-    char path_[kPathSize];
-    size_t length_ = 0;  // of path_
-    int depth_ = 0;      // of path_ below the top
+    int depth_ = 0;  // of path_ below the top
     LinkLimit links_;
     Forerunner forerunner_;
 };
 
-void TreeWalk::Run(const char* path) {
-    length_ = strnlen(path, sizeof path_);
-    if (length_ == sizeof path_) return;  // longer than any path that can exist
-    memcpy(path_, path, length_ + 1);
-    if (!MayHoldPhotos(path_)) wanted_ &= ~kWalkPhotoLibrary;
+void TreeWalk::Run() {
+    if (path_.length() == 0) return;  // longer than any path that can exist
+    if (!MayHoldPhotos(path_.text())) wanted_ &= ~kWalkPhotoLibrary;
     if (!HasWork()) return;
-    const int kind = KLIBPathLook(path_);
-    if (kind == KLIB_PATH_DIRECTORY) WalkDirectory(nullptr, false);
-    if (kind == KLIB_PATH_FILE) WalkFile();
-    if (kind == KLIB_PATH_UNKNOWN) MissUnknown();
+    const PathKind kind = top_.kind();
+    if (kind == PathKind::kDirectory) WalkDirectory(top_, nullptr, false);
+    if (kind == PathKind::kFile) WalkFile(top_);
+    if (kind == PathKind::kUnknown) MissUnknown();
 }
 
 /// Asked at each entry: what a store has refused nothing may overtake, and a walk for no store ends.
@@ -108,34 +109,35 @@ bool TreeWalk::HasWork() {
     return types_ != 0;
 }
 
-void TreeWalk::WalkDirectory(const FolderWay* above, bool is_link) {
-    if (IsRecycleBinPath(path_) != 0) return;
+void TreeWalk::WalkDirectory(const KnownPath& directory, const FolderWay* above, bool is_link) {
+    if (IsRecycleBinPath(path_.text()) != 0) return;
     DirectoryListing listing;
-    if (!listing.Open(path_)) {
-        LogOpenFailure(path_);
-        if (is_rebuild_) MediaRebuildMiss(path_);
+    if (!listing.Open(path_.text())) {
+        LogOpenFailure(path_.text());
+        if (is_rebuild_) MediaRebuildMiss(path_.text());
         return;
     }
     if (IsOnTheWay(above, listing.device(), listing.inode())) return;
-    const Foothold foothold(path_);
-    if (has_folders_ && (types_ & kWalkMediaStore) != 0) Index(true);
+    const Foothold foothold(path_.text());
+    if (has_folders_ && (types_ & kWalkMediaStore) != 0) Index(directory);
     WalkEntries(listing, FolderWayTo(above, listing.device(), listing.inode(), is_link));
     // What was looked at from there may be no longer what its path names.
-    if (is_rebuild_ && foothold.is_taken() && !IsStillThere(path_, listing)) MediaRebuildMiss(path_);
+    if (is_rebuild_ && foothold.is_taken() && !IsStillThere(path_.text(), listing))
+        MediaRebuildMiss(path_.text());
     if (listing.error() == 0) return;
-    KOLI_LOG("%s (%d) Failed to read directory %s to its end. (%s)", path_, strerror(listing.error()));
-    if (is_rebuild_) MediaRebuildMiss(path_);
+    KOLI_LOG("%s (%d) Failed to read directory %s to its end. (%s)", path_.text(), strerror(listing.error()));
+    if (is_rebuild_) MediaRebuildMiss(path_.text());
 }
 
 void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
-    const size_t length = length_;
+    const size_t length = path_.length();
     ++depth_;
     for (;;) {
         RunAhead(listing);
         const auto entry = listing.Next();
         if (entry.name == nullptr || !HasWork()) break;
-        if (Append(entry.name)) WalkEntry(entry.type, listing, way);
-        Cut(length);
+        if (path_.Append(entry.name)) WalkEntry(entry.type, listing, way);
+        path_.CutTo(length);
     }
     --depth_;
 }
@@ -143,86 +145,56 @@ void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
 /// Where the disk is slow: the files behind the next entry of a folder are on their way while it is indexed.
 void TreeWalk::RunAhead(DirectoryListing& listing) {
     if (!forerunner_.IsWanted()) return;
-    const size_t length = length_;
+    const size_t length = path_.length();
     for (auto entry = listing.Ahead(kFilesAhead); entry.name != nullptr; entry = listing.Ahead(kFilesAhead)) {
         const bool is_folder = entry.type == DT_DIR;
-        if ((is_folder || entry.type == DT_REG) && Append(entry.name) && (!is_folder || Append("")))
-            forerunner_.Announce(path_);
-        Cut(length);
+        if ((is_folder || entry.type == DT_REG) && path_.Append(entry.name) &&
+            (!is_folder || path_.Append("")))
+            forerunner_.Announce(path_.text());
+        path_.CutTo(length);
     }
 }
 
-/// The file system is asked only where the directory did not already tell what the entry is.
 void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way) {
-    const bool is_open = type == DT_LNK || type == DT_UNKNOWN;
-    const int kind = is_open ? KLIBPathLook(path_) : KLIB_PATH_OTHER;
-    if (type == DT_DIR || kind == KLIB_PATH_DIRECTORY) {
-        const bool is_link = IsLink(type, path_);
-        if (is_link && !MayFollow(way)) return;
+    const KnownPath entry(path_.text(), type);
+    const PathKind kind = entry.kind();
+    if (kind == PathKind::kDirectory) {
+        const bool is_link = IsLink(type, path_.text());
+        if (is_link && !links_.MayFollow(way, path_.text(), LogSite(kModule))) return;
         if (depth_ >= kMaxOpenLevels) listing.Release();
-        WalkDirectory(&way, is_link);
-    } else if (type == DT_REG || kind == KLIB_PATH_FILE) {
-        WalkFile();
-    } else if (kind == KLIB_PATH_UNKNOWN) {
+        WalkDirectory(entry, &way, is_link);
+    } else if (kind == PathKind::kFile) {
+        WalkFile(entry);
+    } else if (kind == PathKind::kUnknown) {
         MissUnknown();
     }
 }
 
-/// A file that the media store took goes on to the photo library; any other may be something to convert.
-/// What the store could not take now says nothing about the file.
-void TreeWalk::WalkFile() {
-    int result = 0;
-    if ((types_ & kWalkMediaStore) != 0) result = Index(false);
-    if (!UsesPhotoLibrary(path_, types_)) return;
-    if (result == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
-        PhotoLibraryIndex(path_, mode_);
-    } else {
-        FlvConvert(path_);
-    }
+void TreeWalk::WalkFile(const KnownPath& file) {
+    if (is_rebuild_) return Index(file);
+    IndexInStores(file, mode_, TypesAt(path_.text(), types_));
 }
 
 /// In a rebuild the row of what is there depends on this call: one look that fails must not cost it.
-int TreeWalk::Index(bool is_directory) {
-    const auto index = is_directory ? IndexOnePath : IndexOneFile;
-    const int result = index(path_, mode_);
-    if (!is_rebuild_ || (result == 0 && !is_directory) || MediaRebuildSavedLast(path_) != 0) return result;
-    const int kind = KLIBPathLook(path_);
-    if (kind == KLIB_PATH_UNKNOWN) MissUnknown();
-    return kind == KLIB_PATH_FILE || kind == KLIB_PATH_DIRECTORY ? index(path_, mode_) : result;
-}
-
-bool TreeWalk::MayFollow(const FolderWay& way) {
-    if (links_.MayFollow(way)) return true;
-    if (links_.IsFirstLeftOut())
-        KOLI_LOG("%s (%d) Too many links below links: %s and those after it are not followed.", path_);
-    return false;
+void TreeWalk::Index(const KnownPath& path) {
+    const int result = IndexOnePath(path, mode_);
+    if (!is_rebuild_ || (result == 0 && !path.IsDirectory()) || MediaRebuildSavedLast(path_.text()) != 0)
+        return;
+    const KnownPath again(path_.text());
+    const PathKind kind = again.kind();
+    if (kind == PathKind::kUnknown) MissUnknown();
+    if (kind == PathKind::kFile || kind == PathKind::kDirectory) IndexOnePath(again, mode_);
 }
 
 /// A look at the path has failed, with errno set.
 void TreeWalk::MissUnknown() {
-    KOLI_LOG("%s (%d) Failed to look at %s. (%s)", path_, strerror(errno));
-    if (is_rebuild_) MediaRebuildMiss(path_);
-}
-
-void TreeWalk::Cut(size_t length) {
-    length_ = length;
-    path_[length_] = '\0';
-}
-
-/// Adds "/name" to the path; false when that does not fit, the path is then unchanged.
-bool TreeWalk::Append(const char* name) {
-    const size_t slash = length_ > 0 && path_[length_ - 1] == '/' ? 0 : 1;
-    const size_t name_length = strlen(name);
-    if (length_ + slash + name_length >= sizeof path_) return false;
-    if (slash != 0) path_[length_] = '/';
-    memcpy(path_ + length_ + slash, name, name_length + 1);
-    length_ += slash + name_length;
-    return true;
+    KOLI_LOG("%s (%d) Failed to look at %s. (%s)", path_.text(), strerror(errno));
+    if (is_rebuild_) MediaRebuildMiss(path_.text());
 }
 
 void DeleteTree(const char* path, int types) {
     if ((types & kWalkMediaStore) != 0) MediaInfoDBDelete(kStoreBelowDirectory, path);
-    if (UsesPhotoLibrary(path, types)) PhotoInfoDBDirDelete(path);
+    if ((TypesAt(path, types) & kWalkPhotoLibrary) != 0) PhotoInfoDBDirDelete(path);
 }
 
 void Rebuild(int types) {
@@ -245,14 +217,13 @@ void Rebuild(int types) {
 
 }  // namespace
 
-int IndexWalk(const char* path, int mode, int types) {
-    const bool has_path = path != nullptr && *path != '\0';
+int IndexWalk(const KnownPath& path, int mode, int types) {
     if (mode == kModeRebuild) {
         Rebuild(types);
-    } else if (has_path && mode == kModeDelete) {
-        DeleteTree(path, types);
-    } else if (has_path && (mode == kModeAdd || mode == kModeUpdate)) {
-        TreeWalk(mode, types, TreeWalk::kPlain).Run(path);
+    } else if (!path.IsEmpty() && mode == kModeDelete) {
+        DeleteTree(path.text(), types);
+    } else if (!path.IsEmpty() && (mode == kModeAdd || mode == kModeUpdate)) {
+        TreeWalk(path, mode, types, TreeWalk::kPlain).Run();
     } else {
         KOLI_LOG("%s (%d) Bad parameter.");
     }
@@ -260,7 +231,7 @@ int IndexWalk(const char* path, int mode, int types) {
 }
 
 void IndexFilesBelow(const char* directory) {
-    TreeWalk(kModeAdd, kWalkMediaStore, TreeWalk::kFiles).Run(directory);
+    TreeWalk(directory, kModeAdd, kWalkMediaStore, TreeWalk::kFiles).Run();
 }
 
 void IndexTreeAgain(const char* directory) {
@@ -272,7 +243,7 @@ void IndexTreeAgain(const char* directory) {
     }
     if ((KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) return;
     MediaRebuildBegin(directory);
-    TreeWalk(kModeAdd, kWalkMediaStore, TreeWalk::kRebuild).Run(directory);
+    TreeWalk(directory, kModeAdd, kWalkMediaStore, TreeWalk::kRebuild).Run();
     MediaRebuildEnd(IsStillThere(directory, top) ? 1 : 0);
 }
 

@@ -1,6 +1,8 @@
 // The walk: one index mode applied to a path and everything below it.
 #pragma once
 
+#include "base/known_path.h"
+
 namespace koli {
 
 /// Applies `mode` (IndexMode) to `path`, and for an existing directory to its whole tree, in the stores that
@@ -11,7 +13,7 @@ namespace koli {
 ///
 /// Skipped are a share's own "#recycle", every "@eaDir", entries whose path would not fit into 4095 bytes,
 /// and a directory that is already on the way from the top (links that point upwards).
-int IndexWalk(const char* path, int mode, int types);
+int IndexWalk(const KnownPath& path, int mode, int types);
 
 /// Adds the files of a tree, not its folders, to the media store.
 void IndexFilesBelow(const char* directory);

@@ -2,20 +2,19 @@
 
 #include "base/log.h"
 #include "platform/kolidb.h"
-#include "platform/kolisdk.h"
 
 namespace koli {
 namespace {
 constexpr const char kModule[] = "directory";
 }
 
-int DirectoryInfoSave(const char* path) {
-    if (path == nullptr || *path == '\0') {
+int DirectoryInfoSave(const KnownPath& path) {
+    if (path.IsEmpty()) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    if (IsDirExist(path) == 0) return -1;
-    if (MediaInfoDBDirSave(path) != 0) {
+    if (!path.IsDirectory()) return -1;
+    if (MediaInfoDBDirSave(path.text()) != 0) {
         KOLI_LOG("%s (%d) Failed to save directory info to database.");
         return -1;
     }

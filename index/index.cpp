@@ -50,12 +50,8 @@ constexpr IndexHandler kHandlers[] = {
 };
 static_assert(std::size(kHandlers) == static_cast<size_t>(FormatReader::kCount));
 
-bool IsBadCall(const char* path, int mode) {
-    return path == nullptr || *path == '\0' || (mode != kModeAdd && mode != kModeDelete);
-}
-
 /// The entries of directories that are gone are removed by the walk, not here.
-int IndexOneDirectory(const char* path, int mode) {
+int IndexOneDirectory(const KnownPath& path, int mode) {
     if (mode == kModeAdd) {
         DirectoryInfoSave(path);
     } else if (mode != kModeDelete) {
@@ -65,30 +61,32 @@ int IndexOneDirectory(const char* path, int mode) {
 }
 
 /// Stores a file that brings the daemon down by its name alone; one that does so even then is left alone.
-int AddUnopened(const char* path, PastReading past) {
+int AddUnopened(const KnownPath& path, PastReading past) {
     if (past == PastReading::kDownUnopened) {
-        KOLI_LOG("%s (%d) The file has brought the daemon down unopened, too. It is left alone: %s", path);
+        KOLI_LOG("%s (%d) The file has brought the daemon down unopened, too. It is left alone: %s",
+                 path.text());
         return -1;
     }
-    KOLI_LOG("%s (%d) %s: %s", kBroughtDown, path);
+    KOLI_LOG("%s (%d) %s: %s", kBroughtDown, path.text());
     MediaInfo record{};
     if (MediaInfoFill(path, &record) != 0) return -1;
-    const StoreType type = FormatStore(FormatFind(KOLIIndexExtGet(path))->reader);
+    const StoreType type = FormatStore(FormatFind(KOLIIndexExtGet(path.text()))->reader);
     const int result = SaveMediaInfo(type, record, -1, LogSite(kModule),
                                      "%s (%d) Failed to save media info to database. [%s]");
-    KOLIProblemSet(path, kBroughtDown, 0);
+    KOLIProblemSet(path.text(), kBroughtDown, 0);
     return result;
 }
 
-int AddFile(const char* path, const IndexHandler& handler) {
+int AddFile(const KnownPath& known, const IndexHandler& handler) {
+    const char* const path = known.text();
     const char* slash = strrchr(path, '/');
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
     LogFirstForget();           // the log's first line from here on tells why, if the file cannot be parsed
     reading_tick = KOLIDBTick;  // nothing may keep the databases locked
     const FileReading reading(path);
-    if (reading.past() != PastReading::kNothing) return AddUnopened(path, reading.past());
-    const int result = handler.add(path);
+    if (reading.past() != PastReading::kNothing) return AddUnopened(known, reading.past());
+    const int result = handler.add(known);
     if (*reading.trouble() != '\0')
         KOLIProblemSet(path, reading.trouble(), reading.IsPassing() ? KOLI_PROBLEM_PASSES : 0);
     const bool is_unparsed = result == 1 || (result == 0 && !ReadingIsWhole());
@@ -105,21 +103,17 @@ const IndexHandler* IndexHandlerFind(const char* ext) {
     return format == nullptr ? nullptr : &kHandlers[static_cast<size_t>(format->reader)];
 }
 
-int IndexOnePath(const char* path, int mode) {
-    if (!IsBadCall(path, mode) && IsDirExist(path) != 0) return IndexOneDirectory(path, mode);
-    return IndexOneFile(path, mode);
-}
-
-int IndexOneFile(const char* path, int mode) {
-    if (IsBadCall(path, mode)) {
+int IndexOnePath(const KnownPath& path, int mode) {
+    if (path.IsEmpty() || (mode != kModeAdd && mode != kModeDelete)) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    const char* extension = KOLIIndexExtGet(path);
+    if (path.IsDirectory()) return IndexOneDirectory(path, mode);
+    const char* extension = KOLIIndexExtGet(path.text());
     if (extension == nullptr) return -1;
     const IndexHandler* handler = IndexHandlerFind(extension);
     if (handler == nullptr) return 0;
-    return mode == kModeDelete ? handler->remove(path) : AddFile(path, *handler);
+    return mode == kModeDelete ? handler->remove(path.text()) : AddFile(path, *handler);
 }
 
 }  // namespace koli

@@ -1,6 +1,8 @@
 // From a path to the handler of its format.
 #pragma once
 
+#include "base/known_path.h"
+
 namespace koli {
 
 /// The handlers of a format.
@@ -9,7 +11,7 @@ namespace koli {
 /// the names from the path may have been stored all the same), anything else failure.  `remove` removes the
 /// entry of a file that is gone: 0, or -1, also when the file still exists.
 struct IndexHandler {
-    int (*add)(const char* path);
+    int (*add)(const KnownPath& path);
     int (*remove)(const char* path);
 };
 
@@ -21,9 +23,6 @@ const IndexHandler* IndexHandlerFind(const char* ext);
 /// result, or -1: for bad arguments (logged), a name without extension, an AppleDouble companion ("._name"),
 /// and metadata that could not be parsed (logged, and an event in the appliance's log).  A file of an unknown
 /// kind is accepted with 0 and stored nowhere.
-int IndexOnePath(const char* path, int mode);
-
-/// IndexOnePath for a path that the caller knows to be no directory: saves asking the file system again.
-int IndexOneFile(const char* path, int mode);
+int IndexOnePath(const KnownPath& path, int mode);
 
 }  // namespace koli

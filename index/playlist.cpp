@@ -1,7 +1,5 @@
 #include "index/playlist.h"
 
-#include <sys/stat.h>
-
 #include <ctime>
 
 #include "base/log.h"
@@ -23,21 +21,21 @@ void TimeText(time_t when, char* field, size_t size) {
 
 }  // namespace
 
-int PlaylistFileAdd(const char* path) {
-    if (path == nullptr || *path == '\0') {
+int PlaylistFileAdd(const KnownPath& path) {
+    if (path.IsEmpty()) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    struct stat status;
-    if (stat(path, &status) != 0 || !S_ISREG(status.st_mode)) return -1;
+    const struct stat* file = path.file();
+    if (file == nullptr) return -1;
 
     MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path);
-    record.file_size = static_cast<uint64_t>(status.st_size);
-    TimeText(status.st_ctime, record.ctime, sizeof record.ctime);
-    TimeText(status.st_mtime, record.mtime, sizeof record.mtime);
-    TitleFromPath(path, record.title, sizeof record.title);
-    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
+    CopyText(record.path, sizeof record.path, path.text());
+    record.file_size = static_cast<uint64_t>(file->st_size);
+    TimeText(file->st_ctime, record.ctime, sizeof record.ctime);
+    TimeText(file->st_mtime, record.mtime, sizeof record.mtime);
+    TitleFromPath(path.text(), record.title, sizeof record.title);
+    if (!AlbumFromPath(path.text(), record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
     return SaveMediaInfo(kStorePlaylist, record, -1, LogSite(kModule),
                          "%s (%d) Failed to save playlist info.");
 }

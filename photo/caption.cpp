@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -13,6 +12,7 @@
 #include "base/later_renames.h"
 #include "base/log.h"
 #include "base/path_names.h"
+#include "base/regular_file.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 
@@ -31,11 +31,7 @@ using File = std::unique_ptr<FILE, CloseFile>;
 /// Captions lie in the shares, where people put what they like: a link is not followed, as its target's first
 /// line would be shown, and a FIFO does not block.
 File OpenCaption(const char* path) {
-    const int fd = AttributeFile(path).Open(O_RDONLY | O_NONBLOCK | O_NOCTTY);
-    if (fd < 0) return nullptr;
-    File file(fdopen(fd, "rb"));
-    if (file == nullptr) close(fd);
-    return file;
+    return File(StreamOf(AttributeFile(path).Open(O_RDONLY | O_NONBLOCK | O_NOCTTY)));
 }
 
 int CaptionGet(const char* path, const char* stream, char* field, size_t field_size) {

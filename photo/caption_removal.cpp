@@ -11,8 +11,8 @@
 
 #include "base/folder_sync.h"
 #include "base/held_folder.h"
+#include "base/passing_error.h"
 #include "base/written_file_systems.h"
-#include "photo/absence.h"
 #include "photo/caption.h"
 #include "platform/kolidb.h"
 

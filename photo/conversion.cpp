@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <libgen.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,7 +12,6 @@
 #include <memory>
 
 #include "base/features.h"
-#include "base/foothold.h"
 #include "base/log.h"
 #include "base/media_info.h"
 #include "platform/kolidb.h"
@@ -158,23 +156,21 @@ int WriteThumbQueue(const char* entry, const char* queue) {
     return result;
 }
 
-void ConversionRequest(const char* path, int flags) {
-    struct stat status;
-    if (path == nullptr || StatNear(path, &status) != 0) return;
-    const bool is_directory = S_ISDIR(status.st_mode);
-    if (!is_directory && !S_ISREG(status.st_mode)) return;
+void ConversionRequest(const KnownPath& path, int flags) {
+    const bool is_directory = path.IsDirectory();
+    if (!is_directory && path.kind() != PathKind::kFile) return;
 
     Request request;
-    if ((flags & kConvertThumbnail) != 0 && support_photo == 1) QueueThumbnails(path, is_directory, &request);
+    if ((flags & kConvertThumbnail) != 0 && support_photo == 1)
+        QueueThumbnails(path.text(), is_directory, &request);
     if ((flags & kConvertFlv) != 0 && support_photo == 1 && support_vidora == 1)
-        QueueFlv(path, is_directory, &request);
+        QueueFlv(path.text(), is_directory, &request);
     if (request.is_queued && request.pid > 0) kill(request.pid, SIGUSR1);
 }
 
-void FlvConvert(const char* path) {
-    const int kind = KLIBPathLook(path);
-    if (kind == KLIB_PATH_FILE || kind == KLIB_PATH_ABSENT)
-        KLIBExec(paths::kFlvConverter, "-f", path, nullptr, nullptr);
+void FlvConvert(const KnownPath& path) {
+    if (path.kind() == PathKind::kFile || path.kind() == PathKind::kAbsent)
+        KLIBExec(paths::kFlvConverter, "-f", path.text(), nullptr, nullptr);
 }
 
 }  // namespace koli

@@ -1,6 +1,8 @@
 // Work for the thumbnail maker and the video converter: queue files, one path per line, and a signal.
 #pragma once
 
+#include "base/known_path.h"
+
 namespace koli {
 
 /// What to ask for, as a bit set.
@@ -15,10 +17,10 @@ int WriteThumbQueue(const char* entry, const char* queue);
 /// Queues a directory, or one file, for what `flags` asks, and wakes the daemon asked last with SIGUSR1.  For
 /// the thumbnail maker a picture stands for its directory.  Files that neither daemon can use, and daemons
 /// that do not run (logged), get nothing.
-void ConversionRequest(const char* path, int flags);
+void ConversionRequest(const KnownPath& path, int flags);
 
 /// Runs the video converter on `path` and waits for it.  Of what exists it is handed regular files only: a
 /// FIFO named like a film would hold it up, and with it the queue.  It is told of what is gone.
-void FlvConvert(const char* path);
+void FlvConvert(const KnownPath& path);
 
 }  // namespace koli

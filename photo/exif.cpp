@@ -2,21 +2,14 @@
 
 #include <libexif/exif-data.h>
 #include <libexif/exif-loader.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <ctime>
 #include <memory>
 
-#include "base/foothold.h"
 #include "base/log.h"
-#include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
-#include "base/reading.h"
-#include "photo/exif_memory.h"
 
 namespace koli {
 namespace {
@@ -26,12 +19,11 @@ constexpr const char kModule[] = "exif";
 /// How far into a file its EXIF block is looked for.  The loader skips other blocks by reading them, and a
 /// file of the right bytes would be read to its very end, whatever its size.  Every file that the photo
 /// library takes is shorter.
-constexpr size_t kSearchLimit = size_t{20} << 20;
+constexpr int64_t kSearchLimit = int64_t{20} << 20;
 
-constexpr size_t kReadSize = 16384;  // usually all of a camera's block
-constexpr size_t kFeedSize = 1024;   // the loader's own step, which bounds its recursion
-
-ExifMemory memory;
+constexpr int64_t kReadSize = 16384;   // bytes; usually all of a camera's block
+constexpr size_t kFeedSize = 1024;     // the loader's own step, which bounds its recursion
+constexpr size_t kRenderedSize = 128;  // bytes of a value as text, terminator included
 
 struct Unref {
     void operator()(ExifLoader* loader) const { exif_loader_unref(loader); }
@@ -49,26 +41,21 @@ bool Feed(ExifLoader* loader, unsigned char* bytes, size_t size) {
 }
 
 /// Does what exif_loader_write_file does, within kSearchLimit.
-void FeedFile(ExifLoader* loader, const char* path) {
-    ReadingOpen(path);
-    const int fd = OpenForReading(path);
-    if (fd < 0) return ReadingFailed(errno);
+void FeedFile(ExifLoader* loader, const MediaFile& file) {
+    const int64_t end = std::min(file.size(), kSearchLimit);
     unsigned char block[kReadSize];
-    for (size_t total = 0; total < kSearchLimit && ReadingMayGoOn();) {
-        const ssize_t got = read(fd, block, sizeof block);
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) ReadingFailed(errno);
-        if (got <= 0 || !Feed(loader, block, static_cast<size_t>(got))) break;
-        total += static_cast<size_t>(got);
+    for (int64_t at = 0; at < end;) {
+        const size_t got = file.Read(at, block, static_cast<size_t>(std::min(kReadSize, end - at)));
+        if (got == 0 || !Feed(loader, block, got)) return;
+        at += static_cast<int64_t>(got);
     }
-    close(fd);
 }
 
 /// Null for a file without EXIF data.
-ExifDataPtr Load(const char* path) {
+ExifDataPtr Load(const MediaFile& file) {
     const std::unique_ptr<ExifLoader, Unref> loader(exif_loader_new());
     if (loader == nullptr) return nullptr;
-    FeedFile(loader.get(), path);
+    FeedFile(loader.get(), file);
     return ExifDataPtr(exif_loader_get_data(loader.get()));
 }
 
@@ -131,25 +118,10 @@ int StoreDirectory(const ExifContent& directory, PhotoRecord* record) {
     for (unsigned i = 0; i < directory.count; ++i) {
         ExifEntry* entry = directory.entries[i];
         if (!IsWanted(entry->tag)) continue;
-        ExifMemory::Value value{.tag = entry->tag, .text = {}};
-        exif_entry_get_value(entry, value.text, sizeof value.text);
-        if (Store(value.tag, value.text, record) != 0) return -1;
-        memory.Add(value);
+        char text[kRenderedSize] = {};
+        exif_entry_get_value(entry, text, sizeof text);
+        if (Store(entry->tag, text, record) != 0) return -1;
     }
-    return 0;
-}
-
-int FillFromFile(PhotoRecord* record) {
-    const ExifDataPtr data = Load(record->path);
-    if (data == nullptr) return 0;
-    for (const ExifContent* directory : data->ifd)
-        if (directory != nullptr && StoreDirectory(*directory, record) != 0) return -1;
-    return 0;
-}
-
-int FillFromMemory(PhotoRecord* record) {
-    for (const ExifMemory::Value& value : memory)
-        if (Store(value.tag, value.text, record) != 0) return -1;
     return 0;
 }
 
@@ -160,16 +132,16 @@ int ExifFillPhotoRecord(PhotoRecord* record) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    struct stat file;
-    if (StatNear(record->path, &file) != 0) {
-        ReadingFailed(errno);
-        return 0;
-    }
-    if (memory.Recall(file)) return FillFromMemory(record);
-    memory.Begin(file);
-    const int result = FillFromFile(record);
-    if (!ReadingIsWhole()) memory.Forget();
-    return result;
+    MediaFile file;
+    return file.Open(record->path) ? ExifRead(file, record) : 0;
+}
+
+int ExifRead(const MediaFile& file, PhotoRecord* record) {
+    const ExifDataPtr data = Load(file);
+    if (data == nullptr) return 0;
+    for (const ExifContent* directory : data->ifd)
+        if (directory != nullptr && StoreDirectory(*directory, record) != 0) return -1;
+    return 0;
 }
 
 }  // namespace koli

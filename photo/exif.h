@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/photo_record.h"
+#include "base/regular_file.h"
 
 namespace koli {
 
@@ -23,5 +24,8 @@ namespace koli {
 /// first).  What the file does not tell stays as it is.  Returns 0, also for a file without EXIF or one that
 /// cannot be read; -1 for null (logged).
 int ExifFillPhotoRecord(PhotoRecord* record);
+
+/// The same from an open file.
+int ExifRead(const MediaFile& file, PhotoRecord* record);
 
 }  // namespace koli

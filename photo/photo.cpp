@@ -5,15 +5,15 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
+#include "base/metadata_folder.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/photo_record.h"
+#include "base/reading.h"
 #include "index/record/util.h"
-#include "photo/exif.h"
-#include "photo/metadata_folder.h"
 #include "photo/photo_library.h"
+#include "photo/picture.h"
 #include "platform/koliindex.h"
-#include "platform/kolisdk.h"
 
 namespace koli {
 namespace {
@@ -49,11 +49,8 @@ void FillDate(const char* exif_date, MediaInfo* record) {
     }
 }
 
-/// The EXIF reader fills photo records, so the values take the way over one.
-void FillFromExif(const char* path, MediaInfo* record) {
-    PhotoRecord photo{};
-    CopyText(photo.path, sizeof photo.path, path);
-    ExifFillPhotoRecord(&photo);
+void FillFromExif(const PhotoRecord& exif, MediaInfo* record) {
+    PhotoRecord photo = exif;
     PhotoRecordSanitize(&photo);
 
     CopyText(record->camera_make, sizeof record->camera_make, photo.camera_make);
@@ -66,35 +63,40 @@ void FillFromExif(const char* path, MediaInfo* record) {
     record->iso_speed = photo.iso_speed;
 }
 
-/// What is asked of the file itself, once its name has an extension.
-void FillFromFile(const char* path, const char* extension, MediaInfo* record) {
-    KOLIIndexCTimeMTimeGet(path, record->ctime, sizeof record->ctime, record->mtime, sizeof record->mtime);
-    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(path, record);
+/// What the file itself tells, once its name has an extension.
+void FillFromFile(const KnownPath& path, const char* extension, MediaInfo* record) {
+    KOLIIndexTimeText(path.file()->st_ctime, record->ctime, sizeof record->ctime);
+    KOLIIndexTimeText(path.file()->st_mtime, record->mtime, sizeof record->mtime);
+    Picture own(path.text());
+    Picture& picture = path.picture != nullptr ? *path.picture : own;
+    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(picture.Exif(), record);
 
     int width = 0;
     int height = 0;
-    if (KOLIIndexImgResGet(path, &width, &height) != 0) return;
-    record->width = static_cast<uint32_t>(width);
-    record->height = static_cast<uint32_t>(height);
+    if (picture.SizeGet(&width, &height)) {
+        record->width = static_cast<uint32_t>(width);
+        record->height = static_cast<uint32_t>(height);
+    }
+    if (!ReadingIsWhole()) picture.Forget();
 }
 
 }  // namespace
 
-int PhotoMediaAdd(const char* path) {
-    if (path == nullptr) {
+int PhotoMediaAdd(const KnownPath& path) {
+    if (path.text() == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
-    if (MentionsMetadataFolder(path)) return 0;
+    const struct stat* file = path.file();
+    if (file == nullptr) return -1;
+    if (MentionsMetadataFolder(path.text())) return 0;
 
     MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path);
-    record.file_size = size;
-    TitleFromPath(path, record.title, sizeof record.title);
-    if (!AlbumFromPath(path, record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
-    if (const char* dot = strrchr(path, '.'); dot != nullptr) FillFromFile(path, dot + 1, &record);
+    CopyText(record.path, sizeof record.path, path.text());
+    record.file_size = static_cast<uint64_t>(file->st_size);
+    TitleFromPath(path.text(), record.title, sizeof record.title);
+    if (!AlbumFromPath(path.text(), record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
+    if (const char* dot = strrchr(path.text(), '.'); dot != nullptr) FillFromFile(path, dot + 1, &record);
     return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "%s (%d) Failed to save playlist info.");
 }
 

@@ -1,22 +1,20 @@
 #include "photo/photo_library.h"
 
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
 #include "base/foothold.h"
 #include "base/log.h"
+#include "base/metadata_folder.h"
+#include "base/passing_error.h"
 #include "base/path_names.h"
 #include "base/reading.h"
 #include "index/record/index_mode.h"
-#include "photo/absence.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"
-#include "photo/exif.h"
-#include "photo/metadata_folder.h"
 #include "photo/photo_trouble.h"
+#include "photo/picture.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -58,11 +56,11 @@ PhotoOutcome OutcomeOfFailure(const char* path) {
     return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
 }
 
-PhotoOutcome FillSize(const char* path, PhotoRecord* record) {
-    struct stat status;
-    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
-    if (status.st_size <= 0 || status.st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
-    record->file_size = status.st_size;
+PhotoOutcome FillSize(const KnownPath& path, PhotoRecord* record) {
+    const struct stat* status = path.status();
+    if (status == nullptr) return OutcomeOfFailure(path.text());
+    if (status->st_size <= 0 || status->st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
+    record->file_size = status->st_size;
     return PhotoOutcome::kStored;
 }
 
@@ -74,40 +72,51 @@ void FillMissingDate(const struct stat& status, PhotoRecord* record) {
         record->date_taken[0] = '\0';
 }
 
+void FillExif(const PhotoRecord& exif, PhotoRecord* record) {
+    CopyText(record->camera_make, sizeof record->camera_make, exif.camera_make);
+    CopyText(record->camera_model, sizeof record->camera_model, exif.camera_model);
+    CopyText(record->exposure_time, sizeof record->exposure_time, exif.exposure_time);
+    CopyText(record->f_number, sizeof record->f_number, exif.f_number);
+    CopyText(record->date_taken, sizeof record->date_taken, exif.date_taken);
+    record->width = exif.width;
+    record->height = exif.height;
+    record->iso_speed = exif.iso_speed;
+}
+
 /// The values inside of the picture, and what people have handed over for it.
-void FillFromContents(const char* path, PhotoRecord* record) {
-    CaptionTitleGet(path, record);
-    CaptionDescGet(path, record);
-    ExifFillPhotoRecord(record);
-    int width = 0;
-    int height = 0;
-    if (KOLIIndexImgResGet(path, &width, &height) == 0) {
-        record->width = width;
-        record->height = height;
-    }
+void FillFromContents(const KnownPath& path, PhotoRecord* record) {
+    CaptionTitleGet(path.text(), record);
+    CaptionDescGet(path.text(), record);
+    Picture own(path.text());
+    Picture& picture = path.picture != nullptr ? *path.picture : own;
+    FillExif(picture.Exif(), record);
+    picture.SizeGet(&record->width, &record->height);
     PhotoRecordSanitize(record);
 }
 
-PhotoOutcome FillTimes(const char* path, PhotoRecord* record) {
-    struct stat status;
-    if (StatNear(path, &status) != 0) return OutcomeOfFailure(path);
+/// The times are those from before it was read: one that changes meanwhile looks changed to whoever compares.
+PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record) {
+    struct stat now;
+    if (StatNear(path.text(), &now) != 0) return OutcomeOfFailure(path.text());
+    const struct stat& status = *path.status();
     if (const char* text = ctime(&status.st_ctime); text != nullptr)
         CopyText(record->ctime, sizeof record->ctime, text);
     FillMissingDate(status, record);
     return PhotoOutcome::kStored;
 }
 
-PhotoOutcome StorePhoto(const char* path, int mode) {
+PhotoOutcome StorePhoto(const KnownPath& known, int mode) {
+    const char* const path = known.text();
     if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return PhotoOutcome::kLeftOut;
     const FileReading reading(path);
     if (reading.past() == PastReading::kDownUnopened) return PhotoOutcome::kMissed;
     CaptionHold captions;
     PhotoRecord record{};
     FillNames(path, &record);
-    PhotoOutcome outcome = FillSize(path, &record);
+    PhotoOutcome outcome = FillSize(known, &record);
     if (outcome == PhotoOutcome::kStored) {
-        if (reading.past() == PastReading::kNothing) FillFromContents(path, &record);
-        outcome = FillTimes(path, &record);
+        if (reading.past() == PastReading::kNothing) FillFromContents(known, &record);
+        outcome = FillTimes(known, &record);
     }
     if (outcome != PhotoOutcome::kStored) {
         PhotoTroubleTell(path, reading);
@@ -122,16 +131,16 @@ PhotoOutcome StorePhoto(const char* path, int mode) {
     return outcome;
 }
 
-PhotoOutcome AddFile(const char* path, WebKind kind) {
+PhotoOutcome AddFile(const KnownPath& path, WebKind kind) {
     const PhotoOutcome outcome =
         kind == WebKind::kPhoto ? StorePhoto(path, kModeAdd) : PhotoOutcome::kLeftOut;
     ConversionRequest(path, kConvertThumbnail | kConvertFlv);
     return outcome;
 }
 
-PhotoOutcome UpdateFile(const char* path, WebKind kind) {
+PhotoOutcome UpdateFile(const KnownPath& path, WebKind kind) {
     if (kind == WebKind::kPhoto) return StorePhoto(path, kModeUpdate);
-    return KOLIIndexPhotoUpdateVideoStatus(path) == 0 ? PhotoOutcome::kLeftOut : PhotoOutcome::kMissed;
+    return KOLIIndexPhotoUpdateVideoStatus(path.text()) == 0 ? PhotoOutcome::kLeftOut : PhotoOutcome::kMissed;
 }
 
 }  // namespace
@@ -144,24 +153,24 @@ WebKind WebKindOf(const char* path) {
     return WebKind::kNone;
 }
 
-int PhotoLibraryIndex(const char* path, int mode, PhotoOutcome* outcome) {
+int PhotoLibraryIndex(const KnownPath& path, int mode, PhotoOutcome* outcome) {
     *outcome = PhotoOutcome::kLeftOut;
-    if (path == nullptr || (mode != kModeAdd && mode != kModeDelete && mode != kModeUpdate)) {
+    if (path.text() == nullptr || (mode != kModeAdd && mode != kModeDelete && mode != kModeUpdate)) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }
-    if (IsDirExist(path) != 0) return -1;
-    const char* dot = strrchr(path, '.');
+    if (path.IsDirectory()) return -1;
+    const char* dot = strrchr(path.text(), '.');
     if (dot == nullptr) return -1;
 
-    const WebKind kind = WebKindOf(path);
+    const WebKind kind = WebKindOf(path.text());
     if (kind == WebKind::kNone) {
         if (BlKOLIIndexIsVideo(dot + 1) == 0) return -1;
         FlvConvert(path);
     }
     switch (mode) {
         case kModeDelete:
-            PhotoLibraryDelete(path);
+            PhotoLibraryDelete(path.text());
             return 0;
         case kModeAdd:
             *outcome = AddFile(path, kind);
@@ -175,13 +184,13 @@ int PhotoLibraryIndex(const char* path, int mode, PhotoOutcome* outcome) {
     }
 }
 
-int PhotoLibraryIndex(const char* path, int mode) {
+int PhotoLibraryIndex(const KnownPath& path, int mode) {
     PhotoOutcome outcome;
     return PhotoLibraryIndex(path, mode, &outcome);
 }
 
-int PhotoLibraryAdd(const char* path, int mode) {
-    if (path == nullptr) {
+int PhotoLibraryAdd(const KnownPath& path, int mode) {
+    if (path.text() == nullptr) {
         KOLI_LOG("%s (%d) Bad parameter.");
         return -1;
     }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 
+#include "base/known_path.h"
 #include "base/photo_record.h"
 
 namespace koli {
@@ -30,17 +31,17 @@ enum class PhotoOutcome {
 /// Applies `mode` (kModeAdd, kModeDelete or kModeUpdate of IndexMode) to one file of the photo share.  Plain
 /// videos are handed to the converter, whatever the mode.  Returns 0, whether or not a record was stored; -1
 /// for bad arguments (logged), a directory, and files that are neither picture nor video.
-int PhotoLibraryIndex(const char* path, int mode);
+int PhotoLibraryIndex(const KnownPath& path, int mode);
 
 /// The same, and tells what has come of the picture; of files that are none kLeftOut, or kMissed.
-int PhotoLibraryIndex(const char* path, int mode, PhotoOutcome* outcome);
+int PhotoLibraryIndex(const KnownPath& path, int mode, PhotoOutcome* outcome);
 
 /// Stores the record of one picture.  A hand-entered title or description that waits for the picture is taken
 /// when the record is stored, and is gone from its file then (see caption.h).  `mode` goes on to
 /// PhotoInfoDBSave.  Returns 0 when the record was stored; -1 for a null path (logged), a path with "@eaDir",
 /// a hidden file, a file of 0 or more than kMaxPhotoSize bytes, a file that cannot be looked at, and a
 /// refused save (logged).
-int PhotoLibraryAdd(const char* path, int mode);
+int PhotoLibraryAdd(const KnownPath& path, int mode);
 
 /// Removes the record of a picture that is gone.  Returns 0, also when the database refused (logged); -1 for
 /// a null path or a file that still exists, or cannot be looked at (logged), and for a path with "@eaDir".

@@ -14,9 +14,15 @@ const char* KOLIIndexExtGet(const char* path);
 /// cannot be looked at gives two empty texts.  Its result means nothing.
 int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* mtime, int mtime_size);
 
+/// Writes one time in that form.
+void KOLIIndexTimeText(int64_t when, char* text, int size);
+
 /// Reads a picture's size in pixels from its header (JPEG, PNG, GIF, BMP, TIFF, PSD, ICO, told by content).
 /// Returns 0 with both filled, or -1 with neither touched.
 int KOLIIndexImgResGet(const char* path, int* width, int* height);
+
+/// The same of an open file, which stays the caller's.
+int KOLIIndexImgResRead(int file, int* width, int* height);
 
 /// Table-changed marks of the media store: clear or set one, and ask whether rows were inserted, changed or
 /// removed.

@@ -10,7 +10,7 @@
 #include <tuple>
 
 #include "base/foothold.h"
-#include "base/open_file.h"
+#include "base/regular_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "index/record/util.h"

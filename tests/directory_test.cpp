@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <set>
 
-#include "index/record/directory_listing.h"
+#include "base/directory_listing.h"
 #include "index/record/index_mode.h"
 #include "tests/fixture.h"
 

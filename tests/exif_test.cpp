@@ -4,10 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <ctime>
-
 #include "base/path_names.h"
-#include "photo/exif_memory.h"
 #include "tests/exif_bytes.h"
 #include "tests/fixture.h"
 
@@ -79,29 +76,6 @@ TEST_F(Exif, ABlockIsLookedForInTheFirst20MiBOnly) {
     };
     EXPECT_STREQ(Read(padded(1 << 20)).camera_make, "Maker");
     EXPECT_STREQ(Read(padded(21 << 20)).camera_make, "");
-}
-
-TEST(ExifMemory, IsOfOneFileOnceAndNotOfOneThatMayStillChange) {
-    struct stat file {};
-    file.st_size = 100;
-    file.st_ctim.tv_sec = time(nullptr) - 60;
-    struct stat changed = file, just_now = file;
-    changed.st_ctim.tv_nsec = 1;
-    just_now.st_ctim.tv_sec = time(nullptr);
-    ExifMemory memory;
-    memory.Begin(file);
-    memory.Add({271, "Maker"});
-    EXPECT_TRUE(memory.Recall(file));
-    EXPECT_STREQ(memory.begin()->text, "Maker");
-    EXPECT_FALSE(memory.Recall(file));
-    memory.Begin(file);
-    EXPECT_FALSE(memory.Recall(changed));
-    memory.Begin(just_now);
-    EXPECT_FALSE(memory.Recall(just_now));
-    memory.Begin(file);
-    for (int value = 0; value < 33; ++value)
-        memory.Add({271, "one too many"});
-    EXPECT_FALSE(memory.Recall(file));
 }
 
 }  // namespace koli::test

@@ -20,26 +20,26 @@ namespace koli {
 using test::Record;
 
 // clang-format off
-int MusicFileAdd(const char* path) { return Record(__func__, path); }
+int MusicFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
 int MusicFileDelete(const char* path) { return Record(__func__, path); }
-int FlacFileAdd(const char* path) { return Record(__func__, path); }
-int AiffFileAdd(const char* path) { return Record(__func__, path); }
+int FlacFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int AiffFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
 int AiffFileDelete(const char* path) { return Record(__func__, path); }
-int AacFileAdd(const char* path) { return Record(__func__, path); }
-int MediaMusicAdd(const char* path) { return Record(__func__, path); }
+int AacFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int MediaMusicAdd(const KnownPath& path) { return Record(__func__, path.text()); }
 int MediaMusicDelete(const char* path) { return Record(__func__, path); }
-int MediaMusicSave(const char* path) { return Record(__func__, path); }
-int MediaVideoAdd(const char* path) { return Record(__func__, path); }
+int MediaMusicSave(const KnownPath& path) { return Record(__func__, path.text()); }
+int MediaVideoAdd(const KnownPath& path) { return Record(__func__, path.text()); }
 int MediaVideoDelete(const char* path) { return Record(__func__, path); }
-int MediaVideoSave(const char* path) { return Record(__func__, path); }
-int Mp4Add(const char* path) { return Record(__func__, path); }
+int MediaVideoSave(const KnownPath& path) { return Record(__func__, path.text()); }
+int Mp4Add(const KnownPath& path) { return Record(__func__, path.text()); }
 int Mp4Delete(const char* path) { return Record(__func__, path); }
-int VideoAdd(const char* path) { return Record(__func__, path); }
+int VideoAdd(const KnownPath& path) { return Record(__func__, path.text()); }
 int VideoDelete(const char* path) { return Record(__func__, path); }
-int PhotoMediaAdd(const char* path) { return Record(__func__, path); }
+int PhotoMediaAdd(const KnownPath& path) { return Record(__func__, path.text()); }
 int PhotoMediaDelete(const char* path) { return Record(__func__, path); }
 
-int PhotoLibraryIndex(const char* path, int mode) { return Record(__func__, path, mode); }
+int PhotoLibraryIndex(const KnownPath& path, int mode) { return Record(__func__, path.text(), mode); }
 int PhotoFolderResync(const char* path) { return Record(__func__, path); }
 int PhotoShareResync(const char* path) { return Record(__func__, path); }
 int PhotoShareWalk(const char* path) { return Record(__func__, path); }

@@ -5,8 +5,8 @@
 #include "index/index.h"
 #include "tests/fake_platform.h"
 
-int koli::IndexOnePath(const char* path, int mode) {
-    return test::Record(__func__, path, mode);
+int koli::IndexOnePath(const KnownPath& path, int mode) {
+    return test::Record(__func__, path.text(), mode);
 }
 void koli::IndexFilesBelow(const char* directory) {
     test::Record(__func__, directory);
@@ -14,6 +14,6 @@ void koli::IndexFilesBelow(const char* directory) {
 void koli::IndexTreeAgain(const char* directory) {
     test::Record(__func__, directory);
 }
-int koli::IndexWalk(const char* path, int mode, int types) {
-    return test::Record(__func__, path, mode, types);
+int koli::IndexWalk(const KnownPath& path, int mode, int types) {
+    return test::Record(__func__, path.text(), mode, types);
 }

@@ -30,11 +30,11 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
     const std::string bracket = "remove [" + gone + "] from database",
                       point = "remove " + gone + " from database.";
     const std::string info = "save media info to database.", list = "save playlist info.";
-    using Handler = int (*)(const char*);
     const struct {
         std::string module, unparsed;  // '' = is not looked into
         int type;
-        Handler add, remove;
+        int (*add)(const KnownPath& path);
+        int (*remove)(const char* path);
         std::string good, unsaved, undeleted;
         bool cleaned = true;
         int refusal = -1;
@@ -92,7 +92,7 @@ TEST_F(Handlers, AFileThatHasHadItsTimeIsUnreadable) {
     for (const char* name : {"a.mp3", "a.flac", "a.aif", "a.dat", "a.jpg"}) {
         fake = {};
         const std::string path = Write(name, Tag(Text("TIT2", "T")) + Audio());
-        EXPECT_EQ(IndexOneFile(path.c_str(), kModeAdd), -1);
+        EXPECT_EQ(IndexOnePath(path.c_str(), kModeAdd), -1);
         EXPECT_EQ(fake.log.front(),
                   "reading (#) More than 0 seconds of processor time, the rest is taken for "
                   "unreadable: " +

@@ -6,6 +6,7 @@
 #include "index/record/index_mode.h"
 #include "photo/caption.h"
 #include "photo/photo.h"
+#include "photo/picture.h"
 #include "tests/exif_bytes.h"
 #include "tests/fixture.h"
 
@@ -38,6 +39,21 @@ TEST_F(Photo, AJpegBringsItsExifValuesAndOthersTheirSizeOnly) {
 
     EXPECT_EQ(PhotoMediaAdd(Write(std::string(254, 'd') + "/a.png", "x").c_str()), 0);
     EXPECT_EQ(fake.log, Lines{"photo (#) Impossible error."});
+}
+
+TEST_F(Photo, IsReadOnceForBothStores) {
+    const std::string path = Write("a.jpg", CameraJpeg("Before", 20));
+    KnownPath known(path.c_str());
+    Picture picture(path.c_str());
+    known.picture = &picture;
+    EXPECT_EQ(PhotoMediaAdd(known), 0);
+    Write("a.jpg", CameraJpeg("After", 20));
+    EXPECT_EQ(PhotoLibraryAdd(known, kModeAdd), 0);
+    picture.Forget();
+    EXPECT_EQ(PhotoLibraryAdd(known, kModeAdd), 0);
+    const Lines models = {fake.media.at(0).second.camera_model, fake.photos.at(0).second.camera_model,
+                          fake.photos.at(1).second.camera_model};
+    EXPECT_EQ(models, (Lines{"Before", "Before", "After"}));
 }
 
 TEST_F(Photo, FillsTheRecordFromNamesFileAndExif) {

@@ -79,17 +79,17 @@ struct PhotoFixture : host::Store {
 
 }  // namespace koli::test
 
-int koli::IndexOnePath(const char* path, int mode) {
+int koli::IndexOnePath(const KnownPath& path, int mode) {
     if (test::meanwhile != nullptr) std::exchange(test::meanwhile, nullptr)();
-    return test::Record(__func__, path, mode);
+    return test::Record(__func__, path.text(), mode);
 }
 
-int koli::IndexWalk(const char* path, int mode, int types) {
-    return test::Record(__func__, path, mode, types);
+int koli::IndexWalk(const KnownPath& path, int mode, int types) {
+    return test::Record(__func__, path.text(), mode, types);
 }
 
-void koli::ConversionRequest(const char*, int) {}
-void koli::FlvConvert(const char*) {}
+void koli::ConversionRequest(const KnownPath&, int) {}
+void koli::FlvConvert(const KnownPath&) {}
 
 int koli::IsRecycleBinPath(const char* path) {
     return (std::string(path) + "/").starts_with(test::share_target + "/#recycle/");

@@ -4,7 +4,8 @@
 #include <iterator>
 
 #include "base/reading.h"
-#include "compat/media_file.h"
+#include "base/regular_file.h"
+#include "compat/big_endian_fields.h"
 
 namespace koli {
 namespace {
@@ -55,7 +56,7 @@ class AdtsScan {
     bool IsStream(int64_t start, int64_t end) const;
     void Add(int64_t offset, const AdtsHeader& header);
 
-    compat::MediaFile file_;
+    MediaFile file_;
     AdtsFigures sum_;
     uint32_t fixed_ = 0;  // of the frame added last, before that of the first header; 0 = none has been seen
     int64_t end_ = 0;     // of the frame added last

@@ -15,9 +15,9 @@ extern "C" {
 #include <memory>
 
 #include "base/log.h"
-#include "base/open_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
+#include "base/regular_file.h"
 #include "video/media_input.h"
 
 namespace koli {
@@ -179,7 +179,7 @@ void ContainerProbeWarmUp() {
 }
 
 int MiscMediaInfoProbe(const char* path, MediaInfo* record) {
-    const int file = OpenRegularForReading(path);
+    const int file = RegularFile(path).Release();
     const int result = MiscMediaInfoProbeFile(file, path, record);
     if (file >= 0) close(file);
     return result;

@@ -4,7 +4,6 @@
 #include "base/media_info.h"
 #include "index/record/util.h"
 #include "platform/kolidb.h"
-#include "platform/kolisdk.h"
 #include "video/metamedia.h"
 
 namespace koli {
@@ -21,13 +20,11 @@ constexpr Texts kAddTexts = {"%s (%d) Bad parameter.", "%s (%d) Failed to save m
 constexpr Texts kSaveTexts = {"%s:%d Bad parameter.", "%s:%d Failed to save media info to database."};
 
 /// The head of every add handler: fills the zeroed record from the path.  Returns 0, or -1.
-int Prefill(const char* path, MediaInfo* record, const Texts& texts, LogSite site) {
-    if (path == nullptr || *path == '\0') {
+int Prefill(const KnownPath& path, MediaInfo* record, const Texts& texts, LogSite site) {
+    if (path.IsEmpty()) {
         LogError(texts.bad_parameter, site.module, site.line);
         return -1;
     }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
     *record = MediaInfo{};
     return MediaInfoFill(path, record);
 }
@@ -43,7 +40,7 @@ int Delete(int type, const char* path, LogSite site) {
 }
 
 /// Stores a file with nothing but what its path tells.
-int SaveUnread(int type, const char* path, LogSite site) {
+int SaveUnread(int type, const KnownPath& path, LogSite site) {
     MediaInfo record;
     if (Prefill(path, &record, kSaveTexts, site) != 0) return -1;
     return Save(type, &record, -1, kSaveTexts, site);
@@ -51,18 +48,18 @@ int SaveUnread(int type, const char* path, LogSite site) {
 
 }  // namespace
 
-int MediaVideoAdd(const char* path) {
+int MediaVideoAdd(const KnownPath& path) {
     MediaInfo record;
     if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
     int result = -1;
-    if (MiscMediaInfoGet(path, &record) != 0) {
-        KOLI_LOG("%s (%d) Failed to parse media metadata from file [%s].", path);
+    if (MiscMediaInfoGet(path.text(), &record) != 0) {
+        KOLI_LOG("%s (%d) Failed to parse media metadata from file [%s].", path.text());
         result = 1;
     }
     return Save(kStoreVideo, &record, result, kAddTexts, LogSite(kModule));
 }
 
-int MediaMusicAdd(const char* path) {
+int MediaMusicAdd(const KnownPath& path) {
     MediaInfo record;
     if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
     int result = -1;
@@ -73,11 +70,11 @@ int MediaMusicAdd(const char* path) {
     return Save(kStoreMusic, &record, result, kAddTexts, LogSite(kModule));
 }
 
-int MediaVideoSave(const char* path) {
+int MediaVideoSave(const KnownPath& path) {
     return SaveUnread(kStoreVideo, path, LogSite(kModule));
 }
 
-int MediaMusicSave(const char* path) {
+int MediaMusicSave(const KnownPath& path) {
     return SaveUnread(kStoreMusic, path, LogSite(kModule));
 }
 

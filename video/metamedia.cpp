@@ -10,7 +10,7 @@
 
 #include "base/log.h"
 #include "base/media_fields.h"
-#include "base/open_file.h"
+#include "base/regular_file.h"
 #include "base/parse_number.h"
 #include "base/reading.h"
 #include "video/child_heap.h"
@@ -29,7 +29,7 @@ constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, ter
 /// What the child does: its exit status.
 int ProbeInChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent) {
     ChildHeapUseLargePages();
-    const int file = OpenRegularForReading(path);  // while there still are the daemon's rights
+    const int file = RegularFile(path).Release();  // while there still are the daemon's rights
     if (file < 0) ReadingFailedUnlogged(errno);
     if (ProbeGuardEnter(file, parent) != 0) return 1;
     if (probe(file, path, record) == 0) return 0;

@@ -19,26 +19,25 @@ void MergeProbe(const MediaInfo& probe, MediaInfo* record) {
 
 }  // namespace
 
-int Mp4InfoFill(const char* path, MediaInfo* record) {
+int Mp4InfoFill(const KnownPath& path, MediaInfo* record) {
     if (MediaInfoBegin(path, record, LogSite(kModule)) != 0) return -1;
     int result = 0;
     if (Mp4MetadataRead(record->path, record) < 0) {
         KOLI_LOG("%s (%d) Failed to parse mp4 metadata.");
         result = 1;
     }
-    MediaInfoTimes(record);
     MediaInfoValid(record);
 
-    MediaInfoNames(path, NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
+    MediaInfoNames(path.text(), NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
     return result;
 }
 
-int Mp4Add(const char* path) {
+int Mp4Add(const KnownPath& path) {
     MediaInfo record{};
     MediaInfo probe{};
     const int result = Mp4InfoFill(path, &record);
     if (result != 0 && result != 1) return -1;
-    if (MiscMediaInfoGet(path, &probe) == 0) MergeProbe(probe, &record);
+    if (MiscMediaInfoGet(path.text(), &probe) == 0) MergeProbe(probe, &record);
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
                          "%s (%d) Failed to save media info to database.");
 }

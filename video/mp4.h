@@ -1,6 +1,7 @@
 // MP4 audio files: tags, tracks and the cover picture, then the guarded probe's figures over them.
 #pragma once
 
+#include "base/known_path.h"
 #include "base/media_info.h"
 #include "compat/mp4_file.h"
 
@@ -9,7 +10,7 @@ namespace koli {
 /// Stores an MP4 file as music.  0 when the tags were read, 1 when they could not be (the record is stored
 /// all the same); a store that refuses the record is logged and changes neither.  -1 bad argument (logged) or
 /// missing file.
-int Mp4Add(const char* path);
+int Mp4Add(const KnownPath& path);
 
 /// Removes the row of a file that is gone.  0, or -1 (logged) when the file still exists or the store
 /// refused.
@@ -18,7 +19,7 @@ int Mp4Delete(const char* path);
 /// Zeroes and fills a whole record: path, size and times, what Mp4MetadataRead finds, and title and album
 /// from the path where the tags gave none.  0; 1 when the MP4 file could not be read (logged); -1 for a bad
 /// argument (logged) or a missing file.
-int Mp4InfoFill(const char* path, MediaInfo* record);
+int Mp4InfoFill(const KnownPath& path, MediaInfo* record);
 
 /// Removes the file's old covers, then fills tags, tracks and `has_cover`, and stores the cover picture.  0,
 /// or -1 (logged) when the file cannot be read or has no tracks.

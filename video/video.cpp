@@ -11,17 +11,16 @@ namespace {
 constexpr const char kModule[] = "video";
 }
 
-int VideoAdd(const char* path) {
+int VideoAdd(const KnownPath& path) {
     MediaInfo record;
     if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
-    MediaInfoNames(path, NamesFromPath::kPreset, &record, LogSite(kModule));
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
-    if (MpegVideoInfoGet(path, &record) < 0) {
+    if (MpegVideoInfoGet(path.text(), &record) < 0) {
         KOLI_LOG("%s (%d) Failed to parse dat metadata.");
         result = 1;
     }
-    MediaInfoTimes(&record);
     MediaInfoValid(&record);
     return SaveMediaInfo(kStoreVideo, record, result, LogSite(kModule),
                          "%s (%d) Failed to save media info to database.");

@@ -8,11 +8,8 @@
 namespace koli {
 namespace {
 
-constexpr size_t kVolumeLength = 8;  // "/volume1"
 constexpr const char kPhotoName[] = "photo";
 constexpr size_t kPhotoNameLength = sizeof kPhotoName - 1;
-constexpr const char kRecycleFolder[] = "/#recycle";
-constexpr size_t kRecycleFolderLength = sizeof kRecycleFolder - 1;
 
 bool EndsComponent(char c) {
     return c == '/' || c == '\0';
@@ -53,8 +50,9 @@ int IsRecycleBinPath(const char* path) {
     const char* slash = strchr(path, '/');
     for (int found = 1; slash != nullptr && found < 3; ++found)
         slash = strchr(slash + 1, '/');
-    if (slash == nullptr || strncmp(slash, kRecycleFolder, kRecycleFolderLength) != 0) return 0;
-    return EndsComponent(slash[kRecycleFolderLength]) ? 1 : 0;
+    constexpr size_t kLength = sizeof kRecycleFolder - 1;
+    if (slash == nullptr || strncmp(slash + 1, kRecycleFolder, kLength) != 0) return 0;
+    return EndsComponent(slash[1 + kLength]) ? 1 : 0;
 }
 
 int ShareTargetGet(const char* share_link, char (&target)[kPathSize]) {

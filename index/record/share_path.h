@@ -7,9 +7,12 @@
 
 namespace koli {
 
-/// Length of the photo share's real top directory: a volume of eight characters and the share,
-/// "/volume1/photo".
-inline constexpr size_t kShareTopLength = 14;
+/// Lengths of a volume's path, "/volume1", and of the photo share's real top directory, "/volume1/photo".
+inline constexpr size_t kVolumeLength = 8;
+inline constexpr size_t kShareTopLength = kVolumeLength + sizeof "/photo" - 1;
+
+/// The folder at a share's top for what was thrown away.
+inline constexpr char kRecycleFolder[] = "#recycle";
 
 /// 1 when `path` is the photo share of a volume or lies inside it, else 0, also for null.  Only volumes whose
 /// mount point is exactly eight characters long ("/volume1") are recognised; the share's name may be in any

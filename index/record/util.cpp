@@ -10,36 +10,43 @@
 
 namespace koli {
 namespace {
+
 constexpr const char kModule[] = "util";
+
+/// What the look at the file tells.
+void FillFromLook(const char* path, const struct stat& file, MediaInfo* record) {
+    CopyText(record->path, sizeof record->path, path);
+    record->file_size = static_cast<uint64_t>(file.st_size);
+    KOLIIndexTimeText(file.st_ctime, record->ctime, sizeof record->ctime);
+    KOLIIndexTimeText(file.st_mtime, record->mtime, sizeof record->mtime);
 }
 
-int MediaInfoFill(const char* path, MediaInfo* record) {
-    if (path == nullptr || *path == '\0' || record == nullptr) {
+}  // namespace
+
+int MediaInfoFill(const KnownPath& path, MediaInfo* record) {
+    if (path.IsEmpty() || record == nullptr) {
         KOLI_LOG("%s:%d Bad parameter.");
         return -1;
     }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
+    const struct stat* file = path.file();
+    if (file == nullptr) return -1;
 
-    CopyText(record->path, sizeof record->path, path);
-    record->file_size = size;
-    TitleFromPath(path, record->title, sizeof record->title);
-    if (!AlbumFromPath(path, record->album, sizeof record->album)) KOLI_LOG("%s:%d Impossible error.");
-    MediaInfoTimes(record);
+    FillFromLook(path.text(), *file, record);
+    TitleFromPath(path.text(), record->title, sizeof record->title);
+    if (!AlbumFromPath(path.text(), record->album, sizeof record->album)) KOLI_LOG("%s:%d Impossible error.");
     return 0;
 }
 
-int MediaInfoBegin(const char* path, MediaInfo* record, LogSite site) {
-    if (path == nullptr || *path == '\0' || record == nullptr) {
+int MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site) {
+    if (path.IsEmpty() || record == nullptr) {
         LogError("%s (%d) Bad parameter.", site.module, site.line);
         return -1;
     }
-    uint64_t size = 0;
-    if (IsFileExist(path, &size) == 0) return -1;
+    const struct stat* file = path.file();
+    if (file == nullptr) return -1;
 
     *record = MediaInfo{};
-    CopyText(record->path, sizeof record->path, path);
-    record->file_size = size;
+    FillFromLook(path.text(), *file, record);
     return 0;
 }
 
@@ -52,11 +59,6 @@ void MediaInfoNames(const char* path, NamesFromPath which, MediaInfo* record, Lo
     if (!is_preset && record->album[0] != '\0') return;
     if (!AlbumFromPath(path, record->album, sizeof record->album))
         LogError("%s (%d) Impossible error.", site.module, site.line);
-}
-
-void MediaInfoTimes(MediaInfo* record) {
-    KOLIIndexCTimeMTimeGet(record->path, record->ctime, sizeof record->ctime, record->mtime,
-                           sizeof record->mtime);
 }
 
 int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, const char* format) {

@@ -1,6 +1,7 @@
 // What every add and delete handler of the dispatch table shares.
 #pragma once
 
+#include "base/known_path.h"
 #include "base/log.h"
 #include "base/media_info.h"
 
@@ -9,19 +10,16 @@ namespace koli {
 /// Fills what every record carries: path, file size, title from the file name, album from the folder's name,
 /// times. The rest of the record stays as it is.  Returns 0, or -1 for a bad argument (logged) or a missing
 /// file.
-int MediaInfoFill(const char* path, MediaInfo* record);
+int MediaInfoFill(const KnownPath& path, MediaInfo* record);
 
 /// Begins the record of a file as the handlers with a parser of their own do: refuses a missing or empty path
 /// ("Bad parameter.", in the caller's name) and, silently, a file that is not there; else zeroes the record
-/// and fills in path and file size.  Returns 0 or -1.
-int MediaInfoBegin(const char* path, MediaInfo* record, LogSite site);
+/// and fills in path, file size and times.  Returns 0 or -1.
+int MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site);
 
 /// Fills title and album from the path: whatever stands in them, or only what is still empty.
 enum class NamesFromPath { kPreset, kOnlyEmpty };
 void MediaInfoNames(const char* path, NamesFromPath which, MediaInfo* record, LogSite site);
-
-/// Fills in the two times of the file that the record names.
-void MediaInfoTimes(MediaInfo* record);
 
 /// The tail of an add handler: saves the record.  `result` is what the handler has so far, 1 when the
 /// metadata could not be parsed, else the value to return for a failed save.  A failed save logs `format`

@@ -11,8 +11,6 @@ namespace {
 
 constexpr const char kModule[] = "photo_share";
 
-constexpr size_t kVolumeLength = 8;  // "/volume1"
-
 int DepthOf(const char* name) {
     if (*name == '\0') return kNoAlbum;
     const char* slash = strchr(name, '/');

@@ -1,11 +1,13 @@
 // The entries of one folder in the order of their names.
 #pragma once
 
-#include <dirent.h>
-#include <sys/types.h>
+#include <sys/stat.h>
 
-#include <ctime>
 #include <functional>
+#include <string>
+#include <vector>
+
+#include "base/known_path.h"
 
 namespace koli {
 
@@ -14,10 +16,11 @@ namespace koli {
 /// files.
 class FolderListing {
   public:
-    FolderListing() = default;
-    ~FolderListing();
-    FolderListing(const FolderListing&) = delete;
-    FolderListing& operator=(const FolderListing&) = delete;
+    struct Entry {
+        std::string name;
+        unsigned char type;  // d_type
+        ino_t inode;
+    };
 
     enum class Status {
         kRead,
@@ -25,38 +28,36 @@ class FolderListing {
         kOutOfReach,  // there is one, or may be, that cannot be listed now
     };
 
-    /// Lists `path`, once for each object.  A folder that may be listed but not entered is out of reach too.
+    /// Lists `path`.  A folder that may be listed but not entered is out of reach too.
     Status Read(const char* path);
 
     /// Identity of the folder.
-    dev_t device() const { return device_; }
-    ino_t inode() const { return inode_; }
+    dev_t device() const { return status_.st_dev; }
+    ino_t inode() const { return status_.st_ino; }
     /// When the folder changed last before it was listed (ctime, which no program can set).
-    const timespec& changed() const { return changed_; }
+    const timespec& changed() const { return status_.st_ctim; }
+
+    /// Nothing that is visible is in it, "@eaDir" included.
+    bool is_empty() const { return is_empty_; }
 
     /// Whether `path` is the same folder still and holds what it held, "@eaDir" apart.
     bool IsStill(const char* path) const;
 
-    const dirent* const* begin() const { return entries_; }
-    const dirent* const* end() const { return entries_ + count_; }
+    std::vector<Entry>::const_iterator begin() const { return entries_.begin(); }
+    std::vector<Entry>::const_iterator end() const { return entries_.end(); }
 
   private:
-    dirent** entries_ = nullptr;  // from scandir: each entry and the array come from malloc
-    int count_ = 0;
-    dev_t device_ = 0;
-    ino_t inode_ = 0;
-    timespec changed_{};
+    std::vector<Entry> entries_;
+    struct stat status_ {};
+    bool is_empty_ = true;
 };
 
 /// What the shell's pattern "*.*" matches, of the visible entries.
-bool HasDot(const dirent* entry);
+bool HasDot(const FolderListing::Entry& entry);
 
-/// What an entry of a listing is.
-enum class EntryKind { kFolder, kOther, kOutOfReach };
-
-/// Tells whether the entry, whose full path is `path`, is a folder, links followed.  The file system is asked
-/// where the listing does not tell, and always where it is not to be trusted (photo_share_needs_type_check).
-EntryKind EntryKindOf(const dirent& entry, const char* path);
+/// The entry, whose full path is `path`, with what the listing has told of it: nothing where it is not to be
+/// trusted (photo_share_needs_type_check).
+KnownPath EntryAt(const FolderListing::Entry& entry, const char* path);
 
 /// Calls `each` with the full path of every folder directly inside `path`, in the order of their names.
 /// Passed over are hidden ones, "@eaDir" and what would not fit into 4095 bytes.  kOutOfReach is also

@@ -5,13 +5,12 @@
 #include <new>
 
 #include "base/log.h"
-#include "index/index.h"
+#include "base/path_buffer.h"
+#include "index/both_stores.h"
 #include "index/record/index_mode.h"
 #include "photo/albums/folder_listing.h"
-#include "photo/albums/path_buffer.h"
 #include "photo/albums/photo_resync.h"
 #include "photo/albums/sql_text.h"
-#include "photo/conversion.h"
 #include "photo/photo_library.h"
 #include "platform/kolidb.h"
 
@@ -91,8 +90,8 @@ struct Found {
 int Divide(const char* directory, const FolderListing& names, const KnownPaths& known, Found* found) {
     PathBuffer path(directory);
     const size_t length = path.length();
-    for (const dirent* entry : names) {
-        if (!HasDot(entry) || !path.Append(entry->d_name)) continue;
+    for (const FolderListing::Entry& entry : names) {
+        if (!HasDot(entry) || !path.Append(entry.name.c_str())) continue;
         const int result = Prepend(path.text(), known.Holds(path.text()) ? &found->seen : &found->added);
         path.CutTo(length);
         if (result != 0) return -1;
@@ -122,15 +121,6 @@ int DivideByRows(const char* directory, const FolderListing& names, Found* found
     return Divide(directory, names, known, found);
 }
 
-/// What the media store could not take now says nothing about the file.
-void AddToBothStores(const char* path) {
-    if (IndexOnePath(path, kModeAdd) == 0 || (KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) {
-        PhotoLibraryIndex(path, kModeAdd);
-    } else {
-        FlvConvert(path);
-    }
-}
-
 bool IsStopped() {
     KOLIDBTick();
     return (KOLIDBRefusing() & KOLI_PHOTO_DB) != 0;
@@ -147,7 +137,7 @@ bool Index(const Found& found) {
     }
     for (const PhotoPathList* node = found.added.get(); node != nullptr; node = node->next) {
         if (IsStopped()) return false;
-        AddToBothStores(node->path);
+        IndexInStores(node->path, kModeAdd, kWalkMediaStore | kWalkPhotoLibrary);
     }
     return is_seen;
 }

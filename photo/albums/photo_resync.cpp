@@ -6,12 +6,12 @@
 #include "base/folder_way.h"
 #include "base/foothold.h"
 #include "base/log.h"
+#include "base/metadata_folder.h"
+#include "base/path_buffer.h"
 #include "index/record/share_path.h"
 #include "photo/albums/folder_listing.h"
-#include "photo/albums/path_buffer.h"
 #include "photo/albums/resync_guard.h"
 #include "photo/albums/sql_text.h"
-#include "photo/metadata_folder.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
@@ -20,7 +20,6 @@ namespace koli {
 namespace {
 
 constexpr const char kModule[] = "photo_index";
-constexpr const char kRecycleName[] = "#recycle";
 
 /// Whether the last resync of the whole share has come to its sweep; true before the first.  The resync of
 /// the albums, which is a call of its own behind it, depends on this.
@@ -37,8 +36,7 @@ class TreeResync {
   private:
     void Visit(const FolderWay* above, bool is_link);
     void VisitFolders(const FolderListing& listing, const FolderWay& way);
-    void VisitEntry(const dirent& entry, const FolderWay& way);
-    bool MayFollow(const FolderWay& way);
+    void VisitEntry(const FolderListing::Entry& entry, const FolderWay& way);
 
     PathBuffer path_;
     ResyncGuard& guard_;
@@ -62,27 +60,21 @@ void TreeResync::Visit(const FolderWay* above, bool is_link) {
 
 void TreeResync::VisitFolders(const FolderListing& listing, const FolderWay& way) {
     const size_t length = path_.length();
-    for (const dirent* entry : listing) {
+    for (const FolderListing::Entry& entry : listing) {
         if (guard_.IsStopped()) return;
-        if (MentionsMetadataFolder(entry->d_name) || !path_.Append(entry->d_name)) continue;
-        VisitEntry(*entry, way);
+        const char* const name = entry.name.c_str();
+        if (MentionsMetadataFolder(name) || !path_.Append(name)) continue;
+        VisitEntry(entry, way);
         path_.CutTo(length);
     }
 }
 
-void TreeResync::VisitEntry(const dirent& entry, const FolderWay& way) {
-    const EntryKind kind = EntryKindOf(entry, path_.text());
-    if (kind == EntryKind::kOutOfReach) guard_.MissFolder(path_.text());
-    if (kind != EntryKind::kFolder) return;
-    const bool is_link = IsLink(entry.d_type, path_.text());
-    if (!is_link || MayFollow(way)) Visit(&way, is_link);
-}
-
-bool TreeResync::MayFollow(const FolderWay& way) {
-    if (links_.MayFollow(way)) return true;
-    if (links_.IsFirstLeftOut())
-        KOLI_LOG("%s (%d) Too many links below links: %s and those after it are not followed.", path_.text());
-    return false;
+void TreeResync::VisitEntry(const FolderListing::Entry& entry, const FolderWay& way) {
+    const PathKind kind = EntryAt(entry, path_.text()).kind();
+    if (kind == PathKind::kUnknown) guard_.MissFolder(path_.text());
+    if (kind != PathKind::kDirectory) return;
+    const bool is_link = IsLink(entry.type, path_.text());
+    if (!is_link || links_.MayFollow(way, path_.text(), LogSite(kModule))) Visit(&way, is_link);
 }
 
 int TargetGet(char (&target)[kPathSize]) {
@@ -106,7 +98,7 @@ bool IsLinkTarget(const char* directory) {
 /// their pictures: what comes back has its captions.
 void RefreshRecycleBin(const char* top, ResyncGuard* guard) {
     PathBuffer bin(top);
-    if (!bin.Append(kRecycleName) || KLIBPathLook(bin.text()) == KLIB_PATH_ABSENT) return;
+    if (!bin.Append(kRecycleFolder) || KLIBPathLook(bin.text()) == KLIB_PATH_ABSENT) return;
     const SqlText like = LikeText(bin.text(), LogSite(kModule));
     const SqlText where =
         like != nullptr ? FormatSql(LogSite(kModule), "path like '%s/%%'", like.get()) : nullptr;

@@ -7,6 +7,7 @@
 
 #include "base/later_renames.h"
 #include "base/log.h"
+#include "base/metadata_folder.h"
 #include "base/passing_error.h"
 #include "base/path_names.h"
 #include "index/record/share_path.h"
@@ -15,7 +16,6 @@
 #include "photo/albums/photo_share_rows.h"
 #include "photo/albums/sql_text.h"
 #include "photo/caption.h"
-#include "photo/metadata_folder.h"
 #include "photo/photo_trouble.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"

@@ -2,16 +2,16 @@
 
 #include "base/log.h"
 #include "base/media_info.h"
+#include "base/metadata_folder.h"
+#include "base/path_buffer.h"
 #include "index/record/share_path.h"
 #include "photo/albums/album_name.h"
 #include "photo/albums/folder_listing.h"
-#include "photo/albums/path_buffer.h"
 #include "photo/albums/photo_resync.h"
 #include "photo/albums/photo_share.h"
 #include "photo/albums/photo_share_rows.h"
 #include "photo/albums/resync_guard.h"
 #include "photo/albums/sql_text.h"
-#include "photo/metadata_folder.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
@@ -20,7 +20,6 @@ namespace koli {
 namespace {
 
 constexpr const char kModule[] = "photo_share";
-constexpr const char kRecycleName[] = "#recycle";
 
 /// The statements of the resync end their message with a full stop.
 int ExecStep(const SqlText& sql) {
@@ -58,14 +57,14 @@ void MarkInside(const char* folder, bool is_top, ResyncGuard* guard) {
     if (!guard->List(folder, &listing)) return;
     PathBuffer path(folder);
     const size_t length = path.length();
-    for (const dirent* entry : listing) {
+    for (const FolderListing::Entry& entry : listing) {
         if (guard->IsStopped()) return;
-        const bool is_skipped =
-            MentionsMetadataFolder(entry->d_name) || strcmp(entry->d_name, kRecycleName) == 0;
-        if (is_skipped || !path.Append(entry->d_name)) continue;
-        const EntryKind kind = EntryKindOf(*entry, path.text());
-        if (kind == EntryKind::kOutOfReach) guard->MissFolder(path.text());
-        if (kind == EntryKind::kFolder) {
+        const char* const name = entry.name.c_str();
+        const bool is_skipped = MentionsMetadataFolder(name) || strcmp(name, kRecycleFolder) == 0;
+        if (is_skipped || !path.Append(name)) continue;
+        const PathKind kind = EntryAt(entry, path.text()).kind();
+        if (kind == PathKind::kUnknown) guard->MissFolder(path.text());
+        if (kind == PathKind::kDirectory) {
             PhotoShareMark(AlbumNameOf(path.text()));
             if (is_top) MarkInside(path.text(), false, guard);
         }
@@ -78,7 +77,7 @@ void MarkInside(const char* folder, bool is_top, ResyncGuard* guard) {
 void MarkRecycled(const char* top, ResyncGuard* guard) {
     PathBuffer path(top);
     const size_t length = path.length();
-    if (!path.Append(kRecycleName) || KLIBPathLook(path.text()) == KLIB_PATH_ABSENT) return;
+    if (!path.Append(kRecycleFolder) || KLIBPathLook(path.text()) == KLIB_PATH_ABSENT) return;
     path.CutTo(length);
     const SqlRows rows =
         AlbumRowsOpen(KOLI_PHOTO_SHARE, "sharename like '#recycle/%'", nullptr, 0, LogSite(kModule));

@@ -84,7 +84,7 @@ bool ResyncGuard::HasLostVolume() const {
     if (listing.Read(top_) != FolderListing::Status::kRead || listing.device() != device_ ||
         listing.inode() != inode_)
         return true;
-    if (listing.begin() != listing.end()) return false;
+    if (!listing.is_empty()) return false;
     char noted[kNumberSize];
     const int found = PhotoDBSettingGet(kDeviceSetting, noted, sizeof noted);
     return found < 0 || (found == 0 && strtoull(noted, nullptr, 10) != device_);

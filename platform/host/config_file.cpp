@@ -8,7 +8,7 @@
 namespace koli {
 namespace {
 
-constexpr uint64_t kConfigBytesMax = 1 << 20;  // a larger settings file is taken for a damaged one
+constexpr int64_t kConfigBytesMax = 1 << 20;  // a larger settings file is taken for a damaged one
 
 std::string_view WithoutBlanks(std::string_view text) {
     constexpr std::string_view kBlanks = " \t\r";

@@ -2,22 +2,21 @@
 //
 // "@eaDir" or a cover folder that is a symbolic link is never followed (base/held_folder.h), so that a link
 // laid into a share cannot make the daemon make folders or remove files outside it.
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <string_view>
 
+#include "base/directory_listing.h"
 #include "base/file_reading.h"
 #include "base/held_folder.h"
 #include "base/passing_error.h"
 #include "platform/host/ea_path.h"
 #include "platform/koliindex.h"
 
+using koli::DirectoryListing;
 using koli::HeldFolder;
 
 namespace {
@@ -52,10 +51,9 @@ bool IsCoverName(std::string_view name) {
            name.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
-bool IsRegularFile(int directory, const dirent& entry) {
-    if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_REG;
+bool IsCover(const HeldFolder& folder, const char* name) {
     struct stat status;
-    return fstatat(directory, entry.d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(status.st_mode);
+    return IsCoverName(name) && folder.Look(name, &status) == 0 && S_ISREG(status.st_mode);
 }
 
 }  // namespace
@@ -70,18 +68,13 @@ int GetCoverFolder(const char* audio_path, char* folder, int size) {
 
 void CleanOldCover(const char* folder) {
     if (folder == nullptr) return;
-    const int descriptor = HeldFolder::OpenAttributes(folder).Release();
-    if (descriptor < 0) return;
-    DIR* entries = fdopendir(descriptor);
-    if (entries == nullptr) {
-        close(descriptor);
-        return;
-    }
-    while (const dirent* entry = readdir(entries))
-        if (IsCoverName(entry->d_name) && IsRegularFile(descriptor, *entry) &&
-            unlinkat(descriptor, entry->d_name, 0) != 0 && koli::IsPassingError(errno) && errno != EROFS)
+    const HeldFolder covers = HeldFolder::OpenAttributes(folder);
+    DirectoryListing listing;
+    if (!listing.Open(covers.Enter("."))) return;
+    for (auto entry = listing.Next(); entry.name != nullptr; entry = listing.Next())
+        if (IsCover(covers, entry.name) && covers.Remove(entry.name) != 0 && koli::IsPassingError(errno) &&
+            errno != EROFS)
             koli::FileTrouble("An old cover cannot be removed", errno);
-    closedir(entries);
 }
 
 int GetCoverPath(const char* audio_path, char* cover_path, int size, int /*picture_type*/, int index,

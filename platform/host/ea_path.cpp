@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "base/metadata_folder.h"
 #include "platform/koliindex.h"
 
 namespace koli {
@@ -18,9 +19,9 @@ bool EaPath(const char* path, const char* leaf, char* buffer, int size) {
     name.remove_prefix(folder);
     if (name.empty() || name == "." || name == "..") return false;
 
-    const int length = snprintf(buffer, static_cast<size_t>(size), "%.*s@eaDir/%.*s%s%s",
-                                static_cast<int>(folder), path, static_cast<int>(name.size()), name.data(),
-                                leaf != nullptr ? "/" : "", leaf != nullptr ? leaf : "");
+    const int length = snprintf(
+        buffer, static_cast<size_t>(size), "%.*s%s/%.*s%s%s", static_cast<int>(folder), path, kMetadataFolder,
+        static_cast<int>(name.size()), name.data(), leaf != nullptr ? "/" : "", leaf != nullptr ? leaf : "");
     if (length >= 0 && length < size) return true;
     buffer[0] = '\0';
     return false;

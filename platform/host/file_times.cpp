@@ -1,8 +1,6 @@
 #include "platform/host/file_times.h"
 
-#include <sys/stat.h>
-
-#include "base/foothold.h"
+#include "base/known_path.h"
 #include "platform/koliindex.h"
 
 namespace {
@@ -30,15 +28,23 @@ void koli::host::WriteLocalTime(time_t when, char* text, int size) {
     if (strftime(text, static_cast<size_t>(size), "%Y-%m-%d %H:%M:%S", &local) == 0) text[0] = '\0';
 }
 
-extern "C" int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* mtime,
-                                      int mtime_size) {
-    struct stat status;
-    if (path == nullptr || koli::StatNear(path, &status) != 0) {
+extern "C" {
+
+void KOLIIndexTimeText(int64_t when, char* text, int size) {
+    koli::host::WriteLocalTime(when, text, size);
+}
+
+int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* mtime, int mtime_size) {
+    const koli::KnownPath file(path);
+    const struct stat* status = file.status();
+    if (status == nullptr) {
         Clear(ctime, ctime_size);
         Clear(mtime, mtime_size);
         return -1;
     }
-    koli::host::WriteLocalTime(status.st_ctime, ctime, ctime_size);
-    koli::host::WriteLocalTime(status.st_mtime, mtime, mtime_size);
+    KOLIIndexTimeText(status->st_ctime, ctime, ctime_size);
+    KOLIIndexTimeText(status->st_mtime, mtime, mtime_size);
     return 0;
 }
+
+}  // extern "C"

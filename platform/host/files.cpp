@@ -1,19 +1,21 @@
 // Questions about files, and text helpers.
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <cstring>
 
-#include "base/foothold.h"
+#include "base/known_path.h"
 #include "base/path_names.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 
-namespace {
+using koli::KnownPath;
+using koli::PathKind;
 
-bool Look(const char* path, struct stat* status) {
-    return path != nullptr && koli::StatNear(path, status) == 0;
-}
+static_assert(static_cast<int>(PathKind::kUnknown) == KLIB_PATH_UNKNOWN &&
+              static_cast<int>(PathKind::kAbsent) == KLIB_PATH_ABSENT &&
+              static_cast<int>(PathKind::kFile) == KLIB_PATH_FILE &&
+              static_cast<int>(PathKind::kDirectory) == KLIB_PATH_DIRECTORY &&
+              static_cast<int>(PathKind::kOther) == KLIB_PATH_OTHER);
+
+namespace {
 
 /// White space as isspace knows it in the C locale, whatever locale is set: text is bytes of any encoding.
 constexpr const char kWhiteSpace[] = " \t\n\v\f\r";
@@ -27,29 +29,22 @@ bool IsWhiteSpace(char c) {
 extern "C" {
 
 int IsFileExist(const char* path, uint64_t* size) {
-    struct stat status;
-    if (!Look(path, &status) || !S_ISREG(status.st_mode)) return 0;
-    if (size != nullptr) *size = static_cast<uint64_t>(status.st_size);
-    return 1;
+    const KnownPath known(path);
+    const struct stat* file = known.file();
+    if (file != nullptr && size != nullptr) *size = static_cast<uint64_t>(file->st_size);
+    return file != nullptr ? 1 : 0;
 }
 
 int IsDirExist(const char* path) {
-    struct stat status;
-    return Look(path, &status) && S_ISDIR(status.st_mode) ? 1 : 0;
+    return KnownPath(path).IsDirectory() ? 1 : 0;
 }
 
 int KLIBPathLook(const char* path) {
-    struct stat status;
-    if (path == nullptr) return KLIB_PATH_ABSENT;
-    if (koli::StatNear(path, &status) != 0)
-        return errno == ENOENT || errno == ENOTDIR ? KLIB_PATH_ABSENT : KLIB_PATH_UNKNOWN;
-    if (S_ISREG(status.st_mode)) return KLIB_PATH_FILE;
-    return S_ISDIR(status.st_mode) ? KLIB_PATH_DIRECTORY : KLIB_PATH_OTHER;
+    return static_cast<int>(KnownPath(path).kind());
 }
 
 int BlKLIBFileExist(const char* path) {
-    struct stat status;
-    return Look(path, &status) ? 1 : 0;
+    return KnownPath(path).status() != nullptr ? 1 : 0;
 }
 
 void StringTrim(char* text) {

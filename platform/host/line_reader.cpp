@@ -11,12 +11,12 @@ bool LineReader::Refill() {
     end_ -= begin_;
     begin_ = 0;
     const auto wanted =
-        static_cast<size_t>(std::min<uint64_t>(sizeof buffer_ - end_, file_.size() - offset_));
+        static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(sizeof buffer_ - end_), file_.size() - offset_));
     if (wanted == 0 || failed_) return false;
-    const ssize_t got = file_.ReadAt(offset_, buffer_ + end_, wanted);
+    const ssize_t got = ReadAt(file_.descriptor(), offset_, buffer_ + end_, wanted);
     failed_ = got < 0;
     if (got <= 0) return false;
-    offset_ += static_cast<size_t>(got);
+    offset_ += got;
     end_ += static_cast<size_t>(got);
     return true;
 }

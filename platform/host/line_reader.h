@@ -1,11 +1,11 @@
 // The lines of a text file of any size, read with one fixed buffer.
 #pragma once
 
-#include "platform/host/regular_file.h"
-
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+
+#include "base/regular_file.h"
 
 namespace koli {
 
@@ -25,7 +25,7 @@ class LineReader {
 
     /// False when the file could not be opened or a read failed.
     bool ok() const { return !failed_; }
-    uint64_t file_size() const { return file_.size(); }
+    int64_t file_size() const { return file_.size(); }
     /// Gives the next line, a last one without a newline included.  False at the end or on failure.
     bool Next(Line* line);
 
@@ -36,7 +36,7 @@ class LineReader {
     RegularFile file_;
     bool failed_;
     bool skipping_ = false;  // the rest of an overlong line is still to be passed over
-    uint64_t offset_ = 0;    // of the next read
+    int64_t offset_ = 0;     // of the next read
     size_t begin_ = 0;       // unread bytes of the buffer: begin_ to end_
     size_t end_ = 0;
     char buffer_[kLineMax];

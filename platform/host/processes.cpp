@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <charconv>
 
-#include "platform/host/regular_file.h"
+#include "base/regular_file.h"
 #include "platform/kolidb.h"
 #include "platform/kolisdk.h"
 
@@ -65,8 +65,8 @@ extern "C" {
 int KLIBReadPidFile(const char* path) {
     const koli::RegularFile file(path);
     char text[kPidTextMax];
-    if (!file.ok() || file.size() > sizeof text) return 0;
-    const ssize_t length = file.ReadAt(0, text, sizeof text);
+    if (!file.ok() || file.size() > int64_t{sizeof text}) return 0;
+    const ssize_t length = koli::ReadAt(file.descriptor(), 0, text, sizeof text);
     const int pid = length > 0 ? ParsePid(text, text + length) : 0;
     return pid > 0 && IsRunning(pid) ? pid : 0;
 }

@@ -1,46 +1,28 @@
 #include "tools/ctl/folder_entries.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
-#include <memory>
 
+#include "base/directory_listing.h"
 #include "base/folder_way.h"
+#include "base/known_path.h"
 #include "base/media_info.h"
 #include "tools/ctl/media_kinds.h"
 
 namespace koli::ctl {
 namespace {
 
-struct CloseDirectory {
-    void operator()(DIR* directory) const { closedir(directory); }
-};
-
-bool IsSkipped(const char* name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0 || strcmp(name, "@eaDir") == 0;
-}
-
 /// Takes one entry.  The file system is asked only about what may be stored, and about links.
-void TakeEntry(int directory, const dirent& entry, const std::string& path, FolderEntries* result) {
+void TakeEntry(const DirectoryListing::Entry& entry, const std::string& path, FolderEntries* result) {
     const int type = MediaKindOf(path.c_str());
-    bool is_folder = entry.d_type == DT_DIR;
-    const bool is_open = entry.d_type == DT_LNK || entry.d_type == DT_UNKNOWN;
-    if (!is_folder && !is_open && (entry.d_type != DT_REG || type == kNotIndexed)) return;
-    if (!is_folder) {
-        struct stat status;
-        if (fstatat(directory, entry.d_name, &status, 0) != 0) return;
-        is_folder = S_ISDIR(status.st_mode);
-        if (S_ISREG(status.st_mode) && type != kNotIndexed)
-            result->entries.push_back({entry.d_name, FolderEntry::kFile, FileStateOf(type, status)});
-    }
-    if (!is_folder) return;
-    result->entries.push_back({entry.d_name, FolderEntry::kFolder, {}});
-    const bool is_link = IsLink(entry.d_type, path.c_str());
-    result->entries.push_back({std::string(entry.d_name) + '/', FolderEntry::kContents, {}, is_link});
+    const KnownPath known(path.c_str(), entry.type);
+    const PathKind kind = known.kind();
+    if (kind == PathKind::kFile && type != kNotIndexed && known.file() != nullptr)
+        result->entries.push_back({entry.name, FolderEntry::kFile, FileStateOf(type, *known.file())});
+    if (kind != PathKind::kDirectory) return;
+    result->entries.push_back({entry.name, FolderEntry::kFolder, {}});
+    const bool is_link = IsLink(entry.type, path.c_str());
+    result->entries.push_back({std::string(entry.name) + '/', FolderEntry::kContents, {}, is_link});
 }
 
 }  // namespace
@@ -50,29 +32,21 @@ FileState FileStateOf(int type, const struct stat& status) {
 }
 
 int FolderEntriesRead(const std::string& folder, FolderEntries* result) {
-    const int fd = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) return errno;
-    const std::unique_ptr<DIR, CloseDirectory> directory(fdopendir(fd));
-    if (directory == nullptr) {
-        const int error = errno;
-        close(fd);
-        return error;
-    }
-    struct stat status;
-    if (fstat(fd, &status) != 0) return errno;
-    result->device = status.st_dev;
-    result->inode = status.st_ino;
+    DirectoryListing listing;
+    if (!listing.Open(folder.c_str())) return errno;
+    result->device = listing.device();
+    result->inode = listing.inode();
 
     std::string path = folder == "/" ? "/" : folder + '/';
     const size_t length = path.size();
-    errno = 0;
-    while (const dirent* entry = readdir(directory.get())) {
-        if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) result->is_empty = false;
-        path.replace(length, std::string::npos, entry->d_name);
-        if (!IsSkipped(entry->d_name) && path.size() < kPathSize) TakeEntry(fd, *entry, path, result);
-        errno = 0;
+    bool has_entries = false;
+    for (auto entry = listing.Next(); entry.name != nullptr; entry = listing.Next()) {
+        has_entries = true;
+        path.replace(length, std::string::npos, entry.name);
+        if (path.size() < kPathSize) TakeEntry(entry, path, result);
     }
-    if (errno != 0) return errno;
+    if (has_entries || listing.has_metadata()) result->is_empty = false;
+    if (listing.error() != 0) return listing.error();
     std::sort(result->entries.begin(), result->entries.end(),
               [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
     return 0;

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <utility>
 
-#include "index/record/directory_listing.h"
+#include "base/directory_listing.h"
 #include "index/record/share_path.h"
 #include "tools/ctl/context.h"
 #include "tools/ctl/request_line.h"

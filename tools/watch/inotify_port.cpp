@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "index/record/directory_listing.h"
+#include "base/directory_listing.h"
 #include "tools/ctl/context.h"
 
 namespace koli::watch {

@@ -16,7 +16,8 @@ class PathBuffer {
     const char* text() const { return text_; }
     size_t length() const { return length_; }
 
-    /// Adds "/NAME".  False when that does not fit: the path is then unchanged, never cut.
+    /// Adds "/NAME", "NAME" behind a '/'.  False when that does not fit: the path is then unchanged, never
+    /// cut.
     [[nodiscard]] bool Append(const char* name);
 
     /// Goes back to a length that it had.

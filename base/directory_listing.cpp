@@ -1,38 +1,25 @@
-#include "index/record/directory_listing.h"
+#include "base/directory_listing.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 #include <new>
 
 #include "base/foothold.h"
+#include "base/metadata_folder.h"
 
 namespace koli {
-namespace {
-
-constexpr const char kMetadataFolder[] = "@eaDir";
-
-bool IsSkipped(const char* name) {
-    return strcmp(name, ".") == 0 || strcmp(name, "..") == 0 || strcmp(name, kMetadataFolder) == 0;
-}
-
-}  // namespace
 
 bool DirectoryListing::Open(const char* path) {
-    const int folder = OpenNear(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0) return false;
+    return Open(HeldFolder(OpenNear(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC)));
+}
+
+bool DirectoryListing::Open(HeldFolder folder) {
+    stream_ = folder.Stream();
     struct stat status;
-    stream_ = fdopendir(folder);
-    if (stream_ == nullptr) {
-        const int error = errno;
-        close(folder);
-        errno = error;
-        return false;
-    }
-    if (fstat(folder, &status) != 0) return false;
+    if (stream_ == nullptr || fstat(descriptor(), &status) != 0) return false;
     device_ = status.st_dev;
     inode_ = status.st_ino;
     return true;
@@ -43,7 +30,7 @@ DirectoryListing::Entry DirectoryListing::Next() {
     if (ahead_ > 0) --ahead_;
     const char* text = held_.get() + held_at_;
     held_at_ += 1 + strlen(text + 1) + 1;
-    return {text + 1, static_cast<unsigned char>(text[0])};
+    return {text + 1, static_cast<unsigned char>(text[0]), 0};
 }
 
 DirectoryListing::Entry DirectoryListing::Ahead(int most) {
@@ -84,11 +71,13 @@ DirectoryListing::Entry DirectoryListing::Read() {
         if (entry == nullptr) {
             error_ = errno;
             Close();
-        } else if (!IsSkipped(entry->d_name)) {
-            return {entry->d_name, entry->d_type};
+        } else if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) {
+            if (strcmp(entry->d_name, kMetadataFolder) != 0)
+                return {entry->d_name, entry->d_type, entry->d_ino};
+            has_metadata_ = true;
         }
     }
-    return {nullptr, DT_UNKNOWN};
+    return {nullptr, DT_UNKNOWN, 0};
 }
 
 bool DirectoryListing::Hold(const Entry& entry) {

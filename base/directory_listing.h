@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <memory>
 
+#include "base/held_folder.h"
 #include "base/media_info.h"
 
 namespace koli {
@@ -27,10 +28,12 @@ class DirectoryListing {
     struct Entry {
         const char* name;    // valid until the next call
         unsigned char type;  // d_type: DT_DIR, DT_REG, DT_LNK, DT_UNKNOWN, ...
+        ino_t inode;         // 0 in what Release has read ahead
     };
 
     /// False, with errno set, when the directory cannot be opened.
     bool Open(const char* path);
+    bool Open(HeldFolder folder);
 
     /// The next entry; its name is null at the end, or where reading on failed.
     Entry Next();
@@ -42,11 +45,17 @@ class DirectoryListing {
     /// Once Next has come to the end: 0, or the errno with which reading failed before it.
     int error() const { return error_; }
 
+    /// An "@eaDir" has been passed over so far.
+    bool has_metadata() const { return has_metadata_; }
+
     void Release();
 
     /// Identity of the directory.
     dev_t device() const { return device_; }
     ino_t inode() const { return inode_; }
+
+    /// The open directory, which stays this object's.
+    int descriptor() const { return dirfd(stream_); }
 
   private:
     void Close();
@@ -62,10 +71,10 @@ class DirectoryListing {
     size_t held_end_ = 0;
     size_t held_at_ = 0;
     int ahead_ = 0;       // how many of them Ahead has given
-    int held_ahead_ = 0;  // entries of Ahead among them
     dev_t device_ = 0;
     ino_t inode_ = 0;
     int error_ = 0;
+    bool has_metadata_ = false;
 };
 
 }  // namespace koli

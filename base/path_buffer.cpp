@@ -1,4 +1,4 @@
-#include "photo/albums/path_buffer.h"
+#include "base/path_buffer.h"
 
 #include <cstring>
 
@@ -12,11 +12,12 @@ PathBuffer::PathBuffer(const char* path) {
 }
 
 bool PathBuffer::Append(const char* name) {
+    const size_t slash = length_ > 0 && text_[length_ - 1] == '/' ? 0 : 1;
     const size_t name_length = strlen(name);
-    if (length_ + 1 + name_length >= sizeof text_) return false;
-    text_[length_] = '/';
-    memcpy(text_ + length_ + 1, name, name_length + 1);
-    length_ += 1 + name_length;
+    if (length_ + slash + name_length >= sizeof text_) return false;
+    if (slash != 0) text_[length_] = '/';
+    memcpy(text_ + length_ + slash, name, name_length + 1);
+    length_ += slash + name_length;
     return true;
 }
 
