@@ -10,8 +10,8 @@ namespace {
 
 constexpr const char kModule[] = "aiff";
 
-void StoreAudioFormat(const char* path, MediaInfo* record) {
-    AIFF_Ref file = AIFF_OpenFile(path, F_RDONLY);
+void StoreAudioFormat(const char* path, MediaInfo* record, FileReading& reading) {
+    AIFF_Ref file = AIFF_OpenFile(path, F_RDONLY, reading);
     if (file == nullptr) return;
     uint64_t frames = 0;
     int channels = 0, bits = 0, segment_size = 0;
@@ -27,24 +27,23 @@ void StoreAudioFormat(const char* path, MediaInfo* record) {
 
 }  // namespace
 
-int AiffMetadataRead(const KnownPath& path, MediaInfo* record) {
-    if (MediaInfoBegin(path, record, LogSite(kModule)) != 0) return -1;
-    StoreAudioFormat(path.text(), record);
+int AiffMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& reading) {
+    if (!MediaInfoBegin(path, record, LogSite(kModule))) return -1;
+    StoreAudioFormat(path.text(), record, reading);
     MediaInfoValid(record);
 
     MediaInfoNames(path.text(), NamesFromPath::kOnlyEmpty, record, LogSite(kModule));
     return 0;
 }
 
-int AiffFileAdd(const KnownPath& path) {
+int AiffFileAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (AiffMetadataRead(path, &record) < 0) return -1;
-    return SaveMediaInfo(kStoreMusic, record, -1, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+    if (AiffMetadataRead(path, &record, reading) < 0) return -1;
+    return SaveMediaInfo(kStoreMusic, record, -1, LogSite(kModule), "Failed to save media info to database.");
 }
 
 int AiffFileDelete(const char* path) {
-    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "Failed to remove [%s] from database",
                            RemoveFailure::kIsError);
 }
 

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include "base/regular_file.h"
-#include "base/reading.h"
 
 namespace koli {
 namespace {
@@ -23,16 +22,18 @@ int64_t ReadOnce(CachedFileReader* reader, int64_t offset, void* bytes, int64_t 
     length = reader->unreadable.AskableFrom(offset, end);
     errno = EIO;
     if (length == 0) return -1;
-    if (!ReadingMayGoOn()) {
+    if (!reader->reading->MayGoOn()) {
         reader->end_of_file = 0;
         return -1;
     }
     const ssize_t count = ReadAt(fileno(reader->fp), offset, bytes, static_cast<size_t>(length));
     if (count > 0) return count;
     const int error = count == 0 ? EIO : errno;  // cut off in the meantime
-    ReadingFailed(error);
+    reader->reading->ReadFailed(error);
     reader->unreadable.Add(offset);
-    if (reader->unreadable.failures == UnreadableBlocks::kMost) reader->end_of_file = offset;
+    // What lies in front may be sound, until that fails, too.
+    if (reader->unreadable.failures >= UnreadableBlocks::kMost)
+        reader->end_of_file = reader->unreadable.failures == UnreadableBlocks::kMost ? offset : 0;
     errno = error;
     return -1;
 }
@@ -87,32 +88,32 @@ void UnreadableBlocks::Add(int64_t offset) {
     const int64_t end = (offset / kSize + 1) * kSize;
     if (count > 0 && ranges[count - 1].end == offset)
         ranges[count - 1].end = end;
-    else
+    else if (count < kMost)
         ranges[count++] = {offset, end};
 }
 
-int CachedFileOpen(CachedFileReader* reader, const char* path, LogSite site) {
-    ReadingOpen(path);
+bool CachedFileOpen(CachedFileReader* reader, const char* path, FileReading& reading, LogSite site) {
+    reader->reading = &reading;
     reader->fp = StreamOf(OpenForReading(path));
     if (reader->fp == nullptr) {
-        ReadingFailed(errno);
-        LogError("%s (%d) Unable to open %s ", site.module, site.line, path);
-        return -1;
+        reading.ReadFailed(errno);
+        LogError(site, "Unable to open %s ", path);
+        return false;
     }
     const int fd = fileno(reader->fp);
     if (lseek(fd, 0, SEEK_END) == -1) {
-        LogError("%s (%d) Unable to seek to end %s ", site.module, site.line, path);
+        LogError(site, "Unable to seek to end %s ", path);
         CachedFileClose(reader);
-        return -1;
+        return false;
     }
     const off_t size = lseek(fd, 0, SEEK_CUR);
     if (size == -1) {
-        LogError("%s (%d) Seeking to end of input file %s failed.", site.module, site.line, path);
+        LogError(site, "Seeking to end of input file %s failed.", path);
         CachedFileClose(reader);
-        return -1;
+        return false;
     }
     reader->size = reader->end_of_file = std::min<int64_t>(size, kMaxSize);
-    return 0;
+    return true;
 }
 
 void CachedFileClose(CachedFileReader* reader) {

@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "audio/cover_file.h"
+#include "base/file_reading.h"
 #include "base/log.h"
 #include "base/log_limit.h"
 #include "base/read_ahead.h"
@@ -48,10 +49,11 @@ struct VbrScan {
 /// releases what it holds.  Whatever lies outside the file, or cannot be read, consists of bytes of the value
 /// 17: callers cannot tell them from data, and none of the searched-for marks contains that value.  What lies
 /// behind an unreadable block is read; nothing more is once the file has had its processor time
-/// (base/reading.h).
+/// (base/file_reading.h).
 struct CachedFileReader {
-    FILE* fp = nullptr;  // open for reading; only its descriptor is used; owned
-    int64_t size = 0;    // bytes, at most 2^62; without an ID3v1 trailer once Id3v1Read found one
+    FILE* fp = nullptr;              // open for reading; only its descriptor is used; owned
+    FileReading* reading = nullptr;  // that it belongs to; not owned
+    int64_t size = 0;                // bytes, at most 2^62; without an ID3v1 trailer once Id3v1Read found one
     uint8_t buffer[kReadAhead] = {};  // the bytes of [buffer_start, buffer_end)
     int64_t buffer_start = 0;         // file offset
     int64_t buffer_end = 0;           // file offset, exclusive
@@ -64,9 +66,10 @@ struct CachedFileReader {
     CoverLimits cover_limits = {};
 };
 
-/// Opens `path` for reading (neither a FIFO nor a device can block it) and takes its size.  Returns 0, or -1
-/// with nothing open; the failure has then been logged in the name of `site`.
-int CachedFileOpen(CachedFileReader* reader, const char* path, LogSite site);
+/// Opens `path` for reading (neither a FIFO nor a device can block it) and takes its size.  `reading`
+/// must live as long as it is open.  False, with nothing open, when that fails, which has then been logged in
+/// the name of `site`.
+bool CachedFileOpen(CachedFileReader* reader, const char* path, FileReading& reading, LogSite site);
 
 /// Closes the file; a reader that is not open is left alone.
 void CachedFileClose(CachedFileReader* reader);

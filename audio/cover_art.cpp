@@ -20,8 +20,8 @@ constexpr int64_t kMinJpegSize = 10;  // bytes; anything shorter is no image
 constexpr int64_t kMinPngSize = 8;
 
 constexpr CoverFileMessages kMessages = {
-    "%s (%d) FAILED to get CoverPath :%s",
-    "%s (%d) FAILED to unlink :%s,  reason=%s",
+    "FAILED to get CoverPath :%s",
+    "FAILED to unlink :%s,  reason=%s",
 };
 
 /// Reads a picture frame's data from its start.  Offsets count from the data's first byte.
@@ -79,7 +79,7 @@ int ImageTypeOf(const char* type, bool is_v22) {
 int CoverPictureSave(CachedFileReader* reader, int64_t frame, int32_t size, const char* path, int index,
                      int version) {
     if (reader == nullptr || path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameters.");
+        KOLI_LOG("Bad parameters.");
         return 0;
     }
     const bool is_v22 = version == 2;
@@ -92,24 +92,24 @@ int CoverPictureSave(CachedFileReader* reader, int64_t frame, int32_t size, cons
         picture.ReadMimeType(type);
     const int image_type = ImageTypeOf(type, is_v22);
     if (image_type == 0) {
-        KOLI_LOG("%s (%d) Wrong MIME type: %s, file:%s", type, path);
+        KOLI_LOG("Wrong MIME type: %s, file:%s", type, path);
         return 0;
     }
     const int picture_type = picture.NextByte();
     if (picture_type > kMaxPictureType) {
-        KOLI_LOG("%s (%d) Wrong cover type: %d", picture_type);
+        KOLI_LOG("Wrong cover type: %d", picture_type);
         return 0;
     }
     picture.SkipDescription();
 
     const int64_t length = size - picture.offset;
     if (length < (image_type == KOLI_COVER_JPEG ? kMinJpegSize : kMinPngSize)) return 0;
-    const int64_t image = picture.data + picture.offset;
-    if (!CoverIsWithinLimits(fileno(reader->fp), image, length, path, LogSite(kModule),
-                             &reader->cover_limits))
-        return 0;
-    const auto source = [&](int fd) { return CopyFileBytes(fileno(reader->fp), image, length, fd); };
-    return CoverFileWrite(path, picture_type, index, image_type, source, LogSite(kModule), kMessages);
+    const CoverSource source = {fileno(reader->fp), picture.data + picture.offset, length};
+    if (!CoverIsWithinLimits(source, path, LogSite(kModule), &reader->cover_limits)) return 0;
+    return CoverFileWrite(path, picture_type, index, image_type, source, *reader->reading, LogSite(kModule),
+                          kMessages)
+               ? 1
+               : 0;
 }
 
 }  // namespace koli

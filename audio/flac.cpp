@@ -8,7 +8,6 @@
 #include "base/float_to_uint.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
-#include "base/reading.h"
 #include "index/record/util.h"
 
 namespace koli {
@@ -62,29 +61,32 @@ void StoreComment(const FLAC__StreamMetadata_VorbisComment_Entry& entry, MediaIn
 
 }  // namespace
 
-int FlacMetadataRead(const KnownPath& path, MediaInfo* record) {
+int FlacMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& reading) {
     if (path.IsEmpty() || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
-    if (path.status() == nullptr) ReadingFailed(errno);
+    if (path.status() == nullptr) reading.ReadFailed(errno);
     if (path.file() == nullptr) {
-        KOLI_LOG("%s (%d) Stat file error: %s.", path.text());
+        KOLI_LOG("Stat file error: %s.", path.text());
+        reading.CannotParse("it is no regular file");
         return -1;
     }
 
     MediaFile file;
     const FlacBlock stream_info =
-        file.Open(path.text()) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
+        file.Open(path.text(), reading) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
     if (stream_info == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac stream info: %s.", path.text());
+        KOLI_LOG("Can't get Flac stream info: %s.", path.text());
+        reading.CannotParse("there is no readable FLAC stream information in it");
         return -1;
     }
     StoreStreamInfo(stream_info->data.stream_info, path.file()->st_size, record);
 
     const FlacBlock tags = FlacBlockRead(file, FLAC__METADATA_TYPE_VORBIS_COMMENT);
     if (tags == nullptr) {
-        KOLI_LOG("%s (%d) Can't get Flac comment tags: %s.", path.text());
+        KOLI_LOG("Can't get Flac comment tags: %s.", path.text());
+        reading.CannotParse("there are no readable FLAC comments in it");
         return -1;
     }
     const FLAC__StreamMetadata_VorbisComment& comments = tags->data.vorbis_comment;
@@ -93,18 +95,18 @@ int FlacMetadataRead(const KnownPath& path, MediaInfo* record) {
     return 0;
 }
 
-int FlacFileAdd(const KnownPath& path) {
+int FlacFileAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
-    if (FlacMetadataRead(path, &record) < 0) {
-        KOLI_LOG("%s (%d) Failed to parse music metadata.");
+    if (FlacMetadataRead(path, &record, reading) < 0) {
+        KOLI_LOG("Failed to parse music metadata.");
         result = 1;
     }
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+                         "Failed to save media info to database.");
 }
 
 }  // namespace koli

@@ -18,7 +18,7 @@ using FlacBlock = std::unique_ptr<FLAC__StreamMetadata, FlacBlockDelete>;
 /// what FLAC__metadata_get_streaminfo and FLAC__metadata_get_tags find in the file.  Those open it
 /// themselves, search all of it for its marker and follow its blocks however many there are, so that a sparse
 /// file of a terabyte would hold the daemon for hours: here the processor time is bounded as for every other
-/// reader (base/reading.h), and the holes in front of the marker are stepped over.
+/// reader (base/file_reading.h), and the holes in front of the marker are stepped over.
 FlacBlock FlacBlockRead(const MediaFile& file, FLAC__MetadataType type);
 
 }  // namespace koli

@@ -138,7 +138,7 @@ void MergeTrackAndDisc(MediaInfo* record, const Id3v1Block& v1, const Id3v2Field
 void Id3MergeIntoRecord(MediaInfo* record, const MpegHeaderInfo* header, const Id3v1Block* v1,
                         Id3v2Fields* fields) {
     if (record == nullptr || header == nullptr || v1 == nullptr || fields == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return;
     }
     MergeStream(record, *header);

@@ -29,11 +29,11 @@ int Id3v1Read(CachedFileReader* reader, Id3v1Block* block) {
 
     const int64_t count = ReadDirect(reader, trailer + 3, block, sizeof *block);
     if (count < 0 && (errno == EINVAL || errno == ESPIPE)) {
-        KOLI_LOG("%s (%d) Failed to seek to (%lld)", static_cast<long long>(trailer + 3));
+        KOLI_LOG("Failed to seek to (%lld)", static_cast<long long>(trailer + 3));
         return -1;
     }
     if (count <= 0) {
-        KOLI_LOG("%s (%d) Failed to read id3v1 data");
+        KOLI_LOG("Failed to read id3v1 data");
         return -1;
     }
     reader->size -= kTrailerSize;

@@ -140,7 +140,7 @@ uint32_t TagScan::FrameSizeAt(int64_t frame) {
 void TagScan::ReadPicture(int64_t frame, uint32_t size) {
     if (fields->picture_count != 0 || pictures_tried > kMaxPictures) return;
     if (++pictures_tried > kMaxPictures) {
-        KOLI_LOG("%s (%d) Too many pictures in %s, the rest is skipped", path);
+        KOLI_LOG("Too many pictures in %s, the rest is skipped", path);
         return;
     }
     if (CoverPictureSave(reader, frame, static_cast<int32_t>(size), path, fields->picture_count + 1,
@@ -190,7 +190,7 @@ FrameText TagScan::DecodeText(const uint8_t* data, size_t size, size_t text) con
 void ReadFrames(Id3v2Fields* fields, CachedFileReader* reader, int version, const char* path,
                 const FrameLayout& layout) {
     if (fields == nullptr || reader == nullptr || path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameters.");
+        KOLI_LOG("Bad parameters.");
         return;
     }
     TagScan{reader, fields, layout, version, path}.Run();

@@ -3,23 +3,18 @@
 #include <algorithm>
 
 #include "audio/cached_file_reader.h"
+#include "audio/cover_file.h"
 #include "audio/id3_merge.h"
 #include "audio/id3v1.h"
 #include "audio/id3v2.h"
 #include "audio/mpeg_frame.h"
 #include "audio/vbr_header.h"
 #include "base/log.h"
-#include "platform/koliindex.h"
 
 namespace koli {
 namespace {
 
 constexpr const char kModule[] = "metaid3";
-
-void RemoveOldCovers(const char* path) {
-    char folder[kPathSize] = {};
-    if (GetCoverFolder(path, folder, sizeof folder) != 0) CleanOldCover(folder);
-}
 
 /// Reads the ID3v2 tag.  Returns where it ends: 0 when there is none.
 int64_t ReadId3v2(CachedFileReader* reader, Id3v2Fields* fields, const char* path) {
@@ -35,13 +30,14 @@ int64_t ReadId3v2(CachedFileReader* reader, Id3v2Fields* fields, const char* pat
 int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record) {
     ReadAheadRequest(fileno(reader->fp), 0, std::min(kReadAhead, reader->size));  // while the trailer is waited for
     Id3v1Block v1{};
-    if (Id3v1Read(reader, &v1) == -1) KOLI_LOG("%s (%d) Failed to parse ID3V1.");
+    if (Id3v1Read(reader, &v1) == -1) KOLI_LOG("Failed to parse ID3V1.");
     Id3v2Fields v2{};
     const int64_t start = ReadId3v2(reader, &v2, path);
 
     MpegHeaderInfo header{};
-    if (MpegFirstFrame(reader, start, &header) != 0) {
-        KOLI_LOG("%s (%d) Can't find valid mpeg header: %s", path);
+    if (!MpegFirstFrame(reader, start, &header)) {
+        KOLI_LOG("Can't find valid mpeg header: %s", path);
+        reader->reading->CannotParse("there is no MPEG audio in it");
         return -1;
     }
     if (XingHeaderRead(reader, start, &header) == -1) VbriHeaderRead(reader, start, &header);
@@ -51,14 +47,14 @@ int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record)
 
 }  // namespace
 
-int Mp3MetadataParse(const char* path, MediaInfo* record) {
+int Mp3MetadataParse(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameters.");
+        KOLI_LOG("Bad parameters.");
         return -1;
     }
-    RemoveOldCovers(path);
+    CoversRemove(path, reading);
     CachedFileReader reader{};
-    if (CachedFileOpen(&reader, path, LogSite(kModule)) != 0) return -1;
+    if (!CachedFileOpen(&reader, path, reading, LogSite(kModule))) return -1;
     const int result = ParseOpenFile(&reader, path, record);
     MpegFrameLogSuppressed(&reader);
     CachedFileClose(&reader);

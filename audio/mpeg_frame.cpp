@@ -144,12 +144,12 @@ bool IsFollowed(CachedFileReader* reader, const MpegHeaderInfo& header, ZeroRun*
 
 int MpegFrameFind(CachedFileReader* reader, int64_t* position, MpegHeaderInfo* header) {
     if (reader == nullptr || position == nullptr || header == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return 0;
     }
     *position = FindSync(reader, *position);
     if (*position >= reader->size - kSearchMargin) {
-        if (reader->header_not_found.Admit()) KOLI_LOG("%s (%d) MPEG Header not found");
+        if (reader->header_not_found.Admit()) KOLI_LOG("MPEG Header not found");
         return 0;
     }
     header->position = *position;
@@ -174,19 +174,19 @@ int MpegFrameCheck(CachedFileReader* reader, int64_t position) {
     return DecodeHeaderAt(reader, position, &scratch) ? 0 : -1;
 }
 
-int MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
+bool MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
     ZeroRun run;
     for (int64_t position = start; position < reader->size - kSearchMargin;
          position = MpegSkipBadSyncs(reader, position + 1)) {
         if (position - start > kLongSearch) reader->ahead.Expect(position, reader->size);
-        if (MpegFrameFind(reader, &position, header) != 0 && IsFollowed(reader, *header, &run)) return 0;
+        if (MpegFrameFind(reader, &position, header) != 0 && IsFollowed(reader, *header, &run)) return true;
     }
-    return -1;
+    return false;
 }
 
 void MpegFrameLogSuppressed(const CachedFileReader* reader) {
     const int64_t count = reader->header_not_found.Suppressed();
-    if (count > 0) KOLI_LOG("%s (%d) MPEG Header not found, %lld more times", static_cast<long long>(count));
+    if (count > 0) KOLI_LOG("MPEG Header not found, %lld more times", static_cast<long long>(count));
 }
 
 int MpegSamplesPerFrame(int32_t version, int32_t layer) {

@@ -47,9 +47,9 @@ int64_t MpegSkipBadSyncs(CachedFileReader* reader, int64_t position);
 int MpegFrameCheck(CachedFileReader* reader, int64_t position);
 
 /// Searches from `start` on for a valid header whose frame is followed by another one, zero bytes between
-/// them allowed.  The time is linear in the file's size.  Returns 0 with `header` filled, or -1 (then without
-/// meaning).
-int MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header);
+/// them allowed.  The time is linear in the file's size.  True with `header` filled, else false (it is then
+/// without meaning).
+bool MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header);
 
 /// Logs how many of MpegFrameFind's messages about this file were not written, if any.  Call it when the file
 /// is done.

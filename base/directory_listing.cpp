@@ -34,11 +34,11 @@ DirectoryListing::Entry DirectoryListing::Next() {
 }
 
 DirectoryListing::Entry DirectoryListing::Ahead(int most) {
-    if (ahead_ >= most || !MakeRoom()) return {nullptr, DT_UNKNOWN};
+    if (ahead_ >= most || !MakeRoom()) return {nullptr, DT_UNKNOWN, 0};
     const size_t at = held_end_;
-    if (!Hold(Read()) || at == held_end_) return {nullptr, DT_UNKNOWN};
+    if (!Hold(Read()) || at == held_end_) return {nullptr, DT_UNKNOWN, 0};
     ++ahead_;
-    return {held_.get() + at + 1, static_cast<unsigned char>(held_[at])};
+    return {held_.get() + at + 1, static_cast<unsigned char>(held_[at]), 0};
 }
 
 void DirectoryListing::Release() {

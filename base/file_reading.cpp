@@ -2,40 +2,88 @@
 
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
+#include "base/log.h"
 #include "base/passing_error.h"
-#include "base/reading.h"
 
 namespace koli {
 namespace {
 
-FileReading* innermost = nullptr;
+constexpr const char kModule[] = "reading";
+constexpr int64_t kSecond = 1'000'000'000;
+
+int64_t Now(clockid_t clock) {
+    struct timespec now {};
+    clock_gettime(clock, &now);
+    return int64_t{now.tv_sec} * kSecond + now.tv_nsec;
+}
 
 }  // namespace
 
-FileReading::FileReading(const char* path) : path_(path), outer_(innermost), past_(ReadingMarkLook(path)) {
-    trouble_[0] = '\0';
-    innermost = this;
+FileReading::FileReading(const char* path, void (*tick)(), int64_t limit)
+    : path_(path),
+      tick_(tick),
+      past_(ReadingMarkLook(path)),
+      limit_(limit),
+      begun_(Now(CLOCK_PROCESS_CPUTIME_ID)),
+      next_look_(Now(CLOCK_MONOTONIC) + limit) {
     ReadingMarkSet(path_);
-    ReadingBegin(path_);
 }
 
 FileReading::~FileReading() {
-    innermost = outer_;
-    ReadingMarkSet(outer_ != nullptr ? outer_->path_ : nullptr);
+    ReadingMarkSet(nullptr);
 }
 
-void FileTrouble(const char* what, int error) {
-    FileReading* const reading = innermost;
-    if (reading == nullptr) return;
+/// One thread cannot use more processor time than the clock has gone on: the clock, which costs next to
+/// nothing, tells when it is worth asking for the other.
+bool FileReading::MayGoOn() {
+    if (is_spent_) return false;
+    if (tick_ != nullptr) tick_();
+    const int64_t now = Now(CLOCK_MONOTONIC);
+    if (now < next_look_) return true;
+    const int64_t used = Now(CLOCK_PROCESS_CPUTIME_ID) - begun_;
+    next_look_ = now + limit_ - used;
+    is_spent_ = used >= limit_;
+    if (!is_spent_) return true;
+    KOLI_LOG("More than %d seconds of processor time, the rest is taken for unreadable: %s",
+             static_cast<int>(limit_ / kSecond), path_);
+    Trouble("reading it takes too much processor time");
+    return false;
+}
+
+void FileReading::ReadFailed(int error) {
+    if (error != 0 && IsPassingError(error) && !has_failed_)
+        KOLI_LOG("Failed to read %s: %s", path_, strerror(error));
+    ReadFailedUnlogged(error);
+}
+
+void FileReading::ReadFailedUnlogged(int error) {
+    if (error == 0) return;
     const bool is_passing = IsPassingError(error);
-    if (reading->trouble_[0] != '\0' && (reading->IsPassing() || !is_passing)) return;
-    reading->passing_error_ = is_passing ? error : 0;
-    snprintf(reading->trouble_, sizeof reading->trouble_, "%s: %s", what, strerror(error));
+    has_failed_ = has_failed_ || is_passing;
+    Note(is_passing ? FailureKind::kPassing : FailureKind::kUnparsed, "the file cannot be read", error);
 }
 
-int PassingFileTrouble() {
-    return innermost != nullptr ? innermost->passing_error_ : 0;
+void FileReading::Trouble(const char* what, int error) {
+    const bool is_passing = error != 0 && IsPassingError(error);
+    Note(is_passing ? FailureKind::kPassing : FailureKind::kTrouble, what, error);
+}
+
+void FileReading::TakeOver(const Failure& of_child) {
+    if (of_child.kind == FailureKind::kPassing) {
+        ReadFailed(of_child.error);
+    } else if (*of_child.reason != '\0') {
+        CannotParse(of_child.reason);
+    }
+}
+
+void FileReading::Note(FailureKind kind, const char* what, int error) {
+    if (kind <= failure_.kind) return;
+    failure_.kind = kind;
+    failure_.error = error;
+    snprintf(failure_.reason, sizeof failure_.reason, "%s%s%s", what, error != 0 ? ": " : "",
+             error != 0 ? strerror(error) : "");
 }
 
 }  // namespace koli

@@ -26,8 +26,7 @@ bool LinkLimit::MayFollow(const FolderWay& way, const char* path, LogSite site) 
         return true;
     }
     if (!has_left_out_)
-        LogError("%s (%d) Too many links below links: %s and those after it are not followed.", site.module,
-                 site.line, path);
+        LogError(site, "Too many links below links: %s and those after it are not followed.", path);
     has_left_out_ = true;
     return false;
 }

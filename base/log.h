@@ -1,24 +1,55 @@
 // The one way to the system log.
 //
-// Every line begins with the name of the module that writes it and the line number of the call; the modules
-// use several prefix forms side by side ("%s (%d) ", "%s:%d ", ...), so the whole text, prefix included,
-// stands at the call.  A file names its module once, at its top:
+// Every line begins with the name of the module that writes it and the line number of the call, in one of a
+// few forms that other programs look for.  A file names its module once, at its top:
 //
 //     namespace { constexpr const char kModule[] = "music"; }
 //     ...
-//     KOLI_LOG("%s (%d) Failed to remove [%s] from database", path);
+//     KOLI_LOG("Failed to remove [%s] from database", path);
 #pragma once
-
-#include <cstdarg>
 
 namespace koli {
 
+/// How a line begins.
+enum class LogForm : unsigned char {
+    kSpaced,      // "music (12) "
+    kColon,       // "music:12 "
+    kTight,       // "music(12) "
+    kTightColon,  // "music(12): "
+    kPair,        // "(music, 12) "
+    kBare         // with the text
+};
+
+/// Where a message comes from, for helpers that log in the name of the module that called them:
+/// `LogSite(kModule)` holds the caller's module name and line.  `module` is a string literal, not owned.
+struct LogSite {
+    explicit LogSite(const char* module_name, LogForm its_form = LogForm::kSpaced,
+                     int line_number = __builtin_LINE())
+        : module(module_name), line(line_number), form(its_form) {}
+    LogSite As(LogForm other) const { return LogSite(module, other, line); }
+    const char* module;
+    int line;
+    LogForm form;
+};
+
+/// A message that is handed to who logs it: its conversions are kTexts "%s" at most, which the compiler sees
+/// to.
+template <int kTexts>
+struct LogText {
+    consteval LogText(const char* message) : text(message) {  // NOLINT(google-explicit-constructor)
+        int count = 0;
+        for (const char* at = message; *at != '\0'; ++at)
+            if (*at == '%' && (*++at != 's' || ++count > kTexts)) throw "conversions that nobody fills";
+    }
+    const char* text;
+};
+
 /// Writes one line to the system log at priority LOG_ERR.  Names from the file system go into it as they are:
 /// a system log keeps one datagram one entry and escapes control characters itself.  errno stays as it is.
-void LogError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void LogError(LogSite site, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 /// The same at priority LOG_NOTICE: worth knowing, but nothing has failed.
-void LogNotice(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void LogNotice(LogSite site, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 /// Takes the finished lines of LogError in a process that has no connection to the system log (the child of a
 /// guarded probe).  Null, as in the daemon itself: they go to the system log.
@@ -26,29 +57,8 @@ using LogSink = void (*)(const char* line);
 extern LogSink log_sink;
 inline constexpr int kLogSinkLineSize = 5120;  // bytes; longer lines are cut: a path and its message fit
 
-/// The first line of LogError, prefix included, since the last LogFirstForget, which the dispatch calls when
-/// it begins a file; "" = none.  It is cut to kLogFirstSize - 1 bytes.  Valid until the next LogFirstForget.
-inline constexpr int kLogFirstSize = 512;
-const char* LogFirst();
-void LogFirstForget();
-
-/// Called by LogError for each of its lines.
-void LogFirstNote(const char* format, va_list arguments) __attribute__((format(printf, 1, 0)));
-
-/// Before a line that holds what is another at each time (a pid): takes this text, of the same form, for the
-/// first line instead, so that the same fault has the same reason.
-void LogFirstSay(const char* format, ...) __attribute__((format(printf, 1, 2)));
-
-/// Where a message comes from, for helpers that log in the name of the module that called them:
-/// `LogSite(kModule)` holds the caller's module name and line.  `module` is a string literal, not owned.
-struct LogSite {
-    explicit LogSite(const char* module_name, int line_number = __builtin_LINE())
-        : module(module_name), line(line_number) {}
-    const char* module;
-    int line;
-};
-
 }  // namespace koli
 
-/// Logs `format`, whose first two conversions ("%s" and "%d") are filled with the module name and the line.
-#define KOLI_LOG(format, ...) ::koli::LogError(format, kModule, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+/// Log a line of this file's module, with or without a blank before the line's number.
+#define KOLI_LOG(...) ::koli::LogError(::koli::LogSite(kModule), __VA_ARGS__)
+#define KOLI_LOG_COLON(...) ::koli::LogError(::koli::LogSite(kModule, ::koli::LogForm::kColon), __VA_ARGS__)

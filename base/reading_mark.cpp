@@ -55,9 +55,11 @@ uint64_t HashOf(const char* path) {
     return hash;
 }
 
+/// False, with nothing but the path's hash, when the file cannot be looked at.
 bool DescribeFile(const char* path, Suspect* file) {
     struct stat status;
-    if (stat(path, &status) != 0) return false;
+    const bool is_there = stat(path, &status) == 0;
+    if (!is_there) status = {};
     *file = {HashOf(path),
              status.st_dev,
              status.st_ino,
@@ -66,20 +68,32 @@ bool DescribeFile(const char* path, Suspect* file) {
              status.st_mtim.tv_nsec,
              1,
              0};
-    return true;
+    return is_there;
 }
 
+/// Some file systems number their files anew at each start: there the path tells.
 bool IsSameFile(const Suspect& a, const Suspect& b) {
-    return a.device == b.device && a.inode == b.inode && a.size == b.size && a.seconds == b.seconds &&
-           a.nanoseconds == b.nanoseconds;
+    const bool is_same = a.path == b.path || (a.inode != 0 && a.device == b.device && a.inode == b.inode);
+    return is_same && a.size == b.size && a.seconds == b.seconds && a.nanoseconds == b.nanoseconds;
 }
 
-/// Null when the file, as it is now, has brought nothing down.
+/// Of a file that could not be looked at, on a volume that came later perhaps, the path is all that counts.
+bool IsUnseen(const Suspect& suspect) {
+    return suspect.device == 0 && suspect.inode == 0 && suspect.seconds == 0;
+}
+
+/// Null when the file, as it is now, has brought nothing down.  One that was unseen is known from now on.
 const Suspect* SuspectOf(const char* path) {
     Suspect file;
     if (suspect_count == 0 || !DescribeFile(path, &file)) return nullptr;
-    for (const Suspect& suspect : area->suspects)
-        if (suspect.count > 0 && IsSameFile(suspect, file)) return &suspect;
+    for (Suspect& suspect : area->suspects) {
+        if (suspect.count <= 0) continue;
+        if (IsSameFile(suspect, file)) return &suspect;
+        if (suspect.path != file.path || !IsUnseen(suspect)) continue;
+        file.count = suspect.count;
+        suspect = file;
+        return &suspect;
+    }
     return nullptr;
 }
 
@@ -87,10 +101,12 @@ const Suspect* SuspectOf(const char* path) {
 /// each of its forms.
 int Count(const char* path) {
     Suspect file;
-    if (!DescribeFile(path, &file)) return 0;
+    const bool is_seen = DescribeFile(path, &file);
     for (Suspect& suspect : area->suspects) {
         if (suspect.count <= 0 || (!IsSameFile(suspect, file) && suspect.path != file.path)) continue;
-        file.count = IsSameFile(suspect, file) ? suspect.count + 1 : kBarredAt;
+        const bool is_counted_on = !is_seen || IsUnseen(suspect) || IsSameFile(suspect, file);
+        file.count = is_counted_on ? suspect.count + 1 : kBarredAt;
+        if (!is_seen) return suspect.count = file.count;
         suspect = file;
         return file.count;
     }
@@ -115,15 +131,15 @@ int OpenFile(const char* mark_file) {
 
 }  // namespace
 
-int ReadingMarkOpen(const char* mark_file) {
+bool ReadingMarkOpen(const char* mark_file) {
     const int fd = OpenFile(mark_file);
-    if (fd < 0) return -1;
+    if (fd < 0) return false;
     void* mapped = mmap(nullptr, sizeof(Area), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
-    if (mapped == MAP_FAILED) return -1;
+    if (mapped == MAP_FAILED) return false;
     if (madvise(mapped, sizeof(Area), MADV_DONTFORK) != 0) {
         munmap(mapped, sizeof(Area));
-        return -1;
+        return false;
     }
     if (area != nullptr) munmap(area, sizeof(Area));
     area = static_cast<Area*>(mapped);
@@ -133,7 +149,7 @@ int ReadingMarkOpen(const char* mark_file) {
     }
     area->path[sizeof area->path - 1] = '\0';
     CountPlaces();
-    return 0;
+    return true;
 }
 
 int ReadingMarkTakeOver(bool counts, char (&path)[kPathSize]) {

@@ -12,6 +12,10 @@
 
 namespace koli {
 
+/// The reason that is told of a file that must not be opened.
+inline constexpr char kBroughtDown[] =
+    "the file has brought the daemon down twice and is not opened until it changes";
+
 /// What is remembered of the file that is about to be read.
 enum class PastReading {
     kNothing,
@@ -20,8 +24,8 @@ enum class PastReading {
 };
 
 /// Opens the file at `mark_file`, makes it when it is missing, and takes over what an earlier daemon has left
-/// there.  Returns 0, or -1 with errno set: then nothing is remembered.
-int ReadingMarkOpen(const char* mark_file);
+/// there.  False, with errno set, when that fails: then nothing is remembered.
+bool ReadingMarkOpen(const char* mark_file);
 
 /// Whether the earlier daemon was brought down in the middle of a file; `path` is then that file.  It is
 /// counted with `counts`, which says that the file is going to be read again.  Returns how often it has been

@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "base/foothold.h"
-#include "base/reading.h"
 
 namespace koli {
 namespace {
@@ -74,9 +73,9 @@ int RegularFile::Release() {
     return std::exchange(descriptor_, -1);
 }
 
-bool MediaFile::Open(const char* path) {
-    ReadingOpen(path);
-    if (!file_.Open(path)) ReadingFailed(errno);
+bool MediaFile::Open(const char* path, FileReading& reading) {
+    HandTo(reading);
+    if (!file_.Open(path)) reading.ReadFailed(errno);
     return file_.ok();
 }
 
@@ -87,10 +86,10 @@ int64_t MediaFile::size() const {
 size_t MediaFile::Read(int64_t offset, void* buffer, size_t count) const {
     ahead_.BeforeRead(descriptor(), offset, static_cast<int64_t>(count));
     size_t done = 0;
-    while (done < count && ReadingMayGoOn()) {
+    while (done < count && reading_->MayGoOn()) {
         const ssize_t got = ReadAt(descriptor(), offset + static_cast<int64_t>(done),
                                    static_cast<char*>(buffer) + done, count - done);
-        if (got < 0) ReadingFailed(errno);
+        if (got < 0) reading_->ReadFailed(errno);
         if (got <= 0) break;
         done += static_cast<size_t>(got);
     }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "base/file_reading.h"
 #include "base/read_ahead.h"
 
 namespace koli {
@@ -50,12 +51,15 @@ class RegularFile {
     int64_t size_ = 0;
 };
 
-/// A regular file whose reading counts (base/reading.h): what has failed is told, and all reads fail once the
-/// file has had its processor time.
+/// A regular file whose reading counts (base/file_reading.h): what has failed is told, and all reads fail
+/// once the file has had its processor time.
 class MediaFile {
   public:
-    /// False when it cannot be opened or is no regular file.
-    bool Open(const char* path);
+    /// `reading` must live as long as the file is read.  False when it cannot be opened or is no regular
+    /// file.
+    bool Open(const char* path, FileReading& reading);
+    /// What is read from here on belongs to another reading of the file.
+    void HandTo(FileReading& reading) { reading_ = &reading; }
     void Close() { file_.Close(); }
 
     bool ok() const { return file_.ok(); }
@@ -70,6 +74,7 @@ class MediaFile {
     int64_t SkipHole(int64_t offset) const;
 
   private:
+    FileReading* reading_ = nullptr;
     RegularFile file_;
     mutable ReadAhead ahead_;  // of what Read was asked for
 };

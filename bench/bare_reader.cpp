@@ -95,7 +95,8 @@ void ReadFlac(const char* path) {
 }
 
 void ReadAiff(const char* path) {
-    AIFF_Ref file = AIFF_OpenFile(path, F_RDONLY);
+    FileReading reading(path);
+    AIFF_Ref file = AIFF_OpenFile(path, F_RDONLY, reading);
     if (file == nullptr) Fail(path);
     uint64_t frames = 0;
     int channels = 0, bits = 0, segment = 0;
@@ -105,7 +106,8 @@ void ReadAiff(const char* path) {
 }
 
 void ReadMp4(const char* path) {
-    MP4FileHandle file = MP4Read(path, 0);
+    FileReading reading(path);
+    MP4FileHandle file = MP4Read(path, 0, reading);
     if (file == nullptr) Fail(path);
     ReadMp4Tracks(file);
     ReadMp4Tags(file);
@@ -114,13 +116,15 @@ void ReadMp4(const char* path) {
 
 void ReadMp4AndProbe(const char* path) {
     ReadMp4(path);
+    FileReading reading(path);
     MediaInfo record{};
-    MiscMediaInfoProbe(path, &record);
+    MiscMediaInfoProbe(path, &record, reading);
 }
 
 void ReadMpegVideo(const char* path) {
+    FileReading reading(path);
     MediaInfo record{};
-    if (MpegVideoInfoGet(path, &record) != 0) Fail(path);
+    if (MpegVideoInfoGet(path, &record, reading) != 0) Fail(path);
 }
 
 }  // namespace koli::bench

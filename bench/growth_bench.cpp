@@ -160,8 +160,7 @@ int ResyncShare(const char* photo) {
         const double known = MedianSeconds(passes) / photos * 1e6;
         if (first_new == 0) first_new = added, first_known = known;
         printf(
-            "  %6d photos in %4d folders: all new %5.1f us each, ratio %.2f; all known %6.2f s, %5.1f us "
-            "each, ratio %.2f\n",
+            "  %6d photos in %4d folders: all new %5.1f us each, ratio %.2f; all known %6.2f s, %5.1f us each, ratio %.2f\n",
             photos, folders, added, added / first_new, MedianSeconds(passes), known, known / first_known);
     }
     return 0;

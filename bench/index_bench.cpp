@@ -66,9 +66,10 @@ void Walk(const std::string& dir) {
 /// The handler of MP4 music but for its probe.
 void IndexMp4WithoutProbe(const std::string& dir) {
     for (const std::string& path : FilesBelow(dir, ".m4a")) {
+        FileReading reading(path.c_str());
         MediaInfo record{};
-        const int result = Mp4InfoFill(path.c_str(), &record);
-        SaveMediaInfo(kStoreMusic, record, result, LogSite("bench"), "%s (%d) Not saved: %s");
+        const int result = Mp4InfoFill(path.c_str(), &record, reading);
+        SaveMediaInfo(kStoreMusic, record, result, LogSite("bench"), "Not saved: %s");
     }
     KOLIDBSync();
 }

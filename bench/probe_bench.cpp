@@ -15,7 +15,6 @@
 
 #include "base/media_info.h"
 #include "video/container_probe.h"
-#include "video/guarded_probe.h"
 #include "video/metamedia.h"
 #include "video/probe_guard.h"
 
@@ -60,11 +59,11 @@ Cost Measure(Work work) {
 void ForkAndWait(bool hardened) {
     const pid_t parent = getpid();
     const pid_t pid = fork();
-    if (pid == 0) _exit(hardened ? -koli::ProbeGuardEnter(-1, parent) : 0);
+    if (pid == 0) _exit(hardened ? koli::ProbeGuardEnter(-1, parent) ? 0 : 1 : 0);
     waitpid(pid, nullptr, 0);
 }
 
-int Nothing(int, const char*, koli::MediaInfo*) {
+int Nothing(int, const char*, koli::MediaInfo*, koli::FileReading&) {
     return 0;
 }
 
@@ -74,9 +73,10 @@ int main(int count, char** arguments) {
     koli::ProbeGuardPrepare();
     koli::MediaInfo record{};
     const char* const any = arguments[0];
+    koli::FileReading reading(any);
     const Cost bare = Measure([] { ForkAndWait(false); });
     const Cost hardened = Measure([] { ForkAndWait(true); });
-    const Cost guard = Measure([&] { koli::GuardedProbeRun(any, &record, Nothing, koli::WatchSettings{}); });
+    const Cost guard = Measure([&] { koli::GuardedProbeRun(any, &record, reading, Nothing); });
     printf("%-30s %8s %8s\n", "ms", "elapsed", "processor");
     printf("%-30s %8.3f %8.3f\n", "fork, exit, wait", bare.elapsed, bare.processor);
     printf("%-30s %8.3f %8.3f\n", "+ hardening", hardened.elapsed - bare.elapsed,
@@ -90,10 +90,10 @@ int main(int count, char** arguments) {
     // All children first: what a probe in this process leaves on the heap, each later child would copy.
     std::vector<Cost> guarded;
     for (int i = 1; i < count; ++i)
-        guarded.push_back(Measure([=, &record] { koli::MiscMediaInfoGet(arguments[i], &record); }));
+        guarded.push_back(Measure([&] { koli::MiscMediaInfoGet(arguments[i], &record, reading); }));
     for (int i = 1; i < count; ++i) {
         const Cost& child = guarded[static_cast<size_t>(i - 1)];
-        const Cost alone = Measure([=, &record] { koli::MiscMediaInfoProbe(arguments[i], &record); });
+        const Cost alone = Measure([&] { koli::MiscMediaInfoProbe(arguments[i], &record, reading); });
         printf("%-30.30s %8.3f %8.3f %8.3f  %8.3f %8.3f %8.3f\n", basename(arguments[i]), alone.elapsed,
                child.elapsed, child.elapsed - alone.elapsed, alone.processor, child.processor,
                child.processor - alone.processor);

@@ -77,10 +77,11 @@ bool ReadComm(const MediaFile& media, AIFF_File* file) {
 
 extern "C" {
 
-AIFF_Ref AIFF_OpenFile(const char* path, int flags) {
+AIFF_Ref AIFF_OpenFile(const char* path, int flags, koli::FileReading& reading) {
     koli::MediaFile media;
     AIFF_File file{};
-    if (path == nullptr || flags != F_RDONLY || !media.Open(path) || !koli::compat::ReadComm(media, &file))
+    if (path == nullptr || flags != F_RDONLY || !media.Open(path, reading) ||
+        !koli::compat::ReadComm(media, &file))
         return nullptr;
     return new (std::nothrow) AIFF_File(file);
 }

@@ -19,6 +19,8 @@
 
 #include <cstdint>
 
+#include "base/file_reading.h"
+
 extern "C" {
 
 struct AIFF_File;
@@ -29,7 +31,7 @@ enum { F_RDONLY = 1 };
 
 /// Opens an AIFF or AIFF-C file that has a readable COMM chunk; sound data need not be there.  `flags` is
 /// F_RDONLY. Null for any other file.  The caller owns the handle and closes it.
-AIFF_Ref AIFF_OpenFile(const char* path, int flags);
+AIFF_Ref AIFF_OpenFile(const char* path, int flags, koli::FileReading& reading);
 
 /// Fills in the audio format; every pointer may be null.  `sampling_rate` is what the 80-bit number holds:
 /// it can be negative, infinite or not-a-number.  `segment_size` is the bytes of one sample.  Returns 1, or

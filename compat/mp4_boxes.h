@@ -31,7 +31,7 @@ struct BoxCursor {
 /// and what it does not ask for is not looked at.
 class BoxReader {
   public:
-    bool Open(const char* path) { return file_.Open(path); }
+    bool Open(const char* path, FileReading& reading) { return file_.Open(path, reading); }
     const MediaFile& file() const { return file_; }
 
     /// The box at the cursor, which moves behind it.  False at the end of the row, and for a damaged box.

@@ -160,10 +160,10 @@ bool ReadNumbers(MP4FileHandle file, uint32_t item, uint16_t* number, uint16_t* 
 
 extern "C" {
 
-MP4FileHandle MP4Read(const char* path, uint32_t) {
+MP4FileHandle MP4Read(const char* path, uint32_t, koli::FileReading& reading) {
     auto* file = new (std::nothrow) MP4File;
     if (file == nullptr) return nullptr;
-    if (path != nullptr && file->reader.Open(path) && ReadMovie(file)) return file;
+    if (path != nullptr && file->reader.Open(path, reading) && ReadMovie(file)) return file;
     delete file;
     return nullptr;
 }

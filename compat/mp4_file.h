@@ -12,6 +12,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/file_reading.h"
+
 extern "C" {
 
 struct MP4File;
@@ -24,8 +26,8 @@ constexpr MP4Duration MP4_INVALID_DURATION = ~MP4Duration{0};
 
 /// Opens a file and reads what its tracks and tags say where.  Null when it cannot be opened, is no regular
 /// file, has no "moov" box, is damaged, or has more than 1024 tracks.  The caller owns the handle and closes
-/// it.
-MP4FileHandle MP4Read(const char* path, uint32_t verbosity);
+/// it, `reading` before its end.
+MP4FileHandle MP4Read(const char* path, uint32_t verbosity, koli::FileReading& reading);
 
 /// Releases a handle; null is allowed.
 void MP4Close(MP4FileHandle file);

@@ -23,9 +23,9 @@ namespace {
 
 }  // namespace
 
-int BackgroundEnter(int* starter) {
+bool BackgroundEnter(int* starter) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return -1;
+    if (pipe2(ends, O_CLOEXEC) != 0) return false;
     signal(SIGCHLD, SIG_DFL);  // who ignores it learns nothing of a child's end
     const pid_t child = fork();
     if (child > 0) {
@@ -35,12 +35,12 @@ int BackgroundEnter(int* starter) {
     close(ends[0]);
     if (child == 0 && daemon(0, 0) == 0) {
         *starter = ends[1];
-        return 0;
+        return true;
     }
     const int error = errno;
     close(ends[1]);
     errno = error;
-    return -1;
+    return false;
 }
 
 void StarterRelease(int starter) {

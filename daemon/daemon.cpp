@@ -38,7 +38,8 @@ sigset_t DaemonSignals() {
 
 /// Without a pid file there is no daemon.
 [[noreturn]] void GiveUp(int error) {
-    KOLI_LOG("%s(%d): Failed to create %s. (%s)", paths::kPidFile, strerror(error));
+    LogError(LogSite(kModule, LogForm::kTightColon), "Failed to create %s. (%s)", paths::kPidFile,
+             strerror(error));
     exit(0);
 }
 
@@ -63,14 +64,15 @@ int DaemonStart() {
         fprintf(stderr, "%s: cannot create %s: %s. No daemon is started.\n", kModule, paths::kPidFile,
                 strerror(lock_error));
     int starter = -1;
-    if (BackgroundEnter(&starter) != 0) {
-        KOLI_LOG("%s (%d) Failed to become a daemon.(%s)", strerror(errno));
+    if (!BackgroundEnter(&starter)) {
+        KOLI_LOG("Failed to become a daemon.(%s)", strerror(errno));
         return -1;
     }
     if (lock == kPidFileUnusable) GiveUp(lock_error);
     // The descriptor stays open as long as the process lives, and the lock with it.
-    if (PidFileWrite(lock) != 0) KOLI_LOG("%s(%d): fprintf pid failed. (%s)", strerror(errno));
-    if (PidFilePublish(paths::kPidFile) != 0) GiveUp(errno);
+    if (!PidFileWrite(lock))
+        LogError(LogSite(kModule, LogForm::kTightColon), "fprintf pid failed. (%s)", strerror(errno));
+    if (!PidFilePublish(paths::kPidFile)) GiveUp(errno);
     StarterRelease(starter);
     return 0;
 }
@@ -82,28 +84,28 @@ void Die(int) {
     _exit(0);
 }
 
-int SignalsInstall() {
+bool SignalsInstall() {
     // Children are waited for; a starter that ignores their end must not hand that on.
     signal(SIGCHLD, SIG_DFL);
     if (signal(SIGUSR1, SetDirty) == SIG_ERR) {
-        KOLI_LOG("%s (%d) signal(SIGUSR1, SetDirty) failed.");
-        return -1;
+        KOLI_LOG("signal(SIGUSR1, SetDirty) failed.");
+        return false;
     }
     if (signal(SIGTERM, Die) == SIG_ERR) {
-        KOLI_LOG("%s (%d) signal(SIGTERM, Die) failed.");
-        return -1;
+        KOLI_LOG("signal(SIGTERM, Die) failed.");
+        return false;
     }
     const sigset_t held_back = DaemonSignals();
     sigprocmask(SIG_UNBLOCK, &held_back, nullptr);
-    return 0;
+    return true;
 }
 
 void ReadingTakeOver() {
-    if (ReadingMarkOpen(paths::kReading) != 0)
-        KOLI_LOG("%s (%d) Failed to open %s. (%s)", paths::kReading, strerror(errno));
+    if (!ReadingMarkOpen(paths::kReading))
+        KOLI_LOG("Failed to open %s. (%s)", paths::kReading, strerror(errno));
     char path[kPathSize];
     const int count = ReadingMarkTakeOver(MayExist(paths::kBatch), path);
-    if (count > 0) KOLI_LOG("%s (%d) The daemon has ended in the middle of [%s], time %d.", path, count);
+    if (count > 0) KOLI_LOG("The daemon has ended in the middle of [%s], time %d.", path, count);
 }
 
 void LeftoversRun() {
@@ -115,7 +117,7 @@ void LeftoversRun() {
 void DaemonRun() {
     if (DaemonStart() != 0) exit(1);
     setpriority(PRIO_PROCESS, 0, kNiceLevel);
-    if (SignalsInstall() != 0) exit(1);
+    if (!SignalsInstall()) exit(1);
     ProbeGuardReport();
     last_vacuum = time(nullptr);
     VacuumDatabases();

@@ -13,8 +13,8 @@ int DaemonStart();
 /// batch at work stays and is finished at the next start.
 void Die(int signo);
 
-/// Installs SetDirty and Die and lets their signals in.  Returns 0, or -1 (logged).
-int SignalsInstall();
+/// Installs SetDirty and Die and lets their signals in.  False (logged) when that fails.
+bool SignalsInstall();
 
 /// Counts the file in the middle of which an earlier daemon was brought down (base/reading_mark.h).
 void ReadingTakeOver();

@@ -54,7 +54,7 @@ void BatchKeep(const char* state_file, const char* database, const char* reason)
     kept.pause = kept.pause == 0 ? kFirstPause : std::min(2 * kept.pause, kLongestPause);
     kept.retry = now;
     kept.retry.tv_sec += kept.pause;
-    KOLI_LOG("%s (%d) Keep %s, to be tried again in %d s. (%s%s%s)", paths::kBatch, kept.pause, database,
+    KOLI_LOG("Keep %s, to be tried again in %d s. (%s%s%s)", paths::kBatch, kept.pause, database,
              *database != '\0' ? ": " : "", reason);
     WriteState(state_file, database, reason);
 }

@@ -106,8 +106,8 @@ void MainLoop() {
 }
 
 void VacuumDatabases() {
-    if (MediaDBVacuum() < 0) KOLI_LOG("%s (%d) vaccuum mediaserver failed.");
-    if (PhotoDBVacuum() < 0) KOLI_LOG("%s (%d) vaccuum photodb failed.");
+    if (MediaDBVacuum() < 0) KOLI_LOG("vaccuum mediaserver failed.");
+    if (PhotoDBVacuum() < 0) KOLI_LOG("vaccuum photodb failed.");
 }
 
 }  // namespace koli

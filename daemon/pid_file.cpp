@@ -92,13 +92,13 @@ int PidFileLock(const char* pidfile) {
     return old;
 }
 
-int PidFileWrite(int fd) {
-    if (fchmod(fd, kPidFileMode) != 0 || ftruncate(fd, 0) != 0) return -1;
-    return dprintf(fd, "%d", getpid()) < 0 ? -1 : 0;
+bool PidFileWrite(int fd) {
+    if (fchmod(fd, kPidFileMode) != 0 || ftruncate(fd, 0) != 0) return false;
+    return dprintf(fd, "%d", getpid()) >= 0;
 }
 
-int PidFilePublish(const char* pidfile) {
-    return rename(NewFile(pidfile).c_str(), pidfile);
+bool PidFilePublish(const char* pidfile) {
+    return rename(NewFile(pidfile).c_str(), pidfile) == 0;
 }
 
 }  // namespace koli

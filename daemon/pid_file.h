@@ -24,10 +24,10 @@ enum PidFileLockFailure : int {
 int PidFileLock(const char* pidfile);
 
 /// Writes this process's pid, decimal and without a newline, into a file that PidFileLock has made; readable
-/// for all.  Returns 0, or -1 with errno set.
-int PidFileWrite(int fd);
+/// for all.  False, with errno set, when that fails.
+bool PidFileWrite(int fd);
 
-/// Gives that file its name, in the place of what has it.  Returns 0, or -1 with errno set.
-int PidFilePublish(const char* pidfile);
+/// Gives that file its name, in the place of what has it.  False, with errno set, when that fails.
+bool PidFilePublish(const char* pidfile);
 
 }  // namespace koli

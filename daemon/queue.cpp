@@ -11,9 +11,9 @@
 
 #include "base/folder_sync.h"
 #include "base/log.h"
-#include "base/regular_file.h"
 #include "base/passing_error.h"
 #include "base/reading_mark.h"
+#include "base/regular_file.h"
 #include "base/written_file_systems.h"
 #include "daemon/batch.h"
 #include "daemon/kept_batch.h"
@@ -30,15 +30,20 @@ namespace {
 constexpr const char kModule[] = "koliindexd";
 constexpr int kTakeOverAttempts = 16;
 constexpr int kTornLinePatience = 300;  // seconds that a writer may take over its last line
+constexpr int kShareAttempts = 3;       // of a batch whose share does not take what was written
 constexpr QueueFiles kQueueFiles{paths::kQueue, paths::kBatch, paths::kState,
                                  "rm -rf /var/spool/koli_indexing_queue.tmp"};
 
+int share_failures = 0;  // attempts of this batch after which a share could not be synced
+
 /// Makes the queue the batch.  A mark that an earlier one left would count for this one.
 void TakeOver(const QueueFiles& files) {
+    share_failures = 0;
     PhotoDBMarkRemove();
     for (int attempt = 0; attempt < kTakeOverAttempts; ++attempt) {
         if (rename(files.queue, files.batch) == 0) return;
-        KOLI_LOG("%s(%d): Failed to rename %s. (%s)", files.queue, strerror(errno));
+        LogError(LogSite(kModule, LogForm::kTightColon), "Failed to rename %s. (%s)", files.queue,
+                 strerror(errno));
     }
 }
 
@@ -53,7 +58,7 @@ FILE* OpenBatch(const QueueFiles& files) {
         [[maybe_unused]] const int status = system(files.remove_command);
         BatchForget(files.state);
     }
-    KOLI_LOG("%s(%d): Failed to open %s. (%s)", files.batch, strerror(error));
+    LogError(LogSite(kModule, LogForm::kTightColon), "Failed to open %s. (%s)", files.batch, strerror(error));
     return nullptr;
 }
 
@@ -67,7 +72,7 @@ void MakeDurable(FILE* batch, const QueueFiles& files) {
 void RemoveBatch(const QueueFiles& files) {
     if (unlink(files.batch) != 0) {
         const int error = errno;
-        KOLI_LOG("%s (%d) Failed to remove %s. (%s)", files.batch, strerror(error));
+        KOLI_LOG("Failed to remove %s. (%s)", files.batch, strerror(error));
         BatchKeep(files.state, "", strerror(error));
         return;
     }
@@ -92,24 +97,32 @@ void KeepRefused(const QueueFiles& files) {
     BatchKeep(files.state, names.c_str(), reasons.c_str());
 }
 
+/// Whether a share's fault keeps the batch: executed again it writes what was lost.  A share that stays as it
+/// is must not hold up the others for good.
+bool MustWaitForShare(const std::string& fault) {
+    if (fault.empty()) return false;
+    if (++share_failures < kShareAttempts) return true;
+    KOLI_LOG("Failed to sync a share, which may have lost what was written. (%s)", fault.c_str());
+    return false;
+}
+
 /// The batch goes when its work is on the disk.
 void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
     CaptionRemovalsRun();
     const bool is_synced = KOLIDBSync() == 0;
-    const bool are_shares_synced = WrittenFileSystemsSync();
-    const int share_error = errno;
+    WrittenFileSystemsSync();
+    const std::string share_fault = WrittenFileSystemsFault();
     if (end == BatchEnd::kUnread) {
-        KOLI_LOG("%s (%d) Failed to read the batch to its end. (%s)", strerror(error));
+        KOLI_LOG("Failed to read the batch to its end. (%s)", strerror(error));
         BatchKeep(files.state, "", strerror(error));
     } else if (end == BatchEnd::kHeld) {
         BatchKeep(files.state, "", "a writer holds the lock on its last line");
     } else if (KOLIDBRefusing() != 0) {
         KeepRefused(files);
-    } else if (!are_shares_synced) {
-        BatchKeep(files.state, "", strerror(share_error));
+    } else if (MustWaitForShare(share_fault)) {
+        BatchKeep(files.state, "", share_fault.c_str());
     } else {
-        if (!is_synced)
-            KOLI_LOG("%s (%d) Failed to sync the databases.");  // for good: no repetition would help
+        if (!is_synced) KOLI_LOG("Failed to sync the databases.");  // for good: no repetition would help
         RemoveBatch(files);
     }
 }

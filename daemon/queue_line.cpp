@@ -24,7 +24,7 @@ QueueLine::End EndBehind(FILE* file) {
 }
 
 void LogBadFormat(const QueueLine& line) {
-    KOLI_LOG("%s (%d) Bad format [%s].", line.text);
+    KOLI_LOG("Bad format [%s].", line.text);
 }
 
 }  // namespace
@@ -57,7 +57,7 @@ void QueueLineExecute(QueueLine* line, int stores) {
     if (line->end == QueueLine::kNewline) {
         line->text[--line->length] = '\0';
     } else {
-        KOLI_LOG("%s (%d) Warning! No new line here.");
+        KOLI_LOG("Warning! No new line here.");
     }
     const RequestArgument argument{.text = line->text + 2,
                                    .is_cut = line->end == QueueLine::kFull,

@@ -63,7 +63,7 @@ bool IsDoubtful(const Move& move, bool is_whole) {
 void TakeOldPath(const char* path, Move* move) {
     const int kind = KLIBPathLook(path);
     if (kind == KLIB_PATH_UNKNOWN)
-        KOLI_LOG("%s (%d) Failed to look at %s. Skip remove it from database. (%s)", path, strerror(errno));
+        KOLI_LOG("Failed to look at %s. Skip remove it from database. (%s)", path, strerror(errno));
     if (kind != KLIB_PATH_ABSENT && HasOneComponent(path)) return;
     move->old_path = path;
     move->old_kind = kind;
@@ -171,7 +171,7 @@ void MoveInPhotoLibrary(const Move& move) {
 }
 
 void AddToPhotoLibrary(const Move& move) {
-    KOLI_LOG("%s (%d) %s exists, nothing in the photo library is moved from there.", move.old_path);
+    KOLI_LOG("%s exists, nothing in the photo library is moved from there.", move.old_path);
     if (move.new_kind == KLIB_PATH_FILE) PhotoLibraryIndex(move.new_path, kModeAdd);
     if (move.new_kind != KLIB_PATH_DIRECTORY) return;
     IndexWalk(move.new_path, kModeAdd, kWalkPhotoLibrary);

@@ -32,11 +32,10 @@ bool IsGone(const char* path) {
     switch (KLIBPathLook(path)) {
         case KLIB_PATH_FILE:
         case KLIB_PATH_DIRECTORY:
-            KOLI_LOG("%s (%d) Dir or File exists (%s). Skip remove it from database.", path);
+            KOLI_LOG("Dir or File exists (%s). Skip remove it from database.", path);
             return false;
         case KLIB_PATH_UNKNOWN:
-            KOLI_LOG("%s (%d) Failed to look at %s. Skip remove it from database. (%s)", path,
-                     strerror(errno));
+            KOLI_LOG("Failed to look at %s. Skip remove it from database. (%s)", path, strerror(errno));
             return false;
         default:
             return true;
@@ -91,7 +90,7 @@ void RebuildPhotoLibrary() {
 /// What the resync has found new is in the photo library already, but may be missing in the media store.
 void IndexPhotoShare() {
     char target[kPathSize];
-    if (ShareTargetGet(paths::kPhotoShare, target) == 0) IndexFilesBelow(target);
+    if (ShareTargetGet(paths::kPhotoShare, target)) IndexFilesBelow(target);
 }
 
 void Rebuild(RequestArgument argument) {
@@ -118,8 +117,8 @@ void Truncate(RequestArgument argument) {
 void Update(RequestArgument argument) {
     if (strcmp(argument.text, "photo") != 0 || !RequestWorksOn(argument, KOLI_PHOTO_DB)) return;
     char target[kPathSize];
-    if (ShareTargetGet(paths::kPhotoShare, target) != 0) {
-        KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
+    if (!ShareTargetGet(paths::kPhotoShare, target)) {
+        KOLI_LOG("Failed to read link of %s", paths::kPhotoShare);
         return;
     }
     PhotoShareFsCheck();

@@ -3,7 +3,7 @@
 
 #include "fuzz/memory_file.h"
 #include "tests/fake_platform.h"
-#include "tools/adts_stream.h"
+#include "tools/aac/adts_stream.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     koli::test::fake = {};

@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string path = koli::test::MemoryFile(data, size);
     if (size > 1) koli::test::InsertHole(size / 2, data[0] % 8 * 4096);
     koli::MediaInfo record{};
-    const int result = koli::FlacMetadataRead(path.c_str(), &record);
+    const int result = koli::FlacMetadataRead(path.c_str(), &record, koli::test::Reading());
     FLAC__StreamMetadata info, *tags = nullptr;
     const bool is_read = FLAC__metadata_get_streaminfo(path.c_str(), &info) != 0 &&
                          FLAC__metadata_get_tags(path.c_str(), &tags) != 0;

@@ -8,7 +8,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "base/reading.h"
+#include "tests/host_temp_dir.h"
 
 namespace koli::test {
 
@@ -17,16 +17,32 @@ inline int MemoryDescriptor() {
     return fd;
 }
 
-/// Replaces the contents of this process's one memory file and returns its path: its own, or a `link` to it
-/// that stands where something can be made beside it.
-inline std::string MemoryFile(const void* bytes, size_t size, const std::string& link = "") {
-    const int fd = MemoryDescriptor();
-    if (ftruncate(fd, 0) != 0 || pwrite(fd, bytes, size, 0) != static_cast<ssize_t>(size)) abort();
-    const std::string path = "/proc/self/fd/" + std::to_string(fd);
-    const std::string given = symlink(path.c_str(), link.c_str()) == 0 || !link.empty() ? link : path;
-    ReadingBegin(given.c_str());
-    return given;
+inline const std::string& MemoryPath() {
+    static const std::string path = "/proc/self/fd/" + std::to_string(MemoryDescriptor());
+    return path;
 }
+
+/// Replaces the contents of this process's one memory file and returns its path: its own, or that of a link
+/// to it.  Its pages are kept: to give them back and take them anew costs more than many a reader.
+inline std::string MemoryFile(const void* bytes, size_t size, const std::string& path = MemoryPath()) {
+    const int fd = MemoryDescriptor();
+    if (pwrite(fd, bytes, size, 0) != static_cast<ssize_t>(size) ||
+        ftruncate(fd, static_cast<off_t>(size)) != 0)
+        abort();
+    return path;
+}
+
+/// A folder in memory: covers and captions are written by the million.
+class MemoryFolder : public TempDir {
+  public:
+    MemoryFolder() : TempDir(mkdtemp("/dev/shm/koli-fuzz-XXXXXX"s.data())) {}
+
+    /// Makes a link to the memory file where something can be made beside it; returns its path.
+    std::string Link(const std::string& name) const {
+        if (symlink(MemoryPath().c_str(), Path(name).c_str()) != 0) abort();
+        return Path(name);
+    }
+};
 
 /// Pushes the memory file's bytes from `at` on back by `size`, a hole as far as the pages allow.
 inline void InsertHole(size_t at, size_t size) {

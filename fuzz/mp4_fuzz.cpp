@@ -5,14 +5,15 @@
 #include "video/mp4.h"
 
 /// The probe runs in a child and reads the file with a library.
-int koli::MiscMediaInfoGet(const char*, MediaInfo*) {
+int koli::MiscMediaInfoGet(const char*, MediaInfo*, FileReading&) {
     return -1;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const koli::test::Sandbox sandbox;
+    static const koli::test::MemoryFolder folder;
+    static const std::string path = folder.Link("a.mp4");
     koli::test::fake = {};
     koli::MediaInfo record{};
-    koli::Mp4InfoFill(koli::test::MemoryFile(data, size, sandbox.Path("a.mp4")).c_str(), &record);
+    koli::Mp4InfoFill(koli::test::MemoryFile(data, size, path).c_str(), &record, koli::test::Reading());
     return 0;
 }

@@ -2,7 +2,7 @@
 #include <cstdlib>
 
 #include "fuzz/memory_file.h"
-#include "platform/host/page_records.h"
+#include "platform/host/sqlite/page_records.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::string error;

@@ -7,6 +7,6 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     koli::test::fake = {};
     koli::MediaInfo record{};
-    KOLI_PARSER(koli::test::MemoryFile(data, size).c_str(), &record);
+    KOLI_PARSER(koli::test::MemoryFile(data, size).c_str(), &record, koli::test::Reading());
     return 0;
 }

@@ -107,32 +107,35 @@ struct ClosePipe {
 /// the quotes it would mean something else.
 bool WriteCommand(const char* quoted_path, char (&command)[kCommandSize]) {
     char decoder[kPathSize];
-    if (AacDecoderGet(decoder) != 0) return false;
+    if (!AacDecoderGet(decoder)) return false;
     const int length = snprintf(command, sizeof command, "%s -i %s 2> /dev/null", decoder, quoted_path);
     if (length >= 0 && static_cast<size_t>(length) < sizeof command) return true;
-    KOLI_LOG("%s:%d The command is too long. [%s]", command);
+    KOLI_LOG_COLON("The command is too long. [%s]", command);
     return false;
 }
 
 /// In the child of `parent`: runs the command to its end.  Returns 0 with its first line, else 1.
 int RunDecoder(const char* command, char (&line)[kLineSize], pid_t parent) {
-    if (ProgramGuardEnter(parent) != 0) return 1;
+    if (!ProgramGuardEnter(parent)) return 1;
     const std::unique_ptr<FILE, ClosePipe> pipe(popen(command, "re"));
     if (pipe == nullptr) {
-        KOLI_LOG("%s:%d Failed to popen. [%s]", command);
+        KOLI_LOG_COLON("Failed to popen. [%s]", command);
         return 1;
     }
     return ReadLine(fileno(pipe.get()), line) ? 0 : 1;
 }
 
 /// Gets the decoder's first line.  It runs in a child that is watched as a probe is, in its time and memory.
-bool DecoderLineGet(const char* command, char (&line)[kLineSize]) {
+bool DecoderLineGet(const char* command, char (&line)[kLineSize], FileReading& reading) {
     const Shared<char[kLineSize]> shared;
-    if (!shared.valid() || ProgramGuardPrepare() != 0) return false;
+    if (!shared.valid() || !ProgramGuardPrepare()) {
+        reading.Trouble("the AAC decoder cannot be started", errno);
+        return false;
+    }
     WatchSettings settings;
     settings.kill_child = ProgramChildKill;
     const auto body = [&](pid_t parent) { return RunDecoder(command, *shared.get(), parent); };
-    if (GuardedChildRun(std::cref(body), settings) != 0) return false;
+    if (GuardedChildRun(std::cref(body), reading, settings) != 0) return false;
     memcpy(line, *shared.get(), sizeof line - 1);
     line[sizeof line - 1] = '\0';
     return true;
@@ -140,9 +143,9 @@ bool DecoderLineGet(const char* command, char (&line)[kLineSize]) {
 
 }  // namespace
 
-int AacInfoGet(const char* path, MediaInfo* record) {
+int AacInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s:%d Bad parameter.");
+        KOLI_LOG_COLON("Bad parameter.");
         return -1;
     }
     const size_t length = strlen(path);
@@ -150,20 +153,24 @@ int AacInfoGet(const char* path, MediaInfo* record) {
     const std::unique_ptr<char, FreeText> quoted(
         quoted_size <= INT_MAX ? static_cast<char*>(malloc(quoted_size)) : nullptr);
     if (quoted == nullptr) {
-        KOLI_LOG("%s:%d Failed to malloc(%d)", static_cast<int>(length));
+        KOLI_LOG_COLON("Failed to malloc(%d)", static_cast<int>(length));
         return -1;
     }
     if (KLIBEncShParam(path, quoted.get(), static_cast<int>(quoted_size)) != 0) {
-        KOLI_LOG("%s:%d Failed to encode string [%s]", path);
+        KOLI_LOG_COLON("Failed to encode string [%s]", path);
         return -1;
     }
     char command[kCommandSize];
     char line[kLineSize];
-    if (!WriteCommand(quoted.get(), command) || !DecoderLineGet(command, line)) return -1;
+    if (!WriteCommand(quoted.get(), command) || !DecoderLineGet(command, line, reading)) {
+        reading.CannotParse("the AAC decoder tells nothing of it");
+        return -1;
+    }
 
     DecoderFigures figures{};
     if (!ParseFigures(line, &figures)) {
-        KOLI_LOG("%s:%d Failed to parse FAAD result. [%s]", line);
+        KOLI_LOG_COLON("Failed to parse FAAD result. [%s]", line);
+        reading.CannotParse("the AAC decoder's answer makes no sense");
         return -1;
     }
     record->duration = figures.seconds;
@@ -174,16 +181,16 @@ int AacInfoGet(const char* path, MediaInfo* record) {
     return 0;
 }
 
-int AacFileAdd(const KnownPath& path) {
+int AacFileAdd(const KnownPath& path, FileReading& reading) {
     if (path.text() == nullptr) {
-        KOLI_LOG("%s:%d Bad parameter.");
+        KOLI_LOG_COLON("Bad parameter.");
         return -1;
     }
     MediaInfo record{};
     if (MediaInfoFill(path, &record) != 0) return -1;
-    const int result = AacInfoGet(path.text(), &record) != 0 ? 1 : -1;
-    return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
-                         "%s:%d Failed to save media info to database. [%s]");
+    const int result = AacInfoGet(path.text(), &record, reading) != 0 ? 1 : -1;
+    return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule, LogForm::kColon),
+                         "Failed to save media info to database. [%s]");
 }
 
 }  // namespace koli

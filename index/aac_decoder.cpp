@@ -17,18 +17,18 @@ constexpr char kPath[] = KOLI_FAAD_PATH;
 
 }  // namespace
 
-int AacDecoderGet(char (&word)[kPathSize]) {
+bool AacDecoderGet(char (&word)[kPathSize]) {
     static_assert(sizeof kPath <= kPathSize);
-    if (*kPath == '/') return CopyText(word, sizeof word, kPath), 0;
+    if (*kPath == '/') return CopyText(word, sizeof word, kPath), true;
     char program[kPathSize];
     const ssize_t length = readlink("/proc/self/exe", program, sizeof program - sizeof kPath);
     if (length <= 0 || static_cast<size_t>(length) == sizeof program - sizeof kPath) {
-        KOLI_LOG("%s:%d Cannot tell where this program is: [%s]", strerror(errno));
-        return -1;
+        KOLI_LOG_COLON("Cannot tell where this program is: [%s]", strerror(errno));
+        return false;
     }
     program[length] = '\0';
-    strcpy(program + (FileNameOf(program) - program), kPath);
-    return KLIBEncShParam(program, word, static_cast<int>(sizeof word)) == 0 ? 0 : -1;
+    memcpy(program + (FileNameOf(program) - program), kPath, sizeof kPath);
+    return KLIBEncShParam(program, word, static_cast<int>(sizeof word)) == 0;
 }
 
 }  // namespace koli

@@ -34,7 +34,7 @@ static_assert(static_cast<int>(kWalkMediaStore) == KOLI_MEDIA_DB &&
               static_cast<int>(kWalkPhotoLibrary) == KOLI_PHOTO_DB);
 
 void LogOpenFailure(const char* path) {
-    KOLI_LOG("%s (%d) Failed to open directory %s ", path);
+    KOLI_LOG("Failed to open directory %s ", path);
 }
 
 /// What is left of `types` for a path: the photo library has its share alone.
@@ -125,7 +125,7 @@ void TreeWalk::WalkDirectory(const KnownPath& directory, const FolderWay* above,
     if (is_rebuild_ && foothold.is_taken() && !IsStillThere(path_.text(), listing))
         MediaRebuildMiss(path_.text());
     if (listing.error() == 0) return;
-    KOLI_LOG("%s (%d) Failed to read directory %s to its end. (%s)", path_.text(), strerror(listing.error()));
+    KOLI_LOG("Failed to read directory %s to its end. (%s)", path_.text(), strerror(listing.error()));
     if (is_rebuild_) MediaRebuildMiss(path_.text());
 }
 
@@ -188,7 +188,7 @@ void TreeWalk::Index(const KnownPath& path) {
 
 /// A look at the path has failed, with errno set.
 void TreeWalk::MissUnknown() {
-    KOLI_LOG("%s (%d) Failed to look at %s. (%s)", path_.text(), strerror(errno));
+    KOLI_LOG("Failed to look at %s. (%s)", path_.text(), strerror(errno));
     if (is_rebuild_) MediaRebuildMiss(path_.text());
 }
 
@@ -211,7 +211,7 @@ void Rebuild(int types) {
             ReindexShare(paths::kPhotoShare);
             return;
         default:
-            KOLI_LOG("%s (%d) index type must be KOLIINDEX_MEDIA");
+            KOLI_LOG("index type must be KOLIINDEX_MEDIA");
     }
 }
 
@@ -225,7 +225,7 @@ int IndexWalk(const KnownPath& path, int mode, int types) {
     } else if (!path.IsEmpty() && (mode == kModeAdd || mode == kModeUpdate)) {
         TreeWalk(path, mode, types, TreeWalk::kPlain).Run();
     } else {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
     }
     return 0;
 }
@@ -249,7 +249,7 @@ void IndexTreeAgain(const char* directory) {
 
 void ReindexShare(const char* share_link) {
     char target[kPathSize];
-    if (share_link == nullptr || *share_link == '\0' || ShareTargetGet(share_link, target) != 0) return;
+    if (share_link == nullptr || *share_link == '\0' || !ShareTargetGet(share_link, target)) return;
     IndexTreeAgain(target);
 }
 

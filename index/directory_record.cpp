@@ -10,12 +10,12 @@ constexpr const char kModule[] = "directory";
 
 int DirectoryInfoSave(const KnownPath& path) {
     if (path.IsEmpty()) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (!path.IsDirectory()) return -1;
     if (MediaInfoDBDirSave(path.text()) != 0) {
-        KOLI_LOG("%s (%d) Failed to save directory info to database.");
+        KOLI_LOG("Failed to save directory info to database.");
         return -1;
     }
     return 0;

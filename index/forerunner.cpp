@@ -91,9 +91,8 @@ void VisitAll(int paths) {
 
 /// The process: it may read everybody's files, and nothing else.
 [[noreturn]] void Run(int paths, pid_t daemon) {
-    if (SignalAtParentsEnd(daemon, SIGKILL) != 0 || CloseInherited(paths) != 0 ||
-        KeepCapabilities(1U << CAP_DAC_READ_SEARCH) != 0)
-        _exit(1);
+    if (!SignalAtParentsEnd(daemon, SIGKILL) || !KeepCapabilities(1U << CAP_DAC_READ_SEARCH)) _exit(1);
+    CloseInherited(paths);
     std::array<std::thread, kAtOnce - 1> others;
     try {
         for (std::thread& other : others)
@@ -144,7 +143,7 @@ bool Forerunner::IsWanted() {
 void Forerunner::Announce(const char* path) {
     if (pid_ == 0 && !Start()) {
         pid_ = -1;
-        KOLI_LOG("%s (%d) Nothing runs ahead of the walk: %s", strerror(errno));
+        KOLI_LOG("Nothing runs ahead of the walk: %s", strerror(errno));
     }
     if (pid_ > 0) send(paths_, path, strlen(path), MSG_DONTWAIT | MSG_NOSIGNAL);
 }

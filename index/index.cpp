@@ -6,10 +6,8 @@
 #include "audio/aiff.h"
 #include "audio/flac.h"
 #include "audio/music.h"
-#include "base/file_reading.h"
 #include "base/formats.h"
 #include "base/log.h"
-#include "base/reading.h"
 #include "index/aac.h"
 #include "index/directory_record.h"
 #include "index/playlist.h"
@@ -33,6 +31,8 @@ constexpr int kEventCategory = 2;
 constexpr int kEventLevel = 3;
 constexpr unsigned kEventUnparsable = 0x11B00510;
 
+constexpr char kUnparsed[] = "the metadata could not be parsed";
+
 /// By FormatReader. AAC and FLAC share the generic music removal.
 constexpr IndexHandler kHandlers[] = {
     {MusicFileAdd, MusicFileDelete},        // kMp3
@@ -55,7 +55,7 @@ int IndexOneDirectory(const KnownPath& path, int mode) {
     if (mode == kModeAdd) {
         DirectoryInfoSave(path);
     } else if (mode != kModeDelete) {
-        KOLI_LOG("%s (%d) Bad mode(%d)!! This should never happen.", mode);
+        KOLI_LOG("Bad mode(%d)!! This should never happen.", mode);
     }
     return 0;
 }
@@ -63,18 +63,29 @@ int IndexOneDirectory(const KnownPath& path, int mode) {
 /// Stores a file that brings the daemon down by its name alone; one that does so even then is left alone.
 int AddUnopened(const KnownPath& path, PastReading past) {
     if (past == PastReading::kDownUnopened) {
-        KOLI_LOG("%s (%d) The file has brought the daemon down unopened, too. It is left alone: %s",
-                 path.text());
+        KOLI_LOG("The file has brought the daemon down unopened, too. It is left alone: %s", path.text());
         return -1;
     }
-    KOLI_LOG("%s (%d) %s: %s", kBroughtDown, path.text());
+    KOLI_LOG("The file has brought the daemon down twice and is not opened until it changes: %s",
+             path.text());
     MediaInfo record{};
     if (MediaInfoFill(path, &record) != 0) return -1;
     const StoreType type = FormatStore(FormatFind(KOLIIndexExtGet(path.text()))->reader);
-    const int result = SaveMediaInfo(type, record, -1, LogSite(kModule),
-                                     "%s (%d) Failed to save media info to database. [%s]");
+    const int result =
+        SaveMediaInfo(type, record, -1, LogSite(kModule), "Failed to save media info to database. [%s]");
     KOLIProblemSet(path.text(), kBroughtDown, 0);
     return result;
+}
+
+/// What could not be stored keeps the problem that it had.
+void TellProblem(const FileReading& reading, int result, bool is_unparsed) {
+    const Failure& failure = reading.failure();
+    if (is_unparsed || failure.kind >= FailureKind::kTrouble) {
+        KOLIProblemSet(reading.path(), *failure.reason != '\0' ? failure.reason : kUnparsed,
+                       failure.kind == FailureKind::kPassing ? KOLI_PROBLEM_PASSES : 0);
+    } else if (result == 0) {
+        KOLIProblemClear(reading.path(), 0);
+    }
 }
 
 int AddFile(const KnownPath& known, const IndexHandler& handler) {
@@ -82,16 +93,13 @@ int AddFile(const KnownPath& known, const IndexHandler& handler) {
     const char* slash = strrchr(path, '/');
     if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
 
-    LogFirstForget();           // the log's first line from here on tells why, if the file cannot be parsed
-    reading_tick = KOLIDBTick;  // nothing may keep the databases locked
-    const FileReading reading(path);
+    FileReading reading(path, KOLIDBTick);  // nothing may keep the databases locked
     if (reading.past() != PastReading::kNothing) return AddUnopened(known, reading.past());
-    const int result = handler.add(known);
-    if (*reading.trouble() != '\0')
-        KOLIProblemSet(path, reading.trouble(), reading.IsPassing() ? KOLI_PROBLEM_PASSES : 0);
-    const bool is_unparsed = result == 1 || (result == 0 && !ReadingIsWhole());
+    const int result = handler.add(known, reading);
+    const bool is_unparsed = result == 1 || (result == 0 && !reading.IsWhole());
+    TellProblem(reading, result, is_unparsed);
     if (!is_unparsed) return result;
-    KOLI_LOG("%s:%d Failed to parse media metadata of file [%s].", path);
+    KOLI_LOG_COLON("Failed to parse media metadata of file [%s].", path);
     KOLILogSet1(kEventCategory, kEventLevel, kEventUnparsable, path, "", "", "");
     return -1;
 }
@@ -105,7 +113,7 @@ const IndexHandler* IndexHandlerFind(const char* ext) {
 
 int IndexOnePath(const KnownPath& path, int mode) {
     if (path.IsEmpty() || (mode != kModeAdd && mode != kModeDelete)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (path.IsDirectory()) return IndexOneDirectory(path, mode);

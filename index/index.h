@@ -1,6 +1,7 @@
 // From a path to the handler of its format.
 #pragma once
 
+#include "base/file_reading.h"
 #include "base/known_path.h"
 
 namespace koli {
@@ -8,10 +9,10 @@ namespace koli {
 /// The handlers of a format.
 ///
 /// `add` stores the file: 0 stored, 1 its metadata could not be parsed (logged by the handler; an entry with
-/// the names from the path may have been stored all the same), anything else failure.  `remove` removes the
-/// entry of a file that is gone: 0, or -1, also when the file still exists.
+/// the names from the path may have been stored all the same), anything else failure.  `reading` learns why.
+/// `remove` removes the entry of a file that is gone: 0, or -1, also when the file still exists.
 struct IndexHandler {
-    int (*add)(const KnownPath& path);
+    int (*add)(const KnownPath& path, FileReading& reading);
     int (*remove)(const char* path);
 };
 

@@ -21,32 +21,22 @@ void TimeText(time_t when, char* field, size_t size) {
 
 }  // namespace
 
-int PlaylistFileAdd(const KnownPath& path) {
-    if (path.IsEmpty()) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    const struct stat* file = path.file();
-    if (file == nullptr) return -1;
-
-    MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path.text());
-    record.file_size = static_cast<uint64_t>(file->st_size);
-    TimeText(file->st_ctime, record.ctime, sizeof record.ctime);
-    TimeText(file->st_mtime, record.mtime, sizeof record.mtime);
-    TitleFromPath(path.text(), record.title, sizeof record.title);
-    if (!AlbumFromPath(path.text(), record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
-    return SaveMediaInfo(kStorePlaylist, record, -1, LogSite(kModule),
-                         "%s (%d) Failed to save playlist info.");
+int PlaylistFileAdd(const KnownPath& path, FileReading&) {
+    MediaInfo record;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
+    TimeText(path.file()->st_ctime, record.ctime, sizeof record.ctime);
+    TimeText(path.file()->st_mtime, record.mtime, sizeof record.mtime);
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
+    return SaveMediaInfo(kStorePlaylist, record, -1, LogSite(kModule), "Failed to save playlist info.");
 }
 
 int PlaylistFileDelete(const char* path) {
     if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
-    return DeleteMediaInfo(kStorePlaylist, path, LogSite(kModule),
-                           "%s (%d) Failed to remove %s from database.", RemoveFailure::kIsReportedOnly);
+    return DeleteMediaInfo(kStorePlaylist, path, LogSite(kModule), "Failed to remove %s from database.",
+                           RemoveFailure::kIsReportedOnly);
 }
 
 }  // namespace koli

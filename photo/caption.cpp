@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <memory>
 
-#include "base/file_reading.h"
 #include "base/held_folder.h"
 #include "base/later_renames.h"
 #include "base/log.h"
@@ -21,8 +20,6 @@ namespace {
 
 constexpr const char kModule[] = "photo_index";
 
-CaptionHold* current_hold = nullptr;
-
 struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }
 };
@@ -34,22 +31,14 @@ File OpenCaption(const char* path) {
     return File(StreamOf(AttributeFile(path).Open(O_RDONLY | O_NONBLOCK | O_NOCTTY)));
 }
 
-int CaptionGet(const char* path, const char* stream, char* field, size_t field_size) {
+int CaptionGet(const char* path, const char* stream, char* field, size_t field_size, CaptionHold& hold) {
     char text[kCaptionSize] = {};
-    if (CaptionRead(path, stream, text, sizeof text) != 0) return 0;
+    if (CaptionRead(path, stream, text, sizeof text, hold) != 0) return 0;
     CopyText(field, field_size, text);
     return 1;
 }
 
 }  // namespace
-
-CaptionHold::CaptionHold() {
-    current_hold = this;
-}
-
-CaptionHold::~CaptionHold() {
-    current_hold = nullptr;
-}
 
 void CaptionHold::Release() {
     for (; count_ > 0; --count_)
@@ -57,29 +46,24 @@ void CaptionHold::Release() {
 }
 
 void CaptionHold::Note(const char* caption_path, const CaptionIdentity& identity) {
-    CaptionHold* const hold = current_hold;
-    if (hold == nullptr || hold->count_ == kMostCaptions) {
-        AttributeFile(caption_path).Remove();
-        return;
-    }
-    CopyText(hold->paths_[hold->count_], kCaptionPathSize, caption_path);
-    hold->identities_[hold->count_++] = identity;
+    if (count_ == kMostCaptions) return;
+    CopyText(paths_[count_], kCaptionPathSize, caption_path);
+    identities_[count_++] = identity;
 }
 
-int CaptionHold::NoteUnreadable(int error) {
-    FileTrouble("A caption cannot be read", error);
-    if (current_hold != nullptr) current_hold->has_unreadable_ = true;
-    return -1;
+void CaptionHold::NoteUnreadable(int error) {
+    reading_.Trouble("a caption cannot be read", error);
+    has_unreadable_ = true;
 }
 
-int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
+int CaptionRead(const char* path, const char* stream, char* buffer, int size, CaptionHold& hold) {
     if (path == nullptr || stream == nullptr || buffer == nullptr || size <= 0) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return -1;
     }
     char caption_path[kCaptionPathSize];
     if (KOLIEAPath(path, stream, caption_path, sizeof caption_path) != 0) {
-        KOLI_LOG("%s:%d KOLIEAPath() failed.");
+        KOLI_LOG_COLON("KOLIEAPath() failed.");
         return -1;
     }
     if (KLIBPathLook(caption_path) == KLIB_PATH_ABSENT) return -1;
@@ -89,15 +73,17 @@ int CaptionRead(const char* path, const char* stream, char* buffer, int size) {
     const File file = OpenCaption(caption_path);
     struct stat status;
     if (file == nullptr || fstat(fileno(file.get()), &status) != 0) {
-        KOLI_LOG("%s:%d failed to open file %s.", caption_path);
-        return CaptionHold::NoteUnreadable(errno);
+        KOLI_LOG_COLON("failed to open file %s.", caption_path);
+        hold.NoteUnreadable(errno);
+        return -1;
     }
     buffer[0] = '\0';
     if (fgets(buffer, size, file.get()) == nullptr && feof(file.get()) == 0) {
-        KOLI_LOG("%s:%d fgets() failed.");
-        return CaptionHold::NoteUnreadable(errno);
+        KOLI_LOG_COLON("fgets() failed.");
+        hold.NoteUnreadable(errno);
+        return -1;
     }
-    CaptionHold::Note(caption_path, CaptionIdentityOf(status));
+    hold.Note(caption_path, CaptionIdentityOf(status));
     return buffer[0] == '\0' || buffer[0] == '\n' ? -1 : 0;
 }
 
@@ -111,20 +97,20 @@ bool CaptionWaits(const char* path) {
     return false;
 }
 
-int CaptionTitleGet(const char* path, PhotoRecord* record) {
+int CaptionTitleGet(const char* path, PhotoRecord* record, CaptionHold& hold) {
     if (path == nullptr || record == nullptr) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return 0;
     }
-    return CaptionGet(path, kTitleStream, record->title, sizeof record->title);
+    return CaptionGet(path, kTitleStream, record->title, sizeof record->title, hold);
 }
 
-int CaptionDescGet(const char* path, PhotoRecord* record) {
+int CaptionDescGet(const char* path, PhotoRecord* record, CaptionHold& hold) {
     if (path == nullptr || record == nullptr) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return 0;
     }
-    return CaptionGet(path, kDescriptionStream, record->description, sizeof record->description);
+    return CaptionGet(path, kDescriptionStream, record->description, sizeof record->description, hold);
 }
 
 }  // namespace koli

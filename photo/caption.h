@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "base/file_reading.h"
 #include "base/photo_record.h"
 #include "photo/caption_removal.h"
 
@@ -17,12 +18,11 @@ inline constexpr int kCaptionSize = 255;  // bytes of a caption, terminator incl
 
 inline constexpr int kCaptionPathSize = 4095;  // bytes of a caption file's path, terminator included
 
-/// Keeps the caption files that are read while it lives until a row has taken their values.  There is one at
-/// a time.
+/// Keeps the caption files that are read for one picture or album until a row has taken their values.
 class CaptionHold {
   public:
-    CaptionHold();
-    ~CaptionHold();
+    /// What cannot be read is a trouble of `reading`, which must live as long.
+    explicit CaptionHold(FileReading& reading) : reading_(reading) {}
     CaptionHold(const CaptionHold&) = delete;
     CaptionHold& operator=(const CaptionHold&) = delete;
 
@@ -35,11 +35,12 @@ class CaptionHold {
     void Release();
 
   private:
-    friend int CaptionRead(const char* path, const char* stream, char* buffer, int size);
-    static void Note(const char* caption_path, const CaptionIdentity& identity);
-    static int NoteUnreadable(int error);
+    friend int CaptionRead(const char* path, const char* stream, char* buffer, int size, CaptionHold& hold);
+    void Note(const char* caption_path, const CaptionIdentity& identity);
+    void NoteUnreadable(int error);
 
     static constexpr size_t kMostCaptions = 2;  // a picture's title and description
+    FileReading& reading_;
     char paths_[kMostCaptions][kCaptionPathSize];
     CaptionIdentity identities_[kMostCaptions];
     size_t count_ = 0;
@@ -59,18 +60,18 @@ void CaptionRemovalsNote();
 void CaptionRemovalsRecall();
 
 /// Reads the first line, its newline included, of the caption file of (path, stream) into the `size` bytes at
-/// `buffer`, cut at size - 1 bytes, and removes the file, or leaves that to the CaptionHold.  Returns 0 when
+/// `buffer`, cut at size - 1 bytes, and leaves the file to `hold`.  Returns 0 when
 /// the line holds anything; -1 when not, when there is no such file or a request that waits is still to
 /// rename what stands at `path` (silently; the file is kept), and on failure (logged; a link, and a file that
 /// could not be read, is kept).
-int CaptionRead(const char* path, const char* stream, char* buffer, int size);
+int CaptionRead(const char* path, const char* stream, char* buffer, int size, CaptionHold& hold);
 
 /// Whether a title or a description is there for the picture.
 bool CaptionWaits(const char* path);
 
 /// Take the title or description that waits for the picture into its record.  Return 1 when there was one,
 /// else 0 (the record is then unchanged).  A null argument is logged.
-int CaptionTitleGet(const char* path, PhotoRecord* record);
-int CaptionDescGet(const char* path, PhotoRecord* record);
+int CaptionTitleGet(const char* path, PhotoRecord* record, CaptionHold& hold);
+int CaptionDescGet(const char* path, PhotoRecord* record, CaptionHold& hold);
 
 }  // namespace koli

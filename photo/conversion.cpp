@@ -47,7 +47,8 @@ QueueOpening OpenQueue(const char* entry, const char* queue) {
     const int fd = open(queue, flags | O_CLOEXEC, kQueuePermissions);
     if (fd < 0) {
         const int error = errno;
-        KOLI_LOG("(%s, %d) open(%s, %d) failed, reason=%s\n", queue, flags, strerror(error));
+        LogError(LogSite(kModule, LogForm::kPair), "open(%s, %d) failed, reason=%s\n", queue, flags,
+                 strerror(error));
         errno = error;
     }
     return {false, fd};
@@ -92,14 +93,15 @@ int AppendLine(int fd, const char* entry, size_t length) {
 int AppendLocked(int fd, const char* entry, const char* queue) {
     const size_t length = strlen(entry);
     if (LockQueue(fd) != 0) {
-        LogError("%s: %s(%d) - failed to lock file descriptor of %s, reason=%s", kModule, kWriter, __LINE__,
+        LogError(LogSite(kModule, LogForm::kBare),
+                 "%s: %s(%d) - failed to lock file descriptor of %s, reason=%s", kModule, kWriter, __LINE__,
                  queue, strerror(errno));
         return -1;
     }
     int result = 0;
     if (AppendLine(fd, entry, length) != 0) {
-        LogError("%s: %s(%d) - failed to write (%s, %d) into %s, reason=%s", kModule, kWriter, __LINE__,
-                 entry, static_cast<int>(length), queue, strerror(errno));
+        LogError(LogSite(kModule, LogForm::kBare), "%s: %s(%d) - failed to write (%s, %d) into %s, reason=%s",
+                 kModule, kWriter, __LINE__, entry, static_cast<int>(length), queue, strerror(errno));
         result = -1;
     }
     flock(fd, LOCK_UN);
@@ -122,13 +124,14 @@ void QueueThumbnails(const char* path, bool is_directory, Request* request) {
 
     const std::unique_ptr<char, decltype(&free)> copy(strdup(path), &free);
     if (copy == nullptr) {
-        KOLI_LOG("%s(%d) failed to strdup %s, reason=%s\n", path, strerror(errno));
+        LogError(LogSite(kModule, LogForm::kTight), "failed to strdup %s, reason=%s\n", path,
+                 strerror(errno));
         return;
     }
     const char* entry = is_photo ? dirname(copy.get()) : copy.get();
     request->pid = KLIBReadPidFile(paths::kThumbDaemonPid);
     if (request->pid <= 0) {
-        KOLI_LOG("%s(%d) Thumb daemon is not running .....\n");
+        LogError(LogSite(kModule, LogForm::kTight), "Thumb daemon is not running .....\n");
     } else if (WriteThumbQueue(entry, paths::kThumbQueue) == 0) {
         request->is_queued = true;
     }
@@ -138,7 +141,7 @@ void QueueFlv(const char* path, bool is_directory, Request* request) {
     if (!is_directory && BlKOLIIndexIsVideoOnWebFile(path) == 0) return;
     request->pid = KLIBReadPidFile(paths::kFlvDaemonPid);
     if (request->pid <= 0) {
-        KOLI_LOG("%s(%d) FLV daemon is not running .....\n");
+        LogError(LogSite(kModule, LogForm::kTight), "FLV daemon is not running .....\n");
     } else if (WriteThumbQueue(path, paths::kFlvQueue) == 0) {
         request->is_queued = true;
     }

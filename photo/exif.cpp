@@ -4,6 +4,7 @@
 #include <libexif/exif-loader.h>
 
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <memory>
 
@@ -28,6 +29,7 @@ constexpr size_t kRenderedSize = 128;  // bytes of a value as text, terminator i
 struct Unref {
     void operator()(ExifLoader* loader) const { exif_loader_unref(loader); }
     void operator()(ExifData* data) const { exif_data_unref(data); }
+    void operator()(ExifLog* log) const { exif_log_unref(log); }
 };
 using ExifDataPtr = std::unique_ptr<ExifData, Unref>;
 
@@ -51,10 +53,20 @@ void FeedFile(ExifLoader* loader, const MediaFile& file) {
     }
 }
 
-/// Null for a file without EXIF data.
-ExifDataPtr Load(const MediaFile& file) {
+/// What libexif says of a block whose frame makes no sense.  Maker notes are the makers' own, and often make
+/// none.
+void NoteDamage(ExifLog*, ExifLogCode code, const char* domain, const char*, va_list, void* is_damaged) {
+    if (code == EXIF_LOG_CODE_CORRUPT_DATA && strcmp(domain, "ExifData") == 0)
+        *static_cast<bool*>(is_damaged) = true;
+}
+
+/// Null for a file without EXIF data.  `is_damaged` must live as long as what is returned.
+ExifDataPtr Load(const MediaFile& file, bool* is_damaged) {
     const std::unique_ptr<ExifLoader, Unref> loader(exif_loader_new());
     if (loader == nullptr) return nullptr;
+    const std::unique_ptr<ExifLog, Unref> log(exif_log_new());
+    exif_log_set_func(log.get(), NoteDamage, is_damaged);
+    exif_loader_log(loader.get(), log.get());
     FeedFile(loader.get(), file);
     return ExifDataPtr(exif_loader_get_data(loader.get()));
 }
@@ -82,66 +94,71 @@ void StoreDate(const char* text, PhotoRecord* record) {
         CopyText(record->date_taken, sizeof record->date_taken, date);
 }
 
-int Store(int tag, const char* text, PhotoRecord* record) {
+void Store(int tag, const char* text, PhotoRecord* record) {
     switch (tag) {
         case EXIF_TAG_MAKE:
             CopyText(record->camera_make, sizeof record->camera_make, text);
-            return 0;
+            return;
         case EXIF_TAG_MODEL:
             CopyText(record->camera_model, sizeof record->camera_model, text);
-            return 0;
+            return;
         case EXIF_TAG_EXPOSURE_TIME:
             CopyText(record->exposure_time, sizeof record->exposure_time, text);
-            return 0;
+            return;
         case EXIF_TAG_FNUMBER:
             CopyText(record->f_number, sizeof record->f_number, text);
-            return 0;
+            return;
         case EXIF_TAG_DATE_TIME_ORIGINAL:
             StoreDate(text, record);
-            return 0;
+            return;
         case EXIF_TAG_ISO_SPEED_RATINGS:
             record->iso_speed = ParseInt32(text);
-            return 0;
+            return;
         case EXIF_TAG_PIXEL_X_DIMENSION:
             record->width = ParseInt32(text);
-            return 0;
+            return;
         case EXIF_TAG_PIXEL_Y_DIMENSION:
             record->height = ParseInt32(text);
-            return 0;
+            return;
         default:
-            KOLI_LOG("%s (%d) Impossible error occurred.");
-            return -1;
+            KOLI_LOG("Impossible error occurred.");
     }
 }
 
+/// Returns how many values there were.
 int StoreDirectory(const ExifContent& directory, PhotoRecord* record) {
+    int stored = 0;
     for (unsigned i = 0; i < directory.count; ++i) {
         ExifEntry* entry = directory.entries[i];
         if (!IsWanted(entry->tag)) continue;
         char text[kRenderedSize] = {};
         exif_entry_get_value(entry, text, sizeof text);
-        if (Store(entry->tag, text, record) != 0) return -1;
+        Store(entry->tag, text, record);
+        ++stored;
     }
-    return 0;
+    return stored;
 }
 
 }  // namespace
 
-int ExifFillPhotoRecord(PhotoRecord* record) {
+int ExifFillPhotoRecord(PhotoRecord* record, FileReading& reading) {
     if (record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     MediaFile file;
-    return file.Open(record->path) ? ExifRead(file, record) : 0;
+    if (file.Open(record->path, reading) && !ExifRead(file, record)) reading.Trouble(kExifUnreadable);
+    return 0;
 }
 
-int ExifRead(const MediaFile& file, PhotoRecord* record) {
-    const ExifDataPtr data = Load(file);
-    if (data == nullptr) return 0;
+bool ExifRead(const MediaFile& file, PhotoRecord* record) {
+    bool is_damaged = false;
+    const ExifDataPtr data = Load(file, &is_damaged);
+    if (data == nullptr) return true;
+    int stored = 0;
     for (const ExifContent* directory : data->ifd)
-        if (directory != nullptr && StoreDirectory(*directory, record) != 0) return -1;
-    return 0;
+        if (directory != nullptr) stored += StoreDirectory(*directory, record);
+    return !is_damaged || stored > 0;
 }
 
 }  // namespace koli

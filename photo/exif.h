@@ -1,6 +1,7 @@
 // The EXIF block of a picture (JEITA CP-3451).
 #pragma once
 
+#include "base/file_reading.h"
 #include "base/photo_record.h"
 #include "base/regular_file.h"
 
@@ -21,11 +22,15 @@ namespace koli {
 /// | 40963 | PixelYDimension  | height         | its leading number                                      |
 ///
 /// A tag that stands in several directories has its last value (of two in one directory libexif keeps the
-/// first).  What the file does not tell stays as it is.  Returns 0, also for a file without EXIF or one that
-/// cannot be read; -1 for null (logged).
-int ExifFillPhotoRecord(PhotoRecord* record);
+/// first).  What the file does not tell stays as it is.  A block that cannot be read is a
+/// trouble of `reading`.  Returns 0, also for a file without EXIF or one that cannot be read; -1 for null
+/// (logged).
+int ExifFillPhotoRecord(PhotoRecord* record, FileReading& reading);
 
-/// The same from an open file.
-int ExifRead(const MediaFile& file, PhotoRecord* record);
+/// The same from an open file.  False for a block that cannot be read.
+bool ExifRead(const MediaFile& file, PhotoRecord* record);
+
+/// The trouble that this is.
+inline constexpr char kExifUnreadable[] = "the EXIF block cannot be read";
 
 }  // namespace koli

@@ -9,7 +9,6 @@
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/photo_record.h"
-#include "base/reading.h"
 #include "index/record/util.h"
 #include "photo/photo_library.h"
 #include "photo/picture.h"
@@ -63,49 +62,43 @@ void FillFromExif(const PhotoRecord& exif, MediaInfo* record) {
     record->iso_speed = photo.iso_speed;
 }
 
-/// What the file itself tells, once its name has an extension.
-void FillFromFile(const KnownPath& path, const char* extension, MediaInfo* record) {
-    KOLIIndexTimeText(path.file()->st_ctime, record->ctime, sizeof record->ctime);
-    KOLIIndexTimeText(path.file()->st_mtime, record->mtime, sizeof record->mtime);
+/// What is inside of the file, once its name has an extension.
+void FillFromContents(const KnownPath& path, const char* extension, MediaInfo* record, FileReading& reading) {
     Picture own(path.text());
     Picture& picture = path.picture != nullptr ? *path.picture : own;
-    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(picture.Exif(), record);
+    if (BlKOLIIndexIsJpeg(extension) != 0) FillFromExif(picture.Exif(reading), record);
 
     int width = 0;
     int height = 0;
-    if (picture.SizeGet(&width, &height)) {
+    if (picture.SizeGet(&width, &height, reading)) {
         record->width = static_cast<uint32_t>(width);
         record->height = static_cast<uint32_t>(height);
     }
-    if (!ReadingIsWhole()) picture.Forget();
+    if (!reading.IsWhole()) picture.Forget();
 }
 
 }  // namespace
 
-int PhotoMediaAdd(const KnownPath& path) {
-    if (path.text() == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
-        return -1;
-    }
-    const struct stat* file = path.file();
-    if (file == nullptr) return -1;
+int PhotoMediaAdd(const KnownPath& path, FileReading& reading) {
+    MediaInfo record;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     if (MentionsMetadataFolder(path.text())) return 0;
 
-    MediaInfo record{};
-    CopyText(record.path, sizeof record.path, path.text());
-    record.file_size = static_cast<uint64_t>(file->st_size);
-    TitleFromPath(path.text(), record.title, sizeof record.title);
-    if (!AlbumFromPath(path.text(), record.album, sizeof record.album)) KOLI_LOG("%s (%d) Impossible error.");
-    if (const char* dot = strrchr(path.text(), '.'); dot != nullptr) FillFromFile(path, dot + 1, &record);
-    return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "%s (%d) Failed to save playlist info.");
+    MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
+    if (const char* dot = strrchr(path.text(), '.'); dot != nullptr) {
+        FillFromContents(path, dot + 1, &record, reading);
+    } else {
+        record.ctime[0] = record.mtime[0] = '\0';
+    }
+    return SaveMediaInfo(kStorePhoto, record, -1, LogSite(kModule), "Failed to save playlist info.");
 }
 
 int PhotoMediaDelete(const char* path) {
     if (path == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
-    return DeleteMediaInfo(kStorePhoto, path, LogSite(kModule), "%s (%d) Failed to remove %s from database.",
+    return DeleteMediaInfo(kStorePhoto, path, LogSite(kModule), "Failed to remove %s from database.",
                            RemoveFailure::kIsReportedOnly);
 }
 

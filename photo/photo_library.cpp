@@ -9,7 +9,6 @@
 #include "base/metadata_folder.h"
 #include "base/passing_error.h"
 #include "base/path_names.h"
-#include "base/reading.h"
 #include "index/record/index_mode.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"
@@ -42,13 +41,13 @@ void FillNames(const char* path, PhotoRecord* record) {
     CopyText(record->path, sizeof record->path, path);
     CopyText(record->name, sizeof record->name, FileNameOf(path));
     TitleFromPath(path, record->title, sizeof record->title);
-    if (!AlbumFromPath(path, record->folder, sizeof record->folder)) KOLI_LOG("%s (%d) Impossible error.");
+    if (!AlbumFromPath(path, record->folder, sizeof record->folder)) KOLI_LOG("Impossible error.");
 }
 
 /// A look at the picture has failed, with errno set.  A link that leads nowhere is no picture.
-PhotoOutcome OutcomeOfFailure(const char* path) {
+PhotoOutcome OutcomeOfFailure(const char* path, FileReading& reading) {
     if (!MeansAbsent(errno)) {
-        ReadingFailed(errno);
+        reading.ReadFailed(errno);
         return PhotoOutcome::kMissed;
     }
     struct stat status;
@@ -56,9 +55,9 @@ PhotoOutcome OutcomeOfFailure(const char* path) {
     return MeansAbsent(errno) ? PhotoOutcome::kGone : PhotoOutcome::kMissed;
 }
 
-PhotoOutcome FillSize(const KnownPath& path, PhotoRecord* record) {
+PhotoOutcome FillSize(const KnownPath& path, PhotoRecord* record, FileReading& reading) {
     const struct stat* status = path.status();
-    if (status == nullptr) return OutcomeOfFailure(path.text());
+    if (status == nullptr) return OutcomeOfFailure(path.text(), reading);
     if (status->st_size <= 0 || status->st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
     record->file_size = status->st_size;
     return PhotoOutcome::kStored;
@@ -84,20 +83,21 @@ void FillExif(const PhotoRecord& exif, PhotoRecord* record) {
 }
 
 /// The values inside of the picture, and what people have handed over for it.
-void FillFromContents(const KnownPath& path, PhotoRecord* record) {
-    CaptionTitleGet(path.text(), record);
-    CaptionDescGet(path.text(), record);
+void FillFromContents(const KnownPath& path, PhotoRecord* record, CaptionHold& captions,
+                      FileReading& reading) {
+    CaptionTitleGet(path.text(), record, captions);
+    CaptionDescGet(path.text(), record, captions);
     Picture own(path.text());
     Picture& picture = path.picture != nullptr ? *path.picture : own;
-    FillExif(picture.Exif(), record);
-    picture.SizeGet(&record->width, &record->height);
+    FillExif(picture.Exif(reading), record);
+    picture.SizeGet(&record->width, &record->height, reading);
     PhotoRecordSanitize(record);
 }
 
 /// The times are those from before it was read: one that changes meanwhile looks changed to whoever compares.
-PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record) {
+PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record, FileReading& reading) {
     struct stat now;
-    if (StatNear(path.text(), &now) != 0) return OutcomeOfFailure(path.text());
+    if (StatNear(path.text(), &now) != 0) return OutcomeOfFailure(path.text(), reading);
     const struct stat& status = *path.status();
     if (const char* text = ctime(&status.st_ctime); text != nullptr)
         CopyText(record->ctime, sizeof record->ctime, text);
@@ -108,26 +108,26 @@ PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record) {
 PhotoOutcome StorePhoto(const KnownPath& known, int mode) {
     const char* const path = known.text();
     if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return PhotoOutcome::kLeftOut;
-    const FileReading reading(path);
+    FileReading reading(path, KOLIDBTick);
     if (reading.past() == PastReading::kDownUnopened) return PhotoOutcome::kMissed;
-    CaptionHold captions;
+    CaptionHold captions(reading);
     PhotoRecord record{};
     FillNames(path, &record);
-    PhotoOutcome outcome = FillSize(known, &record);
+    PhotoOutcome outcome = FillSize(known, &record, reading);
     if (outcome == PhotoOutcome::kStored) {
-        if (reading.past() == PastReading::kNothing) FillFromContents(known, &record);
-        outcome = FillTimes(known, &record);
+        if (reading.past() == PastReading::kNothing) FillFromContents(known, &record, captions, reading);
+        outcome = FillTimes(known, &record, reading);
     }
     if (outcome != PhotoOutcome::kStored) {
-        PhotoTroubleTell(path, reading);
+        PhotoTroubleTell(reading);
         return outcome;
     }
     if (PhotoInfoDBSave(&record, mode) != 0) {
-        KOLI_LOG("%s (%d) Failed to save photo info.");
+        KOLI_LOG("Failed to save photo info.");
         return PhotoOutcome::kMissed;
     }
     captions.Release();
-    PhotoTroubleTell(path, reading);
+    PhotoTroubleTell(reading);
     return outcome;
 }
 
@@ -156,7 +156,7 @@ WebKind WebKindOf(const char* path) {
 int PhotoLibraryIndex(const KnownPath& path, int mode, PhotoOutcome* outcome) {
     *outcome = PhotoOutcome::kLeftOut;
     if (path.text() == nullptr || (mode != kModeAdd && mode != kModeDelete && mode != kModeUpdate)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (path.IsDirectory()) return -1;
@@ -179,7 +179,7 @@ int PhotoLibraryIndex(const KnownPath& path, int mode, PhotoOutcome* outcome) {
             *outcome = UpdateFile(path, kind);
             return 0;
         default:
-            KOLI_LOG("%s (%d) Bad mode!! This should never happen.");
+            KOLI_LOG("Bad mode!! This should never happen.");
             return -1;
     }
 }
@@ -191,7 +191,7 @@ int PhotoLibraryIndex(const KnownPath& path, int mode) {
 
 int PhotoLibraryAdd(const KnownPath& path, int mode) {
     if (path.text() == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     return StorePhoto(path, mode) == PhotoOutcome::kStored ? 0 : -1;
@@ -199,15 +199,15 @@ int PhotoLibraryAdd(const KnownPath& path, int mode) {
 
 int PhotoLibraryDelete(const char* path) {
     if (path == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (const int kind = KLIBPathLook(path); kind == KLIB_PATH_FILE || kind == KLIB_PATH_UNKNOWN) {
-        KOLI_LOG("%s (%d) File exists. Skip remove it from database.");
+        KOLI_LOG("File exists. Skip remove it from database.");
         return -1;
     }
     if (MentionsMetadataFolder(path)) return -1;
-    if (PhotoInfoDBDelete(path) != 0) KOLI_LOG("%s (%d) Failed to remove %s from database.", path);
+    if (PhotoInfoDBDelete(path) != 0) KOLI_LOG("Failed to remove %s from database.", path);
     return 0;
 }
 

@@ -4,14 +4,16 @@
 
 namespace koli {
 
-void PhotoTroubleTell(const char* path, const FileReading& reading) {
+void PhotoTroubleTell(const FileReading& reading) {
+    const Failure& failure = reading.failure();
     if (reading.past() != PastReading::kNothing) {
-        KOLIProblemSet(path, kBroughtDown, KOLI_PROBLEM_PHOTOS);
-    } else if (*reading.trouble() != '\0') {
-        KOLIProblemSet(path, reading.trouble(),
-                       KOLI_PROBLEM_PHOTOS | (reading.IsPassing() ? KOLI_PROBLEM_PASSES : 0));
+        KOLIProblemSet(reading.path(), kBroughtDown, KOLI_PROBLEM_PHOTOS);
+    } else if (failure.kind >= FailureKind::kTrouble) {
+        const bool passes = failure.kind == FailureKind::kPassing;
+        KOLIProblemSet(reading.path(), failure.reason,
+                       KOLI_PROBLEM_PHOTOS | (passes ? KOLI_PROBLEM_PASSES : 0));
     } else {
-        KOLIProblemClear(path);
+        KOLIProblemClear(reading.path(), KOLI_PROBLEM_PHOTOS);
     }
 }
 

@@ -5,8 +5,7 @@
 
 namespace koli {
 
-/// Records the trouble of `path`, whose reading ends here; without one, what was recorded of it before is
-/// over.
-void PhotoTroubleTell(const char* path, const FileReading& reading);
+/// Records the trouble of what has been read; without one, what was recorded of it before is over.
+void PhotoTroubleTell(const FileReading& reading);
 
 }  // namespace koli

@@ -3,6 +3,7 @@
 
 #include <optional>
 
+#include "base/file_reading.h"
 #include "base/photo_record.h"
 #include "base/regular_file.h"
 
@@ -15,11 +16,13 @@ class Picture {
     /// Opens nothing yet.  `path` is not copied.
     explicit Picture(const char* path) : path_(path) {}
 
-    /// A record with the values of its EXIF block alone (photo/exif.h).
-    const PhotoRecord& Exif();
+    /// A record with the values of its EXIF block alone (photo/exif.h).  A block that cannot be read is a
+    /// trouble of each `reading` that asks.
+    const PhotoRecord& Exif(FileReading& reading);
 
-    /// The size in pixels that its header tells.  False, with neither touched, when it tells none.
-    bool SizeGet(int* width, int* height);
+    /// The size in pixels that its header tells.  False, with neither touched and a trouble, when it tells
+    /// none.
+    bool SizeGet(int* width, int* height, FileReading& reading);
 
     /// What was read is not all: whoever asks next opens the picture anew.
     void Forget();
@@ -30,12 +33,13 @@ class Picture {
         bool is_known;
     };
 
-    bool Open();
+    bool Open(FileReading& reading);
 
     const char* path_;
     MediaFile file_;
     bool is_opened_ = false;  // or could not be opened
     std::optional<PhotoRecord> exif_;
+    bool is_exif_read_ = false;
     std::optional<Size> size_;
 };
 

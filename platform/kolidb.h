@@ -37,11 +37,11 @@ enum KOLIProblem {
 };
 
 /// Records why something at `path`, or that goes with it (a cover, a caption), could not be read or written,
-/// in place of what was recorded before; `kind` is a set of KOLIProblem.  A problem of the media store is
-/// raised when the file has been saved, and is over when a save is not followed by one; one of the photo
-/// library is over when Clear says so.  Both go with the row of the path.
+/// in place of what was recorded before; `kind` is a set of KOLIProblem.  Clear tells that nothing is wrong
+/// any more, for the photo library with KOLI_PROBLEM_PHOTOS, else with 0 for the media store; both problems
+/// go with the row of the path.
 void KOLIProblemSet(const char* path, const char* reason, int kind);
-void KOLIProblemClear(const char* path);
+void KOLIProblemClear(const char* path, int kind);
 
 /// A rebuild of the rows at and below `path`: from Begin to End the store remembers what is saved, and End
 /// removes the rest, in all five tables.  Nothing is removed at or below a path that was missed: a folder

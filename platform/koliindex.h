@@ -18,7 +18,8 @@ int KOLIIndexCTimeMTimeGet(const char* path, char* ctime, int ctime_size, char* 
 void KOLIIndexTimeText(int64_t when, char* text, int size);
 
 /// Reads a picture's size in pixels from its header (JPEG, PNG, GIF, BMP, TIFF, PSD, ICO, told by content).
-/// Returns 0 with both filled, or -1 with neither touched.
+/// Returns 0 with both filled, or -1 with neither touched: errno is then 0 when the picture does not tell,
+/// else it tells why it could not be read.
 int KOLIIndexImgResGet(const char* path, int* width, int* height);
 
 /// The same of an open file, which stays the caller's.
@@ -58,7 +59,8 @@ int KOLIEAPath(const char* path, const char* stream, char* buffer, int size);
 /// Writes the path of the audio file's cover folder.  Nonzero when the folder exists.
 int GetCoverFolder(const char* audio_path, char* folder, int size);
 
-/// Removes the covers that were stored in a cover folder, and nothing else.
+/// Removes the covers that were stored in a cover folder, and nothing else.  errno is then 0, or tells why
+/// one may be left.
 void CleanOldCover(const char* folder);
 
 /// Image types of GetCoverPath.

@@ -9,10 +9,9 @@
 #include <climits>
 #include <tuple>
 
-#include "base/foothold.h"
-#include "base/regular_file.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
+#include "base/regular_file.h"
 #include "index/record/util.h"
 #include "tests/fixture.h"
 
@@ -80,33 +79,12 @@ TEST_F(Base, OpeningWaitsForALeaseButNotForAFifo) {
         close(fd);
 }
 
-TEST_F(Base, AFootholdMovesWithItsFolderAndIsLookedAtFromAbove) {
-    const std::string far(200, 'f'), a = Path(far + "/" + far), b = a + "/" + far + "/" + far, c = b + "/c";
-    const auto is_there = [](const std::string& path) {
-        struct stat status;
-        return LstatNear(path.c_str(), &status) == 0;
-    };
-    std::filesystem::create_directories(c);
-    const Foothold upper(a.c_str()), lower(b.c_str()), none(c.c_str());
-    std::filesystem::rename(b, a + "/B");
-    EXPECT_TRUE(is_there(c));
-    EXPECT_FALSE(is_there(b) || is_there(b + "/") || is_there(b + "//c") || is_there(b + "c"));
-    std::filesystem::rename(a, Path("A"));
-    EXPECT_TRUE(is_there(c) && is_there(a + "/B"));
-    EXPECT_FALSE(is_there(a) || is_there(b) || is_there(a + "//B"));
-    EXPECT_TRUE(is_there(Path("A")));
-}
-
-TEST_F(Base, ARecordsNumbersAreBigEndianInMemoryAndOneWithoutAPathIsNotFilled) {
+TEST_F(Base, ARecordsNumbersAreBigEndianInMemory) {
     MediaInfo record{};
     record.track = 0x01020304;
     record.duration = 1.0F;
     EXPECT_EQ(memcmp(&record.track, "\1\2\3\4", 4), 0);
     EXPECT_EQ(memcmp(&record.duration, "\x3f\x80\0\0", 4), 0);
-    EXPECT_EQ(MediaInfoFill("/gone.mp3", &record), -1);  // silently
-    EXPECT_EQ(MediaInfoFill("", &record), -1);
-    EXPECT_EQ(MediaInfoFill("/x", nullptr), -1);
-    EXPECT_EQ(fake.log, Lines(2, "util:# Bad parameter."));
 }
 
 }  // namespace koli::test

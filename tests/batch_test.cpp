@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "base/written_file_systems.h"
 #include "daemon/kept_batch.h"
 #include "daemon/queue.h"
 #include "daemon/queue_line.h"
@@ -18,6 +19,13 @@
 #include "platform/koliindex.h"
 #include "tests/fake_index.h"
 #include "tests/fixture.h"
+
+/// Of a share that has shut down for good, or of a sound one.
+static int share_error = 0;
+extern "C" int syncfs(int) noexcept {
+    errno = share_error;
+    return share_error == 0 ? 0 : -1;
+}
 
 namespace koli::test {
 
@@ -54,12 +62,18 @@ struct Batch : Fixture {
 TEST_F(Batch, ComesBeforeTheQueueAndStaysWhileADatabaseRefuses) {
     Write("queue", "T:second\n");
     Write("queue.tmp", "T:first\n");
+    fake.refusing = KOLI_PHOTO_DB | KOLI_MEDIA_DB;
+    EXPECT_EQ(Run(), Lines{"KOLIDBSync"});  // ends at once
+    EXPECT_NE(ReadFile("state").find("\ndatabase=media.db, photo.db\nreason=fake refusal\n"),
+              std::string::npos);
+    BatchForget("state");
     fake.refusing = KOLI_PHOTO_DB;
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable first", "KOLIDBSync"}));
     EXPECT_TRUE(CountsAsChanged());
-    EXPECT_EQ(fake.log,
-              Lines{"koliindexd (#) Keep /var/spool/koli_indexing_queue.tmp, to be tried again in 10 s. "
-                    "(photo.db: fake refusal)"});
+    EXPECT_EQ(
+        fake.log,
+        Lines{
+            "koliindexd (#) Keep /var/spool/koli_indexing_queue.tmp, to be tried again in 10 s. (photo.db: fake refusal)"});
     const std::string state = ReadFile("state");
     EXPECT_EQ(state.rfind("batch=kept\ndatabase=photo.db\nreason=fake refusal\nsince=", 0), 0U) << state;
     EXPECT_GT(BatchRetrySeconds(), 5);
@@ -104,13 +118,26 @@ TEST_F(Batch, WaitsForSettingsThatCannotBeReadNow) {
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));
 }
 
-TEST_F(Batch, EndsWhenBothDatabasesRefuse) {
-    Write("queue", "T:first\nT:second\n");
-    fake.refusing = KOLI_PHOTO_DB | KOLI_MEDIA_DB;
-    EXPECT_EQ(Run(), Lines{"KOLIDBSync"});
+TEST_F(Batch, WaitsForAShareThatCannotBeSyncedButNotForEver) {
+    MakeDir("new\nline");
+    const std::string fault = "(new?line/: Input/output error)";
+    share_error = EIO;
+    for (const char* told :
+         {"be tried again in 10 s. ", "be tried again in 20 s. ", "lost what was written. "}) {
+        if (!IsBatchKept()) Write("queue", "T:table\n");
+        FileSystemWritten(1, "new\nline/cover1.jpg");
+        if (IsBatchKept()) WrittenFileSystemsSync();  // before the end
+        Run();
+        ASSERT_EQ(fake.log.size(), 1U);
+        EXPECT_TRUE(fake.log[0].ends_with(told + fault)) << fake.log[0];
+    }
+    EXPECT_FALSE(Exists("queue.tmp") || IsBatchKept());
+    Write("queue", "T:table\n");
+    FileSystemWritten(1, "new\nline/cover1.jpg");
+    Run();
     EXPECT_TRUE(Exists("queue.tmp"));
-    EXPECT_NE(ReadFile("state").find("\ndatabase=media.db, photo.db\nreason=fake refusal\n"),
-              std::string::npos);
+    Run();  // nothing is written now
+    EXPECT_FALSE(Exists("queue.tmp"));
 }
 
 TEST_F(Batch, ExecutedAgainItSparesThePhotoDatabaseWhatThatHasAlready) {
@@ -223,16 +250,6 @@ TEST_F(Batch, ALineThatDoesNotFitIsReadInPieces) {
     for (const char* end : {"", "\n"})
         EXPECT_EQ(Calls("N:" + to + ":" + from + end),
                   (Lines{"IndexWalk " + from + " 2 1", "IndexWalk " + to + " 1 1"}));
-}
-
-TEST_F(Batch, AFolderThatHasMovedOnIsKnownByWhatIsStoredBelowIt) {
-    const std::string to = "vol00001/photo/b", from = "vol00001/photo/a";
-    for (const int table : {-1, 0, 1, 2}) {
-        fake.table_with_rows = table;
-        const Lines calls = Calls("N:" + to + ":" + from + "\n");
-        const std::string wanted = "PhotoPathRename " + to + " " + from + (table < 0 ? " 0" : " 1");
-        EXPECT_NE(std::find(calls.begin(), calls.end(), wanted), calls.end()) << table;
-    }
 }
 
 TEST_F(Batch, WhatIsThrownIntoTheBinIsNotStoredThere) {

@@ -1,13 +1,13 @@
-// koliindexctl: request lines, usage, the queue's writers, waiting for the daemon.
+// koliindexctl: request lines, usage, the queue's writers, waiting for the daemon, setup.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
+#include <sys/un.h>
 
-#include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <set>
@@ -16,10 +16,13 @@
 
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/batch_wait.h"
-#include "tools/ctl/command_line.h"
+#include "tools/ctl/enqueue.h"
 #include "tools/ctl/output.h"
+#include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
+#include "tools/ctl/setup.h"
+#include "tools/koliindexctl/command_line.h"
 
 namespace koli::ctl {
 namespace {
@@ -30,23 +33,19 @@ using Texts = std::vector<std::string>;
 
 // ---- Request lines
 
-TEST(RequestLine, PathsAreMadeAbsoluteByTheirText) {
+TEST(RequestLine, CarriesAbsolutePathsThatFit) {
     for (const auto& [path, absolute] : {std::pair{"../a/./b//", "/w/a/b"},
                                          {"/a/../../b", "/b"},
                                          {" a ", "/w/x/ a "},
                                          {"...", "/w/x/..."},
                                          {"", ""}})
         EXPECT_EQ(AbsolutePath(path, "/w/x"), absolute);
-}
-
-TEST(RequestLine, RefusesWhatALineCannotCarry) {
     EXPECT_EQ(PathRefusal("/a:b \xFF"), nullptr);
     const std::string longest = "/" + std::string(4107, 'x'), half = longest.substr(0, 2053);
     EXPECT_EQ(PathRefusal(longest), nullptr);
     EXPECT_EQ(RequestLine('a', longest).size(), 4111U);
     for (const std::string& path : {""s, "/a\nb"s, "/a\0b"s, longest + "x"})
         EXPECT_NE(PathRefusal(path), nullptr);
-    EXPECT_EQ(RenameLine("/new", "/old"), "N:/new:/old\n");
     EXPECT_EQ(RenameRefusal(half, half + "y"), nullptr);
     EXPECT_EQ(RenameLine(half, half + "y").size(), 4111U);
     for (const auto& [from, to] :
@@ -55,17 +54,16 @@ TEST(RequestLine, RefusesWhatALineCannotCarry) {
 }
 
 TEST(CommandLine, RefusesBadUsageWithOneLineAndTwo) {
+    const test::TempDir dir;
+    ASSERT_NE(freopen(dir.Write("cut", "a:/1\na:/2").c_str(), "r", stdin), nullptr);
     for (const char* line :
-         {"", "|frobnicate", "|add", "|add|/no/such/file", "|add||", "|add|/tmp|/a\nb", "|remove|/tmp",
+         {"", "|frobnicate", "|add", "|add|/no/such/file", "|add|", "|add|/tmp|/a\nb", "|remove|/tmp",
           "|rename|/tmp|/tmp", "|rename|/no/such|/a:b", "|rebuild|books", "|truncate|music",
-          "|truncate|problem|--yes", "|sync|--timeout|5", "|list|--kind|folder"}) {
-        Texts call;
-        std::istringstream words("koliindexctl"s + line);
-        for (std::string word; std::getline(words, word, '|');)
-            call.push_back(word);
-        std::vector<char*> argv;
-        for (std::string& argument : call)
-            argv.push_back(argument.data());
+          "|truncate|problem|--yes", "|sync|--timeout|5", "|list|--kind|folder", "|enqueue"}) {
+        std::string call = "koliindexctl"s + line;
+        std::vector<char*> argv{call.data()};
+        for (char& byte : call)
+            if (byte == '|') byte = '\0', argv.push_back(&byte + 1);
         testing::internal::CaptureStderr();
         EXPECT_EQ(CommandLineRun(static_cast<int>(argv.size()), argv.data()), kExitUsage) << line;
         const std::string complaint = testing::internal::GetCapturedStderr();
@@ -85,44 +83,24 @@ TEST(Output, NothingReachesATerminalThatCouldSteerIt) {
 
 // ---- The queue's writers
 
-/// The daemon's take-over and removal of the queue: what it reads is what it would execute.
-void TakeOver(const std::string& queue, std::string* executed) {
-    const std::string batch = queue + ".tmp";
-    if (rename(queue.c_str(), batch.c_str()) != 0) return;
-    const UniqueFd file(open(batch.c_str(), O_RDONLY | O_CLOEXEC));
-    if (executed->size() % 4 == 0) usleep(1000);  // now and then late writers find the time to come
-    flock(file.get(), LOCK_EX);
-    *executed += test::ReadFile(batch);
-    unlink(batch.c_str());
-}
-
-TEST(RequestWriter, LosesAndDoublesNothingWhileTheDaemonTakesOver) {
-    constexpr int kWriters = 4, kCalls = 400;
+TEST(RequestWriter, WaitsForTheLockAndForTheQueueThatComesAfterABatch) {
     const test::TempDir dir;
-    const std::string queue = dir.Path("queue");
-    std::atomic<int> writing = kWriters;
-    std::vector<std::thread> writers;
-    for (int writer = 0; writer < kWriters; ++writer)
-        writers.emplace_back([&, writer] {
-            for (int call = 0; call < kCalls; ++call) {
-                const std::string name = "/" + std::to_string(writer) + "/" + std::to_string(call);
-                EXPECT_TRUE(QueueAppend(queue, RequestLine('a', name) + RequestLine('d', name)).file.valid());
-            }
-            --writing;
-        });
-    std::string executed;
-    while (writing > 0)
-        TakeOver(queue, &executed);
-    for (std::thread& writer : writers)
-        writer.join();
-    TakeOver(queue, &executed);
-
-    std::istringstream lines(executed);
-    std::multiset<std::string> seen;
-    for (std::string add, remove; std::getline(lines, add) && std::getline(lines, remove); seen.insert(add))
-        EXPECT_EQ("d" + add.substr(1), remove);  // the lines of one call stay together
-    EXPECT_EQ(seen.size(), size_t{kWriters * kCalls});
-    EXPECT_EQ(std::set(seen.begin(), seen.end()).size(), seen.size());
+    const std::string queue = dir.Path("queue"), batch = dir.Path("batch");
+    for (int round = 0; round < 5; ++round) {
+        const QueuedBatch first = QueueAppend(queue, "a:/1\nd:/1\n");
+        rename(queue.c_str(), batch.c_str());  // the daemon's take-over, and a writer that came before it
+        EXPECT_EQ(link(batch.c_str(), queue.c_str()), 0);
+        flock(first.file.get(), LOCK_SH);  // which a lock of the writer alone waits for
+        std::thread late([&] { EXPECT_TRUE(QueueAppend(queue, "a:/late\n").file.valid()); });
+        usleep(20'000);
+        unlink(queue.c_str());
+        EXPECT_EQ(test::ReadFile(batch), "a:/1\nd:/1\n");
+        unlink(batch.c_str());
+        flock(first.file.get(), LOCK_UN);
+        late.join();
+        EXPECT_EQ(test::ReadFile(queue), "a:/late\n");
+        unlink(queue.c_str());
+    }
 }
 
 TEST(RequestWriter, WritesAllLinesOrNone) {
@@ -130,19 +108,23 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
     const std::string queue = dir.Path("queue");
     ASSERT_TRUE(QueueAppend(queue, "a:/1\n").file.valid());
     EXPECT_EQ(fs::status(queue).permissions(), fs::perms(0640));
-    std::ofstream(queue, std::ios::app) << "a:/cut";
-    ASSERT_TRUE(QueueAppend(queue, "a:/2\n").file.valid());
+    std::string expected = "a:/1\n";
+    for (const auto& [cut, end] : {std::pair("a:/cut", "\n"), {"N:/a:/cu", ":?\n"}}) {
+        std::ofstream(queue, std::ios::app) << cut;
+        ASSERT_TRUE(QueueAppend(queue, "a:/2\n").file.valid());
+        expected += cut + std::string(end) + "a:/2\n";
+    }
 
     // A full disk: the limit of a file's size cuts a write in the same way.
     signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit low{20, before.rlim_max};
+    const rlimit low{expected.size() + 2, before.rlim_max};
     setrlimit(RLIMIT_FSIZE, &low);
     const QueuedBatch cut = QueueAppend(queue, "a:/3\na:/4\n");
     setrlimit(RLIMIT_FSIZE, &before);
     EXPECT_EQ(cut.error, "No space left on device");
-    EXPECT_EQ(test::ReadFile(queue), "a:/1\na:/cut\na:/2\n");
+    EXPECT_EQ(test::ReadFile(queue), expected);
 
     ASSERT_EQ(symlink(queue.c_str(), dir.Path("link").c_str()), 0);
     mkfifo(dir.Path("fifo").c_str(), 0600);
@@ -150,36 +132,178 @@ TEST(RequestWriter, WritesAllLinesOrNone) {
         EXPECT_FALSE(QueueAppend(dir.Path(bad), "a:/5\n").file.valid()) << bad;
 }
 
+/// This process under the daemon's name; the signal that it gets waits to be asked for.
+struct AsDaemon {
+    explicit AsDaemon(const std::string& pid_file) {
+        sigemptyset(&usr1);
+        sigaddset(&usr1, SIGUSR1);
+        sigprocmask(SIG_BLOCK, &usr1, nullptr);
+        prctl(PR_SET_NAME, "koliindexd");
+        std::ofstream(pid_file) << getpid();
+    }
+    ~AsDaemon() { prctl(PR_SET_NAME, "ctl_test"); }
+    bool IsSignalled() const {
+        const timespec at_once{};
+        return sigtimedwait(&usr1, nullptr, &at_once) == SIGUSR1;
+    }
+    sigset_t usr1;
+};
+
+/// What the queue's service answers, and what the queue begins with then.
+Texts Served(const std::string& sent, const test::TempDir& dir = {}) {
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    const UniqueFd caller(ends[0]), service(ends[1]);
+    EXPECT_EQ(write(caller.get(), sent.data(), sent.size()), static_cast<ssize_t>(sent.size()));
+    shutdown(caller.get(), SHUT_WR);
+    EXPECT_EQ(QueueServe({dir.Path("queue"), "", dir.Path("pid")}, {"/v/music", "/v/photo"}, service.get()),
+              kExitDone);
+    char answer[200], queue[200];
+    const ssize_t length = read(caller.get(), answer, sizeof answer);
+    std::ifstream file(dir.Path("queue"));
+    file.read(queue, sizeof queue);
+    return {{answer, static_cast<size_t>(length)}, {queue, static_cast<size_t>(file.gcount())}};
+}
+
+TEST(QueueService, TakesAllOfACallThatAsksForNothingThatIsOnlyRootsToAsk) {
+    const std::string lines = "A:/v/music\nN:/v/photo/New:/v/photo/Trip\n";
+    const std::pair<const char*, Texts> cases[] = {
+        {"",
+         {lines + "\n", "\n", "a:/v//music/./x\n\n", "D:/v/music/x\n\n", "d:/v/photo/..x\n\n",
+          "R:all\nR:photo\nU:photo\n\n", "N:/v/photo/New:/v/music/Trip\n\n"}},
+        {"the requests were cut off on their way", {"", lines, lines.substr(0, lines.size() - 2)}},
+        {"line 3 is no request",
+         {lines + "X:/v\n\n", lines + "A/v\n\n", lines + "A:\n\n", lines + "\n\n", lines + "A:/a\0b\n\n"s}},
+        {"line 1 names what is in no share, which is only root's to ask",
+         {"A:/etc\n\n", "A:/v/music/../../etc\n\n", "A:/v/musical\n\n", "a:v/music/x\n\n", "D:/v/music/\n\n",
+          "d:/v\n\n", "N:/v/photo/a:/etc/b\n\n", "N:/etc/b:/v/photo/a\n\n", "N:/v/photo/a\n\n",
+          "N:/v/photo/a:/v/photo/b:/v/photo/c\n\n", "N::/v/photo/a\n\n", "N:/v/photo/a:\n\n"}},
+        {"line 1 is only root's to ask", {"T:photo_share\n\n", "R:books\n\n", "U:music\n\n"}}};
+    for (const auto& [refusal, calls] : cases)
+        for (const std::string& sent : calls)
+            EXPECT_EQ(Served(sent), *refusal != '\0' ? (Texts{"E"s + refusal, ""})
+                                                     : (Texts{"Q1", sent.substr(0, sent.size() - 1)}));
+    const test::TempDir dir;
+    fs::resize_file(dir.Write("queue", ""), (64 << 20) - 5);  // 64 MiB may wait
+    EXPECT_EQ(Served("U:photo\n\n", dir)[0], "Etoo many requests wait there already");
+}
+
+TEST(QueueService, IsAskedAgainWhenItHadNoTime) {
+    const test::TempDir dir;
+    sockaddr_un address{AF_UNIX, ""};
+    dir.Path("service").copy(address.sun_path, sizeof address.sun_path - 1);
+    const UniqueFd server(socket(AF_UNIX, SOCK_STREAM, 0));
+    ASSERT_EQ(bind(server.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(listen(server.get(), 5), 0);
+    const timeval patience{20, 0};
+    setsockopt(server.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    std::thread service([&] {
+        for (int caller = 0; caller < 3; ++caller) {
+            const UniqueFd peer(accept(server.get(), nullptr, nullptr));
+            if (caller == 2) QueueServe({dir.Path("queue"), "", dir.Path("pid")}, {}, peer.get());
+        }
+    });
+    const Places refused{.queue = "/sys/queue", .service = dir.Path("service")};
+    const Queued queued = QueueSubmit(refused, "U:photo\n");
+    service.join();
+    EXPECT_EQ(queued.batch.error, "");
+    EXPECT_TRUE(queued.batch.file.valid());
+    EXPECT_EQ(test::ReadFile(dir.Path("queue")), "U:photo\n");
+}
+
+TEST(QueueService, PutsTheDaemonOffForNoLongerThanAMinute) {
+    const test::TempDir dir;
+    const AsDaemon daemon(dir.Path("pid"));
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\n"}));
+    EXPECT_TRUE(daemon.IsSignalled());
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\nU:photo\n"}));
+    EXPECT_FALSE(daemon.IsSignalled());
+    const timespec times[2] = {{time(nullptr) - 60, 0}, {0, UTIME_OMIT}};
+    utimensat(AT_FDCWD, dir.Path("queue").c_str(), times, 0);
+    Served("\n", dir);
+    EXPECT_TRUE(daemon.IsSignalled());
+}
+
 TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
     const test::TempDir dir;
     const Places places{dir.Path("queue"), dir.Path("batch"), dir.Path("pid")};
     EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
-    dir.Write("pid", std::to_string(getpid()));  // somebody else has got the pid
-    EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
-    prctl(PR_SET_NAME, "koliindexd");  // the child inherits it
-    const pid_t daemon = fork();
-    if (daemon == 0) _exit(static_cast<int>(sleep(600)));
-    prctl(PR_SET_NAME, "koliindexd2");
-    EXPECT_EQ(DaemonPid(places.pid_file), 0);
-    dir.Write("pid", std::to_string(daemon));
-    EXPECT_EQ(DaemonPid(places.pid_file), daemon);
-
-    const WaitLimits limits{.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5};
-    QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
-    EXPECT_EQ(BatchWait(batch.file, places, limits, [](bool) {}), BatchEnd::kTimeout);
-    int told = 0;
-    const auto take_over = [&](bool begun) {
-        EXPECT_EQ(begun, told > 0);
-        if (told++ == 0) rename(places.queue.c_str(), places.batch.c_str());
-        if (told == 3) unlink(places.batch.c_str());
-        return true;
-    };
-    EXPECT_EQ(BatchWait(batch.file, places, {.look_every_ms = 5, .tell_every_ms = 5}, take_over),
-              BatchEnd::kExecuted);
+    const AsDaemon daemon(places.pid_file);
+    EXPECT_EQ(DaemonPid(places.pid_file), getpid());
     EXPECT_EQ(DaemonWake(places.pid_file), Wake::kWoken);
-    int status = 0;
-    waitpid(daemon, &status, 0);
-    EXPECT_EQ(WTERMSIG(status), SIGUSR1);
+    EXPECT_TRUE(daemon.IsSignalled());
+    prctl(PR_SET_NAME, "koliindexd2");  // somebody else has got the pid
+    EXPECT_EQ(DaemonWake(places.pid_file), Wake::kNotRunning);
+    EXPECT_FALSE(daemon.IsSignalled());
+
+    prctl(PR_SET_NAME, "koliindexd");
+    const QueuedBatch batch = QueueAppend(places.queue, "a:/1\n");
+    const auto tell = [&](bool begun) {
+        EXPECT_EQ(begun, rename(places.queue.c_str(), places.batch.c_str()) != 0);
+    };
+    EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5}, tell),
+              BatchEnd::kTimeout);
+}
+
+// ---- Preparing a machine and taking it back, below a root of the test's own
+
+class SetupTest : public testing::Test {
+  protected:
+    SetupTest() {
+        for (const char* folder : {"var/lib", "var/spool", "etc", "volume1/video"})
+            fs::create_directories(dir_.Path(folder));
+        dir_.Write("etc/koliinfo.conf", "albumdefpublic=yes\n");
+        dir_.Write("volume1/video/film.mkv", "x");
+    }
+    int Run(bool apply, bool undo, const std::string& volume = "/volume1") {
+        return ctl::Setup({}, volume, {apply, undo, {fs::path(dir_.Path("")).parent_path()}});
+    }
+    std::set<fs::path> Tree() const { return {fs::recursive_directory_iterator(dir_.Path("")), {}}; }
+    test::TempDir dir_;
+};
+
+TEST_F(SetupTest, DoesWhatItShowsAndTakesExactlyThatBack) {
+    const auto before = Tree();
+    EXPECT_EQ(Run(false, false), kExitDifferences);
+    EXPECT_EQ(Tree(), before) << "showing changes nothing";
+    EXPECT_EQ(Run(true, false), kExitDone);
+    EXPECT_EQ(fs::read_symlink(dir_.Path("var/services/photo")), "/volume1/photo");
+    EXPECT_TRUE(fs::is_regular_file(dir_.Path("etc.defaults/koliinfo.conf")));
+    EXPECT_EQ(fs::file_size(dir_.Path("etc/koliinfo.conf")), 19u) << "what was there stays";
+    const auto applied = Tree();
+    EXPECT_EQ(Run(true, false), kExitDone);
+    const std::string record = dir_.Path("var/lib/koli/setup.manifest"), good = record + ".good";
+    fs::copy_file(record, good);
+    dir_.Write("var/lib/koli/setup.manifest", "folder\t/volume1/video\nfile\t/volume1/video/film.mkv\n");
+    EXPECT_EQ(Run(false, true), kExitFiles);
+    fs::rename(good, record);
+    EXPECT_EQ(Tree(), applied) << "neither a second time nor a damaged record changes anything";
+    EXPECT_EQ(Run(false, true), kExitDone);
+    EXPECT_EQ(Tree(), before);
+    EXPECT_EQ(Run(false, true), kExitFiles) << "nothing is recorded any more";
+
+    for (const char* volume : {"/missing", "/"})
+        EXPECT_EQ(Run(true, false, volume), kExitUsage);
+    dir_.Write("volume1/photo", "a file");
+    EXPECT_EQ(Run(true, false), kExitFiles);
+    fs::remove(dir_.Path("volume1/photo"));
+    EXPECT_EQ(Tree(), before) << "all or nothing";
+}
+
+TEST_F(SetupTest, WhatHasBeenUsedSinceStays) {
+    ASSERT_EQ(Run(true, false), kExitDone);
+    dir_.Write("volume1/music/song.mp3", "x");
+    dir_.Write("etc.defaults/koliinfo.conf", "supportphoto=no\n");
+    dir_.Write("var/lib/koli/media.db", "rows");
+    fs::remove(dir_.Path("var/services/video"));
+    fs::create_symlink("/elsewhere", dir_.Path("var/services/video"));
+    EXPECT_EQ(Run(false, true), kExitDifferences);
+    EXPECT_FALSE(fs::is_symlink(dir_.Path("var/services/music")));
+    for (const char* kept : {"volume1/music/song.mp3", "etc.defaults/koliinfo.conf", "var/lib/koli/media.db",
+                             "var/services/video"})
+        EXPECT_TRUE(fs::remove(dir_.Path(kept))) << kept;
+    EXPECT_EQ(Run(false, true), kExitDone) << "now that it is out of the way";
+    EXPECT_FALSE(fs::exists(dir_.Path("var/lib/koli")) || fs::exists(dir_.Path("volume1/music")));
 }
 
 }  // namespace

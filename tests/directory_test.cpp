@@ -1,8 +1,6 @@
 // The walk: what it visits, in which stores, and how it takes deep, looping and unreachable trees.
 #include "index/directory.h"
 
-#include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -117,28 +115,6 @@ TEST_F(Walk, ARebuildTellsWhatItHasMissedAndTriesWhatWasNotStoredOnceMore) {
     fake.calls.clear();
     IndexTreeAgain(real.c_str());
     EXPECT_EQ(fake.calls, Lines{});
-}
-
-TEST_F(Walk, ADeepTreeNeedsFewOpenFilesAndPathsAreNeverCut) {
-    for (int level = 0; level < 2200; ++level) {  // the deepest lie beyond what a path can name
-        for (const char* file : {"1.mp3", "2.mp3"})
-            close(open(file, O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
-        ASSERT_TRUE(mkdir("d", 0700) == 0 && chdir("d") == 0);
-    }
-    ASSERT_EQ(chdir("/"), 0);
-    rlimit before;
-    getrlimit(RLIMIT_NOFILE, &before);
-    const rlimit few{64, before.rlim_max};
-    setrlimit(RLIMIT_NOFILE, &few);
-    const Lines calls = Calls(top_, kModeAdd, kWalkMediaStore);
-    setrlimit(RLIMIT_NOFILE, &before);
-    // One folder record for each path of up to 4095 bytes, and two files where "/N.mp3" still fits.
-    const size_t folders = (4095 - top_.size()) / 2 + 1;
-    const size_t with_files = (4095 - 6 - top_.size()) / 2 + 1;
-    EXPECT_EQ(calls.size(), folders + 2 * with_files);
-    EXPECT_TRUE(fake.log.empty());
-    for (const std::string& call : calls)
-        ASSERT_TRUE(call.ends_with(".mp3") || call.ends_with("/d") || call.ends_with(top_));
 }
 
 TEST_F(Walk, AReleasedListingGoesOnWhereItWas) {

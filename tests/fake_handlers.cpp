@@ -20,23 +20,23 @@ namespace koli {
 using test::Record;
 
 // clang-format off
-int MusicFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int MusicFileAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
 int MusicFileDelete(const char* path) { return Record(__func__, path); }
-int FlacFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
-int AiffFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int FlacFileAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
+int AiffFileAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
 int AiffFileDelete(const char* path) { return Record(__func__, path); }
-int AacFileAdd(const KnownPath& path) { return Record(__func__, path.text()); }
-int MediaMusicAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int AacFileAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
+int MediaMusicAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
 int MediaMusicDelete(const char* path) { return Record(__func__, path); }
-int MediaMusicSave(const KnownPath& path) { return Record(__func__, path.text()); }
-int MediaVideoAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int MediaMusicSave(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
+int MediaVideoAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
 int MediaVideoDelete(const char* path) { return Record(__func__, path); }
-int MediaVideoSave(const KnownPath& path) { return Record(__func__, path.text()); }
-int Mp4Add(const KnownPath& path) { return Record(__func__, path.text()); }
+int MediaVideoSave(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
+int Mp4Add(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
 int Mp4Delete(const char* path) { return Record(__func__, path); }
-int VideoAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int VideoAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
 int VideoDelete(const char* path) { return Record(__func__, path); }
-int PhotoMediaAdd(const KnownPath& path) { return Record(__func__, path.text()); }
+int PhotoMediaAdd(const KnownPath& path, FileReading&) { return Record(__func__, path.text()); }
 int PhotoMediaDelete(const char* path) { return Record(__func__, path); }
 
 int PhotoLibraryIndex(const KnownPath& path, int mode) { return Record(__func__, path.text(), mode); }

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/file_reading.h"
 #include "base/media_info.h"
 #include "base/photo_record.h"
 #include "platform/kolidb.h"
@@ -29,15 +30,13 @@ struct FakePlatform {
     std::vector<std::pair<int, PhotoRecord>> photos;  ///< records handed to PhotoInfoDBSave, with their mode
     Lines log;                                        ///< log lines, the line number replaced by #
     std::set<std::string> failing;                    ///< names of operations that are to fail
-    std::map<std::string, int> results{{"PhotoDBExec", 1}};  ///< what others than 0 return, by their names
-    std::map<std::string, int> pids;                         ///< KLIBReadPidFile: path to pid
+    std::map<std::string, int> results;               ///< what others than 0 return, by their names
     std::map<std::string, std::string> values;  ///< KLIBFileGetKeyValue: "file:key" to value, '' = not set
     int unreadable = 0;                         ///< why no settings can be read (an errno)
 
     int refusing = 0;                             ///< KOLIDBRefusing
     std::set<std::string> unsaved;                ///< paths that MediaRebuildSavedLast does not know
     KOLIBatchMark mark{};                         ///< of the photo database
-    int table_with_rows = -1;                     ///< that PhotoInfoDBOpen finds one row in
     std::map<std::string, std::string> settings;  ///< of the photo database
 };
 
@@ -61,6 +60,14 @@ int Record(const std::string& operation, const Words&... words) {
     if (fake.at_call) fake.at_call(operation);
     return fake.failing.count(operation) != 0 ? -1 : fake.results[operation];
 }
+
+/// The reading of a file, as an argument: `FlacFileAdd(path, Reading())`.
+struct Reading {
+    explicit Reading(const char* path = "", int64_t limit = FileReading::kLimit)
+        : file(path, nullptr, limit) {}
+    operator FileReading&() { return file; }  // NOLINT(google-explicit-constructor)
+    FileReading file;
+};
 
 /// A fresh fake and an empty directory.
 struct Sandbox : TempDir {

@@ -31,7 +31,7 @@ struct Flac : Fixture {
     MediaInfo Read(const std::string& bytes) {
         MediaInfo record{};
         record.year = 7;
-        EXPECT_EQ(FlacMetadataRead(Write("a.flac", "fLaC" + bytes).c_str(), &record), 0);
+        EXPECT_EQ(FlacMetadataRead(Write("a.flac", "fLaC" + bytes).c_str(), &record, Reading()), 0);
         return record;
     }
 };
@@ -53,12 +53,12 @@ TEST_F(Flac, BitRateIsThatOfTheWholeFileOverASinglePrecisionTimeCommentsOrNot) {
     const std::string large = Write("a.flac", "fLaC" + StreamInfo(44100, 2, 10000000) + Comments({}));
     std::filesystem::resize_file(large, 30000000);
     MediaInfo record{};
-    EXPECT_EQ(FlacMetadataRead(large.c_str(), &record), 0);
+    EXPECT_EQ(FlacMetadataRead(large.c_str(), &record, Reading()), 0);
     EXPECT_EQ(Figures(record), "226 1058399 44100 2");
     const std::string path = Write("b.flac", "fLaC\x80" + StreamInfo(44100, 2, 441000).substr(1));
-    EXPECT_EQ(FlacFileAdd(path.c_str()), 1);
+    EXPECT_EQ(FlacFileAdd(path.c_str(), Reading()), 1);
     EXPECT_EQ(Figures(fake.media.at(0).second), "10 33 44100 2");
-    EXPECT_EQ(FlacMetadataRead(dir().c_str(), &record), -1);
+    EXPECT_EQ(FlacMetadataRead(dir().c_str(), &record, Reading()), -1);
     EXPECT_EQ(fake.log, (Lines{"flac (#) Can't get Flac comment tags: " + path + ".",
                                "flac (#) Failed to parse music metadata.",
                                "flac (#) Stat file error: " + dir() + "."}));
@@ -79,16 +79,10 @@ TEST_F(Flac, ReadsWhatLibFlacReadsWithoutReadingItsHoles) {
     std::string chain = "fLaC" + info;
     for (int i = 0; i < 5000; ++i)
         chain += FlacBlock(1, "");
-    const std::string pieces[] = {good,
-                                  chain + comments,
-                                  hole,
-                                  "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, 'f'),
-                                  "ID3\4" + Be(0, 3) + "\4\x22\x70",
-                                  "\xff",
-                                  "\xff\xf8",
-                                  "x",
-                                  "ID",
-                                  "fLa"};
+    const std::string tag = "ID3\4" + Be(0, 4) + "\1\2" + std::string(130, 'f');
+    const std::string long_tag = "ID3\4" + Be(0, 3) + "\4\x22\x70", with_chain = chain + comments;
+    const std::string pieces[] = {good,   with_chain, hole, tag,  long_tag,
+                                  "\xff", "\xff\xf8", "x",  "ID", "fLa"};
     for (const std::string& first : pieces)
         for (const std::string& second : pieces)
             for (const std::string& third : {hole, good + hole, hole + good}) {
@@ -99,7 +93,7 @@ TEST_F(Flac, ReadsWhatLibFlacReadsWithoutReadingItsHoles) {
                 FLAC__StreamMetadata stream_info, *tags = nullptr;
                 const bool is_read = FLAC__metadata_get_streaminfo(path.c_str(), &stream_info) != 0 &&
                                      FLAC__metadata_get_tags(path.c_str(), &tags) != 0;
-                EXPECT_EQ(FlacMetadataRead(path.c_str(), &record), is_read ? 0 : -1)
+                EXPECT_EQ(FlacMetadataRead(path.c_str(), &record, Reading()), is_read ? 0 : -1)
                     << first.substr(0, 20) << second.substr(0, 20);
                 if (tags != nullptr) FLAC__metadata_object_delete(tags);
             }
@@ -107,7 +101,7 @@ TEST_F(Flac, ReadsWhatLibFlacReadsWithoutReadingItsHoles) {
     std::filesystem::resize_file(far, uintmax_t{1} << 40);
     std::ofstream(far, std::ios::app) << good;
     MediaInfo record{};
-    EXPECT_EQ(FlacMetadataRead(far.c_str(), &record), 0);
+    EXPECT_EQ(FlacMetadataRead(far.c_str(), &record, Reading()), 0);
 }
 
 std::string Chunk(const std::string& name, const std::string& body) {
@@ -126,7 +120,7 @@ struct Aiff : Fixture {
     std::string FiguresOf(const std::string& type_and_chunks, size_t length = SIZE_MAX) {
         MediaInfo record{};
         const std::string bytes = Chunk("FORM", type_and_chunks).substr(0, length);
-        EXPECT_EQ(AiffMetadataRead(Write("Album/a.b.aif", bytes).c_str(), &record), 0);
+        EXPECT_EQ(AiffMetadataRead(Write("Album/a.b.aif", bytes).c_str(), &record, Reading()), 0);
         EXPECT_EQ(Names(record), "a.b|Album||||0|0|0");
         return Figures(record);
     }

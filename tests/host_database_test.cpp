@@ -1,7 +1,5 @@
 // The host platform's database files: what SQL texts mean to them, and what happens when they are full,
 // locked, damaged or elsewhere.
-#include "platform/host/sql_dialect.h"
-
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,6 +8,7 @@
 #include <thread>
 
 #include "base/path_names.h"
+#include "platform/host/engine_choice.h"
 #include "tests/host_databases.h"
 
 static int allocations_left = -1;  // until one fails; -1 = none does
@@ -26,59 +25,10 @@ static int allocations_left = -1;  // until one fails; -1 = none does
     free(memory);
 }
 [[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-    free(memory);
+    operator delete(memory);
 }
 
 namespace koli::host {
-
-TEST(SqlDialect, TouchesOnlyPatternsAndTruthValues) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"path like '/a''/%' and path not LIKE '/a''/%/%'",
-         "path like '/a''/%' ESCAPE '\\' and path not LIKE '/a''/%/%' ESCAPE '\\'"},
-        {"x = 'a like ''b''' or \"like\" = 'c'", "x = 'a like ''b''' or \"like\" = 'c'"},
-        {"a like /* like 'x' */ 'b' escape '!' -- like 'c'",
-         "a like /* like 'x' */ 'b' escape '!' -- like 'c'"},
-        {"unlike 'a', like_ 'b', liked = 'c'", "unlike 'a', like_ 'b', liked = 'c'"},
-        {"SET public = 'true', title='true' WHERE Enabled<>'NO' and is_subdir IS NOT true and updated = '0'",
-         "SET public = 't', title='true' WHERE Enabled<>'f' and is_subdir IS NOT 't' and updated = '0'"},
-        {"public = enabled and public = 'maybe' and enabled in ('true')",
-         "public = enabled and public = 'maybe' and enabled in ('true')"},
-        {"a like 'unfinished", "a like 'unfinished ESCAPE '\\'"},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(ToSqliteText(text), expected);
-}
-
-TEST_F(Store, LikeHeedsCaseAndEscapesAndUsesTheIndex) {
-    for (const char* path : {"/p/a_b/1.jpg", "/p/a_b/c/2.jpg", "/p/aXb/3.jpg", "/p/A_B/4.jpg", "/p/a_b5.jpg",
-                             "/p/\xE9/6.jpg", "/p/\xE8/7.jpg", "/p/q'\\/8.jpg"})
-        SavePhoto(path, "t");
-    const std::string inside = "path like '/p/a\\_b/%' and path not like '/p/a\\_b/%/%'";
-    EXPECT_EQ(PhotosWhere(inside), Texts{"/p/a_b/1.jpg"});
-    EXPECT_EQ(PhotosWhere("path like '/p/\xE9/%'"), Texts{"/p/\xE9/6.jpg"});
-
-    char quoted[64], pattern[64];
-    ASSERT_EQ(KOLIDBEscapeString("/p/q'\\", quoted, 8), 0);
-    ASSERT_EQ(KOLIDBEscapeBackslash(quoted, pattern, sizeof pattern), 0);
-    EXPECT_EQ(PhotosWhere("path like '"s + pattern + "/%'"), Texts{"/p/q'\\/8.jpg"});
-    EXPECT_EQ(KOLIDBEscapeString("/p/q'\\", quoted, 7), -1);
-
-    for (const std::string& text :
-         {"SELECT path FROM photo_info WHERE " + inside + " ORDER BY path asc",
-          "SELECT path FROM video_comment WHERE path like '/p/a\\_b%'"s,
-          "SELECT path FROM video_desc WHERE path like '/p/a\\_b%'"s,
-          "Delete from photo_share where sharename = 'a' or sharename like 'a/%';"s}) {
-        const auto rows = PhotoDatabase().Query("EXPLAIN QUERY PLAN " + ToSqliteText(text));
-        std::string plan;
-        for (int row = 0; row < rows->count(); ++row)
-            plan += rows->Field(row, "detail") + "\n"s;
-        EXPECT_NE(plan.find("SEARCH"), std::string::npos) << plan;
-        for (const char* slow : {"SCAN", "TEMP B-TREE"})
-            EXPECT_EQ(plan.find(slow), std::string::npos) << plan;
-    }
-    EXPECT_EQ(PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", "path like 'x", 0, nullptr, 0, 0), nullptr);
-    EXPECT_EQ(log_lines, 1);
-}
 
 TEST_F(Store, WhatFindsNoMemoryIsRefusedAndLeavesNothingHalfDone) {
     const std::string path = "/photo/a picture whose name is no short one.jpg", moved = path + ".moved.jpg";
@@ -88,10 +38,7 @@ TEST_F(Store, WhatFindsNoMemoryIsRefusedAndLeavesNothingHalfDone) {
     PhotoRecord picture{};
     CopyText(picture.path, sizeof picture.path, path.c_str());
     CopyText(picture.title, sizeof picture.title, "Caf\xE9, not yet in the form of the database");
-    const auto is_open = [](KOLIDBRows* rows) {
-        const std::unique_ptr<KOLIDBRows, decltype(&PhotoInfoDBClose)> owner(rows, &PhotoInfoDBClose);
-        return rows != nullptr ? 0 : -1;
-    };
+    const auto is_open = [](KOLIDBRows* rows) { return rows != nullptr ? PhotoInfoDBClose(rows), 0 : -1; };
     PhotoPathList listed{const_cast<char*>(path.c_str()), nullptr};
     const KOLIBatchMark mark{1, 2};
     char text[8];
@@ -114,36 +61,33 @@ TEST_F(Store, WhatFindsNoMemoryIsRefusedAndLeavesNothingHalfDone) {
     };
     for (const auto& operation : operations) {
         SCOPED_TRACE(&operation - operations);
-        int failed = 0;
-        for (bool is_done = false; !is_done; ++failed) {
+        for (int failed = 0, is_done = 0; is_done == 0; ++failed) {
             KOLIDBBatchBegin();
             allocations_left = failed;
             const int result = operation();
-            is_done = allocations_left >= 0;
-            allocations_left = -1;
+            is_done = std::exchange(allocations_left, -1) >= 0 ? 1 : 0;
             EXPECT_EQ(result < 0, KOLIDBRefusing() != 0) << failed;
-            EXPECT_TRUE(!is_done || result >= 0) << failed;
+            EXPECT_TRUE(is_done == 0 ? failed > 0 || result < 0 : failed > 0 && result >= 0) << failed;
         }
-        EXPECT_GT(failed, 1);
     }
     EXPECT_EQ(OutsideNumber("SELECT count(*) FROM music"), 0);
 }
 
 TEST_F(Store, AFullDatabaseTakesNothingMoreUntilTheNextBatch) {
-    ASSERT_EQ(SaveMusic("/m/a"), 0);
+    ASSERT_EQ(Save("/m/a"), 0);
     ASSERT_EQ(MediaDatabase().Execute("PRAGMA max_page_count=1"), 0);  // no page more than it has
     int i = 0;
-    while (i < 100 && SaveMusic("/m/" + std::string(500, 'x') + std::to_string(i)) == 0)
+    while (i < 100 && Save("/m/" + std::string(500, 'x') + std::to_string(i)) == 0)
         ++i;
     ASSERT_LT(i, 100);
     EXPECT_EQ(KOLIDBRefusing(), KOLI_MEDIA_DB);
     EXPECT_STREQ(KOLIDBRefusalGet(KOLI_MEDIA_DB), "database or disk is full");
-    EXPECT_NE(SaveMusic("/m/a"), 0);  // there would be room for it
+    EXPECT_NE(Save("/m/a"), 0);  // there would be room for it
     EXPECT_EQ(KOLIDBSync(), -1);
     EXPECT_EQ(log_lines, 2);  // the statement that failed, and that the batch has to come again
     KOLIDBBatchBegin();
     ASSERT_EQ(MediaDatabase().Execute("PRAGMA max_page_count=1000"), 0);
-    ASSERT_EQ(SaveMusic("/m/a"), 0);
+    ASSERT_EQ(Save("/m/a"), 0);
     EXPECT_EQ(KOLIDBSync(), 0);
     EXPECT_EQ(OutsideNumber("SELECT count(*) FROM music"), 1);
     SavePhoto("/p/a.jpg", "t");
@@ -162,39 +106,45 @@ TEST_F(Store, AFullDatabaseTakesNothingMoreUntilTheNextBatch) {
 }
 
 TEST_F(Store, ALockedDatabaseTakesNothingMoreAndTheOtherIsNotHeldMeanwhile) {
-    ASSERT_EQ(SaveMusic("/m/a"), 0);
+    ASSERT_EQ(Save("/m/a"), 0);
     SavePhoto("/p/a.jpg", "t");
     ASSERT_EQ(KOLIDBSync(), 0);
-    std::string error;
-    const auto other = Sql::Open(directory_ + "/media.db", nullptr, &error);
-    const auto photos = Sql::Open(directory_ + "/photo.db", nullptr, &error);
+    const auto other = Outside("media.db"), photos = Outside("photo.db");
     photos->WaitForLocks(0);
     SavePhoto("/p/b.jpg", "t");
-    EXPECT_EQ(photos->Execute("BEGIN IMMEDIATE"), -1);
-    ASSERT_EQ(other->Execute("BEGIN IMMEDIATE"), 0);
-    std::thread waiting([] { EXPECT_NE(SaveMusic("/m/b"), 0); });
+    EXPECT_FALSE(photos->Begin());
+    ASSERT_TRUE(other->Begin());
+    std::thread waiting([] { EXPECT_EQ(Save("/m/b"), 0); });
     photos->WaitForLocks(5000);
-    EXPECT_EQ(photos->Execute("BEGIN IMMEDIATE"), 0);
-    waiting.join();
+    EXPECT_TRUE(photos->Begin());
     ASSERT_EQ(other->Execute("COMMIT"), 0);
-    EXPECT_NE(SaveMusic("/m/a"), 0);  // nothing overtakes the refused row
+    waiting.join();
+    ASSERT_EQ(photos->Execute("COMMIT"), 0);
+    ASSERT_EQ(KOLIDBFlush(), 0);
+
+    PhotoDBUnitBegin();  // it cannot be given free, so the other one waits for a moment only
+    PhotoInfoDBDelete("/p/a.jpg");
+    ASSERT_TRUE(other->Begin());
+    EXPECT_NE(Save("/m/c"), 0);
+    ASSERT_EQ(other->Execute("COMMIT"), 0);
+    EXPECT_NE(Save("/m/a"), 0);  // nothing overtakes the refused row
+    EXPECT_EQ(PhotoDBUnitEnd(1), 0);
     EXPECT_EQ(KOLIDBSync(), -1);
 }
 
 TEST_F(Store, ADamagedFileFailsEachOperationForGoodAndIsLeftAlone) {
     const std::string junk(8192, 'j'), file = Write("made/for/us/media.db", junk);
-    EXPECT_NE(SaveMusic("/m/a"), 0);
+    EXPECT_NE(Save("/m/a"), 0);
     EXPECT_NE(MediaInfoDBDelete(kStoreBelowDirectory, "/m"), 0);
     EXPECT_EQ(MediaInfoDBOpen(0, "*", nullptr, 0, nullptr, 0, 0, 0), nullptr);
     EXPECT_EQ(MediaDBVacuum(), -1);
-    EXPECT_EQ(log_lines, 1);
+    EXPECT_EQ(log_lines, 2);  // the first one tells that everybody could read it
+    EXPECT_EQ(ReadFile(file), junk);
     SavePhoto("/p/a.jpg", "the other one works");
     EXPECT_EQ(KOLIDBSync(), 0);  // no batch waits for it
     DatabaseDirectorySet(directory_.c_str());
     std::fstream(directory_ + "/photo.db").seekp(4096) << junk;  // behind the first page: it can be opened
     EXPECT_EQ(PhotosOf(""), nullptr);
-    EXPECT_EQ(KOLIDBRefusing(), 0);
-    EXPECT_EQ(ReadFile(file), junk);
     std::filesystem::remove(directory_ + "/photo.db");
     SavePhoto("/p/a.jpg", "t");
     ASSERT_EQ(PhotoDatabase().Execute("PRAGMA user_version=99"), 0);
@@ -204,18 +154,16 @@ TEST_F(Store, ADamagedFileFailsEachOperationForGoodAndIsLeftAlone) {
 }
 
 TEST_F(Store, ADatabaseTakenAwayIsBegunAnewAndAVacuumGivesRoomBack) {
-    ASSERT_EQ(SaveMusic("/m/a"), 0);
+    ASSERT_EQ(Save("/m/a"), 0);
     EXPECT_EQ(KOLIDBFlush(), 0);
     std::filesystem::remove(directory_ + "/media.db");
     EXPECT_EQ(KOLIDBSync(), -1);  // the row went with its file
     KOLIDBBatchBegin();
     for (int i = 0; i < 500; ++i)
-        ASSERT_EQ(SaveMusic("/m/" + std::string(200, 'x') + std::to_string(i)), 0);
+        ASSERT_EQ(Save("/m/" + std::string(200, 'x') + std::to_string(i)), 0);
     EXPECT_EQ(KOLIDBFlush(), 0);
-    EXPECT_EQ(OutsideNumber("SELECT count(*) FROM music"), 500);
-    ASSERT_EQ(KOLITruncateTable("music"), 0);
-    ASSERT_EQ(KOLIDBFlush(), 0);
     const int64_t before = OutsideNumber("PRAGMA page_count");
+    ASSERT_EQ(KOLITruncateTable("music"), 0);
     EXPECT_EQ(MediaDBVacuum(), 0);
     EXPECT_EQ(PhotoDBVacuum(), 0);
     EXPECT_LT(OutsideNumber("PRAGMA page_count"), before / 2);
@@ -224,9 +172,7 @@ TEST_F(Store, ADatabaseTakenAwayIsBegunAnewAndAVacuumGivesRoomBack) {
 TEST_F(Store, AUnitTakesEffectAsAWholeWithItsMark) {
     const auto kept = [] { return Photo("SELECT path AS v FROM photo_info ORDER BY path"); };
     const auto mark = [this] {
-        std::string error;
-        const auto outside = Sql::Open(directory_ + "/photo.db", nullptr, &error);
-        const auto rows = outside->Query("SELECT value FROM setting");
+        const auto rows = Outside("photo.db")->Query("SELECT value FROM setting");
         return rows->count() > 0 ? std::string(rows->Field(0, "value")) : "";
     };
     SavePhoto("/p/a", "t");
@@ -254,10 +200,6 @@ TEST_F(Store, AUnitTakesEffectAsAWholeWithItsMark) {
     EXPECT_EQ(found.hash, 0xabcU);
     EXPECT_EQ(PhotoDBMarkRemove(), 0);
     EXPECT_EQ(mark(), "");
-    PhotoDBUnitBegin();
-    PhotoInfoDBDelete("/p/b");
-    EXPECT_EQ(PhotoDBUnitEnd(0), 0);
-    EXPECT_EQ(kept().size(), 2U);
 }
 
 TEST_F(Store, TheSettingsChooseTheDirectory) {
@@ -266,12 +208,19 @@ TEST_F(Store, TheSettingsChooseTheDirectory) {
     engine_key = value.c_str();
     SavePhoto("/p/a.jpg", "t");
     EXPECT_TRUE(std::filesystem::exists(Path("configured/photo.db")));
+    DatabaseDirectorySet(nullptr);
+    // What somebody has put into its place keeps its mode.
+    std::filesystem::create_symlink(Write("foreign", ""), Path("configured/media.db"));
+    ASSERT_EQ(chmod(Path("foreign").c_str(), 0664), 0);
+    Save("/m/a");
+    EXPECT_EQ(std::filesystem::status(Path("foreign")).permissions(), std::filesystem::perms(0664));
     engine_key = nullptr;
-    EXPECT_EQ(DatabaseDirectory(), "/var/lib/koli");
+    SqlFailure failure;
+    EXPECT_EQ(EngineIn("", &failure)->place(), "/var/lib/koli");
     DatabaseDirectorySet(nullptr);
     for (const char* refused : {"postgresql:host=x", "sqlite:relative", "sqlite:"}) {
         engine_key = refused;
-        EXPECT_EQ(DatabaseDirectory(), "");
+        EXPECT_EQ(EngineIn("", &failure), nullptr);
     }
     log_lines = 0;
     EXPECT_NE(PhotoInfoDBDelete("/p/a.jpg"), 0);
@@ -286,7 +235,7 @@ TEST_F(Store, TheSettingsChooseTheDirectory) {
 }
 
 TEST_F(Store, AChildHasNoShareInTheLogIndex) {
-    ASSERT_EQ(SaveMusic("/m/a"), 0);
+    ASSERT_EQ(Save("/m/a"), 0);
     const auto mapped = [] { return ReadFile("/proc/self/maps").find("-shm") != std::string::npos ? 1 : 0; };
     EXPECT_EQ(mapped(), 1);
     EXPECT_EXIT(_exit(mapped()), testing::ExitedWithCode(0), "");

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "base/log.h"
-#include "platform/host/database_directory.h"
 #include "platform/host/database_groups.h"
+#include "platform/host/sqlite/connection.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -27,17 +27,16 @@ inline const char* public_key = nullptr;  // the same of new albums
 inline int settings_error = 0;            // why the settings cannot be read (an errno)
 }  // namespace koli::test
 
-void koli::LogError(const char* format, ...) {
+void koli::LogError(LogSite site, const char* format, ...) {
+    constexpr const char* kForms[] = {"%s (#) ", "%s:# ", "%s(#) ", "%s(#): ", "(%s, #) ", ""};
     char line[9000];
+    const int begun = snprintf(line, sizeof line, kForms[static_cast<int>(site.form)], site.module);
     va_list arguments;
     va_start(arguments, format);
-    vsnprintf(line, sizeof line, format, arguments);
+    vsnprintf(line + begun, sizeof line - static_cast<size_t>(begun), format, arguments);
     va_end(arguments);
     ++test::log_lines;
     test::last_log = line;
-    const size_t number = test::last_log.find_first_of("0123456789");
-    const size_t end = test::last_log.find_first_not_of("0123456789", number);
-    if (end != std::string::npos) test::last_log.replace(number, end - number, "#");
 }
 
 extern "C" int KLIBFileGetKeyValue(const char*, const char* key, char* buffer, int size, int) {
@@ -73,12 +72,12 @@ struct Store : testing::Test, TempDir {
 
     static Texts Media(const std::string& query) { return Values(MediaDatabase(), query); }
     static Texts Photo(const std::string& query) { return Values(PhotoDatabase(), query); }
-    /// What another program finds in the media store's file.
-    int64_t OutsideNumber(const char* query) const {
-        std::string error;
-        const auto sql = Sql::Open(directory_ + "/media.db", nullptr, &error);
-        return sql != nullptr ? sql->QueryNumber(query) : -1;
+    /// A database as another program opens it, and what that finds in the media store's.
+    std::unique_ptr<Sqlite> Outside(const char* file) const {
+        SqlFailure failure;
+        return Sqlite::Open(directory_ + "/" + file, nullptr, &failure);
     }
+    int64_t OutsideNumber(const char* query) const { return Outside("media.db")->QueryNumber(query); }
 
     const std::string directory_ = Path("made/for/us");
 };
@@ -105,9 +104,9 @@ inline MediaInfo MediaRecord(const std::string& path, const std::string& title =
     memcpy(record.title, title.data(), title.size());
     return record;
 }
-inline int SaveMusic(const std::string& path) {
+inline int Save(const std::string& path, int type = kStoreMusic) {
     const MediaInfo record = MediaRecord(path);
-    return MediaInfoDBSave(kStoreMusic, &record);
+    return MediaInfoDBSave(type, &record);
 }
 inline void SavePhoto(const std::string& path, const std::string& title,
                       const std::string& description = "") {

@@ -19,7 +19,7 @@ struct Id3 : Fixture {
         MediaInfo record{};
         const std::string bytes = tag + Audio() + trailer;
         const std::string path = MemoryFile(bytes.data(), bytes.size());
-        EXPECT_EQ(Mp3MetadataParse(path.c_str(), &record), 0);
+        EXPECT_EQ(Mp3MetadataParse(path.c_str(), &record, Reading()), 0);
         return record;
     }
 };
@@ -108,7 +108,8 @@ TEST_F(Id3, SurvivesTagsThatAreCutOff) {
     for (size_t length = 0; length < whole.size(); ++length) {
         MediaInfo record{};
         const std::string path = MemoryFile(whole.data(), length);
-        EXPECT_TRUE(Mp3MetadataParse(path.c_str(), &record) == 0 || Summary(record) == "|||||0|0|0|");
+        EXPECT_TRUE(Mp3MetadataParse(path.c_str(), &record, Reading()) == 0 ||
+                    Summary(record) == "|||||0|0|0|");
     }
 }
 

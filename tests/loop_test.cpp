@@ -41,9 +41,6 @@ TEST_F(Loop, OneSignalGivesOneRunOnTheSecondPass) {
     EXPECT_EQ(signal_count, 1);  // the signal of the run itself brings one more
     EXPECT_EQ(Pass(), Lines{});
     EXPECT_EQ(Pass(), kRun);
-    dirty = 1;  // a signal that came while the flags were cleared counts as a burst
-    EXPECT_EQ(Pass(), Lines{});
-    EXPECT_EQ(dirty_seen, 1);
 }
 
 TEST_F(Loop, ASignalInEveryTickPutsTheRunOffUntilTheOverflow) {
@@ -55,17 +52,16 @@ TEST_F(Loop, ASignalInEveryTickPutsTheRunOffUntilTheOverflow) {
     SetDirty(SIGUSR1);
     signal_during_run = true;
     EXPECT_EQ(Pass(), kVacuumRun);
-    EXPECT_NEAR(static_cast<double>(last_vacuum), static_cast<double>(time(nullptr)), 5);
-    EXPECT_EQ(Pass(), kRun);  // the same pass has already looked at the signal of the run
+    EXPECT_EQ(Pass(), kRun);  // the same pass has already looked at the signal of the run; no second vacuum
     EXPECT_EQ(Pass(), Lines{});
 }
 
 TEST_F(Loop, VacuumsBeforeARunMoreThanTwelveHoursAfterTheLast) {
     const LoopFlags quiet{.dirty_seen = 1, .dirty = 0, .last_vacuum = 1000000};
-    const time_t twelve_hours = 12 * 3600;
-    EXPECT_EQ(LoopDecide(quiet, 1000000 + twelve_hours), LoopAction::kRun);
-    EXPECT_EQ(LoopDecide(quiet, 1000000 + twelve_hours + 1), LoopAction::kVacuumAndRun);
-    EXPECT_EQ(LoopDecide(quiet, 0), LoopAction::kRun);  // the clock was set back
+    for (const auto& [now, action] : {std::pair(1043200, LoopAction::kRun),
+                                      {1043201, LoopAction::kVacuumAndRun},
+                                      {0, LoopAction::kRun}})  // the clock was set back
+        EXPECT_EQ(LoopDecide(quiet, now), action);
 
     last_vacuum = 0;
     EXPECT_EQ(Pass(), Lines{});  // never while idle

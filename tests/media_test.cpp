@@ -4,7 +4,6 @@
 #include "audio/aiff.h"
 #include "audio/flac.h"
 #include "audio/music.h"
-#include "base/reading.h"
 #include "index/index.h"
 #include "index/playlist.h"
 #include "index/record/index_mode.h"
@@ -33,7 +32,7 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
     const struct {
         std::string module, unparsed;  // '' = is not looked into
         int type;
-        int (*add)(const KnownPath& path);
+        int (*add)(const KnownPath& path, FileReading& reading);
         int (*remove)(const char* path);
         std::string good, unsaved, undeleted;
         bool cleaned = true;
@@ -55,32 +54,30 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
         SCOPED_TRACE(h.module + std::to_string(&h - handlers));
         fake = {};
         Write("Folder/a.b.bad", "junk");
-        EXPECT_EQ(h.add(nullptr), -1);
+        EXPECT_EQ(h.add(nullptr, Reading()), -1);
         EXPECT_EQ(fake.log, Lines{h.module + " Bad parameter."});
-        EXPECT_EQ(h.add(gone.c_str()), -1);
+        EXPECT_EQ(h.add(gone.c_str(), Reading()), -1);
         EXPECT_EQ(fake.log.size(), 1U);
 
         const int verdict = h.unparsed.empty() ? 0 : 1;
-        EXPECT_EQ(h.add(bad.c_str()), verdict);
+        EXPECT_EQ(h.add(bad.c_str(), Reading()), verdict);
         const std::string log = testing::PrintToString(fake.log);
         EXPECT_TRUE(verdict == 0 || log.find(" Failed to parse " + h.unparsed + "\"") != std::string::npos);
         Lines calls = {"MediaInfoValid " + bad, "MediaInfoDBSave " + std::to_string(h.type) + " " + bad};
         if (!h.cleaned) calls.erase(calls.begin());
         EXPECT_EQ(fake.calls, calls);
-        const auto& [type, record] = fake.media.at(0);
-        EXPECT_EQ(type, h.type);
-        EXPECT_EQ(record.path, bad);
+        const MediaInfo& record = fake.media.at(0).second;
         EXPECT_EQ(Names(record), "a.b|Folder||||0|0|0");
         EXPECT_EQ(record.file_size, 4U);
         EXPECT_TRUE(h.type == 2 || *record.mtime != '\0');
-        EXPECT_TRUE(h.good.empty() || h.add(Write("good", h.good).c_str()) == 0);
+        EXPECT_TRUE(h.good.empty() || h.add(Write("good", h.good).c_str(), Reading()) == 0);
 
         EXPECT_EQ(h.remove(bad.c_str()), -1);
         EXPECT_TRUE(fake.log.back().ends_with(" (#) File exists. Skip remove it from database."));
         fake.failing = {"MediaInfoDBSave", "MediaInfoDBDelete"};
-        EXPECT_EQ(h.add(bad.c_str()), verdict != 0 ? 1 : -1);
+        EXPECT_EQ(h.add(bad.c_str(), Reading()), verdict != 0 ? 1 : -1);
         EXPECT_EQ(fake.log.back(), h.module + " Failed to " + h.unsaved);
-        EXPECT_TRUE(h.good.empty() || h.add(Write("good", h.good).c_str()) == -1);
+        EXPECT_TRUE(h.good.empty() || h.add(Write("good", h.good).c_str(), Reading()) == -1);
         EXPECT_EQ(h.remove(gone.c_str()), h.refusal);
         EXPECT_TRUE(fake.log.back().ends_with(" (#) Failed to " + h.undeleted));
         EXPECT_EQ(fake.calls.back(), "MediaInfoDBDelete " + std::to_string(h.type) + " " + gone);
@@ -88,19 +85,18 @@ TEST_F(Handlers, StoreGoodAndBadFilesAndTellWhatFails) {
 }
 
 TEST_F(Handlers, AFileThatHasHadItsTimeIsUnreadable) {
-    reading_limit = 0;
     for (const char* name : {"a.mp3", "a.flac", "a.aif", "a.dat", "a.jpg"}) {
         fake = {};
         const std::string path = Write(name, Tag(Text("TIT2", "T")) + Audio());
-        EXPECT_EQ(IndexOnePath(path.c_str(), kModeAdd), -1);
-        EXPECT_EQ(fake.log.front(),
-                  "reading (#) More than 0 seconds of processor time, the rest is taken for "
-                  "unreadable: " +
-                      path);
-        EXPECT_EQ(fake.log.back(), "index:# Failed to parse media metadata of file [" + path + "].");
+        Reading reading(path.c_str(), 0);
+        IndexHandlerFind(name + 2)->add(path.c_str(), reading);
+        EXPECT_EQ(
+            fake.log.front(),
+            "reading (#) More than 0 seconds of processor time, the rest is taken for unreadable: " + path);
+        EXPECT_FALSE(reading.file.IsWhole());
+        EXPECT_STREQ(reading.file.failure().reason, "reading it takes too much processor time");
         EXPECT_STREQ(fake.media.at(0).second.title, "a");
     }
-    reading_limit = 10'000'000'000;
 }
 
 }  // namespace koli::test

@@ -9,7 +9,7 @@ namespace koli::test {
 struct Mp3Metadata : Fixture {
     int Parse(const std::string& bytes) {
         record_ = {};
-        return Mp3MetadataParse(Write("a.mp3", bytes).c_str(), &record_);
+        return Mp3MetadataParse(Write("a.mp3", bytes).c_str(), &record_, Reading());
     }
     MediaInfo record_;
 };
@@ -27,7 +27,7 @@ TEST_F(Mp3Metadata, NeedsASecondFrame) {
     EXPECT_EQ(Parse(Tag(Text("TIT2", "T")) + zeros), -1);
     EXPECT_STREQ(record_.title, "");
     EXPECT_EQ(ReadFile(cover), "");
-    EXPECT_EQ(Mp3MetadataParse("", &record_), -1);
+    EXPECT_EQ(Mp3MetadataParse("", &record_, Reading()), -1);
     EXPECT_EQ(fake.log, (Lines{"metaid3 (#) MPEG Header not found",
                                "metaid3 (#) Can't find valid mpeg header: " + Path("a.mp3"),
                                "metaid3 (#) Bad parameters."}));

@@ -95,7 +95,7 @@ int koli::IsRecycleBinPath(const char* path) {
     return (std::string(path) + "/").starts_with(test::share_target + "/#recycle/");
 }
 
-int koli::ShareTargetGet(const char*, char (&target)[kPathSize]) {
+bool koli::ShareTargetGet(const char*, char (&target)[kPathSize]) {
     snprintf(target, sizeof target, "%s", test::share_target.c_str());
-    return test::share_target.empty() ? -1 : 0;
+    return !test::share_target.empty();
 }

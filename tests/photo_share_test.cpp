@@ -103,8 +103,6 @@ TEST_F(PhotoShare, OtherPlacesHaveNoAlbums) {
     EXPECT_EQ(Albums(), (Texts{"A", "A/x", "A_/x", "B"}));
     EXPECT_EQ(Update("A", kAlbumDelete), 0);
     EXPECT_EQ(Albums(), (Texts{"A_/x", "B"}));
-    EXPECT_EQ(PhotoShareUpdate(top_.c_str(), kAlbumDelete), 0);
-    EXPECT_EQ(Albums(), Texts{});
 }
 
 TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
@@ -114,7 +112,6 @@ TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
         const char* after;
     } cases[] = {
         {"with its sub-albums", "B", "A_ 7, A_/x public, AA/x 8", "B", "A_", 0, "AA/x 8, B 7, B/x public"},
-        {"and has moved on from there", "", "A 7, A/x", "B", "A", 0, "B 7, B/x"},
         {"over another", "B", "A 7, A/x 7, B public 8, B/x public, B/y public", "B", "A", 0, "B 7, B/x 7"},
         {"over a stale sub-album", "B", "A 7, A/x 7, A/y 8, B/x public", "B", "A", 0, "B 7, B/x 7, B/y 8"},
         {"over a name passed through", "A", "A 7, B public", "B", "A", 0, "B 7"},
@@ -124,8 +121,6 @@ TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
         {"down and down", "B/C/A", "A 7, A/x public", "B/C/A", "A", 0, "B/C/A 7"},
         {"up", "B/y, B/z", "A, A/B 7", "B", "A/B", 0, "A, B 7, B/y 7, B/z 7"},
         {"up from below", "A/x", "B/C/A 7", "A", "B/C/A", 0, "A 7, A/x 7"},
-        {"into the bin", "#recycle/A/x", "A public, A/x 7", "#recycle/A", "A", 0,
-         "#recycle/A public, #recycle/A/x 7"},
         {"out of the bin", "A/x, A/y", "#recycle/A 8, #recycle/A/x 7", "A", "#recycle/A", 0,
          "A 8, A/x 7, A/y 8"},
         {"a sub-album, out of the bin", "A/x", "A, #recycle/A/x 7", "A/x", "#recycle/A/x", 0, "A, A/x 7"},
@@ -134,7 +129,6 @@ TEST_F(PhotoShare, ARenameTakesAlongWhatIsTheAlbums) {
         {"nor private ones below", "A, B", "A public, A/x 7, B public, B/x public, B/y public", "B", "A", -1,
          "A public, A/x 7, B public, B/x, B/y public"},
         {"without one, new ones are made", "B/x", "C", "B", "A", -1, "B, B/x, C"},
-        {"without one or a folder", "", "C", "B", "A", -1, "C"},
         {"without one, its sub-albums have theirs", "B/x", "A/x 7, B public, B/x public", "B", "A", -1,
          "B, B/x 7"},
         {"nor those in use", "A, B/x", "A/x 7, B public, B/x public 8", "B", "A", -1, "A/x 7, B public, B/x"},
@@ -182,19 +176,6 @@ TEST_F(PhotoShare, ARenameFromElsewhereTouchesNoAlbumOfThatName) {
     EXPECT_EQ(PhotoShareRename(top_.c_str(), "/volume1/pictures"), -1);
     EXPECT_EQ(Albums(), (Texts{"A 7", "C", "C/x"}));
     EXPECT_EQ(PhotoShareRename("", top_.c_str()), -1);
-}
-
-TEST_F(PhotoShare, AResyncMarksCreatesAndSweeps) {
-    for (const char* name : {"A/x", "B/y", "A/#recycle", "#recycle/R/r", "A/@eaDir"})
-        MakeDir(name);
-    const Texts albums = {"#recycle/R 7", "#recycle/R/r", "#recycle/S", "A public", "A/x 8", "A/y", "C/y"};
-    SetAlbums(albums);
-    EXPECT_EQ(PhotoShareResync(In("A").c_str()), 0);
-    EXPECT_EQ(PhotoShareResync(In("A/x").c_str()), 0);
-    EXPECT_EQ(Albums(), albums);
-    LetTimePass();
-    EXPECT_EQ(PhotoShareResync(nullptr), 0);
-    EXPECT_EQ(Albums(), (Texts{"#recycle/R 7", "#recycle/R/r", "A public", "A/x 8", "B", "B/y"}));
 }
 
 }  // namespace koli::test

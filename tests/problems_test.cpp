@@ -1,105 +1,40 @@
 // The table of files that could not be parsed, as the daemon's own sequence of calls fills and clears it.
-#include <gtest/gtest.h>
-
-#include "base/log.h"
-#include "base/path_names.h"
-#include "platform/host/database_groups.h"
 #include "platform/host/problems.h"
-#include "platform/host/schema.h"
-#include "platform/kolidb.h"
-#include "platform/koliindex.h"
-#include "platform/kolisdk.h"
-#include "tests/host_temp_dir.h"
+
+#include "tests/host_databases.h"
 
 namespace koli::host {
-namespace {
 
-using Texts = std::vector<std::string>;
-
-class Problems : public testing::Test {
-  protected:
-    Problems() { DatabaseDirectorySet(dir_.Path("db").c_str()); }
-    ~Problems() override { DatabaseDirectorySet(nullptr); }
-
-    /// What a dispatch of the file does; an empty reason stands for a file that parses.
-    static void Index(const std::string& path, const std::string& reason, int type = kStoreMusic) {
-        LogFirstForget();
-        if (!reason.empty()) LogError("%s", reason.c_str());
-        MediaInfo record{};
-        CopyText(record.path, sizeof record.path, path.c_str());
-        ASSERT_EQ(MediaInfoDBSave(type, &record), 0);
-        if (reason.empty()) return;
-        LogError("index:12 Failed to parse media metadata of file [%s].", path.c_str());
-        KOLILogSet1(2, 3, kEventUnparsable, path.c_str(), "", "", "");
-    }
-
-    static Texts Table() {
-        Texts rows;
-        const auto found =
-            MediaDatabase().Query("SELECT path || ' ' || reason AS v FROM problem ORDER BY path");
-        for (int row = 0; found != nullptr && row < found->count(); ++row)
-            rows.emplace_back(found->Field(row, "v"));
-        return rows;
-    }
-
-    const test::TempDir dir_;
+struct Problems : Store {
+    static Texts Table() { return Media("SELECT path || ' ' || reason AS v FROM problem ORDER BY path"); }
 };
-
-TEST_F(Problems, KeepTheFirstLineOfEachFileWithoutItsPrefix) {
-    for (const char* line :
-         {"a:12 Bad frame 7", "(b, 3) 9 lives", "c(44): caf\xE9", "d: P(5) - gone", "no prefix"})
-        Index("/" + std::to_string(Table().size()), line);
-    EXPECT_EQ(Table(), (Texts{"/0 Bad frame 7", "/1 9 lives", "/2 caf\xC3\xA9", "/3 gone", "/4 no prefix"}));
-}
-
-TEST_F(Problems, GoWhenTheFileParsesOrLeavesAndAreWrittenOnlyWhenTheyChange) {
-    for (const char* path : {"/s/a.mp3", "/s/b.mp3", "/s/c/d.mp3", "/s/c-.mp3"})
-        Index(path, "m (1) no");
-    Index("/s/e.avi", "m (1) no", kStoreVideo);
-    Index("/s/a.mp3", "");
-    EXPECT_EQ(Table().size(), 5U);  // not known yet: the event could still come
-    KOLIDBFlush();
-    EXPECT_EQ(Table(), (Texts{"/s/b.mp3 no", "/s/c-.mp3 no", "/s/c/d.mp3 no", "/s/e.avi no"}));
-    MediaInfoDBDelete(kStoreBelowDirectory, "/s/c");
-    MediaInfoDBDelete(kStoreMusic, "/s/b.mp3");
-    KOLIDBFlush();
-    const auto changes = []() -> std::string {
-        return MediaDatabase().Query("SELECT total_changes() AS v")->Field(0, "v");
-    };
-    const std::string before = changes();
-    Index("/s/e.avi", "m (99) no", kStoreVideo);
-    KOLIDBFlush();
-    EXPECT_EQ(changes(), before);
-    Index("/s/e.avi", "m (1) other", kStoreVideo);
-    EXPECT_EQ(Table(), (Texts{"/s/c-.mp3 no", "/s/e.avi other"}));
-    KOLITruncateTable("music");
-    EXPECT_EQ(Table(), Texts{"/s/e.avi other"});
-}
 
 TEST_F(Problems, OfThePhotoLibraryAreOverWhenItSaysSo) {
     KOLIProblemSet("/p/a.jpg", "no caption", KOLI_PROBLEM_PASSES | KOLI_PROBLEM_PHOTOS);
     KOLIProblemSet("/p/b.jpg", "no disk", KOLI_PROBLEM_PASSES);
-    KOLILogSet1(2, 3, kEventUnparsable, "/p/b.jpg", "", "", "");
+    KOLIProblemSet("/p/b.jpg", "no disk", KOLI_PROBLEM_PASSES | KOLI_PROBLEM_PHOTOS);  // said by both
     EXPECT_EQ(Table(), (Texts{"/p/a.jpg no caption", "/p/b.jpg no disk"}));
     MediaRebuildBegin("/p");
-    Index("/p/a.jpg", "", kStorePhoto);
-    Index("/p/b.jpg", "", kStorePhoto);
+    for (const char* path : {"/p/a.jpg", "/p/b.jpg"}) {
+        const MediaInfo record = MediaRecord(path);
+        EXPECT_EQ(MediaInfoDBSave(kStorePhoto, &record), 0);
+        KOLIProblemClear(path, 0);
+    }
     MediaRebuildEnd(1);
     KOLIDBBatchBegin();
     EXPECT_EQ(Table(), Texts{"/p/a.jpg no caption"});
-    KOLIProblemClear("/p/a.jpg");
+    KOLIProblemClear("/p/a.jpg", KOLI_PROBLEM_PHOTOS);
     EXPECT_EQ(Table(), Texts{});
 }
 
 TEST_F(Problems, TableIsAddedToADatabaseThatLacksIt) {
-    Index("/old.mp3", "");
+    Save("/old.mp3");
     ASSERT_GE(MediaDatabase().Execute("DROP TABLE problem"), 0);
     ASSERT_GE(MediaDatabase().Execute("PRAGMA user_version=1"), 0);
-    DatabaseDirectorySet(dir_.Path("db").c_str());
-    Index("/new.mp3", "m (1) no");
-    EXPECT_EQ(Table(), Texts{"/new.mp3 no"});
-    EXPECT_STREQ(MediaDatabase().Query("SELECT count(*) AS v FROM music")->Field(0, "v"), "2");
+    DatabaseDirectorySet(directory_.c_str());
+    KOLIProblemSet("/old.mp3", "caf\xE9", 0);
+    EXPECT_EQ(Table(), Texts{"/old.mp3 caf\xC3\xA9"});
+    EXPECT_EQ(Media("SELECT count(*) AS v FROM music"), Texts{"1"});
 }
 
-}  // namespace
 }  // namespace koli::host

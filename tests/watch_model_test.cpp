@@ -11,53 +11,61 @@
 #include <sstream>
 
 #include "host_temp_dir.h"
-#include "tools/watch/composer.h"
-#include "tools/watch/event_fold.h"
-#include "tools/watch/inotify_port.h"
-#include "tools/watch/sent_changes.h"
+#include "tools/watch/tree_paths.h"
+#include "tools/watch/watcher.h"
 
 namespace koli::watch {
 namespace {
 
 namespace fs = std::filesystem;
 
-using Ids = std::map<std::string, int>;  // by path
+/// Every picture and every folder is born with a number of its own, and every writing of a picture has one;
+/// they are in the file, or in one in the folder.
+struct Row {
+    int id = 0, version = 0;
+};
+using Rows = std::map<std::string, Row>;  // by path
 
-/// Every picture and every folder is born with a number of its own; it is in the file, or in one beside it.
-int IdOf(const std::string& path) {
-    int id = 0;
-    std::ifstream(fs::is_directory(path) ? path + "/.id" : path) >> id;
-    return id;
+Row RowOf(const std::string& path) {
+    Row row;
+    std::ifstream(fs::is_directory(path) ? path + "/.id" : path) >> row.id >> row.version;
+    return row;
 }
 
-Ids PhotosIn(const std::string& path) {
-    Ids files;
-    if (fs::is_regular_file(path)) files[path] = IdOf(path);
+Rows ThingsIn(const std::string& path) {
+    Rows things{{path, RowOf(path)}};
     if (fs::is_directory(path))
         for (const auto& entry : fs::recursive_directory_iterator(path))
-            if (entry.is_regular_file()) files[entry.path()] = IdOf(entry.path());
-    std::erase_if(files, [](const auto& file) { return !file.first.ends_with(".jpg"); });
-    return files;
+            things[entry.path()] = RowOf(entry.path());
+    return things;
+}
+
+Rows PhotosIn(const std::string& path) {
+    Rows photos = ThingsIn(path);
+    std::erase_if(photos, [](const auto& file) {
+        return !file.first.ends_with(".jpg") || !fs::is_regular_file(file.first);
+    });
+    return photos;
 }
 
 /// The photo library as requests change it: the disk is looked at when a request is executed.  A row has the
 /// number of the picture or folder that was given its caption or its rights, 0 or less without.
 struct DaemonModel {
     std::string share;
-    Ids photos, albums;
+    Rows photos, albums;
     std::set<int> given;
 
     /// What was given something and has no row any more has lost it.
-    void Add(Ids* rows, const std::string& path) const {
-        const int id = IdOf(path);
-        rows->try_emplace(path, given.contains(id) ? -id : 0);
+    void Add(Rows* rows, const std::string& path) const {
+        const auto [id, version] = RowOf(path);
+        rows->try_emplace(path, given.contains(id) ? -id : 0).first->second.version = version;
     }
-    void GiveAll(Ids* rows) {
-        for (auto& [path, id] : *rows)
-            given.insert(id = IdOf(path));
+    void GiveAll(Rows* rows) {
+        for (auto& [path, row] : *rows)
+            given.insert(row.id = RowOf(path).id);
     }
     void AddPhotos(const std::string& path) {
-        for (const auto& [file, id] : PhotosIn(path))
+        for (const auto& [file, row] : PhotosIn(path))
             Add(&photos, file);
     }
     long Depth(const std::string& path) const {
@@ -69,18 +77,18 @@ struct DaemonModel {
         for (const auto& entry : fs::directory_iterator(path))
             AddAlbums(entry.path());
     }
-    static void RemoveTree(Ids* rows, const std::string& path) {
-        std::erase_if(*rows, [&](const auto& row) { return IsAtOrBelowPath(row.first, path); });
+    static void RemoveTree(Rows* rows, const std::string& path) {
+        std::erase_if(*rows, [&](const auto& row) { return IsAtOrBelow(row.first, path); });
     }
     void MovePhotos(const std::string& to, const std::string& from) {
-        Ids moved;
-        for (const auto& [row, id] : photos)
-            if (IsAtOrBelowPath(row, from)) moved[row] = id;
-        for (const auto& [row, id] : moved) {
+        Rows moved;
+        for (const auto& [row, stored] : photos)
+            if (IsAtOrBelow(row, from)) moved[row] = stored;
+        for (const auto& [row, stored] : moved) {
             const std::string target = MovedPath(row, from, to);
             if (fs::exists(row) && photos.contains(target)) continue;
             photos.erase(row);
-            photos[target] = id;
+            photos[target] = stored;
         }
         if (moved.empty()) AddPhotos(to);
     }
@@ -91,14 +99,14 @@ struct DaemonModel {
         const bool is_known = albums.contains(from);
         if (is_known && fs::exists(to) && !fs::exists(from)) RemoveTree(&albums, to);
         if (is_known && albums.contains(to)) return;
-        Ids moved;
-        for (const auto& [row, id] : albums)
-            if (row == from || (IsAtOrBelowPath(row, from) && Depth(from) == 0)) moved[row] = id;
-        for (const auto& [row, id] : moved) {
+        Rows moved;
+        for (const auto& [row, stored] : albums)
+            if (row == from || (IsAtOrBelow(row, from) && Depth(from) == 0)) moved[row] = stored;
+        for (const auto& [row, stored] : moved) {
             albums.erase(row);
             const bool is_moved = is_known && (row == from || Depth(to) == 0);
-            if (is_moved) albums[MovedPath(row, from, to)] = id;
-            if (!is_moved || Depth(to) > 1) given.erase(id);
+            if (is_moved) albums[MovedPath(row, from, to)] = stored;
+            if (!is_moved || Depth(to) > 1) given.erase(stored.id);
         }
         AddAlbums(to);
     }
@@ -125,7 +133,7 @@ struct DaemonModel {
     }
     void Compare(const std::string& path) {
         const auto is_gone = [&](const auto& row) {
-            return IsAtOrBelowPath(row.first, path) && !fs::exists(row.first);
+            return IsAtOrBelow(row.first, path) && !fs::exists(row.first);
         };
         std::erase_if(photos, is_gone);
         std::erase_if(albums, [&](const auto& row) { return Depth(row.first) <= 1 && is_gone(row); });
@@ -142,13 +150,12 @@ test::TempDir MakeVolume() {
     throw std::runtime_error("no volume");
 }
 
-/// A small library with the watcher's parts around it, on a clock of its own.
-class Scene {
+/// A small library with its watcher, on a clock of its own.
+class Scene : public RequestSink {
   public:
     explicit Scene(unsigned seed) : log("seed " + std::to_string(seed) + "\n"), random_(seed) {
-        EXPECT_TRUE(port_.Open());
-        port_.WatchTree(tree_.AddTop(top_));
         daemon_.share = top_;
+        EXPECT_TRUE(watcher_.Open());
     }
     void Fill() {
         for (const char* folder : {"/d", "/d/e", "/d2"})
@@ -157,37 +164,33 @@ class Scene {
             Make(top_ + file, false);
     }
     void Change();
-    void Pass(int64_t milliseconds);
-    void RunDaemon();
-    unsigned Pick(unsigned count) { return static_cast<unsigned>(random_() % count); }
-    void ExpectAgreement() {
-        const Ids photos = PhotosIn(top_);
-        ASSERT_EQ(daemon_.photos.size(), photos.size()) << log;
-        for (const auto& [path, id] : photos) {
-            const bool is_new = !daemon_.given.contains(id);  // it may have the caption of what it replaced
-            EXPECT_EQ(is_new ? id : daemon_.photos[path], id) << path << "\n" << log;
-        }
-        std::erase_if(daemon_.albums, [&](const auto& row) { return daemon_.Depth(row.first) > 1; });
-        for (const auto& entry : fs::recursive_directory_iterator(top_)) {
-            const bool is_album = entry.is_directory() && daemon_.Depth(entry.path()) <= 1;
-            EXPECT_EQ(daemon_.albums.contains(entry.path()), is_album) << entry.path() << "\n" << log;
-        }
-        for (const auto& [path, stored] : daemon_.albums) {
-            const bool is_free = stored <= 0 && !daemon_.given.contains(IdOf(path));
-            EXPECT_EQ(is_free ? IdOf(path) : stored, IdOf(path)) << path << "\n" << log;
-        }
-        daemon_.GiveAll(&daemon_.photos);
-        daemon_.GiveAll(&daemon_.albums);
-        EXPECT_TRUE(pending_.empty()) << log;
-        log.clear();
+    void Pass(int64_t milliseconds) {
+        watcher_.Turn(now_);
+        watcher_.Turn(now_ += milliseconds);
     }
+    void RunDaemon();
+    void ExpectAgreement();
+    unsigned Pick(unsigned count) { return static_cast<unsigned>(random_() % count); }
     int compares = 0;
     std::string log;
 
   private:
+    bool Queue(const std::string& lines) override {
+        log += lines;
+        queue_ += lines;
+        return true;
+    }
+    bool Compare(const std::string& folder, bool, std::string*) override {
+        log += "compare " + folder + "\n";
+        daemon_.Compare(folder);
+        ++compares;
+        return true;
+    }
+    bool IsQueueEmpty() override { return queue_.empty(); }
+
     std::string AnyPath(bool is_folder) {
         constexpr const char *kFolders[] = {"/d", "/d2", "/e"}, *kFiles[] = {"/a.jpg", "/b.jpg", "/c.txt"};
-        std::string path = top_;
+        std::string path = Pick(12) == 0 ? outside_ : top_;
         for (unsigned depth = Pick(3); depth > 0; --depth)
             path += kFolders[Pick(3)];
         return path + (is_folder ? kFolders : kFiles)[Pick(3)];
@@ -195,27 +198,18 @@ class Scene {
     bool Make(const std::string& path, bool is_folder) {
         if (!fs::is_directory(fs::path(path).parent_path()) || fs::is_directory(path)) return false;
         if (is_folder && !fs::create_directory(path)) return false;
-        const int id = is_folder || !fs::exists(path) ? ++last_id_ : IdOf(path);
-        std::ofstream(is_folder ? path + "/.id" : path) << id;
+        const int id = is_folder || !fs::exists(path) ? ++last_id_ : RowOf(path).id;
+        std::ofstream(is_folder ? path + "/.id" : path) << id << " " << ++last_version_;
         return true;
-    }
-    void Read() {
-        EXPECT_TRUE(port_.Read([&](const FolderEvent& event) { fold_.Apply(event, now_); }));
     }
 
     std::mt19937 random_;
     const test::TempDir volume_ = MakeVolume();
-    const std::string top_ = volume_.MakeDir("photo");
-    int last_id_ = 0;
-    FolderTree tree_;
-    PendingChanges pending_{&tree_};
-    InotifyPort port_{&tree_};
-    EventFold fold_{&tree_, &pending_, &port_,
-                    [](const std::string& name) { return name.ends_with(".jpg"); }};
-    SentChanges sent_;
-    Composer composer_;
+    const std::string top_ = volume_.MakeDir("photo"), outside_ = volume_.MakeDir("other");
+    int last_id_ = 0, last_version_ = 0;
     DaemonModel daemon_;
     std::string queue_;
+    Watcher watcher_{{top_}, this};
     int64_t now_ = 1000;
 };
 
@@ -225,7 +219,7 @@ void Scene::Change() {
     const std::string path = AnyPath(is_folder), to = AnyPath(is_folder);
     const unsigned kind = Pick(4);
     // A picture that gets another name on its way into a folder of this moment is not known again.
-    if (fs::path(path).filename() != fs::path(to).filename()) Read();
+    if (fs::path(path).filename() != fs::path(to).filename()) watcher_.Turn(now_);
     std::error_code error;
     bool is_done = true;
     if (kind == 0)
@@ -234,42 +228,49 @@ void Scene::Change() {
         is_done = fs::remove_all(path, error) != 0;
     else
         fs::rename(path, to, error);
-    // Nothing is stored under such a name: what comes back from there is another picture.
-    if (kind > 1 && !error && to.ends_with(".txt")) std::ofstream(to) << ++last_id_;
+    if (kind > 1 && !error) {
+        // Nothing is stored under such a name: what comes back from there is another picture.
+        if (to.ends_with(".txt")) std::ofstream(to) << ++last_id_ << " " << ++last_version_;
+        // What comes back from outside may be as new.
+        if (to.starts_with(outside_))
+            for (const auto& [thing, row] : ThingsIn(to))
+                daemon_.given.erase(row.id);
+    }
     if (is_done && !error)
         log += std::array{"make ", "remove ", "move ", "move "}[kind] + path + " " + to + "\n";
-    if (Pick(3) != 0) Read();
+    if (Pick(3) != 0) watcher_.Turn(now_);
 }
-
-void Scene::Pass(int64_t milliseconds) {
-    Read();
-    fold_.Settle(now_);
-    now_ += milliseconds;
-    fold_.Settle(now_);
-    composer_.Add(pending_.TakeDue(now_), &sent_);
-    const std::string lines = composer_.TakeLines();
-    log += lines;
-    queue_ += lines;
-}
-
-/// Nothing is compared while a move is still to be told.
 
 void Scene::RunDaemon() {
     log += "daemon\n";
     std::istringstream lines(std::exchange(queue_, {}));
     for (std::string line; std::getline(lines, line);)
         daemon_.Execute(line);
-    Read();
-    if (pending_.HasMoves() || fold_.HasOpenMoves()) return;
-    std::vector<std::string> stale;
-    EXPECT_TRUE(sent_.Executed([](const std::string& path) { return fs::exists(path); }, &stale));
-    for (const std::string& folder : stale)
-        composer_.AddCompare(folder);
-    for (const std::string& folder : composer_.TakeCompares()) {
-        log += "compare " + folder + "\n";
-        daemon_.Compare(folder);
-        ++compares;
+    watcher_.Turn(now_ += 10'000);
+}
+
+void Scene::ExpectAgreement() {
+    EXPECT_EQ(queue_, "") << log;
+    const Rows photos = PhotosIn(top_);
+    ASSERT_EQ(daemon_.photos.size(), photos.size()) << log;
+    for (const auto& [path, row] : photos) {
+        const bool is_new = !daemon_.given.contains(row.id);  // it may have the caption of what it replaced
+        EXPECT_EQ(is_new ? row.id : daemon_.photos[path].id, row.id) << path << "\n" << log;
+        EXPECT_EQ(daemon_.photos[path].version, row.version) << path << "\n" << log;
     }
+    std::erase_if(daemon_.albums, [&](const auto& row) { return daemon_.Depth(row.first) > 1; });
+    for (const auto& entry : fs::recursive_directory_iterator(top_)) {
+        const bool is_album = entry.is_directory() && daemon_.Depth(entry.path()) <= 1;
+        EXPECT_EQ(daemon_.albums.contains(entry.path()), is_album) << entry.path() << "\n" << log;
+    }
+    for (const auto& [path, stored] : daemon_.albums) {
+        const int id = RowOf(path).id;
+        const bool is_free = stored.id <= 0 && !daemon_.given.contains(id);
+        EXPECT_EQ(is_free ? id : stored.id, id) << path << "\n" << log;
+    }
+    daemon_.GiveAll(&daemon_.photos);
+    daemon_.GiveAll(&daemon_.albums);
+    log.clear();
 }
 
 TEST(WatchModelTest, TheStoresFollowTheDisk) {

@@ -1,193 +1,237 @@
-// The watcher's state machines on a clock of the test's own.
+// The watcher on real folders with the kernel's notes, on a clock of the test's own.
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 
-#include <map>
-#include <string>
-#include <vector>
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 
-#include "tools/watch/composer.h"
-#include "tools/watch/event_fold.h"
-#include "tools/watch/sent_changes.h"
+#include "host_temp_dir.h"
+#include "tools/watch/watcher.h"
+
+namespace {
+
+int watches_left = INT_MAX;  // that the machine allows
+
+}  // namespace
+
+extern "C" {
+int __real_inotify_add_watch(int fd, const char* path, uint32_t mask);
+int __wrap_inotify_add_watch(int fd, const char* path, uint32_t mask) {
+    if (--watches_left >= 0) return __real_inotify_add_watch(fd, path, mask);
+    errno = ENOSPC;
+    return -1;
+}
+}
 
 namespace koli::watch {
 namespace {
 
-using Texts = std::vector<std::string>;
+namespace fs = std::filesystem;
 
-Texts TextsOf(const std::vector<SettledChange>& changes) {
-    constexpr const char* kNames[] = {"a ", "A ",    "burst ", "d ",     "D ",      "n ",
-                                      "N ", "drop ", "stay ",  "album ", "compare "};
-    Texts texts;
-    for (const SettledChange& change : changes)
-        texts.push_back(kNames[change.kind] +
-                        (change.old_path.empty() ? change.path : change.path + " " + change.old_path));
-    return texts;
-}
-
-struct FakePort : FolderPort {
-    void WatchTree(FolderId folder) override { tree->SetWatch(folder, ++last_watch); }
-    std::vector<FolderId> TakeMissed() override { return {}; }
-    std::vector<Met> TakeMet() override { return {}; }
-    std::vector<FolderId> TakeWatched() override { return {}; }
-    bool HoldsOlder(FolderId, const std::string&) override { return false; }
-    void Unwatch(int) override {}
-    Entry Look(FolderId, const std::string& name) override {
-        return looks.try_emplace(name, kGrowing).first->second;
-    }
-    FolderTree* tree = nullptr;
-    int last_watch = 0;
-    std::map<std::string, Entry> looks;
-};
-
-/// A share "/v/m" with the folders "one" and "two", which have been stored long ago.
-class WatchTest : public testing::Test {
+/// A share with the folders "one" and "two", which have been stored long ago.  In what is asked for it is
+/// "~".
+class WatchTest : public testing::Test, public RequestSink {
   protected:
     WatchTest() {
-        port_.tree = &tree_;
-        top_ = tree_.AddTop("/v/m");
-        one_ = tree_.Add(top_, "one");
-        two_ = tree_.Add(top_, "two");
-        for (const FolderId folder : {top_, one_, two_})
-            port_.WatchTree(folder);
+        for (const char* file : {"one/old.mp3", "one/a.mp3", "two/b.mp3"})
+            Write(file);
+        EXPECT_TRUE(watcher_.Open());
+        EXPECT_EQ(After(0), "= ~ top\n");
     }
-    void Note(uint32_t mask, FolderId folder, std::string_view name, uint32_t cookie = 0) {
-        fold_.Apply({folder, mask, cookie, name}, now_);
+    ~WatchTest() override { watches_left = INT_MAX; }
+    bool Queue(const std::string& lines) override {
+        if (!is_full_) asked_ += lines;
+        return !is_full_;
     }
-    void Write(FolderId folder, std::string_view name) {
-        Note(IN_CREATE, folder, name);
-        Note(IN_CLOSE_WRITE, folder, name);
+    bool Compare(const std::string& folder, bool is_top, std::string*) override {
+        asked_ += "= " + folder + (is_top ? " top\n" : "\n");
+        if (while_comparing_) std::exchange(while_comparing_, nullptr)();
+        return !is_full_;
     }
-    FolderId Make(FolderId folder, std::string_view name) {
-        Note(IN_CREATE | IN_ISDIR, folder, name);
-        return tree_.Find(folder, name);
+    bool IsQueueEmpty() override { return !is_busy_; }
+
+    std::string At(const std::string& name) const { return dir_.Path(name); }
+    std::string Outside(const std::string& name) const { return outside_.Path(name); }
+    void Write(const std::string& name) { dir_.Write(name, "x"); }
+    void Make(const std::string& name) { dir_.MakeDir(name); }
+    void Move(const std::string& from, const std::string& to) { fs::rename(At(from), At(to)); }
+    void Remove(const std::string& name) { fs::remove_all(At(name)); }
+    std::string Asked() {
+        for (size_t at = 0; (at = asked_.find(top_)) != std::string::npos;)
+            asked_.replace(at, top_.size(), "~");
+        return std::exchange(asked_, {});
     }
-    void Move(FolderId from, std::string_view old, FolderId to, std::string_view name, uint32_t kind = 0) {
-        Note(IN_MOVED_FROM | kind, from, old, ++cookie_);
-        Note(IN_MOVED_TO | kind, to, name, cookie_);
-    }
-    Texts After(int64_t milliseconds) {
-        now_ += milliseconds;
-        fold_.Settle(now_);
-        return TextsOf(pending_.TakeDue(now_));
+    /// What is asked for when so long nothing else happens.
+    std::string After(int64_t milliseconds) {
+        watcher_.Turn(now_);
+        watcher_.Turn(now_ += milliseconds);
+        return Asked();
     }
 
-    FolderTree tree_;
-    PendingChanges pending_{&tree_};
-    FakePort port_;
-    EventFold fold_{&tree_, &pending_, &port_,
-                    [](const std::string& name) { return name.ends_with(".mp3"); }};
-    FolderId top_, one_, two_;
-    int64_t now_ = 1000;
-    uint32_t cookie_ = 0;
+    const test::TempDir dir_, outside_;
+    const std::string top_ = dir_.dir();
+    bool is_full_ = false, is_busy_ = false;
+    std::function<void()> while_comparing_;
+    std::string asked_;
+    Watcher watcher_{{top_, Outside("later")}, this};
+    int64_t now_ = 1'000'000;
 };
 
 TEST_F(WatchTest, AFileIsAskedForOnceItIsComplete) {
-    // A copying program sets the times before it closes.
-    int64_t silence = 10'000;
-    for (const uint32_t mask : {IN_CREATE, IN_ATTRIB, IN_MODIFY, IN_CLOSE_WRITE, IN_ATTRIB}) {
-        Note(mask, one_, "a.mp3");
-        if (mask == IN_CLOSE_WRITE) silence = kQuiet - 1;
-        EXPECT_EQ(After(silence), Texts());
-    }
-    EXPECT_EQ(After(1), Texts{"a /v/m/one/a.mp3"});
-    EXPECT_TRUE(pending_.empty());
-    Note(IN_MODIFY, one_, "a.mp3");  // and then its writer hangs
-    EXPECT_EQ(After(kStalled - 1), Texts());
-    EXPECT_EQ(After(1), Texts{"a /v/m/one/a.mp3"});
+    std::ofstream writer(At("one/new.mp3"));
+    EXPECT_EQ(After(10'000), "");
+    writer << "x" << std::flush;
+    fs::last_write_time(At("one/new.mp3"), {});  // a copying program sets the times before it closes
+    EXPECT_EQ(After(10'000), "");
+    writer.close();
+    EXPECT_EQ(After(kQuiet - 1), "");
+    EXPECT_EQ(After(1), "a:~/one/new.mp3\n");
+    EXPECT_EQ(After(kLongest), "");
+    fs::permissions(At("one/new.mp3"), fs::perms::owner_read);
+    EXPECT_EQ(After(kQuiet), "a:~/one/new.mp3\n");
 
-    for (int i = 0; i < 30; ++i) {  // closed again and again
-        Write(one_, "a.mp3");
-        EXPECT_EQ(After(1000), i < 29 ? Texts() : Texts{"a /v/m/one/a.mp3"});
+    writer.open(At("two/c.mp3"));  // and then its writer hangs
+    EXPECT_EQ(After(kStalled - 1), "");
+    EXPECT_EQ(After(1), "a:~/two/c.mp3\n");
+    for (int i = 0; i < 31; ++i) {  // closed again and again
+        Write("one/a.mp3");
+        EXPECT_EQ(After(1000), i < 29 ? "" : i == 29 ? "a:~/one/a.mp3\n" : "");
     }
-    port_.looks["link.mp3"] = FolderPort::kWhole;
-    for (const char* name : {"link.mp3", "notes.txt"})
-        Note(IN_CREATE, one_, name);
-    for (const char* name : {"@eaDir", "#recycle"})
-        Make(top_, name);
-    EXPECT_EQ(After(kQuiet), Texts{"a /v/m/one/link.mp3"});
-}
-
-TEST_F(WatchTest, AFileThatMovesInIsNewAndOneThatMovesOutIsGone) {
-    Write(one_, "up.part");  // uploads under a name of their own
-    Move(one_, "up.part", one_, "up.mp3");
-    Move(one_, "old.mp3", one_, "old.bak");
-    EXPECT_EQ(After(kQuiet), (Texts{"a /v/m/one/up.mp3", "d /v/m/one/old.mp3"}));
-    Note(IN_MOVED_FROM, one_, "away.mp3", 99);
-    Note(IN_MOVED_TO, one_, "arrived.mp3", 100);
-    EXPECT_EQ(After(kQuiet), Texts{"a /v/m/one/arrived.mp3"});
-    EXPECT_EQ(After(500), Texts{"d /v/m/one/away.mp3"});
+    After(kQuiet);
+    fs::create_hard_link(At("one/a.mp3"), At("one/link.mp3"));
+    fs::create_symlink(At("one/a.mp3"), At("one/symlink.mp3"));
+    for (const char* name : {"notes.txt", "@eaDir/a.mp3", "#recycle/a.mp3", "#recycle/cd/b.mp3"})
+        Write(name);
+    EXPECT_EQ(After(kQuiet), "a:~/one/link.mp3\na:~/one/symlink.mp3\n");
+    Write("one/a\nb.mp3");  // no request carries it
+    EXPECT_EQ(After(10'000), "= ~/one\n");
 }
 
 TEST_F(WatchTest, ANewFolderIsOneRequest) {
-    FolderId fresh = Make(top_, "New Folder");
-    Move(top_, "New Folder", top_, "Album", IN_ISDIR);
-    Write(fresh, "a.mp3");
-    const FolderId cd = Make(fresh, "cd");
-    Write(cd, "b.mp3");
-    Move(one_, "old.mp3", cd, "old.mp3");
-    EXPECT_EQ(After(kQuiet),
-              (Texts{"D /v/m/New Folder", "n /v/m/Album/cd/old.mp3 /v/m/one/old.mp3", "A /v/m/Album"}));
-    Write(Make(top_, "new"), "temporary.mp3");
-    Note(IN_DELETE, tree_.Find(top_, "new"), "temporary.mp3");
-    EXPECT_EQ(After(kQuiet), (Texts{"d /v/m/new/temporary.mp3", "A /v/m/new"})) << "a walk may have met it";
+    Write("New Folder/a.mp3");
+    Move("New Folder", "Album");
+    Move("two", "Album/two");
+    EXPECT_EQ(After(kQuiet - 1), "");
+    EXPECT_EQ(After(1), "D:~/New Folder\nD:~/two\nA:~/Album\n");
 
-    fresh = Make(top_, "Film");
-    Note(IN_CREATE, fresh, "film.mp3");
+    Make("Film");
+    std::ofstream film(At("Film/film.mp3"));
     for (int i = 0; i < 100; ++i) {  // longer than any other limit but one
-        Note(IN_MODIFY, fresh, "film.mp3");
-        EXPECT_EQ(After(1000), Texts());
+        film << "x" << std::flush;
+        EXPECT_EQ(After(1000), "");
     }
-    Note(IN_CLOSE_WRITE, fresh, "film.mp3");
-    Note(IN_CREATE, fresh, "next.mp3");  // at no look from outside is all of it closed
-    EXPECT_EQ(After(0), Texts{"A /v/m/Film"});
-    Note(IN_CLOSE_WRITE, fresh, "next.mp3");
-    EXPECT_EQ(After(kQuiet), Texts{"a /v/m/Film/next.mp3"});
-    port_.looks["link"] = FolderPort::kLinkedTree;
-    Note(IN_CREATE, top_, "link");
-    EXPECT_EQ(After(kQuiet), Texts{"A /v/m/link"});
+    film.close();
+    std::ofstream next(At("Film/next.mp3"));  // at no look from outside is all of it closed
+    EXPECT_EQ(After(0), "A:~/Film\n");
+    next.close();
+    EXPECT_EQ(After(kQuiet), "a:~/Film/next.mp3\n");
+    fs::create_directory_symlink(At("one"), At("link"));
+    EXPECT_EQ(After(kQuiet), "A:~/link\n");
+    fs::remove(At("link"));
+    EXPECT_EQ(After(kQuiet), "D:~/link\n");
+}
+
+TEST_F(WatchTest, FoldersAreKnownWhereverTheyMoveBeforeTheirNotesAreRead) {
+    Make("x/in");
+    Move("x", "y");  // by now something else stands where the note says
+    Make("x/other");
+    Make("z");
+    Move("one", "z/one");
+    EXPECT_EQ(After(kQuiet), "D:~/x\nD:~/y\nD:~/one\nA:~/z\nA:~/y\nA:~/x\n");
+    for (const char* name : {"x/other/1.mp3", "y/in/2.mp3", "z/one/3.mp3"})
+        Write(name);
+    EXPECT_EQ(After(kQuiet), "a:~/x/other/1.mp3\na:~/y/in/2.mp3\na:~/z/one/3.mp3\n");
+}
+
+TEST_F(WatchTest, WhatTheDaemonMayHaveMixedUpIsCompared) {
+    is_busy_ = true;  // it may look for what was asked for when that has moved on
+    Write("two/d.mp3");
+    EXPECT_EQ(After(kQuiet), "a:~/two/d.mp3\n");
+    Move("two", "three");
+    EXPECT_EQ(After(kQuiet), "N:~/three:~/two\n");
+    is_busy_ = false;
+    EXPECT_EQ(After(10'000), "= ~/three\n");
+    Move("three", "four");
+    Write("three/a.mp3");  // it may take that for what is stored there
+    EXPECT_EQ(After(kQuiet), "N:~/four:~/three\nA:~/three\n");
+    EXPECT_EQ(After(10'000), "= ~/three\n= ~/four\n");
 }
 
 TEST_F(WatchTest, BurstsFold) {
-    for (size_t i = 0; i < 5000; ++i)
-        Write(one_, std::to_string(i) + ".mp3");
-    Note(IN_DELETE, two_, "0.mp3");
-    Move(two_, "x.mp3", one_, "y.mp3");
-    const std::vector<SettledChange> due = pending_.TakeDue(now_ += kQuiet);
-    EXPECT_EQ(TextsOf(due), (Texts{"n /v/m/one/y.mp3 /v/m/two/x.mp3", "d /v/m/two/0.mp3", "burst /v/m/one"}));
-    EXPECT_EQ(due.back().files, 5000u);
-
-    for (size_t i = 0; i <= kBurst; ++i)
-        Write(Make(two_, std::to_string(i)), "a.mp3");
-    EXPECT_EQ(After(kQuiet), Texts{"compare /v/m/two"});
+    for (int i = 0; i < 100; ++i)
+        Write("one/" + std::to_string(i) + ".mp3");
+    Move("two/b.mp3", "two/c.mp3");
+    EXPECT_EQ(After(kQuiet), "N:~/two/c.mp3:~/two/b.mp3\nA:~/one\n");
+    for (int i = 0; i < 200; ++i)
+        Write("one/deep/" + std::to_string(i) + ".txt");
+    After(kQuiet);
+    for (int i = 0; i < 70; ++i)
+        Write("one/" + std::to_string(i) + ".mp3");
+    EXPECT_EQ(After(kQuiet), "");
+    EXPECT_EQ(After(10'000), "= ~/one\n") << "of a large tree that finds what has changed";
+    PendingChanges pending;
     for (size_t i = 0; i <= kMaxPending; ++i)
-        Note(IN_DELETE, two_, std::to_string(i) + ".mp3");
-    EXPECT_EQ(After(kQuiet), (Texts{"d /v/m/two/32768.mp3", "compare /v/m/two"}));
-    for (int i = 0; i < 40'000; ++i)
-        Note(IN_DELETE | IN_ISDIR, top_, (tree_.Add(top_, std::to_string(i)), std::to_string(i)));
-    EXPECT_TRUE(pending_.TakeOverflow());
+        pending.File("/v/m/" + std::to_string(i) + ".mp3", PendingChanges::kGone, now_);
+    EXPECT_LE(pending.TakeAll(now_).size(), 2u);
+}
+
+TEST_F(WatchTest, NothingIsLostToAFullSpoolOrDroppedNotes) {
+    is_full_ = true;
+    Move("one", "uno");
+    EXPECT_EQ(After(kQuiet), "");
+    Write("a.mp3");
+    After(kQuiet);
+    is_full_ = false;
+    EXPECT_EQ(After(5000), "N:~/uno:~/one\na:~/a.mp3\n");
+    std::string deep;
+    for (int i = 0; i < 14; ++i)
+        deep += std::string(250, 'x') + "/";
+    Write(deep += "a.mp3");
+    is_full_ = true;
+    for (int i = 0; i < 1300; ++i, After(kQuiet))  // more than is kept
+        fs::permissions(At(deep), fs::perms::owner_all);
+    is_full_ = false;
+    EXPECT_TRUE(After(20'000).ends_with("= ~ top\n"));
+    Remove(deep.substr(0, 250));
+    After(10'000);
+
+    Write("b.mp3");
+    for (int i = 0; i < 20'000; ++i)  // more than the kernel notes
+        fs::permissions(At(i % 2 == 0 ? "a.mp3" : "b.mp3"), fs::perms::owner_all);
+    Make("unnoted");
+    EXPECT_EQ(After(1000), "a:~/a.mp3\na:~/b.mp3\n");
+    EXPECT_EQ(After(10'000), "= ~ top\n");
+    Write("unnoted/c.mp3");
+    while_comparing_ = [&] { Move("uno", "eins"); };  // what a comparison finds then is worth little
+    After(0);
+    EXPECT_EQ(After(kQuiet), "a:~/unnoted/c.mp3\n");
+}
+
+TEST_F(WatchTest, FoldersBeyondTheLimitAreComparedFromTimeToTime) {
+    watches_left = 1;
+    for (const char* name : {"x/y/1.mp3", "z/2.mp3"})
+        Write(name);
+    EXPECT_EQ(After(kQuiet), "A:~/z\nA:~/x\n");
+    Write("x/y/3.mp3");
+    EXPECT_EQ(After(300'000), "");
+    EXPECT_EQ(After(600'000), "= ~ top\n");
 }
 
 TEST_F(WatchTest, AShareThatVanishesIsNotDeleted) {
-    const FolderId mount = tree_.Add(two_, "disk");
-    Note(IN_DELETE, mount, "a.mp3");
-    Note(IN_DELETE | IN_ISDIR, mount, (tree_.Add(mount, "x"), "x"));
-    Move(mount, "b.mp3", mount, "c.mp3");
-    Move(two_, "moved.mp3", mount, "moved.mp3");
-    Move(top_, "one", mount, "one", IN_ISDIR);
-    Note(IN_UNMOUNT, mount, "");
-    EXPECT_EQ(After(kQuiet), (Texts{"stay /v/m/two/disk/x", "stay /v/m/two/disk/b.mp3",
-                                    "drop /v/m/two/moved.mp3", "D /v/m/one"}));
-    EXPECT_EQ(tree_.Find(two_, "disk"), kNoFolder);
-    EXPECT_TRUE(pending_.empty());
-}
-
-TEST(ComposerTest, WhatNoRequestCanCarryIsLookedForInItsFolder) {
-    Composer composer;
-    SentChanges sent;
-    composer.Add({{SettledChange::kAddFile, "/v/m/a\nb.mp3"}}, &sent);
-    EXPECT_EQ(composer.TakeLines(), "");
-    EXPECT_EQ(composer.TakeCompares(), Texts{"/v/m"});
+    Move("one", "two/one");
+    watcher_.Turn(now_);
+    fs::rename(top_, Outside("away"));
+    fs::remove_all(Outside("away/two"));
+    outside_.Write("later/a.mp3", "x");
+    EXPECT_EQ(After(10'000), "= " + Outside("later") + " top\n");
+    fs::rename(Outside("away"), top_);
+    EXPECT_EQ(After(10'000), "= ~ top\n");
+    // What is pending at the end is asked for, too.
+    Write("new/c.mp3");
+    watcher_.Finish(now_);
+    EXPECT_EQ(Asked(), "A:~/new\n");
 }
 
 }  // namespace

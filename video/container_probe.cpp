@@ -29,9 +29,7 @@ constexpr const char kModule[] = "metamedia";
 /// the file itself: no playlists, no concat scripts, no streaming manifests, no session descriptions, no
 /// image sequences.  What they would open is refused, but only of these does a file hold all that they tell.
 constexpr const char kFormats[] =
-    "aac,ac3,eac3,aiff,amr,ape,asf,au,avi,caf,dts,flac,flv,m4v,matroska,mov,mp3,mpc,mpc8,mpeg,mpegts,"
-    "mpegvideo,"
-    "ogg,rm,swf,tta,truehd,w64,wav,wtv,wv,xwma";
+    "aac,ac3,eac3,aiff,amr,ape,asf,au,avi,caf,dts,flac,flv,m4v,matroska,mov,mp3,mpc,mpc8,mpeg,mpegts,mpegvideo,ogg,rm,swf,tta,truehd,w64,wav,wtv,wv,xwma";
 
 /// Decoders of the usual files, all of the library's own making.
 constexpr AVCodecID kUsualCodecs[] = {AV_CODEC_ID_H264,       AV_CODEC_ID_HEVC,  AV_CODEC_ID_MPEG1VIDEO,
@@ -144,25 +142,25 @@ void ReadAudio(const AVCodecParameters& codec, MediaInfo* record) {
     if (const uint32_t rate = AudioBitRate(codec); rate != 0) record->audio_bitrate = rate;
 }
 
-/// Reads one stream.  Returns 0, or 1 for a type that means nothing here (logged).
-int ReadStream(const AVStream& stream, const char* path, Found* found, MediaInfo* record) {
+/// Reads one stream.  False for a type that means nothing here (logged).
+bool ReadStream(const AVStream& stream, const char* path, Found* found, MediaInfo* record) {
     const AVCodecParameters& codec = *stream.codecpar;
     switch (codec.codec_type) {
         case AVMEDIA_TYPE_VIDEO:
-            if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) return 0;
+            if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) return true;
             ReadVideo(codec, record);
             found->video = true;
-            return 0;
+            return true;
         case AVMEDIA_TYPE_AUDIO:
             ReadAudio(codec, record);
             found->audio = true;
-            return 0;
+            return true;
         case AVMEDIA_TYPE_DATA:
         case AVMEDIA_TYPE_SUBTITLE:
-            return 0;
+            return true;
         default:
-            KOLI_LOG("%s:%d Invalid stream type:%d from [%s].", static_cast<int>(codec.codec_type), path);
-            return 1;
+            KOLI_LOG_COLON("Invalid stream type:%d from [%s].", static_cast<int>(codec.codec_type), path);
+            return false;
     }
 }
 
@@ -178,32 +176,34 @@ void ContainerProbeWarmUp() {
     malloc_trim(0);  // a child would copy what the decoders have left behind, page by page
 }
 
-int MiscMediaInfoProbe(const char* path, MediaInfo* record) {
+int MiscMediaInfoProbe(const char* path, MediaInfo* record, FileReading& reading) {
     const int file = RegularFile(path).Release();
-    const int result = MiscMediaInfoProbeFile(file, path, record);
+    const int result = MiscMediaInfoProbeFile(file, path, record, reading);
     if (file >= 0) close(file);
     return result;
 }
 
-int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record) {
+int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record, FileReading& reading) {
     av_log_set_level(AV_LOG_QUIET);
-    const MediaInput container(file, path, kFormats);
+    const MediaInput container(file, path, kFormats, reading);
     AVFormatContext* const input = container.get();
     if (input == nullptr) {
-        KOLI_LOG("%s (%d) Failed to av_open_input_file() file [%s].", path);
-        return 1;
+        KOLI_LOG("Failed to av_open_input_file() file [%s].", path);
+        return reading.CannotParse("the container could not be opened"), 1;
     }
     if (avformat_find_stream_info(input, nullptr) < 0) {
-        KOLI_LOG("%s (%d) Could not find codec parameters.  %s", path);
-        return 1;
+        KOLI_LOG("Could not find codec parameters.  %s", path);
+        return reading.CannotParse("the streams of the container could not be made out"), 1;
     }
     const Tags tags(*input);
     ReadContainer(*input, tags, record);
 
     Found found;
     for (unsigned i = 0; i < input->nb_streams; ++i)
-        if (ReadStream(*input->streams[i], path, &found, record) != 0) return 1;
-    if (!found.video && !found.audio) return 1;
+        if (!ReadStream(*input->streams[i], path, &found, record))
+            return reading.CannotParse("there is a stream of an unknown type in the container"), 1;
+    if (!found.video && !found.audio)
+        return reading.CannotParse("there is neither sound nor picture in the container"), 1;
     if (!found.video) CopyIfAny(record->album, tags.Text({"album"}));
     return 0;
 }

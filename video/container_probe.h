@@ -2,6 +2,7 @@
 // only: the library is large and the file is anybody's.
 #pragma once
 
+#include "base/file_reading.h"
 #include "base/media_info.h"
 
 namespace koli {
@@ -21,12 +22,12 @@ namespace koli {
 ///
 /// An embedded cover (attached picture) is no video stream.  Only self-contained local containers are opened.
 /// Returns 0, or 1 when the file cannot be opened or analysed, holds a stream of unknown type (all logged),
-/// or neither video nor audio; what was written until then stays.
-int MiscMediaInfoProbe(const char* path, MediaInfo* record);
+/// or neither video nor audio; what was written until then stays, and `reading` knows why.
+int MiscMediaInfoProbe(const char* path, MediaInfo* record, FileReading& reading);
 
 /// The same with the descriptor of a regular file, -1 when it could not be opened; `path` is then but its
 /// name.  `file` stays the caller's.
-int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record);
+int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record, FileReading& reading);
 
 /// In the daemon, before the first probe: lets the library make its constant tables (decoders of the usual
 /// files, no data involved), so that every child finds them made.  Takes about 4 ms and 2 MB once and saves

@@ -46,53 +46,51 @@ rlim_t MachineMemory() {
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
-int SignalAtParentsEnd(pid_t parent, int signal) {
-    if (prctl(PR_SET_PDEATHSIG, signal) != 0) return -1;
-    if (getppid() == parent) return 0;
+bool SignalAtParentsEnd(pid_t parent, int signal) {
+    if (prctl(PR_SET_PDEATHSIG, signal) != 0) return false;
+    if (getppid() == parent) return true;
     errno = ESRCH;  // it ended before the line above
-    return -1;
+    return false;
 }
 
-int CloseInherited(int file) {
+void CloseInherited(int file) {
     constexpr int kFirst = STDERR_FILENO + 1;
     const int kept = std::max(file, STDERR_FILENO);
     const bool closed = (kept <= kFirst || close_range(kFirst, static_cast<unsigned>(kept) - 1, 0) == 0) &&
                         close_range(static_cast<unsigned>(kept) + 1, ~0U, 0) == 0;
-    if (closed) return 0;
+    if (closed) return;
     const int end = static_cast<int>(std::clamp(sysconf(_SC_OPEN_MAX), 0L, long{kMaxInherited}));
     for (int descriptor = kFirst; descriptor < end; ++descriptor)
         if (descriptor != file) close(descriptor);
-    return 0;
 }
 
-int LimitResource(__rlimit_resource resource, rlim_t value) {
+bool LimitResource(__rlimit_resource resource, rlim_t value) {
     rlimit limit{};
-    if (getrlimit(resource, &limit) != 0) return -1;
+    if (getrlimit(resource, &limit) != 0) return false;
     limit.rlim_max = std::min(limit.rlim_max, value);
     limit.rlim_cur = std::min(limit.rlim_cur, limit.rlim_max);
-    return setrlimit(resource, &limit);
+    return setrlimit(resource, &limit) == 0;
 }
 
-int LimitWork(rlim_t address_space) {
-    if (LimitResource(RLIMIT_CORE, 0) != 0 || LimitResource(RLIMIT_FSIZE, 0) != 0) return -1;
-    if (LimitResource(RLIMIT_NOFILE, kMaxOpenFiles) != 0) return -1;
-    if (LimitResource(RLIMIT_CPU, kMaxCpuSeconds) != 0) return -1;
-    return kSanitizedBuild ? 0 : LimitResource(RLIMIT_AS, address_space);
+bool LimitWork(rlim_t address_space) {
+    return LimitResource(RLIMIT_CORE, 0) && LimitResource(RLIMIT_FSIZE, 0) &&
+           LimitResource(RLIMIT_NOFILE, kMaxOpenFiles) && LimitResource(RLIMIT_CPU, kMaxCpuSeconds) &&
+           (kSanitizedBuild || LimitResource(RLIMIT_AS, address_space));
 }
 
-int KeepCapabilities(uint32_t kept) {
+bool KeepCapabilities(uint32_t kept) {
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct sets[_LINUX_CAPABILITY_U32S_3] = {};
-    if (kept != 0 && syscall(SYS_capget, &header, sets) != 0) return -1;
+    if (kept != 0 && syscall(SYS_capget, &header, sets) != 0) return false;
     kept &= sets[0].permitted;
     sets[0] = {kept, kept, 0};
     sets[1] = {};
-    return static_cast<int>(syscall(SYS_capset, &header, sets));
+    return syscall(SYS_capset, &header, sets) == 0;
 }
 
-int GuardFailed(const char* step) {
-    KOLI_LOG("%s (%d) Cannot guard the probe: %s failed, errno=%d.", step, errno);
-    return -1;
+bool GuardFailed(const char* step) {
+    KOLI_LOG("Cannot guard the probe: %s failed, errno=%d.", step, errno);
+    return false;
 }
 
 }  // namespace koli

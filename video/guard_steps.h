@@ -21,24 +21,24 @@ const KernelGuards& KernelGuardsGet();
 /// Bytes of memory in this machine.
 rlim_t MachineMemory();
 
-// Each step returns 0, or a negative value with errno set.
+// Each step is false, with errno set, when it has failed.
 
 /// Has `signal` sent to this process when `parent` ends.  Fails when that has ended already.
-int SignalAtParentsEnd(pid_t parent, int signal);
+bool SignalAtParentsEnd(pid_t parent, int signal);
 
 /// Closes everything but the standard three descriptors and `file` (-1: none).
-int CloseInherited(int file);
+void CloseInherited(int file);
 
 /// Lowers a limit, hard and soft.
-int LimitResource(__rlimit_resource resource, rlim_t value);
+bool LimitResource(__rlimit_resource resource, rlim_t value);
 
 /// Processor time, descriptors, address space (bytes; not under the sanitizers), and no writing to files.
-int LimitWork(rlim_t address_space);
+bool LimitWork(rlim_t address_space);
 
 /// Gives up every capability but those of the set `kept` (bits 0 to 31) that the process has.
-int KeepCapabilities(uint32_t kept);
+bool KeepCapabilities(uint32_t kept);
 
-/// Logs that `step` failed, with errno.  Returns -1.
-int GuardFailed(const char* step);
+/// Logs that `step` failed, with errno.  Returns false.
+bool GuardFailed(const char* step);
 
 }  // namespace koli

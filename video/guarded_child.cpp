@@ -5,9 +5,7 @@
 #include <cerrno>
 #include <csignal>
 
-#include "base/file_reading.h"
 #include "base/log.h"
-#include "base/reading.h"
 #include "platform/kolidb.h"
 #include "video/child_signals.h"
 #include "video/probe_messages.h"
@@ -21,27 +19,29 @@ constexpr const char kModule[] = "metamedia";
 /// would flush the daemon's open streams and move the offsets that both share.  An exception (memory at its
 /// limit) ends it here instead of unwinding into the daemon's code.
 [[noreturn]] void RunChild(const std::function<int(pid_t)>& body, pid_t parent, const sigset_t& mask,
-                           int* trouble) noexcept {
+                           FileReading& reading, Failure* failure) noexcept {
     if (signal(SIGTERM, SIG_DFL) == SIG_ERR) {
-        KOLI_LOG("%s:%d signal(SIGTERM, SIG_DFL) failed.");
+        KOLI_LOG_COLON("signal(SIGTERM, SIG_DFL) failed.");
         _exit(1);
     }
     signal(SIGUSR1, SIG_IGN);  // a request is the daemon's business; one sent to the whole group is no harm
     signal(SIGCHLD, SIG_DFL);
     sigprocmask(SIG_SETMASK, &mask, nullptr);
+    reading.ForgetFailure();
     const int result = body(parent);
-    *trouble = PassingFileTrouble();
+    *failure = reading.failure();
     _exit(result);
 }
 
 }  // namespace
 
-int GuardedChildRun(const std::function<int(pid_t parent)>& body, const WatchSettings& settings) {
+int GuardedChildRun(const std::function<int(pid_t parent)>& body, FileReading& reading,
+                    const WatchSettings& settings) {
     const ProbeMessages messages;
-    const Shared<int> trouble;  // errno, 0 = none
-    if (!messages.valid() || !trouble.valid()) {
-        ReadingFailedUnlogged(errno);
-        KOLI_LOG("%s:%d mmap() failed.");
+    const Shared<Failure> failure;
+    if (!messages.valid() || !failure.valid()) {
+        reading.ReadFailedUnlogged(errno);
+        KOLI_LOG_COLON("mmap() failed.");
         return -1;
     }
     KOLIDBFlush();
@@ -53,17 +53,18 @@ int GuardedChildRun(const std::function<int(pid_t parent)>& body, const WatchSet
         pid = settings.fork_child != nullptr ? settings.fork_child() : fork();
         if (pid == 0) {
             messages.Collect();
-            RunChild(body, parent, child_end.outer_mask(), trouble.get());
+            RunChild(body, parent, child_end.outer_mask(), reading, failure.get());
         }
     }
     if (pid < 0) {
-        ReadingFailedUnlogged(errno);
-        KOLI_LOG("%s:%d fork failed.");
+        reading.ReadFailedUnlogged(errno);
+        KOLI_LOG_COLON("fork failed.");
         return -1;
     }
-    const int result = ProbeChildWatchWith(pid, settings);
+    const int result = ProbeChildWatch(pid, reading, settings);
     messages.Relay();
-    if (*trouble.get() != 0) ReadingFailed(*trouble.get());
+    failure.get()->reason[sizeof failure.get()->reason - 1] = '\0';  // a child may have left anything there
+    reading.TakeOver(*failure.get());
     return result;
 }
 

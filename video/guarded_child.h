@@ -6,7 +6,7 @@
 
 #include <functional>
 
-#include "video/guarded_probe.h"
+#include "video/metamedia.h"
 
 namespace koli {
 
@@ -27,8 +27,9 @@ class Shared {
 };
 
 /// Runs `body`, which is told the daemon's pid, in a child, whose exit status is its result; the child's log
-/// lines, and what it could not read of the file that is being read, are the daemon's.  Watches the child as
+/// lines, and what goes wrong there with `reading`, are the daemon's.  Watches the child as
 /// `settings` say.  Returns as ProbeChildWatch does, or -1 (logged) when no child could be started.
-int GuardedChildRun(const std::function<int(pid_t parent)>& body, const WatchSettings& settings);
+int GuardedChildRun(const std::function<int(pid_t parent)>& body, FileReading& reading,
+                    const WatchSettings& settings);
 
 }  // namespace koli

@@ -43,23 +43,23 @@ RulesetAttributes Everything(int abi) {
 }
 
 /// Lets `path` be written to.
-int AllowWriting(int ruleset, const char* path) {
+bool AllowWriting(int ruleset, const char* path) {
     const int file = open(path, O_PATH | O_CLOEXEC);
-    if (file < 0) return -1;
+    if (file < 0) return false;
     const PathBeneathAttributes rule{kWriteFile, file};
-    const auto result = syscall(SYS_landlock_add_rule, ruleset, kRulePathBeneath, &rule, 0);
+    const bool result = syscall(SYS_landlock_add_rule, ruleset, kRulePathBeneath, &rule, 0) == 0;
     const int reason = errno;
     close(file);
     errno = reason;
-    return static_cast<int>(result);
+    return result;
 }
 
-int Enter(const RulesetAttributes& attributes, const char* writable) {
+bool Enter(const RulesetAttributes& attributes, const char* writable) {
     const auto ruleset =
         static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes, sizeof attributes, 0));
-    if (ruleset < 0) return -1;
-    int result = writable != nullptr ? AllowWriting(ruleset, writable) : 0;
-    if (result == 0) result = static_cast<int>(syscall(SYS_landlock_restrict_self, ruleset, 0));
+    if (ruleset < 0) return false;
+    const bool result = (writable == nullptr || AllowWriting(ruleset, writable)) &&
+                        syscall(SYS_landlock_restrict_self, ruleset, 0) == 0;
     const int reason = errno;
     close(ruleset);
     errno = reason;
@@ -73,12 +73,12 @@ int LandlockAbi() {
     return abi > 0 ? static_cast<int>(abi) : 0;
 }
 
-int LandlockAllowNothing(int abi) {
+bool LandlockAllowNothing(int abi) {
     // No rule: a rule's path may have become a folder, or a link to one, with all that is below it.
     return Enter(Everything(abi), nullptr);
 }
 
-int LandlockRefuseWriting(int abi) {
+bool LandlockRefuseWriting(int abi) {
     RulesetAttributes attributes = Everything(abi);
     attributes.handled_access_fs &= ~(kExecute | kReadFile | kReadDir);
     return Enter(attributes, "/dev/null");

@@ -9,10 +9,10 @@ int LandlockAbi();
 
 /// Gives up, for this process and for good, every access to files that are not open yet, and TCP, abstract
 /// sockets and signals to others where `abi` knows them.  Needs PR_SET_NO_NEW_PRIVS and, for a moment, one
-/// descriptor.  Returns 0, or -1 with errno set.
-int LandlockAllowNothing(int abi);
+/// descriptor.  False, with errno set, when that fails.
+bool LandlockAllowNothing(int abi);
 
 /// The same, but for reading, listing and running files, and for writing to /dev/null.
-int LandlockRefuseWriting(int abi);
+bool LandlockRefuseWriting(int abi);
 
 }  // namespace koli

@@ -12,70 +12,62 @@ namespace {
 constexpr const char kModule[] = "media";
 
 /// The two forms of message that these handlers use side by side.
-struct Texts {
-    const char* bad_parameter;
-    const char* save_failed;
-};
-constexpr Texts kAddTexts = {"%s (%d) Bad parameter.", "%s (%d) Failed to save media info to database."};
-constexpr Texts kSaveTexts = {"%s:%d Bad parameter.", "%s:%d Failed to save media info to database."};
-
 /// The head of every add handler: fills the zeroed record from the path.  Returns 0, or -1.
-int Prefill(const KnownPath& path, MediaInfo* record, const Texts& texts, LogSite site) {
+int Prefill(const KnownPath& path, MediaInfo* record, LogSite site) {
     if (path.IsEmpty()) {
-        LogError(texts.bad_parameter, site.module, site.line);
+        LogError(site, "Bad parameter.");
         return -1;
     }
     *record = MediaInfo{};
     return MediaInfoFill(path, record);
 }
 
-int Save(int type, MediaInfo* record, int result, const Texts& texts, LogSite site) {
+int Save(int type, MediaInfo* record, int result, LogSite site) {
     MediaInfoValid(record);
-    return SaveMediaInfo(type, *record, result, site, texts.save_failed);
+    return SaveMediaInfo(type, *record, result, site, "Failed to save media info to database.");
 }
 
 int Delete(int type, const char* path, LogSite site) {
-    return DeleteMediaInfo(type, path, site, "%s (%d) Failed to remove [%s] from database",
-                           RemoveFailure::kIsError);
+    return DeleteMediaInfo(type, path, site, "Failed to remove [%s] from database", RemoveFailure::kIsError);
 }
 
 /// Stores a file with nothing but what its path tells.
 int SaveUnread(int type, const KnownPath& path, LogSite site) {
     MediaInfo record;
-    if (Prefill(path, &record, kSaveTexts, site) != 0) return -1;
-    return Save(type, &record, -1, kSaveTexts, site);
+    if (Prefill(path, &record, site) != 0) return -1;
+    return Save(type, &record, -1, site);
 }
 
 }  // namespace
 
-int MediaVideoAdd(const KnownPath& path) {
+int MediaVideoAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
+    if (Prefill(path, &record, LogSite(kModule)) != 0) return -1;
     int result = -1;
-    if (MiscMediaInfoGet(path.text(), &record) != 0) {
-        KOLI_LOG("%s (%d) Failed to parse media metadata from file [%s].", path.text());
+    if (MiscMediaInfoGet(path.text(), &record, reading) != 0) {
+        KOLI_LOG("Failed to parse media metadata from file [%s].", path.text());
         result = 1;
     }
-    return Save(kStoreVideo, &record, result, kAddTexts, LogSite(kModule));
+    return Save(kStoreVideo, &record, result, LogSite(kModule));
 }
 
-int MediaMusicAdd(const KnownPath& path) {
+int MediaMusicAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (Prefill(path, &record, kAddTexts, LogSite(kModule)) != 0) return -1;
+    if (Prefill(path, &record, LogSite(kModule)) != 0) return -1;
     int result = -1;
-    if (MiscMediaInfoGet(record.path, &record) != 0) {
-        KOLI_LOG("%s:%d Failed to parse music metadata from file [%s].", record.path);
+    if (MiscMediaInfoGet(record.path, &record, reading) != 0) {
+        KOLI_LOG_COLON("Failed to parse music metadata from file [%s].", record.path);
         result = 1;
     }
-    return Save(kStoreMusic, &record, result, kAddTexts, LogSite(kModule));
+    return Save(kStoreMusic, &record, result, LogSite(kModule));
 }
 
-int MediaVideoSave(const KnownPath& path) {
-    return SaveUnread(kStoreVideo, path, LogSite(kModule));
+int MediaVideoSave(const KnownPath& path, FileReading&) {
+    return SaveUnread(kStoreVideo, path, LogSite(kModule, LogForm::kColon));
 }
 
-int MediaMusicSave(const KnownPath& path) {
-    return SaveUnread(kStoreMusic, path, LogSite(kModule));
+int MediaMusicSave(const KnownPath& path, FileReading&) {
+    return SaveUnread(kStoreMusic, path, LogSite(kModule, LogForm::kColon));
 }
 
 int MediaVideoDelete(const char* path) {

@@ -9,8 +9,6 @@ extern "C" {
 #include <cerrno>
 #include <string>
 
-#include "base/reading.h"
-
 namespace koli {
 namespace {
 
@@ -22,7 +20,8 @@ int RefuseOther(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary*
 
 }  // namespace
 
-MediaInput::MediaInput(int file, const char* path, const char* formats) : file_(file) {
+MediaInput::MediaInput(int file, const char* path, const char* formats, FileReading& reading)
+    : file_(file), reading_(reading) {
     auto* const buffer = static_cast<unsigned char*>(av_malloc(kBufferBytes));
     io_ =
         buffer != nullptr ? avio_alloc_context(buffer, kBufferBytes, 0, this, Read, nullptr, Seek) : nullptr;
@@ -55,7 +54,7 @@ int MediaInput::Read(void* self, uint8_t* buffer, int size) {
     } while (got < 0 && errno == EINTR);
     if (got > 0) input->at_ += got;
     if (got == 0) return AVERROR_EOF;
-    if (got < 0) ReadingFailedUnlogged(errno);
+    if (got < 0 && input->file_ >= 0) input->reading_.ReadFailedUnlogged(errno);
     return got > 0 ? static_cast<int>(got) : AVERROR(EIO);
 }
 

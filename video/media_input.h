@@ -7,6 +7,7 @@ extern "C" {
 
 #include <cstdint>
 
+#include "base/file_reading.h"
 #include "base/read_ahead.h"
 
 namespace koli {
@@ -18,7 +19,7 @@ class MediaInput {
     /// gives them, with commas between.  `file` stays the caller's and must live as long; its offset is
     /// moved.  `path` is nothing but the name by which some formats are told apart.  Whatever else a demuxer
     /// asks for, by a reference in the file, is refused.
-    MediaInput(int file, const char* path, const char* formats);
+    MediaInput(int file, const char* path, const char* formats, FileReading& reading);
     ~MediaInput();
     MediaInput(const MediaInput&) = delete;
     MediaInput& operator=(const MediaInput&) = delete;
@@ -32,7 +33,8 @@ class MediaInput {
     int64_t Size() const;
 
     int file_;
-    int64_t at_ = 0;  // the file's offset
+    FileReading& reading_;  // that the file belongs to
+    int64_t at_ = 0;        // the file's offset
     ReadAhead ahead_;
     AVIOContext* io_ = nullptr;
     AVFormatContext* context_ = nullptr;

@@ -10,30 +10,30 @@
 
 #include "base/log.h"
 #include "base/media_fields.h"
-#include "base/regular_file.h"
 #include "base/parse_number.h"
-#include "base/reading.h"
+#include "base/regular_file.h"
 #include "video/child_heap.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
 #include "video/guarded_child.h"
-#include "video/guarded_probe.h"
 #include "video/probe_guard.h"
 
 namespace koli {
 namespace {
 
 constexpr const char kModule[] = "metamedia";
+constexpr char kUnguarded[] = "the probe cannot be guarded";
 constexpr size_t kLineSize = 512;  // bytes of a line or a name below /proc, terminator included
 
 /// What the child does: its exit status.
-int ProbeInChild(const char* path, MediaInfo* record, ProbeFunction probe, pid_t parent) {
+int ProbeInChild(const char* path, MediaInfo* record, FileReading& reading, ProbeFunction probe,
+                 pid_t parent) {
     ChildHeapUseLargePages();
     const int file = RegularFile(path).Release();  // while there still are the daemon's rights
-    if (file < 0) ReadingFailedUnlogged(errno);
-    if (ProbeGuardEnter(file, parent) != 0) return 1;
-    if (probe(file, path, record) == 0) return 0;
-    KOLI_LOG("%s (%d) Failed to get Misc Media Info from [%s].", path);
+    if (file < 0) reading.ReadFailedUnlogged(errno);
+    if (!ProbeGuardEnter(file, parent)) return reading.CannotParse(kUnguarded), 1;
+    if (probe(file, path, record, reading) == 0) return 0;
+    KOLI_LOG("Failed to get Misc Media Info from [%s].", path);
     return 1;
 }
 
@@ -73,11 +73,13 @@ int ProcNumberGet(const char* file, const char* key, int32_t* value) {
 }
 
 /// What the status of an ended child means for the caller.
-int ExitResult(pid_t pid, int status) {
+int ExitResult(pid_t pid, int status, FileReading& reading) {
     if (WIFEXITED(status)) return WEXITSTATUS(status);
     if (WIFSIGNALED(status)) {
-        LogFirstSay("%s:%d Process killed by signal %d", kModule, __LINE__, WTERMSIG(status));
-        KOLI_LOG("%s:%d Process %d killed by signal %d", pid, WTERMSIG(status));
+        KOLI_LOG_COLON("Process %d killed by signal %d", pid, WTERMSIG(status));
+        char reason[sizeof Failure::reason];
+        snprintf(reason, sizeof reason, "reading it ended early: %s", strsignal(WTERMSIG(status)));
+        reading.CannotParse(reason);
     }
     return -1;
 }
@@ -88,74 +90,72 @@ void ProbePollSleep(const timespec& interval, const sigset_t& mask) {
     ppoll(nullptr, 0, &interval, &mask);
 }
 
-int GuardedProbeRun(const char* path, MediaInfo* record, ProbeFunction probe, const WatchSettings& settings) {
+int GuardedProbeRun(const char* path, MediaInfo* record, FileReading& reading, ProbeFunction probe,
+                    const WatchSettings& settings) {
     if (!ProbeGuardSuffices(settings.guards())) {
-        KOLI_LOG("%s (%d) Not probed, as nothing guards the probe on this kernel. [%s]", path);
+        if (errno != 0) reading.ReadFailedUnlogged(errno);
+        KOLI_LOG("Not probed, as nothing guards the probe on this kernel. [%s]", path);
+        reading.CannotParse("nothing guards the probe on this kernel");
         return 1;
     }
     const Shared<MediaInfo> shared;
     if (!shared.valid()) {
-        ReadingFailedUnlogged(errno);
-        KOLI_LOG("%s:%d mmap() failed.");
+        reading.ReadFailedUnlogged(errno);
+        KOLI_LOG_COLON("mmap() failed.");
         return -1;
     }
     memcpy(shared.get(), record, sizeof *record);
-    if (ProbeGuardPrepare() != 0) return 1;
-    const auto body = [&](pid_t parent) { return ProbeInChild(path, shared.get(), probe, parent); };
-    const int result = GuardedChildRun(std::cref(body), settings);
+    if (!ProbeGuardPrepare()) return reading.Trouble(kUnguarded, errno), 1;
+    const auto body = [&](pid_t parent) { return ProbeInChild(path, shared.get(), reading, probe, parent); };
+    const int result = GuardedChildRun(std::cref(body), reading, settings);
     EachMediaField(ProbedFields{*shared.get(), *record});
     return result;
 }
 
-int MiscMediaInfoGet(const char* path, MediaInfo* record) {
+int MiscMediaInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
     ContainerProbeWarmUp();
-    return GuardedProbeRun(path, record, MiscMediaInfoProbeFile, WatchSettings{});
+    return GuardedProbeRun(path, record, reading, MiscMediaInfoProbeFile);
 }
 
-int ProbeChildWatchWith(pid_t pid, const WatchSettings& settings) {
+int ProbeChildWatch(pid_t pid, FileReading& reading, const WatchSettings& settings) {
     if (pid <= 0) {
-        KOLI_LOG("%s:%d Bad parameters.");
+        KOLI_LOG_COLON("Bad parameters.");
         return -1;
     }
     const ChildEndScope child_end;
     int status = 0;
     for (uint32_t polls = 0;;) {
         settings.sleep(settings.interval, child_end.sleep_mask());
-        if (waitpid(pid, &status, WNOHANG) > 0) return ExitResult(pid, status);
+        if (waitpid(pid, &status, WNOHANG) > 0) return ExitResult(pid, status, reading);
         if (polls > settings.poll_limit) {
             settings.kill_child(pid);
-            LogFirstSay("%s:%d Process exceeded max loop count: %d", kModule, __LINE__,
-                        static_cast<int>(polls));
-            KOLI_LOG("%s:%d Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
-                     static_cast<int>(polls), static_cast<int>(settings.interval.tv_sec),
-                     static_cast<int>(settings.interval.tv_nsec));
+            reading.CannotParse("reading it takes too long");
+            KOLI_LOG_COLON("Process %d exceeded max loop count: %d, sec: %d, nsec: %d.", pid,
+                           static_cast<int>(polls), static_cast<int>(settings.interval.tv_sec),
+                           static_cast<int>(settings.interval.tv_nsec));
             return -1;
         }
         ++polls;
-        if (ProbeChildMemoryExceededIn(pid, settings.proc) != 0) {
+        if (ProbeChildMemoryExceeded(pid, settings.proc) != 0) {
             settings.kill_child(pid);
-            LogFirstSay("%s:%d Process exceeded max memory usage.", kModule, __LINE__);
-            KOLI_LOG("%s:%d Process %d exceeded max memory usage.", pid);
+            reading.CannotParse("reading it takes too much memory");
+            KOLI_LOG_COLON("Process %d exceeded max memory usage.", pid);
             return -1;
         }
     }
 }
 
-int ProbeChildWatch(pid_t pid) {
-    return ProbeChildWatchWith(pid, WatchSettings{});
-}
-
-int ProbeChildMemoryExceededIn(pid_t pid, const char* proc) {
+int ProbeChildMemoryExceeded(pid_t pid, const char* proc) {
     char file[kLineSize];
     int32_t total = 0;     // kB
     int32_t resident = 0;  // kB
     snprintf(file, sizeof file, "%s/meminfo", proc);
     switch (ProcNumberGet(file, "MemTotal:", &total)) {
         case -1:
-            KOLI_LOG("%s:%d Cannot open /proc/meminfo");
+            KOLI_LOG_COLON("Cannot open /proc/meminfo");
             return 0;
         case 0:
-            KOLI_LOG("%s:%d Cannot get MemTotal value.");
+            KOLI_LOG_COLON("Cannot get MemTotal value.");
             return 0;
         default:
             break;
@@ -163,10 +163,6 @@ int ProbeChildMemoryExceededIn(pid_t pid, const char* proc) {
     snprintf(file, sizeof file, "%s/%d/status", proc, pid);
     if (ProcNumberGet(file, "VmRSS:", &resident) != 1) return 0;
     return resident > static_cast<int32_t>(static_cast<double>(total) * 0.5) ? 1 : 0;
-}
-
-int ProbeChildMemoryExceeded(pid_t pid) {
-    return ProbeChildMemoryExceededIn(pid, "/proc");
 }
 
 pid_t ProbeChildKill(pid_t pid) {

@@ -37,7 +37,8 @@ int ParseOpenFile(MpegVideoReader* reader, MediaInfo* record) {
     int result = 0;
     if (MpegSequenceHeaderParse(reader, 0, &info) != 0 &&
         MpegProgramStreamParse(reader, &info, &audio) != 0) {
-        KOLI_LOG("%s (%d) Did not find video nor audio. Skip meta info");
+        KOLI_LOG("Did not find video nor audio. Skip meta info");
+        reader->file.reading->CannotParse("there is neither video nor audio in it");
         result = -1;
     }
     MpegVideoInfoToRecord(record, info, audio);
@@ -60,11 +61,11 @@ int64_t MpegPesPayloadOffset(MpegVideoReader* reader, int64_t position) {
 int MpegProgramStreamParse(MpegVideoReader* reader, MpegVideoInfo* info, MpegHeaderInfo* audio) {
     const int64_t video = MpegStartCodeFind(reader, 0, kSequenceHeaderCode);
     if (video == -1) {
-        KOLI_LOG("%s (%d) couldn't find any valid video.");
+        KOLI_LOG("couldn't find any valid video.");
         return -1;
     }
     if (MpegSequenceHeaderParse(reader, video, info) != 0) {
-        KOLI_LOG("%s (%d) failed to parse video.");
+        KOLI_LOG("failed to parse video.");
         return -1;
     }
     const int64_t packet = MpegStartCodeFind(reader, 0, kAudioStream0Code);
@@ -84,13 +85,13 @@ void MpegVideoInfoToRecord(MediaInfo* record, const MpegVideoInfo& info, const M
     record->channels = !has_audio ? 0U : audio.channel_mode == kMonoMode ? 1U : 2U;
 }
 
-int MpegVideoInfoGet(const char* path, MediaInfo* record) {
+int MpegVideoInfoGet(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     MpegVideoReader reader;
-    if (CachedFileOpen(&reader.file, path, LogSite(kModule)) != 0) return -1;
+    if (!CachedFileOpen(&reader.file, path, reading, LogSite(kModule))) return -1;
     reader.file.mode = kMpeg1;
     const int result = ParseOpenFile(&reader, record);
     MpegLogSuppressed(&reader);

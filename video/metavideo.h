@@ -2,6 +2,7 @@
 #pragma once
 
 #include "audio/mpeg_frame.h"
+#include "base/file_reading.h"
 #include "base/media_info.h"
 #include "video/mpeg_sequence.h"
 
@@ -11,7 +12,7 @@ namespace koli {
 /// stream with MPEG audio in its audio stream 0, `audio_bitrate`, `sample_rate` and `channels`; the others of
 /// them become 0.  Returns 0, or -1 (logged) for a bad argument or a file that cannot be opened, the record
 /// then untouched, and for a file without a sequence header in its first 100000 bytes.
-int MpegVideoInfoGet(const char* path, MediaInfo* record);
+int MpegVideoInfoGet(const char* path, MediaInfo* record, FileReading& reading);
 
 /// Finds the first sequence header and the first audio frame of a program stream.  `audio` stays zero when
 /// there is none.  Returns 0, or -1 (logged) without a sequence header.

@@ -19,11 +19,11 @@ void MergeProbe(const MediaInfo& probe, MediaInfo* record) {
 
 }  // namespace
 
-int Mp4InfoFill(const KnownPath& path, MediaInfo* record) {
-    if (MediaInfoBegin(path, record, LogSite(kModule)) != 0) return -1;
+int Mp4InfoFill(const KnownPath& path, MediaInfo* record, FileReading& reading) {
+    if (!MediaInfoBegin(path, record, LogSite(kModule))) return -1;
     int result = 0;
-    if (Mp4MetadataRead(record->path, record) < 0) {
-        KOLI_LOG("%s (%d) Failed to parse mp4 metadata.");
+    if (Mp4MetadataRead(record->path, record, reading) < 0) {
+        KOLI_LOG("Failed to parse mp4 metadata.");
         result = 1;
     }
     MediaInfoValid(record);
@@ -32,18 +32,18 @@ int Mp4InfoFill(const KnownPath& path, MediaInfo* record) {
     return result;
 }
 
-int Mp4Add(const KnownPath& path) {
+int Mp4Add(const KnownPath& path, FileReading& reading) {
     MediaInfo record{};
     MediaInfo probe{};
-    const int result = Mp4InfoFill(path, &record);
+    const int result = Mp4InfoFill(path, &record, reading);
     if (result != 0 && result != 1) return -1;
-    if (MiscMediaInfoGet(path.text(), &probe) == 0) MergeProbe(probe, &record);
+    if (MiscMediaInfoGet(path.text(), &probe, reading) == 0) MergeProbe(probe, &record);
     return SaveMediaInfo(kStoreMusic, record, result, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+                         "Failed to save media info to database.");
 }
 
 int Mp4Delete(const char* path) {
-    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+    return DeleteMediaInfo(kStoreMusic, path, LogSite(kModule), "Failed to remove [%s] from database",
                            RemoveFailure::kIsError);
 }
 

@@ -20,15 +20,15 @@ constexpr int kFrontCover = 3;  // ID3's picture type
 constexpr int kFirstPicture = 1;
 
 constexpr CoverFileMessages kMessages = {
-    "%s (%d) FAILED to get CoverPath of %s",
-    "%s (%d) FAILED to unlink :%s, reason=%s",
+    "FAILED to get CoverPath of %s",
+    "FAILED to unlink :%s, reason=%s",
 };
 
 }  // namespace
 
-int Mp4CoverArtSave(MP4FileHandle file, const char* path) {
+int Mp4CoverArtSave(MP4FileHandle file, const char* path, FileReading& reading) {
     if (file == nullptr || path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameters.");
+        KOLI_LOG("Bad parameters.");
         return 0;
     }
     MP4CoverData data{};
@@ -36,21 +36,18 @@ int Mp4CoverArtSave(MP4FileHandle file, const char* path) {
     uint32_t type = 0;
     if (!MP4GetMetadataCoverArt(file, &data, &size) || !MP4GetMetadataCoverArtFileType(file, &type)) return 0;
     if (type != kTypeJpeg && type != kTypePng) {
-        KOLI_LOG("%s (%d) Wrong file type %d of cover art of %s.", static_cast<int>(type), path);
+        KOLI_LOG("Wrong file type %d of cover art of %s.", static_cast<int>(type), path);
         return 0;
     }
     if (size < (type == kTypeJpeg ? kMinJpegSize : kMinPngSize)) return 0;
+    const CoverSource source = {data.descriptor, data.offset, static_cast<int64_t>(size)};
     CoverLimits limits;
-    if (!CoverIsWithinLimits(data.descriptor, data.offset, static_cast<int64_t>(size), path, LogSite(kModule),
-                             &limits))
-        return 0;
-
-    const auto source = [&data, size](int fd) {
-        return CopyFileBytes(data.descriptor, data.offset, static_cast<int64_t>(size), fd);
-    };
+    if (!CoverIsWithinLimits(source, path, LogSite(kModule), &limits)) return 0;
     return CoverFileWrite(path, kFrontCover, kFirstPicture,
-                          type == kTypeJpeg ? KOLI_COVER_JPEG : KOLI_COVER_PNG, source, LogSite(kModule),
-                          kMessages);
+                          type == kTypeJpeg ? KOLI_COVER_JPEG : KOLI_COVER_PNG, source, reading,
+                          LogSite(kModule), kMessages)
+               ? 1
+               : 0;
 }
 
 }  // namespace koli

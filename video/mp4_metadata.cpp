@@ -3,10 +3,10 @@
 #include <memory>
 #include <string_view>
 
+#include "audio/cover_file.h"
 #include "base/log.h"
 #include "base/parse_number.h"
 #include "base/path_names.h"
-#include "platform/koliindex.h"
 #include "video/mp4.h"
 
 namespace koli {
@@ -22,11 +22,6 @@ struct FreeText {
 };
 using Text = std::unique_ptr<char, FreeText>;
 using TextGetter = bool(MP4FileHandle, char**);
-
-void RemoveOldCover(const char* path) {
-    char folder[kPathSize] = {};
-    if (GetCoverFolder(path, folder, sizeof folder) != 0) CleanOldCover(folder);
-}
 
 /// The tracks that count; MP4_INVALID_TRACK_ID for one that there is not.
 struct ChosenTracks {
@@ -100,25 +95,27 @@ uint32_t Mp4TrackSeconds(MP4FileHandle file, MP4TrackId track) {
     return static_cast<uint32_t>(MP4ConvertFromTrackDuration(file, track, duration, 1));
 }
 
-int Mp4MetadataRead(const char* path, MediaInfo* record) {
+int Mp4MetadataRead(const char* path, MediaInfo* record, FileReading& reading) {
     if (path == nullptr || *path == '\0' || record == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
-    RemoveOldCover(path);
-    const std::unique_ptr<MP4File, CloseFile> file(MP4Read(path, 0));
+    CoversRemove(path, reading);
+    const std::unique_ptr<MP4File, CloseFile> file(MP4Read(path, 0, reading));
     if (file == nullptr) {
-        KOLI_LOG("%s:%d Failed to parse mp4 metadata from [%s].", path);
+        KOLI_LOG_COLON("Failed to parse mp4 metadata from [%s].", path);
+        reading.CannotParse("it is no readable MP4 file");
         return -1;
     }
     const uint32_t count = MP4GetNumberOfTracks(file.get(), nullptr, 0);
     if (count == 0) {
-        KOLI_LOG("%s (%d) No tracks in mp4.");
+        KOLI_LOG("No tracks in mp4.");
+        reading.CannotParse("there are no tracks in it");
         return -1;
     }
     StoreTracks(file.get(), ChooseTracks(file.get(), count), record);
     StoreTexts(file.get(), record);
-    if (Mp4CoverArtSave(file.get(), path) != 0) record->has_cover = 1;
+    if (Mp4CoverArtSave(file.get(), path, reading) != 0) record->has_cover = 1;
     StoreNumbers(file.get(), record);
     return 0;
 }

@@ -40,7 +40,7 @@ int MpegSequenceHeaderParse(MpegVideoReader* reader, int64_t position, MpegVideo
     info->height = MpegWordAt(reader, position + 5) & 0xFFF;
     info->frame_rate = kFrameRates[MpegByteAt(reader, position + 7) & 0x0F];
     info->aspect_ratio = static_cast<uint8_t>(MpegByteAt(reader, position + 7) >> 4);
-    if (info->aspect_ratio == 0) KOLI_LOG("%s (%d) invalid aspect_ratio.");
+    if (info->aspect_ratio == 0) KOLI_LOG("invalid aspect_ratio.");
     info->bitrate_value = static_cast<uint32_t>(MpegWordAt(reader, position + 8)) << 2 |
                           static_cast<uint32_t>(MpegByteAt(reader, position + 10)) >> 6;
     // From the 18 bits alone: an extension does not change it any more.

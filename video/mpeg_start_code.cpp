@@ -19,12 +19,12 @@ constexpr uint8_t kPrefix[] = {0, 0, 1};
 
 int MpegByteAt(MpegVideoReader* reader, int64_t position) {
     if (position < 0) {
-        KOLI_LOG("%s (%d) AT EOF ");
+        KOLI_LOG("AT EOF ");
         return kUnreadable;
     }
     const ByteWindow window = CachedWindowAt(&reader->file, position);
     if (window.length == 0) {
-        if (reader->invalid_offset.Admit()) KOLI_LOG("%s (%d) Invalid offset ");
+        if (reader->invalid_offset.Admit()) KOLI_LOG("Invalid offset ");
         return kUnreadable;
     }
     return window.data[0];
@@ -71,7 +71,7 @@ int64_t MpegStartCodeNext(MpegVideoReader* reader, int64_t position, int* code) 
 
 void MpegLogSuppressed(const MpegVideoReader* reader) {
     const int64_t count = reader->invalid_offset.Suppressed();
-    if (count > 0) KOLI_LOG("%s (%d) Invalid offset, %lld more times", static_cast<long long>(count));
+    if (count > 0) KOLI_LOG("Invalid offset, %lld more times", static_cast<long long>(count));
     MpegFrameLogSuppressed(&reader->file);
 }
 

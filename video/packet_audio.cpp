@@ -34,6 +34,7 @@ class FollowerCheck {
   public:
     explicit FollowerCheck(CachedFileReader* reader) : near_(reader), zeros_(reader) {
         far_.fp = reader->fp;
+        far_.reading = reader->reading;
         far_.size = reader->size;
         far_.end_of_file = reader->end_of_file;
     }

@@ -53,17 +53,37 @@ constexpr std::array kMapping = {SCMP_SYS(mmap), SCMP_SYS(mmap2)};
 constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect),
                            SCMP_SYS(bind),   SCMP_SYS(execve),     SCMP_SYS(execveat)};
 
-constexpr int kRefusedToPrograms[] = {SCMP_SYS(socket),
-                                      SCMP_SYS(socketcall),
-                                      SCMP_SYS(socketpair),
-                                      SCMP_SYS(connect),
-                                      SCMP_SYS(bind),
-                                      SCMP_SYS(io_uring_setup),
-                                      SCMP_SYS(ptrace),
-                                      SCMP_SYS(process_vm_readv),
-                                      SCMP_SYS(process_vm_writev),
-                                      SCMP_SYS(setsid),
-                                      SCMP_SYS(setpgid)};
+// A program is root like the daemon, though without its capabilities: root's files and processes are its own,
+// and the oldest Landlock guards no file's length, none guards modes, owners and times.
+constexpr int kRefusedToPrograms[] = {
+    // the network, and what passes by this filter
+    SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect), SCMP_SYS(bind),
+    SCMP_SYS(io_uring_setup),
+    // what is there of files
+    SCMP_SYS(truncate), SCMP_SYS(truncate64), SCMP_SYS(ftruncate), SCMP_SYS(ftruncate64), SCMP_SYS(fallocate),
+    SCMP_SYS(chmod), SCMP_SYS(fchmod), SCMP_SYS(fchmodat), SCMP_SYS(chown), SCMP_SYS(chown32),
+    SCMP_SYS(lchown), SCMP_SYS(lchown32), SCMP_SYS(fchown), SCMP_SYS(fchown32), SCMP_SYS(fchownat),
+    SCMP_SYS(setxattr), SCMP_SYS(lsetxattr), SCMP_SYS(fsetxattr), SCMP_SYS(removexattr),
+    SCMP_SYS(lremovexattr), SCMP_SYS(fremovexattr), SCMP_SYS(utime), SCMP_SYS(utimes), SCMP_SYS(futimesat),
+    SCMP_SYS(utimensat), SCMP_SYS(utimensat_time64),
+    // other processes; kill and prlimit64 are below
+    SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv), SCMP_SYS(process_vm_writev), SCMP_SYS(process_madvise),
+    SCMP_SYS(process_mrelease), SCMP_SYS(pidfd_getfd), SCMP_SYS(pidfd_send_signal), SCMP_SYS(tkill),
+    SCMP_SYS(tgkill), SCMP_SYS(rt_sigqueueinfo), SCMP_SYS(rt_tgsigqueueinfo), SCMP_SYS(setpriority),
+    SCMP_SYS(ioprio_set), SCMP_SYS(sched_setaffinity), SCMP_SYS(sched_setattr), SCMP_SYS(sched_setparam),
+    SCMP_SYS(sched_setscheduler), SCMP_SYS(migrate_pages), SCMP_SYS(move_pages), SCMP_SYS(setsid),
+    SCMP_SYS(setpgid)};
+
+// Newer than the library's names: fchmodat2, setxattrat, removexattrat and file_setattr, which have the same
+// number on every architecture that numbers new calls like the others.
+#if defined(__alpha__) || defined(__mips__)
+constexpr std::array<int, 0> kNewToPrograms{};
+#else
+constexpr std::array kNewToPrograms = {452, 463, 466, 469};
+#endif
+
+// To these, 0 is the caller and its group, or the caller.
+constexpr int kForOneself[] = {SCMP_SYS(kill), SCMP_SYS(prlimit64)};
 
 // A sanitizer's report is worth more than the last bit of tightness.
 constexpr int kForSanitizers[] = {SCMP_SYS(write), SCMP_SYS(sigaltstack), SCMP_SYS(readlink),
@@ -75,8 +95,7 @@ bool Succeeded(int result) {
     return result == 0;
 }
 
-template <size_t N>
-bool AddAll(scmp_filter_ctx filter, uint32_t action, const int (&calls)[N]) {
+bool AddAll(scmp_filter_ctx filter, uint32_t action, std::span<const int> calls) {
     for (const int call : calls)
         if (!Succeeded(seccomp_rule_add(filter, action, call, 0))) return false;
     return true;
@@ -116,6 +135,14 @@ bool AddRules(scmp_filter_ctx filter) {
            (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
 }
 
+bool AddProgramRules(scmp_filter_ctx filter) {
+    constexpr scmp_arg_cmp kOther[] = {{0, SCMP_CMP_NE, 0, 0}};
+    for (const int call : kForOneself)
+        if (!Succeeded(seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(EPERM), call, 1, kOther))) return false;
+    return AddAll(filter, SCMP_ACT_ERRNO(EPERM), kRefusedToPrograms) &&
+           AddAll(filter, SCMP_ACT_ERRNO(EPERM), kNewToPrograms);
+}
+
 /// The library writes its program to a descriptor; a pipe, which holds 65536 bytes, needs no file.
 ssize_t Export(scmp_filter_ctx filter, std::span<std::byte> program) {
     int ends[2];
@@ -142,45 +169,43 @@ bool FindOwnPid(ProbeFilter* filter) {
 }
 
 /// Builds the filter that `add_rules` makes; what it does not name is answered with `otherwise`.
-int Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filter_ctx)) {
+bool Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filter_ctx)) {
     filter->length = 0;
     const Filter rules(seccomp_init(otherwise), seccomp_release);
     if (rules == nullptr) {
         errno = ENOMEM;
-        return -1;
+        return false;
     }
     seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
-    if (!add_rules(rules.get())) return -1;
+    if (!add_rules(rules.get())) return false;
 
     ProbeFilter built;
     const ssize_t bytes = Export(rules.get(), std::as_writable_bytes(std::span(built.instructions)));
-    if (bytes < 0) return -1;
+    if (bytes < 0) return false;
     built.length = static_cast<uint16_t>(static_cast<size_t>(bytes) / sizeof(sock_filter));
     if (built.length == ProbeFilter::kMaxInstructions || !FindOwnPid(&built)) {  // a full array may be cut
         errno = EOVERFLOW;
-        return -1;
+        return false;
     }
     *filter = built;
-    return 0;
+    return true;
 }
 
 }  // namespace
 
-int ProbeFilterBuild(ProbeFilter* filter) {
+bool ProbeFilterBuild(ProbeFilter* filter) {
     return Build(filter, SCMP_ACT_ERRNO(EPERM), AddRules);
 }
 
-int ProgramFilterBuild(ProbeFilter* filter) {
-    return Build(filter, SCMP_ACT_ALLOW, [](scmp_filter_ctx rules) {
-        return AddAll(rules, SCMP_ACT_ERRNO(EPERM), kRefusedToPrograms);
-    });
+bool ProgramFilterBuild(ProbeFilter* filter) {
+    return Build(filter, SCMP_ACT_ALLOW, AddProgramRules);
 }
 
-int ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {
+bool ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {
     if (filter->own_pid != ProbeFilter::kNone)
         filter->instructions[filter->own_pid].k = static_cast<uint32_t>(getpid());
     const sock_fprog program{filter->length, filter->instructions.data()};
-    return static_cast<int>(syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program));
+    return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, flags, &program) == 0;
 }
 
 }  // namespace koli

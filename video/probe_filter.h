@@ -19,15 +19,16 @@ struct ProbeFilter {
 
 /// Builds the filter: reading of open files, memory and time are allowed, a socket or another program ends
 /// the process, everything else fails with EPERM; abort() does what it should.  Costs about a millisecond:
-/// once per daemon, not per child.  Returns 0; -1 with errno set, and `length` 0, when it could not be built.
-int ProbeFilterBuild(ProbeFilter* filter);
+/// once per daemon, not per child.  False, with errno set and `length` 0, when it could not be built.
+bool ProbeFilterBuild(ProbeFilter* filter);
 
-/// Builds the filter of a program that reads a file: no network, no other process is looked into, and its
-/// group of processes is not left; all else is allowed.  Returns as ProbeFilterBuild does.
-int ProgramFilterBuild(ProbeFilter* filter);
+/// Builds the filter of a program that reads a file: no network, no file's length, mode, owner, times or
+/// attributes are changed, no other process is looked into, changed or, but for its own group, signalled, and
+/// that group is not left; all else is allowed.  Returns as ProbeFilterBuild does.
+bool ProgramFilterBuild(ProbeFilter* filter);
 
 /// Puts this process under the filter for good, with `flags` of seccomp(2).  Needs PR_SET_NO_NEW_PRIVS.
-/// Returns 0, or -1 with errno set.
-int ProbeFilterEnter(ProbeFilter* filter, unsigned flags);
+/// False, with errno set, when that fails.
+bool ProbeFilterEnter(ProbeFilter* filter, unsigned flags);
 
 }  // namespace koli

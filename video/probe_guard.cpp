@@ -1,11 +1,13 @@
 #include "video/probe_guard.h"
 
+#include <strings.h>
 #include <sys/prctl.h>
 
+#include <cerrno>
 #include <csignal>
-#include <cstring>
 
 #include "base/log.h"
+#include "base/passing_error.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
 #include "video/guard_steps.h"
@@ -28,28 +30,28 @@ GuardState guard;
 
 // ---- Steps of the probe's alone.
 
-int RefusePrivileges() {
+bool RefusePrivileges() {
     // Not dumpable: neither a core helper nor another process of the same user gets at the memory.
-    return prctl(PR_SET_DUMPABLE, 0) == 0 ? prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) : -1;
+    return prctl(PR_SET_DUMPABLE, 0) == 0 && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
 }
 
-int RefuseFiles() {
+bool RefuseFiles() {
     const int abi = KernelGuardsGet().landlock_abi;
-    return abi > 0 ? LandlockAllowNothing(abi) : 0;
+    return abi <= 0 || LandlockAllowNothing(abi);
 }
 
-int FilterSystemCalls() {
+bool FilterSystemCalls() {
     const KernelGuards& kernel = KernelGuardsGet();
-    return kernel.has_filters ? ProbeFilterEnter(&guard.filter, kernel.filter_flags) : 0;
+    return !kernel.has_filters || ProbeFilterEnter(&guard.filter, kernel.filter_flags);
 }
 
 }  // namespace
 
-int ProbeGuardPrepare() {
+bool ProbeGuardPrepare() {
     // More than the whole machine's memory is never needed: one poll of the watch is long enough to fill it.
     if (guard.address_space == 0) guard.address_space = MachineMemory() + kLibraryBytes;
-    if (!KernelGuardsGet().has_filters || guard.filter.length != 0) return 0;
-    return ProbeFilterBuild(&guard.filter) == 0 ? 0 : GuardFailed("building the filter");
+    if (!KernelGuardsGet().has_filters || guard.filter.length != 0) return true;
+    return ProbeFilterBuild(&guard.filter) || GuardFailed("building the filter");
 }
 
 ProbeGuardStatus ProbeGuardStatusGet() {
@@ -58,34 +60,37 @@ ProbeGuardStatus ProbeGuardStatusGet() {
 }
 
 bool ProbeGuardSuffices(const ProbeGuardStatus& status) {
+    errno = 0;
     if (status.system_call_filter || status.file_rules) return true;
     char value[8];
-    return KLIBFileGetKeyValue(paths::kConfig, "unguardedprobe", value, sizeof value, 0) < 0 ||
-           strcmp(value, "no") != 0;
+    if (KLIBFileGetKeyValue(paths::kConfig, "unguardedprobe", value, sizeof value, 0) < 0)
+        return errno == 0 || !IsPassingError(errno);
+    errno = 0;
+    return strcasecmp(value, "no") != 0;
 }
 
 void ProbeGuardReport() {
     ProbeGuardPrepare();
     const ProbeGuardStatus status = ProbeGuardStatusGet();
     if (status.system_call_filter && status.file_rules) return;
-    LogNotice("%s (%d) Media is %sprobed without%s%s: this kernel lacks it.", kModule, __LINE__,
+    LogNotice(LogSite(kModule), "Media is %sprobed without%s%s: this kernel lacks it.",
               ProbeGuardSuffices(status) ? "" : "not ", status.system_call_filter ? "" : " [seccomp]",
               status.file_rules ? "" : " [Landlock]");
 }
 
-int ProbeGuardEnter(int file, pid_t parent) {
+bool ProbeGuardEnter(int file, pid_t parent) {
     // The order matters: descriptors first, so that nothing of the daemon's is open below; the rules for
     // files need a descriptor of their own and system calls that the filter refuses; both need the refusal of
     // new privileges.
-    if (SignalAtParentsEnd(parent, SIGKILL) != 0) return GuardFailed("end with parent");
-    if (CloseInherited(file) != 0) return GuardFailed("closing");
-    if (LimitWork(guard.address_space) != 0) return GuardFailed("limits");
-    if (LimitResource(RLIMIT_NPROC, 0) != 0) return GuardFailed("limits");
-    if (RefusePrivileges() != 0) return GuardFailed("no new privileges");
-    if (KeepCapabilities(0) != 0) return GuardFailed("capabilities");
-    if (RefuseFiles() != 0) return GuardFailed("Landlock");
-    if (FilterSystemCalls() != 0) return GuardFailed("seccomp");
-    return 0;
+    if (!SignalAtParentsEnd(parent, SIGKILL)) return GuardFailed("end with parent");
+    CloseInherited(file);
+    if (!LimitWork(guard.address_space)) return GuardFailed("limits");
+    if (!LimitResource(RLIMIT_NPROC, 0)) return GuardFailed("limits");
+    if (!RefusePrivileges()) return GuardFailed("no new privileges");
+    if (!KeepCapabilities(0)) return GuardFailed("capabilities");
+    if (!RefuseFiles()) return GuardFailed("Landlock");
+    if (!FilterSystemCalls()) return GuardFailed("seccomp");
+    return true;
 }
 
 }  // namespace koli

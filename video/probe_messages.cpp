@@ -42,7 +42,7 @@ void ProbeMessages::Relay() const {
     for (int lines = 0; lines < kMaxLines; ++lines) {
         const size_t length = strnlen(area_ + at, kSize - at);
         if (length == 0) return;
-        LogError("%.*s", static_cast<int>(length), area_ + at);
+        LogError(LogSite("", LogForm::kBare), "%.*s", static_cast<int>(length), area_ + at);
         at += length + 1;
         if (at >= kSize) return;
     }

@@ -21,34 +21,34 @@ void KillGroup(int) {
     kill(0, SIGKILL);
 }
 
-int RefuseWriting() {
+bool RefuseWriting() {
     const int abi = KernelGuardsGet().landlock_abi;
-    return abi > 0 ? LandlockRefuseWriting(abi) : 0;
+    return abi <= 0 || LandlockRefuseWriting(abi);
 }
 
-int FilterSystemCalls() {
+bool FilterSystemCalls() {
     const KernelGuards& kernel = KernelGuardsGet();
-    return kernel.has_filters ? ProbeFilterEnter(&filter, kernel.filter_flags) : 0;
+    return !kernel.has_filters || ProbeFilterEnter(&filter, kernel.filter_flags);
 }
 
 }  // namespace
 
-int ProgramGuardPrepare() {
-    if (!KernelGuardsGet().has_filters || filter.length != 0) return 0;
-    return ProgramFilterBuild(&filter) == 0 ? 0 : GuardFailed("building the filter");
+bool ProgramGuardPrepare() {
+    if (!KernelGuardsGet().has_filters || filter.length != 0) return true;
+    return ProgramFilterBuild(&filter) || GuardFailed("building the filter");
 }
 
-int ProgramGuardEnter(pid_t parent) {
+bool ProgramGuardEnter(pid_t parent) {
     if (setpgid(0, 0) != 0) return GuardFailed("process group");
     signal(SIGTERM, KillGroup);
-    if (SignalAtParentsEnd(parent, SIGTERM) != 0) return GuardFailed("end with parent");
-    if (CloseInherited(-1) != 0) return GuardFailed("closing");
-    if (LimitWork(MachineMemory() / 2) != 0) return GuardFailed("limits");
+    if (!SignalAtParentsEnd(parent, SIGTERM)) return GuardFailed("end with parent");
+    CloseInherited(-1);
+    if (!LimitWork(MachineMemory() / 2)) return GuardFailed("limits");
     if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return GuardFailed("no new privileges");
-    if (KeepCapabilities(1U << CAP_DAC_READ_SEARCH) != 0) return GuardFailed("capabilities");
-    if (RefuseWriting() != 0) return GuardFailed("Landlock");
-    if (FilterSystemCalls() != 0) return GuardFailed("seccomp");
-    return 0;
+    if (!KeepCapabilities(1U << CAP_DAC_READ_SEARCH)) return GuardFailed("capabilities");
+    if (!RefuseWriting()) return GuardFailed("Landlock");
+    if (!FilterSystemCalls()) return GuardFailed("seccomp");
+    return true;
 }
 
 pid_t ProgramChildKill(pid_t pid) {

@@ -11,23 +11,23 @@ namespace {
 constexpr const char kModule[] = "video";
 }
 
-int VideoAdd(const KnownPath& path) {
+int VideoAdd(const KnownPath& path, FileReading& reading) {
     MediaInfo record;
-    if (MediaInfoBegin(path, &record, LogSite(kModule)) != 0) return -1;
+    if (!MediaInfoBegin(path, &record, LogSite(kModule))) return -1;
     MediaInfoNames(path.text(), NamesFromPath::kPreset, &record, LogSite(kModule));
 
     int result = -1;
-    if (MpegVideoInfoGet(path.text(), &record) < 0) {
-        KOLI_LOG("%s (%d) Failed to parse dat metadata.");
+    if (MpegVideoInfoGet(path.text(), &record, reading) < 0) {
+        KOLI_LOG("Failed to parse dat metadata.");
         result = 1;
     }
     MediaInfoValid(&record);
     return SaveMediaInfo(kStoreVideo, record, result, LogSite(kModule),
-                         "%s (%d) Failed to save media info to database.");
+                         "Failed to save media info to database.");
 }
 
 int VideoDelete(const char* path) {
-    return DeleteMediaInfo(kStoreVideo, path, LogSite(kModule), "%s (%d) Failed to remove [%s] from database",
+    return DeleteMediaInfo(kStoreVideo, path, LogSite(kModule), "Failed to remove [%s] from database",
                            RemoveFailure::kIsError);
 }
 

@@ -55,19 +55,19 @@ int IsRecycleBinPath(const char* path) {
     return EndsComponent(slash[1 + kLength]) ? 1 : 0;
 }
 
-int ShareTargetGet(const char* share_link, char (&target)[kPathSize]) {
+bool ShareTargetGet(const char* share_link, char (&target)[kPathSize]) {
     memset(target, 0, sizeof target);
     char text[kPathSize] = {};
-    if (readlink(share_link, text, sizeof text - 1) < 0) return -1;
+    if (readlink(share_link, text, sizeof text - 1) < 0) return false;
     const char* slash = strrchr(share_link, '/');
     const size_t folder = *text != '/' && slash != nullptr ? static_cast<size_t>(slash - share_link) + 1 : 0;
     const size_t length = strlen(text);
-    if (folder + length >= sizeof target) return -1;
+    if (folder + length >= sizeof target) return false;
     memcpy(target, share_link, folder);
     memcpy(target + folder, text, length + 1);
     PathCollapse(target);
     ResolveParents(target);
-    return 0;
+    return true;
 }
 
 void PathCollapse(char* path) {

@@ -24,9 +24,9 @@ int IsPhotoSharePath(const char* path);
 int IsRecycleBinPath(const char* path);
 
 /// Reads where a share's link points to: a target that is relative is taken relative to the link's folder,
-/// "." and ".." in it are resolved by the text alone.  Returns 0, or -1 when it is no link that can be read,
-/// or its target fits no path.
-int ShareTargetGet(const char* share_link, char (&target)[kPathSize]);
+/// "." and ".." in it are resolved by the text alone.  False when it is no link that can be read, or its
+/// target fits no path.
+bool ShareTargetGet(const char* share_link, char (&target)[kPathSize]);
 
 /// Takes out of `path` in place what names nothing, so that one file has one name: '/'s behind a '/' and at
 /// the end, and components ".".  Of a path that is nothing else its first character stays.  ".." stays: what

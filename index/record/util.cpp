@@ -25,7 +25,7 @@ void FillFromLook(const char* path, const struct stat& file, MediaInfo* record) 
 
 int MediaInfoFill(const KnownPath& path, MediaInfo* record) {
     if (path.IsEmpty() || record == nullptr) {
-        KOLI_LOG("%s:%d Bad parameter.");
+        KOLI_LOG_COLON("Bad parameter.");
         return -1;
     }
     const struct stat* file = path.file();
@@ -33,21 +33,21 @@ int MediaInfoFill(const KnownPath& path, MediaInfo* record) {
 
     FillFromLook(path.text(), *file, record);
     TitleFromPath(path.text(), record->title, sizeof record->title);
-    if (!AlbumFromPath(path.text(), record->album, sizeof record->album)) KOLI_LOG("%s:%d Impossible error.");
+    if (!AlbumFromPath(path.text(), record->album, sizeof record->album)) KOLI_LOG_COLON("Impossible error.");
     return 0;
 }
 
-int MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site) {
+bool MediaInfoBegin(const KnownPath& path, MediaInfo* record, LogSite site) {
     if (path.IsEmpty() || record == nullptr) {
-        LogError("%s (%d) Bad parameter.", site.module, site.line);
-        return -1;
+        LogError(site, "Bad parameter.");
+        return false;
     }
     const struct stat* file = path.file();
-    if (file == nullptr) return -1;
+    if (file == nullptr) return false;
 
     *record = MediaInfo{};
     FillFromLook(path.text(), *file, record);
-    return 0;
+    return true;
 }
 
 void MediaInfoNames(const char* path, NamesFromPath which, MediaInfo* record, LogSite site) {
@@ -57,32 +57,29 @@ void MediaInfoNames(const char* path, NamesFromPath which, MediaInfo* record, Lo
         TitleFromPath(path, record->title, sizeof record->title);
     }
     if (!is_preset && record->album[0] != '\0') return;
-    if (!AlbumFromPath(path, record->album, sizeof record->album))
-        LogError("%s (%d) Impossible error.", site.module, site.line);
+    if (!AlbumFromPath(path, record->album, sizeof record->album)) LogError(site, "Impossible error.");
 }
 
-int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, const char* format) {
+int SaveMediaInfo(int type, const MediaInfo& record, int result, LogSite site, LogText<1> failure) {
     if (MediaInfoDBSave(type, &record) != 0) {
-        LogError(format, site.module, site.line, record.path);
+        LogError(site, failure.text, record.path);
         return result;
     }
     return result == 1 ? 1 : 0;
 }
 
-int DeleteMediaInfo(int type, const char* path, LogSite site, const char* failure_format,
-                    RemoveFailure on_failure) {
+int DeleteMediaInfo(int type, const char* path, LogSite site, LogText<1> failure, RemoveFailure on_failure) {
     const int kind = KLIBPathLook(path);
     if (kind == KLIB_PATH_FILE) {
-        LogError("%s (%d) File exists. Skip remove it from database.", site.module, site.line);
+        LogError(site, "File exists. Skip remove it from database.");
         return -1;
     }
     if (kind == KLIB_PATH_UNKNOWN) {
-        LogError("%s (%d) Failed to look at %s. Skip remove it from database. (%s)", site.module, site.line,
-                 path, strerror(errno));
+        LogError(site, "Failed to look at %s. Skip remove it from database. (%s)", path, strerror(errno));
         return -1;
     }
     if (MediaInfoDBDelete(type, path) != 0) {
-        LogError(failure_format, site.module, site.line, path);
+        LogError(site, failure.text, path);
         return on_failure == RemoveFailure::kIsError ? -1 : 0;
     }
     return 0;

@@ -22,7 +22,7 @@ int DepthOf(const char* name) {
 
 int PhotoShareDepth(const char* path) {
     if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return kNoAlbum;
     }
     return DepthOf(AlbumNameOf(path));
@@ -45,7 +45,7 @@ bool IsShareTop(const char* path) {
 
 bool IsOnOtherVolume(const char* path) {
     char target[kPathSize];
-    if (ShareTargetGet(paths::kPhotoShare, target) != 0) return false;
+    if (!ShareTargetGet(paths::kPhotoShare, target)) return false;
     if (strlen(target) <= kVolumeLength || target[kVolumeLength] != '/') return false;
     return strncmp(path, target, kVolumeLength + 1) != 0;
 }

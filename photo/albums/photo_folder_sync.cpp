@@ -68,12 +68,12 @@ class KnownPaths {
 int Prepend(const char* path, PathList* list) {
     PathList node(static_cast<PhotoPathList*>(calloc(1, sizeof(PhotoPathList))));
     if (node == nullptr) {
-        KOLI_LOG("%s (%d) Failed to alloc %d", kNodeSize);
+        KOLI_LOG("Failed to alloc %d", kNodeSize);
         return -1;
     }
     node->path = strdup(path);
     if (node->path == nullptr) {
-        KOLI_LOG("%s (%d) Failed to duplicate string.");
+        KOLI_LOG("Failed to duplicate string.");
         return -1;
     }
     node->next = list->release();
@@ -109,13 +109,13 @@ int DivideByRows(const char* directory, const FolderListing& names, Found* found
     if (where == nullptr) return -1;
     const SqlRows photos(PhotoInfoDBOpen(KOLI_PHOTO_INFO, "path", where.get(), 0, kOrder, 0, 0));
     if (photos == nullptr) {
-        KOLI_LOG("%s (%d) Error occurred, failed to get records.");
+        KOLI_LOG("Error occurred, failed to get records.");
         return -1;
     }
     const SqlRows videos(MediaInfoDBOpen(kStoreVideo, "path", where.get(), 0, kOrder, 0, 0, 0));
     KnownPaths known(videos.get(), photos.get());
     if (!known.Sort()) {
-        KOLI_LOG("%s (%d) Failed to alloc %d", kNodeSize);
+        KOLI_LOG("Failed to alloc %d", kNodeSize);
         return -1;
     }
     return Divide(directory, names, known, found);
@@ -148,7 +148,7 @@ int PhotoFolderSync(const char* directory, const FolderListing* names, bool* is_
     *is_seen = false;
     if (directory == nullptr || *directory == '\0' || names == nullptr ||
         std::none_of(names->begin(), names->end(), HasDot)) {
-        KOLI_LOG("%s (%d) Bad parameter. ");
+        KOLI_LOG("Bad parameter. ");
         return -1;
     }
     Found found;

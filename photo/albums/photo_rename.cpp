@@ -26,7 +26,7 @@ bool IsMissing(const char* path) {
 /// Null when it failed, which has been logged.
 SqlRows OpenPaths(int table, const char* where) {
     SqlRows rows(PhotoInfoDBOpen(table, "path", where, 0, nullptr, 0, 0));
-    if (rows == nullptr) KOLI_LOG("%s (%d) Error occurred, failed to get records.");
+    if (rows == nullptr) KOLI_LOG("Error occurred, failed to get records.");
     return rows;
 }
 
@@ -64,7 +64,7 @@ int MoveListed(const PhotoPathList* list, const NewPath& to, const char* old_pat
     if (to.IsPhoto() && strcmp(to.path, old_path) != 0 && KLIBPathLook(old_path) == KLIB_PATH_ABSENT)
         PhotoInfoDBDelete(to.path);
     if (list != nullptr && KOLIUpdatePhotoPath(list, to.path, old_path) == -1) {
-        KOLI_LOG("%s (%d) Failed to rename to new path.");
+        KOLI_LOG("Failed to rename to new path.");
         return -1;
     }
     return 0;
@@ -120,7 +120,7 @@ int ExecWithPaths(KOLIDB* db, const char* format, const char* first, const char*
     if (sql == nullptr) return -1;
     KOLIDBResult* result = nullptr;
     if (KOLIDBExecute(db, sql.get(), &result) == -1) {
-        KOLI_LOG("%s (%d) Failed to exec [%s] (%s)", sql.get(), KOLIDBErrorGet(db));
+        KOLI_LOG("Failed to exec [%s] (%s)", sql.get(), KOLIDBErrorGet(db));
         return -1;
     }
     return 0;
@@ -157,7 +157,7 @@ int MoveText(KOLIDB* db, int table, const char* row_path, const char* moved) {
 
 int PhotoPathRename(const char* new_path, const char* old_path, int is_directory) {
     if (IsMissing(new_path) || IsMissing(old_path)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     const NewPath to(new_path, is_directory);
@@ -174,7 +174,7 @@ int PhotoPathRename(const char* new_path, const char* old_path, int is_directory
 int VideoDescPathRename(int table, const char* new_path, const char* old_path) {
     if (IsMissing(new_path) || IsMissing(old_path) ||
         (table != KOLI_VIDEO_DESC && table != KOLI_VIDEO_COMMENT)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     const SqlText old_like = LikeText(old_path, LogSite(kModule));

@@ -77,21 +77,21 @@ void TreeResync::VisitEntry(const FolderListing::Entry& entry, const FolderWay& 
     if (!is_link || links_.MayFollow(way, path_.text(), LogSite(kModule))) Visit(&way, is_link);
 }
 
-int TargetGet(char (&target)[kPathSize]) {
-    if (ShareTargetGet(paths::kPhotoShare, target) == 0) return 0;
-    KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
-    return -1;
+bool TargetGet(char (&target)[kPathSize]) {
+    if (ShareTargetGet(paths::kPhotoShare, target)) return true;
+    KOLI_LOG("Failed to read link of %s", paths::kPhotoShare);
+    return false;
 }
 
 int MarkAllStale() {
     if (KOLIPhotoInitAllRows() != -1) return 0;
-    KOLI_LOG("%s (%d) Failed to set updated to 0 for all rows.");
+    KOLI_LOG("Failed to set updated to 0 for all rows.");
     return -1;
 }
 
 bool IsLinkTarget(const char* directory) {
     char target[kPathSize];
-    return ShareTargetGet(paths::kPhotoShare, target) == 0 && strcmp(directory, target) == 0;
+    return ShareTargetGet(paths::kPhotoShare, target) && strcmp(directory, target) == 0;
 }
 
 /// The resync does not go into the share's "#recycle".  Rows that a rename has taken there stay as long as
@@ -122,7 +122,7 @@ int Sweep(const char* top, ResyncGuard* guard) {
     RefreshRecycleBin(top, guard);
     if (!guard->MaySweep()) return 0;
     if (PhotoDBHarden() != 0 || KOLIPhotoDeleteNoUpdateRows() == -1) {
-        KOLI_LOG("%s (%d) Failed to delete none updated rows.");
+        KOLI_LOG("Failed to delete none updated rows.");
         return -1;
     }
     guard->NoteSweep();
@@ -140,7 +140,7 @@ int PhotoFolderResync(const char* directory) {
     char target[kPathSize];
     const bool is_whole_share = directory == nullptr;
     if (is_whole_share) has_seen_all = false;
-    if (is_whole_share && TargetGet(target) != 0) return -1;
+    if (is_whole_share && !TargetGet(target)) return -1;
     const char* top = is_whole_share ? target : directory;
     ResyncGuard guard(top, LogSite(kModule));
     if (is_whole_share && MarkAllStale() != 0) return -1;

@@ -30,21 +30,21 @@ constexpr int kFlagSize = 16;  // bytes of a public flag's text
 
 int DeleteAllAlbums() {
     if (PhotoDBExec("Delete from photo_share;") == -1) {
-        KOLI_LOG("%s:%d Failed to exec [Delete from photo_share;]");
+        KOLI_LOG_COLON("Failed to exec [Delete from photo_share;]");
         return -1;
     }
     return 0;
 }
 
 /// What the caption says, else what the machine's setting says.  False when the setting cannot be read now.
-bool ReadPublicFlag(const char* path, bool* is_public) {
+bool ReadPublicFlag(const char* path, CaptionHold& captions, bool* is_public) {
     char value[kFlagSize] = {};
-    const bool has_caption = PhotoSharePublicGet(path, value, sizeof value) == 1;
+    const bool has_caption = PhotoSharePublicGet(path, value, sizeof value, captions) == 1;
     *is_public = has_caption && value[0] == '1';
     if (has_caption) return true;
     if (KLIBFileGetKeyValue(paths::kConfig, "albumdefpublic", value, sizeof value, 0) < 0) {
         const bool is_known = errno == 0 || !IsPassingError(errno);
-        KOLI_LOG("%s(%d) Can't get key valude. key=%s", "supportvidora");
+        LogError(LogSite(kModule, LogForm::kTight), "Can't get key valude. key=%s", "supportvidora");
         return is_known;
     }
     *is_public = strcasecmp(value, "yes") == 0;
@@ -59,7 +59,7 @@ int InsertAlbum(const char* album, int depth, bool is_public) {
         PhotoShareNextId(), name.get(), is_public ? "true" : "false", depth == kSubAlbum ? "true" : "false");
     if (AlbumExec(sql, LogSite(kModule)) == -1) return -1;
     if (depth == kSubAlbum && KOLIPhotoShareSubDirUpdatePrivilege(album) == -1) {
-        KOLI_LOG("%s (%d) KOLIPhotoShareSubDirUpdatePrivilege Failed.");
+        KOLI_LOG("KOLIPhotoShareSubDirUpdatePrivilege Failed.");
         return -1;
     }
     return 0;
@@ -69,14 +69,14 @@ int InsertAlbum(const char* album, int depth, bool is_public) {
 /// handed over for an album that exists already is gone like any other.
 int CreateAlbum(const char* path, int depth) {
     const char* album = AlbumNameOf(path);
-    const FileReading reading(path);
+    FileReading reading(path);
     const bool may_open = reading.past() == PastReading::kNothing;
-    CaptionHold captions;
+    CaptionHold captions(reading);
     bool is_public = false;
-    const bool is_known = may_open && ReadPublicFlag(path, &is_public);
-    PhotoTroubleTell(path, reading);
+    const bool is_known = may_open && ReadPublicFlag(path, captions, &is_public);
+    PhotoTroubleTell(reading);
     if (!is_known || captions.HasUnreadable()) {
-        KOLI_LOG("%s (%d) The public flag of [%s] cannot be read. The album is not made yet.", album);
+        KOLI_LOG("The public flag of [%s] cannot be read. The album is not made yet.", album);
         return -1;
     }
     PhotoDBUnitBegin();
@@ -96,9 +96,10 @@ bool IsNoPlaceForAlbums(const char* path) {
 
 }  // namespace
 
-int PhotoSharePublicGet(const char* path, char* buffer, int size) {
+int PhotoSharePublicGet(const char* path, char* buffer, int size, CaptionHold& captions) {
     char value[kCaptionSize] = {};
-    if (buffer == nullptr || size <= 0 || CaptionRead(path, kPublicStream, value, sizeof value) != 0)
+    if (buffer == nullptr || size <= 0 ||
+        CaptionRead(path, kPublicStream, value, sizeof value, captions) != 0)
         return 0;
     CopyText(buffer, static_cast<size_t>(size), value);
     return 1;
@@ -106,7 +107,7 @@ int PhotoSharePublicGet(const char* path, char* buffer, int size) {
 
 int PhotoShareUpdate(const char* path, int operation) {
     if (path == nullptr || *path == '\0' || (operation != kAlbumCreate && operation != kAlbumDelete)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (IsOnOtherVolume(path)) return 0;

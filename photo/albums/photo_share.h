@@ -8,6 +8,8 @@
 
 namespace koli {
 
+class CaptionHold;
+
 /// What PhotoShareUpdate does.
 enum AlbumOperation : int { kAlbumCreate = 1, kAlbumDelete = 2 };
 
@@ -49,7 +51,8 @@ int PhotoShareMark(const char* album);
 /// Delete the stale albums, or with a name the album's stale sub-albums: results as PhotoShareMarkAll.
 int PhotoShareSweep(const char* album);
 
-/// Reads the public flag that was handed over for an album.  Returns 1 when there was one, else 0.
-int PhotoSharePublicGet(const char* path, char* buffer, int size);
+/// Reads the public flag that was handed over for an album.  Its file is left to `captions`.
+/// Returns 1 when there was one, else 0.
+int PhotoSharePublicGet(const char* path, char* buffer, int size, CaptionHold& captions);
 
 }  // namespace koli

@@ -45,7 +45,7 @@ int AddRight(const char* user_id, const char* share_id) {
                                   user_id != nullptr ? user_id : "", share_id, TimeText());
     if (sql == nullptr) return -1;
     if (!IsInteger(user_id) || !IsInteger(share_id)) {
-        KOLI_LOG("%s (%d) Failed to exec [%s]", sql.get());
+        KOLI_LOG("Failed to exec [%s]", sql.get());
         return -1;
     }
     return AlbumExec(sql, LogSite(kModule)) == -1 ? -1 : 0;
@@ -53,7 +53,7 @@ int AddRight(const char* user_id, const char* share_id) {
 
 int ShareIdGet(const char* album, char (&share_id)[kValueSize]) {
     if (KOLIPhotoShareGetFieldValue(album, "shareid", share_id, sizeof share_id) == 0) return 0;
-    KOLI_LOG("%s (%d) KOLIPhotoShareGetFieldValue failed.");
+    KOLI_LOG("KOLIPhotoShareGetFieldValue failed.");
     return -1;
 }
 
@@ -61,7 +61,7 @@ int ShareIdGet(const char* album, char (&share_id)[kValueSize]) {
 
 int KOLIPhotoShareSubDirUpdatePublic(const char* album, const char* value) {
     if (album == nullptr || value == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     const SqlText name = QuoteText(album, LogSite(kModule));
@@ -93,21 +93,21 @@ int KOLIPhotoShareSubDirPrivilegeAdd(const char* sub_album, const char* top_albu
 int KOLIPhotoShareSubDirUpdatePrivilege(const char* album) {
     char top_album[kPathSize];
     if (!TopAlbumOf(album, top_album)) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     char is_public[kValueSize] = {};
     if (KOLIPhotoShareGetFieldValue(top_album, "public", is_public, sizeof is_public) == -1) {
-        KOLI_LOG("%s (%d) KOLIPhotoShareGetFieldValue failed.");
+        KOLI_LOG("KOLIPhotoShareGetFieldValue failed.");
         return -1;
     }
     if (KOLIPhotoShareSubDirUpdatePublic(album, is_public) == -1) {
-        KOLI_LOG("%s (%d) KOLIPhotoShareSubDirUpdatePublic failed.");
+        KOLI_LOG("KOLIPhotoShareSubDirUpdatePublic failed.");
         return -1;
     }
     if (strcmp(is_public, "t") == 0) return 0;
     if (KOLIPhotoShareSubDirPrivilegeAdd(album, top_album) == -1) {
-        KOLI_LOG("%s (%d) KOLIPhotoShareSubDirPrivilegeAdd failed.");
+        KOLI_LOG("KOLIPhotoShareSubDirPrivilegeAdd failed.");
         return -1;
     }
     return 0;

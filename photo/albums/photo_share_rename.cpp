@@ -61,20 +61,20 @@ int RenameRow(const char* new_name, const char* old_name) {
 }
 
 int ReportMissing(const char* album) {
-    KOLI_LOG("%s:%d UPDATE cover failed, sharename [%s] not exists in db.", album);
+    KOLI_LOG_COLON("UPDATE cover failed, sharename [%s] not exists in db.", album);
     return -1;
 }
 
 /// The covers' paths go through the share's link.
 int RenameCover(const char* new_name, const char* old_name) {
-    const SqlText sql = FormatSql(LogSite(kModule),
-                                  "UPDATE photo_share SET cover = replace(cover, '/var/services/photo/%s/', "
-                                  "'/var/services/photo/%s/') WHERE sharename='%s'",
-                                  old_name, new_name, new_name);
+    const SqlText sql = FormatSql(
+        LogSite(kModule),
+        "UPDATE photo_share SET cover = replace(cover, '/var/services/photo/%s/', '/var/services/photo/%s/') WHERE sharename='%s'",
+        old_name, new_name, new_name);
     if (sql == nullptr) return -1;
     const int affected = PhotoDBExec(sql.get());
     if (affected == -1) {
-        KOLI_LOG("%s:%d Failed to exec [%s]", sql.get());
+        KOLI_LOG_COLON("Failed to exec [%s]", sql.get());
         return -1;
     }
     return affected == 0 ? ReportMissing(new_name) : 0;
@@ -89,7 +89,7 @@ int FollowWithSubAlbums(const char* new_path, const char* old_path) {
     if (AlbumLevelOf(new_path) != kTopAlbum) {
         DropAlbums(old_name, new_name);
     } else if (KOLIPhotoShareRenameSubDir(new_name, old_name) == -1) {
-        KOLI_LOG("%s (%d) KOLIPhotoShareRenameSubDir failed.");
+        KOLI_LOG("KOLIPhotoShareRenameSubDir failed.");
         return -1;
     }
     return 0;
@@ -145,7 +145,7 @@ int RenameAlbum(const char* new_path, const char* old_path) {
 
 int KOLIPhotoShareRenameSubDir(const char* new_album, const char* old_album) {
     if (new_album == nullptr || old_album == nullptr) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     const SqlText like = LikeText(old_album, LogSite(kModule));
@@ -166,7 +166,7 @@ int KOLIPhotoShareRenameSubDir(const char* new_album, const char* old_album) {
 
 int PhotoShareRename(const char* new_path, const char* old_path) {
     if (new_path == nullptr || *new_path == '\0' || old_path == nullptr || *old_path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (IsShareTop(new_path)) return IsDirExist(new_path) != 0 ? WalkInstead(new_path) : -1;

@@ -27,12 +27,12 @@ void RestrictBelow(const char* album, const char* model_id) {
                   "Update photo_share set public = 'f' where sharename = '%s' or sharename like '%s/%%'",
                   name.get(), like.get()),
         LogSite(kModule));
-    AlbumExec(FormatSql(LogSite(kModule),
-                        "Delete from photo_access_right where shareid in (Select shareid from photo_share"
-                        " where sharename = '%s' or sharename like '%s/%%') and userid not in"
-                        " (Select userid from photo_access_right where shareid = '%s')",
-                        name.get(), like.get(), id.get()),
-              LogSite(kModule));
+    AlbumExec(
+        FormatSql(
+            LogSite(kModule),
+            "Delete from photo_access_right where shareid in (Select shareid from photo_share where sharename = '%s' or sharename like '%s/%%') and userid not in (Select userid from photo_access_right where shareid = '%s')",
+            name.get(), like.get(), id.get()),
+        LogSite(kModule));
 }
 
 /// The albums at and below `model` that are not public.

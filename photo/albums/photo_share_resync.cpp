@@ -25,14 +25,14 @@ constexpr const char kModule[] = "photo_share";
 int ExecStep(const SqlText& sql) {
     if (sql == nullptr) return -1;
     if (PhotoDBExec(sql.get()) != -1) return 0;
-    KOLI_LOG("%s (%d) Failed to exec [%s].", sql.get());
+    KOLI_LOG("Failed to exec [%s].", sql.get());
     return -1;
 }
 
-int LinkTargetGet(char (&target)[kPathSize]) {
-    if (ShareTargetGet(paths::kPhotoShare, target) == 0) return 0;
-    KOLI_LOG("%s (%d) Failed to read link of %s", paths::kPhotoShare);
-    return -1;
+bool LinkTargetGet(char (&target)[kPathSize]) {
+    if (ShareTargetGet(paths::kPhotoShare, target)) return true;
+    KOLI_LOG("Failed to read link of %s", paths::kPhotoShare);
+    return false;
 }
 
 int MarkFresh(const char* album) {
@@ -45,7 +45,7 @@ int MarkFresh(const char* album) {
 /// Creates the album of a name that has no row.
 void CreateAlbum(const char* album) {
     char target[kPathSize];
-    if (LinkTargetGet(target) != 0) return;
+    if (!LinkTargetGet(target)) return;
     const SqlText path = FormatSql(LogSite(kModule), "%s/%s", target, album);
     if (path != nullptr) PhotoShareUpdate(path.get(), kAlbumCreate);
 }
@@ -98,7 +98,7 @@ int Sweep(const char* top, ResyncGuard* guard) {
     MarkRecycled(top, guard);
     if (!PhotoFolderResyncSawAll() || !guard->MaySweep()) return 0;
     if (PhotoDBHarden() == 0 && PhotoShareSweep(nullptr) != -1) return 0;
-    KOLI_LOG("%s (%d) Failed to delete none updated rows.");
+    KOLI_LOG("Failed to delete none updated rows.");
     return -1;
 }
 
@@ -114,7 +114,7 @@ int PhotoShareMarkAll(const char* album) {
 
 int PhotoShareMark(const char* album) {
     if (album == nullptr || *album == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     const SqlRows rows = AlbumRowOpen(album, 0, LogSite(kModule));
@@ -139,11 +139,11 @@ int PhotoShareSweep(const char* album) {
 int PhotoShareResync(const char* path) {
     if (path != nullptr && PhotoShareDepth(path) != kTopAlbum) return 0;
     char target[kPathSize];
-    if (LinkTargetGet(target) != 0) return -1;
+    if (!LinkTargetGet(target)) return -1;
     const char* top = path != nullptr ? path : target;
     ResyncGuard guard(top, LogSite(kModule));
     if (path == nullptr && PhotoShareMarkAll(nullptr) == -1) {
-        KOLI_LOG("%s (%d) Failed to set updated to 0 for all rows.");
+        KOLI_LOG("Failed to set updated to 0 for all rows.");
         return -1;
     }
     MarkInside(top, path == nullptr, &guard);

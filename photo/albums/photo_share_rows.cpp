@@ -17,13 +17,13 @@ constexpr int kIdSize = 16;  // bytes of an album's number as text
 int AlbumExec(const SqlText& sql, LogSite site) {
     if (sql == nullptr) return -1;
     const int affected = PhotoDBExec(sql.get());
-    if (affected == -1) LogError("%s (%d) Failed to exec [%s]", site.module, site.line, sql.get());
+    if (affected == -1) LogError(site, "Failed to exec [%s]", sql.get());
     return affected;
 }
 
 SqlRows AlbumRowsOpen(int table, const char* where, const char* order, int limit, LogSite site) {
     SqlRows rows(PhotoInfoDBOpen(table, "*", where, 0, order, limit, 0));
-    if (rows == nullptr) LogError("%s (%d) Error occurred, failed to get records.", site.module, site.line);
+    if (rows == nullptr) LogError(site, "Error occurred, failed to get records.");
     return rows;
 }
 
@@ -59,16 +59,16 @@ int AlbumsDelete(const char* album, const char* but) {
             ? FormatSql(LogSite(kModule),
                         "Delete from photo_share where sharename = '%s' or sharename like '%s/%%';",
                         name.get(), like.get())
-            : FormatSql(LogSite(kModule),
-                        "Delete from photo_share where (sharename = '%s' or sharename like '%s/%%')"
-                        " and sharename <> '%s';",
-                        name.get(), like.get(), kept.get());
+            : FormatSql(
+                  LogSite(kModule),
+                  "Delete from photo_share where (sharename = '%s' or sharename like '%s/%%') and sharename <> '%s';",
+                  name.get(), like.get(), kept.get());
     return AlbumExec(sql, LogSite(kModule)) == -1 ? -1 : 0;
 }
 
 int KOLIPhotoShareGetFieldValue(const char* album, const char* column, char* buffer, int size) {
     if (album == nullptr || column == nullptr || buffer == nullptr || size <= 0) {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     const SqlRows rows = AlbumRowOpen(album, 1, LogSite(kModule));

@@ -9,7 +9,7 @@ namespace koli {
 
 /// Runs a statement of the albums.  Returns the number of rows it affected, or -1 when it failed, which is
 /// logged as
-/// "%s (%d) Failed to exec [%s]", or for a null statement, whose making has been logged.
+/// "Failed to exec [%s]", or for a null statement, whose making has been logged.
 int AlbumExec(const SqlText& sql, LogSite site);
 
 /// The rows of a table, all columns; null when they could not be read (logged).  `order` may be null; a

@@ -24,7 +24,7 @@ void CreateAlbums(const char* path) {
 
 int PhotoShareWalk(const char* path) {
     if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (IsShareTop(path)) {

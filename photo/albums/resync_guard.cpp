@@ -60,14 +60,13 @@ void ResyncGuard::Leave(const char* path, const FolderListing& listing) {
 }
 
 void ResyncGuard::MissFolder(const char* path) {
-    LogError("%s (%d) Failed to open directory %s ", site_.module, site_.line, path);
+    LogError(site_, "Failed to open directory %s ", path);
     is_complete_ = false;
 }
 
 void ResyncGuard::NoteMove(const char* path) {
     if (!has_moved_)
-        LogError("%s (%d) %s changes while it is read. What is stale waits for the next time.", site_.module,
-                 site_.line, path);
+        LogError(site_, "%s changes while it is read. What is stale waits for the next time.", path);
     has_moved_ = true;
 }
 
@@ -93,13 +92,11 @@ bool ResyncGuard::HasLostVolume() const {
 bool ResyncGuard::MaySweep() {
     if (IsStopped() || !is_complete_ || has_moved_) return false;
     if (IsRenamedLater(nullptr)) {
-        LogError("%s (%d) Renames wait in the queue. What is stale waits for the next time.", site_.module,
-                 site_.line);
+        LogError(site_, "Renames wait in the queue. What is stale waits for the next time.");
         return false;
     }
     if (top_status_ == FolderListing::Status::kRead && !HasLostVolume()) return true;
-    LogError("%s (%d) %s is not the share that it was. What is stale waits for the next time.", site_.module,
-             site_.line, top_);
+    LogError(site_, "%s is not the share that it was. What is stale waits for the next time.", top_);
     return false;
 }
 

@@ -19,7 +19,7 @@ bool photo_share_needs_type_check = false;
 void PhotoShareFsCheck() {
     struct statfs status;
     if (statfs(paths::kPhotoShare, &status) != 0) {
-        KOLI_LOG("%s (%d) Failed to statfs.");
+        KOLI_LOG("Failed to statfs.");
         return;
     }
     photo_share_needs_type_check = static_cast<unsigned long>(status.f_type) == kUntypedFileSystem;

@@ -9,8 +9,7 @@ namespace {
 
 SqlText Allocate(size_t size, LogSite site) {
     SqlText text(static_cast<char*>(malloc(size)));
-    if (text == nullptr)
-        LogError("%s (%d) Failed to malloc(%d)", site.module, site.line, static_cast<int>(size));
+    if (text == nullptr) LogError(site, "Failed to malloc(%d)", static_cast<int>(size));
     return text;
 }
 
@@ -22,7 +21,7 @@ SqlText Escape(const char* text, EscapeFunction escape, size_t growth, LogSite s
     SqlText escaped = Allocate(size, site);
     if (escaped == nullptr) return nullptr;
     if (escape(text, escaped.get(), size) != 0) {
-        LogError("%s (%d) Failed to escape condition.", site.module, site.line);
+        LogError(site, "Failed to escape condition.");
         return nullptr;
     }
     return escaped;

@@ -1,25 +1,25 @@
-// What a batch asks of both databases: their groups, what they refuse, how far it has come.
+// What concerns whole databases and whole tables: groups, refusals, how far a batch has come.
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
+#include <string>
 
+#include "base/log.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/guard.h"
 #include "platform/host/problems.h"
 #include "platform/kolidb.h"
+#include "platform/koliindex.h"
 
 namespace koli::host {
 namespace {
 
+constexpr const char kModule[] = "kolidb";
 constexpr const char kMark[] = "batch_mark";  // "OFFSET HASH", the hash in hexadecimal
 
 /// Does it with both databases, whatever becomes of the other.  Returns 0 or -1.
 int OfBoth(int (Database::*step)()) {
-    const int media = Guarded(MediaDatabase(), [step] {
-        ProblemSettle();
-        return (MediaDatabase().*step)();
-    });
+    const int media = Guarded(MediaDatabase(), [step] { return (MediaDatabase().*step)(); });
     const int photo = Guarded(PhotoDatabase(), [step] { return (PhotoDatabase().*step)(); });
     return media != 0 || photo != 0 ? -1 : 0;
 }
@@ -73,8 +73,7 @@ int PhotoDBUnitEnd(int keep) {
 
 int PhotoDBMarkGet(KOLIBatchMark* mark) {
     return Guarded(PhotoDatabase(), [&] {
-        const std::unique_ptr<SqlRows> rows =
-            PhotoDatabase().Query("SELECT value FROM setting WHERE name = 'batch_mark'");
+        const auto rows = PhotoDatabase().Ask("SELECT value FROM setting WHERE name = ?1", kMark);
         const char* value = rows != nullptr ? rows->Field(0, "value") : nullptr;
         if (value == nullptr) return -1;
         char* end = nullptr;
@@ -95,6 +94,27 @@ void PhotoDBMarkSet(const KOLIBatchMark* mark) {
 
 int PhotoDBMarkRemove(void) {
     return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().RemoveNote(kMark); });
+}
+
+int KOLITruncateTable(const char* table) {
+    const int id = KOLITableDatabase(table);
+    if (id == 0) {
+        KOLI_LOG("No such table [%s].", table != nullptr ? table : "");
+        return -1;
+    }
+    Database& database = id == KOLI_MEDIA_DB ? MediaDatabase() : PhotoDatabase();
+    return Guarded(database, [&database, id, table] {
+        if (id == KOLI_MEDIA_DB) ProblemForgetTable(table);
+        return database.Execute(std::string("DELETE FROM ") + table) >= 0 ? 0 : -1;
+    });
+}
+
+int MediaDBVacuum(void) {
+    return Guarded(MediaDatabase(), [&] { return MediaDatabase().Vacuum(); });
+}
+
+int PhotoDBVacuum(void) {
+    return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().Vacuum(); });
 }
 
 }  // extern "C"

@@ -10,9 +10,7 @@
 #include <string_view>
 
 #include "base/directory_listing.h"
-#include "base/file_reading.h"
 #include "base/held_folder.h"
-#include "base/passing_error.h"
 #include "platform/host/ea_path.h"
 #include "platform/koliindex.h"
 
@@ -67,14 +65,15 @@ int GetCoverFolder(const char* audio_path, char* folder, int size) {
 }
 
 void CleanOldCover(const char* folder) {
+    errno = 0;
     if (folder == nullptr) return;
     const HeldFolder covers = HeldFolder::OpenAttributes(folder);
     DirectoryListing listing;
     if (!listing.Open(covers.Enter("."))) return;
+    int error = 0;
     for (auto entry = listing.Next(); entry.name != nullptr; entry = listing.Next())
-        if (IsCover(covers, entry.name) && covers.Remove(entry.name) != 0 && koli::IsPassingError(errno) &&
-            errno != EROFS)
-            koli::FileTrouble("An old cover cannot be removed", errno);
+        if (IsCover(covers, entry.name) && covers.Remove(entry.name) != 0) error = errno;
+    errno = error;
 }
 
 int GetCoverPath(const char* audio_path, char* cover_path, int size, int /*picture_type*/, int index,

@@ -5,8 +5,9 @@
 #include <utility>
 
 #include "base/log.h"
-#include "platform/host/schema.h"
+#include "platform/host/path_range.h"
 #include "platform/host/table_marks.h"
+#include "platform/host/tables.h"
 
 namespace koli::host {
 namespace {
@@ -18,10 +19,6 @@ constexpr int64_t kBusyMs = 500;  // with the age of a group, less than others w
 constexpr int64_t kGapMs = 120;
 constexpr int kHeldWaitMs = 200;  // for a lock while the other database has an open unit
 constexpr int kUnitsMax = 64;
-constexpr const char kStoreNote[] =
-    "INSERT INTO setting (name, value) VALUES (?1, ?2) ON CONFLICT (name) DO UPDATE SET value = "
-    "excluded.value";
-
 /// Commits what other databases have open, before this one waits: two programs could wait for each other.
 /// False when one has to stay open.
 bool FlushAllBut(const Database& waiting) {
@@ -64,7 +61,7 @@ void Database::RefuseForMemory() noexcept {
     refusal_ = "out of memory";  // short enough to need none
     savepoints_ = 0;
     note_name_ = nullptr;
-    LogError("%s (%d) Out of memory: %s takes no more changes.", kModule, __LINE__, file_name_);
+    LogError(LogSite(kModule), "Out of memory: %s takes no more changes.", name_);
     try {
         if (IsGroupOpen()) sql_->Execute("ROLLBACK");
     } catch (const std::bad_alloc&) {
@@ -73,22 +70,19 @@ void Database::RefuseForMemory() noexcept {
 }
 
 /// Keeps and logs the reason of a failure; true when it passes.
-bool Database::Report(const char* what, int line) {
-    bool passes = false;
-    if (sql_ != nullptr) {
-        error_ = sql_->error();
-        passes = sql_->FailedForNow();
-        suspect_ = suspect_ || sql_->FailedByFile();
-    }
+bool Database::Report(const SqlFailure& failure, const char* what, int line) {
+    error_ = failure.reason;
+    suspect_ = suspect_ || failure.is_of_file;
     if (told_ != error_)
-        LogError("%s (%d) Failed to %s %s. (%s)", kModule, line, what, file_name_, error_.c_str());
+        LogError(LogSite(kModule, LogForm::kSpaced, line), "Failed to %s %s. (%s)", what, name_,
+                 error_.c_str());
     told_ = error_;
-    return passes;
+    return failure.passes;
 }
 
-/// The same, and the database refuses from now on when it passes.
+/// The same of the last failure, and the database refuses from now on when it passes.
 int Database::Failed(const char* what, int line) {
-    if (Report(what, line)) Refuse(error_);
+    if (Report(sql_->failure(), what, line)) Refuse(error_);
     return -1;
 }
 
@@ -110,13 +104,13 @@ void Database::LeaveGap() {
 
 bool Database::BeginTransaction() {
     sql_->WaitForLocks(0);
-    int result = sql_->Execute("BEGIN IMMEDIATE");
-    if (result < 0 && sql_->FailedBusy()) {
+    bool is_begun = sql_->Begin();
+    if (!is_begun && sql_->failure().is_lock) {
         sql_->WaitForLocks(FlushAllBut(*this) ? Sql::kLockWaitMs : kHeldWaitMs);
-        result = sql_->Execute("BEGIN IMMEDIATE");
+        is_begun = sql_->Begin();
     }
     sql_->WaitForLocks(Sql::kLockWaitMs);
-    return result >= 0;
+    return is_begun;
 }
 
 bool Database::BeginGroup() {
@@ -136,11 +130,8 @@ bool Database::BeginGroup() {
 
 bool Database::StoreNote() {
     if (note_name_ == nullptr) return true;
-    SqlStatement* statement = sql_->Kept(kStoreNote);
-    if (statement == nullptr) return false;
-    statement->Text(1, note_name_);
-    statement->Text(2, note_);
-    return sql_->Run(*statement) >= 0;
+    SqlStatement* const statement = sql_->Kept(SaveText(kSettingTable, {"name", "value"}));
+    return statement != nullptr && sql_->Run(statement->Fill(note_name_, note_)) >= 0;
 }
 
 int Database::Commit() {
@@ -178,7 +169,7 @@ int Database::CountWrite(int affected) {
     return affected;
 }
 
-SqlStatement* Database::Prepare(const char* text) {
+SqlStatement* Database::Prepare(std::string_view text) {
     if (!BeginGroup()) return nullptr;
     SqlStatement* statement = sql_->Kept(text);
     if (statement == nullptr) Failed("prepare a statement for");
@@ -194,6 +185,15 @@ int Database::RunAdd(SqlStatement& statement) {
     return CountWrite(sql_->Run(statement));
 }
 
+int Database::Remove(const std::string& table, std::string_view path) {
+    return Change("DELETE FROM " + table + " WHERE path = ?1", path);
+}
+
+int Database::RemoveBelow(const std::string& table, std::string_view path) {
+    SqlStatement* const statement = Prepare("DELETE FROM " + table + " WHERE " + kPathRange);
+    return statement != nullptr ? Run(FillPathRange(*statement, path)) : -1;
+}
+
 int Database::Execute(std::string_view text) {
     if (!BeginGroup()) return -1;
     unit_changed_ = units_ > 0;
@@ -204,24 +204,18 @@ bool Database::OpenToRead() {
     return !IsRefusing() && (IsGroupOpen() || DropUnusable()) && Open();
 }
 
+/// The rows, when there are any to give; else the failure is told.
+std::unique_ptr<SqlRows> Database::Given(std::unique_ptr<SqlRows> rows) {
+    if (rows == nullptr) Failed("read from");
+    return rows;
+}
+
 std::unique_ptr<SqlRows> Database::Query(std::string_view text) {
-    if (!OpenToRead()) return nullptr;
-    std::unique_ptr<SqlRows> rows = sql_->Query(text);
-    if (rows == nullptr) Failed("read from");
-    return rows;
+    return OpenToRead() ? Given(sql_->Query(text)) : nullptr;
 }
 
-SqlStatement* Database::PrepareQuery(const char* text) {
-    if (!OpenToRead()) return nullptr;
-    SqlStatement* statement = sql_->Kept(text);
-    if (statement == nullptr) Failed("read from");
-    return statement;
-}
-
-std::unique_ptr<SqlRows> Database::Query(SqlStatement& statement) {
-    std::unique_ptr<SqlRows> rows = sql_->Query(statement);
-    if (rows == nullptr) Failed("read from");
-    return rows;
+std::unique_ptr<SqlRows> Database::PathsInside(const char* table, const std::string& folder) {
+    return Answer([&](Sql& sql) { return sql.PathsInside(table, folder); });
 }
 
 // ---- Units
@@ -265,11 +259,10 @@ void Database::SetNote(const char* name, std::string value) {
 
 int Database::RemoveNote(const char* name) {
     note_name_ = nullptr;
-    const std::unique_ptr<SqlRows> rows =
-        Query(std::string("SELECT 1 FROM setting WHERE name = '") + name + "'");
+    const std::unique_ptr<SqlRows> rows = Ask("SELECT 1 FROM setting WHERE name = ?1", name);
     if (rows == nullptr) return -1;
     if (rows->count() == 0) return 0;
-    if (Execute(std::string("DELETE FROM setting WHERE name = '") + name + "'") < 0) return -1;
+    if (Change("DELETE FROM setting WHERE name = ?1", name) < 0) return -1;
     return Harden();
 }
 
@@ -281,37 +274,33 @@ int Database::Harden() {
     if (sql_ != nullptr && !DropUnusable()) return -1;
     if (IsRefusing()) return -1;
     if (!unsynced_ || sql_ == nullptr) return result;
-    if (!sql_->SyncLog()) return Failed("sync");
+    if (!sql_->Harden()) return Failed("sync");
     unsynced_ = false;
     return result;
 }
 
 int Database::Sync() {
     const int result = Harden();
-    if (IsRefusing()) KOLI_LOG("%s (%d) Changes meant for %s were lost or refused.", file_name_);
+    if (IsRefusing()) KOLI_LOG("Changes meant for %s were lost or refused.", name_);
     return result != 0 || IsRefusing() ? -1 : 0;
 }
 
 int Database::Vacuum() {
     if (Flush() != 0 || !DropUnusable() || !Open()) return -1;
-    const int64_t unused = sql_->QueryNumber("PRAGMA freelist_count");
-    if (unused == 0) return 0;
-    unsynced_ = true;
-    if (unused < 0 || !sql_->Vacuum()) {
-        Report("vacuum");  // no change is lost with it: the batch that asked for it is done all the same
-        return -1;
-    }
-    sql_->Query("PRAGMA wal_checkpoint(TRUNCATE)");  // a reader may delay it: later then
-    return 0;
+    const int given_back = sql_->Vacuum();
+    unsynced_ = unsynced_ || given_back != 0;
+    // No change is lost with it: the batch that asked for it is done all the same.
+    if (given_back < 0) Report(sql_->failure(), "vacuum");
+    return given_back < 0 ? -1 : 0;
 }
 
 Database& MediaDatabase() {
-    static auto* const database = new Database("media.db", MediaSchemaSteps(), MediaTableChanged);
+    static auto* const database = new Database(KOLI_MEDIA_DB, MediaTableChanged);
     return *database;  // never destroyed: the process may end at any instant
 }
 
 Database& PhotoDatabase() {
-    static auto* const database = new Database("photo.db", PhotoSchemaSteps(), nullptr);
+    static auto* const database = new Database(KOLI_PHOTO_DB, nullptr);
     return *database;
 }
 

@@ -11,9 +11,8 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "platform/host/sql.h"
+#include "platform/host/sql/database_engine.h"
 
 namespace koli::host {
 
@@ -22,8 +21,8 @@ namespace koli::host {
 /// batch.
 class Database {
   public:
-    /// `schema` holds the steps of its tables (schema.h).
-    Database(const char* file_name, std::vector<std::string> schema, Sql::ChangeListener changed);
+    /// `id` is its KOLIDatabase.
+    Database(int id, Sql::ChangeListener changed) : id_(id), name_(DatabaseName(id)), changed_(changed) {}
 
     /// A batch begins: what was refused or has failed before is forgotten.
     void BeginBatch();
@@ -33,22 +32,40 @@ class Database {
     /// Memory has run out inside an operation, which has left it half done: the open group is lost.
     void RefuseForMemory() noexcept;
 
-    /// The kept statement of `text` (which must live as long as the program), to be filled in and run next,
-    /// within a group.  Null on failure.
-    SqlStatement* Prepare(const char* text);
+    /// The kept statement of `text`, to be filled in and run next, within a group.  Null on failure.
+    SqlStatement* Prepare(std::string_view text);
     /// Runs it.  Returns the number of rows affected, or -1.  RunAdd is for a row that is merely added or
     /// refreshed, which may be committed inside a unit.
     int Run(SqlStatement& statement);
     int RunAdd(SqlStatement& statement);
 
+    /// Runs the kept statement of `text` with these values, with the same results.
+    template <typename... Values>
+    int Change(std::string_view text, const Values&... values) {
+        SqlStatement* const statement = Prepare(text);
+        return statement != nullptr ? Run(statement->Fill(values...)) : -1;
+    }
+
+    /// Removes the row of `path` from a table that is keyed by it, or all at and below it, with the same
+    /// results.
+    int Remove(const std::string& table, std::string_view path);
+    int RemoveBelow(const std::string& table, std::string_view path);
+
     /// Runs one statement given as text within the group, with the same results; error() has the reason.
     int Execute(std::string_view text);
+
     /// The rows of a query; null on failure.
     std::unique_ptr<SqlRows> Query(std::string_view text);
-    /// The kept statement of a query's text (which must live as long as the program), to be filled in and
-    /// asked next.  Null on failure.
-    SqlStatement* PrepareQuery(const char* text);
-    std::unique_ptr<SqlRows> Query(SqlStatement& statement);
+    /// The rows of the kept query of `text` with these values.
+    template <typename... Values>
+    std::unique_ptr<SqlRows> Ask(std::string_view text, const Values&... values) {
+        return Answer([&](Sql& sql) {
+            SqlStatement* const query = sql.Kept(text);
+            return query != nullptr ? &query->Fill(values...) : nullptr;
+        });
+    }
+    /// The paths of `table` directly inside `folder`, in their order (Sql::PathsInside).
+    std::unique_ptr<SqlRows> PathsInside(const char* table, const std::string& folder);
 
     /// Writes between BeginUnit and EndUnit take effect together; units may lie in each other. EndUnit(false)
     /// takes them back.  BeginUnit false, EndUnit -1: nothing of the unit takes effect.
@@ -76,7 +93,6 @@ class Database {
   private:
     bool Open();
     bool OpenToRead();
-    bool CreateTables();
     bool IsFree();
     bool DropUnusable();
     bool BeginGroup();
@@ -86,15 +102,24 @@ class Database {
     bool StoreNote();
     int CountWrite(int affected);
     bool IsUnitAtWork() const { return units_ > 0 && unit_changed_; }
-    bool Report(const char* what, int line = __builtin_LINE());
+    bool Report(const SqlFailure& failure, const char* what, int line = __builtin_LINE());
     int Failed(const char* what, int line = __builtin_LINE());
+    std::unique_ptr<SqlRows> Given(std::unique_ptr<SqlRows> rows);
+
+    /// The rows of the query that `ask` fills in, a pointer or null.
+    template <typename Ask>
+    std::unique_ptr<SqlRows> Answer(Ask ask) {
+        if (!OpenToRead()) return nullptr;
+        SqlStatement* const query = ask(*sql_);
+        return Given(query != nullptr ? sql_->Query(*query) : nullptr);
+    }
     void Refuse(const std::string& reason);
 
-    const char* file_name_;
-    std::vector<std::string> schema_;
+    int id_;
+    const char* name_;  // for people
     Sql::ChangeListener changed_;
+    std::unique_ptr<DatabaseEngine> engine_;  // where it is open, or was last
     std::unique_ptr<Sql> sql_;
-    std::string path_;                 // of the file that is open, or was last
     std::string error_;                // of the last failure
     std::string told_;                 // the failure that was logged last in this batch
     std::string refusal_;              // '' = takes changes
@@ -109,7 +134,7 @@ class Database {
     bool unit_changed_ = false;        // a unit has changed or removed something
     const char* note_name_ = nullptr;  // null = nothing to store
     std::string note_;
-    bool suspect_ = false;   // the file failed a statement: open it anew before the next group
+    bool suspect_ = false;   // what it stands on failed a statement: open it anew before the next group
     bool unsynced_ = false;  // committed, by this process or one before it, and perhaps not on the disk
     bool written_ = false;   // committed in this batch
 };

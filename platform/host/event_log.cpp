@@ -1,7 +1,5 @@
 #include <syslog.h>
 
-#include "platform/host/guard.h"
-#include "platform/host/problems.h"
 #include "platform/kolisdk.h"
 
 namespace {
@@ -14,8 +12,6 @@ const char* TextOf(const char* argument) {
 
 extern "C" int KOLILogSet1(int category, int level, unsigned event, const char* arg1, const char* arg2,
                            const char* arg3, const char* arg4) {
-    if (event == koli::host::kEventUnparsable && *TextOf(arg1) != '\0')
-        koli::host::Guarded(koli::host::MediaDatabase(), [=] { koli::host::ProblemRaised(arg1); });
     syslog(LOG_WARNING, "event 0x%08X category %d level %d [%s] [%s] [%s] [%s]", event, category, level,
            TextOf(arg1), TextOf(arg2), TextOf(arg3), TextOf(arg4));
     return 0;

@@ -1,6 +1,5 @@
 #include <cerrno>
 
-#include "base/reading.h"
 #include "base/regular_file.h"
 #include "platform/host/image_size.h"
 #include "platform/koliindex.h"
@@ -12,12 +11,14 @@ class FileSource : public koli::ByteSource {
     explicit FileSource(int file) : file_(file) {}
     size_t ReadAt(uint64_t offset, void* buffer, size_t count) override {
         const ssize_t got = koli::ReadAt(file_, static_cast<int64_t>(offset), buffer, count);
-        if (got < 0) koli::ReadingFailed(errno);
+        if (got < 0) error_ = errno;
         return got > 0 ? static_cast<size_t>(got) : 0;
     }
+    int error() const { return error_; }
 
   private:
     const int file_;
+    int error_ = 0;  // errno of a read that failed
 };
 
 }  // namespace
@@ -27,7 +28,9 @@ extern "C" {
 int KOLIIndexImgResRead(int file, int* width, int* height) {
     FileSource source(file);
     koli::ImageSize size;
-    if (!koli::ReadImageSize(source, &size)) return -1;
+    const bool is_read = koli::ReadImageSize(source, &size);
+    errno = source.error();
+    if (!is_read) return -1;
     *width = size.width;
     *height = size.height;
     return 0;
@@ -35,8 +38,8 @@ int KOLIIndexImgResRead(int file, int* width, int* height) {
 
 int KOLIIndexImgResGet(const char* path, int* width, int* height) {
     if (path == nullptr || width == nullptr || height == nullptr) return -1;
-    koli::MediaFile file;
-    return file.Open(path) ? KOLIIndexImgResRead(file.descriptor(), width, height) : -1;
+    const koli::RegularFile file(path);
+    return file.ok() ? KOLIIndexImgResRead(file.descriptor(), width, height) : -1;
 }
 
 }  // extern "C"

@@ -10,8 +10,8 @@ bool LineReader::Refill() {
     memmove(buffer_, buffer_ + begin_, end_ - begin_);
     end_ -= begin_;
     begin_ = 0;
-    const auto wanted =
-        static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(sizeof buffer_ - end_), file_.size() - offset_));
+    const auto room = static_cast<int64_t>(sizeof buffer_ - end_);
+    const auto wanted = static_cast<size_t>(std::min(room, file_.size() - offset_));
     if (wanted == 0 || failed_) return false;
     const ssize_t got = ReadAt(file_.descriptor(), offset_, buffer_ + end_, wanted);
     failed_ = got < 0;

@@ -13,7 +13,6 @@
 #include "platform/host/database_groups.h"
 #include "platform/host/guard.h"
 #include "platform/host/path_range.h"
-#include "platform/host/problems.h"
 #include "platform/host/table_marks.h"
 #include "platform/kolidb.h"
 
@@ -22,26 +21,16 @@ namespace {
 
 constexpr const char kModule[] = "kolidb";
 constexpr int kPageRows = 1000;       // looked at at a time
+constexpr char kLeastByte = '\1';     // of a path
 constexpr size_t kMissedMax = 10000;  // paths; with more, nothing is removed
 
-struct Table {
-    const char* name;
-    const char* remove;
-};
-constexpr Table kTables[] = {
-    {"music", "DELETE FROM music WHERE path = ?1"},
-    {"video", "DELETE FROM video WHERE path = ?1"},
-    {"photo", "DELETE FROM photo WHERE path = ?1"},
-    {"playlist", "DELETE FROM playlist WHERE path = ?1"},
-    {"directory", "DELETE FROM directory WHERE path = ?1"},
-    {"problem", "DELETE FROM problem WHERE path = ?1 AND kind < 2"},  // not those of the photo library
-};
+/// By the table of a note.
+constexpr const char* kTables[] = {"music", "video", "photo", "playlist", "directory", "problem"};
 
-std::string Quoted(std::string_view text) {
-    std::string quoted = "'";
-    for (const char c : text)
-        quoted.append(c == '\'' ? 2 : 1, c);
-    return quoted + "'";
+/// Of the problems those of the media store.
+bool Remove(int table, std::string_view path) {
+    if (table < kRebuildProblem) return MediaDatabase().Remove(kTables[table], path) >= 0;
+    return MediaDatabase().Change("DELETE FROM problem WHERE path = ?1 AND kind < 2", path) >= 0;
 }
 
 /// Whether `path` or a folder above it is among the sorted `folders`.
@@ -75,7 +64,7 @@ class Rebuild {
     int RemoveStale();
     int RemoveStale(int table);
     bool IsStale(int table, std::string_view path) const;
-    std::string RangeOf(const std::string& from) const;
+    std::unique_ptr<SqlRows> RowsFrom(int table, std::string_view first, int limit) const;
 
     bool is_open_ = false;
     bool is_given_up_ = false;
@@ -93,12 +82,11 @@ Rebuild& TheRebuild() {
 void Rebuild::Begin(std::string_view path) {
     top_ = WithoutTrailingSlashes(path);
     for (int table = 0; table < kRebuildProblem; ++table) {
-        const std::string query = "SELECT path FROM " + std::string(kTables[table].name) + " WHERE ";
-        for (const std::string& range :
-             {"path = " + Quoted(top_), RangeOf("path >= " + Quoted(top_ + '/'))}) {
-            const auto rows = MediaDatabase().Query(query + range + " LIMIT 1");
-            if (rows != nullptr && rows->count() > 0) MediaTableChanged(kTables[table].name);
-        }
+        const std::string name = kTables[table];
+        const auto itself = MediaDatabase().Ask("SELECT 1 FROM " + name + " WHERE path = ?1", top_);
+        const auto below = RowsFrom(table, top_ + '/', 1);
+        for (const auto* rows : {itself.get(), below.get()})
+            if (rows != nullptr && rows->count() > 0) MediaTableChanged(kTables[table]);
     }
 }
 
@@ -112,7 +100,7 @@ void Rebuild::GiveUp() {
     is_given_up_ = true;
     saved_.clear();
     missed_.clear();
-    KOLI_LOG("%s (%d) Failed to remember what a rebuild has met: nothing is removed below %s.", top_.c_str());
+    KOLI_LOG("Failed to remember what a rebuild has met: nothing is removed below %s.", top_.c_str());
 }
 
 void Rebuild::Miss(std::string_view path) {
@@ -120,8 +108,12 @@ void Rebuild::Miss(std::string_view path) {
     missed_.emplace_back(WithoutTrailingSlashes(path));
 }
 
-std::string Rebuild::RangeOf(const std::string& from) const {
-    return from + " AND path < " + Quoted(top_ + static_cast<char>('/' + 1));
+/// Rows below the top, from the key `first` on.
+std::unique_ptr<SqlRows> Rebuild::RowsFrom(int table, std::string_view first, int limit) const {
+    const std::string name = kTables[table];
+    return MediaDatabase().Ask(
+        "SELECT path FROM " + name + " WHERE path >= ?1 AND path < ?2 ORDER BY path LIMIT ?3", first,
+        KeyBehind(top_), limit);
 }
 
 bool Rebuild::IsStale(int table, std::string_view path) const {
@@ -145,26 +137,18 @@ int Rebuild::RemoveStale() {
 }
 
 int Rebuild::RemoveStale(int table) {
-    const auto remove = [table](const char* path) {
-        SqlStatement* statement = MediaDatabase().Prepare(kTables[table].remove);
-        if (statement == nullptr) return false;
-        statement->Text(1, path);
-        return MediaDatabase().Run(*statement) >= 0;
-    };
-    if (IsStale(table, top_) && !remove(top_.c_str())) return -1;
-    std::string from = "path >= " + Quoted(top_ + '/');
+    if (IsStale(table, top_) && !Remove(table, top_)) return -1;
+    std::string first = top_ + '/';
     for (int found = kPageRows; found == kPageRows;) {
-        const auto rows =
-            MediaDatabase().Query("SELECT path FROM " + std::string(kTables[table].name) + " WHERE " +
-                                  RangeOf(from) + " ORDER BY path LIMIT " + std::to_string(kPageRows));
+        const auto rows = RowsFrom(table, first, kPageRows);
         if (rows == nullptr) return -1;
         found = rows->count();
         for (int row = 0; row < found; ++row) {
             const char* path = rows->Field(row, "path");
             if ((KOLIDBRefusing() & KOLI_MEDIA_DB) != 0) return -1;
-            if (IsStale(table, path) && !remove(path)) return -1;
+            if (IsStale(table, path) && !Remove(table, path)) return -1;
         }
-        if (found > 0) from = "path > " + Quoted(rows->Field(found - 1, "path"));
+        if (found > 0) first = rows->Field(found - 1, "path") + std::string(1, kLeastByte);
         KOLIDBTick();
     }
     return 0;
@@ -196,10 +180,9 @@ extern "C" {
 
 void MediaRebuildBegin(const char* path) {
     if (path == nullptr || *path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return;
     }
-    Guarded(MediaDatabase(), [] { ProblemSettle(); });
     TheRebuild().Open();
     Remember([path](Rebuild& rebuild) { rebuild.Begin(path); });
 }
@@ -213,7 +196,6 @@ int MediaRebuildSavedLast(const char* path) {
 }
 
 int MediaRebuildEnd(int is_certain) {
-    Guarded(MediaDatabase(), [] { ProblemSettle(); });
     int result = TheRebuild().is_noting() ? -1 : 0;
     Remember([is_certain, &result](Rebuild& rebuild) { result = rebuild.End(is_certain != 0); });
     TheRebuild().Close();

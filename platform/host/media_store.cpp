@@ -1,6 +1,8 @@
 // The media store: the rows of music, video, photo and playlist files, and of folders.
+#include <array>
 #include <cmath>
 #include <string>
+#include <vector>
 
 #include "base/log.h"
 #include "base/media_fields.h"
@@ -10,7 +12,7 @@
 #include "platform/host/media_rebuild.h"
 #include "platform/host/path_range.h"
 #include "platform/host/problems.h"
-#include "platform/host/schema.h"
+#include "platform/host/tables.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 
@@ -19,29 +21,14 @@ namespace {
 
 constexpr const char kModule[] = "kolidb";
 
-constexpr const char kSaveDirectory[] =
-    "INSERT INTO directory (path, title) VALUES (?1, ?2) ON CONFLICT (path) DO UPDATE SET title = "
-    "excluded.title "
-    "WHERE directory.title IS DISTINCT FROM excluded.title";
-
-/// The texts of the statements, each built once.
-struct MediaStatements {
-    MediaStatements() {
-        for (size_t i = 0; i < kMediaStoreTables; ++i) {
-            save[i] = MediaSaveSql(kMediaTables[i]);
-            remove[i] = "DELETE FROM " + std::string(kMediaTables[i]) + " WHERE path = ?1";
-        }
-        for (size_t i = 0; i < std::size(kMediaTables); ++i)
-            remove_below[i] = "DELETE FROM " + std::string(kMediaTables[i]) + " WHERE " + kPathRange;
-    }
-    std::string save[kMediaStoreTables];
-    std::string remove[kMediaStoreTables];
-    std::string remove_below[std::size(kMediaTables)];
-};
-
-const MediaStatements& Statements() {
-    static const auto* const statements = new MediaStatements;
-    return *statements;
+/// The statement that saves a record; built once, as it is long.
+const std::string& SaveTextOf(int type) {
+    static auto* const texts = new std::array<std::string, kMediaStoreTables>;
+    std::string& text = (*texts)[static_cast<size_t>(type)];
+    if (!text.empty()) return text;
+    std::vector<const char*> columns;
+    EachMediaField([&columns](const auto& field) { columns.push_back(field.column); });
+    return text = SaveText(kMediaTables[type], columns);
 }
 
 bool IsStoreTable(int type) {
@@ -85,12 +72,8 @@ class RecordBinder {
 /// Every table is tried, whatever becomes of another.
 int DeleteBelow(const char* path) {
     int result = 0;
-    for (const std::string& text : Statements().remove_below) {
-        SqlStatement* statement = MediaDatabase().Prepare(text.c_str());
-        if (statement == nullptr) return -1;
-        BindPathRange(*statement, path);
-        if (MediaDatabase().Run(*statement) < 0) result = -1;
-    }
+    for (const char* table : kMediaTables)
+        if (MediaDatabase().RemoveBelow(table, path) < 0) result = -1;
     if (result == 0) ProblemForgetBelow(path);
     return result;
 }
@@ -106,51 +89,41 @@ extern "C" {
 int MediaInfoDBSave(int type, const MediaInfo* record) {
     return Guarded(MediaDatabase(), [&] {
         if (!IsStoreTable(type) || record == nullptr || record->path[0] == '\0') {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         RebuildNote(type, record->path);
-        SqlStatement* statement = MediaDatabase().Prepare(Statements().save[type].c_str());
+        SqlStatement* statement = MediaDatabase().Prepare(SaveTextOf(type));
         if (statement == nullptr) return -1;
         EachMediaField(RecordBinder(*statement, *record));
-        if (MediaDatabase().Run(*statement) < 0) return -1;
-        ProblemSaved(record->path);
-        return 0;
+        return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
     });
 }
 
 int MediaInfoDBDirSave(const char* path) {
     return Guarded(MediaDatabase(), [&] {
         if (path == nullptr || *path == '\0') {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
-        ProblemSettle();
-        std::string directory(WithoutTrailingSlashes(path));
-        if (directory.empty()) directory = "/";
+        const std::string_view bare = WithoutTrailingSlashes(path);
+        const std::string directory(bare.empty() ? "/" : bare);
         RebuildNote(kRebuildDirectory, directory);
-        SqlStatement* statement = MediaDatabase().Prepare(kSaveDirectory);
-        if (statement == nullptr) return -1;
         std::string scratch;
-        statement->Text(1, directory);
-        statement->Text(2, Utf8FromUnmarked(FileNameOf(directory.c_str()), &scratch));
-        return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
+        const std::string_view title = Utf8FromUnmarked(FileNameOf(directory.c_str()), &scratch);
+        return MediaDatabase().Change(SaveText(kDirectoryTable, {"path", "title"}), directory, title) < 0 ? -1
+                                                                                                          : 0;
     });
 }
 
 int MediaInfoDBDelete(int type, const char* path) {
     return Guarded(MediaDatabase(), [&] {
         if (path == nullptr || *path == '\0' || (!IsStoreTable(type) && type != kStoreBelowDirectory)) {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
-        ProblemSettle();
         if (type == kStoreBelowDirectory) return DeleteBelow(path);
-        SqlStatement* statement = MediaDatabase().Prepare(Statements().remove[type].c_str());
-        if (statement == nullptr) return -1;
-        statement->Text(1, path);
-        if (MediaDatabase().Run(*statement) < 0) return -1;
+        if (MediaDatabase().Remove(kMediaTables[type], path) < 0) return -1;
         ProblemForget(path);
         return 0;
     });

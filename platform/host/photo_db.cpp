@@ -6,8 +6,7 @@
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/guard.h"
-#include "platform/host/path_range.h"
-#include "platform/host/sql_dialect.h"
+#include "platform/host/tables.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 
@@ -16,47 +15,26 @@ namespace {
 
 constexpr const char kModule[] = "kolidb";
 
-// A caption is handed over once, so a record without one (parameter 16 for the title, an empty description)
-// leaves the row's alone.  `status` is not the record's.
-constexpr const char kSave[] =
-    "INSERT INTO photo_info (path, name, title, description, folder, camera_make, camera_model, "
-    "exposure_time,"
-    " f_number, date_taken, ctime, width, height, iso_speed, file_size, updated)"
-    " VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15, 1)"
-    " ON CONFLICT (path) DO UPDATE SET name = excluded.name,"
-    " title = CASE WHEN ?16 = 1 THEN photo_info.title ELSE excluded.title END,"
-    " description = CASE WHEN excluded.description = '' THEN photo_info.description ELSE "
-    "excluded.description END,"
-    " folder = excluded.folder, camera_make = excluded.camera_make, camera_model = excluded.camera_model,"
-    " exposure_time = excluded.exposure_time, f_number = excluded.f_number, date_taken = excluded.date_taken,"
-    " ctime = excluded.ctime, width = excluded.width, height = excluded.height, iso_speed = "
-    "excluded.iso_speed,"
-    " file_size = excluded.file_size, updated = 1"
-    " WHERE (?16 = 0 AND photo_info.title <> excluded.title)"
-    " OR (excluded.description <> '' AND photo_info.description <> excluded.description)"
-    " OR (photo_info.name, photo_info.folder, photo_info.camera_make, photo_info.camera_model,"
-    " photo_info.exposure_time, photo_info.f_number, photo_info.date_taken, photo_info.ctime, "
-    "photo_info.width,"
-    " photo_info.height, photo_info.iso_speed, photo_info.file_size, photo_info.updated) IS DISTINCT FROM"
-    " (excluded.name, excluded.folder, excluded.camera_make, excluded.camera_model, excluded.exposure_time,"
-    " excluded.f_number, excluded.date_taken, excluded.ctime, excluded.width, excluded.height,"
-    " excluded.iso_speed, excluded.file_size, 1)";
+// A caption is handed over once, so a record without one (parameter 17 for the title, an empty description)
+// leaves the row's alone.
+constexpr const char kTitle[] = "CASE WHEN ?17 = 1 THEN photo_info.title ELSE excluded.title END";
+constexpr const char kDescription[] =
+    "CASE WHEN excluded.description = '' THEN photo_info.description ELSE excluded.description END";
 
-constexpr const char kDelete[] = "DELETE FROM photo_info WHERE path = ?1";
+/// The statement that saves a record; built once, as it is long.  `status` is not the record's.
+const std::string& SaveTextOfPhoto() {
+    static const auto* const text = new std::string(
+        SaveText("photo_info",
+                 {"path", "name", "folder", "camera_make", "camera_model", "exposure_time", "f_number",
+                  "date_taken", "ctime", "width", "height", "iso_speed", "file_size", "updated"},
+                 {{"title", kTitle}, {"description", kDescription}}));
+    return *text;
+}
+
 constexpr const char kVideoStatus[] =
     "UPDATE photo_info SET status = 1, updated = 1 WHERE path = ?1 AND (status <> 1 OR updated <> 1)";
 constexpr const char kClearMarks[] = "UPDATE photo_info SET updated = 0 WHERE updated <> 0";
-constexpr const char kSetSetting[] =
-    "INSERT INTO setting (name, value) VALUES (?1, ?2) ON CONFLICT (name) DO UPDATE SET value = "
-    "excluded.value"
-    " WHERE setting.value <> excluded.value";
 constexpr const char kSweep[] = "DELETE FROM photo_info WHERE updated = 0";
-
-const char* DeleteBelowSql() {
-    static const auto* const text =
-        new std::string(std::string("DELETE FROM photo_info WHERE ") + kPathRange);
-    return text->c_str();
-}
 
 bool HasOwnTitle(const PhotoRecord& record) {
     char plain[sizeof record.title];
@@ -64,44 +42,36 @@ bool HasOwnTitle(const PhotoRecord& record) {
     return FieldText(record.title) != plain;
 }
 
-template <size_t N>
-void BindText(SqlStatement& statement, int index, const char (&field)[N]) {
-    std::string scratch;
-    statement.Text(index, Utf8FromUnmarked(FieldText(field), &scratch));
+/// A field as it is stored.
+class StoredText {
+  public:
+    template <size_t N>
+    explicit StoredText(const char (&field)[N]) : text_(Utf8FromUnmarked(FieldText(field), &scratch_)) {}
+    operator std::string_view() const { return text_; }
+
+  private:
+    std::string scratch_;
+    std::string_view text_;
+};
+
+void FillPhoto(SqlStatement& statement, const PhotoRecord& record) {
+    constexpr int kUpdated = 1;
+    statement.Fill(FieldText(record.path), FieldText(record.name), FieldText(record.folder),
+                   StoredText(record.camera_make), StoredText(record.camera_model),
+                   StoredText(record.exposure_time), StoredText(record.f_number),
+                   StoredText(record.date_taken), StoredText(record.ctime), record.width, record.height,
+                   record.iso_speed, record.file_size, kUpdated, StoredText(record.title),
+                   StoredText(record.description), HasOwnTitle(record) ? 0 : 1);
 }
 
-void BindPhoto(SqlStatement& statement, const PhotoRecord& record) {
-    statement.Text(1, FieldText(record.path));
-    statement.Text(2, FieldText(record.name));
-    BindText(statement, 3, record.title);
-    BindText(statement, 4, record.description);
-    statement.Text(5, FieldText(record.folder));
-    BindText(statement, 6, record.camera_make);
-    BindText(statement, 7, record.camera_model);
-    BindText(statement, 8, record.exposure_time);
-    BindText(statement, 9, record.f_number);
-    BindText(statement, 10, record.date_taken);
-    BindText(statement, 11, record.ctime);
-    statement.Integer(12, record.width);
-    statement.Integer(13, record.height);
-    statement.Integer(14, record.iso_speed);
-    statement.Integer(15, record.file_size);
-    statement.Integer(16, HasOwnTitle(record) ? 0 : 1);
-}
-
-/// Runs a kept statement with the path as its only parameter, or with none.
-int RunOn(const char* text, const char* path) {
-    return Guarded(PhotoDatabase(), [&] {
-        SqlStatement* statement = PhotoDatabase().Prepare(text);
-        if (statement == nullptr) return -1;
-        if (path != nullptr) statement->Text(1, path);
-        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
-    });
+template <typename... Values>
+int Change(const char* text, Values... values) {
+    return Guarded(PhotoDatabase(), [&] { return PhotoDatabase().Change(text, values...) < 0 ? -1 : 0; });
 }
 
 bool IsPath(const char* path, LogSite site = LogSite(kModule)) {
     if (path != nullptr && *path != '\0') return true;
-    LogError("%s (%d) Bad parameter.", site.module, site.line);
+    LogError(site, "Bad parameter.");
     return false;
 }
 
@@ -116,54 +86,47 @@ extern "C" {
 int PhotoInfoDBSave(const PhotoRecord* record, int mode) {
     return Guarded(PhotoDatabase(), [&] {
         if (record == nullptr || record->path[0] == '\0' || (mode != 1 && mode != 5)) {
-            KOLI_LOG("%s (%d) Bad parameter.");
+            KOLI_LOG("Bad parameter.");
             return -1;
         }
-        SqlStatement* statement = PhotoDatabase().Prepare(kSave);
+        SqlStatement* statement = PhotoDatabase().Prepare(SaveTextOfPhoto());
         if (statement == nullptr) return -1;
-        BindPhoto(*statement, *record);
+        FillPhoto(*statement, *record);
         return PhotoDatabase().RunAdd(*statement) < 0 ? -1 : 0;
     });
 }
 
 int PhotoInfoDBDelete(const char* path) {
-    return IsPath(path) ? RunOn(kDelete, path) : -1;
+    return Guarded(PhotoDatabase(),
+                   [&] { return IsPath(path) && PhotoDatabase().Remove("photo_info", path) >= 0 ? 0 : -1; });
 }
 
 int PhotoInfoDBDirDelete(const char* path) {
     return Guarded(PhotoDatabase(), [&] {
-        if (!IsPath(path)) return -1;
-        SqlStatement* statement = PhotoDatabase().Prepare(DeleteBelowSql());
-        if (statement == nullptr) return -1;
-        BindPathRange(*statement, path);
-        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+        return IsPath(path) && PhotoDatabase().RemoveBelow("photo_info", path) >= 0 ? 0 : -1;
     });
 }
 
 int KOLIIndexPhotoUpdateVideoStatus(const char* path) {
-    return IsPath(path) ? RunOn(kVideoStatus, path) : -1;
+    return IsPath(path) ? Change(kVideoStatus, path) : -1;
 }
 
 int KOLIPhotoInitAllRows(void) {
-    return RunOn(kClearMarks, nullptr);
+    return Change(kClearMarks);
 }
 
 int KOLIPhotoDeleteNoUpdateRows(void) {
-    return RunOn(kSweep, nullptr);
+    return Change(kSweep);
 }
 
 int PhotoDBExec(const char* sql) {
-    return Guarded(PhotoDatabase(), [&] {
-        if (!IsPath(sql)) return -1;
-        return PhotoDatabase().Execute(ToSqliteText(sql));
-    });
+    return Guarded(PhotoDatabase(), [&] { return IsPath(sql) ? PhotoDatabase().Execute(sql) : -1; });
 }
 
 int PhotoDBSettingGet(const char* name, char* value, int size) {
     return Guarded(PhotoDatabase(), [&] {
         if (!IsPath(name) || value == nullptr || size <= 0) return -1;
-        const auto rows =
-            PhotoDatabase().Query("SELECT value FROM setting WHERE name = '" + std::string(name) + "'");
+        const auto rows = PhotoDatabase().Ask("SELECT value FROM setting WHERE name = ?1", name);
         if (rows == nullptr) return -1;
         if (rows->count() == 0) return 1;
         CopyText(value, static_cast<size_t>(size), rows->Field(0, "value"));
@@ -173,11 +136,7 @@ int PhotoDBSettingGet(const char* name, char* value, int size) {
 
 int PhotoDBSettingSet(const char* name, const char* value) {
     return Guarded(PhotoDatabase(), [&] {
-        SqlStatement* statement = PhotoDatabase().Prepare(kSetSetting);
-        if (statement == nullptr) return -1;
-        statement->Text(1, name);
-        statement->Text(2, value);
-        return PhotoDatabase().Run(*statement) < 0 ? -1 : 0;
+        return PhotoDatabase().Change(SaveText(kSettingTable, {"name", "value"}), name, value) < 0 ? -1 : 0;
     });
 }
 

@@ -20,12 +20,13 @@ namespace {
 
 constexpr const char kModule[] = "kolidb";
 
-// A row at the new path gives way; without a row at the old one nothing happens.
 constexpr const char kMove[] =
-    "UPDATE OR REPLACE photo_info SET path = ?2, name = ?3, folder = ?4,"
-    " title = CASE WHEN title = ?5 THEN ?6 ELSE title END WHERE path = ?1";
-constexpr const char kRemove[] = "DELETE FROM photo_info WHERE path = ?1";
-constexpr const char kAsk[] = "SELECT 1 FROM photo_info WHERE path = ";
+    "UPDATE photo_info SET path = ?2, name = ?3, folder = ?4,"
+    " title = CASE WHEN title = ?5 THEN ?6 ELSE title END WHERE path = ?1"
+    " AND NOT EXISTS (SELECT 1 FROM photo_info WHERE path = ?2)";
+constexpr const char kGiveWay[] =
+    "DELETE FROM photo_info WHERE path = ?2 AND EXISTS (SELECT 1 FROM photo_info WHERE path = ?1)";
+constexpr const char kAsk[] = "SELECT 1 FROM photo_info WHERE path = ?1";
 
 /// The listed paths that begin with `old_path`, in an order in which no row reaches a place before the listed
 /// row that stands there has left it: every move changes the length of its path by the same amount.
@@ -51,9 +52,7 @@ std::string PlainTitle(const char* path) {
 }
 
 bool HasRow(const std::string& path) {
-    std::string quoted(2 * path.size() + 1, '\0');
-    if (KOLIDBEscapeString(path.c_str(), quoted.data(), quoted.size()) != 0) return false;
-    const auto rows = PhotoDatabase().Query(kAsk + ("'" + std::string(quoted.c_str()) + "'"));
+    const auto rows = PhotoDatabase().Ask(kAsk, path);
     return rows != nullptr && rows->count() > 0;
 }
 
@@ -67,23 +66,20 @@ bool Stays(const char* path, const std::string& to, size_t old_length) {
     return is_neighbour || (HasRow(to) && !IsBroughtLater(path));
 }
 
-/// A row whose new path does not fit into a record is removed: no index of the new place would have it.
+/// A row at the new path gives way; without a row at the old one nothing happens.  A row whose new path does
+/// not fit into a record is removed: no index of the new place would have it.
 bool MoveRow(const char* from, const std::string& to) {
-    const bool fits = to.size() < sizeof PhotoRecord::path;
-    SqlStatement* statement = PhotoDatabase().Prepare(fits ? kMove : kRemove);
-    if (statement == nullptr) return false;
-    statement->Text(1, from);
-    if (fits) {
-        char name[sizeof PhotoRecord::name], folder[sizeof PhotoRecord::folder];
-        CopyText(name, sizeof name, FileNameOf(to.c_str()));
-        if (!AlbumFromPath(to.c_str(), folder, sizeof folder)) KOLI_LOG("%s (%d) Impossible error.");
-        statement->Text(2, to);
-        statement->Text(3, name);
-        statement->Text(4, folder);
-        statement->Text(5, PlainTitle(from));
-        statement->Text(6, PlainTitle(to.c_str()));
-    }
-    return PhotoDatabase().Run(*statement) >= 0;
+    if (to.size() >= sizeof PhotoRecord::path) return PhotoDatabase().Remove("photo_info", from) >= 0;
+    char name[sizeof PhotoRecord::name], folder[sizeof PhotoRecord::folder];
+    CopyText(name, sizeof name, FileNameOf(to.c_str()));
+    if (!AlbumFromPath(to.c_str(), folder, sizeof folder)) KOLI_LOG("Impossible error.");
+    const auto move = [&] {
+        return PhotoDatabase().Change(kMove, from, to, name, folder, PlainTitle(from),
+                                      PlainTitle(to.c_str()));
+    };
+    if (const int affected = move(); affected != 0) return affected > 0;
+    const int given_way = PhotoDatabase().Change(kGiveWay, from, to);
+    return given_way > 0 ? move() > 0 : given_way == 0;
 }
 
 bool MoveRows(const std::vector<const char*>& paths, const std::string& new_path, size_t old_length) {
@@ -101,7 +97,7 @@ using namespace koli::host;
 
 extern "C" int KOLIUpdatePhotoPath(const PhotoPathList* list, const char* new_path, const char* old_path) {
     if (new_path == nullptr || *new_path == '\0' || old_path == nullptr || *old_path == '\0') {
-        KOLI_LOG("%s (%d) Bad parameter.");
+        KOLI_LOG("Bad parameter.");
         return -1;
     }
     if (strcmp(new_path, old_path) == 0) return 0;

@@ -1,129 +1,74 @@
 #include "platform/host/problems.h"
 
-#include <cctype>
-#include <cstring>
 #include <ctime>
 #include <string>
 
-#include "base/log.h"
 #include "base/media_info.h"
-#include "base/path_names.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/file_times.h"
+#include "platform/host/guard.h"
 #include "platform/host/media_rebuild.h"
-#include "platform/host/path_range.h"
+#include "platform/host/tables.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolidb.h"
 
 namespace koli::host {
 namespace {
 
-constexpr const char kSave[] =
-    "INSERT INTO problem (path, time, reason, kind) VALUES (?1, ?2, ?3, ?4) ON CONFLICT (path) DO UPDATE SET"
-    " time = excluded.time, reason = excluded.reason, kind = excluded.kind"
-    " WHERE problem.reason <> excluded.reason OR problem.kind <> excluded.kind";
-constexpr const char kRemove[] = "DELETE FROM problem WHERE path = ?1";
-constexpr const char kRemoveOfStore[] = "DELETE FROM problem WHERE path = ?1 AND kind < 2";
-constexpr const char kRemoveOfPhotos[] = "DELETE FROM problem WHERE path = ?1 AND kind >= 2";
-constexpr const char kAnyOfPhotos[] = "SELECT 1 FROM problem WHERE kind >= 2 LIMIT 1";
+// A file has one row: what the media store told comes before what the photo library tells, which looks at the
+// file a moment later. The time is that of the first failure for this reason.
+constexpr char kReason[] =
+    "CASE WHEN problem.kind < 2 AND excluded.kind >= 2 THEN problem.reason ELSE excluded.reason END";
+constexpr char kKind[] =
+    "CASE WHEN problem.kind < 2 AND excluded.kind >= 2 THEN problem.kind ELSE excluded.kind END";
+constexpr char kTime[] =
+    "CASE WHEN problem.kind < 2 AND excluded.kind >= 2 OR problem.reason = excluded.reason THEN problem.time"
+    " ELSE excluded.time END";
+constexpr char kRemoveOfStore[] = "DELETE FROM problem WHERE path = ?1 AND kind < 2";
+constexpr char kRemoveOfPhotos[] = "DELETE FROM problem WHERE path = ?1 AND kind >= 2";
+constexpr char kAny[] = "SELECT 1 FROM problem LIMIT 1";
 static_assert(KOLI_PROBLEM_PHOTOS == 2);  // the higher bit
-constexpr const char kNoReason[] = "Metadata could not be parsed.";
 
-char saved_path[kPathSize];  // the file saved last, until its event or the next operation; '' = none
-char told_path[kPathSize];   // the file whose reason has been told before its event; '' = none
-
-enum class PhotoProblems { kUnknown, kNone, kSome };
-PhotoProblems photo_problems = PhotoProblems::kUnknown;
-
-/// The text of a log line without its module and line number, which stand in front in several forms:
-/// "m (12) ", "m:12 ", "m(12): ", "(m, 12) ".
-const char* WithoutPrefix(const char* line) {
-    constexpr size_t kPrefixMax = 64;
-    for (size_t at = 1; at < strnlen(line, kPrefixMax); ++at) {
-        if (isdigit(static_cast<unsigned char>(line[at])) == 0 || strchr("( :", line[at - 1]) == nullptr)
-            continue;
-        const size_t end = at + strspn(line + at, "0123456789");
-        return line + end + strspn(line + end, "):, -");
-    }
-    return line;
-}
-
-void RunOn(const char* text, const char* path) {
-    SqlStatement* statement = MediaDatabase().Prepare(text);
-    if (statement == nullptr) return;
-    statement->Text(1, path);
-    MediaDatabase().Run(*statement);
-}
-
-const char* RemoveBelowSql() {
-    static const auto* const text = new std::string(std::string("DELETE FROM problem WHERE ") + kPathRange);
-    return text->c_str();
-}
+enum class Known { kNothing, kEmpty, kFilled };
+Known table = Known::kNothing;
 
 void Save(const char* path, std::string_view reason, int kind) {
     if ((kind & KOLI_PROBLEM_PHOTOS) == 0) RebuildNote(kRebuildProblem, path);
-    SqlStatement* statement = MediaDatabase().Prepare(kSave);
-    if (statement == nullptr) return;
+    table = Known::kFilled;
     char now[sizeof MediaInfo::ctime];
     std::string scratch;
     WriteLocalTime(time(nullptr), now, sizeof now);
-    statement->Text(1, path);
-    statement->Text(2, now);
-    statement->Text(3, Utf8FromUnmarked(reason, &scratch));
-    statement->Integer(4, kind);
-    MediaDatabase().Run(*statement);
+    MediaDatabase().Change(
+        SaveText(kProblemTable, {"path"}, {{"reason", kReason}, {"kind", kKind}, {"time", kTime}}), path,
+        Utf8FromUnmarked(reason, &scratch), kind, now);
 }
 
-/// They are so rare that nothing is worth a statement for each picture.
-bool HasPhotoProblems() {
-    if (photo_problems == PhotoProblems::kUnknown) {
-        const auto found = MediaDatabase().Query(kAnyOfPhotos);
+/// Mostly there are none, and nothing is worth a statement for each file.
+bool HasRows() {
+    if (table == Known::kNothing) {
+        const auto found = MediaDatabase().Query(kAny);
         if (found == nullptr) return false;
-        photo_problems = found->count() > 0 ? PhotoProblems::kSome : PhotoProblems::kNone;
+        table = found->count() > 0 ? Known::kFilled : Known::kEmpty;
     }
-    return photo_problems == PhotoProblems::kSome;
+    return table == Known::kFilled;
 }
 
 }  // namespace
 
-void ProblemSaved(const char* path) {
-    CopyText(saved_path, sizeof saved_path, path);
-}
-
-void ProblemRaised(const char* path) {
-    if (strcmp(path, told_path) == 0) return;
-    if (strcmp(path, saved_path) == 0) saved_path[0] = '\0';
-    ProblemSettle();
-    const char* const line = LogFirst();
-    Save(path, *line != '\0' ? WithoutPrefix(line) : kNoReason, 0);
-}
-
 void ProblemBatchBegin() {
-    photo_problems = PhotoProblems::kUnknown;
-}
-
-void ProblemSettle() {
-    told_path[0] = '\0';
-    if (saved_path[0] == '\0') return;
-    RunOn(kRemoveOfStore, saved_path);
-    saved_path[0] = '\0';
+    table = Known::kNothing;
 }
 
 void ProblemForget(const char* path) {
-    RunOn(kRemove, path);
+    MediaDatabase().Remove(kProblemTable, path);
 }
 
 void ProblemForgetBelow(const char* path) {
-    SqlStatement* statement = MediaDatabase().Prepare(RemoveBelowSql());
-    if (statement == nullptr) return;
-    BindPathRange(*statement, path);
-    MediaDatabase().Run(*statement);
+    MediaDatabase().RemoveBelow(kProblemTable, path);
 }
 
-void ProblemForgetTable(const char* table) {
-    ProblemSettle();
-    MediaDatabase().Execute(std::string("DELETE FROM problem WHERE path IN (SELECT path FROM ") + table +
-                            ")");
+void ProblemForgetTable(const char* name) {
+    MediaDatabase().Execute(std::string("DELETE FROM problem WHERE path IN (SELECT path FROM ") + name + ")");
 }
 
 }  // namespace koli::host
@@ -135,16 +80,15 @@ extern "C" {
 
 void KOLIProblemSet(const char* path, const char* reason, int kind) {
     if (path == nullptr || *path == '\0' || reason == nullptr) return;
-    const bool is_of_photos = (kind & KOLI_PROBLEM_PHOTOS) != 0;
-    if (is_of_photos) photo_problems = PhotoProblems::kSome;
-    if (!is_of_photos && strcmp(path, saved_path) == 0) saved_path[0] = '\0';
-    ProblemSettle();
-    Save(path, reason, kind);
-    if (!is_of_photos) CopyText(told_path, sizeof told_path, path);
+    Guarded(MediaDatabase(), [=] { Save(path, reason, kind); });
 }
 
-void KOLIProblemClear(const char* path) {
-    if (path != nullptr && HasPhotoProblems()) RunOn(kRemoveOfPhotos, path);
+void KOLIProblemClear(const char* path, int kind) {
+    Guarded(MediaDatabase(), [=] {
+        if (path != nullptr && HasRows())
+            MediaDatabase().Change((kind & KOLI_PROBLEM_PHOTOS) != 0 ? kRemoveOfPhotos : kRemoveOfStore,
+                                   path);
+    });
 }
 
 }  // extern "C"

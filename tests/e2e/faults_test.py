@@ -133,7 +133,7 @@ class Troubles(harness.DaemonTest):
         appliance.enqueue([f"A:{os.path.dirname(path)}"])
 
     def test_what_fails_for_a_moment_is_a_problem_and_done_again(self):
-        unread, cover, caption = "The file cannot be read", "The cover cannot be saved", "A caption cannot be read"
+        unread, cover, caption = "the file cannot be read", "the cover cannot be saved", "a caption cannot be read"
         for sample, name, failing, error, reason in (
                 (fault_points.SONG, "pread64", "/x.mp3", errno.EIO, unread),
                 (fault_points.SONG, "openat", "/x.mp3", errno.EMFILE, unread),
@@ -146,7 +146,7 @@ class Troubles(harness.DaemonTest):
                 ("video/Formats/clip.dat", "pread64", "/x.dat", errno.EIO, unread),
                 ("video/Formats/clip.avi", "read", "/x.avi", errno.EIO, unread),
                 ("video/Formats/clip.avi", "openat", "/x.avi", errno.ENFILE, unread),
-                (fault_points.PICTURES[0], "read", "/x.jpg", errno.EIO, unread),
+                (fault_points.PICTURES[0], "openat", "/x.jpg", errno.EMFILE, unread),
                 (fault_points.PICTURES[0], "pread64", "/x.jpg", errno.EIO, unread),
                 (fault_points.PICTURES[0], "openat", "/KOLIPHOTO:TITLE", errno.EIO, caption),
                 (fault_points.PICTURES[0], "read", "/KOLIPHOTO:PUBLIC", errno.EIO, caption)):
@@ -195,7 +195,7 @@ class Troubles(harness.DaemonTest):
                 appliance.wait_for_batch(harness.PATIENCE)
                 self.assertEqual([self.row(share, path)[figure] > 0 for path in paths], [True, False, True])
                 self.assertEqual(self.paths("photo_info"), paths if share == "photo" else [])
-                self.assertEqual(self.problems(), [(paths[1], "The file has brought the daemon down twice and is "
+                self.assertEqual(self.problems(), [(paths[1], "the file has brought the daemon down twice and is "
                                                                 "not opened until it changes")])
                 appliance.stop()
                 os.utime(paths[1])

@@ -2,6 +2,7 @@
 """Request lines, the rows they lead to, and what the neighbours are told."""
 import os
 import pathlib
+import re
 import signal
 import sqlite3
 import time
@@ -36,6 +37,34 @@ class Requests(harness.DaemonTest):
         picture, song = (pathlib.Path(f"{M}/Café Été/{name}").read_bytes()
                          for name in ("@eaDir/01 Déjà vu.mp3/cover1.jpg", "01 Déjà vu.mp3"))
         self.assertIn(b"front\0" + picture, song)
+
+    def test_every_format_and_what_is_wrong_with_a_file(self):
+        for share in ("music", "photo", "video"):
+            harness.shutil.copytree(f"{harness.SAMPLES}/{share}", f"/volume1/{share}", dirs_exist_ok=True)
+        self.index(*harness.EVERYTHING)
+        # The formats of the README, which all have a sample.
+        with open(f"{harness.TOP}/README.md", encoding="utf-8") as file:
+            section = file.read().partition("## Formats")[2].partition("\n## ")[0]
+        told, table = {name: set() for name in appliance.MEDIA_TABLES[:4]}, ""
+        for name, extensions in re.findall(r"^\| (?:`(\w*)`)? *\| ([^|]+) \|", section, re.MULTILINE):
+            table = name or table
+            told.get(table, set()).update(re.split(",? ", extensions))
+        self.assertEqual({table: {path.rpartition(".")[2].lower() for path in self.paths(table)} for table in told}, told)
+        no_mpeg, unopened = "there is no MPEG audio in it", "the container could not be opened"
+        unsized = "the size of the picture cannot be read"
+        self.assertEqual({row["path"].partition("/Broken/")[2]: row["reason"] for row in appliance.rows("problem")}, {
+            "cut.m4a": "it is no readable MP4 file", "cut.ogg": unopened, "page.wma": unopened, "cut.mp4": unopened,
+            "page.avi": unopened, "empty.mp3": no_mpeg, "frame past the end.mp3": no_mpeg, "noise.mp3": no_mpeg,
+            "tag only.mp3": no_mpeg, "page.flac": "there is no readable FLAC stream information in it",
+            "silence.aac": "the AAC decoder tells nothing of it", "cut.jpg": unsized, "page.png": unsized,
+            "noise.dat": "there is neither video nor audio in it"})
+        rows = {row["path"]: row for table in told for row in appliance.rows(table)}
+        clip = rows["/volume1/video/Formats/clip.avi"]
+        self.assertEqual((clip["width"], clip["height"], round(clip["duration"])), (176, 144, 2))
+        for share in harness.SHARES:
+            harness.empty_folder(f"/volume1/{share}")
+        self.index(f"D:{M}/Broken", *[f"d:{path}" for path in rows if not path.startswith(f"{M}/Broken/")])
+        self.assertEqual({path for table in (*told, "problem") for path in self.paths(table)}, set())
 
     def test_hostile_names_come_back_byte_for_byte(self):
         names = [b"it's \"quoted\"", b"100%_", b"back\\slash\\'", b"new\nline", b"inv\xff\xfe\xc3alid", b" blanks ",
@@ -114,6 +143,11 @@ class Requests(harness.DaemonTest):
         self.index(*[f"N:{P}/{new}:{P}/{old}" for new, old in (("T", "One"), ("One", "Two"), ("Two", "T"),
                                                                ("X", "Artist"), ("Y", "X"))])
         self.assertEqual(titles(), {"Live": "Live", "One": "Two", "Two": "One", "Y": "Artist"})
+        for old, new, photos in ((P, M, 3), (M, P, 4)):  # to another share, and back
+            os.rename(f"{old}/Y", f"{new}/Y")
+            self.index(f"N:{new}/Y:{old}/Y", f"D:{old}/Y")
+            self.assertEqual((len(self.paths("photo_info")), self.row("photo", f"{new}/Y/1.jpg")["album"]), (photos, "Y"))
+        self.assertEqual(len(titles()), 4)
 
     def test_a_batch_that_is_no_file(self):
         path = self.put(f"{M}/a.mp3")
@@ -138,6 +172,7 @@ class Neighbours(harness.DaemonTest):
             harness.wait_for("the media server's signal", lambda: signal.SIGUSR1 in signals)
 
         self.put(f"{M}/a.mp3")
+        self.put(f"{M}/b.mp3", "music/Broken/noise.mp3")
         appliance.enqueue(["nothing to do"])  # once this is done, only a signal leads to a run
         self.start()
         wait_for_the_last_signal()
@@ -154,7 +189,7 @@ class Neighbours(harness.DaemonTest):
             self.assertEqual(signal.SIGHUP in signals, first)
             self.assertEqual(watch.execute("PRAGMA data_version").fetchone() != version, first)
             watch.close()
-        self.assertEqual(self.paths("music"), [f"{M}/a.mp3"])
+        self.assertEqual((self.paths("music"), self.paths("problem")), ([f"{M}/a.mp3", f"{M}/b.mp3"], [f"{M}/b.mp3"]))
 
 
 if __name__ == "__main__":

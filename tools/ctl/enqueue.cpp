@@ -1,11 +1,15 @@
 #include "tools/ctl/enqueue.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
+#include <functional>
 
+#include "tools/ctl/member_request.h"
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/submit.h"
@@ -13,18 +17,21 @@
 namespace koli::ctl {
 namespace {
 
-constexpr size_t kInputMax = 64 << 20;  // bytes: some 600,000 requests
+constexpr size_t kInputMax = 64 << 20;         // bytes: some 600,000 requests
+constexpr size_t kMemberInputMax = 16 << 20;   // of one call of the service
+constexpr int64_t kMemberQueueMax = 64 << 20;  // of the queue that the service appends to
+constexpr time_t kWakeEvery = 60;              // seconds
 
 /// Reads to the end.  Returns the reason of a failure, or "".
-std::string ReadInput(std::string* text) {
+std::string ReadInput(int fd, size_t limit, std::string* text) {
     char block[65536];
     for (;;) {
-        const ssize_t length = read(STDIN_FILENO, block, sizeof block);
+        const ssize_t length = read(fd, block, sizeof block);
         if (length < 0 && errno == EINTR) continue;
         if (length < 0) return strerror(errno);
         if (length == 0) return "";
         text->append(block, static_cast<size_t>(length));
-        if (text->size() > kInputMax) return "more than 64 MiB at once";
+        if (text->size() > limit) return "more than " + std::to_string(limit >> 20) + " MiB at once";
     }
 }
 
@@ -33,45 +40,69 @@ bool IsRequest(std::string_view line) {
            strchr("ADNRTUad", line[0]) != nullptr && line.find('\0') == std::string_view::npos;
 }
 
-/// Counts the lines, and gives the last one its end.  Returns what is wrong with one of them, or "".
-std::string CheckLines(Submission* submission) {
-    std::string& lines = submission->lines;
-    if (!lines.empty() && lines.back() != '\n') lines += '\n';
+/// Why a line is refused; null when it is not.
+using Rule = std::function<const char*(std::string_view line)>;
+
+/// Counts the lines.  Returns what is wrong with one of them, or "": the last one must be whole, too, or it
+/// may be the beginning of what a writer that died had to say.
+std::string CheckLines(Submission* submission, const Rule& rule) {
+    const std::string_view lines = submission->lines;
     for (size_t at = 0, end = 0; at < lines.size(); at = end + 1) {
         end = lines.find('\n', at);
-        ++submission->requests;
-        if (!IsRequest(std::string_view(lines).substr(at, end - at)))
-            return "line " + std::to_string(submission->requests) + " is no request";
+        const std::string name = "line " + std::to_string(++submission->requests);
+        if (end == std::string_view::npos) return name + " has no end";
+        const std::string_view line = lines.substr(at, end - at);
+        if (!IsRequest(line)) return name + " is no request";
+        if (const char* refusal = rule(line); refusal != nullptr) return name + " " + refusal;
     }
     return "";
 }
 
-bool IsSocket(int fd) {
-    struct stat status;
-    return fstat(fd, &status) == 0 && S_ISSOCK(status.st_mode);
+/// Takes the mark of the end away.  Returns what is wrong, or "".
+std::string CheckEnd(std::string* lines) {
+    const bool is_whole = *lines == kEndOfRequests || lines->ends_with("\n" + std::string(kEndOfRequests));
+    if (!is_whole) return "the requests were cut off on their way";
+    lines->resize(lines->size() - strlen(kEndOfRequests));
+    return "";
 }
 
-/// The exit code is for the service's log: the caller gets the answer.
-int Serve(const Places& places, const std::string& lines, const std::string& refusal) {
-    Queued queued;
-    if (!refusal.empty())
-        queued.batch.error = refusal;
-    else if (!lines.empty())
-        queued.batch = QueueAppend(places.queue, lines);  // never by the service, which this is
-    if (queued.batch.error.empty()) queued.wake = DaemonWake(places.pid_file);
-    return AnswerSend(STDIN_FILENO, queued) ? kExitDone : kExitFiles;
+/// The daemon begins ten seconds after the last signal, which nobody may put off for good: there is one for
+/// the first request, and one a minute as long as that waits.  The queue's time of access tells of the last.
+Wake WakeSparingly(const Places& places, bool was_empty) {
+    struct stat queue;
+    const bool waits = lstat(places.queue.c_str(), &queue) == 0;
+    const time_t age = waits ? time(nullptr) - queue.st_atime : 0;  // negative: the clock was set back
+    if (!was_empty && age >= 0 && age < kWakeEvery)
+        return DaemonPid(places.pid_file) > 0 ? Wake::kWoken : Wake::kNotRunning;
+    const timespec times[2] = {{0, UTIME_NOW}, {0, UTIME_OMIT}};
+    utimensat(AT_FDCWD, places.queue.c_str(), times, AT_SYMLINK_NOFOLLOW);
+    return DaemonWake(places.pid_file);
 }
 
 }  // namespace
 
 int Enqueue(const Context& context, const WaitOptions& options) {
     Submission submission;
-    std::string refusal = ReadInput(&submission.lines);
-    if (refusal.empty()) refusal = CheckLines(&submission);
-    if (IsSocket(STDIN_FILENO)) return Serve(context.places, submission.lines, refusal);
+    std::string refusal = ReadInput(STDIN_FILENO, kInputMax, &submission.lines);
+    const auto any = [](std::string_view) -> const char* { return nullptr; };
+    if (refusal.empty()) refusal = CheckLines(&submission, any);
     if (refusal.empty()) return Submit(context, submission, options);
     Complain("standard input: %s", refusal.c_str());
     return kExitUsage;
+}
+
+int QueueServe(const Places& places, const std::vector<std::string>& shares, int peer) {
+    Submission submission;
+    Queued queued;
+    std::string& refusal = queued.batch.error;
+    refusal = ReadInput(peer, kMemberInputMax, &submission.lines);
+    if (refusal.empty()) refusal = CheckEnd(&submission.lines);
+    const auto rule = [&shares](std::string_view line) { return MemberRefusal(line, shares); };
+    if (refusal.empty()) refusal = CheckLines(&submission, rule);
+    if (refusal.empty() && submission.requests > 0)
+        queued.batch = QueueAppend(places.queue, submission.lines, kMemberQueueMax);
+    if (refusal.empty()) queued.wake = WakeSparingly(places, queued.batch.was_empty);
+    return AnswerSend(peer, queued) ? kExitDone : kExitFiles;
 }
 
 }  // namespace koli::ctl

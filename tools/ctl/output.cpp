@@ -142,21 +142,21 @@ Field Field::Real(double value) {
     return field;
 }
 
-Field Field::Of(const host::SqlCursor& cursor, int column) {
-    switch (cursor.KindOf(column)) {
-        case host::SqlCursor::Kind::kInteger:
-            return cursor.Number(column);
-        case host::SqlCursor::Kind::kReal:
-            return Real(cursor.Real(column));
+Field Field::Of(const host::SqlStatement& row, int column) {
+    switch (row.KindOf(column)) {
+        case host::SqlStatement::Kind::kInteger:
+            return row.Number(column);
+        case host::SqlStatement::Kind::kReal:
+            return Real(row.RealNumber(column));
         default:
-            return cursor.Field(column);
+            return row.Field(column);
     }
 }
 
-Record RecordOf(const host::SqlCursor& cursor) {
+Record RecordOf(const host::SqlStatement& row) {
     Record record;
-    for (int column = 0; column < cursor.columns(); ++column)
-        record.emplace_back(cursor.Name(column), Field::Of(cursor, column));
+    for (int column = 0; column < row.columns(); ++column)
+        record.emplace_back(row.Name(column), Field::Of(row, column));
     return record;
 }
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/sql_reader.h"
+#include "platform/host/sql/sql.h"
 
 namespace koli::ctl {
 
@@ -23,7 +23,7 @@ struct Field {
     Field(int64_t value) : kind(kNumber), text(std::to_string(value)), number(value) {}
     Field(bool value) : kind(kBoolean), text(value ? "yes" : "no"), number(value ? 1 : 0) {}
     static Field Real(double value);
-    static Field Of(const host::SqlCursor& cursor, int column);
+    static Field Of(const host::SqlStatement& row, int column);
 
     enum Kind { kText, kNumber, kReal, kBoolean } kind = kText;
     std::string text;  // as it is printed for people; of kText the bytes as they are
@@ -33,8 +33,8 @@ struct Field {
 
 using Record = std::vector<std::pair<std::string, Field>>;
 
-/// The row of a cursor with the names of its columns.
-Record RecordOf(const host::SqlCursor& cursor);
+/// The row at which the statement is, with the names of its columns.
+Record RecordOf(const host::SqlStatement& row);
 
 struct Section {
     std::string name;

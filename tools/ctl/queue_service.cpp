@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "tools/ctl/membership.h"
 
@@ -15,6 +16,8 @@ namespace {
 
 constexpr size_t kAnswerMax = 1024;  // bytes
 constexpr const char kNoAnswer[] = "the queue's service gives no answer";
+constexpr int kMostAttempts = 6;    // when it serves as many callers as it may
+constexpr int kFirstPauseMs = 100;  // then twice as long each time
 
 bool IsRefusal(int error) {
     return error == EACCES || error == EPERM || error == EROFS;
@@ -31,15 +34,16 @@ UniqueFd Connect(const std::string& path) {
     return fd;
 }
 
-/// What the service does not want it does not read; its answer comes all the same.
-void SendWhole(int fd, const std::string& text) {
+/// What the service does not want it does not read; its answer comes all the same.  False when something was
+/// not sent.
+bool SendWhole(int fd, const std::string& text) {
     for (size_t sent = 0; sent < text.size();) {
         const ssize_t count = send(fd, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
         if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return;
+        if (count <= 0) return false;
         sent += static_cast<size_t>(count);
     }
-    shutdown(fd, SHUT_WR);
+    return shutdown(fd, SHUT_WR) == 0;
 }
 
 char LetterOf(Wake wake) {
@@ -52,7 +56,7 @@ union Control {
     char bytes[CMSG_SPACE(sizeof(int))];
 };
 
-/// The answer, and the descriptor that came with it.
+/// The answer, and the descriptor that came with it; "" with errno set when there is none.
 std::string ReceiveAnswer(int fd, UniqueFd* file) {
     char text[kAnswerMax];
     iovec block{text, sizeof text};
@@ -75,13 +79,27 @@ std::string ReceiveAnswer(int fd, UniqueFd* file) {
     return {text, length > 0 ? static_cast<size_t>(length) : 0};
 }
 
+/// Says all to the service and takes its answer.  False when it has closed the connection without having
+/// read to the end: then it has done nothing, and may have more time for the next caller.
+bool Converse(int fd, const std::string& lines, std::string* answer, UniqueFd* file) {
+    const bool is_sent = SendWhole(fd, lines + kEndOfRequests);
+    errno = 0;
+    *answer = ReceiveAnswer(fd, file);
+    return !answer->empty() || (is_sent && errno != ECONNRESET);
+}
+
 /// Asks the service, after a direct attempt was refused with `refusal`.
 Queued Ask(const Places& places, const std::string& lines, const std::string& refusal) {
-    const UniqueFd fd = Connect(places.service);
-    if (!fd.valid()) return {{{}, refusal + JoinHint(places.service)}, Wake::kNotPermitted};
     Queued queued{{{}, kNoAnswer}, Wake::kNotPermitted};
-    SendWhole(fd.get(), lines);
-    const std::string answer = ReceiveAnswer(fd.get(), &queued.batch.file);
+    std::string answer;
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+        const UniqueFd fd = Connect(places.service);
+        if (!fd.valid()) return {{{}, refusal + JoinHint(places.service)}, Wake::kNotPermitted};
+        if (Converse(fd.get(), lines, &answer, &queued.batch.file)) break;
+        const int pause = kFirstPauseMs << attempt;
+        const timespec time{pause / 1000, pause % 1000 * 1'000'000L};
+        nanosleep(&time, nullptr);
+    }
     if (answer.size() > 1 && answer[0] == 'E') queued.batch.error = answer.substr(1);
     if (answer.size() != 2 || answer[0] != 'Q') return queued;
     queued.batch.error.clear();

@@ -1,9 +1,10 @@
 // The way into the queue for those who may not write to the spool.
 //
-// A service of the machine (koliindexd-queue) runs "koliindexctl enqueue" as root for each connection to a
-// local socket, which only the members of its group may open.  The caller writes whole request lines and
-// closes its half; none = the daemon is only woken.  The answer is one letter, 'Q' (queued) with a digit (the
-// value of Wake) or 'E' with the reason of a refusal behind it; with 'Q' and at least one line comes a
+// A service of the machine (koliindexd-queue) runs "koliindexctl enqueue --serve" as root for each connection
+// to a local socket, which only the members of its group may open.  The caller writes whole request lines,
+// then an empty line, and closes its half; no request = the daemon is only woken.  Without the empty line the
+// caller has died on the way, and nothing is queued.  The answer is one letter, 'Q' (queued) with a digit
+// (the value of Wake) or 'E' with the reason of a refusal behind it; with 'Q' and at least one line comes a
 // descriptor of the queue file that took them, good for nothing but fstat().
 #pragma once
 
@@ -13,6 +14,9 @@
 #include "tools/ctl/request_writer.h"
 
 namespace koli::ctl {
+
+/// Behind the request lines of a caller.
+inline constexpr const char kEndOfRequests[] = "\n";
 
 /// What has become of requests.
 struct Queued {

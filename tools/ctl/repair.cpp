@@ -8,11 +8,14 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <vector>
 
-#include "platform/host/database_exchange.h"
+#include "index/record/share_path.h"
 #include "tools/ctl/batch_state.h"
+#include "tools/ctl/folder_entries.h"
 #include "tools/ctl/output.h"
-#include "tools/ctl/repair_database.h"
+#include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/status.h"
 #include "tools/ctl/store_reader.h"
@@ -21,6 +24,7 @@
 namespace koli::ctl {
 namespace {
 
+using host::DatabaseFault;
 using host::DatabaseState;
 
 /// Stands in the databases' folder from the first exchange until what `sync` finds has been queued: a repair
@@ -28,38 +32,41 @@ using host::DatabaseState;
 constexpr const char kSyncDue[] = "/repair.sync-due";
 
 struct Finding {
-    host::DatabaseKind kind;
-    host::DatabaseFault fault;
-    bool is_begun;  // by an earlier repair
+    int database;
+    DatabaseFault fault;
+    bool is_begun = false;  // by an earlier repair
+    host::Repair repair = {};
 };
-
-bool IsToBeMended(const Finding& finding) {
-    return finding.is_begun || finding.fault.state == DatabaseState::kDamaged;
-}
 
 bool IsInOrder(const Finding& finding) {
     return finding.fault.state == DatabaseState::kSound || finding.fault.state == DatabaseState::kMissing;
 }
 
-std::vector<Finding> Look(const std::string& directory) {
-    std::vector<Finding> findings;
-    for (host::DatabaseKind& kind : host::DatabaseKinds()) {
-        const std::string file = directory + "/" + kind.file_name;
-        const bool is_begun = host::DatabaseExchange(file).IsDecided();
-        host::DatabaseFault fault = host::DatabaseLook(file, kind.schema, host::DatabaseCheck::kThorough);
-        findings.push_back({std::move(kind), std::move(fault), is_begun});
+/// Each folder that could be an album, those below it behind it.
+void AddAlbums(const std::string& folder, const std::string& above, std::vector<std::string>* albums) {
+    FolderEntries found;
+    if (FolderEntriesRead(folder, &found) != 0) return;
+    for (const FolderEntry& entry : found.entries) {
+        if (entry.kind != FolderEntry::kFolder || (above.empty() && entry.name == "#recycle")) continue;
+        albums->push_back(above + entry.name);
+        if (above.empty()) AddAlbums(folder + "/" + entry.name, entry.name + "/", albums);
     }
-    return findings;
+}
+
+std::vector<std::string> AlbumsOfShare() {
+    std::vector<std::string> albums;
+    const std::string share = VolumePath(paths::kPhotoShare);
+    if (share != paths::kPhotoShare) AddAlbums(share, "", &albums);
+    return albums;
 }
 
 /// A batch that is being executed is not interrupted, unless it waits for this very database.
-bool IsBatchInTheWay(const Places& places, const std::string& name) {
+bool IsBatchInTheWay(const Places& places, const char* name) {
     const BatchState batch = BatchStateOf(places, DaemonPid(places.pid_file));
     const bool waits_for_it =
         batch.kind == BatchState::kKept && batch.database.find(name) != std::string::npos;
     if (waits_for_it || batch.kind == BatchState::kNone || batch.kind == BatchState::kLeftOver) return false;
-    Complain("%s cannot be mended now: the daemon is at work on a batch (see koliindexctl status)",
-             name.c_str());
+    Complain("%s cannot be mended now: the daemon is at work on a batch (see koliindexctl status)", name);
     return true;
 }
 
@@ -71,61 +78,66 @@ bool MarkSyncDue(const std::string& directory) {
     return false;
 }
 
-Record RecordOf(const RepairResult& result) {
-    Record record{{"database", result.name},
-                  {"state", result.is_mended ? "mended" : host::DatabaseStateName(result.fault.state)},
-                  {"fault", result.fault.reason},
-                  {"set_aside", result.set_aside}};
-    for (const host::SalvageTable& table : result.salvage.tables) {
+const char* StateOf(const Finding& finding) {
+    return finding.repair.is_mended ? "mended" : host::DatabaseStateName(finding.fault.state);
+}
+
+Record RecordOf(const Finding& finding) {
+    const host::Salvage& salvage = finding.repair.salvage;
+    Record record{{"database", host::DatabaseName(finding.database)},
+                  {"state", StateOf(finding)},
+                  {"fault", finding.fault.reason},
+                  {"set_aside", finding.repair.set_aside}};
+    for (const host::SalvagedTable& table : salvage.tables) {
         record.emplace_back("rows_" + table.name, table.rows);
         if (table.found > 0) record.emplace_back("found_" + table.name, table.found);
     }
-    record.emplace_back("lost_pages", result.salvage.lost_pages);
-    record.emplace_back("lost_rows", result.salvage.lost_rows);
-    record.emplace_back("private_albums", result.private_albums);
+    record.emplace_back("lost_pages", salvage.lost_pages);
+    record.emplace_back("lost_rows", salvage.lost_rows);
+    record.emplace_back("private_albums", salvage.private_albums);
     return record;
 }
 
-void Print(const std::vector<RepairResult>& results, bool json) {
+void Print(const std::vector<Finding>& findings, bool json) {
     Section section{"databases"};
-    for (const RepairResult& result : results)
-        section.records.push_back(RecordOf(result));
+    for (const Finding& finding : findings)
+        section.records.push_back(RecordOf(finding));
     if (json) return PrintSections({section}, true);
-    for (const RepairResult& result : results) {
-        printf("%s is %s\n", result.name.c_str(),
-               result.is_mended ? "mended" : host::DatabaseStateName(result.fault.state));
-        if (result.is_mended) PrintSections({{"  saved", {RecordOf(result)}}}, false);
+    for (const Finding& finding : findings) {
+        printf("%s is %s\n", host::DatabaseName(finding.database), StateOf(finding));
+        if (finding.repair.is_mended) PrintSections({{"  saved", {RecordOf(finding)}}}, false);
     }
 }
 
-/// What is mended of one database, or why it cannot be.
-RepairResult Mend(const Context& context, const std::string& directory, const Finding& finding,
-                  bool dry_run) {
-    RepairResult result{.name = finding.kind.file_name, .fault = finding.fault};
-    if (!IsToBeMended(finding)) {
-        if (IsInOrder(finding)) return result;
-        Complain("%s", DatabaseFaultText(result.name, finding.fault).c_str());
-        result.exit_code = kExitDatabase;
-    } else if (dry_run) {
-        if (finding.is_begun) result.fault = {DatabaseState::kDamaged, "its repair was interrupted"};
-        Complain("%s", DatabaseFaultText(result.name, result.fault).c_str());
-        result.exit_code = kExitDifferences;
-    } else if (IsBatchInTheWay(context.places, result.name)) {
-        result.exit_code = kExitDatabase;
-    } else if (access(directory.c_str(), W_OK) != 0) {
-        Complain("%s cannot be mended: no permission to write to %s", result.name.c_str(), directory.c_str());
-        result.exit_code = kExitDatabase;
-    } else if (!MarkSyncDue(directory)) {
-        result.exit_code = kExitFiles;
-    } else {
-        return RepairDatabase(directory, finding.kind, finding.fault);
+/// Mends one database, or says why it cannot be.  Returns a failure's exit code.
+int Mend(const Context& context, const host::DatabaseEngine& engine, bool dry_run, Finding* finding) {
+    const char* const name = host::DatabaseName(finding->database);
+    DatabaseFault& fault = finding->fault;
+    if (!finding->is_begun && fault.state != DatabaseState::kDamaged) {
+        if (IsInOrder(*finding)) return kExitDone;
+        Complain("%s", DatabaseFaultText(finding->database, fault).c_str());
+        return kExitDatabase;
     }
-    return result;
+    if (dry_run) {
+        if (finding->is_begun) fault = {DatabaseState::kDamaged, "its repair was interrupted"};
+        Complain("%s", DatabaseFaultText(finding->database, fault).c_str());
+        return kExitDifferences;
+    }
+    if (IsBatchInTheWay(context.places, name)) return kExitDatabase;
+    if (access(engine.place().c_str(), W_OK) != 0) {
+        Complain("%s cannot be mended: no permission to write to %s", name, engine.place().c_str());
+        return kExitDatabase;
+    }
+    if (!MarkSyncDue(engine.place())) return kExitFiles;
+    finding->repair = engine.Mend(finding->database, AlbumsOfShare);
+    if (finding->repair.error.empty()) return kExitDone;
+    Complain("%s", finding->repair.error.c_str());
+    return finding->repair.is_refused ? kExitDatabase : kExitFiles;
 }
 
 /// Everything but the photo database's rows can be read from the files again.
-bool HasLostForGood(const RepairResult& result) {
-    return result.is_mended && result.name == "photo.db" && !result.salvage.IsWhole();
+bool HasLostForGood(const Finding& finding) {
+    return finding.repair.is_mended && finding.database == KOLI_PHOTO_DB && !finding.repair.salvage.IsWhole();
 }
 
 int SyncAfter(const Context& context, const std::string& directory, const RepairOptions& options) {
@@ -141,23 +153,26 @@ int SyncAfter(const Context& context, const std::string& directory, const Repair
 
 int Repair(const Context& context, const RepairOptions& options) {
     std::string error;
-    const std::string directory = DatabasesFolder(context.places, &error);
-    if (directory.empty()) {
+    const auto engine = EngineOf(context.places, &error);
+    if (engine == nullptr) {
         Complain("%s", error.c_str());
         return kExitDatabase;
     }
-    std::vector<RepairResult> results;
+    std::vector<Finding> findings;
+    for (const int database : host::kDatabases) {
+        const host::DatabaseView view = engine->Look(database, host::DatabaseCheck::kThorough);
+        findings.push_back({database, view.fault, view.is_repair_begun});
+    }
     int failure = kExitDone;
     bool has_lost = false;
-    for (const Finding& finding : Look(directory)) {
-        results.push_back(Mend(context, directory, finding, options.dry_run));
-        failure = std::max(failure, results.back().exit_code);
-        has_lost |= HasLostForGood(results.back());
+    for (Finding& finding : findings) {
+        failure = std::max(failure, Mend(context, *engine, options.dry_run, &finding));
+        has_lost |= HasLostForGood(finding);
     }
-    Print(results, context.json);
-    const bool is_sync_due = access((directory + kSyncDue).c_str(), F_OK) == 0;
+    Print(findings, context.json);
+    const bool is_sync_due = access((engine->place() + kSyncDue).c_str(), F_OK) == 0;
     if (failure != kExitDone || options.dry_run || !is_sync_due) return failure;
-    const int code = SyncAfter(context, directory, options);
+    const int code = SyncAfter(context, engine->place(), options);
     return code == kExitDone && has_lost ? static_cast<int>(kExitDifferences) : code;
 }
 

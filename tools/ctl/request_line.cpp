@@ -44,10 +44,22 @@ std::string VolumePath(const std::string& path) {
         if (!path.starts_with(link)) continue;
         const std::string rest = path.substr(link.size());
         char target[kPathSize];
-        if ((!rest.empty() && rest.front() != '/') || ShareTargetGet(link.data(), target) != 0) continue;
+        if ((!rest.empty() && rest.front() != '/') || !ShareTargetGet(link.data(), target)) continue;
         return AbsolutePath(target + rest, link.substr(0, link.rfind('/')));
     }
     return path;
+}
+
+std::vector<std::string> ShareFolders(const std::string& library) {
+    std::vector<std::string> folders;
+    for (const std::string link : {paths::kMusicShare, paths::kVideoShare, paths::kPhotoShare}) {
+        char target[kPathSize];
+        const size_t name = link.rfind('/') + 1;
+        if (library != "all" && library != link.substr(name)) continue;
+        if (ShareTargetGet(link.c_str(), target))
+            folders.push_back(AbsolutePath(target, link.substr(0, name)));
+    }
+    return folders;
 }
 
 std::string DaemonPath(std::string_view path) {

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/paths.h"
 
@@ -17,6 +18,9 @@ std::string AbsolutePath(std::string_view path, std::string_view folder);
 /// An absolute path below one of the share links ("/var/services/music/...") as the path on its volume, which
 /// is how the daemon stores it; any other path as it is.
 std::string VolumePath(const std::string& path);
+
+/// Where the share links lead: the one of that name, or all three.  Links that lead nowhere are left out.
+std::vector<std::string> ShareFolders(const std::string& library);
 
 /// Both in turn, from the working directory.  "" when that cannot be told.
 std::string DaemonPath(std::string_view path);

@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include <ctime>
 
 #include "platform/kolisdk.h"
+#include "tools/ctl/request_line.h"
 
 namespace koli::ctl {
 namespace {
@@ -62,10 +64,15 @@ UniqueFd OpenLocked(const char* queue) {
     return {};
 }
 
-/// A line that somebody did not finish ends here, so that the first of ours does not become its tail.
-bool LastLineIsOpen(int fd, off_t size) {
-    char last = '\n';
-    return size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n';
+/// What ends a line that somebody did not finish, so that the first of ours does not become its tail; "" when
+/// there is none.  A rename that was cut may name another folder than was meant: with a third path the daemon
+/// leaves alone what stands there.
+std::string EndOfOpenLine(int fd, off_t size) {
+    char tail[kRequestLineMax];
+    const ssize_t length = pread(fd, tail, sizeof tail, std::max<off_t>(size - off_t{sizeof tail}, 0));
+    const std::string_view text(tail, static_cast<size_t>(std::max<ssize_t>(length, 0)));
+    if (text.empty() || text.back() == '\n') return "";
+    return text.substr(text.rfind('\n') + 1).starts_with("N:") ? ":?\n" : "\n";
 }
 
 /// One write; of what did not fit nothing is left behind, unless a writer without a lock has come in between.
@@ -93,17 +100,19 @@ bool IsDaemon(int pid) {
 
 }  // namespace
 
-QueuedBatch QueueAppend(const std::string& queue, const std::string& lines) {
+QueuedBatch QueueAppend(const std::string& queue, const std::string& lines, int64_t limit) {
     UniqueFd file = OpenLocked(queue.c_str());
     if (!file.valid()) return {{}, strerror(errno), errno};
     struct stat status;
     if (fstat(file.get(), &status) != 0) return {{}, strerror(errno), errno};
     if (!S_ISREG(status.st_mode)) return {{}, "it is no regular file"};
-    const bool is_open = LastLineIsOpen(file.get(), status.st_size);
-    std::string error = AppendWhole(file.get(), status.st_size, is_open ? "\n" + lines : lines);
+    if (status.st_size > limit - static_cast<int64_t>(lines.size()))
+        return {{}, "too many requests wait there already"};
+    const std::string end = EndOfOpenLine(file.get(), status.st_size);
+    std::string error = AppendWhole(file.get(), status.st_size, end.empty() ? lines : end + lines);
     flock(file.get(), LOCK_UN);
     if (!error.empty()) return {{}, std::move(error)};
-    return {std::move(file), ""};
+    return {.file = std::move(file), .error = "", .was_empty = status.st_size == 0};
 }
 
 int DaemonPid(const std::string& pid_file) {

@@ -1,6 +1,7 @@
 // Appends requests to the daemon's queue so that none is lost, and wakes the daemon.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "tools/ctl/context.h"
@@ -13,12 +14,13 @@ struct QueuedBatch {
     UniqueFd file;         // not valid: nothing was written
     std::string error;     // then the reason
     int error_number = 0;  // and its errno, 0 = it has none
+    bool was_empty = false;
 };
 
 /// Appends whole lines, all or none, under the lock that the daemon takes before it removes a batch: what is
 /// written is in the file that the daemon reads or will read.  The queue is made when it is missing; it names
-/// files, which is not for everybody.
-QueuedBatch QueueAppend(const std::string& queue, const std::string& lines);
+/// files, which is not for everybody.  It gets no larger than `limit` bytes.
+QueuedBatch QueueAppend(const std::string& queue, const std::string& lines, int64_t limit = INT64_MAX);
 
 enum class Wake { kWoken, kNotRunning, kNotPermitted };
 

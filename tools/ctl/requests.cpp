@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "index/record/share_path.h"
-#include "platform/host/schema.h"
+#include "platform/host/tables.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/store_reader.h"
@@ -37,18 +37,6 @@ int Refuse(const std::string& given, const char* reason) {
 void AddLine(const std::string& line, Submission* submission) {
     submission->lines += line;
     ++submission->requests;
-}
-
-/// Where the share links lead.
-std::vector<std::string> ShareFolders(const std::string& library) {
-    std::vector<std::string> folders;
-    for (const std::string name : {"music", "video", "photo"}) {
-        char target[kPathSize];
-        const std::string link = "/var/services/" + name;
-        if ((library == name || library == "all") && ShareTargetGet(link.c_str(), target) == 0)
-            folders.push_back(AbsolutePath(target, "/var/services"));
-    }
-    return folders;
 }
 
 /// A folder and a file that are gone look alike; what the databases say decides.  Without them the request

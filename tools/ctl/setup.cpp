@@ -31,7 +31,7 @@ void PrintSteps(const Context& context, const std::vector<SetupStep>& steps, boo
 int Undo(const Context& context, const SetupRoot& root) {
     std::vector<SetupUndone> undone;
     std::string error;
-    const int result = SetupUndo(root, &undone, &error);
+    const bool is_undone = SetupUndo(root, &undone, &error);
     bool is_something_kept = false;
     if (!undone.empty()) {
         RowPrinter rows({"state", "kind", "path", "reason"}, context.json);
@@ -41,7 +41,7 @@ int Undo(const Context& context, const SetupRoot& root) {
             is_something_kept = is_something_kept || !one.kept.empty();
         }
     }
-    if (result != 0) {
+    if (!is_undone) {
         Complain("%s", error.c_str());
         return kExitFiles;
     }
@@ -73,9 +73,7 @@ int Setup(const Context& context, const std::string& given, const SetupOptions& 
     }
     if (IsPhotoSharePath((volume + "/photo").c_str()) == 0)
         Complain(
-            "the photo library takes only volumes with a name of seven characters, such as /volume1: "
-            "pictures in %s "
-            "get into the media store alone",
+            "the photo library takes only volumes with a name of seven characters, such as /volume1: pictures in %s get into the media store alone",
             volume.c_str());
     const std::vector<SetupStep> steps = SetupPlan(options.root, volume);
     if (!options.apply || Has(steps, SetupStep::kInTheWay)) {
@@ -87,7 +85,7 @@ int Setup(const Context& context, const std::string& given, const SetupOptions& 
         return Has(steps, SetupStep::kMissing) ? kExitDifferences : kExitDone;
     }
     std::string error;
-    if (SetupApply(options.root, steps, &error) != 0) {
+    if (!SetupApply(options.root, steps, &error)) {
         Complain("%s (setup --undo takes back what has been made)", error.c_str());
         return kExitFiles;
     }

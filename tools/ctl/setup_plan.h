@@ -29,9 +29,9 @@ struct SetupRoot {
 /// `volume` is an absolute path without a '/' at its end.
 std::vector<SetupStep> SetupPlan(const SetupRoot& root, const std::string& volume);
 
-/// Does the missing steps and records each one in the manifest as soon as it is done.  Returns 0; -1 with the
-/// reason in `error`: what was done until then is recorded.
-int SetupApply(const SetupRoot& root, const std::vector<SetupStep>& steps, std::string* error);
+/// Does the missing steps and records each one in the manifest as soon as it is done.  False with the
+/// reason in `error` when one fails: what was done until then is recorded.
+bool SetupApply(const SetupRoot& root, const std::vector<SetupStep>& steps, std::string* error);
 
 /// What has become of a recorded step.
 struct SetupUndone {
@@ -40,8 +40,8 @@ struct SetupUndone {
 };
 
 /// Removes what the manifest names and what is still as it was made, last step first.  The manifest keeps
-/// what stays and goes when that is nothing.  Returns 0; -1 when there is no manifest or it cannot be read or
-/// written.
-int SetupUndo(const SetupRoot& root, std::vector<SetupUndone>* undone, std::string* error);
+/// what stays and goes when that is nothing.  False, with the reason in `error`, when there is no manifest or
+/// it cannot be read or written.
+bool SetupUndo(const SetupRoot& root, std::vector<SetupUndone>* undone, std::string* error);
 
 }  // namespace koli::ctl

@@ -98,26 +98,26 @@ std::string RecordLine(const SetupStep& step) {
 
 }  // namespace
 
-int SetupApply(const SetupRoot& root, const std::vector<SetupStep>& steps, std::string* error) {
+bool SetupApply(const SetupRoot& root, const std::vector<SetupStep>& steps, std::string* error) {
     for (const SetupStep& step : steps) {
         if (step.state != SetupStep::kMissing) continue;
         if (!Make(root, step)) {
             *error = "cannot make " + step.path + ": " + strerror(errno);
-            return -1;
+            return false;
         }
         // Folders above the manifest's own are every machine's.
         if (root.Manifest().starts_with(root.Path(step.path) + "/") && step.path != kDatabases) continue;
         if (WriteFile(root.Manifest(), ManifestLine(step), O_APPEND)) continue;
         *error =
             "made " + step.path + ", but cannot record it in " + root.Manifest() + ": " + strerror(errno);
-        return -1;
+        return false;
     }
-    return 0;
+    return true;
 }
 
-int SetupUndo(const SetupRoot& root, std::vector<SetupUndone>* undone, std::string* error) {
+bool SetupUndo(const SetupRoot& root, std::vector<SetupUndone>* undone, std::string* error) {
     std::vector<SetupStep> steps;
-    if (!ManifestRead(root, &steps, error)) return -1;
+    if (!ManifestRead(root, &steps, error)) return false;
     std::string kept;
     for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
         const bool holds_manifest = root.Manifest().starts_with(root.Path(step->path) + "/");
@@ -129,11 +129,11 @@ int SetupUndo(const SetupRoot& root, std::vector<SetupUndone>* undone, std::stri
     }
     if (kept.empty()) {
         unlink(root.Manifest().c_str());
-        return 0;
+        return true;
     }
-    if (WriteFile(root.Manifest(), kept, O_TRUNC)) return 0;
+    if (WriteFile(root.Manifest(), kept, O_TRUNC)) return true;
     *error = "cannot write " + root.Manifest() + ": " + strerror(errno);
-    return -1;
+    return false;
 }
 
 }  // namespace koli::ctl

@@ -8,7 +8,7 @@
 
 #include "base/media_info.h"
 #include "index/record/share_path.h"
-#include "platform/host/schema.h"
+#include "platform/host/tables.h"
 #include "platform/koliindex.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
@@ -23,13 +23,9 @@ constexpr const char kCoverPrefix[] = "cover";
 
 void AddRows(const StoreReader& store, const char* table, const char* key, const std::string& value,
              std::vector<Section>* sections) {
-    host::SqlReader* reader = store.ReaderOf(table);
-    if (reader == nullptr) return;
-    const auto rows = reader->Query(std::string("SELECT * FROM ") + table + " WHERE " + key + " = ?1");
-    if (rows == nullptr) return;
-    rows->Text(1, value);
+    const auto rows = store.Find(table, key, value);
     Section section{table};
-    while (section.records.size() < kRecordsMax && rows->Next())
+    while (rows != nullptr && section.records.size() < kRecordsMax && rows->Next())
         section.records.push_back(RecordOf(*rows));
     if (!section.records.empty()) sections->push_back(std::move(section));
 }

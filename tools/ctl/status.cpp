@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "platform/host/schema.h"
+#include "platform/host/tables.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/batch_state.h"
 #include "tools/ctl/membership.h"
@@ -87,41 +87,39 @@ void AddRows(const char* const (&tables)[N], const Counts& counts, bool is_missi
 }
 
 /// Adds what can be read of a database; complains about what is wrong with it.  False: something is.
-bool AddDatabase(const std::string& directory, const host::DatabaseKind& kind, Record* record) {
-    const std::string name = kind.file_name, file = directory + "/" + name;
-    Counts counts;
-    const host::DatabaseFault fault =
-        host::DatabaseLook(file, kind.schema, host::DatabaseCheck::kQuick, &counts);
+bool AddDatabase(const host::DatabaseEngine& engine, int database, Record* record) {
+    const std::string name = host::DatabaseName(database);
+    const host::DatabaseView view = engine.Look(database, host::DatabaseCheck::kQuick);
+    const host::DatabaseFault& fault = view.fault;
     const bool is_missing = fault.state == host::DatabaseState::kMissing;
     record->emplace_back(name, host::DatabaseStateName(fault.state));
     if (!fault.reason.empty()) record->emplace_back(name + "_fault", fault.reason);
-    const time_t changed = std::max(ChangeTime(file), ChangeTime(file + "-wal"));
-    record->emplace_back(name + "_changed", changed > 0 ? TimeText(changed) : "not created yet");
-    if (name == "photo.db") {
-        AddRows(host::kPhotoTables, counts, is_missing, record);
+    record->emplace_back(name + "_changed", view.changed > 0 ? TimeText(view.changed) : "not created yet");
+    if (database == KOLI_PHOTO_DB) {
+        AddRows(host::kPhotoTables, view.counts, is_missing, record);
     } else {
-        AddRows(host::kMediaTables, counts, is_missing, record);
-        for (const auto& [table, rows] : counts)
-            if (table == "problem") record->emplace_back("unparsable", rows);
+        AddRows(host::kMediaTables, view.counts, is_missing, record);
+        for (const auto& [table, rows] : view.counts)
+            if (table == host::kProblemTable) record->emplace_back("unparsable", rows);
     }
     if (fault.state == host::DatabaseState::kSound || is_missing) return true;
     const bool is_refused = fault.state == host::DatabaseState::kNotPermitted;
-    const std::string hint = is_refused ? JoinHint(directory) : "";
-    Complain("%s%s", DatabaseFaultText(name, fault).c_str(), hint.c_str());
+    const std::string hint = is_refused ? JoinHint(engine.place()) : "";
+    Complain("%s%s", DatabaseFaultText(database, fault).c_str(), hint.c_str());
     return false;
 }
 
 bool AddDatabases(const Context& context, Record* record) {
     std::string error;
-    const std::string directory = DatabasesFolder(context.places, &error);
-    if (directory.empty()) {
+    const auto engine = EngineOf(context.places, &error);
+    if (engine == nullptr) {
         Complain("%s", error.c_str());
         return false;
     }
-    record->emplace_back("databases", directory);
+    record->emplace_back("databases", engine->place());
     bool is_sound = true;
-    for (const host::DatabaseKind& kind : host::DatabaseKinds())
-        is_sound &= AddDatabase(directory, kind, record);
+    for (const int database : host::kDatabases)
+        is_sound &= AddDatabase(*engine, database, record);
     return is_sound;
 }
 
@@ -134,7 +132,8 @@ void AddHost(Record* record) {
 
 }  // namespace
 
-std::string DatabaseFaultText(const std::string& name, const host::DatabaseFault& fault) {
+std::string DatabaseFaultText(int database, const host::DatabaseFault& fault) {
+    const std::string name = host::DatabaseName(database);
     switch (fault.state) {
         case host::DatabaseState::kDamaged:
             return name + " is damaged: " + fault.reason + "; koliindexctl repair mends it";

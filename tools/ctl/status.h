@@ -3,13 +3,13 @@
 
 #include <string>
 
-#include "platform/host/database_look.h"
+#include "platform/host/sql/database_engine.h"
 #include "tools/ctl/context.h"
 
 namespace koli::ctl {
 
-/// What is wrong with a database, in one line.
-std::string DatabaseFaultText(const std::string& name, const host::DatabaseFault& fault);
+/// What is wrong with a database (KOLIDatabase), in one line.
+std::string DatabaseFaultText(int database, const host::DatabaseFault& fault);
 
 /// Shows what can be read.  Returns kExitDone, kExitNoDaemon when the daemon does not run, or kExitDatabase
 /// when something is wrong with a database.

@@ -38,8 +38,7 @@ std::vector<std::string> Shares() {
 int ComplainAbout(const std::string& top, const CompareResult& result) {
     if (result.status == CompareResult::kTopEmpty)
         Complain(
-            "%s is missing or empty, but files are stored below it: is it mounted? (--allow-empty removes "
-            "them)",
+            "%s is missing or empty, but files are stored below it: is it mounted? (--allow-empty removes them)",
             top.c_str());
     else
         Complain("cannot read %s: %s", top.c_str(), strerror(result.error));

@@ -9,6 +9,7 @@
 #include "base/folder_way.h"
 #include "index/record/share_path.h"
 #include "platform/host/file_times.h"
+#include "platform/host/stored_rows.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
@@ -16,10 +17,11 @@
 #include "tools/ctl/albums.h"
 #include "tools/ctl/folder_entries.h"
 #include "tools/ctl/media_kinds.h"
-#include "tools/ctl/stored_rows.h"
 
 namespace koli::ctl {
 namespace {
+
+using namespace host;
 
 /// A time in the two forms in which tables hold it.  Files of one copy share their times.
 class TimeTexts {

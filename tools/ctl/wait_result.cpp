@@ -1,5 +1,6 @@
 #include "tools/ctl/wait_result.h"
 
+#include "platform/host/tables.h"
 #include "tools/ctl/store_reader.h"
 #include "tools/ctl/tree_compare.h"
 
@@ -25,15 +26,8 @@ void LookForMissing(const StoreReader& store, const std::string& path, const Sub
 }
 
 void LookForProblems(const StoreReader& store, const std::string& path, WaitResult* result) {
-    host::SqlReader* reader = store.ReaderOf("problem");
-    if (reader == nullptr) return;
-    const auto rows =
-        reader->Query("SELECT path FROM problem WHERE path = ?1 OR (path >= ?2 AND path < ?3) ORDER BY path");
-    if (rows == nullptr) return;
-    rows->Text(1, path);
-    rows->Text(2, FirstKeyBelow(path));
-    rows->Text(3, KeyBehind(path));
-    while (rows->Next())
+    const auto rows = store.List(host::kProblemTable, {"path"}, {.below = path});
+    while (rows != nullptr && rows->Next())
         Name(std::string(rows->Field(0)), &result->unparsable, &result->unparsable_count);
 }
 

@@ -1,199 +1,202 @@
 #include "tools/watch/pending_changes.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "index/record/share_path.h"
+#include "tools/watch/tree_paths.h"
 
 namespace koli::watch {
 
-bool PendingChanges::Covers(FolderId folder) const {
-    const auto found = folders_.find(folder);
-    return found != folders_.end() && (found->second.unit == kNewTree || found->second.unit == kCompareUnit);
+/// The folder at or above `path` that will be asked for with all below it; "" when there is none.
+std::string PendingChanges::CoverOf(std::string path) const {
+    for (; !path.empty(); path.resize(path.rfind('/')))
+        if (const auto found = folders_.find(path); found != folders_.end() && found->second.unit != kNone)
+            break;
+    return path;
 }
 
-/// The folder at or above `folder` that will be asked for with all below it; kNoFolder when there is none.
-FolderId PendingChanges::CoverOf(FolderId folder) const {
-    while (folder != kNoFolder && !Covers(folder))
-        folder = tree_.ParentOf(folder);
-    return folder;
+PendingChanges::Unit PendingChanges::UnitOver(const std::string& path) const {
+    const std::string cover = CoverOf(path);
+    return cover.empty() ? kNone : folders_.at(cover).unit;
 }
 
-PendingChanges::Folder& PendingChanges::Bump(FolderId folder, int64_t now) {
-    Folder& bumped = folders_[folder];
-    bumped.last = now;
-    return bumped;
+void PendingChanges::Bump(const std::string& path, int64_t now) {
+    Folder& folder = folders_[path];
+    if (folder.first == 0) folder.first = now;
+    folder.last = now;
+    // One file after another can be written without a pause that a look from time to time would find.
+    if (folder.unit != kNone && now - folder.first >= kLongest && !IsWriting(path, now))
+        folder.may_release = true;
 }
 
-void PendingChanges::StartUnit(FolderId id, Unit unit, int64_t now) {
-    Folder& folder = folders_[id];
+void PendingChanges::StartUnit(const std::string& path, Unit unit, int64_t now) {
+    Folder& folder = folders_[path];
     if (folder.unit == kNone) folder.first = now;
     folder.unit = std::max(folder.unit, unit);
     folder.last = now;
     folder.may_release = false;
 }
 
-void PendingChanges::SetState(Folder& folder, File& file, State state) {
-    if (file.state == kWriting) --folder.writing;
-    if (state == kWriting) ++folder.writing;
-    file.state = state;
+void PendingChanges::Drop(const std::string& path) {
+    const auto folder = folders_.find(ParentOf(path));
+    if (folder != folders_.end()) files_ -= folder->second.files.erase(NameOf(path));
 }
 
-PendingChanges::File& PendingChanges::Put(FolderId id, const std::string& name, State state, int64_t now) {
+void PendingChanges::DropTree(const std::string& path) {
+    for (const auto& node : ExtractTree(folders_, path))
+        files_ -= node.mapped().files.size();
+}
+
+/// A complete file in a folder that is asked for as a whole needs no request of its own.  One that is gone is
+/// told even there: on a walk from above the daemon may have met it.
+void PendingChanges::File(const std::string& path, State state, int64_t now) {
+    const std::string parent = ParentOf(path);
+    if (state == kGone) moves_.FileGone(path);
     if (files_ >= kMaxPending) {
-        Forget(id);
-        StartUnit(id, kCompareUnit, now);
+        DropTree(parent);
+        StartUnit(parent, kCompareUnit, now);
     }
-    Folder& folder = folders_[id];
-    const auto [found, is_new] = folder.files.try_emplace(name);
-    if (is_new) ++files_;
-    File& file = found->second;
-    SetState(folder, file, state);
-    if (state != kWriting && !std::exchange(file.is_complete, true)) file.first = now;
-    file.last = now;
-    file.order = ++order_;
-    return file;
-}
-
-void PendingChanges::Drop(Folder& folder, const std::string& name) {
-    const auto found = folder.files.find(name);
-    if (found == folder.files.end()) return;
-    SetState(folder, found->second, kGone);
-    folder.files.erase(found);
-    --files_;
-}
-
-void PendingChanges::FileWritten(FolderId id, const std::string& name, int64_t now) {
-    Put(id, name, kWriting, now);
-    const FolderId cover = CoverOf(id);
-    Bump(cover != kNoFolder ? cover : id, now);
-}
-
-/// A file in a folder that is asked for as a whole needs no request of its own.
-void PendingChanges::FileComplete(FolderId id, const std::string& name, int64_t now) {
-    Put(id, name, kComplete, now);
-    const FolderId cover = CoverOf(id);
-    const FolderId unit = cover != kNoFolder ? cover : id;
-    if (cover == kNoFolder) FoldBurst(id, now);
-    if (folders_[unit].unit == kNone) return;
-    Folder& folder = Bump(unit, now);
-    ++folder.unit_files;
-    Drop(folders_[id], name);
-    ReleaseOverdue(unit, now);
-}
-
-void PendingChanges::FileTouched(FolderId id, const std::string& name, int64_t now) {
-    const auto found = folders_.find(id);
-    if (found != folders_.end()) {
-        const auto file = found->second.files.find(name);
-        if (file != found->second.files.end() && file->second.state == kWriting) return;
+    const std::string cover = CoverOf(parent);
+    Drop(path);
+    Folder& folder = folders_[parent];
+    if (state == kComplete && cover.empty() && folder.files.size() >= kBurst) {
+        ++folder.more;
+    } else if (state != kComplete || cover.empty()) {
+        folder.files[NameOf(path)] = {state, now};
+        ++files_;
     }
-    FileComplete(id, name, now);
+    if (state == kGone || (state == kComplete && cover.empty())) Bump(parent, now);
+    if (!cover.empty()) Bump(cover, now);
 }
 
-/// Replaces the names of complete files by the request for their folder when there are too many of them.
-void PendingChanges::FoldBurst(FolderId id, int64_t now) {
-    Folder& folder = folders_[id];
-    if (folder.unit != kNone || folder.files.size() <= folder.next_count) return;
-    folder.next_count = folder.files.size() + kBurst;
-    const auto is_plain = [](const auto& entry) { return entry.second.state == kComplete; };
-    size_t plain = 0;
-    for (const auto& entry : folder.files)
-        plain += is_plain(entry) ? 1 : 0;
-    if (plain <= kBurst) return;
-    files_ -= std::erase_if(folder.files, is_plain);
-    StartUnit(id, kBurstUnit, now);
-    folder.unit_files = plain - 1;  // the caller counts the last one
-}
-
-/// Told even in a folder that is asked for as a whole: on a walk from above the daemon may have met the file.
-void PendingChanges::FileGone(FolderId id, const std::string& name, int64_t now) {
-    if (!journal_.empty()) journal_.FileRemoved(tree_.PathOf(id) + "/" + name);
-    Put(id, name, kGone, now);
-    const FolderId cover = CoverOf(id);
-    if (cover == kNoFolder) return;
-    Bump(cover, now);
-    ReleaseOverdue(cover, now);
+void PendingChanges::FileTouched(const std::string& path, int64_t now) {
+    const auto folder = folders_.find(ParentOf(path));
+    if (folder != folders_.end()) {
+        const auto file = folder->second.files.find(NameOf(path));
+        if (file != folder->second.files.end() && file->second.state == kWriting) return;
+    }
+    File(path, kComplete, now);
 }
 
 /// What is pending of the file goes along.  What is pending of a file that it replaces is void.
-void PendingChanges::FileMoved(FolderId id, const std::string& name, FolderId old_id,
-                               const std::string& old_name, int64_t now) {
-    const bool is_first = journal_.Moved(SettledChange::kMoveFile, tree_.PathOf(id) + "/" + name,
-                                         tree_.PathOf(old_id) + "/" + old_name, now);
-    Drop(folders_[id], name);
-    Folder& from = folders_[old_id];
-    const auto old = from.files.find(old_name);
-    State state = UnitOver(old_id) != kNone ? kComplete : kGone;
-    if (old != from.files.end()) state = old->second.state;
-    Drop(from, old_name);
-    if (!is_first) FileGone(old_id, old_name, now);
-    if (state == kWriting) FileWritten(id, name, now);
-    if (state == kComplete) FileComplete(id, name, now);
-}
-
-/// The unit that files of the folder are part of.
-PendingChanges::Unit PendingChanges::UnitOver(FolderId folder) const {
-    const FolderId cover = CoverOf(folder);
-    const auto found = folders_.find(cover != kNoFolder ? cover : folder);
-    return found != folders_.end() ? found->second.unit : kNone;
+void PendingChanges::FileMoved(const std::string& to, const std::string& from, int64_t now) {
+    const bool is_first = moves_.Moved(false, to, from, now);
+    Drop(to);
+    State state = UnitOver(ParentOf(from)) != kNone ? kComplete : kGone;
+    if (const auto folder = folders_.find(ParentOf(from)); folder != folders_.end()) {
+        if (folder->second.more > 0) state = kComplete;
+        const auto file = folder->second.files.find(NameOf(from));
+        if (file != folder->second.files.end()) state = file->second.state;
+    }
+    Drop(from);
+    if (!is_first) File(from, kGone, now);
+    if (state != kGone) File(to, state, now);
 }
 
 /// In the bin of the photo share only moves and removals count.
-void PendingChanges::FolderNew(FolderId id, int64_t now) {
-    if (IsRecycleBinPath(tree_.PathOf(id).c_str()) != 0) return;
-    const FolderId parent = tree_.ParentOf(id);
-    const FolderId cover = CoverOf(parent);
-    if (cover != kNoFolder) {
+void PendingChanges::FolderNew(const std::string& path, int64_t now) {
+    if (IsRecycleBinPath(path.c_str()) != 0) return;
+    const std::string cover = CoverOf(ParentOf(path));
+    if (cover.empty())
+        StartUnit(path, kNewTree, now);
+    else
         Bump(cover, now);
-        return;
-    }
-    StartUnit(id, kNewTree, now);
-    if (parent != kNoFolder) FoldNewFolders(parent, now);
-}
-
-/// Many new folders in one become a comparison of that one; what they hold themselves is then covered by it.
-void PendingChanges::FoldNewFolders(FolderId parent, int64_t now) {
-    Folder& folder = folders_[parent];
-    if (now - folder.last_new_folder >= kQuiet) folder.new_folders = 0;
-    folder.last_new_folder = now;
-    if (++folder.new_folders <= kBurst) return;
-    folder.new_folders = 0;
-    StartUnit(parent, kCompareUnit, now);
 }
 
 /// What is new has to be asked for under its new path.  Of what is new in a photo share captions and rights
 /// may be stored all the same; elsewhere it is enough that nothing stays at the old path.
-void PendingChanges::FolderMoved(FolderId id, FolderId old_parent, const std::string& old_path, int64_t now) {
-    const std::string path = tree_.PathOf(id);
-    const Unit unit = std::max(UnitOver(id), UnitOver(old_parent));
-    const bool is_new = unit == kNewTree || unit == kCompareUnit;
-    if (is_new && !IsPhotoSharePath(path.c_str()) && !IsPhotoSharePath(old_path.c_str()))
-        journal_.Removed(old_path, now);
+void PendingChanges::FolderMoved(const std::string& to, const std::string& from, int64_t now) {
+    const Unit unit = std::max(UnitOver(from), UnitOver(ParentOf(to)));
+    const std::string cover = CoverOf(ParentOf(to));
+    // A folder that is still to be asked for has to be an album before one that moves into it.
+    if (!cover.empty()) moves_.NeedsAlbum(cover);
+    if (unit != kNone && IsPhotoSharePath(to.c_str()) == 0 && IsPhotoSharePath(from.c_str()) == 0)
+        moves_.FolderGone(from, now);
     else
-        journal_.Moved(SettledChange::kMoveTree, path, old_path, now);
-    const FolderId cover = CoverOf(tree_.ParentOf(id));
-    if (cover != kNoFolder)
-        Bump(cover, now).receives = true;
-    else if (is_new)
-        StartUnit(id, unit, now);
+        moves_.Moved(true, to, from, now);
+    MoveTree(folders_, from, to);
+    if (!cover.empty())
+        Bump(cover, now);
+    else if (unit != kNone)
+        StartUnit(to, unit, now);
 }
 
-void PendingChanges::FolderGone(FolderId id, int64_t now) {
-    journal_.Removed(tree_.PathOf(id), now);
-    const FolderId cover = CoverOf(tree_.ParentOf(id));
-    if (cover != kNoFolder) Bump(cover, now);
+void PendingChanges::FolderGone(const std::string& path, int64_t now) {
+    DropTree(path);
+    moves_.FolderGone(path, now);
+    if (const std::string cover = CoverOf(ParentOf(path)); !cover.empty()) Bump(cover, now);
 }
 
-void PendingChanges::FolderLost(FolderId id) {
-    journal_.Lost(tree_.PathOf(id));
+void PendingChanges::FolderLost(const std::string& path) {
+    DropTree(path);
+    moves_.Lost(path);
 }
 
-void PendingChanges::Forget(FolderId id) {
-    const auto found = folders_.find(id);
-    if (found == folders_.end()) return;
-    files_ -= found->second.files.size();
-    folders_.erase(found);
+std::vector<std::string> PendingChanges::NewFolders() const {
+    std::vector<std::string> found;
+    for (const auto& [path, folder] : folders_)
+        if (folder.unit == kNewTree) found.push_back(path);
+    return found;
+}
+
+/// True while some file in the unit is being written.
+bool PendingChanges::IsWriting(const std::string& unit, int64_t now) const {
+    bool is_writing = false;
+    ForTree(folders_, unit, [&](auto folder) {
+        for (const auto& [name, file] : folder->second.files)
+            is_writing |= file.state == kWriting && now - file.last < kStalled;
+    });
+    return is_writing;
+}
+
+/// Of a folder that is asked for as a whole only removals are told one by one.
+void PendingChanges::TakeFiles(const std::string& path, Folder* folder, int64_t now, bool all,
+                               std::vector<Request>* requests) {
+    const bool is_due = all || now - folder->last >= kQuiet || now - folder->first >= kLongest;
+    const bool is_burst = is_due && folder->more > 0;
+    const bool is_covered = is_burst || !CoverOf(path).empty();
+    files_ -= std::erase_if(folder->files, [&](const auto& entry) {
+        const auto& [name, file] = entry;
+        const bool is_taken = file.state == kWriting ? now - file.last >= kStalled : is_due;
+        if (is_taken && (file.state == kGone || !is_covered))
+            requests->push_back({file.state == kGone ? 'd' : 'a', path + "/" + name});
+        return is_taken;
+    });
+    if (is_burst) requests->push_back({Request::kBurst, path, "", kBurst + std::exchange(folder->more, 0)});
+    if (is_due && folder->unit == kNone) folder->first = 0;
+}
+
+/// A unit inside a tree that is asked for as a whole is part of that request.
+void PendingChanges::TakeUnit(const std::string& path, Folder* folder, int64_t now, bool all,
+                              std::vector<Request>* requests) {
+    const int64_t age = now - folder->first;
+    const bool is_covered = !CoverOf(ParentOf(path)).empty();
+    const bool is_due = all || folder->may_release || age >= kLongestHold ||
+                        ((now - folder->last >= kQuiet || age >= kLongest) && !IsWriting(path, now));
+    if (folder->unit == kNone || (!is_covered && !is_due)) return;
+    if (!is_covered) requests->push_back({folder->unit == kNewTree ? 'A' : Request::kCompare, path});
+    folder->unit = kNone;
+    folder->may_release = false;
+    folder->first = 0;
+}
+
+/// Files of all folders before the units, which say what needs no request of its own; and units before those
+/// around them.
+std::vector<Request> PendingChanges::Take(int64_t now, bool all) {
+    std::vector<Request> rest;
+    for (auto& [path, folder] : folders_)
+        TakeFiles(path, &folder, now, all, &rest);
+    for (auto it = folders_.rbegin(); it != folders_.rend(); ++it)
+        TakeUnit(it->first, &it->second, now, all, &rest);
+    std::erase_if(folders_, [](const auto& entry) {
+        return entry.second.files.empty() && entry.second.more == 0 && entry.second.unit == kNone;
+    });
+    std::vector<Request> requests;
+    if (all || !rest.empty() || moves_.IsDue(now, kQuiet)) requests = TakeMoves();
+    std::ranges::move(rest, std::back_inserter(requests));
+    return requests;
 }
 
 }  // namespace koli::watch

@@ -11,37 +11,31 @@
 #include <ctime>
 
 #include "tools/ctl/context.h"
-#include "tools/ctl/media_kinds.h"
 
 namespace koli::watch {
 namespace {
 
 // Milliseconds.
-constexpr int64_t kTick = 500;             // while something is pending
-constexpr int64_t kCheck = 10'000;         // are the shares there, has the queue been executed
-constexpr int64_t kCompareGaps = 600'000;  // folders that cannot be watched
-constexpr int64_t kSendAgain = 5000;       // after a failed write
-constexpr int64_t kCompareAgain = 60'000;  // after a failed comparison
-constexpr int64_t kLostQuiet = 2000;       // events were dropped: start over when it has become quiet,
-constexpr int64_t kLostLongest = 30'000;   // or after so long
-constexpr timespec kGather{0,
-                           20'000'000};  // lets notes gather: fewer reads, and the kernel merges equal ones
-constexpr int kMaxDropped = 10;          // comparisons that were made while something moved
+constexpr int64_t kTick = 500;                  // while something is pending
+constexpr int64_t kCheck = 10'000;              // are the shares there, has the queue been executed
+constexpr int64_t kCompareGaps = 600'000;       // folders that cannot be watched
+constexpr int64_t kSendAgain = 5000;            // after a failed write
+constexpr int64_t kCompareAgain = 60'000;       // after a failed comparison
+constexpr int64_t kLostQuiet = 2000;            // events were dropped: start over when it has become quiet,
+constexpr int64_t kLostLongest = 30'000;        // or after so long
+constexpr int kMaxDropped = 10;                 // comparisons that were made while something moved
 constexpr size_t kMaxUnsent = size_t{4} << 20;  // bytes of lines; beyond it everything is compared instead
+
+/// Lets notes gather: fewer reads, and the kernel merges equal ones.
+void Gather() {
+    constexpr timespec kGather{0, 20'000'000};
+    nanosleep(&kGather, nullptr);
+}
 
 int64_t Now() {
     timespec now;
     clock_gettime(CLOCK_BOOTTIME, &now);
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
-bool IsMediaName(const std::string& name) {
-    return ctl::MediaKindOf(name.c_str()) != ctl::kNotIndexed;
-}
-
-bool Exists(const std::string& path) {
-    struct stat status;
-    return lstat(path.c_str(), &status) == 0;
 }
 
 long WatchLimit() {
@@ -55,31 +49,31 @@ long WatchLimit() {
 
 }  // namespace
 
-Watcher::Watcher(const std::vector<std::string>& tops, RequestSink* sink)
-    : sink_(*sink), pending_(&tree_), port_(&tree_), fold_(&tree_, &pending_, &port_, IsMediaName) {
+Watcher::Watcher(const std::vector<std::string>& tops, RequestSink* sink) : sink_(*sink) {
     for (const std::string& path : tops)
         tops_.push_back({path});
 }
 
-int Watcher::Run(int stop) {
-    if (!port_.Open()) {
+bool Watcher::Open() {
+    if (!watches_.Open()) {
         ctl::Complain("cannot watch folders: %s (see fs.inotify.max_user_instances)", strerror(errno));
-        return -1;
+        return false;
     }
     OpenAll();
-    printf("watching %zu folder%s\n", tree_.size(), tree_.size() == 1 ? "" : "s");
+    printf("watching %zu folder%s\n", watches_.size(), watches_.size() == 1 ? "" : "s");
     fflush(stdout);
+    return true;
+}
+
+int Watcher::Run(int stop) {
+    if (!Open()) return -1;
     for (;;) {
-        pollfd polled[] = {{port_.descriptor(), POLLIN, 0}, {stop, POLLIN, 0}};
+        pollfd polled[] = {{watches_.descriptor(), POLLIN, 0}, {stop, POLLIN, 0}};
         poll(polled, std::size(polled), TimeoutOf(Now()));
         if (polled[1].revents != 0) break;
-        if (polled[0].revents != 0) {
-            nanosleep(&kGather, nullptr);
-            ReadEvents(Now());
-        }
-        Tick(Now());
+        if (polled[0].revents != 0) Gather();
+        Turn(Now());
     }
-    ReadEvents(Now());
     Finish(Now());
     return 0;
 }
@@ -108,11 +102,10 @@ bool Watcher::OpenTop(Top* top) {
     }
     top->device = status.st_dev;
     top->inode = status.st_ino;
-    top->root = tree_.AddTop(top->path);
-    port_.WatchTree(top->root);
-    port_.TakeWatched();  // none of them is new
-    if (tree_.WatchOf(top->root) == kNoWatch)
-        port_.gaps.linked = true;  // compared from time to time at least
+    std::vector<FolderWatches::Met> met;
+    if (!watches_.AddTree(top->path, true, &met))
+        watches_.gaps.linked = true;  // compared from time to time at least
+    top->is_open = true;
     top->is_told = false;
     return true;
 }
@@ -120,25 +113,25 @@ bool Watcher::OpenTop(Top* top) {
 /// What is in a share that vanishes stays stored.
 void Watcher::LoseTop(Top* top) {
     ctl::Complain("%s is not there any more; what is stored of it stays", top->path.c_str());
-    fold_.Lost(top->root);
-    top->root = kNoFolder;
+    fold_.Lost(top->path);
+    top->is_open = false;
     top->is_told = true;
 }
 
 void Watcher::OpenAll() {
     for (Top& top : tops_)
-        if (top.root == kNoFolder && OpenTop(&top)) composer_.AddCompare(top.path);
+        if (!top.is_open && OpenTop(&top)) composer_.AddCompare(top.path);
     TellLimit();
 }
 
 void Watcher::CheckTops() {
     for (Top& top : tops_)
-        if (top.root != kNoFolder && !IsThere(top)) LoseTop(&top);
+        if (top.is_open && !IsThere(top)) LoseTop(&top);
     OpenAll();
 }
 
 void Watcher::TellLimit() {
-    if (!port_.gaps.limit || is_limit_told_) return;
+    if (!watches_.gaps.limit || is_limit_told_) return;
     ctl::Complain(
         "this machine allows %ld folders to be watched, and there are more: the rest is only compared every "
         "%lld "
@@ -151,7 +144,7 @@ void Watcher::TellLimit() {
 // The events.
 
 void Watcher::ReadEvents(int64_t now) {
-    if (!port_.Read([&](const FolderEvent& event) { ApplyEvent(event, now); })) EventsLost(now);
+    if (!watches_.Read([&](const FolderEvent& event) { ApplyEvent(event, now); })) EventsLost(now);
     TellLimit();
 }
 
@@ -161,7 +154,7 @@ void Watcher::ApplyEvent(const FolderEvent& event, int64_t now) {
         return;
     }
     constexpr uint32_t kTopGone = IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT | IN_IGNORED;
-    const auto is_top = [&](const Top& top) { return top.root == event.folder; };
+    const auto is_top = [&](const Top& top) { return top.is_open && top.path == event.folder; };
     const auto top = std::ranges::find_if(tops_, is_top);
     if (top != tops_.end() && (event.mask & kTopGone) != 0)
         LoseTop(&*top);
@@ -174,7 +167,7 @@ void Watcher::EventsLost(int64_t now) {
     if (lost_since_ == 0) {
         ctl::Complain(
             "the kernel dropped notes of changes; the shares are compared as soon as it is quieter");
-        Ask(pending_.TakeAll(now));
+        composer_.Add(pending_.TakeAll(now));
         lost_since_ = now;
     }
     lost_last_ = now;
@@ -183,16 +176,17 @@ void Watcher::EventsLost(int64_t now) {
 void Watcher::StartOver() {
     lost_since_ = 0;
     for (Top& top : tops_) {
-        if (top.root != kNoFolder) fold_.Lost(top.root);
-        top.root = kNoFolder;
+        if (top.is_open) fold_.Lost(top.path);
+        top.is_open = false;
     }
-    if (!port_.Open()) ctl::Complain("cannot watch folders: %s", strerror(errno));
+    if (!watches_.Open()) ctl::Complain("cannot watch folders: %s", strerror(errno));
     OpenAll();
 }
 
 // The requests.
 
-void Watcher::Tick(int64_t now) {
+void Watcher::Turn(int64_t now) {
+    ReadEvents(now);
     fold_.Settle(now);
     if (lost_since_ != 0 && (now - lost_last_ >= kLostQuiet || now - lost_since_ >= kLostLongest))
         StartOver();
@@ -200,11 +194,11 @@ void Watcher::Tick(int64_t now) {
     if (is_check) next_check_ = now + kCheck;
     // Nothing is asked for of a share that has just gone.
     if (is_check || !pending_.empty()) CheckTops();
-    if ((port_.gaps.limit || port_.gaps.linked) && now >= next_compare_) {
+    if ((watches_.gaps.limit || watches_.gaps.linked) && now >= next_compare_) {
         if (next_compare_ != 0) CompareAll();
         next_compare_ = now + kCompareGaps;
     }
-    Ask(pending_.TakeDue(now));
+    composer_.Add(pending_.TakeDue(now));
     if (now >= next_send_ && !Send()) next_send_ = now + kSendAgain;
     if (is_check) CompareWhenExecuted(now);
 }
@@ -212,19 +206,12 @@ void Watcher::Tick(int64_t now) {
 /// A comparison against a queue that is still to be executed would ask for everything in it again, and one
 /// between a move and its request would take what moved for gone.
 void Watcher::CompareWhenExecuted(int64_t now) {
-    const bool waits = !sent_.empty() || composer_.HasCompares();
-    if (!waits || now < next_try_ || HasMoves() || !composer_.lines().empty() || !sink_.IsQueueEmpty())
-        return;
-    std::vector<std::string> stale;
-    if (!sent_.Executed(Exists, &stale)) CompareAll();
-    for (const std::string& folder : stale)
-        composer_.AddCompare(folder);
-    Compare();
-}
-
-void Watcher::Ask(const std::vector<SettledChange>& changes) {
-    composer_.Add(changes, &sent_);
-    if (pending_.TakeOverflow()) CompareAll();
+    const bool is_told = !HasMoves() && composer_.lines().empty();
+    if (!composer_.IsWaiting() || now < next_try_ || !is_told || !sink_.IsQueueEmpty()) return;
+    ReadEvents(now);
+    if (HasMoves()) return;
+    if (!composer_.Executed()) CompareAll();
+    Compare(now);
 }
 
 bool Watcher::Send() {
@@ -242,37 +229,37 @@ bool Watcher::Send() {
 
 void Watcher::CompareAll() {
     for (const Top& top : tops_)
-        if (top.root != kNoFolder) composer_.AddCompare(top.path);
+        if (top.is_open) composer_.AddCompare(top.path);
 }
 
 /// What was found while something moved is worth little; when it never rests, at least the moves go first.
-void Watcher::Compare() {
+void Watcher::Compare(int64_t now) {
     for (const std::string& folder : composer_.TakeCompares()) {
         const bool is_top = std::ranges::any_of(tops_, [&](const Top& top) { return top.path == folder; });
-        RequestSink::Differences differences;
-        const bool is_compared = sink_.Compare(folder, is_top, &differences);
-        if (!is_compared) next_try_ = Now() + kCompareAgain;
-        nanosleep(&kGather, nullptr);
-        ReadEvents(Now());
+        std::string found;
+        const bool is_compared = sink_.Compare(folder, is_top, &found);
+        if (!is_compared) next_try_ = now + kCompareAgain;
+        ReadEvents(now);
         if (!is_compared || (HasMoves() && ++compares_dropped_ <= kMaxDropped)) {
             composer_.AddCompare(folder);
             continue;
         }
         compares_dropped_ = 0;
-        Ask(pending_.TakeMoves());
-        composer_.AddLines(differences.lines, differences.requests);
+        composer_.Add(pending_.TakeMoves());
+        composer_.AddFound(found);
     }
     Send();
 }
 
 void Watcher::Finish(int64_t now) {
+    ReadEvents(now);
     fold_.Settle(INT64_MAX);
     CheckTops();
-    Ask(pending_.TakeAll(now));
+    composer_.Add(pending_.TakeAll(now));
     if (!Send())
         ctl::Complain("some changes could not be queued; the comparison at the next start finds them");
     else
-        Compare();
+        Compare(now);
 }
 
 }  // namespace koli::watch

@@ -10,10 +10,8 @@
 
 #include "tools/watch/composer.h"
 #include "tools/watch/event_fold.h"
-#include "tools/watch/folder_tree.h"
-#include "tools/watch/inotify_port.h"
+#include "tools/watch/folder_watches.h"
 #include "tools/watch/pending_changes.h"
-#include "tools/watch/sent_changes.h"
 
 namespace koli::watch {
 
@@ -23,13 +21,10 @@ class RequestSink {
     virtual ~RequestSink() = default;
     /// Queues the lines, all or none, and wakes the daemon.  False: nothing was written, try again later.
     virtual bool Queue(const std::string& lines) = 0;
-    /// What differs between the databases and the folder, as lines of the queue.  `is_top`: an empty one may
-    /// be a share that is not mounted.  False: try again later.
-    struct Differences {
-        std::string lines;
-        int64_t requests = 0;
-    };
-    virtual bool Compare(const std::string& folder, bool is_top, Differences* differences) = 0;
+    /// What differs between the databases and the folder, as lines of the queue; what has moved meanwhile has
+    /// been noted when it returns.  `is_top`: an empty one may be a share that is not mounted.  False: try
+    /// again later.
+    virtual bool Compare(const std::string& folder, bool is_top, std::string* lines) = 0;
     /// True when nothing waits in the queue and no batch is being executed.
     virtual bool IsQueueEmpty() = 0;
 };
@@ -43,13 +38,19 @@ class Watcher {
     /// then is queued.  Returns 0; -1, with a complaint, when nothing can be watched at all.
     int Run(int stop);
 
-    size_t folders() const { return tree_.size(); }
-    int64_t requests() const { return composer_.requests(); }
+    // Its steps; `now` is in milliseconds of a clock that does not jump.
+
+    /// False, with a complaint, when nothing can be watched at all.
+    bool Open();
+    /// Takes what has been noted and asks for what is due.
+    void Turn(int64_t now);
+    /// Asks for all that is pending.
+    void Finish(int64_t now);
 
   private:
     struct Top {
         std::string path;
-        FolderId root = kNoFolder;  // kNoFolder: away
+        bool is_open = false;
         dev_t device = 0;
         ino_t inode = 0;
         bool is_told = false;  // that it is away
@@ -66,23 +67,18 @@ class Watcher {
     void EventsLost(int64_t now);
     void StartOver();
 
-    void Tick(int64_t now);
-    void Ask(const std::vector<SettledChange>& changes);
     bool Send();
     void CompareAll();
     void CompareWhenExecuted(int64_t now);
-    void Compare();
+    void Compare(int64_t now);
     bool HasMoves() const { return pending_.HasMoves() || fold_.HasOpenMoves(); }
-    void Finish(int64_t now);
     int TimeoutOf(int64_t now) const;
 
     RequestSink& sink_;
     std::vector<Top> tops_;
-    FolderTree tree_;
+    FolderWatches watches_;
     PendingChanges pending_;
-    InotifyPort port_;
-    EventFold fold_;
-    SentChanges sent_;
+    EventFold fold_{&watches_, &pending_};
     Composer composer_;
     int64_t next_check_ = 0;
     int64_t next_compare_ = 0;

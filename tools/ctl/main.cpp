@@ -1,5 +1,0 @@
-#include "tools/ctl/command_line.h"
-
-int main(int argc, char** argv) {
-    return koli::ctl::CommandLineRun(argc, argv);
-}

@@ -1,0 +1,54 @@
+// Absolute paths as the keys of a sorted map: what stands at and below a folder, and what becomes of it when
+// the folder moves.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace koli::watch {
+
+/// True for `folder` itself and everything inside it.
+inline bool IsAtOrBelow(const std::string& path, const std::string& folder) {
+    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+/// `path`, which is at or below `from`, after `from` has become `to`.
+inline std::string MovedPath(const std::string& path, const std::string& from, const std::string& to) {
+    return to + path.substr(from.size());
+}
+
+inline std::string ParentOf(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+inline std::string NameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+/// Calls `visit` with each entry at and below `folder`, which it may extract.
+template <class Map, class Visit>
+void ForTree(Map& map, const std::string& folder, Visit visit) {
+    for (auto it = map.lower_bound(folder); it != map.end() && it->first.starts_with(folder);) {
+        const auto here = it++;
+        if (IsAtOrBelow(here->first, folder)) visit(here);
+    }
+}
+
+/// Takes the entries at and below `folder` out of the map.
+template <class Map>
+std::vector<typename Map::node_type> ExtractTree(Map& map, const std::string& folder) {
+    std::vector<typename Map::node_type> nodes;
+    ForTree(map, folder, [&](auto entry) { nodes.push_back(map.extract(entry)); });
+    return nodes;
+}
+
+/// Gives the entries at and below `from` the paths that they have below `to`, where there are none.
+template <class Map>
+void MoveTree(Map& map, const std::string& from, const std::string& to) {
+    for (auto& node : ExtractTree(map, from)) {
+        node.key() = MovedPath(node.key(), from, to);
+        map.insert(std::move(node));
+    }
+}
+
+}  // namespace koli::watch
