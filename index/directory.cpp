@@ -17,6 +17,7 @@
 #include "index/record/share_path.h"
 #include "platform/kolidb.h"
 #include "platform/paths.h"
+#include "video/probe_ahead.h"
 
 namespace koli {
 namespace {
@@ -78,7 +79,7 @@ class TreeWalk {
     void WalkFile(const KnownPath& file);
     void Index(const KnownPath& path);
     void MissUnknown();
-    void RunAhead(DirectoryListing& listing);
+    void RunAhead(DirectoryListing& listing, ProbeAhead& probes);
 
     const KnownPath& top_;
     PathBuffer path_;
@@ -131,9 +132,10 @@ void TreeWalk::WalkDirectory(const KnownPath& directory, const FolderWay* above,
 
 void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
     const size_t length = path_.length();
+    ProbeAhead probes;
     ++depth_;
     for (;;) {
-        RunAhead(listing);
+        RunAhead(listing, probes);
         const auto entry = listing.Next();
         if (entry.name == nullptr || !HasWork()) break;
         if (path_.Append(entry.name)) WalkEntry(entry.type, listing, way);
@@ -143,14 +145,19 @@ void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
 }
 
 /// Where the disk is slow: the files behind the next entry of a folder are on their way while it is indexed.
-void TreeWalk::RunAhead(DirectoryListing& listing) {
-    if (!forerunner_.IsWanted()) return;
+/// Where there are processors: those of them that are probed are at it.
+void TreeWalk::RunAhead(DirectoryListing& listing, ProbeAhead& probes) {
+    const bool are_read = forerunner_.IsWanted();
+    const bool are_probed = probes.IsWanted() && mode_ == kModeAdd && (types_ & kWalkMediaStore) != 0;
+    if (!are_read && !are_probed) return;
     const size_t length = path_.length();
     for (auto entry = listing.Ahead(kFilesAhead); entry.name != nullptr; entry = listing.Ahead(kFilesAhead)) {
         const bool is_folder = entry.type == DT_DIR;
-        if ((is_folder || entry.type == DT_REG) && path_.Append(entry.name) &&
-            (!is_folder || path_.Append("")))
-            forerunner_.Announce(path_.text());
+        const bool is_probed = are_probed && entry.type == DT_REG && IndexIsProbed(entry.name);
+        if ((is_folder || entry.type == DT_REG) && path_.Append(entry.name)) {
+            if (is_probed) probes.Announce(path_.text());
+            if (are_read && (!is_folder || path_.Append(""))) forerunner_.Announce(path_.text());
+        }
         path_.CutTo(length);
     }
 }
