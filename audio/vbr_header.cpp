@@ -63,20 +63,11 @@ int64_t ScanWindow(const uint8_t* data, int64_t count, VbrScan* scan) {
     return count;
 }
 
-/// Where the last of the buffers ends that a scan from `next` to `end` fills, the one at `next` being there.
-int64_t EndOfLastBuffer(const CachedFileReader& reader, int64_t next, int64_t end) {
-    constexpr int64_t kOverlap = kMarkSize - 1;
-    constexpr int64_t kBuffer = kReadAhead - kOverlap;
-    const int64_t first = std::max(next, reader.buffer_end - kOverlap);
-    const int64_t buffers = std::max<int64_t>(end - first + kBuffer - 1, 0) / kBuffer;
-    return std::min(first + buffers * kBuffer + kOverlap, reader.size);
-}
-
 /// Goes on with the scan until a new mark is found.  False at its end.
 bool ContinueScan(CachedFileReader* reader) {
     VbrScan* scan = &reader->vbr_scan;
     const int64_t end = reader->size / 4;
-    reader->ahead.Expect(scan->next, EndOfLastBuffer(*reader, scan->next, end));
+    reader->ahead.Expect(scan->next, VbrScanEnd(scan->next, reader->buffer_end, reader->size));
     while (scan->next < end) {
         const ByteWindow window = CachedWindowAt(reader, scan->next, kMarkSize);
         if (window.length < kMarkSize) break;  // the file's end
@@ -118,6 +109,14 @@ void ApplyBytes(MpegHeaderInfo* header, uint32_t bytes, double duration) {
 }
 
 }  // namespace
+
+int64_t VbrScanEnd(int64_t start, int64_t buffered, int64_t size) {
+    constexpr int64_t kOverlap = kMarkSize - 1;
+    constexpr int64_t kBuffer = kReadAhead - kOverlap;
+    const int64_t first = std::max(start, buffered - kOverlap);
+    const int64_t buffers = std::max<int64_t>(size / 4 - first + kBuffer - 1, 0) / kBuffer;
+    return std::min(first + buffers * kBuffer + kOverlap, size);
+}
 
 int XingHeaderRead(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
     if (!IsComplete(reader, header)) return -1;

@@ -70,7 +70,7 @@ class DirectoryListing {
     std::unique_ptr<char[]> held_;  // entries read ahead: type byte, name, terminator
     size_t held_end_ = 0;
     size_t held_at_ = 0;
-    int ahead_ = 0;       // how many of them Ahead has given
+    int ahead_ = 0;  // how many of them Ahead has given
     dev_t device_ = 0;
     ino_t inode_ = 0;
     int error_ = 0;

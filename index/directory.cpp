@@ -28,7 +28,7 @@ constexpr const char kModule[] = "directory";
 /// that neither the limit of open files nor the 32 KiB of each open directory counts.
 constexpr int kMaxOpenLevels = 32;
 
-constexpr int kFilesAhead = 8;  // of a folder; some MB each, at most
+constexpr int kFilesAhead = 16;  // of a folder; some MB each, at most
 
 // The stores of a walk are named by the databases' bits.
 static_assert(static_cast<int>(kWalkMediaStore) == KOLI_MEDIA_DB &&

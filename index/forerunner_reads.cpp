@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "audio/vbr_header.h"
 #include "base/read_ahead.h"
 
 namespace koli {
@@ -22,42 +23,38 @@ int64_t SoundBegin(const uint8_t* head, int64_t count) {
     return (int64_t{head[6]} << 21 | int64_t{head[7]} << 14 | int64_t{head[8]} << 7 | head[9]) + kTagHeader;
 }
 
-/// Without a variable-bit-rate header in its first frame, the whole first quarter of a song is searched for
+/// What is read of a song: its head; the rest of a long tag, mostly a picture that becomes the cover; and,
+/// when the first frame holds no variable-bit-rate header, the whole first quarter, which is searched for
 /// one.
 void ReadSong(int file, int64_t size) {
     ReadAheadRequest(file, std::max<int64_t>(size - kTrailer, 0), size);
     uint8_t head[kHead];
     int64_t from = 0;
-    int64_t count = pread(file, head, sizeof head, 0);
+    int64_t count = std::max<int64_t>(pread(file, head, sizeof head, 0), 0);
     if (const int64_t begin = SoundBegin(head, count); begin > kHead / 2) {
+        ReadAheadRequest(file, count, std::min({begin + kHead, size, ReadAhead::kMost}));
         from = begin;
-        count = pread(file, head, sizeof head, from);
+        count = std::max<int64_t>(pread(file, head, sizeof head, from), 0);
     }
-    const auto length = static_cast<size_t>(std::max<int64_t>(count, 0));
+    const auto length = static_cast<size_t>(count);
     if (memmem(head, length, "Xing", 4) != nullptr || memmem(head, length, "VBRI", 4) != nullptr) return;
-    ReadAheadRequest(file, from + count, std::min(size / 4, from + ReadAhead::kMost));
+    const int64_t end = VbrScanEnd(from, from + count, size);
+    ReadAheadRequest(file, from + count, std::min(end, from + ReadAhead::kMost));
 }
 
 }  // namespace
 
+bool ForerunnerHasWork(FormatReader reader) {
+    return reader != FormatReader::kMusicName && reader != FormatReader::kVideoName &&
+           reader != FormatReader::kPlaylist;
+}
+
 void ForerunnerRead(int file, FormatReader reader) {
     struct stat status;
     if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return;
-    switch (reader) {
-        case FormatReader::kMp3:
-            ReadSong(file, status.st_size);
-            return;
-        case FormatReader::kMusicProbe:
-        case FormatReader::kVideoProbe:
-            ReadAheadRequest(file, 0, std::min<int64_t>(status.st_size, kContainer));
-            return;
-        case FormatReader::kMusicName:
-        case FormatReader::kVideoName:
-        case FormatReader::kPlaylist:
-            return;
-        default:
-            ReadAheadRequest(file, 0, std::min<int64_t>(status.st_size, kHead));
-    }
+    if (reader == FormatReader::kMp3) return ReadSong(file, status.st_size);
+    const bool is_probed = reader == FormatReader::kMusicProbe || reader == FormatReader::kVideoProbe;
+    ReadAheadRequest(file, 0, std::min<int64_t>(status.st_size, is_probed ? kContainer : kHead));
 }
 
 }  // namespace koli
