@@ -29,6 +29,7 @@ constexpr const char kModule[] = "directory";
 constexpr int kMaxOpenLevels = 32;
 
 constexpr int kFilesAhead = 16;  // of a folder; some MB each, at most
+static_assert(kFilesAhead <= ProbeAhead::kMost);
 
 // The stores of a walk are named by the databases' bits.
 static_assert(static_cast<int>(kWalkMediaStore) == KOLI_MEDIA_DB &&
@@ -178,8 +179,12 @@ void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const Fo
 }
 
 void TreeWalk::WalkFile(const KnownPath& file) {
-    if (is_rebuild_) return Index(file);
-    IndexInStores(file, mode_, TypesAt(path_.text(), types_));
+    if (is_rebuild_) {
+        Index(file);
+    } else {
+        IndexInStores(file, mode_, TypesAt(path_.text(), types_));
+    }
+    if (IndexIsProbed(path_.text())) forerunner_.ForgetWaits();
 }
 
 /// In a rebuild the row of what is there depends on this call: one look that fails must not cost it.

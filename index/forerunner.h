@@ -24,6 +24,9 @@ class Forerunner {
     /// Was it for something else, the process tells so by not having to wait.
     bool IsWanted();
 
+    /// What has been waited for since was no disk of the walk's: a child.
+    void ForgetWaits() { waits_ = -1; }
+
     /// The file at `path`, or, with a '/' behind it, the folder will be indexed soon.  Does not wait; what
     /// cannot be taken now is left out.
     void Announce(const char* path);

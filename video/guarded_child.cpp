@@ -7,7 +7,6 @@
 #include <csignal>
 
 #include "base/log.h"
-#include "platform/kolidb.h"
 #include "video/child_signals.h"
 
 namespace koli {
@@ -94,7 +93,6 @@ int GuardedChildRun(const ChildBody& body, FileReading& reading, const WatchSett
 
 int GuardedChildRun(GuardedChild& child, const ChildBody& body, FileReading& reading,
                     const WatchSettings& settings) {
-    KOLIDBFlush();
     const ChildEndScope child_end;
     if (!child.Start(reading.path(), body, settings.fork_child)) {
         reading.ReadFailedUnlogged(errno);

@@ -10,6 +10,7 @@
 
 #include "base/log.h"
 #include "base/parse_number.h"
+#include "platform/kolidb.h"
 #include "video/child_signals.h"
 #include "video/container_probe.h"
 #include "video/guarded_child.h"
@@ -95,6 +96,7 @@ bool ProbeChildWait(pid_t pid, int* status, FileReading& reading, const WatchSet
     for (uint32_t polls = settings.polls;;) {
         settings.sleep(pid, settings.interval, child_end.sleep_mask());
         if (waitpid(pid, status, WNOHANG) > 0) return true;
+        if (polls == settings.polls) KOLIDBFlush();  // what takes longer must not keep the databases locked
         if (polls > settings.poll_limit) {
             settings.kill_child(pid);
             reading.CannotParse("reading it takes too long");

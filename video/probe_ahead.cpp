@@ -16,7 +16,6 @@
 
 #include "base/known_path.h"
 #include "index/record/util.h"
-#include "platform/kolidb.h"
 #include "video/child_signals.h"
 #include "video/guard_steps.h"
 #include "video/guarded_child.h"
@@ -143,7 +142,6 @@ bool ProbeAhead::Finish(File& file, MediaInfo* record, FileReading& reading, int
         WatchSettings settings;
         settings.sleep = Sleep;
         settings.polls = static_cast<uint32_t>((Now() - file.begun) / Nanoseconds(settings.interval));
-        KOLIDBFlush();
         --running_;  // from here on it is the one whose turn it is
         if (!child.Watch(reading, settings)) {
             child.Tell(reading);

@@ -25,7 +25,7 @@ namespace koli {
 /// it is included, and together they may have the memory of one.
 class ProbeAhead {
   public:
-    static constexpr int kMost = 8;  // files that are kept in mind; announcing one more ends the first
+    static constexpr int kMost = 16;  // files that are kept in mind; announcing one more ends the first
 
     /// `processors` 0: as many as this process may use.  With one, nothing runs ahead.
     explicit ProbeAhead(ProbeFunction probe = MiscMediaInfoProbeFile, int processors = 0);
