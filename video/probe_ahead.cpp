@@ -28,6 +28,7 @@ namespace {
 /// Of processor time, enforced by the kernel: while the daemon is at something else nobody watches the child.
 constexpr rlim_t kUnwatchedSeconds = 1;
 
+constexpr int kMostProcessors = 8;
 constexpr int kMostHeld = 64;  // files started and not taken, in nested folders: 28 KB each
 
 constexpr int64_t kSecond = 1'000'000'000;
@@ -44,7 +45,7 @@ int64_t Now() {
 
 int ProcessorCount() {
     cpu_set_t set;
-    return sched_getaffinity(0, sizeof set, &set) == 0 ? CPU_COUNT(&set) : 1;
+    return sched_getaffinity(0, sizeof set, &set) == 0 ? std::min(CPU_COUNT(&set), kMostProcessors) : 1;
 }
 
 bool IsEqual(const timespec& a, const timespec& b) {
