@@ -40,6 +40,7 @@ int64_t ReadOnce(CachedFileReader* reader, int64_t offset, void* bytes, int64_t 
 
 /// Fills the buffer from `offset` on, up to the file's end; blocks that cannot be read become 17.
 bool FillBuffer(CachedFileReader* reader, int64_t offset) {
+    reader->ahead.BeforeRead(fileno(reader->fp), offset, kReadAhead);
     int64_t filled = 0;
     while (offset >= 0 && filled < kReadAhead && offset + filled < reader->end_of_file) {
         const int64_t at = offset + filled;

@@ -9,6 +9,7 @@
 #include "base/file_reading.h"
 #include "base/log.h"
 #include "base/log_limit.h"
+#include "base/read_ahead.h"
 
 namespace koli {
 
@@ -58,6 +59,7 @@ struct CachedFileReader {
     int64_t buffer_end = 0;           // file offset, exclusive
     int32_t mode = 0;                 // MPEG video only: system layer, 1 = MPEG-1, 2 = MPEG-2
     int64_t end_of_file = 0;          // nothing from here on is asked for
+    ReadAhead ahead = {};             // a scan tells it how far it goes
     UnreadableBlocks unreadable = {};
     RepeatedMessage header_not_found = {};  // MpegFrameFind's message for this file
     VbrScan vbr_scan = {};

@@ -12,6 +12,7 @@
 #include "base/held_folder.h"
 #include "base/media_info.h"
 #include "base/passing_error.h"
+#include "base/read_ahead.h"
 #include "base/regular_file.h"
 #include "base/written_file_systems.h"
 #include "platform/koliindex.h"
@@ -45,6 +46,8 @@ bool CopyCover(CoverSource source, int fd, FileReading& reading) {
         errno = ENODATA;
         return false;
     }
+    if (source.length > kBlockSize)
+        ReadAheadRequest(source.file, source.offset, source.offset + source.length);
     uint8_t block[kBlockSize];
     while (source.length > 0) {
         const ssize_t count = ReadAt(source.file, source.offset, block,

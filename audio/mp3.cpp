@@ -1,5 +1,7 @@
 #include "audio/mp3.h"
 
+#include <algorithm>
+
 #include "audio/cached_file_reader.h"
 #include "audio/cover_file.h"
 #include "audio/id3_merge.h"
@@ -26,6 +28,8 @@ int64_t ReadId3v2(CachedFileReader* reader, Id3v2Fields* fields, const char* pat
 }
 
 int ParseOpenFile(CachedFileReader* reader, const char* path, MediaInfo* record) {
+    ReadAheadRequest(fileno(reader->fp), 0,
+                     std::min(kReadAhead, reader->size));  // while the trailer is waited for
     Id3v1Block v1{};
     if (Id3v1Read(reader, &v1) == -1) KOLI_LOG("Failed to parse ID3V1.");
     Id3v2Fields v2{};

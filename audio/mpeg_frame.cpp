@@ -10,6 +10,8 @@ namespace {
 
 constexpr const char kModule[] = "metaid3";
 
+constexpr int64_t kLongSearch =
+    1 << 18;                           // bytes behind which a frame that was not found will hardly be found
 constexpr int64_t kSearchMargin = 10;  // bytes before the end of the audio in which no search begins a frame
 
 // By version - 1, layer - 1 and, in the first table, the 4-bit index; 0 is the free format, 15 is forbidden.
@@ -175,8 +177,10 @@ int MpegFrameCheck(CachedFileReader* reader, int64_t position) {
 bool MpegFirstFrame(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
     ZeroRun run;
     for (int64_t position = start; position < reader->size - kSearchMargin;
-         position = MpegSkipBadSyncs(reader, position + 1))
+         position = MpegSkipBadSyncs(reader, position + 1)) {
+        if (position - start > kLongSearch) reader->ahead.Expect(position, reader->size);
         if (MpegFrameFind(reader, &position, header) != 0 && IsFollowed(reader, *header, &run)) return true;
+    }
     return false;
 }
 

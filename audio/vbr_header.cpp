@@ -67,6 +67,7 @@ int64_t ScanWindow(const uint8_t* data, int64_t count, VbrScan* scan) {
 bool ContinueScan(CachedFileReader* reader) {
     VbrScan* scan = &reader->vbr_scan;
     const int64_t end = reader->size / 4;
+    reader->ahead.Expect(scan->next, VbrScanEnd(scan->next, reader->buffer_end, reader->size));
     while (scan->next < end) {
         const ByteWindow window = CachedWindowAt(reader, scan->next, kMarkSize);
         if (window.length < kMarkSize) break;  // the file's end
@@ -108,6 +109,14 @@ void ApplyBytes(MpegHeaderInfo* header, uint32_t bytes, double duration) {
 }
 
 }  // namespace
+
+int64_t VbrScanEnd(int64_t start, int64_t buffered, int64_t size) {
+    constexpr int64_t kOverlap = kMarkSize - 1;
+    constexpr int64_t kBuffer = kReadAhead - kOverlap;
+    const int64_t first = std::max(start, buffered - kOverlap);
+    const int64_t buffers = std::max<int64_t>(size / 4 - first + kBuffer - 1, 0) / kBuffer;
+    return std::min(first + buffers * kBuffer + kOverlap, size);
+}
 
 int XingHeaderRead(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header) {
     if (!IsComplete(reader, header)) return -1;

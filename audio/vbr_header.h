@@ -20,4 +20,8 @@ namespace koli {
 int XingHeaderRead(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header);
 int VbriHeaderRead(CachedFileReader* reader, int64_t start, MpegHeaderInfo* header);
 
+/// Where the last buffer ends that these searches fill, from `start` on, when they find nothing in a file of
+/// `size` bytes; the buffer that ends at `buffered` is there.
+int64_t VbrScanEnd(int64_t start, int64_t buffered, int64_t size);
+
 }  // namespace koli

@@ -27,17 +27,36 @@ bool DirectoryListing::Open(HeldFolder folder) {
 
 DirectoryListing::Entry DirectoryListing::Next() {
     if (held_at_ == held_end_) return Read();
+    if (ahead_ > 0) --ahead_;
     const char* text = held_.get() + held_at_;
     held_at_ += 1 + strlen(text + 1) + 1;
     return {text + 1, static_cast<unsigned char>(text[0]), 0};
 }
 
+DirectoryListing::Entry DirectoryListing::Ahead(int most) {
+    if (ahead_ >= most || !MakeRoom()) return {nullptr, DT_UNKNOWN, 0};
+    const size_t at = held_end_;
+    if (!Hold(Read()) || at == held_end_) return {nullptr, DT_UNKNOWN, 0};
+    ++ahead_;
+    return {held_.get() + at + 1, static_cast<unsigned char>(held_[at]), 0};
+}
+
 void DirectoryListing::Release() {
-    if (stream_ == nullptr || held_ != nullptr) return;
-    held_.reset(new (std::nothrow) char[kHeldSize]);
-    if (held_ == nullptr) return;
-    while (held_end_ + 1 + kNameSize <= kHeldSize && Hold(Read())) {
+    while (MakeRoom() && Hold(Read())) {
     }
+}
+
+/// For one more entry in what is held; false when there is none, or nothing more to hold.
+bool DirectoryListing::MakeRoom() {
+    if (stream_ == nullptr) return false;
+    if (held_ == nullptr) held_.reset(new (std::nothrow) char[kHeldSize]);
+    if (held_ == nullptr) return false;
+    if (held_at_ > kHeldSize / 2) {
+        memmove(held_.get(), held_.get() + held_at_, held_end_ - held_at_);
+        held_end_ -= held_at_;
+        held_at_ = 0;
+    }
+    return held_end_ + 1 + kNameSize <= kHeldSize;
 }
 
 void DirectoryListing::Close() {

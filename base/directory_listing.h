@@ -38,6 +38,10 @@ class DirectoryListing {
     /// The next entry; its name is null at the end, or where reading on failed.
     Entry Next();
 
+    /// The next of the entries that Next will give, each once, at most `most` of them in front of it; its
+    /// name is null when there is none.  Ends what Next has returned.
+    Entry Ahead(int most);
+
     /// Once Next has come to the end: 0, or the errno with which reading failed before it.
     int error() const { return error_; }
 
@@ -57,6 +61,7 @@ class DirectoryListing {
     void Close();
     Entry Read();
     bool Hold(const Entry& entry);
+    bool MakeRoom();
 
     static constexpr size_t kNameSize = kPathSize;         // a name can be longer than dirent's 255 bytes
     static constexpr size_t kHeldSize = size_t{64} << 10;  // bytes of names that one released listing holds
@@ -65,6 +70,7 @@ class DirectoryListing {
     std::unique_ptr<char[]> held_;  // entries read ahead: type byte, name, terminator
     size_t held_end_ = 0;
     size_t held_at_ = 0;
+    int ahead_ = 0;  // how many of them Ahead has given
     dev_t device_ = 0;
     ino_t inode_ = 0;
     int error_ = 0;

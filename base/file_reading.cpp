@@ -23,6 +23,7 @@ int64_t Now(clockid_t clock) {
 
 FileReading::FileReading(const char* path, void (*tick)(), int64_t limit)
     : path_(path),
+      is_marked_(true),
       tick_(tick),
       past_(ReadingMarkLook(path)),
       limit_(limit),
@@ -31,8 +32,17 @@ FileReading::FileReading(const char* path, void (*tick)(), int64_t limit)
     ReadingMarkSet(path_);
 }
 
+FileReading::FileReading(const char* path, InChild)
+    : path_(path),
+      is_marked_(false),
+      tick_(nullptr),
+      past_(PastReading::kNothing),
+      limit_(kLimit),
+      begun_(Now(CLOCK_PROCESS_CPUTIME_ID)),
+      next_look_(Now(CLOCK_MONOTONIC) + limit_) {}
+
 FileReading::~FileReading() {
-    ReadingMarkSet(nullptr);
+    if (is_marked_) ReadingMarkSet(nullptr);
 }
 
 /// One thread cannot use more processor time than the clock has gone on: the clock, which costs next to

@@ -37,6 +37,10 @@ class FileReading {
     /// `path` stays the caller's and as it is.  `tick`, when given, is called before each read: what must not
     /// wait for a file that takes long.
     explicit FileReading(const char* path, void (*tick)() = nullptr, int64_t limit = kLimit);
+
+    /// In a child, which has its own file to read: touches no mark.
+    enum InChild { kInChild };
+    FileReading(const char* path, InChild);
     ~FileReading();
     FileReading(const FileReading&) = delete;
     FileReading& operator=(const FileReading&) = delete;
@@ -67,13 +71,12 @@ class FileReading {
     void TakeOver(const Failure& of_child);
 
     const Failure& failure() const { return failure_; }
-    /// In a child: from here on only its own failure counts.
-    void ForgetFailure() { failure_ = {}; }
 
   private:
     void Note(FailureKind kind, const char* what, int error);
 
     const char* const path_;
+    const bool is_marked_;
     void (*const tick_)();
     const PastReading past_;
     const int64_t limit_;

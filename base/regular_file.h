@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "base/file_reading.h"
+#include "base/read_ahead.h"
 
 namespace koli {
 
@@ -75,6 +76,7 @@ class MediaFile {
   private:
     FileReading* reading_ = nullptr;
     RegularFile file_;
+    mutable ReadAhead ahead_;  // of what Read was asked for
 };
 
 }  // namespace koli

@@ -1,9 +1,10 @@
-// What the guard of a probe costs: probe_bench FILE...
+// What films cost: probe_bench FOLDER
 //
-// For each media file, milliseconds (the fastest tenth of many runs, free of what else the machine does) of
-// the probe in this process, and of the same probe in its guarded child; before that, of the guard's own
-// parts.
-#include <sys/resource.h>
+// Milliseconds a film over all files of the folder, which are in the page cache: probed in one process
+// without a guard, indexed on one processor, and on all of them.  Each figure is the median of several
+// passes, in turns, with the least and the greatest; then the films by themselves, as they differ; then where
+// the guard's share goes.
+#include <sched.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,92 +12,163 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <functional>
+#include <string>
 #include <vector>
 
 #include "base/media_info.h"
+#include "bench/measure.h"
+#include "index/directory.h"
+#include "index/index.h"
+#include "index/record/index_mode.h"
+#include "platform/kolidb.h"
 #include "video/container_probe.h"
 #include "video/metamedia.h"
 #include "video/probe_guard.h"
 
+namespace koli::bench {
 namespace {
 
-constexpr int kRuns = 200;
+constexpr int kPasses = 9;
+constexpr int kGuardRuns = 200;
 
-double Milliseconds(const timeval& time) {
-    return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_usec) / 1e3;
+using Times = std::vector<double>;  // ms
+
+double Milliseconds(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
 }
 
-/// Processor time of this process and its ended children: what other programs do meanwhile hardly counts.
-double ProcessorMilliseconds() {
-    double sum = 0;
-    for (const auto whose : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
-        rusage usage{};
-        getrusage(whose, &usage);
-        sum += Milliseconds(usage.ru_utime) + Milliseconds(usage.ru_stime);
-    }
-    return sum;
+double Median(Times times) {
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
 }
 
-struct Cost {
-    double elapsed;    // ms, the fastest tenth of the runs
-    double processor;  // ms, mean of the runs
-};
+void Print(const char* what, const Times& times) {
+    const auto [least, greatest] = std::minmax_element(times.begin(), times.end());
+    printf("  %-44s %8.3f %8.3f .. %.3f\n", what, Median(times), *least, *greatest);
+}
 
-template <typename Work>
-Cost Measure(Work work) {
-    std::vector<double> times;
-    const double processor = ProcessorMilliseconds();
-    for (int i = 0; i < kRuns; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        times.push_back(
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
+std::vector<std::string> FilmsBelow(const char* folder) {
+    std::vector<std::string> films;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(folder))
+        if (entry.is_regular_file() && IndexIsProbed(entry.path().filename().c_str()))
+            films.push_back(entry.path());
+    std::sort(films.begin(), films.end());
+    return films;
+}
+
+void ProbeAlone(const std::vector<std::string>& films) {
+    for (const std::string& film : films) {
+        MediaInfo record{};
+        FileReading reading(film.c_str());
+        MiscMediaInfoProbe(film.c_str(), &record, reading);
     }
-    std::nth_element(times.begin(), times.begin() + kRuns / 10, times.end());
-    return {times[kRuns / 10], (ProcessorMilliseconds() - processor) / kRuns};
+}
+
+void ProbeGuarded(const std::string& film) {
+    MediaInfo record{};
+    FileReading reading(film.c_str());
+    MiscMediaInfoGet(film.c_str(), &record, reading);
+}
+
+/// Milliseconds a film of what runs in a process of its own: what it leaves on the heap no other one copies.
+double EachInChild(size_t films, const std::function<void()>& work) {
+    const Pass pass = InChild([&] {
+        ContainerProbeWarmUp();
+        return Measure(work);
+    });
+    return pass.seconds * 1e3 / static_cast<double>(films);
+}
+
+void Index(const char* folder) {
+    IndexWalk(folder, kModeAdd, kWalkMediaStore);
+    KOLIDBSync();
+}
+
+void StayOnOneProcessor() {
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<size_t>(std::max(sched_getcpu(), 0)), &one);
+    if (sched_setaffinity(0, sizeof one, &one) != 0) Fail("sched_setaffinity");
+}
+
+void CompareWalks(const char* folder, const std::vector<std::string>& films) {
+    Times alone, on_one, on_all;
+    for (int pass = 0; pass < kPasses; ++pass) {
+        alone.push_back(EachInChild(films.size(), [&] { ProbeAlone(films); }));
+        on_one.push_back(InChild([&] {
+                             StayOnOneProcessor();
+                             FreshStores();
+                             return Measure([&] { Index(folder); });
+                         }).seconds *
+                         1e3 / static_cast<double>(films.size()));
+        on_all.push_back(InChild([&] {
+                             FreshStores();
+                             return Measure([&] { Index(folder); });
+                         }).seconds *
+                         1e3 / static_cast<double>(films.size()));
+    }
+    printf("%zu films, ms each: the median of %d passes, and their range\n", films.size(), kPasses);
+    Print("probed in one process, no guard, no row", alone);
+    Print("indexed, one processor", on_one);
+    Print("indexed, all processors", on_all);
+    printf("  indexed to probed: %.2f on one processor, %.2f on all\n", Median(on_one) / Median(alone),
+           Median(on_all) / Median(alone));
+}
+
+void CompareFilms(const std::vector<std::string>& films) {
+    std::vector<Times> runs(films.size());
+    for (int pass = 0; pass < kPasses; ++pass)
+        for (size_t i = 0; i < films.size(); ++i)
+            runs[i].push_back(Milliseconds([&] { ProbeGuarded(films[i]); }));
+    Times medians;
+    std::transform(runs.begin(), runs.end(), std::back_inserter(medians), Median);
+    Print("one guarded probe: the median film, and all", medians);
 }
 
 void ForkAndWait(bool hardened) {
     const pid_t parent = getpid();
     const pid_t pid = fork();
-    if (pid == 0) _exit(hardened ? koli::ProbeGuardEnter(-1, parent) ? 0 : 1 : 0);
+    if (pid == 0) _exit(hardened ? ProbeGuardEnter(-1, parent) ? 0 : 1 : 0);
     waitpid(pid, nullptr, 0);
 }
 
-int Nothing(int, const char*, koli::MediaInfo*, koli::FileReading&) {
+int Nothing(int, const char*, MediaInfo*, FileReading&) {
     return 0;
 }
 
+void ShowGuard() {
+    MediaInfo record{};
+    FileReading reading("/nothing");
+    Times bare, hardened, guard;
+    for (int i = 0; i < kGuardRuns; ++i) {
+        bare.push_back(Milliseconds([] { ForkAndWait(false); }));
+        hardened.push_back(Milliseconds([] { ForkAndWait(true); }));
+        guard.push_back(Milliseconds([&] { GuardedProbeRun("/nothing", &record, reading, Nothing); }));
+    }
+    Print("of that: fork, exit, wait", bare);
+    Print("the same with the hardening", hardened);
+    Print("the same with memory, signals and watch", guard);
+}
+
 }  // namespace
+}  // namespace koli::bench
 
 int main(int count, char** arguments) {
-    koli::ProbeGuardPrepare();
-    koli::MediaInfo record{};
-    const char* const any = arguments[0];
-    koli::FileReading reading(any);
-    const Cost bare = Measure([] { ForkAndWait(false); });
-    const Cost hardened = Measure([] { ForkAndWait(true); });
-    const Cost guard = Measure([&] { koli::GuardedProbeRun(any, &record, reading, Nothing); });
-    printf("%-30s %8s %8s\n", "ms", "elapsed", "processor");
-    printf("%-30s %8.3f %8.3f\n", "fork, exit, wait", bare.elapsed, bare.processor);
-    printf("%-30s %8.3f %8.3f\n", "+ hardening", hardened.elapsed - bare.elapsed,
-           hardened.processor - bare.processor);
-    printf("%-30s %8.3f %8.3f\n", "+ mapping, signals, watch", guard.elapsed - hardened.elapsed,
-           guard.processor - hardened.processor);
-
-    printf("\n%-30s %-26s  %s\n", "", "elapsed", "processor");
-    printf("%-30s %8s %8s %8s  %8s %8s %8s\n", "file", "alone", "guarded", "added", "alone", "guarded",
-           "added");
-    // All children first: what a probe in this process leaves on the heap, each later child would copy.
-    std::vector<Cost> guarded;
-    for (int i = 1; i < count; ++i)
-        guarded.push_back(Measure([&] { koli::MiscMediaInfoGet(arguments[i], &record, reading); }));
-    for (int i = 1; i < count; ++i) {
-        const Cost& child = guarded[static_cast<size_t>(i - 1)];
-        const Cost alone = Measure([&] { koli::MiscMediaInfoProbe(arguments[i], &record, reading); });
-        printf("%-30.30s %8.3f %8.3f %8.3f  %8.3f %8.3f %8.3f\n", basename(arguments[i]), alone.elapsed,
-               child.elapsed, child.elapsed - alone.elapsed, alone.processor, child.processor,
-               child.processor - alone.processor);
+    using namespace koli::bench;
+    if (count != 2) {
+        fprintf(stderr, "usage: probe_bench FOLDER\n");
+        return 2;
     }
+    const std::vector<std::string> films = FilmsBelow(arguments[1]);
+    if (films.empty()) Fail(arguments[1]);
+    koli::ProbeGuardPrepare();
+    CompareWalks(arguments[1], films);
+    koli::ContainerProbeWarmUp();
+    CompareFilms(films);
+    ShowGuard();
     return 0;
 }

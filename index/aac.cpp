@@ -134,7 +134,7 @@ bool DecoderLineGet(const char* command, char (&line)[kLineSize], FileReading& r
     }
     WatchSettings settings;
     settings.kill_child = ProgramChildKill;
-    const auto body = [&](pid_t parent) { return RunDecoder(command, *shared.get(), parent); };
+    const auto body = [&](pid_t parent, FileReading&) { return RunDecoder(command, *shared.get(), parent); };
     if (GuardedChildRun(std::cref(body), reading, settings) != 0) return false;
     memcpy(line, *shared.get(), sizeof line - 1);
     line[sizeof line - 1] = '\0';

@@ -11,11 +11,13 @@
 #include "base/media_info.h"
 #include "base/path_buffer.h"
 #include "index/both_stores.h"
+#include "index/forerunner.h"
 #include "index/index.h"
 #include "index/record/index_mode.h"
 #include "index/record/share_path.h"
 #include "platform/kolidb.h"
 #include "platform/paths.h"
+#include "video/probe_ahead.h"
 
 namespace koli {
 namespace {
@@ -25,6 +27,9 @@ constexpr const char kModule[] = "directory";
 /// Levels of a tree whose directories stay open during the walk.  Deeper ones are read ahead and closed, so
 /// that neither the limit of open files nor the 32 KiB of each open directory counts.
 constexpr int kMaxOpenLevels = 32;
+
+constexpr int kFilesAhead = 16;  // of a folder; some MB each, at most
+static_assert(kFilesAhead <= ProbeAhead::kMost);
 
 // The stores of a walk are named by the databases' bits.
 static_assert(static_cast<int>(kWalkMediaStore) == KOLI_MEDIA_DB &&
@@ -75,6 +80,7 @@ class TreeWalk {
     void WalkFile(const KnownPath& file);
     void Index(const KnownPath& path);
     void MissUnknown();
+    void RunAhead(DirectoryListing& listing, ProbeAhead& probes);
 
     const KnownPath& top_;
     PathBuffer path_;
@@ -85,6 +91,7 @@ class TreeWalk {
     int types_ = 0;  // of these, the stores that take changes
     int depth_ = 0;  // of path_ below the top
     LinkLimit links_;
+    Forerunner forerunner_;
 };
 
 void TreeWalk::Run() {
@@ -126,12 +133,34 @@ void TreeWalk::WalkDirectory(const KnownPath& directory, const FolderWay* above,
 
 void TreeWalk::WalkEntries(DirectoryListing& listing, const FolderWay& way) {
     const size_t length = path_.length();
+    ProbeAhead probes;
     ++depth_;
-    for (auto entry = listing.Next(); entry.name != nullptr && HasWork(); entry = listing.Next()) {
+    for (;;) {
+        RunAhead(listing, probes);
+        const auto entry = listing.Next();
+        if (entry.name == nullptr || !HasWork()) break;
         if (path_.Append(entry.name)) WalkEntry(entry.type, listing, way);
         path_.CutTo(length);
     }
     --depth_;
+}
+
+/// Where the disk is slow: the files behind the next entry of a folder are on their way while it is indexed.
+/// Where there are processors: those of them that are probed are at it.
+void TreeWalk::RunAhead(DirectoryListing& listing, ProbeAhead& probes) {
+    const bool are_read = forerunner_.IsWanted();
+    const bool are_probed = probes.IsWanted() && mode_ == kModeAdd && (types_ & kWalkMediaStore) != 0;
+    if (!are_read && !are_probed) return;
+    const size_t length = path_.length();
+    for (auto entry = listing.Ahead(kFilesAhead); entry.name != nullptr; entry = listing.Ahead(kFilesAhead)) {
+        const bool is_folder = entry.type == DT_DIR;
+        const bool is_probed = are_probed && entry.type == DT_REG && IndexIsProbed(entry.name);
+        if ((is_folder || entry.type == DT_REG) && path_.Append(entry.name)) {
+            if (is_probed) probes.Announce(path_.text());
+            if (are_read && (!is_folder || path_.Append(""))) forerunner_.Announce(path_.text());
+        }
+        path_.CutTo(length);
+    }
 }
 
 void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const FolderWay& way) {
@@ -150,8 +179,12 @@ void TreeWalk::WalkEntry(unsigned char type, DirectoryListing& listing, const Fo
 }
 
 void TreeWalk::WalkFile(const KnownPath& file) {
-    if (is_rebuild_) return Index(file);
-    IndexInStores(file, mode_, TypesAt(path_.text(), types_));
+    if (is_rebuild_) {
+        Index(file);
+    } else {
+        IndexInStores(file, mode_, TypesAt(path_.text(), types_));
+    }
+    if (IndexIsProbed(path_.text())) forerunner_.ForgetWaits();
 }
 
 /// In a rebuild the row of what is there depends on this call: one look that fails must not cost it.

@@ -88,10 +88,15 @@ void TellProblem(const FileReading& reading, int result, bool is_unparsed) {
     }
 }
 
+/// AppleDouble: the companion of a file that is one by itself.
+bool IsCompanion(const char* name) {
+    return strncmp(name, "._", 2) == 0;
+}
+
 int AddFile(const KnownPath& known, const IndexHandler& handler) {
     const char* const path = known.text();
     const char* slash = strrchr(path, '/');
-    if (slash == nullptr || strncmp(slash + 1, "._", 2) == 0) return -1;
+    if (slash == nullptr || IsCompanion(slash + 1)) return -1;
 
     FileReading reading(path, KOLIDBTick);  // nothing may keep the databases locked
     if (reading.past() != PastReading::kNothing) return AddUnopened(known, reading.past());
@@ -109,6 +114,12 @@ int AddFile(const KnownPath& known, const IndexHandler& handler) {
 const IndexHandler* IndexHandlerFind(const char* ext) {
     const Format* format = FormatFind(ext);
     return format == nullptr ? nullptr : &kHandlers[static_cast<size_t>(format->reader)];
+}
+
+bool IndexIsProbed(const char* name) {
+    const Format* format = FormatFind(KOLIIndexExtGet(name));
+    return format != nullptr && !IsCompanion(name) &&
+           (format->reader == FormatReader::kVideoProbe || format->reader == FormatReader::kMusicProbe);
 }
 
 int IndexOnePath(const KnownPath& path, int mode) {

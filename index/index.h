@@ -20,6 +20,9 @@ struct IndexHandler {
 /// `ext`.
 const IndexHandler* IndexHandlerFind(const char* ext);
 
+/// Whether the media store gets a file of this name from the guarded probe alone.
+bool IndexIsProbed(const char* name);
+
 /// Adds (kModeAdd) or removes (kModeDelete) one file, or records one directory.  Returns 0, the handler's
 /// result, or -1: for bad arguments (logged), a name without extension, an AppleDouble companion ("._name"),
 /// and metadata that could not be parsed (logged, and an event in the appliance's log).  A file of an unknown

@@ -1,14 +1,20 @@
 // The walk: what it visits, in which stores, and how it takes deep, looping and unreachable trees.
 #include "index/directory.h"
 
+#include <poll.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <functional>
 #include <set>
 
 #include "base/directory_listing.h"
+#include "index/forerunner.h"
 #include "index/record/index_mode.h"
+#include "platform/paths.h"
 #include "tests/fixture.h"
 
 namespace koli::test {
@@ -128,6 +134,59 @@ TEST_F(Walk, AReleasedListingGoesOnWhereItWas) {
         listing.Release();
     }
     EXPECT_EQ(names.size(), 600U);
+}
+
+/// The names in `folder` that are opened while `work` runs, until `last` has been.
+static std::set<std::string> OpenedIn(const std::string& folder, const std::string& last,
+                                      const std::function<void()>& work) {
+    std::set<std::string> names;
+    const int watch = inotify_init1(IN_CLOEXEC);
+    EXPECT_GE(inotify_add_watch(watch, folder.c_str(), IN_OPEN), 0);
+    work();
+    alignas(inotify_event) char events[4096];
+    for (pollfd waiting{watch, POLLIN, 0}; names.count(last) == 0 && poll(&waiting, 1, 20000) == 1;) {
+        const ssize_t end = read(watch, events, sizeof events);
+        for (ssize_t at = 0; at < end;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+            if (event->len > 0) names.insert(event->name);
+            at += static_cast<ssize_t>(sizeof *event + event->len);
+        }
+    }
+    close(watch);
+    return names;
+}
+
+TEST_F(Walk, WhatRunsAheadOpensWhatWillBeReadAndEndsWithIt) {
+    const std::string folder = MakeDir("in"), outside = Write("out/o.mp3", "");
+    for (const char* name : {"/a.mp3", "/list.m3u", "/disc.iso", "/noext", "/x/b.flac", "/x/y/c.jpg"})
+        Write("in" + std::string(name), "");
+    ASSERT_EQ(mkfifo((folder + "/fifo.mp3").c_str(), 0600), 0);
+    ASSERT_EQ(symlink(outside.c_str(), (folder + "/link.mp3").c_str()), 0);
+    ASSERT_EQ(symlink((top_ + "/out").c_str(), (folder + "/link").c_str()), 0);
+    {
+        Forerunner forerunner;
+        EXPECT_EQ(OpenedIn(folder + "/x/y", "c.jpg",
+                           [&] {
+                               for (int i = 0; i < 1000; ++i)  // more than the process takes at once
+                                   forerunner.Announce((folder + "/x/").c_str());
+                           }),
+                  std::set<std::string>{"c.jpg"});
+    }
+    const auto announce = [&folder](Forerunner& forerunner) {
+        for (const char* name :
+             {"fifo.mp3", "link.mp3", "link/", "list.m3u", "disc.iso", "noext", "no", "a.mp3"})
+            forerunner.Announce((folder + "/" + name).c_str());
+    };
+    {
+        Forerunner forerunner;
+        EXPECT_EQ(OpenedIn(folder, "a.mp3", [&] { announce(forerunner); }), std::set<std::string>{"a.mp3"});
+    }
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // there is no child
+    fake.values[std::string(paths::kConfig) + ":runahead"] = "no";
+    Forerunner off;
+    announce(off);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(fake.log, Lines{});
 }
 
 }  // namespace koli::test

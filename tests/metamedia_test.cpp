@@ -17,13 +17,14 @@
 #include "video/child_signals.h"
 #include "video/guarded_child.h"
 #include "video/metamedia.h"
+#include "video/probe_ahead.h"
 #include "video/probe_guard.h"
 #include "video/program_guard.h"
 
 namespace koli::test {
 
 struct Probe : Fixture {
-    static void CountSleep(const timespec&, const sigset_t&) { ++sleeps_; }
+    static void CountSleep(pid_t, const timespec&, const sigset_t&) { ++sleeps_; }
     ~Probe() override {
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);  // no child is left
         EXPECT_EQ(errno, ECHILD);
@@ -192,8 +193,8 @@ std::string child_status;  // as /proc tells it
 TEST_F(Probe, KeepsWhatAStoppedOrFailedChildHadWritten) {
     settings_.poll_limit = 2;
     settings_.fork_child = [] { return child = fork(); };
-    settings_.sleep = [](const timespec& interval, const sigset_t& mask) {
-        ProbePollSleep(interval, mask);
+    settings_.sleep = [](pid_t pid, const timespec& interval, const sigset_t& mask) {
+        ProbePollSleep(pid, interval, mask);
         child_status = ReadFile("/proc/" + std::to_string(child) + "/status");
     };
     MediaInfo record{}, expected{};
@@ -231,13 +232,13 @@ TEST_F(Probe, AProgramGoesWithAllThatItHasStarted) {
     const Shared<pid_t> area;
     started = area.get();
     settings_.kill_child = ProgramChildKill;
-    settings_.sleep = [](const timespec&, const sigset_t&) {
+    settings_.sleep = [](pid_t, const timespec&, const sigset_t&) {
         do
             usleep(1000);
         while (*started == 0);
     };
     ASSERT_TRUE(ProgramGuardPrepare());
-    const auto body = [](pid_t parent) {
+    const auto body = [](pid_t parent, FileReading&) {
         const pid_t pid = ProgramGuardEnter(parent) ? fork() : -1;
         if (pid != 0) *started = pid;
         for (;;)
@@ -248,7 +249,7 @@ TEST_F(Probe, AProgramGoesWithAllThatItHasStarted) {
         settings_.poll_limit = at_its_time ? 2 : UINT32_MAX;
         *started = 0;
         const pid_t daemon = StartChild([&] { GuardedChildRun(body, Reading(), settings_); });
-        settings_.sleep({}, {});
+        settings_.sleep(0, {}, {});
         ASSERT_GT(*started, 0);
         if (!at_its_time) kill(daemon, SIGKILL);
         waitpid(daemon, nullptr, 0);
@@ -256,6 +257,56 @@ TEST_F(Probe, AProgramGoesWithAllThatItHasStarted) {
             usleep(10000);
         EXPECT_FALSE(IsRunning(*started)) << at_its_time;
     }
+}
+
+// ---- Ahead of a file's turn.
+
+/// By its name a file is one that ends, crashes or does not come to an end.
+int ProbeEarly(int, const char* path, MediaInfo* record, FileReading&) {
+    LogError(LogSite("probe"), "early [%s]", path);
+    record->track = 7;
+    if (strstr(path, "crash") != nullptr) abort();
+    while (strstr(path, "endless") != nullptr)
+        sched_yield();
+    return 0;
+}
+
+TEST_F(Probe, AheadIsTakenAtItsTurnFromOneThatEndedWhileTheFileStayed) {
+    if (!ProbeGuardStatusGet().system_call_filter) GTEST_SKIP() << "nothing may run ahead";
+    const std::pair<std::string, int> files[] = {{"first", 0}, {"same", 7},    {"replaced", 0}, {"crash", 0},
+                                                 {"same2", 7}, {"touched", 0}, {"endless", 0}};
+    for (const int processors : {1, 2, 3}) {
+        ProbeAhead ahead(ProbeEarly, processors);
+        for (const auto& [name, track] : files)
+            ahead.Announce(Write(name, "none of the formats").c_str());
+        ahead.Announce(Write("endless, and never its turn", "").c_str());
+        EXPECT_EQ(ProbeAhead::Current() != nullptr, processors > 1);
+        for (const auto& [name, track] : files) {
+            if (name == "replaced") Write(name, "none of the formatS");
+            if (name == "touched") chmod(name.c_str(), 0600);
+            const std::string file = dir() + "/" + name;
+            fake.log.clear();
+            Reading reading;
+            MediaInfo record{};
+            const bool is_early = processors > 1 && track != 0;
+            EXPECT_EQ(MiscMediaInfoGet(file.c_str(), &record, reading), is_early ? 0 : 1) << name;
+            EXPECT_EQ(record.track, is_early ? track : 0) << name;
+            EXPECT_EQ(reading.file.failure().kind == FailureKind::kNone, is_early) << name;
+            const std::string failed = "metamedia (#) Failed to ";
+            EXPECT_EQ(fake.log, is_early ? Lines{"probe (#) early [" + file + "]"}
+                                         : (Lines{failed + "av_open_input_file() file [" + file + "].",
+                                                  failed + "get Misc Media Info from [" + file + "]."}));
+        }
+    }
+}
+
+TEST_F(Probe, AheadOfAnotherIsOutOfItsReach) {
+    GuardedChild first, second;
+    ASSERT_TRUE(first.Start("/x", [](pid_t, FileReading&) { return pause(); }));
+    const auto body = [&](pid_t, FileReading&) { return msync(&first.record(), 1, MS_ASYNC) == 0 ? 1 : 0; };
+    ASSERT_TRUE(second.Start("/x", body));
+    EXPECT_TRUE(second.Watch(Reading(), settings_));
+    EXPECT_EQ(second.status(), 0);
 }
 
 // ---- The guard.

@@ -5,6 +5,8 @@
 #include <map>
 #include <random>
 
+#include <fcntl.h>
+
 #include "tests/fixture.h"
 #include "tests/mp3_bytes.h"
 #include "tests/mpeg_model.h"
@@ -15,6 +17,13 @@ static Pread failing_pread;
 extern "C" ssize_t __real_pread64(int fd, void* bytes, size_t count, off_t offset);
 extern "C" ssize_t __wrap_pread64(int fd, void* bytes, size_t count, off_t offset) {
     return failing_pread ? failing_pread(fd, bytes, count, offset) : __real_pread64(fd, bytes, count, offset);
+}
+
+/// What was asked for ahead of the reads, from where to where; -1 as the end of a file without read-ahead.
+static std::vector<std::pair<off_t, off_t>> asked_for;
+extern "C" int __wrap_posix_fadvise64(int, off_t offset, off_t length, int advice) {
+    asked_for.emplace_back(offset, advice == POSIX_FADV_WILLNEED ? offset + length : -1);
+    return 0;
 }
 
 namespace koli::test {
@@ -140,6 +149,22 @@ TEST_F(Mpeg, ReadsWhatLiesBehindAnUnreadableBlockAndAsksForThatOnce) {
         EXPECT_EQ(CachedByteAt(&backwards.reader, at), 17);
     EXPECT_EQ(backwards.reader.unreadable.failures, UnreadableBlocks::kMost + 1);
     failing_pread = nullptr;
+}
+
+TEST_F(Mpeg, AsksTheDiskForWhatAScanReadsAndForNothingElse) {
+    asked_for.clear();
+    Opened file(Audio(50000));
+    ASSERT_TRUE(MpegFirstFrame(&file.reader, 0, &file.header));
+    EXPECT_EQ(asked_for, (std::vector<std::pair<off_t, off_t>>{{0, -1}}));  // no read-ahead of the kernel's
+    EXPECT_EQ(XingHeaderRead(&file.reader, 0, &file.header), -1);
+    EXPECT_EQ(VbriHeaderRead(&file.reader, 0, &file.header), -1);
+    off_t end = 16381;  // where the first buffer has no whole mark any more
+    for (size_t i = 1; i < asked_for.size(); ++i) {
+        EXPECT_LE(asked_for[i].first, end);
+        end = std::max(end, asked_for[i].second);
+    }
+    EXPECT_EQ(end, 16381 + 318 * 16381 + 3);   // the buffers up to behind the first quarter
+    EXPECT_EQ(asked_for.size(), 1U + 2 * 21);  // of 256 KB and their second halves
 }
 
 TEST_F(Mpeg, StepsOverTheHolesOfASparseFile) {

@@ -13,8 +13,8 @@ namespace koli {
 namespace {
 
 constexpr size_t kLargePage = 2097152;  // bytes; where it is another size the advice is without effect
-constexpr size_t kLargePages = 2;
-constexpr int kHeapBlock = 32 << 20;  // blocks up to here come from the heap; a larger value is refused
+constexpr size_t kLargePages = 8;       // taken one by one, as the heap grows
+constexpr int kHeapBlock = 32 << 20;    // blocks up to here come from the heap; a larger value is refused
 
 void* gap;  // before the large pages: stays taken, and untouched, to the end
 

@@ -13,6 +13,7 @@ extern "C" {
 #include <cstring>
 #include <initializer_list>
 #include <memory>
+#include <vector>
 
 #include "base/log.h"
 #include "base/parse_number.h"
@@ -57,6 +58,18 @@ void WarmUpDecoder(AVCodecID id) {
     context->sample_rate = 44100;
     av_channel_layout_default(&context->ch_layout, 2);
     avcodec_open2(context.get(), codec, nullptr);  // one that refuses has made its tables all the same
+}
+
+/// Has the library look into the streams, whose decoders need not make the pictures look well: nobody sees
+/// them.
+bool FindStreams(AVFormatContext* input) {
+    std::vector<AVDictionary*> options(input->nb_streams);
+    for (AVDictionary*& option : options)
+        av_dict_set(&option, "skip_loop_filter", "all", 0);
+    const bool is_found = avformat_find_stream_info(input, options.empty() ? nullptr : options.data()) >= 0;
+    for (AVDictionary*& option : options)
+        av_dict_free(&option);
+    return is_found;
 }
 
 /// The tags of a container.  Ogg keeps them on its streams: there the first audio stream is asked for what
@@ -191,7 +204,7 @@ int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record, FileRe
         KOLI_LOG("Failed to av_open_input_file() file [%s].", path);
         return reading.CannotParse("the container could not be opened"), 1;
     }
-    if (avformat_find_stream_info(input, nullptr) < 0) {
+    if (!FindStreams(input)) {
         KOLI_LOG("Could not find codec parameters.  %s", path);
         return reading.CannotParse("the streams of the container could not be made out"), 1;
     }

@@ -47,21 +47,25 @@ MediaInput::~MediaInput() {
 
 int MediaInput::Read(void* self, uint8_t* buffer, int size) {
     auto* const input = static_cast<MediaInput*>(self);
+    input->ahead_.BeforeRead(input->file_, input->at_, size);
     ssize_t got = 0;
     do {
         got = read(input->file_, buffer, static_cast<size_t>(size));
     } while (got < 0 && errno == EINTR);
+    if (got > 0) input->at_ += got;
     if (got == 0) return AVERROR_EOF;
     if (got < 0 && input->file_ >= 0) input->reading_.ReadFailedUnlogged(errno);
     return got > 0 ? static_cast<int>(got) : AVERROR(EIO);
 }
 
 int64_t MediaInput::Seek(void* self, int64_t offset, int whence) {
-    const auto* const input = static_cast<MediaInput*>(self);
+    auto* const input = static_cast<MediaInput*>(self);
     whence &= ~AVSEEK_FORCE;
     if (whence == AVSEEK_SIZE) return input->Size();
     const off_t at = lseek(input->file_, offset, whence);
-    return at >= 0 ? at : AVERROR(errno);
+    if (at < 0) return AVERROR(errno);
+    input->at_ = at;
+    return at;
 }
 
 /// Without fstat: where the C library asks for it by the call that also takes a path, the probe's child may

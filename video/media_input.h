@@ -8,6 +8,7 @@ extern "C" {
 #include <cstdint>
 
 #include "base/file_reading.h"
+#include "base/read_ahead.h"
 
 namespace koli {
 
@@ -33,6 +34,8 @@ class MediaInput {
 
     int file_;
     FileReading& reading_;  // that the file belongs to
+    int64_t at_ = 0;        // the file's offset
+    ReadAhead ahead_;
     AVIOContext* io_ = nullptr;
     AVFormatContext* context_ = nullptr;
 };

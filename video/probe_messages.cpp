@@ -1,7 +1,5 @@
 #include "video/probe_messages.h"
 
-#include <sys/mman.h>
-
 #include <cstring>
 
 #include "base/log.h"
@@ -22,17 +20,8 @@ void Append(const char* line) {
 
 }  // namespace
 
-ProbeMessages::ProbeMessages() {
-    void* area = mmap(nullptr, kSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    area_ = area != MAP_FAILED ? static_cast<char*>(area) : nullptr;
-}
-
-ProbeMessages::~ProbeMessages() {
-    if (area_ != nullptr) munmap(area_, kSize);
-}
-
-void ProbeMessages::Collect() const {
-    next_line = area_;
+void ProbeMessages::Collect() {
+    next_line = lines_;
     room_left = kSize;
     log_sink = Append;
 }
@@ -40,9 +29,9 @@ void ProbeMessages::Collect() const {
 void ProbeMessages::Relay() const {
     size_t at = 0;
     for (int lines = 0; lines < kMaxLines; ++lines) {
-        const size_t length = strnlen(area_ + at, kSize - at);
+        const size_t length = strnlen(lines_ + at, kSize - at);
         if (length == 0) return;
-        LogError(LogSite("", LogForm::kBare), "%.*s", static_cast<int>(length), area_ + at);
+        LogError(LogSite("", LogForm::kBare), "%.*s", static_cast<int>(length), lines_ + at);
         at += length + 1;
         if (at >= kSize) return;
     }
