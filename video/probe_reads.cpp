@@ -15,7 +15,7 @@ namespace {
 using compat::FourCc;
 using compat::LoadBe32;
 using compat::LoadBe64;
-using std::string_view_literals::operator""sv;
+using namespace std::string_view_literals;
 
 constexpr int64_t kBuffer = 32768;               // bytes that the library reads at once
 constexpr int64_t kMostHead = 5'000'000;         // bytes that it searches for streams
