@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "audio/flac_blocks.h"
 #include "audio/flac_stream.h"
 #include "base/float_to_uint.h"
 #include "base/parse_number.h"
@@ -74,8 +75,8 @@ int FlacMetadataRead(const KnownPath& path, MediaInfo* record, FileReading& read
     }
 
     MediaFile file;
-    const FlacBlock stream_info =
-        file.Open(path.text(), reading) ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
+    if (file.Open(path.text(), reading)) FlacBlocksRequest(file.descriptor(), file.size());
+    const FlacBlock stream_info = file.ok() ? FlacBlockRead(file, FLAC__METADATA_TYPE_STREAMINFO) : nullptr;
     if (stream_info == nullptr) {
         KOLI_LOG("Can't get Flac stream info: %s.", path.text());
         reading.CannotParse("there is no readable FLAC stream information in it");

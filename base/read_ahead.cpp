@@ -26,7 +26,7 @@ int64_t ReadAhead::Worth(int64_t offset, int64_t length) {
     in_order_ = goes_on ? in_order_ + length : 0;
     next_ = offset + length;
     if (offset < expected_end_) return std::min(expected_end_ - offset, kMost);
-    return in_order_ < kMostGuessed / 4 ? 0 : std::min(in_order_ + length, kMostGuessed);
+    return std::min(in_order_ / 4, kMostGuessed);
 }
 
 void ReadAhead::BeforeRead(int file, int64_t offset, int64_t length) {

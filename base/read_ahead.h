@@ -11,7 +11,7 @@ void ReadAheadRequest(int file, int64_t from, int64_t end);
 
 /// The reads of one open file.  The kernel's own read-ahead is off (OpenForReading), as it guesses: it brings
 /// three times what is read of a song.  Here the reader says what it goes through; of what it does not say,
-/// bytes that are read in order are followed by as many more.
+/// bytes that are read in order are followed by a quarter of them.
 class ReadAhead {
   public:
     static constexpr int64_t kMost = 1 << 21;         // bytes ahead of what is expected

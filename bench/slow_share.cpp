@@ -58,7 +58,8 @@ bool IsFirstLookUp(const char* path) {
 }
 
 void* Init(fuse_conn_info* connection, fuse_config* config) {
-    connection->max_background = 64;
+    connection->max_background = 1024;
+    connection->congestion_threshold = 1024;  // above it, what is asked for ahead would be left out
     connection->max_readahead = 1 << 20;
     config->kernel_cache = 1;
     config->entry_timeout = config->negative_timeout = 3600;

@@ -7,9 +7,28 @@ namespace koli::compat {
 namespace {
 
 constexpr size_t kShortHeader = 8;
-constexpr size_t kLongHeader = 16;
 
 }  // namespace
+
+bool BoxHeaderParse(const uint8_t* header, size_t got, BoxCursor* cursor, Box* box) {
+    const int64_t left = cursor->end - cursor->position;
+    if (left < static_cast<int64_t>(kShortHeader) || got < kShortHeader) return false;
+    size_t header_size = kShortHeader;
+    uint64_t size = LoadBe32(header);
+    if (size == 1) {
+        header_size = kBoxHeaderSize;
+        size = got == kBoxHeaderSize ? LoadBe64(header + 8) : 0;
+    } else if (size == 0) {
+        size = static_cast<uint64_t>(left);
+    }
+    size = std::min(size, static_cast<uint64_t>(left));
+    if (size < header_size) return false;
+    box->type = LoadBe32(header + 4);
+    box->payload = cursor->position + static_cast<int64_t>(header_size);
+    box->end = cursor->position + static_cast<int64_t>(size);
+    cursor->position = box->end;
+    return true;
+}
 
 size_t BoxReader::ReadSmall(int64_t offset, uint8_t* bytes, size_t count) {
     const int64_t end = offset + static_cast<int64_t>(count);
@@ -24,33 +43,12 @@ size_t BoxReader::ReadSmall(int64_t offset, uint8_t* bytes, size_t count) {
 }
 
 bool BoxReader::Next(BoxCursor* cursor, Box* box) {
-    const int64_t left = cursor->end - cursor->position;
-    if (is_damaged_ || left < static_cast<int64_t>(kShortHeader)) return false;
+    if (is_damaged_ || cursor->end - cursor->position < static_cast<int64_t>(kShortHeader)) return false;
 
-    uint8_t header[kLongHeader];
+    uint8_t header[kBoxHeaderSize];
     const size_t got = ReadSmall(cursor->position, header, sizeof header);
-    if (++boxes_ > kMaxBoxes || got < kShortHeader) {
-        is_damaged_ = true;
-        return false;
-    }
-    size_t header_size = kShortHeader;
-    uint64_t size = LoadBe32(header);
-    if (size == 1) {
-        header_size = kLongHeader;
-        size = got == kLongHeader ? LoadBe64(header + 8) : 0;
-    } else if (size == 0) {
-        size = static_cast<uint64_t>(left);
-    }
-    size = std::min(size, static_cast<uint64_t>(left));
-    if (size < header_size) {
-        is_damaged_ = true;
-        return false;
-    }
-    box->type = LoadBe32(header + 4);
-    box->payload = cursor->position + static_cast<int64_t>(header_size);
-    box->end = cursor->position + static_cast<int64_t>(size);
-    cursor->position = box->end;
-    return true;
+    is_damaged_ = ++boxes_ > kMaxBoxes || !BoxHeaderParse(header, got, cursor, box);
+    return !is_damaged_;
 }
 
 bool BoxReader::Find(BoxCursor row, uint32_t type, Box* box) {

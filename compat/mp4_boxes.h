@@ -27,6 +27,12 @@ struct BoxCursor {
     int64_t end;
 };
 
+inline constexpr size_t kBoxHeaderSize = 16;  // bytes, of the long form
+
+/// The box at the cursor, which moves behind it, by the first `got` bytes of its header, all of them unless
+/// the file ends before.  False at the end of the row, and for a box that is shorter than its own header.
+bool BoxHeaderParse(const uint8_t* header, size_t got, BoxCursor* cursor, Box* box);
+
 /// Reads boxes of one file.  Nothing here recurses: a caller goes down as many levels as it has a use for,
 /// and what it does not ask for is not looked at.
 class BoxReader {

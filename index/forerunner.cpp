@@ -157,6 +157,8 @@ bool IsKeptBack() {
 
 }  // namespace
 
+Forerunner::Forerunner() : waits_(Waits(RUSAGE_SELF)) {}
+
 bool Forerunner::Start() {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return false;
@@ -183,7 +185,7 @@ Forerunner::~Forerunner() {
 
 bool Forerunner::IsWanted() {
     const long waits = Waits(RUSAGE_SELF);
-    if (waits != waits_ && waits_ >= 0) entries_ = std::max(entries_, kTriedEntries);
+    if (waits != waits_) entries_ = std::max(entries_, kTriedEntries);
     waits_ = waits;
     char told;
     while (paths_ >= 0 && recv(paths_, &told, sizeof told, MSG_DONTWAIT) > 0)

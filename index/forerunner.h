@@ -15,7 +15,7 @@ namespace koli {
 /// not hang the daemon; its threads wait for several files at a time.
 class Forerunner {
   public:
-    Forerunner() = default;
+    Forerunner();
     ~Forerunner();
     Forerunner(const Forerunner&) = delete;
     Forerunner& operator=(const Forerunner&) = delete;
@@ -36,7 +36,7 @@ class Forerunner {
 
     int paths_ = -1;   // where the process takes a path with each datagram, and answers when it has waited
     pid_t pid_ = 0;    // 0 = not started, -1 = it is not to be, or could not be
-    long waits_ = -1;  // of the daemon, when IsWanted was asked last
+    long waits_;       // of the daemon, when IsWanted was asked last
     int entries_ = 0;  // for so many more it is wanted
 };
 

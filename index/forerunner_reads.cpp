@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cstring>
 
+#include "audio/flac_blocks.h"
 #include "audio/vbr_header.h"
 #include "base/read_ahead.h"
+#include "video/probe_reads.h"
 
 namespace koli {
 namespace {
@@ -15,7 +17,8 @@ namespace {
 constexpr int64_t kHead = 16384;    // bytes that every reader begins with, and behind a tag once more
 constexpr int64_t kTrailer = 128;   // bytes of an ID3v1 tag
 constexpr int64_t kTagHeader = 10;  // bytes of an ID3v2 tag's
-constexpr int64_t kContainer = 1 << 18;
+constexpr int64_t kPage = 4096;
+constexpr int64_t kMostSound = 1 << 23;
 
 /// Where the sound begins: behind an ID3v2 tag, whose length has seven bits a byte (ID3v2.4 section 6.2).
 int64_t SoundBegin(const uint8_t* head, int64_t count) {
@@ -52,9 +55,22 @@ bool ForerunnerHasWork(FormatReader reader) {
 void ForerunnerRead(int file, FormatReader reader) {
     struct stat status;
     if (fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) return;
-    if (reader == FormatReader::kMp3) return ReadSong(file, status.st_size);
-    const bool is_probed = reader == FormatReader::kMusicProbe || reader == FormatReader::kVideoProbe;
-    ReadAheadRequest(file, 0, std::min<int64_t>(status.st_size, is_probed ? kContainer : kHead));
+    switch (reader) {
+        case FormatReader::kMp3:
+            return ReadSong(file, status.st_size);
+        case FormatReader::kFlac:
+            return FlacBlocksRequest(file, status.st_size);
+        case FormatReader::kMp4:
+        case FormatReader::kMusicProbe:
+        case FormatReader::kVideoProbe:
+            return ProbeReadsRequest(file, status.st_size);
+        case FormatReader::kAac:  // the decoder reads all of it
+            return ReadAheadRequest(file, 0, std::min(status.st_size, kMostSound));
+        case FormatReader::kAiff:
+            return ReadAheadRequest(file, 0, std::min(status.st_size, kPage));
+        default:
+            return ReadAheadRequest(file, 0, std::min(status.st_size, kHead));
+    }
 }
 
 }  // namespace koli

@@ -6,11 +6,24 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <random>
 
+#include <fcntl.h>
+
+#include "audio/flac_blocks.h"
+#include "base/regular_file.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
 #include "video/container_probe.h"
 #include "video/metamedia.h"
+#include "video/probe_reads.h"
+
+/// What was asked for ahead of the reads, from where to where.
+static std::vector<std::pair<size_t, size_t>> asked;
+extern "C" int __wrap_posix_fadvise64(int, off_t offset, off_t length, int advice) {
+    if (advice == POSIX_FADV_WILLNEED) asked.emplace_back(offset, offset + length);
+    return 0;
+}
 
 namespace koli::test {
 
@@ -84,6 +97,74 @@ TEST_F(ContainerProbe, NamesAreOnlyNames) {
         MediaInfo record{};
         EXPECT_EQ(MiscMediaInfoGet((dir() + "/" + name).c_str(), &record, Reading()), 0) << name;
         EXPECT_EQ(MiscMediaInfoProbe(name, &record, Reading()), 0) << name;
+    }
+}
+
+/// Which bytes of a file of these are asked for.
+static std::vector<bool> AskedOf(const std::string& path, size_t size) {
+    const RegularFile file(path.c_str());
+    asked.clear();
+    const bool is_flac = path.ends_with(".flac");
+    (is_flac ? FlacBlocksRequest : ProbeReadsRequest)(file.descriptor(), file.size());
+    std::vector<bool> bytes(size);
+    for (const auto& [from, end] : asked) {
+        EXPECT_LE(end, size);
+        std::fill(bytes.begin() + static_cast<ptrdiff_t>(from), bytes.begin() + static_cast<ptrdiff_t>(end),
+                  true);
+    }
+    return bytes;
+}
+
+TEST_F(ContainerProbe, AsksForWhatItWillRead) {
+    const auto box = [](const char* type, const std::string& body) {
+        return Be(body.size() + 8, 4) + type + body;
+    };
+    const std::string film(3000000, 'f'), index(400000, 'i'), some(20000, 's');
+    std::string packs[2];
+    for (uint64_t scr = 0; packs[0].size() < film.size(); scr += 900) {  // 10 ms, 2 KB each
+        const uint64_t high = scr >> 15 & 0x7FFF, low = scr & 0x7FFF;
+        packs[0] += Padded("\0\0\1\xBA"s + Be(0x2100010001 | high << 17 | low << 1, 5), 2048, 'f');
+        packs[1] += Padded("\0\0\1\xBA"s + Be(0x440004000401 | high << 27 | low << 11, 6), 2048, 'f');
+    }
+    const std::string mkv = "\x1A\x45\xDF\xA3\x44\x89\x88"s;
+    const struct {
+        std::string bytes;
+        size_t head, tail, most;  // bytes
+    } cases[] = {
+        {box("ftyp", "isom") + box("free", some) + Be(1, 4) + "mdat" + Be(film.size() + 16, 8) + film +
+             box("moov", index),
+         115000, 400008, 560000},
+        {box("ftyp", "isom") + box("moov", index) + box("mdat", film) + box("moof", some) + box("mdat", film),
+         498000, 0, 540000},
+        {box("ftyp", "M4A ") + box("mdat", film) + box("moov", index), 32768, 400008, 470000},
+        {Chunk("RIFF", "AVI " + Chunk("LIST", "hdrl" + some) + Chunk("LIST", "movi" + film + "f") +
+                           Chunk("idx1", index)),
+         52000, 400008, 500000},
+        {packs[0], 1090000, 250000, 1400000},  // 5.35 s
+        {packs[1], 1090000, 250000, 1400000},
+        {mkv + "\x40\xD3\x88\0\0\0\0\0"s + film, 150000, 0, 160000},  // 20 s
+        {mkv + std::string(8, '\xFF') + film, 32768, 0, 32768},
+        {mkv + std::string(8, '\0') + film, 32768, 0, 32768},
+        {std::string(188, 'G') + film, 262144, 250000, 520000},
+        {"fLaC\0\0\0\x22"s + std::string(34, 'f') + "\x06" + Be(index.size(), 3) + index + "\x84" +
+             Be(some.size(), 3) + some + film,
+         420050, 0, 420050},
+        {"text", 4, 0, 4},
+        {"", 0, 0, 0}};
+    std::mt19937 random(1);
+    for (const auto& [bytes, head, tail, most] : cases) {
+        const std::string name = bytes.starts_with("fLaC") ? "x.flac" : "x";
+        const std::vector<bool> read = AskedOf(Write(name, bytes), bytes.size());
+        EXPECT_EQ(std::count(read.begin(), read.begin() + static_cast<ptrdiff_t>(head), false), 0) << head;
+        EXPECT_EQ(std::count(read.end() - static_cast<ptrdiff_t>(tail), read.end(), false), 0) << head;
+        EXPECT_LE(static_cast<size_t>(std::count(read.begin(), read.end(), true)), most) << head;
+        for (int mutant = 0; mutant < 12 && !bytes.empty(); ++mutant) {
+            std::string other = bytes;
+            for (int i = 0; i < 4; ++i)
+                other[random() % std::min<size_t>(other.size(), 64)] = static_cast<char>(random());
+            AskedOf(Write(name, other), other.size());
+            EXPECT_LE(asked.size(), 300U);
+        }
     }
 }
 

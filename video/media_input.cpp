@@ -9,6 +9,8 @@ extern "C" {
 #include <cerrno>
 #include <string>
 
+#include "video/probe_reads.h"
+
 namespace koli {
 namespace {
 
@@ -30,6 +32,8 @@ MediaInput::MediaInput(int file, const char* path, const char* formats, FileRead
     if (context_ == nullptr) return;
     context_->pb = io_;
     context_->io_open = RefuseOther;
+    ProbeReadsRequest(file, Size());
+    lseek(file, 0, SEEK_SET);
 
     AVDictionary* options = nullptr;
     av_dict_set(&options, "protocol_whitelist", "file", 0);
