@@ -47,11 +47,11 @@ class Damage(harness.DaemonTest):
         self.assertEqual(self.processes(), 0)
 
         # On one processor no probe runs ahead of its file's turn: rows and log lines are the same.
-        stored = harness.dump()
+        stored = harness.stored_rows()
         self.forget_everything()
         os.sched_setaffinity(0, [min(os.sched_getaffinity(0))])
         alone = self.index(*harness.EVERYTHING, f"a:{sound}")
-        self.assertEqual(harness.dump(), stored)
+        self.assertEqual(harness.stored_rows(), stored)
         self.assertEqual([PID.sub("", line) for line in alone], [PID.sub("", line) for line in log])
 
 

@@ -118,6 +118,11 @@ class DaemonTest(unittest.TestCase):
         return [os.path.join(os.path.dirname(self.binary), "koliindexctl"), *arguments]
 
 
+def stored_rows():
+    tables = appliance.MEDIA_TABLES + appliance.PHOTO_TABLES
+    return {table: sorted(sorted(row.items()) for row in appliance.rows(table)) for table in tables}
+
+
 def main():
     appliance.require_sandbox()
     DaemonTest.binary = sys.argv.pop(1)

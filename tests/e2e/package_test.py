@@ -107,10 +107,6 @@ def as_user(user, *command, groups="--clear-groups"):
                             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
 
 
-def stored_rows():
-    return {table: appliance.rows(table) for table in appliance.MEDIA_TABLES + appliance.PHOTO_TABLES}
-
-
 def serve_queue():
     """What systemd does for koliindexd-queue.socket."""
     path, group, mode = (unit_lines("koliindexd-queue.socket", key)[0]
@@ -262,7 +258,7 @@ class Package(harness.DaemonTest):
         path = self.put("/volume1/music/cover.mp3", "music/Blue Harbour/01 First Light.mp3")
         self.index(f"a:{path}")
         self.start()
-        stored = stored_rows()
+        stored = harness.stored_rows()
         with open(CONFFILES[1], "a") as file:
             file.write("albumdefpublic=yes\n")
         dpkg("--remove", "koliindexd")
@@ -272,7 +268,7 @@ class Package(harness.DaemonTest):
         appliance.enqueue(["A:/volume1/music"])
         self.assertIn("/var/lib/koli", dpkg("--purge", "koliindexd"))
         self.assertFalse(any(map(os.path.exists, [*CONFFILES, *glob.glob("/etc/systemd/system/*/koli*")])))
-        self.assertTrue(stored["music"] and stored_rows() == stored)
+        self.assertTrue(stored["music"] and harness.stored_rows() == stored)
         self.assertTrue(all(map(os.path.exists, [appliance.QUEUE, "/volume1/music/@eaDir/cover.mp3/cover1.jpg"])))
 
 
