@@ -24,10 +24,9 @@
 #include "base/log.h"
 #include "base/media_info.h"
 #include "index/forerunner_reads.h"
+#include "index/record/run_ahead.h"
 #include "index/record/share_path.h"
 #include "platform/koliindex.h"
-#include "platform/kolisdk.h"
-#include "platform/paths.h"
 #include "video/child_signals.h"
 #include "video/guard_steps.h"
 
@@ -152,7 +151,7 @@ bool HasEnded(pid_t child, int milliseconds) {
 /// Off, or one more would hang on the same disk.
 bool IsKeptBack() {
     if (left_behind > 0 && HasEnded(left_behind, 0)) left_behind = 0;
-    return left_behind > 0 || BlKOLIFileCheckKeyValue(paths::kConfig, "runahead", "no", 0) != 0;
+    return left_behind > 0 || !RunAheadIsAllowed();
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <optional>
 
 #include "base/known_path.h"
+#include "index/record/run_ahead.h"
 #include "index/record/util.h"
 #include "video/child_signals.h"
 #include "video/guard_steps.h"
@@ -114,7 +115,7 @@ void ProbeAhead::Announce(const char* path) {
     const ProbeGuardStatus guards = ProbeGuardStatusGet();
     if (!IsWanted() || !(guards.system_call_filter || guards.file_rules)) return;
     if (ReadingMarkLook(path) != PastReading::kNothing) return;
-    if (files_ == nullptr) files_.reset(new (std::nothrow) File[kMost]);
+    if (files_ == nullptr && RunAheadIsAllowed()) files_.reset(new (std::nothrow) File[kMost]);
     if (files_ == nullptr) return;
     if (count_ == kMost) RemoveFirst();
     FileAt(count_).path.reset(strdup(path));

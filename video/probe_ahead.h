@@ -27,7 +27,8 @@ class ProbeAhead {
   public:
     static constexpr int kMost = 16;  // files that are kept in mind; announcing one more ends the first
 
-    /// `processors` 0: as many as this process may use.  With one, nothing runs ahead.
+    /// `processors` 0: as many as this process may use.  With one, nothing runs ahead, nor when the machine's
+    /// setting "runahead" is "no".
     explicit ProbeAhead(ProbeFunction probe = MiscMediaInfoProbeFile, int processors = 0);
     ~ProbeAhead();
     ProbeAhead(const ProbeAhead&) = delete;
