@@ -116,6 +116,10 @@ void ReadMp4(const char* path) {
 
 void ReadMp4AndProbe(const char* path) {
     ReadMp4(path);
+    ReadContainer(path);
+}
+
+void ReadContainer(const char* path) {
     FileReading reading(path);
     MediaInfo record{};
     MiscMediaInfoProbe(path, &record, reading);

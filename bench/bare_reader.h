@@ -23,6 +23,9 @@ void ReadMp4(const char* path);
 /// The same and FFmpeg's open and stream information, in this process and unguarded.
 void ReadMp4AndProbe(const char* path);
 
+/// Any other film: FFmpeg's open and stream information, likewise.
+void ReadContainer(const char* path);
+
 /// DAT: the MPEG video parser.
 void ReadMpegVideo(const char* path);
 

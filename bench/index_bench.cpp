@@ -1,7 +1,7 @@
 // Times the indexer over a folder of one kind of files, in one process and without the daemon's ten-second
 // tick, beside bare loops over the same files:
 //
-//   index_bench KIND DIR      mp3, photo, flac, aiff, m4a, m4a-probe or dat
+//   index_bench KIND DIR      mp3, photo, flac, aiff, m4a, m4a-probe, dat or film
 //   index_bench walk DIR      one pass, for counting system calls from outside
 //   index_bench A|a DIR       the same by a request for each file
 //
@@ -82,6 +82,7 @@ constexpr Kind kKinds[] = {
     {"m4a", ".m4a", "MP4 reader", ReadMp4, 1, false, IndexMp4WithoutProbe},
     {"m4a-probe", ".m4a", "MP4 reader, FFmpeg unguarded", ReadMp4AndProbe, 1, true, Walk},
     {"dat", ".dat", "MPEG parser", ReadMpegVideo, 1, false, Walk},
+    {"film", "", "FFmpeg unguarded", ReadContainer, 1, true, Walk},
 };
 
 /// The passes over a folder, in turns, so that what else the machine does hits all alike.

@@ -60,7 +60,7 @@ class SyncTest : public testing::Test {
         KOLIDBSync();
         StoreReader store;
         EXPECT_TRUE(store.Open(context_.places)) << store.error();
-        SyncPlan plan;
+        SyncPlan plan(SyncPlan::kRequests);
         chmod(top_.c_str(), 0755);
         setfsuid(65534);  // root would read everything
         const auto found = [&](Change change, const std::string& path) {
@@ -71,7 +71,7 @@ class SyncTest : public testing::Test {
         setfsuid(0);
         EXPECT_EQ(store.error(), "");
         requests_.clear();
-        std::istringstream lines(plan.lines());
+        std::istringstream lines(plan.TakeLines());
         for (std::string line; std::getline(lines, line);)
             requests_.push_back(line.replace(2, top_.size(), "~"));
         std::sort(requests_.begin(), requests_.end());

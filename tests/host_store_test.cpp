@@ -85,6 +85,8 @@ TEST_F(Store, DeletesAFolderAndLeavesItsSiblings) {
         for (const Texts& paths : {stay, {folder, folder + "/x", folder + "/b/\xFF", folder + "/"}})
             for (const std::string& path : paths)
                 ASSERT_EQ(Save(path, type), 0);
+    for (int i = 0; i < 2001; ++i)  // more than go at a time
+        ASSERT_EQ(Save(folder + "/many/" + std::to_string(i)), 0);
     ASSERT_EQ(MediaInfoDBDirSave(folder.c_str()), 0);
     ASSERT_EQ(MediaInfoDBDirSave("/m/Caf\xE9/"), 0);
     KOLIIndexVideoTableDirtySet(0);

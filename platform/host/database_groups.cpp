@@ -1,5 +1,6 @@
 #include "platform/host/database_groups.h"
 
+#include <algorithm>
 #include <ctime>
 #include <new>
 #include <utility>
@@ -14,6 +15,7 @@ namespace {
 
 constexpr const char kModule[] = "kolidb";
 constexpr int kGroupWrites = 256;
+constexpr int kRemovedAtOnce = 1000;
 constexpr int64_t kGroupAgeMs = 500;
 constexpr int64_t kBusyMs = 500;  // with the age of a group, less than others wait for a lock
 constexpr int64_t kGapMs = 120;
@@ -164,7 +166,8 @@ void Database::Tick() {
 int Database::CountWrite(int affected) {
     if (affected < 0) Failed("write to");
     if (!IsGroupOpen()) return affected;
-    if (++group_writes_ >= kGroupWrites) Flush();
+    group_writes_ += std::max(affected, 1);
+    if (group_writes_ >= kGroupWrites) Flush();
     // A long unit of one database must not keep the group of the other one open.
     MediaDatabase().Tick();
     PhotoDatabase().Tick();
@@ -191,9 +194,17 @@ int Database::Remove(const std::string& table, std::string_view path) {
     return Change("DELETE FROM " + table + " WHERE path = ?1", path);
 }
 
+/// In pieces: the log of one transaction grows as large as all that it removes.
 int Database::RemoveBelow(const std::string& table, std::string_view path) {
-    SqlStatement* const statement = Prepare("DELETE FROM " + table + " WHERE " + kPathRange);
-    return statement != nullptr ? Run(FillPathRange(*statement, path)) : -1;
+    const std::string text = "DELETE FROM " + table + " WHERE path IN (SELECT path FROM " + table +
+                             " WHERE " + kPathRange + " LIMIT " + std::to_string(kRemovedAtOnce) + ")";
+    int removed = 0;
+    for (int piece = kRemovedAtOnce; piece == kRemovedAtOnce; removed += piece) {
+        SqlStatement* const statement = Prepare(text);
+        piece = statement != nullptr ? Run(FillPathRange(*statement, path)) : -1;
+        if (piece < 0) return -1;
+    }
+    return removed;
 }
 
 int Database::Execute(std::string_view text) {

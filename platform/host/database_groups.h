@@ -47,7 +47,7 @@ class Database {
     }
 
     /// Removes the row of `path` from a table that is keyed by it, or all at and below it, with the same
-    /// results.
+    /// results.  Of many rows, outside of a unit, some can be gone when it fails.
     int Remove(const std::string& table, std::string_view path);
     int RemoveBelow(const std::string& table, std::string_view path);
 
@@ -127,7 +127,7 @@ class Database {
     int64_t group_began_ = 0;          // ms
     int64_t group_ended_ = 0;          // ms
     int64_t busy_since_ = 0;           // ms; groups have followed each other without a gap since then
-    int group_writes_ = 0;             // statements run in the open group
+    int group_writes_ = 0;             // rows written in the open group
     int64_t group_changes_ = 0;        // the connection's changes when the group was opened
     int units_ = 0;                    // units that are open, one in the other
     uint64_t savepoints_ = 0;          // bit n: unit n began inside the open group

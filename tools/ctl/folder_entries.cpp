@@ -1,5 +1,8 @@
 #include "tools/ctl/folder_entries.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -13,8 +16,16 @@ namespace koli::ctl {
 namespace {
 
 /// Takes one entry.  The file system is asked only about what may be stored, and about links.
-void TakeEntry(const DirectoryListing::Entry& entry, const std::string& path, FolderEntries* result) {
+void TakeEntry(const DirectoryListing::Entry& entry, int folder, const std::string& path,
+               FolderEntries* result) {
     const int type = MediaKindOf(path.c_str());
+    if (entry.type == DT_REG) {
+        // By far the most entries: what leads to the folder is not gone through for each of them.
+        struct stat status;
+        if (type != kNotIndexed && fstatat(folder, entry.name, &status, 0) == 0 && S_ISREG(status.st_mode))
+            result->entries.push_back({entry.name, FolderEntry::kFile, FileStateOf(type, status)});
+        return;
+    }
     const KnownPath known(path.c_str(), entry.type);
     const PathKind kind = known.kind();
     if (kind == PathKind::kFile && type != kNotIndexed && known.file() != nullptr)
@@ -43,7 +54,7 @@ int FolderEntriesRead(const std::string& folder, FolderEntries* result) {
     for (auto entry = listing.Next(); entry.name != nullptr; entry = listing.Next()) {
         has_entries = true;
         path.replace(length, std::string::npos, entry.name);
-        if (path.size() < kPathSize) TakeEntry(entry, path, result);
+        if (path.size() < kPathSize) TakeEntry(entry, listing.descriptor(), path, result);
     }
     if (has_entries || listing.has_metadata()) result->is_empty = false;
     if (listing.error() != 0) return listing.error();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <utility>
 
 namespace koli::ctl {
 namespace {
@@ -105,15 +106,28 @@ void PrintAligned(const Record& record, const char* margin, bool leave_out_unkno
     }
 }
 
+/// Record by record: as one object a list of many would take a multiple of its text.
+void PrintListJson(const Section& section) {
+    const char* before = "[\n  ";
+    const auto print = [&before](const Record& record) {
+        printf("%s%s", std::exchange(before, ",\n  "), Dump(JsonOf(record), -1).c_str());
+    };
+    for (const Record& record : section.records)
+        print(record);
+    if (section.more) section.more(print);
+    printf(*before == '[' ? "[]" : "\n]");
+}
+
 void PrintSectionsJson(const std::vector<Section>& sections) {
-    Json object = Json::object();
+    const char* before = "{";
     for (const Section& section : sections) {
-        Json list = Json::array();
-        for (const Record& record : section.records)
-            list.push_back(JsonOf(record));
-        object[section.name] = section.is_one ? list.at(0) : list;
+        printf("%s\n%s: ", std::exchange(before, ","), Dump(section.name, -1).c_str());
+        if (section.is_one)
+            printf("%s", Dump(JsonOf(section.records.at(0)), -1).c_str());
+        else
+            PrintListJson(section);
     }
-    printf("%s\n", Dump(object, 2).c_str());
+    printf(sections.empty() ? "{}\n" : "\n}\n");
 }
 
 }  // namespace
@@ -169,11 +183,14 @@ void PrintRecord(const Record& record, bool json) {
 
 void PrintSections(const std::vector<Section>& sections, bool json) {
     if (json) return PrintSectionsJson(sections);
-    for (const Section& section : sections)
-        for (const Record& record : section.records) {
+    for (const Section& section : sections) {
+        const auto print = [&section](const Record& record) {
             printf("%s\n", section.name.c_str());
             PrintAligned(record, "  ", true);
-        }
+        };
+        std::for_each(section.records.begin(), section.records.end(), print);
+        if (section.more) section.more(print);
+    }
 }
 
 // ---- RowPrinter

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -36,10 +37,14 @@ using Record = std::vector<std::pair<std::string, Field>>;
 /// The row at which the statement is, with the names of its columns.
 Record RecordOf(const host::SqlStatement& row);
 
+using RecordHandler = std::function<void(const Record& record)>;
+
 struct Section {
     std::string name;
     std::vector<Record> records = {};
     bool is_one = false;  // exactly one record: an object in JSON, not a list
+    /// Hands over more records, which are too many to be held.
+    std::function<void(const RecordHandler& print)> more = {};
 };
 
 /// One object: "name   value" lines, or JSON.

@@ -78,15 +78,18 @@ Record SummaryOf(const SyncPlan& plan, const Totals& totals) {
 
 void PrintPlan(const Context& context, const SyncPlan& plan, const Totals& totals) {
     if (!context.json) {
-        for (const SyncItem& item : plan.items())
-            printf("%-17s  %s\n", ChangeName(item.change), Printable(item.path).c_str());
+        plan.EachDifference([](Change change, const std::string& path) {
+            printf("%-17s  %s\n", ChangeName(change), Printable(path).c_str());
+        });
         PrintRecord(SummaryOf(plan, totals), false);
         return;
     }
-    Section differences{"differences"};
-    for (const SyncItem& item : plan.items())
-        differences.records.push_back({{"change", ChangeName(item.change)}, {"path", item.path}});
-    PrintSections({{"summary", {SummaryOf(plan, totals)}, true}, differences}, true);
+    const auto each = [&plan](const RecordHandler& print) {
+        plan.EachDifference([&print](Change change, const std::string& path) {
+            print({{"change", ChangeName(change)}, {"path", path}});
+        });
+    };
+    PrintSections({{"summary", {SummaryOf(plan, totals)}, true}, {"differences", {}, false, each}}, true);
 }
 
 }  // namespace
@@ -99,21 +102,20 @@ int Sync(const Context& context, const std::vector<std::string>& paths, const Sy
     }
     StoreReader store;
     if (!OpenStore(context, &store)) return kExitDatabase;
-    SyncPlan plan;
+    SyncPlan plan(options.dry_run ? SyncPlan::kDifferences : SyncPlan::kRequests);
     Totals totals;
     if (const int code = Compare(store, tops, options, &plan, &totals); code != kExitDone) return code;
     if (totals.unreadable > 0)
         Complain("%lld folders could not be read; what is stored below them stays",
                  static_cast<long long>(totals.unreadable));
 
-    const bool is_in_step = plan.items().empty();
-    if (options.dry_run || is_in_step) {
+    if (options.dry_run || plan.empty()) {
         PrintPlan(context, plan, totals);
-        return is_in_step ? kExitDone : kExitDifferences;
+        return plan.empty() ? kExitDone : kExitDifferences;
     }
     if (!context.json) PrintRecord(SummaryOf(plan, totals), false);
     if (plan.requests() == 0) return kExitDifferences;
-    const Submission submission{plan.lines(), plan.requests(), tops};
+    const Submission submission{plan.TakeLines(), plan.requests(), tops};
     return Submit(context, submission, options.wait);
 }
 

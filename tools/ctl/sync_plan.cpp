@@ -7,7 +7,7 @@
 namespace koli::ctl {
 
 void SyncPlan::AddLine(char code, const std::string& path) {
-    lines_ += RequestLine(code, path);
+    if (keep_ == kRequests) lines_ += RequestLine(code, path);
     ++requests_;
 }
 
@@ -19,7 +19,11 @@ void SyncPlan::AddNearestFolder(std::string path) {
 }
 
 void SyncPlan::Add(Change change, const std::string& path) {
-    items_.push_back({change, path});
+    ++counts_[static_cast<size_t>(change)];
+    if (keep_ == kDifferences) {
+        differences_.push_back(static_cast<char>(change));
+        differences_.insert(differences_.end(), path.c_str(), path.c_str() + path.size() + 1);
+    }
     const bool is_gone = change == Change::kGoneFile || change == Change::kGoneTree;
     if (PathRefusal(path) != nullptr) {
         if (is_gone)
@@ -45,9 +49,16 @@ void SyncPlan::Add(Change change, const std::string& path) {
     }
 }
 
-int64_t SyncPlan::Count(Change change) const {
-    return std::count_if(items_.begin(), items_.end(),
-                         [change](const SyncItem& item) { return item.change == change; });
+bool SyncPlan::empty() const {
+    return std::all_of(counts_.begin(), counts_.end(), [](int64_t count) { return count == 0; });
+}
+
+void SyncPlan::EachDifference(const ChangeHandler& take) const {
+    for (auto at = differences_.begin(); at != differences_.end(); ++at) {
+        const auto change = static_cast<Change>(*at++);
+        const auto path = std::exchange(at, std::find(at, differences_.end(), '\0'));
+        take(change, std::string(path, at));
+    }
 }
 
 const char* ChangeName(Change change) {

@@ -4,6 +4,7 @@
 // the databases' rows as their tables are kept.  Memory follows the largest folder, not the tree.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -24,6 +25,7 @@ enum class Change {
     kNoCover,           // stored with a cover that is missing or empty
     kNoAlbum,           // a folder of the photo share that should be an album and is none
 };
+inline constexpr size_t kChanges = static_cast<size_t>(Change::kNoAlbum) + 1;
 
 struct CompareOptions {
     bool fold_new_folders = true;  // false: a new folder's files are told one by one, and folders not at all

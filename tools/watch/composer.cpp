@@ -60,9 +60,13 @@ void Composer::AddLine(char code, const std::string& path) {
         are_all_asked_ = true;
 }
 
-void Composer::AddFound(const std::string& lines) {
-    lines_ += lines;
+/// They may be many: only what waits already is copied.
+void Composer::AddFound(std::string lines) {
     are_all_asked_ |= !lines.empty();
+    if (lines_.empty())
+        lines_ = std::move(lines);
+    else
+        lines_ += lines;
 }
 
 void Composer::Add(const std::vector<Request>& requests) {

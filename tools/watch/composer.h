@@ -16,7 +16,7 @@ class Composer {
     void Add(const std::vector<Request>& requests);
 
     /// Adds the lines that a comparison has found.
-    void AddFound(const std::string& lines);
+    void AddFound(std::string lines);
 
     /// Folders of which a comparison has to find what differs; none lies in another one.
     void AddCompare(const std::string& folder);

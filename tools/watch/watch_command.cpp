@@ -67,7 +67,7 @@ bool QueueSink::Queue(const std::string& lines) {
 bool QueueSink::Compare(const std::string& folder, bool is_top, std::string* lines) {
     ctl::StoreReader store;
     if (!store.Open(context_.places)) return Tell(&told_compare_, store.error());
-    ctl::SyncPlan plan;
+    ctl::SyncPlan plan(ctl::SyncPlan::kRequests);
     const ctl::CompareResult result =
         ctl::TreeCompare(store, folder, {.albums = true, .allow_empty = !is_top},
                          [&](ctl::Change change, const std::string& path) { plan.Add(change, path); });
@@ -83,7 +83,7 @@ bool QueueSink::Compare(const std::string& folder, bool is_top, std::string* lin
     if (plan.requests() == 0) return true;
     printf("%s differs: %lld requests\n", folder.c_str(), static_cast<long long>(plan.requests()));
     fflush(stdout);
-    *lines = plan.lines();
+    *lines = plan.TakeLines();
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 #include "tools/ctl/context.h"
 
@@ -246,7 +247,7 @@ void Watcher::Compare(int64_t now) {
         }
         compares_dropped_ = 0;
         composer_.Add(pending_.TakeMoves());
-        composer_.AddFound(found);
+        composer_.AddFound(std::move(found));
     }
     Send();
 }
