@@ -199,7 +199,7 @@ int Database::RemoveBelow(const std::string& table, std::string_view path) {
     const std::string text = "DELETE FROM " + table + " WHERE path IN (SELECT path FROM " + table +
                              " WHERE " + kPathRange + " LIMIT " + std::to_string(kRemovedAtOnce) + ")";
     int removed = 0;
-    for (int piece = kRemovedAtOnce; piece == kRemovedAtOnce; removed += piece) {
+    for (int piece = kRemovedAtOnce; piece >= kRemovedAtOnce; removed += piece) {
         SqlStatement* const statement = Prepare(text);
         piece = statement != nullptr ? Run(FillPathRange(*statement, path)) : -1;
         if (piece < 0) return -1;
