@@ -15,6 +15,7 @@ namespace koli::ctl {
 namespace {
 
 constexpr double kSecondsPerLine = 5;  // where there is no terminal
+constexpr double kRests = 20;          // times as long as it took to count what is stored of a large library
 constexpr int kBarWidth = 24;
 
 double Now() {
@@ -35,7 +36,7 @@ Progress::Progress(const Context& context, const Submission& submission, int64_t
     : context_(context), submission_(submission), found_(found), is_terminal_(isatty(STDERR_FILENO) == 1) {}
 
 Progress::~Progress() {
-    if (is_terminal_ && told_ > 0) fprintf(stderr, "\r\033[K");
+    if (is_terminal_ && is_told_) fprintf(stderr, "\r\033[K");
 }
 
 /// Why nothing happens yet; "" when the requests are being executed.
@@ -86,13 +87,15 @@ std::string Progress::RateLine(int64_t stored, int64_t unparsable) {
 
 void Progress::Tell(bool begun) {
     const double now = Now();
-    if (!is_terminal_ && told_ > 0 && now - told_ < kSecondsPerLine) return;
+    if (now < next_) return;
     std::string line = WaitingLine(begun);
     if (line.empty()) line = StoredLine();
     if (is_terminal_ || line != line_)
         fprintf(stderr, is_terminal_ ? "\r%s\033[K" : "koliindexctl: %s\n", Printable(line).c_str());
     line_ = std::move(line);
-    told_ = now;
+    is_told_ = true;
+    const double end = Now();
+    next_ = std::max(is_terminal_ ? 0 : now + kSecondsPerLine, end + kRests * (end - now));
 }
 
 }  // namespace koli::ctl

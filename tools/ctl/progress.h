@@ -31,8 +31,9 @@ class Progress {
     int64_t found_;
     int64_t stored_before_ = -1;  // when the daemon began; -1 = it has not
     double began_ = 0;            // seconds of the monotonic clock
-    double told_ = 0;             // the same, of the last line
-    std::string line_;            // that line
+    double next_ = 0;             // the same, of the next line
+    bool is_told_ = false;
+    std::string line_;  // the last one
     bool is_terminal_;
 };
 
