@@ -170,14 +170,15 @@ void EventFold::FileArrived(const std::string& path, const std::string& from, in
         pending_.File(path, PendingChanges::kComplete, now);
 }
 
-/// Files have no watch: one that left, and of which no more was noted, is looked for in the new folders.
+/// Files have no watch: one that left, and of which no more was noted, is looked for in the new folders.  Of
+/// a large tree that is being copied only the first ones are gone through: many files may leave meanwhile.
 void EventFold::FileLeft(const std::string& path, int64_t now) {
-    size_t looks = 0;
-    for (const std::string& top : pending_.NewFolders()) {
-        for (const std::string& folder : watches_.Known(top, true)) {
-            if (++looks > kMaxLooks) break;
+    size_t looks = kMaxLooks;
+    for (const std::string& top : pending_.NewFolders(kMaxLooks)) {
+        for (const std::string& folder : watches_.Known(top, true, looks)) {
             if (HoldsOlder(folder, NameOf(path)))
                 return pending_.FileMoved(folder + "/" + NameOf(path), path, now);
+            --looks;
         }
     }
     pending_.File(path, PendingChanges::kGone, now);

@@ -125,9 +125,9 @@ void FolderWatches::Remove(const std::string& path) {
     ExtractTree(folders_, path);
 }
 
-std::vector<std::string> FolderWatches::Known(const std::string& path, bool is_watched) const {
+std::vector<std::string> FolderWatches::Known(const std::string& path, bool is_watched, size_t most) const {
     std::vector<std::string> known;
-    ForTree(folders_, path, [&](auto folder) {
+    ForTree(folders_, path, most, [&](auto folder) {
         if ((folder->second != kNoWatch) == is_watched) known.push_back(folder->first);
     });
     return known;

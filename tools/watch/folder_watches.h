@@ -58,8 +58,8 @@ class FolderWatches {
     void Remove(const std::string& path);
 
     bool IsKnown(const std::string& path) const { return folders_.contains(path); }
-    /// The known folders at and below `path`, watched or not.
-    std::vector<std::string> Known(const std::string& path, bool is_watched) const;
+    /// The known folders at and below `path`, watched or not, of the first `most` of them.
+    std::vector<std::string> Known(const std::string& path, bool is_watched, size_t most = SIZE_MAX) const;
     size_t size() const { return folders_.size(); }
 
     /// Reads what has been noted so far, one event after another.  False when the kernel had to drop events,

@@ -134,10 +134,12 @@ void PendingChanges::FolderLost(const std::string& path) {
     moves_.Lost(path);
 }
 
-std::vector<std::string> PendingChanges::NewFolders() const {
+std::vector<std::string> PendingChanges::NewFolders(size_t most) const {
     std::vector<std::string> found;
-    for (const auto& [path, folder] : folders_)
+    for (const auto& [path, folder] : folders_) {
+        if (found.size() == most) break;
         if (folder.unit == kNewTree) found.push_back(path);
+    }
     return found;
 }
 

@@ -46,8 +46,8 @@ class PendingChanges {
     /// The folder is out of reach, a mount point or a whole share: nothing in it counts as gone.
     void FolderLost(const std::string& path);
 
-    /// The folders that are new at this moment, but not those in them.
-    std::vector<std::string> NewFolders() const;
+    /// The folders that are new at this moment, at most `most`, but not those in them.
+    std::vector<std::string> NewFolders(size_t most) const;
 
     /// What is due, in the order in which it must be asked for.
     std::vector<Request> TakeDue(int64_t now) { return Take(now, false); }

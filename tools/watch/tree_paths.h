@@ -2,6 +2,8 @@
 // the folder moves.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,13 +27,19 @@ inline std::string NameOf(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
 }
 
-/// Calls `visit` with each entry at and below `folder`, which it may extract.
+/// Calls `visit` with each entry at and below `folder`, or the first `most` of them, which it may extract.
+template <class Map, class Visit>
+void ForTree(Map& map, const std::string& folder, size_t most, Visit visit) {
+    for (auto it = map.lower_bound(folder); most > 0 && it != map.end() && it->first.starts_with(folder);) {
+        const auto here = it++;
+        if (!IsAtOrBelow(here->first, folder)) continue;
+        visit(here);
+        --most;
+    }
+}
 template <class Map, class Visit>
 void ForTree(Map& map, const std::string& folder, Visit visit) {
-    for (auto it = map.lower_bound(folder); it != map.end() && it->first.starts_with(folder);) {
-        const auto here = it++;
-        if (IsAtOrBelow(here->first, folder)) visit(here);
-    }
+    ForTree(map, folder, SIZE_MAX, visit);
 }
 
 /// Takes the entries at and below `folder` out of the map.
