@@ -23,6 +23,8 @@
 #include "base/formats.h"
 #include "base/log.h"
 #include "base/media_info.h"
+#include "base/metadata_folder.h"
+#include "base/path_names.h"
 #include "index/forerunner_reads.h"
 #include "index/record/run_ahead.h"
 #include "index/record/share_path.h"
@@ -52,24 +54,40 @@ struct CloseFolder {
 };
 using Folder = std::unique_ptr<DIR, CloseFolder>;
 
+Folder OpenFolder(const char* path) {
+    const int descriptor = IsRecycleBinPath(path) != 0 ? -1 : open(path, kOpenFlags | O_DIRECTORY);
+    Folder folder(descriptor >= 0 ? fdopendir(descriptor) : nullptr);
+    if (folder == nullptr && descriptor >= 0) close(descriptor);
+    return folder;
+}
+
+/// Covers and captions: the names that are looked for beside the file `path`.
+void VisitMetadata(const char* path) {
+    char metadata[kPathSize];
+    const char* const name = FileNameOf(path);
+    const int length = snprintf(metadata, sizeof metadata, "%.*s%s/%s", static_cast<int>(name - path), path,
+                                kMetadataFolder, name);
+    struct stat status;
+    if (length >= static_cast<int>(sizeof metadata) || lstat(metadata, &status) != 0) return;
+    const Folder folder = OpenFolder(metadata);
+    int entries = 0;
+    while (const dirent* entry = folder != nullptr ? readdir(folder.get()) : nullptr)
+        if (entry->d_name[0] != '.' && ++entries <= kFirstEntries)
+            fstatat(dirfd(folder.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW);
+}
+
 /// Neither a FIFO nor a lease holds it up; nothing that is no regular file is read.
 void VisitFile(const char* path) {
     const Format* format = FormatFind(KOLIIndexExtGet(path));
     if (format == nullptr) return;
     struct stat status;
     if (lstat(path, &status) != 0 || !S_ISREG(status.st_mode) || !ForerunnerHasWork(format->reader)) return;
+    VisitMetadata(path);
     const int file = open(path, kOpenFlags);
     if (file < 0) return;
     posix_fadvise(file, 0, 0, POSIX_FADV_RANDOM);
     ForerunnerRead(file, format->reader);
     close(file);
-}
-
-Folder OpenFolder(const char* path) {
-    const int descriptor = IsRecycleBinPath(path) != 0 ? -1 : open(path, kOpenFlags | O_DIRECTORY);
-    Folder folder(descriptor >= 0 ? fdopendir(descriptor) : nullptr);
-    if (folder == nullptr && descriptor >= 0) close(descriptor);
-    return folder;
 }
 
 void VisitFolder(char (&path)[kPathSize], int levels);
