@@ -10,8 +10,8 @@ namespace {
 
 constexpr const char kModule[] = "metaid3";
 
-constexpr int64_t kLongSearch =
-    1 << 18;                           // bytes behind which a frame that was not found will hardly be found
+/// Bytes behind which a frame that was not found will hardly be found.
+constexpr int64_t kLongSearch = 1 << 18;
 constexpr int64_t kSearchMargin = 10;  // bytes before the end of the audio in which no search begins a frame
 
 // By version - 1, layer - 1 and, in the first table, the 4-bit index; 0 is the free format, 15 is forbidden.

@@ -71,8 +71,8 @@ std::string CheckEnd(std::string* lines) {
 Wake WakeSparingly(const Places& places, bool was_empty) {
     struct stat queue;
     const bool waits = lstat(places.queue.c_str(), &queue) == 0;
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);                         // time() may lag behind the times of files
+    timespec now{};  // time() may lag behind the times of files
+    clock_gettime(CLOCK_REALTIME, &now);
     const time_t age = waits ? now.tv_sec - queue.st_atime : 0;  // negative: the clock was set back
     if (!was_empty && age >= 0 && age < kWakeEvery)
         return DaemonPid(places.pid_file) > 0 ? Wake::kWoken : Wake::kNotRunning;
