@@ -1,8 +1,9 @@
-#include "tools/koliindexctl/completion.h"
-
-#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <cstdio>
 
 #include "platform/host/tables.h"
+#include "tools/koliindexctl/commands.h"
 
 namespace koli::ctl {
 namespace {
@@ -69,13 +70,24 @@ std::string Case(const std::string& pattern, const std::string& options, const s
     return "        " + pattern + ") options='" + options + "' words='" + words + "' ;;\n";
 }
 
-}  // namespace
-
+/// A script that completes the sub-commands and options of `app`, words where only some are possible, and
+/// file names elsewhere.
 std::string BashCompletion(const CLI::App& app) {
     std::string script = kHead + Case("''", OptionsOf(app), CommandsOf(app));
     for (const CLI::App* command : app.get_subcommands({}))
         script += Case(command->get_name(), OptionsOf(*command), WordsOf(command->get_name()));
     return script + kTail;
+}
+
+}  // namespace
+
+void AddCompletion(CLI::App& app, Arguments& a) {
+    CLI::App* completion = app.add_subcommand("completion", "Print the completion script of a shell");
+    completion->add_option("SHELL", a.first, "bash")->required()->check(CLI::IsMember({"bash"}));
+    SetWork(completion, a, [&app] {
+        printf("%s", BashCompletion(app).c_str());
+        return kExitDone;
+    });
 }
 
 }  // namespace koli::ctl

@@ -1,0 +1,17 @@
+// The sub-commands, in the order of --help.
+#pragma once
+
+#include "tools/koliindexctl/arguments.h"
+
+namespace koli::ctl {
+
+void AddRequests(CLI::App& app, Arguments& a);         ///< add, remove, rename, enqueue
+void AddLibraryRequests(CLI::App& app, Arguments& a);  ///< rebuild, resync, truncate
+void AddSync(CLI::App& app, Arguments& a);
+void AddRepair(CLI::App& app, Arguments& a);
+void AddStatus(CLI::App& app, Arguments& a);
+void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, problems
+void AddMachine(CLI::App& app, Arguments& a);  ///< watch, setup
+void AddCompletion(CLI::App& app, Arguments& a);
+
+}  // namespace koli::ctl
