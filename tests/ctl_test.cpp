@@ -22,6 +22,7 @@
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/setup.h"
+#include "tools/ctl/suggestion.h"
 #include "tools/koliindexctl/command_line.h"
 
 namespace koli::ctl {
@@ -56,10 +57,10 @@ TEST(RequestLine, CarriesAbsolutePathsThatFit) {
 TEST(CommandLine, RefusesBadUsageWithOneLineAndTwo) {
     const test::TempDir dir;
     ASSERT_NE(freopen(dir.Write("cut", "a:/1\na:/2").c_str(), "r", stdin), nullptr);
-    for (const char* line :
-         {"", "|frobnicate", "|add", "|add|/no/such/file", "|add|", "|add|/tmp|/a\nb", "|remove|/tmp",
-          "|rename|/tmp|/tmp", "|rename|/no/such|/a:b", "|rebuild|books", "|truncate|music",
-          "|truncate|problem|--yes", "|sync|--timeout|5", "|list|--kind|folder", "|enqueue"}) {
+    for (const char* line : {"", "|frobnicate", "|add", "|add|/no/such/file", "|add|", "|add|/tmp|/a\nb",
+                             "|remove|/tmp", "|rename|/tmp|/tmp", "|rename|/no/such|/a:b", "|rebuild|books",
+                             "|truncate|music", "|truncate|problem|--yes", "|sync|--timeout|5",
+                             "|list|--kind|folder", "|enqueue", "|help|lits", "|add|--quiet|--json|/tmp"}) {
         std::string call = "koliindexctl"s + line;
         std::vector<char*> argv{call.data()};
         for (char& byte : call)
@@ -70,6 +71,24 @@ TEST(CommandLine, RefusesBadUsageWithOneLineAndTwo) {
         EXPECT_TRUE(complaint.starts_with("koliindexctl: ")) << complaint;
         EXPECT_EQ(std::count(complaint.begin(), complaint.end(), '\n'), 1) << complaint;
     }
+}
+
+TEST(Suggestion, IsWhatAMistypedWordIsNearestTo) {
+    const Texts words{"add", "list", "problems", "rebuild", "remove", "rename", "status", "sync"};
+    for (const auto& [word, meant] : {std::pair{"lits", "list"},
+                                      {"LIST", "list"},
+                                      {"snyc", "sync"},
+                                      {"ad", "add"},
+                                      {"prob", "problems"},
+                                      {"re", ""},
+                                      {"statsu", "status"},
+                                      {"find", ""},
+                                      {"xyz", ""},
+                                      {"", ""},
+                                      {"rebiuldd", "rebuild"},
+                                      {"renam", "rename"}})
+        EXPECT_EQ(Suggestion(word, words), meant) << word;
+    EXPECT_EQ(Suggestion(std::string(100000, 'l'), words), "");
 }
 
 TEST(Output, NothingReachesATerminalThatCouldSteerIt) {

@@ -29,7 +29,8 @@ struct Places {
 
 struct Context {
     Places places;
-    bool json = false;  // machine-readable output
+    bool json = false;   // machine-readable output
+    bool quiet = false;  // nothing but what went wrong, and that on the error stream
 };
 
 /// Writes one line "koliindexctl: ..." to the error stream, control characters escaped.

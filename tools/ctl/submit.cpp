@@ -69,6 +69,15 @@ void PrintResult(const WaitResult& result, const Submission& submission) {
     if (result.still_stored > 0) printf("  still stored: %s\n", Counted(result.still_stored, "row").c_str());
 }
 
+/// In one line, for who has not asked for the result itself.
+void ComplainOfResult(const WaitResult& result) {
+    const std::vector<std::string>& names = result.missing.empty() ? result.unparsable : result.missing;
+    Complain("%s not stored, %lld unparsable, %s still stored%s%s",
+             Counted(result.missing_count, "file").c_str(), static_cast<long long>(result.unparsable_count),
+             Counted(result.still_stored, "row").c_str(), names.empty() ? "" : ": ",
+             names.empty() ? "" : names.front().c_str());
+}
+
 Section Names(const char* name, const std::vector<std::string>& paths) {
     Section section{name};
     for (const std::string& path : paths)
@@ -101,6 +110,7 @@ int Finish(const Context& context, const Submission& submission, const WaitOptio
         PrintResult(result, submission);
     const bool is_incomplete = result.missing_count > 0 || result.still_stored > 0 ||
                                (options.strict && result.unparsable_count > 0);
+    if (is_incomplete && context.quiet) ComplainOfResult(result);
     return is_incomplete ? kExitDifferences : kExitDone;
 }
 
@@ -110,7 +120,9 @@ int Wait(const Context& context, const QueuedBatch& batch, const Submission& sub
     {
         Progress progress(context, submission, FilesFound(submission));
         const WaitLimits limits{.timeout = options.timeout};
-        end = BatchWait(batch.file, context.places, limits, [&](bool begun) { progress.Tell(begun); });
+        end = BatchWait(batch.file, context.places, limits, [&](bool begun) {
+            if (!context.quiet) progress.Tell(begun);
+        });
     }
     if (end != BatchEnd::kExecuted) return TellUnfinished(end);
     return Finish(context, submission, options);

@@ -13,5 +13,9 @@ void AddStatus(CLI::App& app, Arguments& a);
 void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, problems
 void AddMachine(CLI::App& app, Arguments& a);  ///< watch, setup
 void AddCompletion(CLI::App& app, Arguments& a);
+void AddHelp(CLI::App& app, Arguments& a);  ///< after all others, which it can explain
+
+/// The commands that have been added.
+std::vector<std::string> CommandNames(const CLI::App& app);
 
 }  // namespace koli::ctl

@@ -15,10 +15,12 @@ void AddQueries(CLI::App& app, Arguments& a) {
 
     CLI::App* list = AddCommand(app, "list", "The stored files",
                                 "list --kind music --where artist=Somebody --below /volume1/music", a);
-    list->add_option("--kind", a.list.kinds, "music, video, photo or playlist; may be given several times")
-        ->check(CLI::IsMember({"music", "video", "photo", "playlist"}))
-        ->expected(1)
-        ->take_all();
+    CLI::Option* kind = list->add_option("--kind", a.list.kinds,
+                                         "music, video, photo or playlist; may be given several times")
+                            ->type_name("KIND")
+                            ->expected(1)
+                            ->take_all();
+    TakesOneOf(kind, {"music", "video", "photo", "playlist"}, a);
     list->add_option("--where", a.list.where,
                      "COLUMN=VALUE, or COLUMN~TEXT for a part of it in any case; may be given several times")
         ->expected(1)
