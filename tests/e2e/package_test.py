@@ -17,6 +17,7 @@ import threading
 import unittest
 
 import harness
+import shells
 from harness import appliance
 
 UNITS = "/usr/lib/systemd/system"
@@ -166,12 +167,24 @@ class Package(harness.DaemonTest):
         text = run(CTL, "--help")
         commands = re.findall(r"^  ([a-z]+) ", text.split("Exit codes:")[0], re.MULTILINE)
         self.assertGreater(len(commands), 10)
-        text += "".join(run(CTL, command, "--help") for command in commands)
+        for command in commands:
+            said = run(CTL, command, "--help")
+            self.assertEqual(run(CTL, "help", command), said)
+            text += said
+        self.assertEqual([line for line in text.splitlines() if len(line) > 80], [])
         said = {*re.findall(r"(?<![\w-])--?[a-z][a-z-]*", text), *commands}
         self.assertEqual([word for word in said if not re.search(rf"(?<![\w-]){word}(?![\w-])", page)], [])
-        script = "source /usr/share/bash-completion/completions/koliindexctl; COMP_WORDS=(koliindexctl ''); " \
-                 "COMP_CWORD=1; _koliindexctl; echo ${COMPREPLY[@]}"
-        self.assertEqual(sorted(run("bash", "-c", script).split()), sorted(commands))
+        os.makedirs("/tmp/files/A folder")
+        os.chdir("/tmp/files")
+        self.put("/tmp/files/A song.mp3")
+        for shell in shells.SHELLS:
+            for line, offers in (("", commands), ("re", ["rebuild", "repair"]), ("add --", ["--wait", "--quiet"]),
+                                 ("truncate ph", ["photo_info"]), ("list --kind=v", ["video"]), ("list --limit ", []),
+                                 ("watch A", ["folder"]), ("add A", ["folder", "song.mp3"])):
+                with self.subTest(shell=shell, line=line):
+                    shown = shells.offered(shell, line)
+                    self.assertEqual([word for word in offers if word not in shown], [])
+                    self.assertEqual("song" in shown, "song.mp3" in offers)
 
     def test_3_daemon_within_its_limits(self):
         self.assert_read_only("koliindexd", "/etc", "/usr", "/volume1", "/var/lib", "/root")
