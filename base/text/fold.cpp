@@ -17,6 +17,8 @@ constexpr size_t kGrowthMax = 18;    // characters that one character can become
 constexpr auto kOptions = static_cast<utf8proc_option_t>(
     UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_COMPAT | UTF8PROC_CASEFOLD | UTF8PROC_IGNORE);
 
+constexpr auto kWithoutMarks = static_cast<utf8proc_option_t>(kOptions | UTF8PROC_STRIPMARK);
+
 bool IsAscii(char c) {
     return (c & 0x80) == 0;
 }
@@ -56,22 +58,19 @@ size_t PieceLength(std::string_view text) {
     return at;
 }
 
-void AppendPiece(std::string_view piece, std::string* folded) {
+void AppendPiece(std::string_view piece, utf8proc_option_t options, std::string* folded) {
     utf8proc_int32_t characters[kPieceMax * kGrowthMax + 1];  // and a NUL
     const auto count = utf8proc_decompose(reinterpret_cast<const utf8proc_uint8_t*>(piece.data()),
                                           static_cast<utf8proc_ssize_t>(piece.size()), characters,
-                                          kPieceMax * kGrowthMax, kOptions);
-    const auto length = count >= 0 ? utf8proc_reencode(characters, count, kOptions) : -1;
+                                          kPieceMax * kGrowthMax, options);
+    const auto length = count >= 0 ? utf8proc_reencode(characters, count, options) : -1;
     if (length >= 0)
         folded->append(reinterpret_cast<const char*>(characters), static_cast<size_t>(length));
     else
         folded->append(piece);
 }
 
-}  // namespace
-
-void FoldTo(std::string_view text, std::string* folded) {
-    folded->clear();
+void AppendFolded(std::string_view text, utf8proc_option_t options, std::string* folded) {
     while (!text.empty()) {
         size_t length = AsciiLength(text);
         if (length > 0 && length < text.size()) --length;  // a mark may follow that belongs to the last one
@@ -80,17 +79,32 @@ void FoldTo(std::string_view text, std::string* folded) {
         if (text.empty()) break;
         length = PieceLength(text);
         if (length > 0)
-            AppendPiece(text.substr(0, length), folded);
+            AppendPiece(text.substr(0, length), options, folded);
         else
             folded->push_back(text[0]);
         text.remove_prefix(length > 0 ? length : 1);
     }
 }
 
+}  // namespace
+
+void FoldTo(std::string_view text, std::string* folded) {
+    folded->clear();
+    AppendFolded(text, kOptions, folded);
+}
+
 std::string Folded(std::string_view text) {
     std::string folded;
     FoldTo(text, &folded);
     return folded;
+}
+
+void SortKeyTo(std::string_view text, std::string* key) {
+    constexpr char kBeforeAllElse = '\1';
+    key->clear();
+    AppendFolded(text, kWithoutMarks, key);
+    key->push_back(kBeforeAllElse);
+    AppendFolded(text, kOptions, key);
 }
 
 }  // namespace koli

@@ -15,4 +15,8 @@ std::string Folded(std::string_view text);
 /// The same into `*folded`, whose room is used again: for whoever folds many.
 void FoldTo(std::string_view text, std::string* folded);
 
+/// Bytes whose order is the one in which texts are listed: folded, and a letter with a mark stands by the one
+/// without.
+void SortKeyTo(std::string_view text, std::string* key);
+
 }  // namespace koli
