@@ -132,5 +132,75 @@ TEST_F(QueryTest, ListSortsCutsAndCounts) {
     }
 }
 
+TEST_F(QueryTest, SearchFindsEveryWordWhereverItStands) {
+    Song("/v/Mond/a.mp3", "Moonlight", 0, "Bj\u00f6rk");
+    Song("/v/b\xE9s sonata.mp3", "Moon LIGHT");
+    Store(kStorePhoto, "/v/p.jpg", "IMG");
+    Store(kStorePhoto, "/v/q.jpg", "moonlight");
+    PhotoRecord photo{};
+    for (const char* path : {"/v/o.jpg", "/v/p.jpg"}) {  // the first one is not in the media store
+        CopyText(photo.path, sizeof photo.path, path);
+        CopyText(photo.description, sizeof photo.description, "by Moonlight");
+        ASSERT_EQ(PhotoInfoDBSave(&photo, 1), 0);
+    }
+    ASSERT_EQ(MediaInfoDBDirSave("/v/Mond"), 0);
+    for (const auto& [texts, paths] : std::vector<std::pair<Texts, std::string>>{
+             {{"MOONLIGHT"}, "Mond/a.mp3 o.jpg p.jpg q.jpg"},
+             {{"light moon", "sonata"}, "b\xE9s sonata.mp3"},
+             {{"BJO\u0308RK"}, "Mond/a.mp3"},
+             {{"\xE9S"}, "b\xE9s sonata.mp3"},
+             {{"mond"}, "Mond"},
+             {{"by", "--limit", "1"}, "o.jpg"},
+             {{"moon", "--kind", "photo", "--below", "/v/q.jpg"}, "q.jpg"}}) {
+        Texts words{"search"};
+        words.insert(words.end(), texts.begin(), texts.end());
+        EXPECT_EQ(Paths(words), paths);
+        EXPECT_EQ(code_, 0);
+    }
+    EXPECT_EQ(Run({"search", "--count", "moon"}), "5 in all: 2 music, 3 photo\n");
+    EXPECT_EQ(Run({"search", "bj\u00f6rk"}),
+              "kind   title      artist  album  path\nmusic  Moonlight  Bj\u00f6rk          /v/Mond/a.mp3\n");
+    for (const auto& [text, code] : {std::pair("nothing", 1), {" ", 2}}) {
+        EXPECT_EQ(Run({"search", text}), "");
+        EXPECT_EQ(code_, code);
+    }
+}
+
+TEST_F(QueryTest, StatsCountWhatIsStored) {
+    Song("/v/m/a.mp3", "1", 1990, "One");
+    Song("/v/m/b.MP3", "2", 1999, "one");
+    Song("/v/n/c.flac", "3", 2005, "One");
+    for (const char* model : {"X1", ""})
+        Store(kStorePhoto, "/v/p/"s + model + ".jpg", "p", [&](MediaInfo& record) {
+            CopyText(record.camera_make, sizeof record.camera_make, "Maker");
+            CopyText(record.camera_model, sizeof record.camera_model, model);
+            CopyText(record.date_taken, sizeof record.date_taken, "2019:07:01 10:00:00");
+        });
+    const std::string all = Run({"stats", "--json"});
+    for (
+        const char* part :
+        {R"("totals": {"artists":2,"albums":0,"genres":0,"cameras":2,"photo_albums":0,"folders":0,"problems":0})",
+         R"({"kind":"music","files":3,"bytes":3000,"hours":1.5})",
+         R"({"kind":"music","format":"mp3","files":2,"bytes":2000},
+  {"kind":"music","format":"flac","files":1,"bytes":1000})",
+         R"({"year":1990,"files":1},
+  {"year":1999,"files":1})",
+         R"("artists": [
+  {"artist":"One","files":2},
+  {"artist":"one","files":1}
+])",
+         R"({"camera":"Maker","files":1})", R"("years_taken": [
+  {"year":2019,"files":2}
+])"})
+        EXPECT_NE(all.find(part), std::string::npos) << part << all;
+    const std::string shown = Run({"stats"});
+    for (const char* part :
+         {"music     3      2.9 KiB  1.5\n", "music of  files\n1990s     2\n2000s     1\n"})
+        EXPECT_NE(shown.find(part), std::string::npos) << part << shown;
+    EXPECT_NE(Run({"stats", "--json", "--below", "/v/n/"}).find(R"("artists":1,)"), std::string::npos);
+    EXPECT_EQ(Run({"stats", "--below", "/v/x"}), "");
+    EXPECT_EQ(code_, 1);
+}
+
 }  // namespace
 }  // namespace koli::ctl

@@ -162,9 +162,14 @@ bool DatabaseReader::IsRecordedFolder(const std::string& path) const {
     return rows != nullptr && rows->Next();
 }
 
+std::unique_ptr<SqlStatement> DatabaseReader::Albums() const {
+    return Rows(kPhotoTables[KOLI_PHOTO_SHARE],
+                "SELECT sharename, title, description FROM photo_share ORDER BY sharename");
+}
+
 std::unordered_set<std::string> DatabaseReader::AlbumNames() const {
     std::unordered_set<std::string> names;
-    const auto rows = Rows(kPhotoTables[KOLI_PHOTO_SHARE], "SELECT sharename FROM photo_share");
+    const auto rows = Albums();
     while (rows != nullptr && rows->Next())
         names.emplace(rows->Field(0));
     return names;

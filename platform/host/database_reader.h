@@ -69,6 +69,9 @@ class DatabaseReader {
     /// True when `path` is recorded as a folder.
     bool IsRecordedFolder(const std::string& path) const;
 
+    /// All albums in the order of their names: sharename, title, description; null without the table.
+    std::unique_ptr<SqlStatement> Albums() const;
+
     /// The names of all albums.
     std::unordered_set<std::string> AlbumNames() const;
 

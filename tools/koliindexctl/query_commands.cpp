@@ -3,7 +3,9 @@
 #include <climits>
 
 #include "tools/ctl/media_columns.h"
+#include "tools/ctl/search.h"
 #include "tools/ctl/show.h"
+#include "tools/ctl/stats.h"
 #include "tools/koliindexctl/commands.h"
 
 namespace koli::ctl {
@@ -68,6 +70,20 @@ void AddQueries(CLI::App& app, Arguments& a) {
     list->add_flag("--reverse", a.list.reverse, "From the last one to the first")->excludes("--count");
     list->footer(Wrapped("Columns: kind, " + MediaColumnNames()) + "\n\n" + list->get_footer());
     SetWork(list, a, [&a] { return List(a.context, a.list); });
+
+    CLI::App* search =
+        AddCommand(app, "search", "Files and folders by words in their names, tags and captions",
+                   "search --kind music moonlight sonata", a);
+    search
+        ->add_option("TEXT", a.paths, "Words, or parts of them; all must occur, in any case and in any order")
+        ->required();
+    AddRowsOptions(search, a.list, kSearchedKinds);
+    SetWork(search, a, [&a] { return Search(a.context, a.paths, a.list); });
+
+    CLI::App* stats = AddCommand(app, "stats", "How many files, artists, albums, hours and bytes are stored",
+                                 "stats --below /volume1/music", a);
+    stats->add_option("--below", a.list.below, "Only a path and what is below it");
+    SetWork(stats, a, [&a] { return Stats(a.context, a.list.below); });
 
     CLI::App* problems = AddCommand(app, "problems", "Files whose metadata could not be read, and why",
                                     "problems --below /volume1/music", a);
