@@ -1,4 +1,5 @@
-// The names derived from a path, opening files, and the handler parts that every format shares.
+// The names derived from a path, texts as they are compared, opening files, and the handler parts that every
+// format shares.
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,6 +11,7 @@
 #include "base/foothold.h"
 #include "base/path_names.h"
 #include "base/regular_file.h"
+#include "base/text/fold.h"
 #include "index/record/util.h"
 #include "tests/fixture.h"
 
@@ -31,6 +33,28 @@ TEST(PathNames, FollowTheLastComponentAndItsFolder) {
         EXPECT_EQ(title_field, title);
         EXPECT_EQ(album_field, album);
     }
+}
+
+TEST(Fold, MakesOneTextOfWhatPeopleTakeForOne) {
+    const std::string marks(300, '\x80'), wide = "a" + std::string(400, 'B');
+    for (const auto& [text, folded] : std::vector<std::pair<std::string, std::string>>{
+             {"GR\u00dcSSE", "gr\u00fcsse"},
+             {"Gru\u0308\u00dfe", "gr\u00fcsse"},
+             {"\u039f\u03b4\u03bf\u03c2", "\u03bf\u03b4\u03bf\u03c3"},  // with a final sigma
+             {"I\u0130", "ii\u0307"},
+             {"\u041c\u043e\u041b", "\u043c\u043e\u043b"},
+             {"\uff21\uff42 \ufb01", "ab fi"},
+             {"\u1112\u1161\u11ab", "\ud55c"},
+             {"E\u0301\xFFO\u0301", "\u00e9\xFF\u00f3"},  // what is no UTF-8 stays, and parts what is
+             {"\xFF" + marks + "A\xC3", "\xFF" + marks + "a\xC3"},
+             {"A\0@[`{Z"s, "a\0@[`{z"s},
+             {wide + "\u0308", "a" + std::string(399, 'b') + "b\u0308"},
+             {"", ""}})
+        EXPECT_EQ(Folded(text), folded) << text;
+    std::string mixed, lower;
+    for (int i = 0; i < 200; ++i)
+        mixed += "\u00c4\u00e4", lower += "\u00e4\u00e4";
+    EXPECT_EQ(Folded(mixed), lower);  // longer than what is folded at a time
 }
 
 using Base = Fixture;

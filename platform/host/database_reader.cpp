@@ -20,19 +20,18 @@ const char* ShapeOf(const char* table) {
 constexpr int kFirstValue = 4;  // parameters 1 to 3 are the paths
 
 std::string SelectText(const char* table, const std::vector<std::string>& columns,
-                       const RowSelection& selection) {
+                       const RowSelection& selection, const std::string& order) {
     std::string text = "SELECT ";
     for (const std::string& column : columns)
         text.append(&column == &columns.front() ? "" : ", ").append(column);
     text.append(" FROM ").append(table).append(" WHERE ");
     text += selection.below.empty() ? "1 = 1" : std::string("(") + kPathRange + ")";
     int parameter = kFirstValue;
-    for (const auto& [column, is_part, value] : selection.conditions) {
-        const std::string place = "?" + std::to_string(parameter++);
-        text.append(is_part ? " AND strpos(lower(CAST(" : " AND ").append(column);
-        text.append(is_part ? " AS text)), lower(" : " = ").append(place).append(is_part ? ")) > 0" : "");
+    for (const ColumnCondition& condition : selection.conditions) {
+        text.append(" AND ").append(condition.column).append(" ").append(condition.comparison).append(" ");
+        text += condition.is_number ? condition.value : "?" + std::to_string(parameter++);
     }
-    text += " ORDER BY path";
+    text += " ORDER BY " + order;
     return selection.limit > 0 ? text + " LIMIT " + std::to_string(selection.limit) : text;
 }
 
@@ -92,13 +91,23 @@ std::unique_ptr<SqlStatement> DatabaseReader::Find(const char* table, const char
 
 std::unique_ptr<SqlStatement> DatabaseReader::List(const char* table, const std::vector<std::string>& columns,
                                                    const RowSelection& selection) const {
-    auto rows = Rows(table, SelectText(table, columns, selection));
+    auto rows = Rows(table, SelectText(table, columns, selection, OrderOf(table, selection)));
     if (rows == nullptr) return nullptr;
     if (!selection.below.empty()) FillPathRange(*rows, selection.below);
     int parameter = kFirstValue;
     for (const ColumnCondition& condition : selection.conditions)
-        rows->Text(parameter++, condition.value);
+        if (!condition.is_number) rows->Text(parameter++, condition.value);
     return rows;
+}
+
+std::string DatabaseReader::OrderOf(const char* table, const RowSelection& selection) const {
+    const std::string direction = selection.is_reversed ? " DESC" : "";
+    const std::string by_path = "path" + direction;
+    if (selection.sort.empty()) return by_path;
+    Sql* const sql = With(table);
+    const bool is_text = selection.sort_key != nullptr && sql != nullptr;
+    return (is_text ? sql->SortTerm(selection.sort, selection.sort_key) : selection.sort) + direction + ", " +
+           by_path;
 }
 
 std::unique_ptr<SqlStatement> DatabaseReader::Between(const char* table, std::string_view first,
@@ -140,14 +149,27 @@ bool DatabaseReader::HasRowsBelow(const std::string& path) const {
     return false;
 }
 
+bool DatabaseReader::HasRowsAt(const std::string& path) const {
+    for (const char* table : {"directory", "music", "video", "photo", "playlist", "photo_info", "problem"}) {
+        const auto rows = List(table, {"path"}, {.below = path, .limit = 1});
+        if (rows != nullptr && rows->Next()) return true;
+    }
+    return false;
+}
+
 bool DatabaseReader::IsRecordedFolder(const std::string& path) const {
     const auto rows = Find(kDirectoryTable, "path", path);
     return rows != nullptr && rows->Next();
 }
 
+std::unique_ptr<SqlStatement> DatabaseReader::Albums() const {
+    return Rows(kPhotoTables[KOLI_PHOTO_SHARE],
+                "SELECT sharename, title, description FROM photo_share ORDER BY sharename");
+}
+
 std::unordered_set<std::string> DatabaseReader::AlbumNames() const {
     std::unordered_set<std::string> names;
-    const auto rows = Rows(kPhotoTables[KOLI_PHOTO_SHARE], "SELECT sharename FROM photo_share");
+    const auto rows = Albums();
     while (rows != nullptr && rows->Next())
         names.emplace(rows->Field(0));
     return names;

@@ -13,17 +13,22 @@
 
 namespace koli::host {
 
-/// A condition on a column that there is.
+/// A condition that every engine understands alike, on a column that there is: a number against a number, or
+/// texts byte by byte.
 struct ColumnCondition {
     std::string column;
-    bool is_part;  // the value may stand anywhere in the field, in any case
+    const char* comparison;  // SQL's: "=", "<>", and of numbers "<", ">", "<=", ">="
     std::string value;
+    bool is_number = false;  // the value is a number's text, and the column holds numbers
 };
 
 struct RowSelection {
     std::vector<ColumnCondition> conditions = {};  // all must hold
     std::string below = {};                        // a path: rows at and below it; "" = all
     int64_t limit = 0;                             // 0 = all
+    std::string sort = {};                         // a column, then by path; "" = by path alone
+    Sql::TextKey sort_key = nullptr;  // how the texts of that column are compared; null = numbers
+    bool is_reversed = false;
 };
 
 /// Both databases.  One that the daemon has not created yet counts as empty, and so does a table that it has
@@ -40,7 +45,7 @@ class DatabaseReader {
     /// given here they are read as they are asked for, and must end before this.
     std::unique_ptr<SqlStatement> Find(const char* table, const char* column, std::string_view value) const;
 
-    /// The selected rows in the order of their paths; null without the table.
+    /// The selected rows in their order; null without the table.
     std::unique_ptr<SqlStatement> List(const char* table, const std::vector<std::string>& columns,
                                        const RowSelection& selection) const;
 
@@ -58,11 +63,20 @@ class DatabaseReader {
     /// True when a table of files or folders has a row below `path`.
     bool HasRowsBelow(const std::string& path) const;
 
+    /// True when any table has a row at or below `path`.
+    bool HasRowsAt(const std::string& path) const;
+
     /// True when `path` is recorded as a folder.
     bool IsRecordedFolder(const std::string& path) const;
 
+    /// All albums in the order of their names: sharename, title, description; null without the table.
+    std::unique_ptr<SqlStatement> Albums() const;
+
     /// The names of all albums.
     std::unordered_set<std::string> AlbumNames() const;
+
+    /// A query of one table, for what stands on this floor; null without the table.
+    std::unique_ptr<SqlStatement> Rows(const char* table, const std::string& text) const;
 
     /// What has failed so far; "" = nothing.
     std::string error() const;
@@ -70,7 +84,7 @@ class DatabaseReader {
 
   private:
     std::unique_ptr<Sql> OpenOne(int database, const char* table);
-    std::unique_ptr<SqlStatement> Rows(const char* table, const std::string& text) const;
+    std::string OrderOf(const char* table, const RowSelection& selection) const;
     Sql* With(const char* table) const;
     bool KnowsProblemKinds() const;
 

@@ -94,6 +94,13 @@ std::string Dump(const Json& json, int indent) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace);
 }
 
+/// As people see it: the times of a playlist are stored with a line break at their end.
+std::string Shown(const std::string& name, const Field& field) {
+    std::string_view text = field.text;
+    if ((name == "ctime" || name == "mtime") && text.ends_with('\n')) text.remove_suffix(1);
+    return Printable(text);
+}
+
 void PrintAligned(const Record& record, const char* margin, bool leave_out_unknown) {
     size_t width = 0;
     for (const auto& [name, field] : record)
@@ -102,7 +109,7 @@ void PrintAligned(const Record& record, const char* margin, bool leave_out_unkno
         const bool is_unknown =
             field.kind == Field::kText ? field.text.empty() : field.number == 0 && field.real == 0;
         if (is_unknown && leave_out_unknown) continue;
-        printf("%s%-*s  %s\n", margin, static_cast<int>(width), name.c_str(), Printable(field.text).c_str());
+        printf("%s%-*s  %s\n", margin, static_cast<int>(width), name.c_str(), Shown(name, field).c_str());
     }
 }
 
@@ -218,8 +225,8 @@ void RowPrinter::Row(const std::vector<Field>& fields) {
     } else {
         std::vector<std::string> texts;
         texts.reserve(fields.size());
-        for (const Field& field : fields)
-            texts.push_back(Printable(field.text));
+        for (size_t i = 0; i < columns_.size() && i < fields.size(); ++i)
+            texts.push_back(Shown(columns_[i], fields[i]));
         if (has_widths_)
             PrintLine(texts);
         else

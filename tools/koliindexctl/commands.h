@@ -10,7 +10,7 @@ void AddLibraryRequests(CLI::App& app, Arguments& a);  ///< rebuild, resync, tru
 void AddSync(CLI::App& app, Arguments& a);
 void AddRepair(CLI::App& app, Arguments& a);
 void AddStatus(CLI::App& app, Arguments& a);
-void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, problems
+void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, search, stats, problems
 void AddMachine(CLI::App& app, Arguments& a);  ///< watch, setup
 void AddCompletion(CLI::App& app, Arguments& a);
 void AddHelp(CLI::App& app, Arguments& a);  ///< after all others, which it can explain

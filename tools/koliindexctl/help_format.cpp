@@ -27,6 +27,10 @@ std::string Row(const std::string& name, const std::string& text) {
 
 }  // namespace
 
+std::string WrappedText(const std::string& text) {
+    return Wrapped(text, 0, 0);
+}
+
 std::string PlaceholderOf(const CLI::Option& option) {
     if (option.get_type_size() == 0) return "";
     const std::string type = option.get_type_name();
@@ -34,7 +38,7 @@ std::string PlaceholderOf(const CLI::Option& option) {
 }
 
 std::string HelpFormat::make_description(const CLI::App* app) const {
-    return Wrapped(app->get_description(), 0, 0);
+    return WrappedText(app->get_description());
 }
 
 std::string HelpFormat::make_option(const CLI::Option* option, bool is_positional) const {

@@ -16,6 +16,9 @@ class HelpFormat : public CLI::Formatter {
     std::string make_subcommand(const CLI::App* command) const override;
 };
 
+/// The text in lines of 80 columns, each with its newline.
+std::string WrappedText(const std::string& text);
+
 /// What the help calls an option's value, such as NUMBER; "" for one without a value.
 std::string PlaceholderOf(const CLI::Option& option);
 

@@ -115,6 +115,13 @@ class Sql {
     /// holds, however deep it is.
     virtual SqlStatement* PathsInside(const char* table, const std::string& folder) = 0;
 
+    /// How people order texts: `*key` gets bytes that compare as they would have it.
+    using TextKey = void (*)(std::string_view text, std::string* key);
+    /// What a query orders by so that the texts of `column` come in that order.  An engine that cannot call
+    /// `key` gives the nearest order that it has itself, as PostgreSQL: column COLLATE "und-x-icu".  What is
+    /// ordered need not fit into the memory.
+    virtual std::string SortTerm(const std::string& column, TextKey key) = 0;
+
     /// Runs a statement to its end.  Returns the number of rows that it inserted, changed or removed itself
     /// (its triggers' not counted), or -1.
     virtual int Run(SqlStatement& statement) = 0;
