@@ -2,10 +2,16 @@
 
 #include <cstdint>
 
+#include "platform/host/tag_charset.h"
+
 namespace koli::host {
 namespace {
 
 constexpr unsigned kReplacement = 0xFFFD;
+
+// Bytes of a full field of an ID3v1 tag, and of the comment of one with a track number.
+constexpr size_t kId3v1Text = 30;
+constexpr size_t kId3v11Comment = 28;
 
 // windows-1252, 0x80 to 0x9F.
 constexpr uint16_t kWindows1252[32] = {
@@ -67,6 +73,29 @@ std::string Utf8FromWindows1252(std::string_view text) {
     return out;
 }
 
+/// How much of `text` is UTF-8: all of it, or what stands before an incomplete sequence at its very end if a
+/// long one is there.  npos when it is none.
+size_t ValidLength(std::string_view text) {
+    bool has_long_sequence = false;
+    size_t length = 0;
+    for (size_t at = 0; at < text.size(); at += length) {
+        const Sequence kind = NextSequence(text, at, &length);
+        if (kind == Sequence::kCut && has_long_sequence) return at;
+        if (kind != Sequence::kWhole) return std::string_view::npos;
+        if (length > 1) has_long_sequence = true;
+    }
+    return text.size();
+}
+
+/// False when there is no charset in force, or it cannot decode the text.
+bool DecodeInCharset(std::string_view text, size_t room, std::string* utf8) {
+    const TagCharset* charset = TagCharsetInForce();
+    if (charset == nullptr) return false;
+    const TagCharset::Outcome outcome = charset->Decode(text, utf8);
+    if (outcome != TagCharset::Outcome::kCut) return outcome == TagCharset::Outcome::kWhole;
+    return text.size() == room || text.size() == kId3v1Text || text.size() == kId3v11Comment;
+}
+
 }  // namespace
 
 Utf16Text::Utf16Text(std::string_view bytes) {
@@ -97,19 +126,15 @@ std::string Utf8FromUtf16(const Utf16Text& text) {
     return out;
 }
 
-std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch) {
-    bool has_long_sequence = false;
-    size_t length = 0;
-    for (size_t at = 0; at < text.size(); at += length) {
-        const Sequence kind = NextSequence(text, at, &length);
-        if (kind == Sequence::kCut && has_long_sequence) return text.substr(0, at);
-        if (kind != Sequence::kWhole) {
-            *scratch = Utf8FromWindows1252(text);
-            return *scratch;
-        }
-        if (length > 1) has_long_sequence = true;
-    }
-    return text;
+std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch, size_t room) {
+    const size_t valid = ValidLength(text);
+    if (valid != std::string_view::npos) return text.substr(0, valid);
+    if (!DecodeInCharset(text, room, scratch)) *scratch = Utf8FromWindows1252(text);
+    return *scratch;
+}
+
+bool IsUtf8Text(std::string_view text) {
+    return ValidLength(text) != std::string_view::npos;
 }
 
 }  // namespace koli::host
