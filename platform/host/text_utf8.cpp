@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include "platform/host/tag_charset.h"
-
 namespace koli::host {
 namespace {
 
@@ -87,15 +85,6 @@ size_t ValidLength(std::string_view text) {
     return text.size();
 }
 
-/// False when there is no charset in force, or it cannot decode the text.
-bool DecodeInCharset(std::string_view text, size_t room, std::string* utf8) {
-    const TagCharset* charset = TagCharsetInForce();
-    if (charset == nullptr) return false;
-    const TagCharset::Outcome outcome = charset->Decode(text, utf8);
-    if (outcome != TagCharset::Outcome::kCut) return outcome == TagCharset::Outcome::kWhole;
-    return text.size() == room || text.size() == kId3v1Text || text.size() == kId3v11Comment;
-}
-
 }  // namespace
 
 Utf16Text::Utf16Text(std::string_view bytes) {
@@ -129,8 +118,16 @@ std::string Utf8FromUtf16(const Utf16Text& text) {
 std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch, size_t room) {
     const size_t valid = ValidLength(text);
     if (valid != std::string_view::npos) return text.substr(0, valid);
-    if (!DecodeInCharset(text, room, scratch)) *scratch = Utf8FromWindows1252(text);
+    const TagCharset* charset = TagCharsetInForce();
+    if (charset == nullptr || !Utf8FromCharset(*charset, text, room, scratch))
+        *scratch = Utf8FromWindows1252(text);
     return *scratch;
+}
+
+bool Utf8FromCharset(const TagCharset& charset, std::string_view text, size_t room, std::string* utf8) {
+    const TagCharset::Outcome outcome = charset.Decode(text, utf8);
+    if (outcome != TagCharset::Outcome::kCut) return outcome == TagCharset::Outcome::kWhole;
+    return text.size() == room || text.size() == kId3v1Text || text.size() == kId3v11Comment;
 }
 
 bool IsUtf8Text(std::string_view text) {

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/host/tag_charset.h"
+
 namespace koli::host {
 
 /// The bytes of a text field up to its terminator, at most the whole field.
@@ -50,6 +52,10 @@ template <size_t N>
 std::string_view FieldUtf8(const char (&field)[N], std::string* scratch) {
     return Utf8FromUnmarked(FieldText(field), scratch, N - 1);
 }
+
+/// Reads such text in `charset`, as above.  False when that does not have all of it; `utf8` then means
+/// nothing.
+bool Utf8FromCharset(const TagCharset& charset, std::string_view text, size_t room, std::string* utf8);
 
 /// True for valid UTF-8, and for such text that was cut, as above.
 bool IsUtf8Text(std::string_view text);

@@ -1,10 +1,12 @@
 #!/usr/bin/python3
 """Request lines, the rows they lead to, and what the neighbours are told."""
+import json
 import os
 import pathlib
 import re
 import signal
 import sqlite3
+import subprocess
 import time
 
 import harness
@@ -37,6 +39,57 @@ class Requests(harness.DaemonTest):
         picture, song = (pathlib.Path(f"{M}/Café Été/{name}").read_bytes()
                          for name in ("@eaDir/01 Déjà vu.mp3/cover1.jpg", "01 Déjà vu.mp3"))
         self.assertIn(b"front\0" + picture, song)
+
+    def test_old_tags_in_the_charset_of_the_settings(self):
+        settings = pathlib.Path("/etc/koliinfo.conf")
+        self.addCleanup(settings.write_text, settings.read_text() if settings.exists() else "")
+        kept = [self.put(f"{M}/{number}.mp3", f"music/{name}.mp3") for number, name in
+                enumerate(("Café Été/01 Déjà vu", "Каравелла/02 Закат"))]  # UTF-8, UTF-16
+        sound = pathlib.Path(f"{harness.SAMPLES}/music/Old Tapes/{UNTAGGED}.mp3").read_bytes()
+        wave = pathlib.Path(f"{harness.SAMPLES}/music/Formats/sample.wav").read_bytes()
+
+        def put_tagged(text):
+            def frame(name, version):
+                body = b"\0" + text
+                size = len(body).to_bytes(3 if version == 2 else 4, "big")  # below 128: alike in all versions
+                return name + size + b"\0\0" * (version > 2) + body
+
+            tags = [b"".join(frame(name, version) for name in names) for version, names in
+                    ((2, (b"TT2", b"TP1")), (3, (b"TIT2", b"TPE1")), (4, (b"TIT2", b"TPE1")))]
+            field, info = text.ljust(30, b"\0"), text + b"\0" * (2 - len(text) % 2)
+            chunk = b"".join(name + len(info).to_bytes(4, "little") + info for name in (b"INAM", b"IART"))
+            riff = wave + b"LIST" + (len(chunk) + 4).to_bytes(4, "little") + b"INFO" + chunk
+            for name, data in [(f"v2{version}.mp3", b"ID3" + bytes((version, 0, 0, 0, 0, 0, len(tag))) + tag + sound)
+                               for version, tag in enumerate(tags, 2)] + [
+                    ("v1.mp3", sound + b"TAG" + field * 2 + bytes(65)),
+                    ("info.wav", riff[:4] + (len(riff) - 8).to_bytes(4, "little") + riff[8:])]:
+                pathlib.Path(f"{M}/tagged {name}").write_bytes(data)
+
+        def stored():
+            rows = {row["path"]: (row["title"], row["artist"]) for row in appliance.rows("music")}
+            self.assertEqual([rows.pop(path) for path in kept], [("Déjà vu", "Zoé"), ("Закат", "Каравелла")])
+            self.assertEqual(len(rows), 5)
+            return {text for texts in rows.values() for text in texts}
+
+        for charset, text, misread in (
+                ("CP1251", "Молодая гвардия", "Ìîëîäàÿ ãâàðäèÿ"), ("GB18030", "月亮代表我的心", "ÔÂÁÁ´ú±íÎÒµÄÐÄ"),
+                ("SHIFT_JIS", "ソ連の桜~", "ƒ\\˜A‚Ì\x8d÷~"), ("EUC-KR", "나비야", "³ªºñ¾ß")):
+            put_tagged(text.encode(charset))
+            settings.write_text("")
+            self.index(f"A:{M}")
+            self.assertEqual(stored(), {misread})
+            for path in (f"{M}/tagged v1.mp3", f"{M}/tagged v22.mp3"):
+                found = json.loads(subprocess.check_output(self.command("charset", "--json", path, *kept)))
+                self.assertEqual((found[0]["charset"], found[0]["title"], found[0]["artist"]), (charset, text, text))
+                self.assertIn(("windows-1252", True, misread),
+                              {(row["charset"], row["in_force"], row["title"]) for row in found})
+                self.assertEqual({row["path"] for row in found}, {path})
+            settings.write_text(f"tagcharset={charset}\n")
+            self.index("R:music")
+            self.assertEqual(stored(), {text})
+        settings.write_text("tagcharset=UTF-16\n")
+        log = self.index("R:music")
+        self.assertEqual((len([line for line in log if "The charset [UTF-16] is none" in line]), stored()), (1, {misread}))
 
     def test_every_format_and_what_is_wrong_with_a_file(self):
         for share in ("music", "photo", "video"):
