@@ -34,8 +34,9 @@ void ReplaceAll(std::string* text, const std::string& what, char by) {
 }  // namespace
 
 std::unique_ptr<TagCharset> TagCharset::Open(const std::string& name, std::string* refusal) {
-    const iconv_t decoder = IsCharsetName(name) ? iconv_open("UTF-8", name.c_str()) : iconv_t(-1);
-    if (decoder == iconv_t(-1)) {
+    const iconv_t refused = iconv_t(-1);  // NOLINT(performance-no-int-to-ptr)
+    const iconv_t decoder = IsCharsetName(name) ? iconv_open("UTF-8", name.c_str()) : refused;
+    if (decoder == refused) {
         *refusal = "is not known";
         return nullptr;
     }

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "base/media_info.h"
+#include "base/path_names.h"
 #include "platform/host/text_utf8.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/charset_guess.h"
@@ -152,7 +153,7 @@ int Charset(const Context& context, const std::vector<std::string>& paths) {
     }
     char in_force[kNameSize];
     if (KLIBFileGetKeyValue(paths::kConfig, "tagcharset", in_force, sizeof in_force, 0) <= 0)
-        strcpy(in_force, kFallback);
+        CopyText(in_force, sizeof in_force, kFallback);
     std::vector<Trial> trials = TrialsMake(in_force);
     Sort(&trials, files);
     (context.json ? PrintJson : PrintForPeople)(trials, files);
