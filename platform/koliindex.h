@@ -59,6 +59,9 @@ int KOLIEAPath(const char* path, const char* stream, char* buffer, int size);
 /// or -1 when it is not known or cannot be used (logged): windows-1252 then.
 int KOLITagCharsetSet(const char* name);
 
+/// Nonzero when such a charset is in force.
+int BlKOLITagCharsetIsSet(void);
+
 // ---- Cover store -----------------------------------------------------------------------------------------
 
 /// Writes the path of the audio file's cover folder.  Nonzero when the folder exists.

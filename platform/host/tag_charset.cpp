@@ -95,8 +95,11 @@ const TagCharset* TagCharsetInForce() {
 
 }  // namespace koli::host
 
-extern "C" int KOLITagCharsetSet(const char* name) {
-    using namespace koli::host;
+using namespace koli::host;
+
+extern "C" {
+
+int KOLITagCharsetSet(const char* name) {
     try {
         InForce().reset();
         if (name == nullptr || *name == '\0') return 0;
@@ -109,3 +112,9 @@ extern "C" int KOLITagCharsetSet(const char* name) {
     }
     return -1;
 }
+
+int BlKOLITagCharsetIsSet(void) {
+    return TagCharsetInForce() != nullptr ? 1 : 0;
+}
+
+}  // extern "C"
