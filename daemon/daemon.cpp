@@ -122,6 +122,7 @@ void DaemonRun() {
     last_vacuum = time(nullptr);
     VacuumDatabases();
     FeaturesRead();
+    CharsetRead();
     ReadingTakeOver();
     LeftoversRun();
     MainLoop();

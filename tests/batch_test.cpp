@@ -128,6 +128,7 @@ TEST_F(Batch, WaitsForSettingsThatCannotBeReadNow) {
     Write("queue", "T:second\n");
     fake.unreadable = ENOMEM;  // those of the machine
     EXPECT_EQ(Run(), Lines{});
+    CharsetRead();
     EXPECT_EQ(support_photo, 1);
     fake.unreadable = EACCES;  // for good: as if there were none
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));

@@ -7,6 +7,10 @@ namespace {
 
 constexpr unsigned kReplacement = 0xFFFD;
 
+// Bytes of a full field of an ID3v1 tag, and of the comment of one with a track number.
+constexpr size_t kId3v1Text = 30;
+constexpr size_t kId3v11Comment = 28;
+
 // windows-1252, 0x80 to 0x9F.
 constexpr uint16_t kWindows1252[32] = {
     0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
@@ -67,6 +71,20 @@ std::string Utf8FromWindows1252(std::string_view text) {
     return out;
 }
 
+/// How much of `text` is UTF-8: all of it, or what stands before an incomplete sequence at its very end if a
+/// long one is there.  npos when it is none.
+size_t ValidLength(std::string_view text) {
+    bool has_long_sequence = false;
+    size_t length = 0;
+    for (size_t at = 0; at < text.size(); at += length) {
+        const Sequence kind = NextSequence(text, at, &length);
+        if (kind == Sequence::kCut && has_long_sequence) return at;
+        if (kind != Sequence::kWhole) return std::string_view::npos;
+        if (length > 1) has_long_sequence = true;
+    }
+    return text.size();
+}
+
 }  // namespace
 
 Utf16Text::Utf16Text(std::string_view bytes) {
@@ -97,19 +115,23 @@ std::string Utf8FromUtf16(const Utf16Text& text) {
     return out;
 }
 
-std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch) {
-    bool has_long_sequence = false;
-    size_t length = 0;
-    for (size_t at = 0; at < text.size(); at += length) {
-        const Sequence kind = NextSequence(text, at, &length);
-        if (kind == Sequence::kCut && has_long_sequence) return text.substr(0, at);
-        if (kind != Sequence::kWhole) {
-            *scratch = Utf8FromWindows1252(text);
-            return *scratch;
-        }
-        if (length > 1) has_long_sequence = true;
-    }
-    return text;
+std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch, size_t room) {
+    const size_t valid = ValidLength(text);
+    if (valid != std::string_view::npos) return text.substr(0, valid);
+    const TagCharset* charset = TagCharsetInForce();
+    if (charset == nullptr || !Utf8FromCharset(*charset, text, room, scratch))
+        *scratch = Utf8FromWindows1252(text);
+    return *scratch;
+}
+
+bool Utf8FromCharset(const TagCharset& charset, std::string_view text, size_t room, std::string* utf8) {
+    const TagCharset::Outcome outcome = charset.Decode(text, utf8);
+    if (outcome != TagCharset::Outcome::kCut) return outcome == TagCharset::Outcome::kWhole;
+    return text.size() == room || text.size() == kId3v1Text || text.size() == kId3v11Comment;
+}
+
+bool IsUtf8Text(std::string_view text) {
+    return ValidLength(text) != std::string_view::npos;
 }
 
 }  // namespace koli::host

@@ -49,6 +49,7 @@ void Declare(CLI::App& app, Arguments& arguments) {
     SetGroup(app, "Requests");
     AddStatus(app, arguments);
     AddQueries(app, arguments);
+    AddCharset(app, arguments);
     SetGroup(app, "Questions");
     AddMachine(app, arguments);
     AddCompletion(app, arguments);

@@ -1,0 +1,163 @@
+#include "tools/ctl/charset.h"
+
+#include <strings.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <memory>
+
+#include "base/media_info.h"
+#include "base/path_names.h"
+#include "platform/host/text_utf8.h"
+#include "platform/kolisdk.h"
+#include "tools/ctl/charset_guess.h"
+#include "tools/ctl/old_texts.h"
+#include "tools/ctl/output.h"
+#include "tools/ctl/request_line.h"
+
+namespace koli::ctl {
+namespace {
+
+constexpr size_t kNameSize = 64;           // bytes of a charset's name in the settings
+constexpr size_t kTerminal = 80 - 2 - 16;  // columns that are left for the texts
+constexpr const char kFallback[] = "windows-1252";
+
+struct OldFile {
+    std::string path;
+    std::vector<OldText> texts;
+};
+
+/// A charset that is tried, and how it does.
+struct Trial {
+    CharsetCandidate candidate;
+    std::unique_ptr<host::TagCharset> charset;  // null: windows-1252, which has everything
+    bool is_in_force = false;
+    int undecodable = 0;  // texts
+    double likelihood = 0;
+
+    bool Decode(const std::string& text, std::string* utf8) const {
+        if (charset != nullptr) return host::Utf8FromCharset(*charset, text, kTextSize - 1, utf8);
+        std::string scratch;
+        *utf8 = host::Utf8FromUnmarked(text, &scratch);
+        return true;
+    }
+};
+
+/// The machine's charset, and the usual ones that this machine knows.
+std::vector<Trial> TrialsMake(const char* in_force) {
+    std::vector<CharsetCandidate> candidates(CharsetCandidates().begin(), CharsetCandidates().end());
+    const auto is_in_force = [in_force](const CharsetCandidate& candidate) {
+        return strcasecmp(candidate.name, in_force) == 0;
+    };
+    const auto found = std::ranges::find_if(candidates, is_in_force);
+    if (found == candidates.end())
+        candidates.insert(candidates.begin(), {in_force});
+    else
+        std::rotate(candidates.begin(), found, found + 1);
+    std::vector<Trial> trials;
+    for (const CharsetCandidate& candidate : candidates) {
+        std::string refusal;
+        Trial trial{candidate, nullptr, is_in_force(candidate)};
+        const bool is_fallback = strcmp(candidate.name, kFallback) == 0;
+        if (!is_fallback) trial.charset = host::TagCharset::Open(candidate.name, &refusal);
+        if (is_fallback || trial.charset != nullptr) trials.push_back(std::move(trial));
+    }
+    return trials;
+}
+
+/// All files have one setting, so that they are judged together.
+void Sort(std::vector<Trial>* trials, const std::vector<OldFile>& files) {
+    for (Trial& trial : *trials)
+        for (const OldFile& file : files)
+            for (const OldText& text : file.texts) {
+                std::string utf8;
+                if (trial.Decode(text.bytes, &utf8))
+                    trial.likelihood += CharsetLikelihood(trial.candidate, text.bytes, utf8);
+                else
+                    ++trial.undecodable;
+            }
+    std::ranges::stable_sort(*trials, [](const Trial& a, const Trial& b) {
+        return a.undecodable != b.undecodable ? a.undecodable < b.undecodable : a.likelihood > b.likelihood;
+    });
+}
+
+/// The file's texts in the charset, '' where it has none in an old one.  False when they cannot be in it.
+bool Decode(const Trial& trial, const OldFile& file, std::vector<std::string>* columns) {
+    columns->assign(std::size(kTextColumns), "");
+    return std::ranges::all_of(
+        file.texts, [&](const OldText& text) { return trial.Decode(text.bytes, &(*columns)[text.column]); });
+}
+
+/// The texts in a line, which fits on a terminal when it goes to one: characters of other continents are two
+/// columns wide.
+std::string LineOf(const std::vector<std::string>& columns, bool is_cut) {
+    std::string line;
+    for (const std::string& text : columns)
+        if (!text.empty()) line.append(line.empty() ? "" : " / ").append(Printable(text));
+    size_t width = 0, fits = 0;
+    for (size_t at = 0; is_cut && at < line.size(); ++at) {
+        const auto byte = static_cast<unsigned char>(line[at]);
+        if ((byte & 0xC0) == 0x80) continue;
+        if (width <= kTerminal - 3) fits = at;
+        width += byte >= 0xE3 ? 2 : 1;
+    }
+    return width > kTerminal ? line.substr(0, fits) + "..." : line;
+}
+
+void PrintForPeople(const std::vector<Trial>& trials, const std::vector<OldFile>& files) {
+    const bool is_terminal = isatty(STDOUT_FILENO) == 1;
+    for (const OldFile& file : files) {
+        printf("%s%s\n", Printable(file.path).c_str(),
+               file.texts.empty() ? ": all its texts are UTF-8 or UTF-16" : "");
+        std::vector<std::string> columns;
+        for (const Trial& trial : trials)
+            if (!file.texts.empty() && Decode(trial, file, &columns))
+                printf("  %-14s  %s\n", trial.candidate.name, LineOf(columns, is_terminal).c_str());
+    }
+    if (std::ranges::all_of(files, [](const OldFile& file) { return file.texts.empty(); })) return;
+    const Trial& best = trials.front();
+    if (best.is_in_force) return (void)printf("They are read as %s already.\n", best.candidate.name);
+    printf(
+        "If the first is right, put this line into %s, restart koliindexd and run\n"
+        "koliindexctl rebuild music:\ntagcharset=%s\n",
+        paths::kConfig, best.candidate.name);
+}
+
+void PrintJson(const std::vector<Trial>& trials, const std::vector<OldFile>& files) {
+    std::vector<std::string> names = {"path", "charset", "in_force"};
+    names.insert(names.end(), std::begin(kTextColumns), std::end(kTextColumns));
+    RowPrinter rows(names, true);
+    std::vector<std::string> columns;
+    for (const OldFile& file : files)
+        for (const Trial& trial : trials) {
+            if (file.texts.empty() || !Decode(trial, file, &columns)) continue;
+            std::vector<Field> fields = {file.path, trial.candidate.name, trial.is_in_force};
+            fields.insert(fields.end(), columns.begin(), columns.end());
+            rows.Row(fields);
+        }
+}
+
+}  // namespace
+
+int Charset(const Context& context, const std::vector<std::string>& paths) {
+    int result = kExitDone;
+    std::vector<OldFile> files;
+    for (const std::string& path : paths) {
+        OldFile file{DaemonPath(path), {}};
+        const int code = OldTextsRead(file.path, &file.texts);
+        if (code == kExitDone) files.push_back(std::move(file));
+        result = std::max(result, code);
+    }
+    char in_force[kNameSize];
+    if (KLIBFileGetKeyValue(paths::kConfig, "tagcharset", in_force, sizeof in_force, 0) <= 0)
+        CopyText(in_force, sizeof in_force, kFallback);
+    std::vector<Trial> trials = TrialsMake(in_force);
+    Sort(&trials, files);
+    (context.json ? PrintJson : PrintForPeople)(trials, files);
+    return result;
+}
+
+}  // namespace koli::ctl
