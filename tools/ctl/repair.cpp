@@ -145,7 +145,7 @@ int SyncAfter(const Context& context, const std::string& directory, const Repair
     if (code == kExitDone || code == kExitDifferences || code == kExitNoDaemon)
         unlink((directory + kSyncDue).c_str());
     else
-        Complain("the databases have not been compared with the shares; the next repair does it");
+        Complain("the databases have not been compared with all of the shares; the next repair does it");
     return code;
 }
 

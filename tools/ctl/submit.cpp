@@ -83,10 +83,11 @@ void PrintResultJson(const WaitResult& result, const Submission& submission) {
                          {"not_stored", result.missing_count},
                          {"unparsable", result.unparsable_count},
                          {"still_stored", result.still_stored}};
-    PrintSections({{"summary", {summary}, true},
-                   Names("not_stored", result.missing),
-                   Names("unparsable", result.unparsable)},
-                  true);
+    std::vector<Section> sections{{"summary", {summary}, true},
+                                  Names("not_stored", result.missing),
+                                  Names("unparsable", result.unparsable)};
+    sections.insert(sections.end(), submission.told.begin(), submission.told.end());
+    PrintSections(sections, true);
 }
 
 int Finish(const Context& context, const Submission& submission, const WaitOptions& options) {
@@ -127,7 +128,7 @@ int Submit(const Context& context, const Submission& submission, const WaitOptio
     if (wake == Wake::kWoken && options.wait && batch.file.valid())
         return Wait(context, batch, submission, options);
     if (context.json)
-        PrintRecord({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, true);
+        PrintObject({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, submission.told);
     else
         printf("%s queued.\n", Counted(submission.requests, "request").c_str());
     return wake == Wake::kWoken ? static_cast<int>(kExitDone) : TellUnwoken(context, wake);
