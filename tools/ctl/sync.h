@@ -10,8 +10,8 @@ namespace koli::ctl {
 
 struct SyncOptions {
     bool dry_run = false;  // print the differences, queue nothing
-    std::vector<std::string> allow_empty =
-        {};  // where a missing or empty folder means that its files are gone
+    // Where a missing or empty folder means that its files are gone.
+    std::vector<std::string> allow_empty = {};
     WaitOptions wait = {};
 };
 

@@ -37,6 +37,7 @@ int CommandLineRun(int argc, char** argv) {
     AddRepair(app, arguments);
     AddStatus(app, arguments);
     AddQueries(app, arguments);
+    AddWhy(app, arguments);
     AddMachine(app, arguments);
     AddCompletion(app, arguments);
     DaemonZoneTake(arguments.context.places.pid_file);

@@ -11,6 +11,7 @@ void AddSync(CLI::App& app, Arguments& a);
 void AddRepair(CLI::App& app, Arguments& a);
 void AddStatus(CLI::App& app, Arguments& a);
 void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, problems
+void AddWhy(CLI::App& app, Arguments& a);
 void AddMachine(CLI::App& app, Arguments& a);  ///< watch, setup
 void AddCompletion(CLI::App& app, Arguments& a);
 
