@@ -120,7 +120,10 @@ class Control(harness.DaemonTest):
             self.assertEqual([reason["code"] for reason in answer["reasons"]], reasons, path)
             self.assertEqual(answer["in_step"], code == 0)
         appliance.stop()
-        self.ctl(3, "add", SONG, f"{MUSIC}/new.mp3")
+        for left_out in ("a.opus", "#recycle", "._a.mp3", "@eaDir/a.mp3"):
+            self.refused(2, "", "add", f"{MUSIC}/{left_out}")
+        self.refused(2, "/a:b: a rename cannot carry", "rename", f"{MUSIC}/a:b", SONG)
+        self.ctl(3, "add", SONG, f"{MUSIC}/new.mp3", f"{MUSIC}/a.opus")
         self.assertEqual(self.ctl(1, "why", f"{MUSIC}/new.mp3").splitlines(), [
             f"{MUSIC}/new.mp3 is not stored; it would be as music.", "  The daemon does not run.",
             "  A request for it waits in the queue: line 2 of 2."])
@@ -202,6 +205,12 @@ class Control(harness.DaemonTest):
         self.refused(5, "cannot read .*/media.db: .*malformed", "problems")
         self.refused(5, "media.db is damaged: .*malformed.*; koliindexctl repair mends it", "status")
         store.write_bytes(sound)
+        pathlib.Path(f"{store}-wal").touch(0o600)
+        for file, mode in ((store.parent, 0o755), (store, 0o644)):
+            os.chmod(file, mode)
+        self.refused(5, "cannot read .*/media.db: Permission denied; only root may", "list", user=65534,
+                     executable=shutil.copy(*self.command("/tmp")))
+        os.unlink(f"{store}-wal")
         self.ctl(3, "sync")
         self.stored_at_next_start(SONG)
 

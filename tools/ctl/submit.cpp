@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "tools/ctl/batch_wait.h"
+#include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/progress.h"
 #include "tools/ctl/queue_service.h"
@@ -35,7 +36,8 @@ int TellUnwoken(const Context& context, Wake wake) {
     if (wake == Wake::kNotRunning)
         Complain("the daemon is not running; the requests wait in %s until it starts", queue);
     else
-        Complain("no permission to wake the daemon; the requests wait in %s for the next signal", queue);
+        Complain("no permission to wake the daemon%s; the requests wait in %s for the next signal",
+                 JoinHint(context.places.service).c_str(), queue);
     return kExitNoDaemon;
 }
 
