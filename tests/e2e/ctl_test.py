@@ -205,8 +205,8 @@ class Control(harness.DaemonTest):
         self.refused(5, "cannot read .*/media.db: .*malformed", "problems")
         self.refused(5, "media.db is damaged: .*malformed.*; koliindexctl repair mends it", "status")
         store.write_bytes(sound)
-        pathlib.Path(f"{store}-wal").touch(0o600)
-        for file, mode in ((store.parent, 0o755), (store, 0o644)):
+        pathlib.Path(f"{store}-wal").touch()
+        for file, mode in ((store.parent, 0o755), (store, 0o644), (f"{store}-wal", 0o600)):
             os.chmod(file, mode)
         self.refused(5, "cannot read .*/media.db: Permission denied; only root may", "list", user=65534,
                      executable=shutil.copy(*self.command("/tmp")))
