@@ -82,6 +82,54 @@ class Control(harness.DaemonTest):
         self.ctl(0, "rebuild", "--wait", "music")
         self.assertEqual(self.paths("playlist"), [f"{MUSIC}/list.m3u"])
 
+    def test_why_something_is_not_there(self):
+        photo, away = "/volume1/photo/Trip", "/volume1/else"
+        self.addCleanup(shutil.rmtree, away, ignore_errors=True)
+        empty, large, broken = f"{photo}/empty.jpg", f"{photo}/large.jpg", self.put(f"{MUSIC}/b.mp3", "music/Broken/page.wma")
+        for path in (SONG, f"{photo}/a.jpg", f"{photo}/.b.jpg", f"{MUSIC}/cover.jpg", f"{away}/a.mp3"):
+            self.put(path)
+        self.put(f"{photo}/c.tif", harness.PICTURE)
+        for path in (empty, large):
+            pathlib.Path(path).touch()
+        os.truncate(large, 20 << 20)
+        os.symlink("..", f"{MUSIC}/Album/up")
+        self.start()
+        self.ctl(0, "add", "--wait", MUSIC, photo)
+        after = f"{MUSIC}/Album/changed.mp3", f"{MUSIC}/gone.mp3"
+        for path in after:
+            self.put(path)
+        self.ctl(0, "add", "--wait", *after)
+        os.unlink(f"{MUSIC}/gone.mp3")
+        os.truncate(f"{MUSIC}/Album/changed.mp3", 9)
+        for path in (f"{MUSIC}/a.opus", f"{MUSIC}/noext", f"{MUSIC}/._a.mp3", f"{MUSIC}/#recycle/a.mp3",
+                     f"{MUSIC}/@eaDir/a.mp3", f"{MUSIC}/new.mp3", f"{MUSIC}/Album/new\nline.mp3"):
+            self.put(path)
+        os.symlink("nowhere", f"{MUSIC}/link.mp3")
+        for code, path, *reasons in (
+                (0, SONG), (0, f"{photo}/a.jpg"), (0, broken, "problem"), (0, photo), (0, large, "problem", "too_large"),
+                (0, empty, "problem", "empty"), (0, f"{photo}/.b.jpg", "hidden"), (0, f"{MUSIC}/cover.jpg", "not_in_photo_share"),
+                (0, f"{photo}/c.tif", "not_for_browsers"), (1, f"{MUSIC}/a.opus", "unknown_extension"),
+                (1, f"{MUSIC}/noext", "no_extension"), (1, f"{MUSIC}/._a.mp3", "companion"),
+                (1, f"{MUSIC}/#recycle/a.mp3", "bin"), (1, f"{MUSIC}/@eaDir/a.mp3", "metadata"),
+                (1, f"{MUSIC}/new.mp3", "not_asked_for"), (1, f"{MUSIC}/Album/new\nline.mp3", "not_queueable"),
+                (1, f"{MUSIC}/link.mp3", "dangling_link"), (1, f"{MUSIC}/Albun/a.mp3", "absent"),
+                (1, f"{MUSIC}/Album/up", "link_loop"), (1, f"{away}/a.mp3", "in_no_share"),
+                (1, f"{MUSIC}/Album/changed.mp3", "changed"), (1, f"{MUSIC}/gone.mp3", "absent", "gone"),
+                (1, f"{MUSIC}/Album", "differences_below")):
+            answer = self.ctl(code, "why", "--json", path)
+            self.assertEqual([reason["code"] for reason in answer["reasons"]], reasons, path)
+            self.assertEqual(answer["in_step"], code == 0)
+        appliance.stop()
+        for left_out in ("a.opus", "#recycle", "._a.mp3", "@eaDir/a.mp3"):
+            self.refused(2, "", "add", f"{MUSIC}/{left_out}")
+        self.refused(2, "/a:b: a rename cannot carry", "rename", f"{MUSIC}/a:b", SONG)
+        self.ctl(3, "add", SONG, f"{MUSIC}/new.mp3", f"{MUSIC}/a.opus")
+        self.assertEqual(self.ctl(1, "why", f"{MUSIC}/new.mp3").splitlines(), [
+            f"{MUSIC}/new.mp3 is not stored; it would be as music.", "  The daemon does not run.",
+            "  A request for it waits in the queue: line 2 of 2."])
+        os.rename(appliance.QUEUE, appliance.BATCH)
+        self.assertIn("batch with a request for it was interrupted", self.ctl(1, "why", f"{MUSIC}/new.mp3"))
+
     @staticmethod
     def change(file, *statements):
         with contextlib.closing(sqlite3.connect(f"{appliance.STORE}/{file}", isolation_level=None)) as database:
@@ -157,6 +205,12 @@ class Control(harness.DaemonTest):
         self.refused(5, "cannot read .*/media.db: .*malformed", "problems")
         self.refused(5, "media.db is damaged: .*malformed.*; koliindexctl repair mends it", "status")
         store.write_bytes(sound)
+        pathlib.Path(f"{store}-wal").touch()
+        for file, mode in ((store.parent, 0o755), (store, 0o644), (f"{store}-wal", 0o600)):
+            os.chmod(file, mode)
+        self.refused(5, "cannot read .*/media.db: Permission denied; only root may", "list", user=65534,
+                     executable=shutil.copy(*self.command("/tmp")))
+        os.unlink(f"{store}-wal")
         self.ctl(3, "sync")
         self.stored_at_next_start(SONG)
 

@@ -13,7 +13,7 @@ enum ExitCode : int {
     kExitDifferences = 1,  // done, but something could not be stored, or differences or problems were found
     kExitUsage = 2,        // wrong usage, or a path that cannot be queued
     kExitNoDaemon = 3,  // the daemon does not run or cannot be woken; requests have been queued all the same
-    kExitFiles = 4,     // the spool or another file could not be read or written
+    kExitFiles = 4,     // the spool, a folder or another file could not be read or written
     kExitDatabase = 5   // a database could not be read
 };
 
@@ -25,6 +25,7 @@ struct Places {
     std::string databases = {};  // directory; '' = as the machine's settings say
     std::string state_file = paths::kState;
     std::string service = paths::kQueueService;
+    std::string reading_file = paths::kReading;
 };
 
 struct Context {

@@ -125,8 +125,11 @@ void PrintListJson(const Section& section) {
     printf(*before == '[' ? "[]" : "\n]");
 }
 
-void PrintSectionsJson(const std::vector<Section>& sections) {
+void PrintObjectJson(const Record& record, const std::vector<Section>& sections) {
     const char* before = "{";
+    const Json fields = JsonOf(record);
+    for (const auto& [name, value] : fields.items())
+        printf("%s\n%s: %s", std::exchange(before, ","), Dump(name, -1).c_str(), Dump(value, -1).c_str());
     for (const Section& section : sections) {
         printf("%s\n%s: ", std::exchange(before, ","), Dump(section.name, -1).c_str());
         if (section.is_one)
@@ -134,7 +137,7 @@ void PrintSectionsJson(const std::vector<Section>& sections) {
         else
             PrintListJson(section);
     }
-    printf(sections.empty() ? "{}\n" : "\n}\n");
+    printf(*before == '{' ? "{}\n" : "\n}\n");
 }
 
 }  // namespace
@@ -188,8 +191,12 @@ void PrintRecord(const Record& record, bool json) {
         PrintAligned(record, "", false);
 }
 
+void PrintObject(const Record& record, const std::vector<Section>& sections) {
+    PrintObjectJson(record, sections);
+}
+
 void PrintSections(const std::vector<Section>& sections, bool json) {
-    if (json) return PrintSectionsJson(sections);
+    if (json) return PrintObjectJson({}, sections);
     for (const Section& section : sections) {
         const auto print = [&section](const Record& record) {
             printf("%s\n", section.name.c_str());

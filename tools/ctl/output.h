@@ -50,6 +50,9 @@ struct Section {
 /// One object: "name   value" lines, or JSON.
 void PrintRecord(const Record& record, bool json);
 
+/// One JSON object: the fields of `record`, and behind them the sections by name.
+void PrintObject(const Record& record, const std::vector<Section>& sections);
+
 /// Objects and lists of objects by name.  For people empty texts and zeroes are left out.
 void PrintSections(const std::vector<Section>& sections, bool json);
 

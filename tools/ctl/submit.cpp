@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "tools/ctl/batch_wait.h"
+#include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/progress.h"
 #include "tools/ctl/queue_service.h"
@@ -35,7 +36,8 @@ int TellUnwoken(const Context& context, Wake wake) {
     if (wake == Wake::kNotRunning)
         Complain("the daemon is not running; the requests wait in %s until it starts", queue);
     else
-        Complain("no permission to wake the daemon; the requests wait in %s for the next signal", queue);
+        Complain("no permission to wake the daemon%s; the requests wait in %s for the next signal",
+                 JoinHint(context.places.service).c_str(), queue);
     return kExitNoDaemon;
 }
 
@@ -92,10 +94,11 @@ void PrintResultJson(const WaitResult& result, const Submission& submission) {
                          {"not_stored", result.missing_count},
                          {"unparsable", result.unparsable_count},
                          {"still_stored", result.still_stored}};
-    PrintSections({{"summary", {summary}, true},
-                   Names("not_stored", result.missing),
-                   Names("unparsable", result.unparsable)},
-                  true);
+    std::vector<Section> sections{{"summary", {summary}, true},
+                                  Names("not_stored", result.missing),
+                                  Names("unparsable", result.unparsable)};
+    sections.insert(sections.end(), submission.told.begin(), submission.told.end());
+    PrintSections(sections, true);
 }
 
 int Finish(const Context& context, const Submission& submission, const WaitOptions& options) {
@@ -139,7 +142,7 @@ int Submit(const Context& context, const Submission& submission, const WaitOptio
     if (wake == Wake::kWoken && options.wait && batch.file.valid())
         return Wait(context, batch, submission, options);
     if (context.json)
-        PrintRecord({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, true);
+        PrintObject({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, submission.told);
     else
         printf("%s queued.\n", Counted(submission.requests, "request").c_str());
     return wake == Wake::kWoken ? static_cast<int>(kExitDone) : TellUnwoken(context, wake);

@@ -20,7 +20,8 @@ constexpr char kFooter[] =
   2  wrong usage, or a path that cannot be queued; nothing was queued
   3  the daemon does not run or cannot be woken; requests were queued all the
      same
-  4  the spool or another file could not be read or written; nothing was queued
+  4  the spool, a folder or another file could not be read or written; only what
+     did not need it was done
   5  a database could not be read or mended; what was queued before is kept
 
 Examples:
@@ -50,6 +51,7 @@ void Declare(CLI::App& app, Arguments& arguments) {
     AddStatus(app, arguments);
     AddQueries(app, arguments);
     AddCharset(app, arguments);
+    AddWhy(app, arguments);
     SetGroup(app, "Questions");
     AddMachine(app, arguments);
     AddCompletion(app, arguments);

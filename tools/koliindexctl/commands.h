@@ -12,6 +12,7 @@ void AddRepair(CLI::App& app, Arguments& a);
 void AddStatus(CLI::App& app, Arguments& a);
 void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, search, stats, problems
 void AddCharset(CLI::App& app, Arguments& a);
+void AddWhy(CLI::App& app, Arguments& a);
 void AddMachine(CLI::App& app, Arguments& a);  ///< watch, setup
 void AddCompletion(CLI::App& app, Arguments& a);
 void AddHelp(CLI::App& app, Arguments& a);  ///< after all others, which it can explain

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "tools/ctl/membership.h"
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/sync_plan.h"
@@ -58,7 +59,8 @@ bool QueueSink::Queue(const std::string& lines) {
             Tell(&told_daemon_, "the daemon is not running; the requests wait until it starts");
             return true;
         case ctl::Wake::kNotPermitted:
-            Tell(&told_daemon_, "no permission to wake the daemon; the requests wait for the next signal");
+            Tell(&told_daemon_, "no permission to wake the daemon" + ctl::JoinHint(context_.places.service) +
+                                    "; the requests wait for the next signal");
             return true;
     }
     return true;
