@@ -60,6 +60,7 @@ void AddReasons(const Context& context, Answer* answer) {
         reasons.push_back({"not_asked_for", "nothing has asked for it yet (koliindexctl add or sync does)"});
     if (type == kStorePhoto && IsFileExist(path.c_str(), nullptr) != 0 && !answer->stored.is_in_photos)
         Append(PhotoReasons(path), &reasons);
+    if (is_folder) Append(AlbumReasons(path), &reasons);
 }
 
 std::string Headline(const Answer& answer) {
