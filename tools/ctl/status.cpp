@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "base/line_count.h"
 #include "base/regular_file.h"
 #include "platform/host/tables.h"
 #include "platform/kolisdk.h"
@@ -19,21 +20,10 @@
 namespace koli::ctl {
 namespace {
 
-/// Lines of a queue file; -1 with errno set when there is none.
+/// Lines of a queue file, as far as it is long now; -1 with errno set when there is none.
 int64_t CountLines(const std::string& file) {
     const RegularFile queue(file.c_str());
-    if (!queue.ok()) return -1;
-    char block[65536];
-    int64_t lines = 0;
-    char last = '\n';
-    ssize_t length = 0;
-    // No further than the file was long: writers go on.
-    for (int64_t at = 0; at < queue.size(); at += length) {
-        if ((length = ReadAt(queue.descriptor(), at, block, sizeof block)) <= 0) break;
-        lines += std::count(block, block + length, '\n');
-        last = block[length - 1];
-    }
-    return last == '\n' ? lines : lines + 1;
+    return queue.ok() ? LineCount(queue.descriptor(), queue.size()) : -1;
 }
 
 /// Left out when the file may not be read: that says nothing about what waits.
