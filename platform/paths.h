@@ -12,6 +12,7 @@ inline constexpr const char kBatch[] = "/var/spool/koli_indexing_queue.tmp";  //
 inline constexpr const char kState[] = "/var/run/koliindexd.state";           // tells of a kept batch
 inline constexpr const char kReading[] = "/var/run/koliindexd.reading";       // which file is being read
 inline constexpr const char kProgress[] = "/var/run/koliindexd.progress";     // how far the daemon has come
+inline constexpr const char kWatchers[] = "/var/run/koliindexd-watch";        // folder: what is watched
 inline constexpr const char kQueueService[] = "/var/run/koliindexd.queue";    // takes requests from a group
 inline constexpr const char kDefaults[] = "/etc.defaults/koliinfo.conf";      // feature switches
 inline constexpr const char kConfig[] = "/etc/koliinfo.conf";                 // settings of this machine

@@ -14,7 +14,7 @@ from harness import appliance
 
 MUSIC = "/volume1/music"
 SONG = f"{MUSIC}/Album/a.mp3"
-PROGRESS = ("koliindexctl: queued, ", "files stored")
+PROGRESS = ("koliindexctl: queued, ", "koliindexctl: being executed")
 
 
 class Control(harness.DaemonTest):

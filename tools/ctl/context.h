@@ -25,6 +25,8 @@ struct Places {
     std::string databases = {};  // directory; '' = as the machine's settings say
     std::string state_file = paths::kState;
     std::string service = paths::kQueueService;
+    std::string progress = paths::kProgress;
+    std::string watchers = paths::kWatchers;
 };
 
 struct Context {
