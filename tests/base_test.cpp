@@ -7,11 +7,14 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <thread>
 
 #include "base/foothold.h"
 #include "base/path_names.h"
 #include "base/regular_file.h"
 #include "base/text/fold.h"
+#include "base/work_report.h"
 #include "index/record/util.h"
 #include "tests/fixture.h"
 
@@ -97,6 +100,34 @@ TEST_F(Base, AFootholdMovesWithItsFolderAndIsLookedAtFromAbove) {
     EXPECT_EQ(LstatNear(file.c_str(), &status), 0);
     for (const std::string& path : {far, far + "/", far + "//tmp", far + "a"})
         EXPECT_NE(LstatNear(path.c_str(), &status), 0) << path;
+}
+
+TEST_F(Base, AWorkReportIsReadWholeAndOnlyFromWhoeverMayWriteIt) {
+    WorkReport report{};
+    EXPECT_FALSE(WorkReportRead("report", &report));
+    ASSERT_TRUE(WorkReportOpen("report"));
+    WorkBatchBegin(1, 2);
+    std::atomic<bool> is_done = false;
+    std::thread daemon([&] {
+        for (int file = 1; file <= 100'000; ++file)
+            WorkFile(("/" + std::string(file % 300, 'x') + std::to_string(file)).c_str());
+        is_done = true;
+    });
+    while (!is_done) {
+        if (!WorkReportRead("report", &report) || report.files == 0) continue;
+        EXPECT_EQ(report.path, "/" + std::string(report.files % 300, 'x') + std::to_string(report.files));
+    }
+    daemon.join();
+    for (const char* reason : {"once", "twice"})
+        WorkProblem(("/" + std::string(100, 'x') + "100000").c_str(), reason);
+    ASSERT_TRUE(WorkReportRead("report", &report));
+    EXPECT_EQ(report.files, 100'000);
+    EXPECT_EQ(report.problems, 1);
+    EXPECT_STREQ(report.problem_reason, "twice");
+    Write("other", std::string(20'000, 'x'));
+    EXPECT_FALSE(WorkReportRead("other", &report));
+    const bool is_of_another = chown("report", 65534, 65534) == 0;  // for root
+    EXPECT_NE(WorkReportRead("report", &report), is_of_another);
 }
 
 TEST_F(Base, ARecordsNumbersAreBigEndianInMemory) {

@@ -4,12 +4,15 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <thread>
 
+#include "base/work_report.h"
 #include "base/written_file_systems.h"
 #include "daemon/kept_batch.h"
 #include "daemon/queue.h"
@@ -73,6 +76,20 @@ struct Batch : Fixture {
     const std::string no_newline_ = "koliindexd (#) Warning! No new line here.";
     static bool Exists(const char* path) { return std::filesystem::exists(path); }
 };
+
+TEST_F(Batch, TellsHowFarItHasCome) {
+    ASSERT_TRUE(WorkReportOpen("report"));
+    Write("queue", "T:first\nT:second\nT:third");
+    struct stat status {};
+    ASSERT_EQ(stat("queue", &status), 0);
+    Run();
+    WorkReport report{};
+    ASSERT_TRUE(WorkReportRead("report", &report));
+    EXPECT_EQ(report.batch_inode, status.st_ino);
+    EXPECT_EQ(report.batch_begun, 0);
+    EXPECT_EQ((std::array{report.lines, report.lines_done, report.line_begin, report.all_batches}),
+              (std::array<int64_t, 4>{3, 3, 17, 1}));
+}
 
 TEST_F(Batch, ComesBeforeTheQueueAndStaysWhileADatabaseRefuses) {
     Write("queue", "T:second\n");

@@ -18,11 +18,13 @@
 #include "tools/ctl/batch_wait.h"
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/output.h"
+#include "tools/ctl/progress.h"
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/suggestion.h"
+#include "tools/ctl/terminal.h"
 #include "tools/koliindexctl/command_line.h"
 
 namespace koli::ctl {
@@ -98,6 +100,44 @@ TEST(Output, NothingReachesATerminalThatCouldSteerIt) {
     // C1 controls; bytes that are no UTF-8: alone, overlong, surrogate, above U+10FFFF, cut.
     EXPECT_EQ(Printable("\xC2\x9B|\xE9|\xC0\xAF|\xED\xA0\x80|\xF4\x90\x80\x80|\xE7\xAC"),
               "\\xC2\\x9B|\\xE9|\\xC0\\xAF|\\xED\\xA0\\x80|\\xF4\\x90\\x80\\x80|\\xE7\\xAC");
+}
+
+TEST(Output, IsCutByTheColumnsThatItTakes) {
+    const std::string cut = HasUtf8() ? "\u2026" : "...";
+    const std::string name = "/\u30a2\u30a2\u30a2\u30a2/caf\u0065\u0301.mp3";  // wide, and a combining accent
+    EXPECT_EQ(ColumnsOf(name), 18U);
+    EXPECT_EQ(CutMiddle(name, 18), name);
+    for (size_t columns = 0; columns < 18; ++columns) {
+        EXPECT_LE(ColumnsOf(CutMiddle(name, columns)), columns);
+        EXPECT_LE(ColumnsOf(CutEnd(name, columns)), columns);
+    }
+    EXPECT_EQ(CutMiddle(name, 9 + ColumnsOf(cut)), "/\u30a2" + cut + "fe\u0301.mp3");
+    EXPECT_EQ(CutEnd("abcdefgh", 3 + ColumnsOf(cut)), "abc" + cut);
+    EXPECT_EQ(ColumnsOf(Bar(1, 0, 10)), 10U);
+    EXPECT_NE(Bar(5, 10, 10), Bar(4, 10, 10));
+    EXPECT_EQ(Bar(12, 10, 10), Bar(10, 10, 10));
+}
+
+TEST(Progress, CountsWhatIsDoneOfTheseRequestsAlone) {
+    WorkShare share(1, 2, 100, 200);
+    WorkReport report{};
+    report.batch_begun = 1, report.batch_device = 1, report.batch_inode = 2;
+    const auto at = [&](int64_t line, int64_t in_line, int64_t files, double now) {
+        report.line_begin = line, report.files_in_line = in_line, report.files = files;
+        share.Look(report, now);
+        return std::pair(share.where(), share.files());
+    };
+    EXPECT_EQ(at(0, 5, 5, 10), std::pair(WorkShare::kBefore, int64_t{0}));
+    EXPECT_EQ(at(100, 2, 9, 20), std::pair(WorkShare::kInside, int64_t{2}));
+    EXPECT_EQ(share.rate(), 0);
+    EXPECT_EQ(at(150, 1, 19, 22), std::pair(WorkShare::kInside, int64_t{12}));
+    EXPECT_EQ(share.rate(), 5);
+    EXPECT_EQ(at(200, 50, 90, 30), std::pair(WorkShare::kBehind, int64_t{12}));
+    report.batch_inode = 3;
+    EXPECT_EQ(at(100, 3, 3, 40).first, WorkShare::kElsewhere);
+    report.batch_inode = 2;  // kept, and executed again from its first line
+    EXPECT_EQ(at(50, 3, 3, 50), std::pair(WorkShare::kBefore, int64_t{0}));
+    EXPECT_EQ(at(100, 4, 7, 60), std::pair(WorkShare::kInside, int64_t{4}));
 }
 
 // ---- The queue's writers
@@ -201,7 +241,7 @@ TEST(QueueService, TakesAllOfACallThatAsksForNothingThatIsOnlyRootsToAsk) {
     for (const auto& [refusal, calls] : cases)
         for (const std::string& sent : calls)
             EXPECT_EQ(Served(sent), *refusal != '\0' ? (Texts{"E"s + refusal, ""})
-                                                     : (Texts{"Q1", sent.substr(0, sent.size() - 1)}));
+                                                     : (Texts{"Q10", sent.substr(0, sent.size() - 1)}));
     const test::TempDir dir;
     fs::resize_file(dir.Write("queue", ""), (64 << 20) - 5);  // 64 MiB may wait
     EXPECT_EQ(Served("U:photo\n\n", dir)[0], "Etoo many requests wait there already");
@@ -233,9 +273,9 @@ TEST(QueueService, IsAskedAgainWhenItHadNoTime) {
 TEST(QueueService, PutsTheDaemonOffForNoLongerThanAMinute) {
     const test::TempDir dir;
     const AsDaemon daemon(dir.Path("pid"));
-    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\n"}));
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q00", "U:photo\n"}));
     EXPECT_TRUE(daemon.IsSignalled());
-    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\nU:photo\n"}));
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q08", "U:photo\nU:photo\n"}));
     EXPECT_FALSE(daemon.IsSignalled());
     const timespec times[2] = {{time(nullptr) - 60, 0}, {0, UTIME_OMIT}};
     utimensat(AT_FDCWD, dir.Path("queue").c_str(), times, 0);

@@ -4,6 +4,7 @@ import contextlib
 import json
 import os
 import pathlib
+import re
 import shutil
 import signal
 import sqlite3
@@ -14,7 +15,7 @@ from harness import appliance
 
 MUSIC = "/volume1/music"
 SONG = f"{MUSIC}/Album/a.mp3"
-PROGRESS = ("koliindexctl: queued, ", "files stored")
+PROGRESS = ("koliindexctl: queued, ", "koliindexctl: being executed")
 
 
 class Control(harness.DaemonTest):
@@ -174,6 +175,42 @@ class Control(harness.DaemonTest):
             self.assertRegex(complaint, "^koliindexctl: the daemon has ended before .* are kept")
             self.assertEqual(waiting.returncode, 3)
             self.stored_at_next_start(*stored[:count])
+
+    def test_status_tells_of_the_work(self):
+        broken = self.put(f"{MUSIC}/Album/c.wma", "music/Broken/page.wma")
+        self.put(SONG)
+        self.start()
+        follow = subprocess.Popen(self.command("status", "--follow", "--json"), stdout=subprocess.PIPE, text=True)
+        self.addCleanup(follow.communicate)
+        self.assertEqual(json.loads(follow.stdout.readline())["requests_waiting"], 0)
+        with subprocess.Popen(self.command("add", "--wait", broken, SONG), stderr=subprocess.PIPE, text=True) as waiting:
+            self.assertIn(PROGRESS[0], waiting.stderr.readline())
+            waiting.send_signal(signal.SIGINT)
+            self.assertIn("interrupted; the requests stay queued", waiting.communicate()[1])
+        self.assertEqual(waiting.returncode, -signal.SIGINT)
+        with contextlib.closing(self.lock_media_store()):  # the daemon waits for it
+            harness.hurry()
+            harness.wait_for("its work", lambda: self.ctl(0, "status", "--json").get("current_path") == broken)
+            status = self.ctl(0, "status", "--json")
+            self.assertEqual([status[name] for name in ("batch", "requests_in_batch", "requests_done", "files_done")],
+                             ["running", 2, 0, 1])
+        appliance.wait_for_batch(harness.PATIENCE)
+        self.assertEqual(self.ctl(0, "status", "--json")["last_problem"], broken)
+        follow.send_signal(signal.SIGINT)
+        seen = [json.loads(line) for line in follow.communicate(timeout=harness.PATIENCE)[0].splitlines()]
+        self.assertIn(2, [each["requests_waiting"] for each in seen])
+        self.assertEqual(follow.returncode, 0)
+        metrics, typed = {}, set()
+        for line in self.ctl(0, "status", "--metrics").splitlines():
+            sample = re.fullmatch(r'(koliindexd_\w+)(\{\w+="(?:\\.|[^"\\])*"(?:,\w+="(?:\\.|[^"\\])*")*\})? (\d+(?:\.\d+)?)', line)
+            if sample:
+                self.assertIn(sample[1], typed)
+                metrics[sample[1] + (sample[2] or "")] = float(sample[3])
+            else:
+                typed.add(re.fullmatch(r"# (?:HELP (\w+) .+\.|TYPE (\w+) (?:gauge|counter))", line)[2])
+        self.assertEqual([metrics["koliindexd_" + name] for name in
+                          ("up", "problems", 'rows{database="media.db",table="music"}')], [1, 1, 2])
+        self.assertGreaterEqual(metrics["koliindexd_files_total"], 2)
 
     @staticmethod
     def lock_media_store(mode="NORMAL"):

@@ -59,6 +59,10 @@ BatchState BatchStateOf(const Places& places, int pid) {
     return state.kind == BatchState::kKept ? state : BatchState{BatchState::kRunning};
 }
 
+bool WorkReportOf(const Places& places, int pid, WorkReport* report) {
+    return pid > 0 && WorkReportRead(places.progress.c_str(), report) && report->pid == pid;
+}
+
 std::string TimeText(time_t when) {
     char text[32] = "";
     if (when > 0) host::WriteLocalTime(when, text, sizeof text);

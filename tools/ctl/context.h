@@ -26,6 +26,8 @@ struct Places {
     std::string state_file = paths::kState;
     std::string service = paths::kQueueService;
     std::string reading_file = paths::kReading;
+    std::string progress = paths::kProgress;
+    std::string watchers = paths::kWatchers;
 };
 
 struct Context {

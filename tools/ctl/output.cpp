@@ -156,6 +156,10 @@ std::string Printable(std::string_view text) {
     return printable;
 }
 
+std::string Counted(int64_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 Field Field::Real(double value) {
     Field field;
     char digits[32];
@@ -184,9 +188,29 @@ Record RecordOf(const host::SqlStatement& row) {
     return record;
 }
 
+std::vector<std::string> RecordLines(const Record& record) {
+    size_t width = 0;
+    for (const auto& [name, field] : record)
+        width = std::max(width, name.size());
+    std::vector<std::string> lines;
+    for (const auto& [name, field] : record)
+        lines.push_back(name + std::string(width - name.size() + 2, ' ') + Printable(field.text));
+    return lines;
+}
+
+std::string RecordJson(const Record& record, const std::vector<Section>& lists, bool is_compact) {
+    Json object = JsonOf(record);
+    for (const Section& list : lists) {
+        Json& records = object[list.name] = Json::array();
+        for (const Record& each : list.records)
+            records.push_back(JsonOf(each));
+    }
+    return Dump(object, is_compact ? -1 : 2);
+}
+
 void PrintRecord(const Record& record, bool json) {
     if (json)
-        printf("%s\n", Dump(JsonOf(record), 2).c_str());
+        printf("%s\n", RecordJson(record, {}, false).c_str());
     else
         PrintAligned(record, "", false);
 }

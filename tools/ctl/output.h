@@ -15,6 +15,9 @@ namespace koli::ctl {
 /// Text that is safe on a terminal: control characters and bytes that are not UTF-8 as \n, \t or \xNN.
 std::string Printable(std::string_view text);
 
+/// "1 file", "2 files".
+std::string Counted(int64_t count, const std::string& noun);
+
 /// A value of a field.
 struct Field {
     Field() = default;
@@ -46,6 +49,12 @@ struct Section {
     /// Hands over more records, which are too many to be held.
     std::function<void(const RecordHandler& print)> more = {};
 };
+
+/// "name   value" lines, safe on a terminal.
+std::vector<std::string> RecordLines(const Record& record);
+
+/// An object in JSON, on one line if `is_compact`; the sections are lists in it.
+std::string RecordJson(const Record& record, const std::vector<Section>& lists, bool is_compact);
 
 /// One object: "name   value" lines, or JSON.
 void PrintRecord(const Record& record, bool json);

@@ -7,16 +7,13 @@
 #include "tools/ctl/output.h"
 #include "tools/ctl/progress.h"
 #include "tools/ctl/queue_service.h"
+#include "tools/ctl/wait_interrupt.h"
 #include "tools/ctl/wait_result.h"
 
 namespace koli::ctl {
 namespace {
 
 constexpr size_t kNamesShown = 5;
-
-std::string Counted(int64_t count, const std::string& noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
 
 const char* WakeName(Wake wake) {
     switch (wake) {
@@ -121,7 +118,8 @@ int Wait(const Context& context, const QueuedBatch& batch, const Submission& sub
          const WaitOptions& options) {
     BatchEnd end{};
     {
-        Progress progress(context, submission, FilesFound(submission));
+        const WaitInterrupt interrupt;
+        Progress progress(context, batch, FilesFound(submission));
         const WaitLimits limits{.timeout = options.timeout};
         end = BatchWait(batch.file, context.places, limits, [&](bool begun) {
             if (!context.quiet) progress.Tell(begun);

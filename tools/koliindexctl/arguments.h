@@ -29,7 +29,8 @@ struct Arguments {
     std::vector<std::string> paths;
     std::string first, second;  // single positional arguments
     bool is_sure = false;
-    bool is_service = false;  // of the queue, for one caller
+    bool is_service = false;                        // of the queue, for one caller
+    bool is_following = false, is_metrics = false;  // of status
     SyncOptions sync;
     ListOptions list;
     SetupOptions setup;
