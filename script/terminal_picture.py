@@ -12,8 +12,11 @@ import appliance
 from tables import columns
 
 SESSION = (
-    "koliindexctl add --wait '/volume1/music/Blue Harbour'",
-    "koliindexctl list --kind music --where artist~trio",
+    "koliindexctl add --wait '/volume1/music/Old Tapes'",
+    "koliindexctl search trio side",
+    "koliindexctl list --where year=1987 --sort title --columns title,artist,year",
+    "koliindexctl why /volume1/photo/Formats/picture.tif",
+    "koliindexctl stats --below /volume1/music | head -6",
 )
 COLUMNS, WIDTH, HEIGHT, MARGIN = 80, 8.4, 18, 18  # of a terminal; of a character, a line and the frame in pixels
 STYLE = ("text{font:14px ui-monospace,Menlo,Consolas,'DejaVu Sans Mono',monospace;fill:#24292f;white-space:pre}"

@@ -173,7 +173,7 @@ class Package(harness.DaemonTest):
             self.assertEqual(run(CTL, "help", command), said)
             text += said
         self.assertEqual([line for line in text.splitlines() if len(line) > 80], [])
-        said = {*re.findall(r"(?<![\w-])--?[a-z][a-z-]*", text), *commands}
+        said = {*re.findall(r"(?<![\w-])--?[a-z][a-z0-9-]*", text), *commands}
         self.assertEqual([word for word in said if not re.search(rf"(?<![\w-]){word}(?![\w-])", page)], [])
         os.makedirs("/tmp/files/A folder")
         os.chdir("/tmp/files")
@@ -181,6 +181,7 @@ class Package(harness.DaemonTest):
         for shell in shells.SHELLS:
             for line, offers in (("", commands), ("re", ["rebuild", "repair"]), ("add --", ["--wait", "--quiet"]),
                                  ("truncate ph", ["photo_info"]), ("list --kind=v", ["video"]), ("list --limit ", []),
+                                 ("list --columns title,art", ["artist"]), ("list --where art", ["artist="]),
                                  ("watch A", ["folder"]), ("add A", ["folder", "song.mp3"])):
                 with self.subTest(shell=shell, line=line):
                     shown = shells.offered(shell, line)

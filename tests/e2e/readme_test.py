@@ -5,6 +5,7 @@ import json
 import os
 import re
 import shutil
+import signal
 import subprocess
 
 import harness
@@ -100,6 +101,7 @@ class Readme(harness.DaemonTest):
         os.environ["PATH"] = os.path.dirname(self.binary) + ":" + os.environ["PATH"]
         self.put("/volume1/music/Album/Song.mp3")
         self.put("/volume1/music/Album/broken.wma", "music/Broken/page.wma")
+        self.addCleanup(lambda: [os.kill(int(pid), signal.SIGTERM) for pid in os.listdir("/run/koliindexd-watch") if pid.isdigit()])
         blocks = re.findall(r"^```sh\n(.*?)^```$", text_of("README.md"), re.MULTILINE | re.DOTALL)
         commands = [line for block in blocks for line in block.splitlines()]
         self.assertGreater(len(commands), 20)
