@@ -102,7 +102,7 @@ std::unique_ptr<SqlStatement> DatabaseReader::List(const char* table, const std:
 
 std::string DatabaseReader::OrderOf(const char* table, const RowSelection& selection) const {
     const std::string direction = selection.is_reversed ? " DESC" : "";
-    const std::string by_path = "path" + direction;
+    std::string by_path = "path" + direction;
     if (selection.sort.empty()) return by_path;
     Sql* const sql = With(table);
     const bool is_text = selection.sort_key != nullptr && sql != nullptr;

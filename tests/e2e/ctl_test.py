@@ -62,6 +62,9 @@ class Control(harness.DaemonTest):
         for paths, *options in (([SONG, shown, broken], "--below", f"{MUSIC}/Album"), ([SONG], "--where", "path~/A.mp"),
                                 ([], "--where", "title=x' OR '1'='1"), ([SONG, shown], "--kind", "music", "--limit", "2")):
             self.assertEqual([row["path"] for row in self.ctl(0, "list", "--json", *options)], paths)
+        self.assertEqual([row["path"] for row in self.ctl(0, "search", "--json", "side B")], [SONG, shown])
+        for command in ("list",), ("search", "x"), ("stats",), ("problems",):
+            self.refused(1, "nothing is stored at or below /typo", *command, "--below", "/typo")
         self.refused(2, "1=1 OR path", "list", "--where", "1=1 OR path=x")
         self.assertEqual([row["path"] for row in self.ctl(1, "problems", "--json")], [broken])
         new = self.put(f"{MUSIC}/New/n.mp3")
