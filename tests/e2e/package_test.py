@@ -84,12 +84,13 @@ def run_filtered(unit, *command):
 def within_limits(unit, *command):
     """The command line that runs a command as the service would: its group, no network, no privileges and no system
     calls but the unit's, and everything read-only but what the unit makes writable."""
-    group, state = unit_value(unit, "Group"), unit_value(unit, "StateDirectory")
+    group = unit_value(unit, "Group")
     writable = [path.lstrip("-") for path in unit_values(unit, "ReadWritePaths")]
     setup = []
-    if state:
-        writable.append(f"/var/lib/{state}")
-        setup.append(f"install -d -g {group} -m {unit_value(unit, 'StateDirectoryMode')} {writable[-1]}")
+    for kind, place in ("StateDirectory", "/var/lib"), ("RuntimeDirectory", "/run"):
+        if name := unit_value(unit, kind):
+            writable.append(f"{place}/{name}")
+            setup.append(f"install -d -g {group} -m {unit_value(unit, kind + 'Mode')} {writable[-1]}")
     writable = [os.path.realpath(path) for path in writable]
     with open("/proc/self/mounts") as file:
         mounts = [line.split()[1].encode().decode("unicode_escape") for line in file]

@@ -113,9 +113,9 @@ pid_t WatchState::Enter(const std::vector<std::string>& shares) {
     errno = error;
     if (error != 0) return -1;
     file_ = folder_ + "/" + std::to_string(getpid());
-    std::vector<ShareState> states;
-    for (const std::string& share : shares)
-        states.push_back({share});
+    std::vector<ShareState> states(shares.size());
+    for (size_t i = 0; i < shares.size(); ++i)
+        states[i].path = shares[i];
     if (Write(states)) return 0;
     file_.clear();
     return -1;
