@@ -14,6 +14,7 @@
 #include <sstream>
 #include <thread>
 
+#include "base/reading_mark.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/batch_wait.h"
 #include "tools/ctl/enqueue.h"
@@ -24,6 +25,7 @@
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/suggestion.h"
+#include "tools/ctl/waiting_reasons.h"
 #include "tools/ctl/terminal.h"
 #include "tools/koliindexctl/command_line.h"
 
@@ -302,6 +304,35 @@ TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
     };
     EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5}, tell),
               BatchEnd::kTimeout);
+}
+
+TEST(Why, TellsWhatWaitsForAPathAndWhatReadsIt) {
+    const test::TempDir dir;
+    Places places{dir.Path("queue"), dir.Path("batch"), dir.Path("pid"), "", dir.Path("state")};
+    places.reading_file = dir.Path("reading");
+    dir.Write("queue", "a:/v/a/b.mp3\nA:/v//a/.\nN:/v/new:/v/old\nd:/v/c\nX\nA:/v/x");
+    for (const auto& [path, line] : {std::pair("/v/a/b.mp3", 1),
+                                     {"/v/a", 1},
+                                     {"/v/a/c", 2},
+                                     {"/v/old/x", 3},
+                                     {"/v/new", 3},
+                                     {"/v/c", 4},
+                                     {"/v/x/y", 6},
+                                     {"/v/c/d", 0},
+                                     {"/v/ab", 0}})
+        EXPECT_EQ(RequestFind(places.queue, path).line, line) << path;
+
+    const AsDaemon daemon(places.pid_file);
+    dir.Write("batch", "a:/v/a/b.mp3\n");
+    dir.Write("state", "batch=kept\ndatabase=media.db\nreason=it is full\nsince=1\nretry=2\n");
+    ASSERT_TRUE(ReadingMarkOpen(places.reading_file.c_str()));
+    ReadingMarkSet("/v/a/b.mp3");
+    std::string told;
+    for (const Reason& reason : WaitingReasons(places, "/v/a/b.mp3"))
+        told += reason.code + " ";
+    EXPECT_EQ(told, "in_kept_batch waiting being_read ");
+    fs::remove(places.state_file);
+    EXPECT_EQ(WaitingReasons(places, "/v/a/b.mp3").at(0).code, "in_batch");
 }
 
 // ---- Preparing a machine and taking it back, below a root of the test's own

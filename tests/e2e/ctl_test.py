@@ -90,7 +90,7 @@ class Control(harness.DaemonTest):
         photo, away = "/volume1/photo/Trip", "/volume1/else"
         self.addCleanup(shutil.rmtree, away, ignore_errors=True)
         empty, large, broken = f"{photo}/empty.jpg", f"{photo}/large.jpg", self.put(f"{MUSIC}/b.mp3", "music/Broken/page.wma")
-        for path in (SONG, f"{photo}/a.jpg", f"{photo}/.b.jpg", f"{MUSIC}/cover.jpg", f"{away}/a.mp3"):
+        for path in (SONG, f"{photo}/a.jpg", f"{photo}/.b.jpg", f"{photo}/.c/a.jpg", f"{MUSIC}/cover.jpg", f"{away}/a.mp3"):
             self.put(path)
         self.put(f"{photo}/c.tif", harness.PICTURE)
         for path in (empty, large):
@@ -111,7 +111,8 @@ class Control(harness.DaemonTest):
         os.symlink("nowhere", f"{MUSIC}/link.mp3")
         for code, path, *reasons in (
                 (0, SONG), (0, f"{photo}/a.jpg"), (0, broken, "problem"), (0, photo), (0, large, "problem", "too_large"),
-                (0, empty, "problem", "empty"), (0, f"{photo}/.b.jpg", "hidden"), (0, f"{MUSIC}/cover.jpg", "not_in_photo_share"),
+                (0, empty, "problem", "empty"), (0, f"{photo}/.b.jpg", "hidden"), (0, f"{photo}/.c", "hidden"),
+                (0, f"{MUSIC}/cover.jpg", "not_in_photo_share"),
                 (0, f"{photo}/c.tif", "not_for_browsers"), (1, f"{MUSIC}/a.opus", "unknown_extension"),
                 (1, f"{MUSIC}/noext", "no_extension"), (1, f"{MUSIC}/._a.mp3", "companion"),
                 (1, f"{MUSIC}/#recycle/a.mp3", "bin"), (1, f"{MUSIC}/@eaDir/a.mp3", "metadata"),

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace koli::ctl {
@@ -25,8 +26,9 @@ bool IsMember(gid_t group) {
 std::string RefusedAt(const std::string& path) {
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir(path.c_str()), closedir);
     while (const dirent* entry = folder != nullptr ? readdir(folder.get()) : nullptr) {
-        const std::string name = entry->d_name, file = path + "/" + name;
-        const bool counts = !name.starts_with('.') && name.find("-damaged-") == std::string::npos;
+        const std::string_view name = entry->d_name;
+        std::string file = std::string(path).append("/").append(name);
+        const bool counts = !name.starts_with('.') && name.find("-damaged-") == std::string_view::npos;
         if (counts && access(file.c_str(), R_OK) != 0) return file;
     }
     return path;

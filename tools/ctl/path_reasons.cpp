@@ -181,4 +181,11 @@ Reasons PhotoReasons(const std::string& path) {
     return reasons;
 }
 
+Reasons AlbumReasons(const std::string& path) {
+    const size_t at = IsPhotoSharePath(path.c_str()) != 0 ? path.find("/.") : std::string::npos;
+    if (at == std::string::npos) return {};
+    const std::string name = path.substr(at + 1, path.find('/', at + 1) - at - 1);
+    return {{"hidden", "folders that are hidden, or in hidden ones, become no albums: " + name}};
+}
+
 }  // namespace koli::ctl

@@ -28,4 +28,7 @@ Reasons ShareReasons(const std::string& path);
 /// Why the photo library leaves a picture out that the media store may hold.
 Reasons PhotoReasons(const std::string& path);
 
+/// Why a folder of the photo share becomes no album.
+Reasons AlbumReasons(const std::string& path);
+
 }  // namespace koli::ctl

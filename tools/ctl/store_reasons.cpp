@@ -82,11 +82,14 @@ void CompareFile(const StoreReader& store, const std::string& path, StoredAs* st
                          media.IsNone() && photos.IsNone();
 }
 
+/// What lies above the shares may be the whole machine.
 void CompareFolder(const StoreReader& store, const std::string& path, StoredAs* stored) {
+    if (stored->kind.empty() && !ShareReasons(path).empty()) return;
     const Findings found(store, path, {.albums = true});
     Reasons& reasons = stored->reasons;
     if (found.result().status == CompareResult::kTopEmpty)
-        reasons.push_back({"looks_unmounted", "it is empty, but files are stored below it: is it mounted?"});
+        reasons.push_back(
+            {"looks_unmounted", "it may not be mounted: it is empty, but files are stored below it"});
     if (found.result().status == CompareResult::kTopUnreadable)
         reasons.push_back(
             {"unreadable", std::string("it cannot be read: ") + strerror(found.result().error)});
@@ -96,8 +99,9 @@ void CompareFolder(const StoreReader& store, const std::string& path, StoredAs* 
         reasons.push_back({"unread", "what went wrong may be over (koliindexctl sync has it read again)"});
     if (found.below() > 0)
         reasons.push_back({"differences_below",
-                           std::to_string(found.below()) + (found.below() == 1 ? " thing" : " things") +
-                               " in it differ from what is stored (koliindexctl sync --dry-run)"});
+                           (found.below() == 1 ? "one thing in it differs"
+                                               : std::to_string(found.below()) + " things in it differ") +
+                               " from what is stored (koliindexctl sync --dry-run)"});
     if (found.result().unreadable > 0)
         reasons.push_back({"unreadable_below", "not every folder in it can be read"});
     stored->is_in_step = stored->kind == "folder" && found.result().status == CompareResult::kCompared &&

@@ -35,7 +35,7 @@ void Append(const Reasons& more, Reasons* reasons) {
 /// What has to be so before the daemon can store it.
 void AddConditions(const std::string& path, Reasons* reasons) {
     Append(DiskReasons(path), reasons);
-    Append(RuleReasons(path, IsDirExist(path.c_str()) != 0), reasons);
+    Append(RuleReasons(path, IsFileExist(path.c_str(), nullptr) == 0), reasons);
     Append(LinkReasons(path), reasons);
     Append(ShareReasons(path), reasons);
     if (const char* refusal = PathRefusal(path); refusal != nullptr)
@@ -60,6 +60,12 @@ void AddReasons(const Context& context, Answer* answer) {
         reasons.push_back({"not_asked_for", "nothing has asked for it yet (koliindexctl add or sync does)"});
     if (type == kStorePhoto && IsFileExist(path.c_str(), nullptr) != 0 && !answer->stored.is_in_photos)
         Append(PhotoReasons(path), &reasons);
+    if (is_folder) Append(AlbumReasons(path), &reasons);
+}
+
+/// A kind as people name one of it.
+std::string OneOf(const std::string& kind) {
+    return kind == "music" ? kind : kind == "photo" ? "a picture" : "a " + kind;
 }
 
 std::string Headline(const Answer& answer) {
@@ -67,8 +73,9 @@ std::string Headline(const Answer& answer) {
     std::string line = Printable(answer.path);
     if (!answer.is_readable) return "Nobody knows whether " + line + " is stored";
     if (stored.kind.empty())
-        return line + " is not stored" + (answer.kind.empty() ? "" : "; it would be as " + answer.kind);
-    line += " is stored as " + answer.kind;
+        return line + " is not stored" +
+               (answer.kind.empty() ? "" : "; it would be as " + OneOf(answer.kind));
+    line += " is stored as " + OneOf(answer.kind);
     if (stored.is_in_photos) line += " and in the photo library";
     return line + (stored.is_in_step ? "" : ", but not as it is now");
 }
