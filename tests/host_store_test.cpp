@@ -18,12 +18,16 @@ TEST(TextUtf8, ConvertsUtf16AndSingleBytesAndDropsCutTails) {
                     "A\0\x16\x04\x3D\xD8\0\xDE\0\0B\0"s),
               "A\u0416\U0001F600");
     // A low surrogate first, a high one before an ordinary unit, a high one at the end, half a unit.
-    EXPECT_EQ(utf16("\xFE\xFF\xDC\0\xD8\0\0A\xD8\0\0"s), "\uFFFD\uFFFDA\uFFFD");
+    EXPECT_EQ(utf16("\xFE\xFF\xDC\0\xD8\0\0A\xD8\0\0\0"s), "\uFFFD\uFFFDA\uFFFD");
+    EXPECT_EQ(utf16("\xFE\xFF\0A\xD8\0\0"s), "A");  // cut
+    EXPECT_EQ(utf16("\xFE\xFF\0 \0\n\xFE\xFF\0 \0A\0\t\0B\0\x7F"s), "A B");
+    EXPECT_EQ(utf16("\xFE\xFF\0 \0\n"s), "");
     EXPECT_FALSE(Utf16Text("A\0B\0"s).marked);
     EXPECT_FALSE(Utf16Text("\xFE").marked);
 
     const std::pair<std::string, std::string> unmarked[] = {
         {"\u20AC \U0001F600", "\u20AC \U0001F600"},
+        {"\uFEFF\uFEFF A\uFEFF ", "A\uFEFF "},
         {"Caf\xE9", "Caf\u00E9"},                          // Latin-1, although it ends like a cut sequence
         {"\xC3\xA9t\xE2\x82", "\xC3\xA9t"},                // cut
         {"\xC3\xA9\xE0\x80", "\u00C3\u00A9\u00E0\u20AC"},  // could not have gone on: E0 needs A0 to BF

@@ -1,6 +1,8 @@
 #include "platform/host/text_utf8.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace koli::host {
 namespace {
@@ -85,6 +87,26 @@ size_t ValidLength(std::string_view text) {
     return text.size();
 }
 
+/// `utf8` behind U+FEFF at its begin and the blanks that follow, which the mark has kept from being trimmed.
+std::string_view WithoutMark(std::string_view utf8) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    while (utf8.starts_with(kMark)) {
+        utf8.remove_prefix(kMark.size());
+        utf8.remove_prefix(std::min(utf8.find_first_not_of(' '), utf8.size()));
+    }
+    return utf8;
+}
+
+/// As MediaInfoValid cleans a text that bears no mark.
+std::string Cleaned(std::string utf8) {
+    for (char& c : utf8)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    utf8.erase(0, utf8.find_first_not_of(' '));
+    utf8.erase(0, utf8.size() - WithoutMark(utf8).size());
+    utf8.erase(utf8.find_last_not_of(' ') + 1);
+    return utf8;
+}
+
 }  // namespace
 
 Utf16Text::Utf16Text(std::string_view bytes) {
@@ -93,7 +115,10 @@ Utf16Text::Utf16Text(std::string_view bytes) {
     if (!marked) return;
     units = bytes.substr(2, (bytes.size() - 2) / 2 * 2);
     for (size_t i = 0; i < size(); ++i)
-        if ((*this)[i] == 0) units = units.substr(0, 2 * i);
+        if ((*this)[i] == 0) {
+            units = units.substr(0, 2 * i);
+            fills_bytes = false;
+        }
 }
 
 unsigned Utf16Text::operator[](size_t index) const {
@@ -107,21 +132,23 @@ std::string Utf8FromUtf16(const Utf16Text& text) {
     for (size_t i = 0; i < text.size(); ++i) {
         unsigned code = text[i];
         if ((code & 0xF800) == 0xD800) {
-            const bool paired = code < 0xDC00 && i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00;
+            const bool is_first = code < 0xDC00, is_last = i + 1 == text.size();
+            if (is_first && is_last && text.fills_bytes) break;
+            const bool paired = is_first && !is_last && (text[i + 1] & 0xFC00) == 0xDC00;
             code = paired ? 0x10000 + ((code & 0x3FF) << 10 | (text[++i] & 0x3FF)) : kReplacement;
         }
         AppendUtf8(&out, code);
     }
-    return out;
+    return Cleaned(std::move(out));
 }
 
 std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch, size_t room) {
     const size_t valid = ValidLength(text);
-    if (valid != std::string_view::npos) return text.substr(0, valid);
+    if (valid != std::string_view::npos) return WithoutMark(text.substr(0, valid));
     const TagCharset* charset = TagCharsetInForce();
     if (charset == nullptr || !Utf8FromCharset(*charset, text, room, scratch))
         *scratch = Utf8FromWindows1252(text);
-    return *scratch;
+    return WithoutMark(*scratch);
 }
 
 bool Utf8FromCharset(const TagCharset& charset, std::string_view text, size_t room, std::string* utf8) {
