@@ -43,8 +43,12 @@ std::string Offered(const CompletionValue& value) {
             return " -f -a " + Quoted(JoinedWords(value.words));
         case CompletionValue::kList:
             return " -f -a " + Quoted("(__koliindexctl_list " + JoinedWords(value.words) + ")");
-        case CompletionValue::kCondition:
-            return " -f -a " + Quoted(JoinedWords(value.words));
+        case CompletionValue::kCondition: {
+            std::string begun;
+            for (const std::string& word : value.words)
+                begun.append(begun.empty() ? "" : " ").append(word).append("=");
+            return " -f -a " + Quoted(begun);
+        }
     }
     return "";
 }
