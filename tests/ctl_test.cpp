@@ -25,8 +25,8 @@
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/suggestion.h"
-#include "tools/ctl/waiting_reasons.h"
 #include "tools/ctl/terminal.h"
+#include "tools/ctl/waiting_reasons.h"
 #include "tools/koliindexctl/command_line.h"
 
 namespace koli::ctl {

@@ -112,7 +112,9 @@ class Readme(harness.DaemonTest):
                 process = subprocess.Popen(["bash", "-c", command], stdout=output, stderr=output)
                 harness.wait_for(command, lambda: process.poll() is not None or harness.hurry())
                 output.seek(0)
-                self.assertIn(process.returncode, (0, 1) if "ends with 1" in command else (0,), output.read())
+                said = output.read()
+                self.assertIn(process.returncode, (0, 1) if "ends with 1" in command else (0,), said)
+                self.assertTrue("--quiet" not in command or not said, said)
             if command.startswith("kill ") and "USR1" not in command:
                 harness.wait_for("the daemon's end", lambda: not appliance.daemon_pid())
 

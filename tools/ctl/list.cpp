@@ -32,8 +32,7 @@ Texts ShownColumns(const Context& context, const ListOptions& options) {
 /// What stands in the options and cannot be; "" when all can.
 std::string Refusal(const ListOptions& options, Conditions* conditions) {
     for (const std::string& column : options.columns)
-        if (column != kKind && MediaColumnFind(column) == nullptr)
-            return MediaColumnUnknown(column);
+        if (column != kKind && MediaColumnFind(column) == nullptr) return MediaColumnUnknown(column);
     if (!options.sort.empty() && MediaColumnFind(options.sort) == nullptr)
         return MediaColumnUnknown(options.sort);
     for (const std::string& text : options.where)
