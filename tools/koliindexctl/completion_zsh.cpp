@@ -72,7 +72,7 @@ std::string OptionSpec(const CompletionOption& option) {
                                    : option.repeats   ? "*"
                                    : names.size() > 1 ? "(" + JoinedWords(names) + ")"
                                                       : "";
-        specs += " \\\n            '" + before + name + what;
+        specs.append(" \\\n            '").append(before).append(name).append(what);
     }
     return specs;
 }
