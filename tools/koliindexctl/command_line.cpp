@@ -15,9 +15,9 @@ namespace {
 constexpr char kFooter[] =
     R"(Exit codes:
   0  done, or everything is in step
-  1  done, but something could not be stored, or differences or problems were
-     found
-  2  wrong usage, or a path that cannot be queued; nothing was queued
+  1  done, but something is not stored or was not found, or there are
+     differences or problems
+  2  wrong usage, or a path that cannot be queued or watched; nothing was queued
   3  the daemon does not run or cannot be woken; requests were queued all the
      same
   4  the spool, a folder or another file could not be read or written; only what
@@ -27,8 +27,8 @@ constexpr char kFooter[] =
 Examples:
   koliindexctl add --wait /volume1/music/Album
   koliindexctl sync --dry-run
-  koliindexctl list --kind music --where artist=Somebody
-  koliindexctl problems --json
+  koliindexctl search moonlight sonata
+  koliindexctl why /volume1/music/Album/Song.mp3
 )";
 
 /// Names the group, in --help, of the commands that have none yet.
