@@ -65,7 +65,7 @@ class Control(harness.DaemonTest):
         self.assertEqual([row["path"] for row in self.ctl(0, "search", "--json", "side B")], [SONG, shown])
         for command in ("list",), ("search", "x"), ("stats",), ("problems",):
             self.refused(1, "nothing is stored at or below /typo", *command, "--below", "/typo")
-        self.refused(2, "1=1 OR path", "list", "--where", "1=1 OR path=x")
+        self.refused(2, "1: there is no such column", "list", "--where", "1=1 OR path=x")
         self.assertEqual([row["path"] for row in self.ctl(1, "problems", "--json")], [broken])
         new = self.put(f"{MUSIC}/New/n.mp3")
         self.put(SONG, "music/Old Tapes/side a.mp3")
@@ -192,6 +192,8 @@ class Control(harness.DaemonTest):
             waiting.send_signal(signal.SIGINT)
             self.assertIn("interrupted; the requests stay queued", waiting.communicate()[1])
         self.assertEqual(waiting.returncode, -signal.SIGINT)
+        while json.loads(follow.stdout.readline())["requests_waiting"] != 2:  # it looks once in a second
+            pass
         with contextlib.closing(self.lock_media_store()):  # the daemon waits for it
             harness.hurry()
             harness.wait_for("its work", lambda: self.ctl(0, "status", "--json").get("current_path") == broken)
@@ -201,9 +203,7 @@ class Control(harness.DaemonTest):
         appliance.wait_for_batch(harness.PATIENCE)
         self.assertEqual(self.ctl(0, "status", "--json")["last_problem"], broken)
         follow.send_signal(signal.SIGINT)
-        seen = [json.loads(line) for line in follow.communicate(timeout=harness.PATIENCE)[0].splitlines()]
-        self.assertIn(2, [each["requests_waiting"] for each in seen])
-        self.assertEqual(follow.returncode, 0)
+        self.assertEqual(follow.wait(harness.PATIENCE), 0)
         metrics, typed = {}, set()
         for line in self.ctl(0, "status", "--metrics").splitlines():
             sample = re.fullmatch(r'(koliindexd_\w+)(\{\w+="(?:\\.|[^"\\])*"(?:,\w+="(?:\\.|[^"\\])*")*\})? (\d+(?:\.\d+)?)', line)
