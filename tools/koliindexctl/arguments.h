@@ -9,6 +9,7 @@
 #include "tools/ctl/list.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/sync.h"
+#include "tools/serve/options.h"
 
 namespace koli::ctl {
 
@@ -22,6 +23,8 @@ struct Arguments {
     SyncOptions sync;
     ListOptions list;
     SetupOptions setup;
+    serve::ServeOptions serve;
+    std::vector<std::string> words;  // behind the sub-command, as they were typed
     int exit_code = kExitDone;
 };
 

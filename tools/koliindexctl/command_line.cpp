@@ -27,6 +27,7 @@ Examples:
 
 int CommandLineRun(int argc, char** argv) {
     Arguments arguments;
+    if (argc > 2) arguments.words.assign(argv + 2, argv + argc);
     CLI::App app("Looks after koliindexd: queues requests, keeps folders in step, shows what is stored.",
                  "koliindexctl");
     app.footer(kFooter);
@@ -38,6 +39,7 @@ int CommandLineRun(int argc, char** argv) {
     AddStatus(app, arguments);
     AddQueries(app, arguments);
     AddMachine(app, arguments);
+    AddServe(app, arguments);
     AddCompletion(app, arguments);
     DaemonZoneTake(arguments.context.places.pid_file);
     try {

@@ -12,6 +12,7 @@ void AddRepair(CLI::App& app, Arguments& a);
 void AddStatus(CLI::App& app, Arguments& a);
 void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, problems
 void AddMachine(CLI::App& app, Arguments& a);  ///< watch, setup
+void AddServe(CLI::App& app, Arguments& a);
 void AddCompletion(CLI::App& app, Arguments& a);
 
 }  // namespace koli::ctl
