@@ -35,6 +35,8 @@ bool IsUnchanged(const Request& request, const std::string& etag, const std::str
     return !modified.empty() && request.headers.Value("if-modified-since") == modified;
 }
 
+constexpr size_t kBlock = 32768;  // bytes of a file that are held for a client
+
 std::string HttpDate(time_t time) {
     char text[64];
     tm parts;
@@ -90,12 +92,28 @@ ByteRange RangeFor(const Request& request, int64_t size, const std::string& etag
     return range.kind == ByteRange::kWhole ? ByteRange{ByteRange::kWhole, 0, size} : range;
 }
 
-Response PartOf(const ctl::UniqueFd& file, const ByteRange& range) {
-    const int fd = dup(file.get());  // the response closes its own
-    if (fd < 0) return nullptr;
-    Response response(MHD_create_response_from_fd_at_offset64(static_cast<uint64_t>(range.length), fd,
-                                                              static_cast<uint64_t>(range.first)));
-    if (!response) close(fd);
+/// A part of an open file.
+struct Slice {
+    ctl::UniqueFd file;
+    int64_t first;
+};
+
+/// Not the library's own way to send a descriptor: that waits when a file has become shorter than was
+/// promised.
+ssize_t ReadSlice(void* from, uint64_t position, char* bytes, size_t size) noexcept {
+    const auto* const slice = static_cast<const Slice*>(from);
+    const ssize_t length =
+        pread(slice->file.get(), bytes, size, slice->first + static_cast<int64_t>(position));
+    return length > 0 ? length : MHD_CONTENT_READER_END_WITH_ERROR;
+}
+
+Response PartOf(ctl::UniqueFd file, const ByteRange& range) {
+    if (range.length == 0) return TextResponse("");
+    auto slice = std::make_unique<Slice>(Slice{std::move(file), range.first});
+    Response response(
+        MHD_create_response_from_callback(static_cast<uint64_t>(range.length), kBlock, ReadSlice, slice.get(),
+                                          [](void* sent) { delete static_cast<Slice*>(sent); }));
+    if (response) slice.release();  // the response owns it
     return response;
 }
 
@@ -126,7 +144,7 @@ Response FileResponse(const Request& request, Reply& reply, int* status) {
                                                         std::to_string(range.first + range.length - 1) + "/" +
                                                         size);
     }
-    return PartOf(reply.file, range);
+    return PartOf(std::move(reply.file), range);
 }
 
 }  // namespace

@@ -293,8 +293,7 @@ void Server::State::HandOver(const Held& exchange) {
     }
     try {
         handler_(exchange->request, Responder(exchange));
-    } catch (...) {
-        exchange->Answer(Page(500, "This could not be shown."));
+    } catch (...) {  // its Responder has answered
     }
 }
 
