@@ -25,8 +25,8 @@ std::string Home() {
 }  // namespace
 
 std::string StateFolder() {
-    if (const std::string service = PathFrom("STATE_DIRECTORY"); !service.empty()) return service;
-    if (const std::string state = PathFrom("XDG_STATE_HOME"); !state.empty()) return state + kFolder;
+    if (std::string service = PathFrom("STATE_DIRECTORY"); !service.empty()) return service;
+    if (std::string state = PathFrom("XDG_STATE_HOME"); !state.empty()) return state + kFolder;
     const std::string home = Home();
     return home.empty() ? "" : home + "/.local/state" + kFolder;
 }

@@ -31,7 +31,7 @@ std::string_view WithoutPort(std::string_view host, std::string_view* port) {
 
 /// An address as the system writes it; what is none stays as it is.
 std::string Canonical(std::string_view name) {
-    const std::string text(name);
+    std::string text(name);
     in6_addr address;
     char canonical[INET6_ADDRSTRLEN];
     if (inet_pton(AF_INET6, text.c_str(), &address) != 1) return text;

@@ -113,7 +113,7 @@ Response PartOf(ctl::UniqueFd file, const ByteRange& range) {
     Response response(
         MHD_create_response_from_callback(static_cast<uint64_t>(range.length), kBlock, ReadSlice, slice.get(),
                                           [](void* sent) { delete static_cast<Slice*>(sent); }));
-    if (response) slice.release();  // the response owns it
+    if (response) static_cast<void>(slice.release());  // the response owns it
     return response;
 }
 

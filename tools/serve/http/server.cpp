@@ -8,60 +8,11 @@
 #include <utility>
 
 #include "tools/serve/http/gate.h"
+#include "tools/serve/http/open_exchange.h"
 #include "tools/serve/http/request_reader.h"
 #include "tools/serve/http/response.h"
 
 namespace koli::serve {
-
-/// A request under way.  Its connection sleeps (is suspended) while the answer is waited for.
-class Exchange {
-  public:
-    Exchange(MHD_Connection* of, std::string address) : connection(of) {
-        request.address = std::move(address);
-    }
-    /// Whoever comes first answers.
-    void Answer(Reply reply) {
-        const std::lock_guard lock(mutex_);
-        if (is_over_ || reply_) return;
-        reply_ = std::move(reply);
-        if (std::exchange(is_asleep_, false)) MHD_resume_connection(connection);
-    }
-    /// The answer; nothing when there is none yet: then the connection sleeps until there is.
-    std::optional<Reply> TakeOrSleep() {
-        const std::lock_guard lock(mutex_);
-        if (reply_) return std::exchange(reply_, std::nullopt);
-        is_asleep_ = true;
-        MHD_suspend_connection(connection);
-        return std::nullopt;
-    }
-    /// The connection is not to be touched any more.
-    void End() {
-        const std::lock_guard lock(mutex_);
-        is_over_ = true;
-    }
-
-    // What the thread of the connection alone knows.
-    Request request;
-    MHD_Connection* const connection;
-    std::unique_ptr<MHD_PostProcessor, decltype(&MHD_destroy_post_processor)> form{
-        nullptr, MHD_destroy_post_processor};
-    bool is_read = false;    // its head
-    bool is_handed = false;  // to the handler
-
-  private:
-    std::mutex mutex_;
-    std::optional<Reply> reply_;
-    bool is_asleep_ = false;
-    bool is_over_ = false;
-};
-
-Responder::~Responder() {
-    if (exchange_) exchange_->Answer(PlainReply(503, "The server could not answer this."));
-}
-
-void Responder::Answer(Reply reply) {
-    if (exchange_) exchange_->Answer(std::move(reply));
-}
 
 namespace {
 
@@ -83,7 +34,7 @@ int SocketOf(MHD_Connection* connection) {
 }
 
 constexpr size_t kMemory = 16384;   // bytes for the heads of a request and its answer, of one connection
-constexpr unsigned kSlack = 64;     // connections that have to give way and are not closed yet
+constexpr rlim_t kSlack = 64;       // connections that have to give way and are not closed yet
 constexpr rlim_t kOtherFiles = 64;  // databases and the like
 
 /// As many connections as there may be open files for, each with the one that it is sent.
@@ -171,7 +122,7 @@ bool Server::State::Start(std::string* error) {
     const auto leave_encoded = [](void*, MHD_Connection*, char* text) {
         return std::char_traits<char>::length(text);
     };
-    const auto limit = static_cast<unsigned>(connections_) + kSlack;
+    const auto limit = static_cast<unsigned>(connections_ + kSlack);
     daemon_ = MHD_start_daemon(
         MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_SUSPEND_RESUME, 0, nullptr, nullptr, OnRequest, this,
         MHD_OPTION_LISTEN_SOCKET, listener, MHD_OPTION_THREAD_POOL_SIZE, settings_.threads,
