@@ -72,9 +72,10 @@ Reply Login::Enter(const Request& request, Clock::time_point now) {
 }
 
 Reply Login::Leave(const Request& request) {
+    size_t ended = 0;
     for (const auto& [name, value] : request.cookies.list())
-        if (name == cookie_) std::erase(sessions_, value);
-    Save();
+        if (name == cookie_) ended += std::erase(sessions_, value);
+    if (ended > 0) Save();  // anybody may leave, but not wear out a disk
     Reply reply = RedirectReply("/");
     reply.headers.emplace_back("Set-Cookie", Cookie("", "0"));
     return reply;

@@ -1,6 +1,7 @@
 #include "tools/serve/http/request_reader.h"
 
 #include <algorithm>
+#include <new>
 
 #include "tools/serve/http/target.h"
 
@@ -22,17 +23,30 @@ std::string TextOf(const char* text, size_t size) {
     return text == nullptr ? "" : std::string(text, size);
 }
 
-Values ValuesOf(MHD_Connection* connection, MHD_ValueKind kind) {
+struct Reading {
     Values values;
-    const auto add = [](void* to, MHD_ValueKind of, const char* key, size_t key_size, const char* value,
-                        size_t value_size) {
+    bool is_whole = true;
+};
+
+MHD_Result AddValue(void* to, MHD_ValueKind kind, const char* key, size_t key_size, const char* value,
+                    size_t value_size) noexcept {
+    auto* const reading = static_cast<Reading*>(to);
+    try {
         std::string name = TextOf(key, key_size);
-        static_cast<Values*>(to)->Add(of == MHD_HEADER_KIND ? SmallLetters(std::move(name)) : std::move(name),
-                                      TextOf(value, value_size));
+        reading->values.Add(kind == MHD_HEADER_KIND ? SmallLetters(std::move(name)) : std::move(name),
+                            TextOf(value, value_size));
         return MHD_YES;
-    };
-    MHD_get_connection_values_n(connection, kind, add, &values);
-    return values;
+    } catch (...) {  // through the library it would be lost
+        reading->is_whole = false;
+        return MHD_NO;
+    }
+}
+
+Values ValuesOf(MHD_Connection* connection, MHD_ValueKind kind) {
+    Reading reading;
+    MHD_get_connection_values_n(connection, kind, AddValue, &reading);
+    if (!reading.is_whole) throw std::bad_alloc();
+    return std::move(reading.values);
 }
 
 bool DecodeQuery(MHD_Connection* connection, Values* decoded) {

@@ -56,12 +56,16 @@ MHD_Result AddField(void* to, MHD_ValueKind, const char* key, const char*, const
                     const char* data, uint64_t offset, size_t size) noexcept {
     auto* const fields = static_cast<Values*>(to);
     if (key == nullptr || (offset > 0 && fields->list().empty())) return MHD_NO;
-    const std::string part(data == nullptr ? "" : data, data == nullptr ? 0 : size);
-    if (offset == 0)
-        fields->Add(key, part);
-    else
-        fields->AppendToLast(part);
-    return MHD_YES;
+    try {
+        const std::string part(data == nullptr ? "" : data, data == nullptr ? 0 : size);
+        if (offset == 0)
+            fields->Add(key, part);
+        else
+            fields->AppendToLast(part);
+        return MHD_YES;
+    } catch (...) {
+        return MHD_NO;
+    }
 }
 
 }  // namespace
@@ -146,7 +150,7 @@ Server::State::~State() {
     }
     // The library does not end while a connection sleeps.
     for (const Held& exchange : waiting)
-        exchange->Answer(Page(503, "The server ends."));
+        exchange->Answer(PlainReply(503, "The server ends."));
     if (daemon_ != nullptr) MHD_stop_daemon(daemon_);
 }
 
