@@ -10,6 +10,7 @@
 #include "tools/ctl/list.h"
 #include "tools/ctl/setup.h"
 #include "tools/ctl/sync.h"
+#include "tools/serve/options.h"
 
 namespace koli::ctl {
 
@@ -34,6 +35,8 @@ struct Arguments {
     SyncOptions sync;
     ListOptions list;
     SetupOptions setup;
+    serve::ServeOptions serve;
+    std::vector<std::string> words;  // behind the sub-command, as they were typed
     std::map<const CLI::Option*, Offer> offers;
     int exit_code = kExitDone;
 };

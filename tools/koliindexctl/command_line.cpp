@@ -17,7 +17,8 @@ constexpr char kFooter[] =
   0  done, or everything is in step
   1  done, but something is not stored or was not found, or there are
      differences or problems
-  2  wrong usage, or a path that cannot be queued or watched; nothing was queued
+  2  wrong usage, or a path that cannot be queued or watched, an address that
+     cannot be served; nothing was queued
   3  the daemon does not run or cannot be woken; requests were queued all the
      same
   4  the spool, a folder or another file could not be read or written; only what
@@ -54,6 +55,7 @@ void Declare(CLI::App& app, Arguments& arguments) {
     AddWhy(app, arguments);
     SetGroup(app, "Questions");
     AddMachine(app, arguments);
+    AddServe(app, arguments);
     AddCompletion(app, arguments);
     AddHelp(app, arguments);
     SetGroup(app, "The machine");
@@ -92,6 +94,7 @@ void ComplainOf(const CLI::App& app, const CLI::ParseError& error) {
 
 int CommandLineRun(int argc, char** argv) {
     Arguments arguments;
+    if (argc > 2) arguments.words.assign(argv + 2, argv + argc);
     CLI::App app("Looks after koliindexd: queues requests, keeps folders in step, shows what is stored.",
                  "koliindexctl");
     Declare(app, arguments);

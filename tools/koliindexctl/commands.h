@@ -14,6 +14,7 @@ void AddQueries(CLI::App& app, Arguments& a);  ///< show, list, search, stats, p
 void AddCharset(CLI::App& app, Arguments& a);
 void AddWhy(CLI::App& app, Arguments& a);
 void AddMachine(CLI::App& app, Arguments& a);  ///< watch, setup
+void AddServe(CLI::App& app, Arguments& a);
 void AddCompletion(CLI::App& app, Arguments& a);
 void AddHelp(CLI::App& app, Arguments& a);  ///< after all others, which it can explain
 

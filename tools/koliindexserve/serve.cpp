@@ -1,0 +1,110 @@
+#include "tools/koliindexserve/serve.h"
+
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "tools/ctl/context.h"
+#include "tools/koliindexserve/places.h"
+#include "tools/serve/http/listener.h"
+#include "tools/serve/http/secret_file.h"
+#include "tools/serve/http/server.h"
+#include "tools/serve/options.h"
+
+namespace koli::serve {
+namespace {
+
+using ctl::Complain;
+
+constexpr char kAnyPort[] = "127.0.0.1:0";
+
+/// The form that the token is put into.
+Reply LoginPage(const LoginView& view) {
+    Reply reply;
+    reply.body = R"(<!doctype html><html lang="en"><title>Log in</title>
+<form method="post" action="/login"><label>Token <input name="token" type="password"></label> <button>Log in</button></form>
+)";
+    if (view.why == LoginView::kWrong) reply.body += "<p>That is not the token.</p>";
+    if (view.why == LoginView::kTooMany) reply.body += "<p>Too many have tried: wait a minute.</p>";
+    return reply;
+}
+
+/// That the server is there.
+void ShowPage(const Request& request, Responder responder) {
+    const int status = request.path.empty() ? 200 : 404;
+    responder.Answer(PlainReply(status, PhraseOf(status)));
+}
+
+/// Waits until the program is to end.
+void WaitForEnd(const sigset_t& signals) {
+    int signal = 0;
+    while (sigwait(&signals, &signal) != 0) {
+    }
+}
+
+/// The file of the token that everybody is asked for, "" for none.
+std::string TokenFile(const ServeOptions& options, bool is_wanted) {
+    if (!options.token_file.empty() || !is_wanted) return options.token_file;
+    const std::string folder = StateFolder();
+    return folder.empty() ? "" : folder + "/serve.token";
+}
+
+/// Has everybody asked for the token in the file.  False when there is none.
+bool Secure(const std::string& file, ServerSettings* settings) {
+    std::string error = "there is no folder for the token (see --token-file)";
+    if (!file.empty()) settings->token = TokenFrom(file, &error);
+    if (settings->token.empty()) return Complain("%s", error.c_str()), false;
+    settings->sessions_file = file + ".sessions";
+    return true;
+}
+
+int Serve(const ServeOptions& options) {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    signal(SIGPIPE, SIG_IGN);
+    std::string error;
+    ServerSettings settings{.listener = TakeListener(&error), .names = options.names};
+    const bool is_service = settings.listener.valid();
+    if (!is_service && error.empty())
+        settings.listener = ListenOn(options.address.empty() ? kAnyPort : options.address, &error);
+    if (!settings.listener.valid()) return Complain("%s", error.c_str()), ctl::kExitUsage;
+    const int listener = settings.listener.get();
+    const std::string address = BrowserAddress(listener);
+    const bool is_token_wanted = is_service || !IsLoopback(listener) || !options.token_file.empty();
+    const std::string token = TokenFile(options, is_token_wanted);
+    if (is_token_wanted && !Secure(token, &settings)) return ctl::kExitFiles;
+    Server server;
+    if (!server.Start(std::move(settings), {.login = LoginPage}, ShowPage, &error))
+        return Complain("%s", error.c_str()), ctl::kExitFiles;
+    printf("%s\n", address.c_str());
+    if (!token.empty()) printf("token: %s\n", token.c_str());
+    fflush(stdout);
+    WaitForEnd(signals);
+    return ctl::kExitDone;
+}
+
+}  // namespace
+
+int ServeRun(int argc, char** argv) {
+    CLI::App app("Shows the library in a browser.", "koliindexctl serve");
+    ServeOptions options;
+    AddServeOptions(app, options);
+    try {
+        app.parse(argc, argv);
+        return Serve(options);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) return app.exit(error);  // help
+        ctl::Complain("%s (see koliindexctl serve --help)", error.what());
+        return ctl::kExitUsage;
+    } catch (const std::exception& error) {
+        ctl::Complain("%s", error.what());
+        return ctl::kExitFiles;
+    }
+}
+
+}  // namespace koli::serve
