@@ -9,10 +9,10 @@
 
 #include "tests/host_temp_dir.h"
 #include "tests/media_bytes.h"
-#include "tools/serve/picture/jpeg.h"
+#include "tools/serve/maker/jpeg.h"
+#include "tools/serve/maker/small_picture.h"
 #include "tools/serve/picture/picture_cache.h"
 #include "tools/serve/picture/pictures.h"
-#include "tools/serve/picture/small_picture.h"
 
 namespace koli::serve::test {
 
@@ -136,6 +136,7 @@ TEST(SmallPicture, OfPrintingColoursIsRight) {
 struct Served : testing::Test {
     ~Served() override { pictures_.Stop(); }
     void Start() {
+        settings_.program = KOLI_MAKER;
         settings_.folder = folder_.Path("cache/small");
         std::string error;
         ASSERT_TRUE(pictures_.Start(settings_, &error)) << error;
@@ -218,6 +219,24 @@ TEST_F(Served, AreMadeOnceForAllWhoAskAndKeptWithoutTheirMaker) {
     pictures_.Stop();
     const std::future<Answer> late = Ask(path);
     EXPECT_TRUE(IsThere(late));
+}
+
+TEST_F(Served, AMakerThatEndedIsStartedAgain) {
+    settings_.pause = std::chrono::seconds(0);
+    Start();
+    kill(maker_, SIGKILL);
+    PictureResult result = PictureResult::kNotNow;  // until its end is noticed
+    for (int i = 0; i < 100 && result == PictureResult::kNotNow; ++i)
+        result = Ask(Picture(1)).get().result;
+    EXPECT_EQ(result, PictureResult::kMade);
+    Pictures none;
+    std::string error;
+    settings_.program = "/nowhere";
+    EXPECT_FALSE(none.Start(settings_, &error));
+    EXPECT_EQ(error, "/nowhere: No such file or directory");
+    settings_.program = "/bin/true";
+    EXPECT_FALSE(none.Start(settings_, &error));
+    EXPECT_EQ(error, "the program that makes them does not start");
 }
 
 TEST_F(Served, TooManyPushOutTheOldestAndNobodyWaitsForGood) {
@@ -315,7 +334,7 @@ TEST_F(Cache, RemovesTheLongestUnusedAboveItsBound) {
     const std::string other = folder_.Write("new/small/00/notes.txt", "mine");
     for (int i = 0; i < 100; ++i)
         cache_.Keep(std::to_string(i), picture);
-    const auto bytes = [&] { return Files().size() * 20480; };
+    const auto bytes = [&] { return (Files().size() - 1) * 20480; };
     for (int i = 0; i < 1000 && bytes() > (1 << 20); ++i)
         usleep(10000);
     EXPECT_LE(bytes(), 1U << 20);

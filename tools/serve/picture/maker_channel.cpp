@@ -2,9 +2,12 @@
 
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace koli::serve {
 namespace {
@@ -41,9 +44,22 @@ bool IsWhole(ssize_t transferred, size_t size) {
 
 }  // namespace
 
-PictureSlots::PictureSlots(size_t count) : count_(count) {
+PictureSlots::PictureSlots(size_t count) : file_(memfd_create("small pictures", MFD_CLOEXEC)) {
+    if (!file_.valid() || ftruncate(file_.get(), static_cast<off_t>(count * sizeof(PictureSlot))) != 0)
+        return;
+    Map();
+}
+
+PictureSlots::PictureSlots(ctl::UniqueFd file) : file_(std::move(file)) {
+    Map();
+}
+
+void PictureSlots::Map() {
+    struct stat info {};
+    if (fstat(file_.get(), &info) != 0) return;
+    count_ = static_cast<size_t>(info.st_size) / sizeof(PictureSlot);
     void* area =
-        mmap(nullptr, count * sizeof(PictureSlot), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        mmap(nullptr, count_ * sizeof(PictureSlot), PROT_READ | PROT_WRITE, MAP_SHARED, file_.get(), 0);
     if (area != MAP_FAILED) slots_ = static_cast<PictureSlot*>(area);
 }
 

@@ -17,16 +17,20 @@ struct PictureSlot {
 };
 static_assert(sizeof(PictureSlot) == 1U << 20);
 
-/// Slots that are shared with the children forked while they live.
+/// Slots in a memory file.
 class PictureSlots {
   public:
+    /// New ones.
     explicit PictureSlots(size_t count);
+    /// Those of such a file, which it takes over.
+    explicit PictureSlots(ctl::UniqueFd file);
     ~PictureSlots();
     PictureSlots(const PictureSlots&) = delete;
     PictureSlots& operator=(const PictureSlots&) = delete;
 
-    /// False, with errno set by the constructor, when there is no memory.
+    /// False, with errno set by the constructor, when there is no memory, or the file holds no slots.
     bool valid() const { return slots_ != nullptr; }
+    int file() const { return file_.get(); }
     size_t count() const { return count_; }
     PictureSlot& operator[](size_t index) const { return slots_[index]; }
 
@@ -36,8 +40,11 @@ class PictureSlots {
     bool HideFromChildren() const;
 
   private:
+    void Map();
+
+    ctl::UniqueFd file_;
     PictureSlot* slots_ = nullptr;
-    size_t count_;
+    size_t count_ = 0;
 };
 
 /// One picture to be made.  The file goes with it as a descriptor.
@@ -53,8 +60,14 @@ struct PictureAnswer {
         kNoPicture,  // that anybody could make, however often it is tried
         kNotNow      // something is lacking at the moment: a process, memory, a disk that answers
     };
+    static constexpr uint32_t kReady = ~0U;  // as slot: the maker takes orders from here on
     uint32_t slot;
     Result result;
+};
+
+/// Exit statuses of the maker.
+struct MakerExit {
+    enum Status : int { kDone, kFailed, kUnguarded /* this kernel has nothing that guards a child */ };
 };
 
 // Each is false when the other end is gone, or something else has failed, with errno set (0: gone).

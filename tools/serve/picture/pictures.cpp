@@ -3,13 +3,10 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <utility>
 
@@ -21,7 +18,7 @@ namespace {
 
 constexpr const char kModule[] = "pictures";
 
-constexpr unsigned kMaxAtOnce = 8;    // pictures that are made at the same time
+constexpr unsigned kMaxAtOnce = 4;    // pictures that are made at the same time
 constexpr unsigned kOldestEvery = 4;  // turns
 constexpr size_t kMaxWho = 64;        // who wait for the same picture
 constexpr int kLookMs = 1000;         // between two looks at the clock, while something waits
@@ -31,6 +28,14 @@ constexpr int kLookMs = 1000;         // between two looks at the clock, while s
 bool Pictures::Start(const PictureSettings& settings, std::string* error) {
     settings_ = settings;
     error->clear();
+    const auto processors = static_cast<unsigned>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
+    slots_ = std::make_unique<PictureSlots>(std::min(processors, kMaxAtOnce));
+    at_work_.resize(slots_->count());
+    wake_ = ctl::UniqueFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!slots_->valid() || !wake_.valid()) {
+        *error = strerror(errno);
+        return false;
+    }
     if (!StartMaker(error)) return false;
     if (std::string why; !cache_.Open(settings.folder, settings.bound, &why))
         *error = "cannot keep small pictures in " + settings.folder + ": " + why;
@@ -40,19 +45,17 @@ bool Pictures::Start(const PictureSettings& settings, std::string* error) {
 }
 
 bool Pictures::StartMaker(std::string* error) {
-    const auto processors = static_cast<unsigned>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
-    slots_ = std::make_unique<PictureSlots>(std::min(processors, kMaxAtOnce));
-    at_work_.resize(slots_->count());
-    int ends[2] = {-1, -1};
-    wake_ = ctl::UniqueFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (slots_->valid() && wake_.valid() &&
-        socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) == 0) {
-        socket_ = ctl::UniqueFd(ends[0]);
-        const ctl::UniqueFd makers_end(ends[1]);
-        maker_ = MakerStart(makers_end.get(), *slots_, settings_.maker);
-    }
-    if (maker_ > 0) return true;
-    *error = errno == ENOSYS ? "this kernel has nothing that guards a child" : strerror(errno);
+    maker_begin_ = Clock::now();
+    return maker_.Start(settings_.program, *slots_, error);
+}
+
+/// One that has ended is started again, but not all the time.
+bool Pictures::HasMaker() {
+    if (maker_.is_running()) return true;
+    std::string error;
+    if (Clock::now() - maker_begin_ < settings_.pause) return false;
+    if (StartMaker(&error)) return true;
+    KOLI_LOG("No small pictures can be made: %s.", error.c_str());
     return false;
 }
 
@@ -69,10 +72,7 @@ void Pictures::Stop() {
     for (const JobPointer& job : left)
         Finish(job, PictureResult::kNotNow, {});
     cache_.Close();
-    socket_ = {};
-    if (maker_ <= 0) return;
-    kill(maker_, SIGKILL);
-    waitpid(std::exchange(maker_, -1), nullptr, 0);
+    maker_.End();
 }
 
 void Pictures::Ask(ctl::UniqueFd file, std::string_view name, PictureSide side, PictureDone done) {
@@ -130,7 +130,7 @@ void Pictures::Wait() {
         const std::lock_guard lock(mutex_);
         is_waiting = !jobs_.empty();
     }
-    pollfd sources[] = {{wake_.get(), POLLIN, 0}, {socket_.get(), POLLIN, 0}};
+    pollfd sources[] = {{wake_.get(), POLLIN, 0}, {maker_.socket(), POLLIN, 0}};
     if (poll(sources, 2, is_waiting ? kLookMs : -1) <= 0) return;
     eventfd_t count = 0;
     if (sources[0].revents != 0) eventfd_read(wake_.get(), &count);
@@ -148,7 +148,7 @@ void Pictures::LookUp() {
         }
         if (std::optional<std::string> jpeg = cache_.Find(job->key)) {
             Finish(job, PictureResult::kMade, std::move(*jpeg));
-        } else if (!socket_.valid()) {
+        } else if (!HasMaker()) {
             Finish(job, PictureResult::kNotNow, {});
         } else {
             const std::lock_guard lock(mutex_);
@@ -185,12 +185,12 @@ Pictures::JobPointer Pictures::NextWaiting() {
 }
 
 void Pictures::Dispatch() {
-    for (uint32_t slot = 0; slot < at_work_.size() && socket_.valid(); ++slot) {
+    for (uint32_t slot = 0; slot < at_work_.size() && maker_.is_running(); ++slot) {
         if (at_work_[slot] != nullptr) continue;
         JobPointer job = NextWaiting();
         if (job == nullptr) return;
         at_work_[slot] = job;
-        if (!OrderSend(socket_.get(), {slot, static_cast<int32_t>(job->side)}, job->file.get()))
+        if (!OrderSend(maker_.socket(), {slot, static_cast<int32_t>(job->side)}, job->file.get()))
             return MakerIsGone();
         job->file = {};
     }
@@ -198,7 +198,7 @@ void Pictures::Dispatch() {
 
 void Pictures::TakeAnswer() {
     PictureAnswer answer{};
-    if (!AnswerReceive(socket_.get(), &answer)) return MakerIsGone();
+    if (!AnswerReceive(maker_.socket(), &answer)) return MakerIsGone();
     if (answer.slot >= at_work_.size() || at_work_[answer.slot] == nullptr) return;
     const JobPointer job = std::exchange(at_work_[answer.slot], nullptr);
     const PictureSlot& slot = (*slots_)[answer.slot];
@@ -219,10 +219,9 @@ void Pictures::TakeAnswer() {
     Finish(job, PictureResult::kNoPicture, {});
 }
 
-/// It is not started again: this process has threads now.
 void Pictures::MakerIsGone() {
     KOLI_LOG("The process that makes small pictures has ended.");
-    socket_ = {};
+    maker_.End();
     std::vector<JobPointer> lost;
     for (JobPointer& job : at_work_)
         if (job != nullptr) lost.push_back(std::exchange(job, nullptr));

@@ -1,10 +1,7 @@
 // Small pictures of the files that the library shows.
 #pragma once
 
-#include <sys/types.h>
-
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -17,8 +14,8 @@
 
 #include "tools/ctl/unique_fd.h"
 #include "tools/serve/picture/failed_pictures.h"
-#include "tools/serve/picture/maker.h"
 #include "tools/serve/picture/maker_channel.h"
+#include "tools/serve/picture/maker_process.h"
 #include "tools/serve/picture/picture_cache.h"
 
 namespace koli::serve {
@@ -37,11 +34,12 @@ enum class PictureResult {
 using PictureDone = std::function<void(PictureResult result, std::string jpeg)>;
 
 struct PictureSettings {
-    std::string folder;                 // of the cache
-    uint64_t bound = 256U << 20;        // bytes there
-    size_t waiting = 256;               // pictures that wait for their turn; the oldest is told kNotNow
-    std::chrono::seconds patience{30};  // before who asked is told kNotNow
-    MakerSettings maker;
+    std::string program = MakerProgram();  // that makes them
+    std::string folder;                    // of the cache
+    uint64_t bound = 256U << 20;           // bytes there
+    size_t waiting = 256;                  // pictures that wait for their turn; the oldest is told kNotNow
+    std::chrono::seconds patience{30};     // before who asked is told kNotNow
+    std::chrono::seconds pause{10};        // from one start of the program to the next
 };
 
 /// Has small pictures made by a process of its own, each in a guarded child, and keeps them.
@@ -52,9 +50,8 @@ class Pictures {
     Pictures(const Pictures&) = delete;
     Pictures& operator=(const Pictures&) = delete;
 
-    /// While this process has one thread: starts the maker, and then a thread that asks it.  False, and
-    /// `error` tells why, when no pictures can be made.  A cache that cannot be used is told in `error`, too:
-    /// then each picture is made each time.
+    /// Starts the maker, and a thread that asks it.  False, and `error` tells why, when no pictures can be
+    /// made.  A cache that cannot be used is told in `error`, too: then each picture is made each time.
     bool Start(const PictureSettings& settings, std::string* error);
     /// Ends the maker and the thread; who still waits is told kNotNow, as is who asks from here on.
     void Stop();
@@ -77,6 +74,7 @@ class Pictures {
     using JobPointer = std::shared_ptr<Job>;
 
     bool StartMaker(std::string* error);
+    bool HasMaker();
     void Run();
     void Wait();
     void LookUp();
@@ -92,8 +90,8 @@ class Pictures {
     PictureCache cache_;
     std::unique_ptr<PictureSlots> slots_;
     std::vector<JobPointer> at_work_;  // of each slot
-    pid_t maker_ = -1;
-    ctl::UniqueFd socket_;  // invalid: the maker is gone
+    MakerProcess maker_;
+    Clock::time_point maker_begin_;
     ctl::UniqueFd wake_;
     std::thread thread_;
     unsigned turn_ = 0;

@@ -1,4 +1,4 @@
-#include "tools/serve/picture/icon.h"
+#include "tools/serve/maker/icon.h"
 
 #include <algorithm>
 #include <cstddef>

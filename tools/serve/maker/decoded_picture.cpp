@@ -1,4 +1,4 @@
-#include "tools/serve/picture/decoded_picture.h"
+#include "tools/serve/maker/decoded_picture.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -8,8 +8,8 @@ extern "C" {
 #include <memory>
 #include <string_view>
 
-#include "tools/serve/picture/icon.h"
-#include "tools/serve/picture/jpeg.h"
+#include "tools/serve/maker/icon.h"
+#include "tools/serve/maker/jpeg.h"
 
 using namespace std::literals;
 

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <span>
 
-#include "tools/serve/picture/frame.h"
+#include "tools/serve/maker/frame.h"
 
 namespace koli::serve {
 

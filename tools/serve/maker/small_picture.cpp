@@ -1,10 +1,10 @@
-#include "tools/serve/picture/small_picture.h"
+#include "tools/serve/maker/small_picture.h"
 
 #include <utility>
 
-#include "tools/serve/picture/decoded_picture.h"
-#include "tools/serve/picture/frame.h"
-#include "tools/serve/picture/jpeg.h"
+#include "tools/serve/maker/decoded_picture.h"
+#include "tools/serve/maker/frame.h"
+#include "tools/serve/maker/jpeg.h"
 
 namespace koli::serve {
 

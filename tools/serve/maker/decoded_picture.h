@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "tools/serve/picture/frame.h"
+#include "tools/serve/maker/frame.h"
 
 namespace koli::serve {
 

@@ -1,4 +1,4 @@
-#include "tools/serve/picture/maker.h"
+#include "tools/serve/maker/maker.h"
 
 #include <poll.h>
 #include <sys/prctl.h>
@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <vector>
@@ -16,16 +17,17 @@
 #include "guard/guard_steps.h"
 #include "guard/landlock.h"
 #include "guard/probe_guard.h"
-#include "tools/serve/picture/decoded_picture.h"
-#include "tools/serve/picture/picture_child.h"
+#include "tools/serve/maker/decoded_picture.h"
+#include "tools/serve/maker/picture_child.h"
 
 namespace koli::serve {
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr rlim_t kMaxMemory = 512U << 20;  // bytes of a child's own
-constexpr int kLookMs = 500;               // between two looks at the clock, while a child runs
+constexpr rlim_t kMaxMemory = 512U << 20;        // bytes of a child's own
+constexpr int kLookMs = 500;                     // between two looks at the clock, while a child runs
+constexpr std::chrono::seconds kChildLimit{20};  // by the clock: a disk may not answer
 
 /// Address space of this process, bytes.
 rlim_t AddressSpace() {
@@ -36,14 +38,14 @@ rlim_t AddressSpace() {
 
 class Maker {
   public:
-    Maker(int socket, const PictureSlots& slots, const MakerSettings& settings)
-        : socket_(socket), slots_(slots), settings_(settings), children_(slots.count()) {
+    Maker(int socket, const PictureSlots& slots) : socket_(socket), slots_(slots), children_(slots.count()) {
         const rlim_t share = MachineMemory() / 2 / slots.count();
         limits_.address_space = AddressSpace() + std::min(kMaxMemory, share);
     }
 
     /// Until the server is gone.
     void Run() {
+        is_alone_ = !AnswerSend(socket_, {PictureAnswer::kReady, PictureAnswer::kMade});
         while (!is_alone_) {
             pollfd order{socket_, POLLIN, 0};
             const timespec look{kLookMs / 1000, kLookMs % 1000 * 1000000L};
@@ -94,7 +96,7 @@ class Maker {
             int status = 0;
             if (waitpid(child.pid, &status, WNOHANG) == 0) {
                 // One that a disk holds does not end before the disk answers, and keeps its slot until then.
-                if (Clock::now() - child.begin > settings_.child_limit) kill(child.pid, SIGKILL);
+                if (Clock::now() - child.begin > kChildLimit) kill(child.pid, SIGKILL);
                 continue;
             }
             child.pid = 0;
@@ -118,7 +120,6 @@ class Maker {
 
     const int socket_;
     const PictureSlots& slots_;
-    const MakerSettings settings_;
     const ChildEndScope ends_;
     PictureLimits limits_{};
     std::vector<Child> children_;  // of each slot
@@ -132,34 +133,23 @@ bool GuardItself() {
            (abi <= 0 || LandlockAllowNothing(abi));
 }
 
-[[noreturn]] void RunMaker(int socket, const PictureSlots& slots, const MakerSettings& settings,
-                           pid_t server) noexcept {
-    prctl(PR_SET_NAME, "koli-pictures");
-    for (const int signal_number : {SIGINT, SIGTERM, SIGHUP})  // the server's business, which ends this one
-        signal(signal_number, SIG_IGN);
-    log_sink = [](const char*) {};  // nothing here may connect to the system log
-    if (!SignalAtParentsEnd(server, SIGKILL)) _exit(1);
-    CloseInherited(socket);
-    PictureDecodeWarmUp();
-    Maker maker(socket, slots, settings);
-    if (!slots.HideFromChildren() || !GuardItself()) _exit(1);
-    maker.Run();
-    _exit(0);
-}
-
 }  // namespace
 
-pid_t MakerStart(int socket, const PictureSlots& slots, const MakerSettings& settings) {
+int MakerRun(int socket, int slots_file) noexcept {
+    for (const int signal_number :
+         {SIGINT, SIGTERM, SIGHUP})  // the server's business, which ends this process
+        signal(signal_number, SIG_IGN);
+    log_sink = [](const char*) {};  // nothing here may connect to the system log
     const ProbeGuardStatus guards = ProbeGuardStatusGet();
-    if (!guards.system_call_filter && !guards.file_rules) {
-        errno = ENOSYS;
-        return -1;
-    }
-    if (!ProbeGuardPrepare()) return -1;
-    const pid_t server = getpid();
-    const pid_t pid = fork();
-    if (pid == 0) RunMaker(socket, slots, settings, server);
-    return pid;
+    if (!guards.system_call_filter && !guards.file_rules) return MakerExit::kUnguarded;
+    const PictureSlots slots{ctl::UniqueFd(slots_file)};
+    if (!slots.valid() || !ProbeGuardPrepare()) return MakerExit::kFailed;
+    CloseInherited(socket);
+    PictureDecodeWarmUp();
+    Maker maker(socket, slots);
+    if (!slots.HideFromChildren() || !GuardItself()) return MakerExit::kFailed;
+    maker.Run();
+    return MakerExit::kDone;
 }
 
 }  // namespace koli::serve

@@ -1,4 +1,4 @@
-#include "tools/serve/picture/picture_child.h"
+#include "tools/serve/maker/picture_child.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 #include "guard/guard_steps.h"
 #include "guard/probe_guard.h"
 #include "guard/sanitized_build.h"
-#include "tools/serve/picture/small_picture.h"
+#include "tools/serve/maker/small_picture.h"
 
 namespace koli::serve {
 namespace {

@@ -1,4 +1,4 @@
-#include "tools/serve/picture/jpeg.h"
+#include "tools/serve/maker/jpeg.h"
 
 #include <libexif/exif-data.h>
 #include <turbojpeg.h>

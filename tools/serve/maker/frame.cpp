@@ -1,4 +1,4 @@
-#include "tools/serve/picture/frame.h"
+#include "tools/serve/maker/frame.h"
 
 extern "C" {
 #include <libswscale/swscale.h>
