@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,8 +26,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr rlim_t kMaxMemory = 512U << 20;        // bytes of a child's own
-constexpr int kLookMs = 500;                     // between two looks at the clock, while a child runs
+constexpr rlim_t kMaxMemory = 512U << 20;  // bytes of a child's own
+constexpr int kNiceLevel = 10;  // as the daemon: a page of pictures takes all processors for a while
+constexpr int kLookMs = 500;    // between two looks at the clock, while a child runs
 constexpr std::chrono::seconds kChildLimit{20};  // by the clock: a disk may not answer
 
 /// Address space of this process, bytes.
@@ -139,6 +141,7 @@ int MakerRun(int socket, int slots_file) noexcept {
     for (const int signal_number :
          {SIGINT, SIGTERM, SIGHUP})  // the server's business, which ends this process
         signal(signal_number, SIG_IGN);
+    setpriority(PRIO_PROCESS, 0, kNiceLevel);
     log_sink = [](const char*) {};  // nothing here may connect to the system log
     const ProbeGuardStatus guards = ProbeGuardStatusGet();
     if (!guards.system_call_filter && !guards.file_rules) return MakerExit::kUnguarded;

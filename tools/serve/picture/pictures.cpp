@@ -67,8 +67,11 @@ void Pictures::Stop() {
     }
     Wake();
     if (thread_.joinable()) thread_.join();
-    for (const auto& [key, job] : jobs_)
-        left.push_back(job);
+    {
+        const std::lock_guard lock(mutex_);  // of those who still ask
+        for (const auto& [key, job] : jobs_)
+            left.push_back(job);
+    }
     for (const JobPointer& job : left)
         Finish(job, PictureResult::kNotNow, {});
     cache_.Close();
