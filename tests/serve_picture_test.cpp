@@ -116,6 +116,65 @@ TEST(SmallPicture, OfAnIconIsTheLargestOnWhite) {
         EXPECT_NE(Look(Small(icon.substr(0, length), 160)).substr(0, 5), "32x32") << length;
 }
 
+/// One byte for each of 64 by 32 pixels: 0 to 3, the quarter.
+std::string Plane(const std::function<char(int)>& value) {
+    std::string plane;
+    for (int i = 0; i < 64 * 32; ++i)
+        plane += value(i / 64 / 16 * 2 + i % 64 / 32);
+    return plane;
+}
+
+std::string Light(int channel) {  // of red, green, blue, black
+    return Plane([&](int quarter) { return quarter == channel ? '\xff' : '\0'; });
+}
+
+std::string GifOfQuarters() {
+    std::string codes;  // as wide as a byte, because the table is emptied before it grows
+    for (const char pixel : Plane([](int quarter) { return static_cast<char>(quarter); }))
+        codes += (codes.size() % 64 == 0 ? "\x80"s : ""s) + pixel;
+    std::string blocks;
+    for (size_t at = 0; at < codes.size(); at += 250)
+        blocks += Le(std::min<size_t>(250, codes.size() - at), 1) + codes.substr(at, 250);
+    const std::string colours = Padded("\xff\0\0\0\xff\0\0\0\xff"s, 384);
+    return "GIF89a" + Le(64, 2) + Le(32, 2) + "\xf6\0\0"s + colours + ",\0\0\0\0"s + Le(64, 2) + Le(32, 2) +
+           "\0\x07"s + blocks + "\x01\x81\0;"s;
+}
+
+std::string PngOfQuarters() {
+    std::string rows;
+    for (size_t at = 0; at < 64 * 32; ++at) {
+        if (at % 64 == 0) rows += '\0';
+        rows += {Light(0)[at], Light(1)[at], Light(2)[at], '\xff'};
+    }
+    uint64_t sum = 1, sums = 0;
+    for (const char byte : rows) {
+        sum = (sum + static_cast<uint8_t>(byte)) % 65521;
+        sums = (sums + sum) % 65521;
+    }
+    const std::string data =
+        "\x78\x01\x01" + Le(rows.size(), 2) + Le(~rows.size() & 0xFFFF, 2) + rows + Be(sums << 16 | sum, 4);
+    return Png(64, 32) + Be(0, 7) + Be(data.size(), 4) + "IDAT" + data + Be(0, 8) + "IEND" + Be(0, 4);
+}
+
+std::string TiffOfQuarters() {
+    std::string tags;
+    const std::pair<int, uint64_t> entries[] = {{256, 64}, {257, 32}, {258, 8},  {259, 1},      {262, 1},
+                                                {273, 8},  {277, 1},  {278, 32}, {279, 64 * 32}};
+    for (const auto& [tag, value] : entries)
+        tags += Be(static_cast<uint64_t>(tag), 2) + Be(4, 2) + Be(1, 4) + Be(value, 4);
+    const std::string grey = Plane([](int quarter) { return quarter == 1 ? '\xff' : '\0'; });
+    return "MM\0*"s + Be(8 + grey.size(), 4) + grey + Be(std::size(entries), 2) + tags + Be(0, 4);
+}
+
+TEST(SmallPicture, IsMadeOfEachFormat) {
+    const std::string psd = "8BPS" + Be(1, 2) + Padded("", 6) + Be(3, 2) + Be(32, 4) + Be(64, 4) + Be(8, 2) +
+                            Be(3, 2) + Padded("", 14) + Light(0) + Light(1) + Light(2);
+    EXPECT_EQ(Look(Small(psd, 160)), "64x32 RGBK");
+    EXPECT_EQ(Look(Small(GifOfQuarters(), 160)), "64x32 RGBK");
+    EXPECT_EQ(Look(Small(PngOfQuarters(), 160)), "64x32 RGBK");
+    EXPECT_EQ(Look(Small(TiffOfQuarters(), 160)), "64x32 KWKK");
+}
+
 TEST(SmallPicture, OfPrintingColoursIsRight) {
     const std::string ink = "\xff\0\0\xff"s;  // inverted: neither cyan nor black
     std::string pixels;

@@ -16,7 +16,8 @@ struct DecodedPicture {
 
 /// Decodes a whole file, told by its first bytes, whatever its name says: JPEG, PNG, GIF (the first picture),
 /// BMP, TIFF, PSD, icons (the largest).  A JPEG may come smaller, but with `side` pixels in its longer side.
-/// Of a damaged picture what could be read is there.  Not for a process that has something to lose.
+/// Of a cut JPEG what there is of it is there, of other damaged pictures mostly nothing.  Not for a process
+/// that has something to lose.
 DecodedPicture PictureDecode(std::vector<uint8_t> file, int side);
 
 /// In a process that is going to fork those that decode: lets the libraries make their constant tables, no
