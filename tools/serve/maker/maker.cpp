@@ -29,7 +29,7 @@ using Clock = std::chrono::steady_clock;
 constexpr rlim_t kMaxMemory = 512U << 20;  // bytes of a child's own
 constexpr int kNiceLevel = 10;  // as the daemon: a page of pictures takes all processors for a while
 constexpr int kLookMs = 500;    // between two looks at the clock, while a child runs
-constexpr std::chrono::seconds kChildLimit{20};  // by the clock: a disk may not answer
+constexpr std::chrono::seconds kChildLimit{20};  // by the clock: a disk may not answer, a machine be busy
 
 /// Address space of this process, bytes.
 rlim_t AddressSpace() {
@@ -61,6 +61,7 @@ class Maker {
     struct Child {
         pid_t pid = 0;
         Clock::time_point begin;
+        bool is_late = false;
     };
 
     bool HasChildren() const {
@@ -76,7 +77,7 @@ class Maker {
             return;
         }
         if (order.slot >= slots_.count() || children_[order.slot].pid > 0) return;
-        children_[order.slot] = {Begin(order, file.get()), Clock::now()};
+        children_[order.slot] = {Begin(order, file.get()), Clock::now(), false};
         if (children_[order.slot].pid < 0) Answer(order.slot, PictureAnswer::kNotNow);
     }
 
@@ -98,11 +99,11 @@ class Maker {
             int status = 0;
             if (waitpid(child.pid, &status, WNOHANG) == 0) {
                 // One that a disk holds does not end before the disk answers, and keeps its slot until then.
-                if (Clock::now() - child.begin > kChildLimit) kill(child.pid, SIGKILL);
+                child.is_late = Clock::now() - child.begin > kChildLimit;
+                if (child.is_late) kill(child.pid, SIGKILL);
                 continue;
             }
-            child.pid = 0;
-            Answer(slot, ResultOf(status));
+            Answer(slot, child.is_late ? PictureAnswer::kNotNow : ResultOf(status));
         }
     }
 
