@@ -21,7 +21,7 @@
 #include "daemon/queue.h"
 #include "daemon/settings.h"
 #include "platform/paths.h"
-#include "video/probe_guard.h"
+#include "video/probe_permission.h"
 
 namespace koli {
 namespace {

@@ -1,4 +1,4 @@
-#include "video/child_heap.h"
+#include "guard/child_heap.h"
 
 #include <malloc.h>
 #include <sys/mman.h>
@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "video/sanitized_build.h"
+#include "guard/sanitized_build.h"
 
 namespace koli {
 namespace {

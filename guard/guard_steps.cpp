@@ -1,4 +1,4 @@
-#include "video/guard_steps.h"
+#include "guard/guard_steps.h"
 
 #include <linux/capability.h>
 #include <linux/seccomp.h>
@@ -10,8 +10,8 @@
 #include <cerrno>
 
 #include "base/log.h"
-#include "video/landlock.h"
-#include "video/sanitized_build.h"
+#include "guard/landlock.h"
+#include "guard/sanitized_build.h"
 
 namespace koli {
 namespace {

@@ -1,23 +1,15 @@
-#include "video/probe_guard.h"
+#include "guard/probe_guard.h"
 
-#include <strings.h>
 #include <sys/prctl.h>
 
-#include <cerrno>
 #include <csignal>
 
-#include "base/log.h"
-#include "base/passing_error.h"
-#include "platform/kolisdk.h"
-#include "platform/paths.h"
-#include "video/guard_steps.h"
-#include "video/landlock.h"
-#include "video/probe_filter.h"
+#include "guard/guard_steps.h"
+#include "guard/landlock.h"
+#include "guard/probe_filter.h"
 
 namespace koli {
 namespace {
-
-constexpr const char kModule[] = "metamedia";
 
 constexpr rlim_t kLibraryBytes = 1 << 30;  // address space of the libraries and of the daemon itself
 
@@ -57,25 +49,6 @@ bool ProbeGuardPrepare() {
 ProbeGuardStatus ProbeGuardStatusGet() {
     const KernelGuards& kernel = KernelGuardsGet();
     return {kernel.has_filters, kernel.landlock_abi > 0};
-}
-
-bool ProbeGuardSuffices(const ProbeGuardStatus& status) {
-    errno = 0;
-    if (status.system_call_filter || status.file_rules) return true;
-    char value[8];
-    if (KLIBFileGetKeyValue(paths::kConfig, "unguardedprobe", value, sizeof value, 0) < 0)
-        return errno == 0 || !IsPassingError(errno);
-    errno = 0;
-    return strcasecmp(value, "no") != 0;
-}
-
-void ProbeGuardReport() {
-    ProbeGuardPrepare();
-    const ProbeGuardStatus status = ProbeGuardStatusGet();
-    if (status.system_call_filter && status.file_rules) return;
-    LogNotice(LogSite(kModule), "Media is %sprobed without%s%s: this kernel lacks it.",
-              ProbeGuardSuffices(status) ? "" : "not ", status.system_call_filter ? "" : " [seccomp]",
-              status.file_rules ? "" : " [Landlock]");
 }
 
 bool ProbeGuardEnter(int file, pid_t parent) {

@@ -1,4 +1,4 @@
-#include "video/probe_filter.h"
+#include "guard/probe_filter.h"
 
 #include <fcntl.h>
 #include <linux/seccomp.h>
@@ -14,7 +14,7 @@
 #include <memory>
 #include <span>
 
-#include "video/sanitized_build.h"
+#include "guard/sanitized_build.h"
 
 namespace koli {
 namespace {

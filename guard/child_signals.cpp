@@ -1,4 +1,4 @@
-#include "video/child_signals.h"
+#include "guard/child_signals.h"
 
 namespace koli {
 namespace {

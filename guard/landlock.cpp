@@ -1,4 +1,4 @@
-#include "video/landlock.h"
+#include "guard/landlock.h"
 
 #include <fcntl.h>
 #include <sys/syscall.h>
