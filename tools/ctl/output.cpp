@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <utility>
+
+#include "base/text/utf8.h"
 
 namespace koli::ctl {
 namespace {
@@ -12,22 +15,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t kRowsForWidths = 200;
 constexpr size_t kWidthMax = 60;  // of a column that is not the last
-
-/// Length of the valid UTF-8 sequence at the beginning of `text`, 0 when there is none (Unicode, table 3-7).
-size_t SequenceLength(std::string_view text) {
-    const auto byte = [text](size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U; };
-    const auto tail = [&byte](size_t i) { return (byte(i) & 0xC0) == 0x80; };
-    const unsigned first = byte(0), second = byte(1);
-    if (first < 0x80) return 1;
-    if (first >= 0xC2 && first <= 0xDF) return tail(1) ? 2 : 0;
-    if (first >= 0xE0 && first <= 0xEF) {
-        const bool fits = (first != 0xE0 || second >= 0xA0) && (first != 0xED || second < 0xA0);
-        return fits && tail(1) && tail(2) ? 3 : 0;
-    }
-    if (first < 0xF0 || first > 0xF4) return 0;
-    const bool fits = (first != 0xF0 || second >= 0x90) && (first != 0xF4 || second < 0x90);
-    return fits && tail(1) && tail(2) && tail(3) ? 4 : 0;
-}
 
 bool IsControl(std::string_view sequence) {
     const auto first = static_cast<unsigned char>(sequence[0]);
@@ -45,7 +32,7 @@ void AppendEscaped(std::string_view bytes, std::string* text) {
 
 bool IsUtf8(std::string_view text) {
     for (size_t length = 0; !text.empty(); text.remove_prefix(length))
-        if ((length = SequenceLength(text)) == 0) return false;
+        if ((length = Utf8Length(text)) == 0) return false;
     return true;
 }
 
@@ -145,7 +132,7 @@ void PrintObjectJson(const Record& record, const std::vector<Section>& sections)
 std::string Printable(std::string_view text) {
     std::string printable;
     while (!text.empty()) {
-        const size_t valid = SequenceLength(text);
+        const size_t valid = Utf8Length(text);
         const std::string_view sequence = text.substr(0, std::max<size_t>(valid, 1));
         if (valid == 0 || IsControl(sequence))
             AppendEscaped(sequence, &printable);
@@ -154,6 +141,17 @@ std::string Printable(std::string_view text) {
         text.remove_prefix(sequence.size());
     }
     return printable;
+}
+
+std::string SizeText(int64_t bytes) {
+    constexpr const char* kUnits[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+    auto size = static_cast<double>(bytes);
+    size_t unit = 0;
+    for (; size >= 1024 && unit + 1 < std::size(kUnits); ++unit)
+        size /= 1024;
+    char text[32];
+    snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", size, kUnits[unit]);
+    return text;
 }
 
 std::string Counted(int64_t count, const std::string& noun) {

@@ -18,6 +18,9 @@ std::string Printable(std::string_view text);
 /// "1 file", "2 files".
 std::string Counted(int64_t count, const std::string& noun);
 
+/// "17 bytes", "4.2 MiB".
+std::string SizeText(int64_t bytes);
+
 /// A value of a field.
 struct Field {
     Field() = default;

@@ -109,17 +109,6 @@ Section YearsOf(const char* name, const std::vector<host::ValueCount>& groups) {
 
 // ---- Printing for people
 
-std::string SizeText(int64_t bytes) {
-    constexpr const char* kUnits[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-    auto size = static_cast<double>(bytes);
-    size_t unit = 0;
-    for (; size >= 1024 && unit + 1 < std::size(kUnits); ++unit)
-        size /= 1024;
-    char text[32];
-    snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", size, kUnits[unit]);
-    return text;
-}
-
 /// One table.  `first` heads its first column, null: the field's name.
 void PrintTable(const Section& section, const char* first = nullptr) {
     if (section.records.empty()) return;

@@ -12,6 +12,8 @@
 #include "tools/serve/http/secret_file.h"
 #include "tools/serve/http/server.h"
 #include "tools/serve/options.h"
+#include "tools/serve/page/assets.h"
+#include "tools/serve/page/notice_pages.h"
 
 namespace koli::serve {
 namespace {
@@ -20,21 +22,11 @@ using ctl::Complain;
 
 constexpr char kAnyPort[] = "127.0.0.1:0";
 
-/// The form that the token is put into.
-Reply LoginPage(const LoginView& view) {
-    Reply reply;
-    reply.body = R"(<!doctype html><html lang="en"><title>Log in</title>
-<form method="post" action="/login"><label>Token <input name="token" type="password"></label> <button>Log in</button></form>
-)";
-    if (view.why == LoginView::kWrong) reply.body += "<p>That is not the token.</p>";
-    if (view.why == LoginView::kTooMany) reply.body += "<p>Too many have tried: wait a minute.</p>";
-    return reply;
-}
-
 /// That the server is there.
 void ShowPage(const Request& request, Responder responder) {
-    const int status = request.path.empty() ? 200 : 404;
-    responder.Answer(PlainReply(status, PhraseOf(status)));
+    if (request.path.size() == 2 && request.path.front() == "assets")
+        return responder.Answer(AssetReply(request.path.back()));
+    responder.Answer(ErrorPage(404, "There is nothing at this address."));
 }
 
 /// Waits until the program is to end.
@@ -79,7 +71,7 @@ int Serve(const ServeOptions& options) {
     const std::string token = TokenFile(options, is_token_wanted);
     if (is_token_wanted && !Secure(token, &settings)) return ctl::kExitFiles;
     Server server;
-    if (!server.Start(std::move(settings), {.login = LoginPage}, ShowPage, &error))
+    if (!server.Start(std::move(settings), {.error = ErrorPage, .login = LoginPage}, ShowPage, &error))
         return Complain("%s", error.c_str()), ctl::kExitFiles;
     printf("%s\n", address.c_str());
     if (!token.empty()) printf("token: %s\n", token.c_str());
