@@ -19,12 +19,21 @@ const char* ShapeOf(const char* table) {
 
 constexpr int kFirstValue = 4;  // parameters 1 to 3 are the paths
 
-std::string SelectText(const char* table, const std::vector<std::string>& columns,
-                       const RowSelection& selection, const std::string& order) {
+/// A table that a database has once it has been created.
+const char* FirstTable(int database) {
+    return database == KOLI_MEDIA_DB ? kDirectoryTable : kPhotoTables[KOLI_PHOTO_INFO];
+}
+
+std::string SelectFrom(const char* table, const std::vector<std::string>& columns) {
     std::string text = "SELECT ";
     for (const std::string& column : columns)
         text.append(&column == &columns.front() ? "" : ", ").append(column);
-    text.append(" FROM ").append(table).append(" WHERE ");
+    return text.append(" FROM ").append(table).append(" WHERE ");
+}
+
+std::string SelectText(const char* table, const std::vector<std::string>& columns,
+                       const RowSelection& selection, const std::string& order) {
+    std::string text = SelectFrom(table, columns);
     text += selection.below.empty() ? "1 = 1" : std::string("(") + kPathRange + ")";
     int parameter = kFirstValue;
     for (const ColumnCondition& condition : selection.conditions) {
@@ -32,15 +41,18 @@ std::string SelectText(const char* table, const std::vector<std::string>& column
         text += condition.is_number ? condition.value : "?" + std::to_string(parameter++);
     }
     text += " ORDER BY " + order;
-    return selection.limit > 0 ? text + " LIMIT " + std::to_string(selection.limit) : text;
+    if (selection.limit > 0) text += " LIMIT " + std::to_string(selection.limit);
+    if (selection.offset > 0) text += " OFFSET " + std::to_string(selection.offset);
+    return text;
 }
 
 }  // namespace
 
-std::unique_ptr<Sql> DatabaseReader::OpenOne(int database, const char* table) {
+std::unique_ptr<Sql> DatabaseReader::OpenOne(int database) {
     SqlFailure failure;
     std::unique_ptr<Sql> sql = engine_->OpenToRead(database, &failure);
-    if (sql != nullptr && sql->Columns(table).empty() && sql->failure().reason.empty()) return nullptr;
+    if (sql != nullptr && sql->Columns(FirstTable(database)).empty() && sql->failure().reason.empty())
+        return nullptr;
     if (failure.reason.empty()) return sql;
     error_ = "cannot read " + engine_->PlaceOf(database) + ": " + failure.reason;
     is_denied_ = failure.is_denied;
@@ -49,8 +61,8 @@ std::unique_ptr<Sql> DatabaseReader::OpenOne(int database, const char* table) {
 
 bool DatabaseReader::Open(std::unique_ptr<DatabaseEngine> engine) {
     engine_ = std::move(engine);
-    media_ = OpenOne(KOLI_MEDIA_DB, kDirectoryTable);
-    if (error_.empty()) photo_ = OpenOne(KOLI_PHOTO_DB, kPhotoTables[KOLI_PHOTO_INFO]);
+    media_ = OpenOne(KOLI_MEDIA_DB);
+    if (error_.empty()) photo_ = OpenOne(KOLI_PHOTO_DB);
     return error_.empty();
 }
 
@@ -61,6 +73,23 @@ std::string DatabaseReader::error() const {
             return "cannot read " + engine_->PlaceOf(sql == media_.get() ? KOLI_MEDIA_DB : KOLI_PHOTO_DB) +
                    ": " + sql->failure().reason;
     return "";
+}
+
+std::string DatabaseReader::MarkOf(int database) const {
+    const auto& sql = database == KOLI_MEDIA_DB ? media_ : photo_;
+    if (sql != nullptr) return sql->ChangeMark();
+    SqlFailure ignored;
+    const auto created = engine_->OpenToRead(database, &ignored);
+    return created != nullptr && !created->Columns(FirstTable(database)).empty() ? "created" : "";
+}
+
+std::string DatabaseReader::ChangeMark() const {
+    return MarkOf(KOLI_MEDIA_DB) + "\n" + MarkOf(KOLI_PHOTO_DB);
+}
+
+void DatabaseReader::ReleaseMemory() const {
+    for (Sql* sql : {media_.get(), photo_.get()})
+        if (sql != nullptr) sql->ReleaseMemory();
 }
 
 // ---- Rows
@@ -121,6 +150,21 @@ std::unique_ptr<SqlStatement> DatabaseReader::Between(const char* table, std::st
     return rows;
 }
 
+std::unique_ptr<SqlStatement> DatabaseReader::Behind(const char* table,
+                                                     const std::vector<std::string>& columns,
+                                                     std::string_view key, int64_t limit) const {
+    const std::string& name = columns.front();
+    auto rows = Rows(table, SelectFrom(table, columns) + name + " > ?1 ORDER BY " + name + " LIMIT " +
+                                std::to_string(limit));
+    if (rows != nullptr) rows->Fill(key);
+    return rows;
+}
+
+std::unique_ptr<SqlStatement> DatabaseReader::ByKey(const char* table,
+                                                    const std::vector<std::string>& columns) const {
+    return Rows(table, SelectFrom(table, columns) + columns.front() + " = ?1");
+}
+
 /// A daemon of an earlier version has not told which problems pass.
 bool DatabaseReader::KnowsProblemKinds() const {
     const std::vector<std::string> columns = Columns(kProblemTable);
@@ -128,6 +172,11 @@ bool DatabaseReader::KnowsProblemKinds() const {
 }
 
 // ---- Answers
+
+int64_t DatabaseReader::Count(const char* table) const {
+    const auto rows = Rows(table, std::string("SELECT count(*) FROM ") + table);
+    return rows != nullptr && rows->Next() ? rows->Number(0) : 0;
+}
 
 int64_t DatabaseReader::CountBelow(const char* table, const std::string& path) const {
     auto rows = Rows(table, std::string("SELECT count(*) FROM ") + table + " WHERE " + kPathRange);

@@ -26,6 +26,7 @@ struct RowSelection {
     std::vector<ColumnCondition> conditions = {};  // all must hold
     std::string below = {};                        // a path: rows at and below it; "" = all
     int64_t limit = 0;                             // 0 = all
+    int64_t offset = 0;                            // rows that are left out; only with a limit
     std::string sort = {};                         // a column, then by path; "" = by path alone
     Sql::TextKey sort_key = nullptr;  // how the texts of that column are compared; null = numbers
     bool is_reversed = false;
@@ -54,6 +55,18 @@ class DatabaseReader {
     std::unique_ptr<SqlStatement> Between(const char* table, std::string_view first,
                                           std::string_view behind) const;
 
+    /// The rows behind `key` in the order of `columns`' first, which is the key, at most `limit`; null
+    /// without the table.  A whole table read so holds no database for longer than a piece of it.
+    std::unique_ptr<SqlStatement> Behind(const char* table, const std::vector<std::string>& columns,
+                                         std::string_view key, int64_t limit) const;
+
+    /// The row whose key, `columns`' first, is parameter 1, for whoever asks for many; null without the
+    /// table.
+    std::unique_ptr<SqlStatement> ByKey(const char* table, const std::vector<std::string>& columns) const;
+
+    /// Rows of any table.
+    int64_t Count(const char* table) const;
+
     /// Rows of a table at and below `path`.
     int64_t CountBelow(const char* table, const std::string& path) const;
 
@@ -78,12 +91,17 @@ class DatabaseReader {
     /// A query of one table, for what stands on this floor; null without the table.
     std::unique_ptr<SqlStatement> Rows(const char* table, const std::string& text) const;
 
+    /// Bytes that are others once the databases have changed, or have been created (Sql::ChangeMark).
+    std::string ChangeMark() const;
+    void ReleaseMemory() const;  ///< as Sql::ReleaseMemory
+
     /// What has failed so far; "" = nothing.
     std::string error() const;
     bool is_denied() const { return is_denied_; }  ///< this user may not read a database
 
   private:
-    std::unique_ptr<Sql> OpenOne(int database, const char* table);
+    std::unique_ptr<Sql> OpenOne(int database);
+    std::string MarkOf(int database) const;
     std::string OrderOf(const char* table, const RowSelection& selection) const;
     Sql* With(const char* table) const;
     bool KnowsProblemKinds() const;

@@ -148,6 +148,12 @@ class Sql {
     /// The database is no longer the one of that name.
     virtual bool IsTakenAway() const = 0;
 
+    /// Bytes that are others once another process has changed the database, or put another one in its place.
+    /// They say something only beside those of the same connection.  Cheap.
+    virtual std::string ChangeMark() = 0;
+    /// Gives up what is kept in memory to answer sooner: for a connection that is going to rest.
+    virtual void ReleaseMemory() = 0;
+
     /// Makes what has been committed survive a power cut.
     virtual bool Harden() = 0;
     /// Gives unused room back, some at a time, so that other writers wait for none of it.  Returns 1, 0 when

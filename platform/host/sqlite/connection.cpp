@@ -163,6 +163,7 @@ bool Sqlite::ConnectToRead(const std::string& name) {
 std::unique_ptr<Sqlite> Sqlite::OpenToRead(const std::string& file, SqlFailure* failure) {
     std::unique_ptr<Sqlite> sql(new Sqlite(nullptr));
     sql->is_reader_ = true;
+    sql->file_ = file;
     if (sql->ConnectToRead(file)) return sql;
     // Whoever may not write to the directory cannot read a database with a write-ahead log that nobody has
     // open.  When there is no such log, the file itself holds everything.

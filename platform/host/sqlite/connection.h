@@ -33,6 +33,8 @@ class Sqlite final : public Sql {
     void WaitForLocks(int ms) override;
     bool HasCompany() const override;
     bool IsTakenAway() const override;
+    std::string ChangeMark() override;
+    void ReleaseMemory() override;
     bool Harden() override;
     int Vacuum() override;
 
