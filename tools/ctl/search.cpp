@@ -11,6 +11,7 @@
 #include "platform/koliindex.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
+#include "tools/ctl/searched.h"
 #include "tools/ctl/store_reader.h"
 
 namespace koli::ctl {
@@ -19,24 +20,7 @@ namespace {
 using Texts = std::vector<std::string>;
 
 const Texts kShown = {"kind", "title", "artist", "album", "path"};
-const Texts kTags = {"path", "title", "artist", "album", "composer", "genre", "comment"};
-const Texts kCaption = {"path", "title", "description"};
 enum Column : int { kPath, kTitle, kArtist, kAlbum };
-
-/// The folded words.
-Texts WordsOf(const Texts& texts) {
-    constexpr std::string_view kBlanks = " \t\r\n";
-    Texts words;
-    for (const std::string& text : texts) {
-        const std::string folded = Folded(text);
-        for (size_t begin = 0; (begin = folded.find_first_not_of(kBlanks, begin)) != std::string::npos;) {
-            const size_t end = std::min(folded.find_first_of(kBlanks, begin), folded.size());
-            words.push_back(folded.substr(begin, end - begin));
-            begin = end;
-        }
-    }
-    return words;
-}
 
 /// Rows of one table in the order of their paths.
 class Cursor {
@@ -77,9 +61,9 @@ class Searcher {
     void Kind(const std::string& kind) {
         out_->Begin(kind);
         if (kind == "folder") return Pass(kind, Rows(host::kDirectoryTable, {"path", "title"}), Albums());
-        Pass(kind, Rows(kind.c_str(), kTags),
-             kind == "video"   ? Rows(host::kPhotoTables[KOLI_VIDEO_DESC], kCaption)
-             : kind == "photo" ? Rows(host::kPhotoTables[KOLI_PHOTO_INFO], kCaption)
+        Pass(kind, Rows(kind.c_str(), SearchedTags()),
+             kind == "video"   ? Rows(host::kPhotoTables[KOLI_VIDEO_DESC], SearchedCaption())
+             : kind == "photo" ? Rows(host::kPhotoTables[KOLI_PHOTO_INFO], SearchedCaption())
                                : Cursor(nullptr));
     }
 
@@ -134,7 +118,7 @@ class Searcher {
 }  // namespace
 
 int Search(const Context& context, const std::vector<std::string>& texts, const RowsOptions& options) {
-    Texts words = WordsOf(texts);
+    Texts words = SearchedWords(texts);
     if (words.empty()) {
         Complain("search: there is no word in it");
         return kExitUsage;
