@@ -31,4 +31,12 @@ std::string StateFolder() {
     return home.empty() ? "" : home + "/.local/state" + kFolder;
 }
 
+std::string CacheFolder() {
+    constexpr char kPictures[] = "/pictures";
+    if (std::string service = PathFrom("CACHE_DIRECTORY"); !service.empty()) return service + kPictures;
+    if (std::string cache = PathFrom("XDG_CACHE_HOME"); !cache.empty()) return cache + kFolder + kPictures;
+    const std::string home = Home();
+    return home.empty() ? "" : home + "/.cache" + kFolder + kPictures;
+}
+
 }  // namespace koli::serve

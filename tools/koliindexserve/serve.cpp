@@ -1,5 +1,7 @@
 #include "tools/koliindexserve/serve.h"
 
+#include <sys/resource.h>
+
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <csignal>
@@ -7,13 +9,14 @@
 #include <exception>
 
 #include "tools/ctl/context.h"
+#include "tools/koliindexserve/media.h"
 #include "tools/koliindexserve/places.h"
 #include "tools/serve/http/listener.h"
 #include "tools/serve/http/secret_file.h"
 #include "tools/serve/http/server.h"
 #include "tools/serve/options.h"
-#include "tools/serve/page/assets.h"
 #include "tools/serve/page/notice_pages.h"
+#include "tools/serve/page/site.h"
 
 namespace koli::serve {
 namespace {
@@ -22,12 +25,39 @@ using ctl::Complain;
 
 constexpr char kAnyPort[] = "127.0.0.1:0";
 
-/// That the server is there.
-void ShowPage(const Request& request, Responder responder) {
-    if (request.path.size() == 2 && request.path.front() == "assets")
-        return responder.Answer(AssetReply(request.path.back()));
-    responder.Answer(ErrorPage(404, "There is nothing at this address."));
+/// Small pictures wait with their files open.
+void RaiseFileLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
 }
+
+/// The library and its small pictures; without a maker pages are shown without them.
+struct Shown {
+    Pictures pictures;
+    Library library{ctl::Places{}};
+
+    /// Forks, so it comes before any thread.
+    void Start(const std::string& cache) {
+        PictureSettings settings;
+        settings.folder = cache.empty() ? CacheFolder() : cache;
+        std::string error;
+        pictures.Start(settings, &error);
+        if (!error.empty()) Complain("%s", error.c_str());
+        library.Start();
+    }
+
+    void Answer(const Request& request, Responder responder) {
+        const auto media = MediaAddressOf(request.path);
+        if (!media)
+            responder.Answer(SitePage({library, request}));
+        else if (media->kind == MediaAddress::kFile)
+            responder.Answer(FileReply(library, media->path));
+        else
+            AnswerPicture(library, pictures, *media, std::move(responder));
+    }
+};
 
 /// Waits until the program is to end.
 void WaitForEnd(const sigset_t& signals) {
@@ -53,6 +83,7 @@ bool Secure(const std::string& file, ServerSettings* settings) {
 }
 
 int Serve(const ServeOptions& options) {
+    RaiseFileLimit();
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
@@ -70,8 +101,13 @@ int Serve(const ServeOptions& options) {
     const bool is_token_wanted = is_service || !IsLoopback(listener) || !options.token_file.empty();
     const std::string token = TokenFile(options, is_token_wanted);
     if (is_token_wanted && !Secure(token, &settings)) return ctl::kExitFiles;
+    Shown shown;
+    shown.Start(options.cache);
+    const auto answer = [&shown](const Request& request, Responder responder) {
+        shown.Answer(request, std::move(responder));
+    };
     Server server;
-    if (!server.Start(std::move(settings), {.error = ErrorPage, .login = LoginPage}, ShowPage, &error))
+    if (!server.Start(std::move(settings), {.error = ErrorPage, .login = LoginPage}, answer, &error))
         return Complain("%s", error.c_str()), ctl::kExitFiles;
     printf("%s\n", address.c_str());
     if (!token.empty()) printf("token: %s\n", token.c_str());

@@ -1,0 +1,29 @@
+// The replies that are no pages: files, and small pictures of them.
+#pragma once
+
+#include <optional>
+
+#include "tools/serve/http/exchange.h"
+#include "tools/serve/library/library.h"
+#include "tools/serve/picture/pictures.h"
+
+namespace koli::serve {
+
+/// "/file/...", "/small/SIDE/..." or "/cover/SIDE/...".
+struct MediaAddress {
+    enum Kind { kFile, kSmall, kCover } kind = kFile;
+    PictureSide side = PictureSide::k320;
+    std::string path = {};
+};
+
+/// Nothing when it is no such address.
+std::optional<MediaAddress> MediaAddressOf(const std::vector<std::string>& segments);
+
+/// The file itself, as a browser may take it.
+Reply FileReply(const Library& library, const std::string& path);
+
+/// Answers with a small picture, now or when it is made.
+void AnswerPicture(const Library& library, Pictures& pictures, const MediaAddress& address,
+                   Responder responder);
+
+}  // namespace koli::serve
