@@ -103,7 +103,7 @@ OpenVerdict OpenBelowShare(const std::string& path, UniqueFd* file) {
 
 OpenVerdict OpenFirstCover(const std::string& path, UniqueFd* file) {
     char covers[PATH_MAX];
-    if (!host::EaPath(path.c_str(), nullptr, covers, sizeof covers)) return OpenVerdict::kGone;
+    if (!EaPath(path.c_str(), nullptr, covers, sizeof covers)) return OpenVerdict::kGone;
     const int fd = OpenBelow(covers, kFolderFlags);
     if (fd < 0) return VerdictOf(errno);
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(fdopendir(fd), closedir);

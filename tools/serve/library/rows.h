@@ -105,7 +105,7 @@ struct PlaylistView {
     bool is_readable = false;  // else its file could not be opened, and there are no entries
     bool is_cut = false;       // it has more than kPlaylistEntriesMax, or is too large
 };
-inline constexpr size_t kPlaylistEntriesMax = 2000;
+inline constexpr size_t kPlaylistEntriesMax = 1000;
 
 /// A folder or a file in one.
 struct FolderEntry {
