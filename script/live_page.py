@@ -16,7 +16,7 @@ def run(daemon, shares):
     watcher = start_watcher(control, shares)
     print("\nThe library is at the address below; Ctrl-C ends it. It is a private copy of the machine: your files stay\n"
           "as they are.\n", flush=True)
-    server = subprocess.Popen([control, "serve"])
+    server = subprocess.Popen([control, "serve", "--cache", "/tmp/pictures"])
     try:
         server.wait()
     except KeyboardInterrupt:

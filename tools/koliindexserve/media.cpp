@@ -32,22 +32,18 @@ const char* TextOf(OpenVerdict verdict) {
     }
 }
 
+/// In place of a picture that cannot be shown: nothing to see, but no error to be shown for it either.  What
+/// the page has under it remains.
+Reply NoPicture(const char* kept) {
+    return {.type = "image/svg+xml",
+            .body = R"(<svg xmlns="http://www.w3.org/2000/svg" width="1" height="1"/>)",
+            .headers = {{"Cache-Control", kept}}};
+}
+
 Reply PictureReply(PictureResult result, std::string jpeg) {
-    switch (result) {
-        case PictureResult::kMade:
-            return {
-                .type = "image/jpeg", .body = std::move(jpeg), .headers = {{"Cache-Control", kForMinutes}}};
-        case PictureResult::kNoPicture: {
-            Reply reply = PlainReply(404, "There is no picture to be shown.");
-            reply.headers.emplace_back("Cache-Control", kForMinutes);
-            return reply;
-        }
-        default: {
-            Reply reply = PlainReply(503, "The picture is not made yet.");
-            reply.headers.emplace_back("Retry-After", "2");
-            return reply;
-        }
-    }
+    if (result == PictureResult::kMade)
+        return {.type = "image/jpeg", .body = std::move(jpeg), .headers = {{"Cache-Control", kForMinutes}}};
+    return NoPicture(result == PictureResult::kNoPicture ? kForMinutes : "no-store");
 }
 
 }  // namespace
@@ -77,7 +73,8 @@ void AnswerPicture(const Library& library, Pictures& pictures, const MediaAddres
     ctl::UniqueFd file;
     const OpenVerdict verdict = address.kind == MediaAddress::kSmall ? library.OpenListed(address.path, &file)
                                                                      : library.OpenCover(address.path, &file);
-    if (verdict != OpenVerdict::kOpened) return responder.Answer(PlainReply(404, TextOf(verdict)));
+    if (verdict == OpenVerdict::kNotListed) return responder.Answer(PlainReply(404, TextOf(verdict)));
+    if (verdict != OpenVerdict::kOpened) return responder.Answer(NoPicture(kForMinutes));
     const auto kept = std::make_shared<Responder>(std::move(responder));
     const char* const kind = address.kind == MediaAddress::kSmall ? "small:" : "cover:";
     pictures.Ask(std::move(file), kind + address.path, address.side,

@@ -25,10 +25,13 @@ constexpr Place kTabs[] = {
     {Area::kMusic, "/music/genres", "Genres"},   {Area::kMusic, "/music/years", "Years"},
     {Area::kPhotos, "/photos/albums", "Albums"}, {Area::kPhotos, "/photos/dates", "Dates"}};
 
-void AddLink(const Place& place, bool is_current, Markup& page) {
+enum class Current { kNo, kPage, kPart };
+
+void AddLink(const Place& place, Current current, Markup& page) {
     page << "<li><a";
     page.Link("href", Address(place.address));
-    if (is_current) page << " aria-current=\"page\"";
+    if (current == Current::kPage) page << " aria-current=\"page\"";
+    if (current == Current::kPart) page << " aria-current=\"true\"";
     page << ">";
     page.Text(place.name) << "</a></li>";
 }
@@ -59,7 +62,11 @@ void AddTop(const PageHead& head, Markup& page) {
     if (!head.is_bare) {
         page << "<nav aria-label=\"Library\"><ul>";
         for (const Place& place : kPlaces)
-            AddLink(place, place.area == head.area && head.tab == nullptr, page);
+            AddLink(place,
+                    place.area != head.area ? Current::kNo
+                    : head.tab != nullptr   ? Current::kPart
+                                            : Current::kPage,
+                    page);
         page << "</ul></nav>";
         if (!head.is_kept) AddSearch(head, page);
     }
@@ -70,7 +77,8 @@ void AddTabs(const PageHead& head, Markup& page) {
     if (head.tab == nullptr) return;
     page << "<nav class=\"tabs\" aria-label=\"View\"><ul>";
     for (const Place& place : kTabs)
-        if (place.area == head.area) AddLink(place, strcmp(place.name, head.tab) == 0, page);
+        if (place.area == head.area)
+            AddLink(place, strcmp(place.name, head.tab) == 0 ? Current::kPage : Current::kNo, page);
     page << "</ul></nav>";
 }
 
