@@ -58,6 +58,10 @@ std::optional<MediaAddress> MediaAddressOf(const std::vector<std::string>& segme
                         PathOf(segments, 2)};
 }
 
+std::string PictureName(const MediaAddress& address) {
+    return (address.kind == MediaAddress::kSmall ? "small:" : "cover:") + address.path;
+}
+
 Reply FileReply(const Library& library, const std::string& path) {
     ctl::UniqueFd file;
     const OpenVerdict verdict = library.OpenListed(path, &file);
@@ -76,8 +80,7 @@ void AnswerPicture(const Library& library, Pictures& pictures, const MediaAddres
     if (verdict == OpenVerdict::kNotListed) return responder.Answer(PlainReply(404, TextOf(verdict)));
     if (verdict != OpenVerdict::kOpened) return responder.Answer(NoPicture(kForMinutes));
     const auto kept = std::make_shared<Responder>(std::move(responder));
-    const char* const kind = address.kind == MediaAddress::kSmall ? "small:" : "cover:";
-    pictures.Ask(std::move(file), kind + address.path, address.side,
+    pictures.Ask(std::move(file), PictureName(address), address.side,
                  [kept](PictureResult result, std::string jpeg) {
                      try {
                          kept->Answer(PictureReply(result, std::move(jpeg)));

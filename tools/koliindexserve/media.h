@@ -19,6 +19,9 @@ struct MediaAddress {
 /// Nothing when it is no such address.
 std::optional<MediaAddress> MediaAddressOf(const std::vector<std::string>& segments);
 
+/// The name by which a small picture is known for good.
+std::string PictureName(const MediaAddress& address);
+
 /// The file itself, as a browser may take it.
 Reply FileReply(const Library& library, const std::string& path);
 

@@ -9,6 +9,7 @@
 #include <exception>
 
 #include "tools/ctl/context.h"
+#include "tools/koliindexserve/kept_site.h"
 #include "tools/koliindexserve/media.h"
 #include "tools/koliindexserve/places.h"
 #include "tools/serve/http/listener.h"
@@ -82,6 +83,20 @@ bool Secure(const std::string& file, ServerSettings* settings) {
     return true;
 }
 
+/// Writes the pages as files.
+int KeepPages(const ServeOptions& options) {
+    constexpr int kPatience = 600;  // seconds that a large library may take to be read
+    Shown shown;
+    shown.Start(options.cache);
+    std::string error = "the library takes too long to be read";
+    if (!shown.library.WaitUntilRead(kPatience)) return Complain("%s", error.c_str()), ctl::kExitDatabase;
+    if (error = shown.library.Error(); !error.empty())
+        return Complain("%s", error.c_str()), ctl::kExitDatabase;
+    if (!KeepSite(shown.library, shown.pictures, options.once, &error))
+        return Complain("%s", error.c_str()), ctl::kExitFiles;
+    return ctl::kExitDone;
+}
+
 int Serve(const ServeOptions& options) {
     RaiseFileLimit();
     sigset_t signals;
@@ -124,7 +139,7 @@ int ServeRun(int argc, char** argv) {
     AddServeOptions(app, options);
     try {
         app.parse(argc, argv);
-        return Serve(options);
+        return options.once.empty() ? Serve(options) : KeepPages(options);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // help
         ctl::Complain("%s (see koliindexctl serve --help)", error.what());

@@ -13,6 +13,8 @@ void AddServeOptions(CLI::App& app, ServeOptions& options) {
                    "Ask everybody for the token in this file, which is made when it is missing");
     app.add_option("--name", options.names, "A further name by which browsers call this machine")
         ->allow_extra_args(false);
+    app.add_option("--once", options.once,
+                   "Serve nothing: write the same pages as files into this empty folder");
     app.add_option("--cache", options.cache,
                    "Keep the small pictures in this folder (else in the user's cache)");
 }

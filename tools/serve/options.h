@@ -11,7 +11,8 @@ struct ServeOptions {
     std::string address;             // "" = loopback and a free port, or the socket that was handed over
     std::string token_file;          // "" = the usual one, where a token is wanted
     std::vector<std::string> names;  // further names of the server
-    std::string cache;               // the folder of small pictures; "" = the usual one
+    std::string once;   // the folder that the pages are written to, as files; "" = they are served
+    std::string cache;  // the folder of small pictures; "" = the usual one
 };
 
 void AddServeOptions(CLI::App& app, ServeOptions& options);

@@ -1,7 +1,7 @@
 #include "tools/serve/page/fields.h"
 
 #include <algorithm>
-#include <iterator>
+#include <span>
 #include <utility>
 
 #include "tools/serve/page/values.h"
@@ -30,8 +30,18 @@ constexpr Named kSections[] = {{"music", "In the music library"},
                                {"at_and_below", "At and below it"},
                                {"covers", "Covers"}};
 
+constexpr Named kFields[] = {{"ctime", "State changed"}, {"mtime", "Changed"}, {"f_number", "Aperture"},
+                             {"iso_speed", "ISO speed"}, {"userid", "User"},   {"has_cover", "Has a cover"}};
+
+const char* ShownFor(std::span<const Named> names, std::string_view name) {
+    const auto known =
+        std::find_if(names.begin(), names.end(), [name](const Named& one) { return one.name == name; });
+    return known != names.end() ? known->shown : nullptr;
+}
+
 /// "Sample rate" for "sample_rate".
 std::string Words(const std::string& name) {
+    if (const char* const shown = ShownFor(kFields, name); shown != nullptr) return shown;
     std::string words = name;
     std::replace(words.begin(), words.end(), '_', ' ');
     if (!words.empty() && words[0] >= 'a' && words[0] <= 'z')
@@ -75,11 +85,9 @@ void AddRecord(const ctl::Record& record, Markup& to) {
 
 void AddSections(const std::vector<ctl::Section>& sections, Markup& to) {
     for (const ctl::Section& section : sections) {
-        const Named* const known =
-            std::find_if(std::begin(kSections), std::end(kSections),
-                         [&section](const Named& one) { return one.name == section.name; });
+        const char* const shown = ShownFor(kSections, section.name);
         to << "<section class=\"block\"><h2>";
-        to.Text(known != std::end(kSections) ? known->shown : Words(section.name)) << "</h2>";
+        to.Text(shown != nullptr ? shown : Words(section.name)) << "</h2>";
         for (const ctl::Record& record : section.records)
             AddRecord(record, to);
         to << "</section>";

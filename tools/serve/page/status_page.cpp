@@ -1,4 +1,6 @@
 // The daemon at work.
+#include <ctime>
+
 #include "tools/ctl/progress.h"
 #include "tools/serve/page/live.h"
 #include "tools/serve/page/pages.h"
@@ -100,12 +102,17 @@ void AddLive(const Visit& visit, Markup& to) {
     const ctl::StatusLook look = visit.library.Live();
     const std::string state = StateText(look);
     if (look.IsAtWork())
-        to << "<section class=\"panel at-work\" id=\"live\" aria-label=\"The daemon now\"";
+        to << "<section class=\"panel at-work\" aria-label=\"The daemon now\"";
     else
-        to << "<section class=\"panel\" id=\"live\" aria-label=\"The daemon now\"";
-    to.Attribute("data-state", state).Link("data-address", Address("/status"));
+        to << "<section class=\"panel\" aria-label=\"The daemon now\"";
+    if (!visit.is_kept) {
+        to << " id=\"live\"";
+        to.Attribute("data-state", state).Link("data-address", Address("/status"));
+    }
     to << "><p class=\"state\">";
     to.Text(state) << "</p>";
+    if (visit.is_kept)
+        to << "<p class=\"muted small\">", to.Text("On " + ctl::TimeText(time(nullptr))) << "</p>";
     AddWork(look, to);
     AddFields(look, to);
     to << "</section>";
