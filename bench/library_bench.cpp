@@ -2,6 +2,7 @@
 //
 //   library_bench make DIR [SONGS PICTURES]      fills the databases in DIR (100,000 of each)
 //   library_bench measure DIR                    memory, and the time of each question
+//   library_bench touch DIR                      changes a song
 #include <malloc.h>
 #include <unistd.h>
 
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -93,7 +95,7 @@ void MakePicture(int i) {
     Put(record.title, i % 10 == 0 ? Words(i, 3) : name);
     Put(record.date_taken, taken);
     Put(record.camera_model, "DSC " + std::to_string(folder % 7));
-    PhotoInfoDBSave(&record, 0);
+    PhotoInfoDBSave(&record, 1);
     if (i % kPicturesOfFolder == 0)
         PhotoDBExec(("INSERT INTO photo_share (sharename, title, public) VALUES ('" + album + "', '" + album +
                      "', 't')")
@@ -166,6 +168,29 @@ int Make(const char* folder, int songs, int pictures) {
     return 0;
 }
 
+int Touch(const char* folder) {
+    host::DatabaseDirectorySet(folder);
+    MediaInfo song{};
+    Put(song.path, "/volume1/music/touched.mp3");
+    Put(song.title, std::to_string(Clock::now().time_since_epoch().count()));
+    MediaInfoDBSave(kStoreMusic, &song);
+    KOLIDBSync();
+    host::DatabaseDirectorySet(nullptr);
+    return 0;
+}
+
+/// Another process changes something, and everything is read again beside the old.
+void ReadAgain(const Library& library, const std::string& folder) {
+    const uint64_t version = library.Version();
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+    if (system((program + " touch " + folder).c_str()) != 0) return;
+    for (int i = 0; i < 300 && library.Version() == version; ++i)
+        usleep(100'000);
+    usleep(300'000);
+    printf("read again: peak %.1f MB, then %.1f MB\n", static_cast<double>(PeakKb()) / 1024,
+           static_cast<double>(ResidentKb()) / 1024);
+}
+
 int Measure(const char* folder) {
     ctl::Places places;
     places.databases = folder;
@@ -185,6 +210,7 @@ int Measure(const char* folder) {
     TimeAll(library);
     malloc_trim(0);
     printf("in the end %.1f MB\n", static_cast<double>(ResidentKb()) / 1024);
+    ReadAgain(library, folder);
     return 0;
 }
 
@@ -196,6 +222,7 @@ int main(int argc, char** argv) {
     if (argc >= 3 && strcmp(argv[1], "make") == 0)
         return Make(argv[2], argc > 3 ? atoi(argv[3]) : 100'000, argc > 4 ? atoi(argv[4]) : 100'000);
     if (argc == 3 && strcmp(argv[1], "measure") == 0) return Measure(argv[2]);
-    fprintf(stderr, "usage: library_bench make DIR [SONGS PICTURES] | library_bench measure DIR\n");
+    if (argc == 3 && strcmp(argv[1], "touch") == 0) return Touch(argv[2]);
+    fprintf(stderr, "usage: library_bench make DIR [SONGS PICTURES] | library_bench measure|touch DIR\n");
     return 2;
 }

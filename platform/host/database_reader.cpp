@@ -87,9 +87,9 @@ std::string DatabaseReader::ChangeMark() const {
     return MarkOf(KOLI_MEDIA_DB) + "\n" + MarkOf(KOLI_PHOTO_DB);
 }
 
-void DatabaseReader::ReleaseMemory() const {
+void DatabaseReader::SaveMemory() const {
     for (Sql* sql : {media_.get(), photo_.get()})
-        if (sql != nullptr) sql->ReleaseMemory();
+        if (sql != nullptr) sql->SaveMemory();
 }
 
 // ---- Rows

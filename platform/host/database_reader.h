@@ -93,7 +93,7 @@ class DatabaseReader {
 
     /// Bytes that are others once the databases have changed, or have been created (Sql::ChangeMark).
     std::string ChangeMark() const;
-    void ReleaseMemory() const;  ///< as Sql::ReleaseMemory
+    void SaveMemory() const;  ///< as Sql::SaveMemory
 
     /// What has failed so far; "" = nothing.
     std::string error() const;

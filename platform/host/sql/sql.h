@@ -151,8 +151,8 @@ class Sql {
     /// Bytes that are others once another process has changed the database, or put another one in its place.
     /// They say something only beside those of the same connection.  Cheap.
     virtual std::string ChangeMark() = 0;
-    /// Gives up what is kept in memory to answer sooner: for a connection that is going to rest.
-    virtual void ReleaseMemory() = 0;
+    /// Keeps little in memory from now on: for programs that read rows by their keys or one behind the other.
+    virtual void SaveMemory() = 0;
 
     /// Makes what has been committed survive a power cut.
     virtual bool Harden() = 0;

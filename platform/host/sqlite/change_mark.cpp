@@ -1,5 +1,4 @@
-// Whether another process has changed the file.
-#include <sqlite3.h>
+// What a connection does for a program that reads beside the daemon for days.
 #include <sys/stat.h>
 
 #include <string>
@@ -27,8 +26,8 @@ std::string Sqlite::ChangeMark() {
            MarkOf(file_ + "-wal");
 }
 
-void Sqlite::ReleaseMemory() {
-    sqlite3_db_release_memory(db_);
+void Sqlite::SaveMemory() {
+    ExecuteScript("PRAGMA cache_size=-128");  // KiB
 }
 
 }  // namespace koli::host

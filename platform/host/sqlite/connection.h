@@ -34,7 +34,7 @@ class Sqlite final : public Sql {
     bool HasCompany() const override;
     bool IsTakenAway() const override;
     std::string ChangeMark() override;
-    void ReleaseMemory() override;
+    void SaveMemory() override;
     bool Harden() override;
     int Vacuum() override;
 

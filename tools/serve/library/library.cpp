@@ -101,9 +101,9 @@ void Library::Impl::Run() {
                 Fail(store.error());
                 continue;
             }
+            store.SaveMemory();
             const std::string mark = store.ChangeMark();
             Read(store);
-            store.ReleaseMemory();
             malloc_trim(0);  // the snapshot before this one
             if (!Wait(kPauseSeconds - kLookSeconds)) return;
             while (Wait(kLookSeconds) && Error().empty() && store.ChangeMark() == mark) {

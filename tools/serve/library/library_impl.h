@@ -53,7 +53,9 @@ class Library::Impl {
 /// The databases, open for as long as a page is made.
 class PageRows {
   public:
-    explicit PageRows(const ctl::Places& places) : is_open_(store_.Open(places)), rows_(store_) {}
+    explicit PageRows(const ctl::Places& places) : is_open_(store_.Open(places)), rows_(store_) {
+        if (is_open_) store_.SaveMemory();
+    }
     bool is_open() const { return is_open_; }
     const ctl::StoreReader& store() const { return store_; }
     RowReader* operator->() { return &rows_; }

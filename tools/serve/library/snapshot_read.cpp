@@ -4,6 +4,7 @@
 #include <charconv>
 #include <tuple>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "base/media_info.h"
@@ -79,22 +80,26 @@ class Reader {
     const StoreReader& store_;
     const std::function<bool()>& is_wanted_;
     Snapshot& snapshot_;
-    std::unordered_map<std::string, uint32_t> numbers_;
-    std::unordered_map<uint32_t, uint32_t> is_folder_;
+    std::unordered_map<size_t, uint32_t> numbers_;  // of texts, by their hash
+    std::unordered_set<uint32_t> folders_;
     std::string others_, line_;
     bool is_going_on_ = true;
 };
 
 uint32_t Reader::NumberOfText(std::string_view text) {
-    const auto [found, is_new] =
-        numbers_.try_emplace(std::string(text), static_cast<uint32_t>(snapshot_.texts.places.size()));
-    if (is_new) snapshot_.texts.places.push_back(snapshot_.texts.pool.Add(text));
-    return found->second;
+    text = text.substr(0, text.find('\0'));  // a pool's texts end there
+    Texts& texts = snapshot_.texts;
+    // The texts themselves stand in the pool alone.
+    for (size_t hash = std::hash<std::string_view>{}(text);; ++hash) {
+        const auto [found, is_new] = numbers_.try_emplace(hash, static_cast<uint32_t>(texts.places.size()));
+        if (is_new) texts.places.push_back(texts.pool.Add(text));
+        if (is_new || texts.Text(found->second) == text) return found->second;
+    }
 }
 
 uint32_t Reader::FolderNumber(std::string_view folder) {
     const uint32_t number = NumberOfText(folder);
-    if (is_folder_.emplace(number, 0).second) snapshot_.folders.push_back(number);
+    if (folders_.insert(number).second) snapshot_.folders.push_back(number);
     return number;
 }
 
@@ -191,8 +196,7 @@ void Reader::PhotoAlbums() {
     TableCursor albums(store_, host::kPhotoTables[KOLI_PHOTO_SHARE], {"sharename", "title", "description"});
     for (; albums.HasRow(); albums.Next()) {
         const std::string name(albums.Key());
-        const auto folder = numbers_.find(snapshot_.photo_top + "/" + name);
-        const uint32_t number = folder != numbers_.end() ? folder->second : 0;
+        const uint32_t number = snapshot_.FolderOf(snapshot_.photo_top + "/" + name);
         std::string others;
         for (const size_t column : {size_t{1}, size_t{2}}) {
             FoldLineTo(albums.Field(column), &line_);
