@@ -90,7 +90,7 @@ class KeptSite {
         const OpenVerdict verdict = picture.kind == MediaAddress::kSmall
                                         ? library_.OpenListed(picture.path, &file)
                                         : library_.OpenCover(picture.path, &file);
-        if (verdict != OpenVerdict::kOpened) return true;  // the page shows its letter
+        if (verdict != OpenVerdict::kOpened) return WriteFile(name, EmptyPicture());
         const auto made = std::make_shared<std::promise<std::string>>();
         asked_.push_back({name, made->get_future()});
         pictures_.Ask(std::move(file), PictureName(picture), picture.side,
@@ -102,7 +102,7 @@ class KeptSite {
         Asked oldest = std::move(asked_.front());
         asked_.pop_front();
         const std::string jpeg = oldest.jpeg.get();
-        return jpeg.empty() || WriteFile(oldest.file, jpeg);
+        return WriteFile(oldest.file, jpeg.empty() ? EmptyPicture() : jpeg);
     }
 
     const Library& library_;

@@ -32,12 +32,8 @@ const char* TextOf(OpenVerdict verdict) {
     }
 }
 
-/// In place of a picture that cannot be shown: nothing to see, but no error to be shown for it either.  What
-/// the page has under it remains.
 Reply NoPicture(const char* kept) {
-    return {.type = "image/svg+xml",
-            .body = R"(<svg xmlns="http://www.w3.org/2000/svg" width="1" height="1"/>)",
-            .headers = {{"Cache-Control", kept}}};
+    return {.type = "image/gif", .body = EmptyPicture(), .headers = {{"Cache-Control", kept}}};
 }
 
 Reply PictureReply(PictureResult result, std::string jpeg) {
@@ -56,6 +52,12 @@ std::optional<MediaAddress> MediaAddressOf(const std::vector<std::string>& segme
     if (!side || segments.size() < 3) return std::nullopt;
     return MediaAddress{segments[0] == "small" ? MediaAddress::kSmall : MediaAddress::kCover, *side,
                         PathOf(segments, 2)};
+}
+
+std::string EmptyPicture() {
+    static constexpr char kGif[] =
+        "GIF89a\1\0\1\0\x80\0\0\0\0\0\0\0\0!\xF9\4\1\0\0\0\0,\0\0\0\0\1\0\1\0\0\2\2D\1\0;";
+    return {kGif, sizeof kGif - 1};
 }
 
 std::string PictureName(const MediaAddress& address) {

@@ -22,6 +22,10 @@ std::optional<MediaAddress> MediaAddressOf(const std::vector<std::string>& segme
 /// The name by which a small picture is known for good.
 std::string PictureName(const MediaAddress& address);
 
+/// A GIF of one pixel that cannot be seen: what stands in place of a small picture that there is none of, so
+/// that what the page has under it shows, and no error.
+std::string EmptyPicture();
+
 /// The file itself, as a browser may take it.
 Reply FileReply(const Library& library, const std::string& path);
 
