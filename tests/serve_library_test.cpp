@@ -297,8 +297,8 @@ TEST(MomentTest, BothFormsOfATimeAreOrdered) {
     EXPECT_LT(MomentOf("2024-05-31 10:11:12"), MomentOf("2024:05:31 10:12:00"));
     EXPECT_LT(MomentOf("1955-01-01"), MomentOf("1955-02-01"));
     EXPECT_NE(MomentOf("1955-01-01"), 0U);
-    for (const char* text : {"", "0000:00:00 00:00:00", "2024-13-01", "2024--5-01",
-                             "Fri Foo 31 10:11:12 2024", "99999999999999-1-1", "2024-05-31 -1:00:00"})
+    for (const char* text : {"", "0000:00:00 00:00:00", "2024-13-01", "2024-05", "Fri Foo 31 10:11:12 2024",
+                             "99999999999999-1-1", "2024-05-31 25:00:00"})
         EXPECT_EQ(MomentOf(text), 0U) << text;
 }
 

@@ -1,8 +1,6 @@
 #include "tools/serve/library/moment.h"
 
-#include <cctype>
 #include <cstdio>
-#include <cstring>
 
 namespace koli::serve {
 namespace {
@@ -24,28 +22,52 @@ Moment Packed(const int (&part)[kParts]) {
 }
 
 /// 1 to 12, or 0.
-int MonthNamed(const char* name) {
-    constexpr const char kNames[] = "JanFebMarAprMayJunJulAugSepOctNovDec";
-    const char* const found = strlen(name) == 3 ? strstr(kNames, name) : nullptr;
-    return found != nullptr && (found - kNames) % 3 == 0 ? static_cast<int>(found - kNames) / 3 + 1 : 0;
+int MonthNamed(std::string_view name) {
+    constexpr std::string_view kNames = "JanFebMarAprMayJunJulAugSepOctNovDec";
+    const size_t found = name.size() == 3 ? kNames.find(name) : std::string_view::npos;
+    return found != std::string_view::npos && found % 3 == 0 ? static_cast<int>(found / 3) + 1 : 0;
+}
+
+/// The whole numbers in the text, at most `kParts`; one that is too large for a date stays so.
+size_t NumbersIn(std::string_view text, int (&numbers)[kParts]) {
+    constexpr int kTooLarge = 1'000'000;
+    size_t count = 0;
+    bool is_within = false;
+    for (const char c : text) {
+        const bool is_digit = c >= '0' && c <= '9';
+        if (is_digit && !is_within) {
+            if (count == kParts) break;
+            numbers[count++] = 0;
+        }
+        is_within = is_digit;
+        if (is_digit && numbers[count - 1] < kTooLarge)
+            numbers[count - 1] = numbers[count - 1] * 10 + (c - '0');
+    }
+    return count;
 }
 
 }  // namespace
 
-Moment MomentOf(std::string_view given) {
-    const std::string text(given.substr(0, 64));
+Moment MomentOf(std::string_view text) {
+    constexpr size_t kMonthAt = 4, kMonthLength = 3;  // "Fri May 31 10:11:12 2024"
+    int number[kParts] = {};
+    if (text.empty()) return 0;
+    if (text.front() >= '0' && text.front() <= '9')
+        return NumbersIn(text, number) > kDay ? Packed(number) : 0;
+    if (text.size() < kMonthAt + kMonthLength || NumbersIn(text.substr(kMonthAt), number) < kParts - 1)
+        return 0;
+    return Packed({number[4], MonthNamed(text.substr(kMonthAt, kMonthLength)), number[0], number[1],
+                   number[2], number[3]});
+}
+
+std::string MomentText(std::string_view text) {
     int part[kParts] = {};
-    char month[4] = {};
-    if (sscanf(text.c_str(), "%*3s %3s %2d %2d:%2d:%2d %4d", month, &part[kDay], &part[kHour], &part[kMinute],
-               &part[kSecond], &part[kYear]) == 6) {
-        part[kMonth] = MonthNamed(month);
-        return Packed(part);
-    }
-    const int count = sscanf(text.c_str(), "%4d%*1[-:/.]%2d%*1[-:/.]%2d%*1[ T]%2d:%2d:%2d", &part[kYear],
-                             &part[kMonth], &part[kDay], &part[kHour], &part[kMinute], &part[kSecond]);
-    for (const int number : part)
-        if (number < 0) return 0;
-    return count >= 3 ? Packed(part) : 0;
+    if (MomentOf(text) == 0 || text.front() < '0' || text.front() > '9') return "";
+    NumbersIn(text, part);
+    char moment[96];
+    snprintf(moment, sizeof moment, "%04d-%02d-%02d %02d:%02d:%02d", part[kYear], part[kMonth], part[kDay],
+             part[kHour], part[kMinute], part[kSecond]);
+    return moment;
 }
 
 std::string MonthText(uint32_t month) {

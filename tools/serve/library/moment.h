@@ -14,6 +14,9 @@ using Moment = uint32_t;
 /// 2024"; 0 for anything else.
 Moment MomentOf(std::string_view text);
 
+/// "2024-05-31 10:11:12" of the first of these forms; "" for anything else.
+std::string MomentText(std::string_view text);
+
 /// What a month's moments have in common; 0 = unknown.
 inline uint32_t MonthOf(Moment moment) {
     return moment >> 20;

@@ -1,7 +1,5 @@
 #include "tools/serve/library/row_reader.h"
 
-#include <cstdio>
-
 #include "base/path_names.h"
 #include "platform/host/tables.h"
 #include "tools/serve/library/moment.h"
@@ -36,21 +34,9 @@ void FillFile(const host::SqlStatement& row, FileKind kind, const std::string& p
     file->bytes = row.Number(kBytes);
 }
 
-/// "2024-05-31 10:11:12" of the forms that the databases have; "" for what is no date.
-std::string TakenText(std::string_view text) {
-    if (MomentOf(text) == 0) return "";
-    int part[6] = {};
-    sscanf(std::string(text).c_str(), "%4d%*1[-:/.]%2d%*1[-:/.]%2d%*1[ T]%2d:%2d:%2d", &part[0], &part[1],
-           &part[2], &part[3], &part[4], &part[5]);
-    char taken[96];
-    snprintf(taken, sizeof taken, "%04d-%02d-%02d %02d:%02d:%02d", part[0], part[1], part[2], part[3],
-             part[4], part[5]);
-    return taken;
-}
-
 void FillPicture(const host::SqlStatement& row, PictureRow* picture) {
     enum Column : int { kTaken = kFileColumns, kMake, kModel, kWidth, kHeight };
-    if (picture->taken.empty()) picture->taken = TakenText(row.Field(kTaken));
+    if (picture->taken.empty()) picture->taken = MomentText(row.Field(kTaken));
     if (picture->camera.empty()) picture->camera = TextOf(row, row.Field(kModel).empty() ? kMake : kModel);
     if (picture->width == 0) picture->width = row.Number(kWidth);
     if (picture->height == 0) picture->height = row.Number(kHeight);
