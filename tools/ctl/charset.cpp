@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <memory>
 
 #include "base/media_info.h"
@@ -86,7 +85,7 @@ void Sort(std::vector<Trial>* trials, const std::vector<OldFile>& files) {
 
 /// The file's texts in the charset, '' where it has none in an old one.  False when they cannot be in it.
 bool Decode(const Trial& trial, const OldFile& file, std::vector<std::string>* columns) {
-    columns->assign(std::size(kTextColumns), "");
+    columns->assign(TextColumns().size(), "");
     return std::ranges::all_of(
         file.texts, [&](const OldText& text) { return trial.Decode(text.bytes, &(*columns)[text.column]); });
 }
@@ -121,8 +120,9 @@ void PrintForPeople(const std::vector<Trial>& trials, const std::vector<OldFile>
 }
 
 void PrintJson(const std::vector<Trial>& trials, const std::vector<OldFile>& files) {
+    const std::vector<std::string> texts = TextColumns();
     std::vector<std::string> names = {"path", "charset", "in_force"};
-    names.insert(names.end(), std::begin(kTextColumns), std::end(kTextColumns));
+    names.insert(names.end(), texts.begin(), texts.end());
     RowPrinter rows(names, true);
     std::vector<std::string> columns;
     for (const OldFile& file : files)
