@@ -36,7 +36,7 @@ size_t BarColumns(size_t columns) {
     return columns >= 76 ? 24 : columns >= 56 ? 12 : 0;
 }
 
-/// "behind 3 requests", as far as that can be said.
+/// "3 requests come before", as far as that can be said.
 std::string Ahead(int64_t requests) {
     return requests > 0 ? Counted(requests, "request") + (requests == 1 ? " comes" : " come") + " before"
                         : "other requests come before";
