@@ -82,11 +82,11 @@ void AddInBatch(const Places& places, int pid, const std::string& path, Reasons*
 }
 
 void AddReading(const Places& places, int pid, const std::string& path, Reasons* reasons) {
-    if (!ReadingMarkOpenToAsk(places.reading_file.c_str())) return;
-    const char* const read = ReadingMarkGet();
-    if (pid > 0 && read != nullptr && path == read)
-        reasons->push_back({"being_read", "the daemon reads it at this moment"});
-    if (ReadingMarkLook(path.c_str()) != PastReading::kNothing)
+    WorkReport report;
+    if (WorkReportOf(places, pid, &report) && path == report.path)
+        reasons->push_back({"being_read", "the daemon is at work on it at this moment"});
+    if (ReadingMarkOpenToAsk(places.reading_file.c_str()) &&
+        ReadingMarkLook(path.c_str()) != PastReading::kNothing)
         reasons->push_back({"brought_down", kBroughtDown});
 }
 
@@ -104,6 +104,7 @@ WaitingRequest RequestFind(const std::string& file, const std::string& path) {
         if (found.line == 0 && static_cast<size_t>(length) < kRequestLineMax && IsAbout(text, path))
             found.line = found.lines;
     }
+    if (ferror(lines.get()) != 0) found.error = errno;
     free(text);
     return found;
 }
