@@ -4,15 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 
 #include "base/directory_listing.h"
 #include "base/regular_file.h"
+#include "tools/ctl/request_line.h"
+#include "tools/ctl/small_file.h"
 
 namespace koli::ctl {
 namespace {
@@ -50,21 +50,18 @@ ShareState ShareOf(const std::string& text) {
     return share;
 }
 
-std::vector<ShareState> SharesIn(int fd, int64_t size) {
-    std::string text(static_cast<size_t>(std::clamp<int64_t>(size, 0, kStateMax)), '\0');
-    const ssize_t length = ReadAt(fd, 0, text.data(), text.size());
-    text.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
+std::vector<ShareState> SharesIn(const std::string& file) {
     std::vector<ShareState> shares;
-    std::istringstream lines(text);
-    constexpr std::string_view kKey = "share=";
-    for (std::string line; std::getline(lines, line);)
-        if (line.starts_with(kKey)) shares.push_back(ShareOf(line.substr(kKey.size())));
+    std::string text;
+    if (!SmallFileRead(file, &text, kStateMax)) return shares;
+    for (const auto& [key, value] : KeyValueLines(text))
+        if (key == "share") shares.push_back(ShareOf(value));
     std::erase_if(shares, [](const ShareState& share) { return share.path.empty(); });
     return shares;
 }
 
 bool Overlap(const std::string& one, const std::string& other) {
-    return (one + "/").starts_with(other + "/") || (other + "/").starts_with(one + "/");
+    return IsAtOrBelow(one, other) || IsAtOrBelow(other, one);
 }
 
 bool IsNumber(const char* name) {
@@ -83,7 +80,7 @@ std::vector<RunningWatcher> Watchers(const std::string& folder, bool has_door) {
         const RegularFile file(path.c_str());
         const pid_t pid = file.ok() ? HolderOf(file.descriptor()) : 0;
         if (pid > 0)
-            running.push_back({pid, SharesIn(file.descriptor(), file.size())});
+            running.push_back({pid, SharesIn(path)});
         else if (has_door)
             unlink(path.c_str());
     }
