@@ -28,15 +28,23 @@ struct flock WholeFile(short kind) {
     return lock;
 }
 
-/// Who holds the file against readers; 0 = nobody.  Asking takes no lock.
+/// Who holds the file against readers; 0 = nobody, -1 = that cannot be told.  Asking takes no lock.
 pid_t HolderOf(int fd) {
     struct flock lock = WholeFile(F_RDLCK);
-    return fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK ? lock.l_pid : 0;
+    if (fcntl(fd, F_GETLK, &lock) != 0) return -1;
+    return lock.l_type == F_WRLCK ? lock.l_pid : 0;
 }
 
 bool Lock(int fd, int command) {
     struct flock lock = WholeFile(F_WRLCK);
     return fcntl(fd, command, &lock) == 0;
+}
+
+/// Whoever has the door changes what is in the folder, or looks at it with nobody else changing it.  Invalid,
+/// with errno set, when it cannot be had.
+UniqueFd DoorTake(const std::string& folder) {
+    UniqueFd door(open((folder + kDoor).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    return door.valid() && Lock(door.get(), F_SETLKW) ? std::move(door) : UniqueFd();
 }
 
 ShareState ShareOf(const std::string& text) {
@@ -78,10 +86,10 @@ std::vector<RunningWatcher> Watchers(const std::string& folder, bool has_door) {
         if (!IsNumber(entry.name) || entry.name == std::to_string(getpid())) continue;
         const std::string path = folder + "/" + entry.name;
         const RegularFile file(path.c_str());
-        const pid_t pid = file.ok() ? HolderOf(file.descriptor()) : 0;
+        const pid_t pid = file.ok() ? HolderOf(file.descriptor()) : -1;
         if (pid > 0)
             running.push_back({pid, SharesIn(path)});
-        else if (has_door)
+        else if (has_door && pid == 0)
             unlink(path.c_str());
     }
     return running;
@@ -97,12 +105,11 @@ WatchState::~WatchState() {
     if (!file_.empty()) unlink(file_.c_str());
 }
 
-/// The lock on the door makes looking and entering one step.
+/// The door makes looking and entering one step.
 pid_t WatchState::Enter(const std::vector<std::string>& shares) {
     const bool is_made = mkdir(folder_.c_str(), 0750) == 0 || errno == EEXIST;
-    const UniqueFd door(
-        is_made ? open((folder_ + kDoor).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600) : -1);
-    const int error = door.valid() && !Lock(door.get(), F_SETLKW) ? errno : door.valid() ? 0 : errno;
+    const UniqueFd door = is_made ? DoorTake(folder_) : UniqueFd();
+    const int error = door.valid() ? 0 : errno;
     for (const RunningWatcher& other : Watchers(folder_, error == 0))
         for (const ShareState& theirs : other.shares)
             for (const std::string& own : shares)
@@ -118,8 +125,12 @@ pid_t WatchState::Enter(const std::vector<std::string>& shares) {
     return -1;
 }
 
+/// Behind the door: an entry that is replaced while another watcher looks could be missed, or taken for one
+/// that nobody holds.
 void WatchState::Tell(const std::vector<ShareState>& shares) {
-    if (!file_.empty()) Write(shares);
+    if (file_.empty()) return;
+    const UniqueFd door = DoorTake(folder_);
+    Write(shares);
 }
 
 /// The new file is held before it takes the name: nobody finds one there that is not.
