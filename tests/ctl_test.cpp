@@ -119,6 +119,7 @@ TEST(Progress, CountsWhatIsDoneOfTheseRequestsAlone) {
     report.batch_inode = 3;
     EXPECT_EQ(at(100, 3, 3, 40).first, WorkShare::kElsewhere);
     report.batch_inode = 2;  // kept, and executed again from its first line
+    EXPECT_EQ(at(150, 1, 2, 45), std::pair(WorkShare::kInside, int64_t{1}));
     EXPECT_EQ(at(50, 3, 3, 50), std::pair(WorkShare::kBefore, int64_t{0}));
     EXPECT_EQ(at(100, 4, 7, 60), std::pair(WorkShare::kInside, int64_t{4}));
 }

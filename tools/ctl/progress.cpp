@@ -52,6 +52,7 @@ void WorkShare::Look(const WorkReport& report, double now) {
              : report.line_begin >= end_  ? kBehind
                                           : kInside;
     if (where_ == kBefore || where_ == kElsewhere) began_ = rate_ = 0;
+    if (where_ == kElsewhere) is_known_ = false;  // executed again the batch may look at fewer files
     if (where_ == kElsewhere || where_ == kBehind) return;
     // A look may come when the first of the requests are done already.
     const bool is_at_begin = report.line_begin <= begin_;
