@@ -29,10 +29,14 @@ size_t SequenceLength(std::string_view text) {
     return fits && tail(1) && tail(2) && tail(3) ? 4 : 0;
 }
 
+/// Control characters, and what has text from right to left or begins a line: a name could pass for another.
 bool IsControl(std::string_view sequence) {
     const auto first = static_cast<unsigned char>(sequence[0]);
+    const auto last = static_cast<unsigned char>(sequence.back());
     if (sequence.size() == 1) return first < 0x20 || first == 0x7F;
-    return first == 0xC2 && static_cast<unsigned char>(sequence[1]) < 0xA0;  // C1
+    if (sequence.starts_with("\xE2\x80")) return last >= 0xA8 && last <= 0xAE;  // U+2028 to 202E
+    if (sequence.starts_with("\xE2\x81")) return last >= 0xA6 && last <= 0xA9;  // U+2066 to 2069
+    return first == 0xC2 && last < 0xA0;                                        // C1
 }
 
 void AppendEscaped(std::string_view bytes, std::string* text) {

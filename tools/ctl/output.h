@@ -12,7 +12,8 @@
 
 namespace koli::ctl {
 
-/// Text that is safe on a terminal: control characters and bytes that are not UTF-8 as \n, \t or \xNN.
+/// Text that is safe on a terminal: control characters, those of the direction of writing, and bytes that are
+/// not UTF-8 as \n, \t or \xNN.
 std::string Printable(std::string_view text);
 
 /// "1 file", "2 files".
