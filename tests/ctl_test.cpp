@@ -83,6 +83,12 @@ TEST(Output, NothingReachesATerminalThatCouldSteerIt) {
     // C1 controls; bytes that are no UTF-8: alone, overlong, surrogate, above U+10FFFF, cut.
     EXPECT_EQ(Printable("\xC2\x9B|\xE9|\xC0\xAF|\xED\xA0\x80|\xF4\x90\x80\x80|\xE7\xAC"),
               "\\xC2\\x9B|\\xE9|\\xC0\\xAF|\\xED\\xA0\\x80|\\xF4\\x90\\x80\\x80|\\xE7\\xAC");
+    EXPECT_EQ(Printable("\u202Egpj.exe\u2066\u2028\u2027\u202F"),
+              "\\xE2\\x80\\xAEgpj.exe\\xE2\\x81\\xA6\\xE2\\x80\\xA8\u2027\u202F");
+    EXPECT_EQ(RecordJson({{"a", "\u202E\u2066\xC2\x9B\x7F\u00E9\n"}}, {}, true),
+              R"({"a":"\u202e\u2066\u009b\u007f)"
+              "\u00E9"
+              R"(\n"})");
 }
 
 TEST(Output, IsCutByTheColumnsThatItTakes) {
