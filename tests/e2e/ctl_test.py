@@ -140,9 +140,9 @@ class Control(harness.DaemonTest):
         self.ctl(3, "add", SONG, f"{MUSIC}/new.mp3", f"{MUSIC}/a.opus")
         self.assertEqual(self.ctl(1, "why", f"{MUSIC}/new.mp3").splitlines(), [
             f"{MUSIC}/new.mp3 is not stored; it would be as music.", "  The daemon does not run.",
-            "  A request for it waits in the queue: line 2 of 2."])
+            "  A request that concerns it waits in the queue: line 2 of 2."])
         os.rename(appliance.QUEUE, appliance.BATCH)
-        self.assertIn("batch with a request for it was interrupted", self.ctl(1, "why", f"{MUSIC}/new.mp3"))
+        self.assertIn("batch with a request that concerns it was interrupted", self.ctl(1, "why", f"{MUSIC}/new.mp3"))
 
     @staticmethod
     def change(file, *statements):
