@@ -175,10 +175,6 @@ bool ReadingMarkOpenToAsk(const char* mark_file) {
     return true;
 }
 
-const char* ReadingMarkGet() {
-    return area != nullptr && area->is_reading != 0 ? area->path : nullptr;
-}
-
 int ReadingMarkTakeOver(bool counts, char (&path)[kPathSize]) {
     if (area == nullptr || area->is_reading == 0) return 0;
     CopyText(path, sizeof path, area->path);

@@ -1,4 +1,4 @@
-// koliindexctl: what list, search and stats find, sort and count.
+// koliindexctl: what list, search and stats find, sort and count, and what is near to a mistyped word.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -9,6 +9,7 @@
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "tests/host_temp_dir.h"
+#include "tools/ctl/suggestion.h"
 #include "tools/koliindexctl/command_line.h"
 
 namespace koli::ctl {
@@ -200,6 +201,24 @@ TEST_F(QueryTest, StatsCountWhatIsStored) {
     EXPECT_NE(Run({"stats", "--json", "--below", "/v/n/"}).find(R"("artists":1,)"), std::string::npos);
     EXPECT_EQ(Run({"stats", "--below", "/v/x"}), "");
     EXPECT_EQ(code_, 1);
+}
+
+TEST(Suggestion, IsWhatAMistypedWordIsNearestTo) {
+    const Texts words{"add", "list", "problems", "rebuild", "remove", "rename", "status", "sync"};
+    for (const auto& [word, meant] : {std::pair{"lits", "list"},
+                                      {"LIST", "list"},
+                                      {"snyc", "sync"},
+                                      {"ad", "add"},
+                                      {"prob", "problems"},
+                                      {"re", ""},
+                                      {"statsu", "status"},
+                                      {"find", ""},
+                                      {"xyz", ""},
+                                      {"", ""},
+                                      {"rebiuldd", "rebuild"},
+                                      {"renam", "rename"}})
+        EXPECT_EQ(Suggestion(word, words), meant) << word;
+    EXPECT_EQ(Suggestion(std::string(100000, 'l'), words), "");
 }
 
 }  // namespace

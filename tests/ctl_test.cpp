@@ -24,7 +24,6 @@
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/setup.h"
-#include "tools/ctl/suggestion.h"
 #include "tools/ctl/terminal.h"
 #include "tools/ctl/waiting_reasons.h"
 #include "tools/koliindexctl/command_line.h"
@@ -77,24 +76,6 @@ TEST(CommandLine, RefusesBadUsageWithOneLineAndTwo) {
     }
 }
 
-TEST(Suggestion, IsWhatAMistypedWordIsNearestTo) {
-    const Texts words{"add", "list", "problems", "rebuild", "remove", "rename", "status", "sync"};
-    for (const auto& [word, meant] : {std::pair{"lits", "list"},
-                                      {"LIST", "list"},
-                                      {"snyc", "sync"},
-                                      {"ad", "add"},
-                                      {"prob", "problems"},
-                                      {"re", ""},
-                                      {"statsu", "status"},
-                                      {"find", ""},
-                                      {"xyz", ""},
-                                      {"", ""},
-                                      {"rebiuldd", "rebuild"},
-                                      {"renam", "rename"}})
-        EXPECT_EQ(Suggestion(word, words), meant) << word;
-    EXPECT_EQ(Suggestion(std::string(100000, 'l'), words), "");
-}
-
 TEST(Output, NothingReachesATerminalThatCouldSteerIt) {
     const std::string harmless = "caf\xC3\xA9 \xE7\xAC\xAC \xF0\x9F\x98\x80";
     EXPECT_EQ(Printable(harmless), harmless);
@@ -102,6 +83,12 @@ TEST(Output, NothingReachesATerminalThatCouldSteerIt) {
     // C1 controls; bytes that are no UTF-8: alone, overlong, surrogate, above U+10FFFF, cut.
     EXPECT_EQ(Printable("\xC2\x9B|\xE9|\xC0\xAF|\xED\xA0\x80|\xF4\x90\x80\x80|\xE7\xAC"),
               "\\xC2\\x9B|\\xE9|\\xC0\\xAF|\\xED\\xA0\\x80|\\xF4\\x90\\x80\\x80|\\xE7\\xAC");
+    EXPECT_EQ(Printable("\u202Egpj.exe\u2066\u2028\u2027\u202F"),
+              "\\xE2\\x80\\xAEgpj.exe\\xE2\\x81\\xA6\\xE2\\x80\\xA8\u2027\u202F");
+    EXPECT_EQ(RecordJson({{"a", "\u202E\u2066\xC2\x9B\x7F\u00E9\n"}}, {}, true),
+              R"({"a":"\u202e\u2066\u009b\u007f)"
+              "\u00E9"
+              R"(\n"})");
 }
 
 TEST(Output, IsCutByTheColumnsThatItTakes) {
@@ -138,6 +125,7 @@ TEST(Progress, CountsWhatIsDoneOfTheseRequestsAlone) {
     report.batch_inode = 3;
     EXPECT_EQ(at(100, 3, 3, 40).first, WorkShare::kElsewhere);
     report.batch_inode = 2;  // kept, and executed again from its first line
+    EXPECT_EQ(at(150, 1, 2, 45), std::pair(WorkShare::kInside, int64_t{1}));
     EXPECT_EQ(at(50, 3, 3, 50), std::pair(WorkShare::kBefore, int64_t{0}));
     EXPECT_EQ(at(100, 4, 7, 60), std::pair(WorkShare::kInside, int64_t{4}));
 }
@@ -309,10 +297,11 @@ TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
 TEST(Why, TellsWhatWaitsForAPathAndWhatReadsIt) {
     const test::TempDir dir;
     Places places{dir.Path("queue"), dir.Path("batch"), dir.Path("pid"), "", dir.Path("state")};
-    places.reading_file = dir.Path("reading");
-    dir.Write("queue", "a:/v/a/b.mp3\nA:/v//a/.\nN:/v/new:/v/old\nd:/v/c\nX\nA:/v/x");
-    for (const auto& [path, line] : {std::pair("/v/a/b.mp3", 1),
-                                     {"/v/a", 1},
+    places.reading_file = dir.Path("reading"), places.progress = dir.Path("progress");
+    const std::string song = dir.Write("a/b.mp3", "x"), request = "a:" + song + "\n";
+    dir.Write("queue", request + "A:/v//a/.\nN:/v/new:/v/old\nd:/v/c\nX\nA:/v/x");
+    for (const auto& [path, line] : {std::pair(song.c_str(), 1),
+                                     {dir.dir().c_str(), 1},
                                      {"/v/a/c", 2},
                                      {"/v/old/x", 3},
                                      {"/v/new", 3},
@@ -323,16 +312,22 @@ TEST(Why, TellsWhatWaitsForAPathAndWhatReadsIt) {
         EXPECT_EQ(RequestFind(places.queue, path).line, line) << path;
 
     const AsDaemon daemon(places.pid_file);
-    dir.Write("batch", "a:/v/a/b.mp3\n");
+    dir.Write("batch", request);
     dir.Write("state", "batch=kept\ndatabase=media.db\nreason=it is full\nsince=1\nretry=2\n");
-    ASSERT_TRUE(ReadingMarkOpen(places.reading_file.c_str()));
-    ReadingMarkSet("/v/a/b.mp3");
+    ASSERT_TRUE(WorkReportOpen(places.progress.c_str()) && ReadingMarkOpen(places.reading_file.c_str()));
+    WorkFile(song.c_str());
+    char read[kPathSize];
+    for (int daemon_down = 0; daemon_down < 2; ++daemon_down) {
+        ReadingMarkSet(song.c_str());
+        ReadingMarkTakeOver(true, read);
+    }
     std::string told;
-    for (const Reason& reason : WaitingReasons(places, "/v/a/b.mp3"))
+    for (const Reason& reason : WaitingReasons(places, song))
         told += reason.code + " ";
-    EXPECT_EQ(told, "in_kept_batch waiting being_read ");
-    fs::remove(places.state_file);
-    EXPECT_EQ(WaitingReasons(places, "/v/a/b.mp3").at(0).code, "in_batch");
+    EXPECT_EQ(told, "in_kept_batch waiting being_read brought_down ");
+    fs::remove(places.state_file), fs::remove(places.reading_file);  // as for who may not read it
+    EXPECT_EQ(WaitingReasons(places, song).at(0).code, "in_batch");
+    EXPECT_EQ(WaitingReasons(places, song).back().code, "being_read");
 }
 
 // ---- Preparing a machine and taking it back, below a root of the test's own

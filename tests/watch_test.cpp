@@ -186,20 +186,24 @@ TEST_F(WatchTest, FoldersAreWatchedOnce) {
     if (first == 0) {
         ctl::WatchState state(entries);
         bool is_entered = state.Enter({"/v/music", "/v/photo/Trip"}) == 0;
-        state.Tell({{"/v/music", ctl::ShareState::kInStep, 5}, {"/v/photo/Trip"}});  // keeps its place
-        [[maybe_unused]] const ssize_t told = write(ready[1], &is_entered, 1);
-        for (;;)
-            pause();
+        for (bool is_told = false;; is_told = true) {  // and keeps its place
+            state.Tell({{"/v/music", ctl::ShareState::kInStep, 5}, {"/v/photo/Trip"}});
+            if (!is_told) is_entered &= write(ready[1], &is_entered, 1) == 1;
+        }
     }
     bool is_entered = false;
     ASSERT_EQ(read(ready[0], &is_entered, 1), 1);
     EXPECT_TRUE(is_entered);
+    for (int look = 0; look < 200; ++look)
+        for (const char* taken : {"/v/music", "/v/music/a", "/v", "/v/photo"})
+            EXPECT_EQ(ctl::WatchState(entries).Enter({"/other", taken}), first) << taken;
+    kill(first, SIGSTOP);
+    waitpid(first, nullptr, WUNTRACED);
     const auto running = ctl::RunningWatchers(entries);
     ASSERT_EQ(running.size(), 1U);
     EXPECT_EQ(running[0].shares[0].in_step, 5);
     EXPECT_EQ(running[0].shares[1].path, "/v/photo/Trip");
-    for (const char* taken : {"/v/music", "/v/music/a", "/v", "/v/photo"})
-        EXPECT_EQ(ctl::WatchState(entries).Enter({"/other", taken}), first) << taken;
+    kill(first, SIGCONT);
     EXPECT_EQ(ctl::WatchState(entries).Enter({"/v/musical", "/v/photo/Trip 2"}), 0);
     kill(first, SIGKILL);
     waitpid(first, nullptr, 0);

@@ -17,6 +17,12 @@ const char* ShapeOf(const char* table) {
                                                              : "path, file_size, ctime, has_cover";
 }
 
+/// Asks of each table that holds files or folders.
+template <typename HasRow>
+bool AnyTableOfFiles(HasRow has_row) {
+    return std::ranges::any_of(kMediaTables, has_row) || has_row(kPhotoTables[KOLI_PHOTO_INFO]);
+}
+
 constexpr int kFirstValue = 4;  // parameters 1 to 3 are the paths
 
 /// A table that a database has once it has been created.
@@ -191,19 +197,18 @@ int64_t DatabaseReader::FilesBelow(const std::string& path) const {
 }
 
 bool DatabaseReader::HasRowsBelow(const std::string& path) const {
-    for (const char* table : {"directory", "music", "video", "photo", "playlist", "photo_info"}) {
+    return AnyTableOfFiles([&](const char* table) {
         const auto rows = Between(table, FirstKeyBelow(path), KeyBehind(path));
-        if (rows != nullptr && rows->Next()) return true;
-    }
-    return false;
+        return rows != nullptr && rows->Next();
+    });
 }
 
 bool DatabaseReader::HasRowsAt(const std::string& path) const {
-    for (const char* table : {"directory", "music", "video", "photo", "playlist", "photo_info", "problem"}) {
+    const auto has_row = [&](const char* table) {
         const auto rows = List(table, {"path"}, {.below = path, .limit = 1});
-        if (rows != nullptr && rows->Next()) return true;
-    }
-    return false;
+        return rows != nullptr && rows->Next();
+    };
+    return AnyTableOfFiles(has_row) || has_row(kProblemTable);
 }
 
 bool DatabaseReader::IsRecordedFolder(const std::string& path) const {

@@ -1,5 +1,7 @@
 #include "platform/host/library_counts.h"
 
+#include <iterator>
+
 namespace koli::host {
 namespace {
 
@@ -17,6 +19,7 @@ constexpr Term kTerms[] = {
     {"CASE WHEN camera_model <> '' THEN camera_model ELSE camera_make END", "''"},
     {"substr(date_taken, 1, 4)", "''"},
 };
+static_assert(std::size(kTerms) == static_cast<size_t>(CountedBy::kTakenYear) + 1);
 
 const Term& TermOf(CountedBy by) {
     return kTerms[static_cast<size_t>(by)];

@@ -4,11 +4,13 @@ import contextlib
 import json
 import os
 import pathlib
+import pty
 import re
 import shutil
 import signal
 import sqlite3
 import subprocess
+import termios
 
 import harness
 from harness import appliance
@@ -63,6 +65,13 @@ class Control(harness.DaemonTest):
                                 ([], "--where", "title=x' OR '1'='1"), ([SONG, shown], "--kind", "music", "--limit", "2")):
             self.assertEqual([row["path"] for row in self.ctl(0, "list", "--json", *options)], paths)
         self.assertEqual([row["path"] for row in self.ctl(0, "search", "--json", "side B")], [SONG, shown])
+        terminal, other_end = pty.openpty()
+        self.addCleanup(os.close, terminal)
+        termios.tcsetwinsize(other_end, (24, 60))
+        with os.fdopen(other_end, "wb") as output:
+            subprocess.run(self.command("search", "side B"), stdout=output, check=True)
+        lines = os.read(terminal, 4096).decode().splitlines()
+        self.assertTrue(len(lines) == 3 and max(map(len, lines)) == 59, lines)
         for command in ("list",), ("search", "x"), ("stats",), ("problems",):
             self.refused(1, "nothing is stored at or below /typo", *command, "--below", "/typo")
         self.refused(2, "1: there is no such column", "list", "--where", "1=1 OR path=x")
@@ -131,9 +140,9 @@ class Control(harness.DaemonTest):
         self.ctl(3, "add", SONG, f"{MUSIC}/new.mp3", f"{MUSIC}/a.opus")
         self.assertEqual(self.ctl(1, "why", f"{MUSIC}/new.mp3").splitlines(), [
             f"{MUSIC}/new.mp3 is not stored; it would be as music.", "  The daemon does not run.",
-            "  A request for it waits in the queue: line 2 of 2."])
+            "  A request that concerns it waits in the queue: line 2 of 2."])
         os.rename(appliance.QUEUE, appliance.BATCH)
-        self.assertIn("batch with a request for it was interrupted", self.ctl(1, "why", f"{MUSIC}/new.mp3"))
+        self.assertIn("batch with a request that concerns it was interrupted", self.ctl(1, "why", f"{MUSIC}/new.mp3"))
 
     @staticmethod
     def change(file, *statements):

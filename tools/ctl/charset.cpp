@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 #include <memory>
 
 #include "base/media_info.h"
@@ -17,12 +16,12 @@
 #include "tools/ctl/old_texts.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
+#include "tools/ctl/terminal.h"
 
 namespace koli::ctl {
 namespace {
 
-constexpr size_t kNameSize = 64;           // bytes of a charset's name in the settings
-constexpr size_t kTerminal = 80 - 2 - 16;  // columns that are left for the texts
+constexpr size_t kNameSize = 64;  // bytes of a charset's name in the settings
 constexpr const char kFallback[] = "windows-1252";
 
 struct OldFile {
@@ -86,36 +85,30 @@ void Sort(std::vector<Trial>* trials, const std::vector<OldFile>& files) {
 
 /// The file's texts in the charset, '' where it has none in an old one.  False when they cannot be in it.
 bool Decode(const Trial& trial, const OldFile& file, std::vector<std::string>* columns) {
-    columns->assign(std::size(kTextColumns), "");
+    columns->assign(TextColumns().size(), "");
     return std::ranges::all_of(
         file.texts, [&](const OldText& text) { return trial.Decode(text.bytes, &(*columns)[text.column]); });
 }
 
-/// The texts in a line, which fits on a terminal when it goes to one: characters of other continents are two
-/// columns wide.
-std::string LineOf(const std::vector<std::string>& columns, bool is_cut) {
-    std::string line;
+/// The charset's name and the texts in a line, which fits on the terminal when it goes to one.
+std::string LineOf(const char* charset, const std::vector<std::string>& columns) {
+    std::string texts;
     for (const std::string& text : columns)
-        if (!text.empty()) line.append(line.empty() ? "" : " / ").append(Printable(text));
-    size_t width = 0, fits = 0;
-    for (size_t at = 0; is_cut && at < line.size(); ++at) {
-        const auto byte = static_cast<unsigned char>(line[at]);
-        if ((byte & 0xC0) == 0x80) continue;
-        if (width <= kTerminal - 3) fits = at;
-        width += byte >= 0xE3 ? 2 : 1;
-    }
-    return width > kTerminal ? line.substr(0, fits) + "..." : line;
+        if (!text.empty()) texts.append(texts.empty() ? "" : " / ").append(Printable(text));
+    char name[kNameSize + 4];
+    snprintf(name, sizeof name, "  %-14s  ", charset);
+    const std::string line = name + texts;
+    return isatty(STDOUT_FILENO) == 1 ? CutEnd(line, TerminalSizeOf(STDOUT_FILENO).columns) : line;
 }
 
 void PrintForPeople(const std::vector<Trial>& trials, const std::vector<OldFile>& files) {
-    const bool is_terminal = isatty(STDOUT_FILENO) == 1;
     for (const OldFile& file : files) {
         printf("%s%s\n", Printable(file.path).c_str(),
                file.texts.empty() ? ": all its texts are UTF-8 or UTF-16" : "");
         std::vector<std::string> columns;
         for (const Trial& trial : trials)
             if (!file.texts.empty() && Decode(trial, file, &columns))
-                printf("  %-14s  %s\n", trial.candidate.name, LineOf(columns, is_terminal).c_str());
+                printf("%s\n", LineOf(trial.candidate.name, columns).c_str());
     }
     if (std::ranges::all_of(files, [](const OldFile& file) { return file.texts.empty(); })) return;
     const Trial& best = trials.front();
@@ -127,8 +120,9 @@ void PrintForPeople(const std::vector<Trial>& trials, const std::vector<OldFile>
 }
 
 void PrintJson(const std::vector<Trial>& trials, const std::vector<OldFile>& files) {
+    const std::vector<std::string> texts = TextColumns();
     std::vector<std::string> names = {"path", "charset", "in_force"};
-    names.insert(names.end(), std::begin(kTextColumns), std::end(kTextColumns));
+    names.insert(names.end(), texts.begin(), texts.end());
     RowPrinter rows(names, true);
     std::vector<std::string> columns;
     for (const OldFile& file : files)

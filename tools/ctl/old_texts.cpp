@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <iterator>
 
 #include "audio/flac.h"
 #include "audio/mp3.h"
@@ -61,6 +60,14 @@ bool ReadRecord(const KnownPath& path, FormatReader reader, MediaInfo* record) {
 }
 
 }  // namespace
+
+std::vector<std::string> TextColumns() {
+    std::vector<std::string> columns;
+    EachMediaField([&columns](const auto& field) {
+        if (field.utf16 != nullptr) columns.emplace_back(field.column);
+    });
+    return columns;
+}
 
 int OldTextsRead(const std::string& path, std::vector<OldText>* texts) {
     const KnownPath known(path.c_str());

@@ -6,12 +6,12 @@
 
 namespace koli::ctl {
 
-/// The columns of texts that tags fill, in the order of OldText::column.
-inline constexpr const char* kTextColumns[] = {"title", "album", "artist", "genre", "composer", "comment"};
+/// The columns of the media store for texts of tags.
+std::vector<std::string> TextColumns();
 
 /// A text that is neither UTF-8 nor marked as UTF-16, as it would reach the media store.
 struct OldText {
-    size_t column;
+    size_t column;  // of TextColumns()
     std::string bytes;
 };
 

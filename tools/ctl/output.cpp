@@ -1,12 +1,16 @@
 #include "tools/ctl/output.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <utility>
 
 #include "base/text/utf8.h"
+#include "tools/ctl/terminal.h"
 
 namespace koli::ctl {
 namespace {
@@ -15,11 +19,17 @@ using Json = nlohmann::ordered_json;
 
 constexpr size_t kRowsForWidths = 200;
 constexpr size_t kWidthMax = 60;  // of a column that is not the last
+constexpr size_t kWidthMin = 8;   // to which columns are cut on a narrow terminal
+constexpr size_t kGap = 2;
 
+/// Control characters, and what has text from right to left or begins a line: a name could pass for another.
 bool IsControl(std::string_view sequence) {
     const auto first = static_cast<unsigned char>(sequence[0]);
+    const auto last = static_cast<unsigned char>(sequence.back());
     if (sequence.size() == 1) return first < 0x20 || first == 0x7F;
-    return first == 0xC2 && static_cast<unsigned char>(sequence[1]) < 0xA0;  // C1
+    if (sequence.starts_with("\xE2\x80")) return last >= 0xA8 && last <= 0xAE;  // U+2028 to 202E
+    if (sequence.starts_with("\xE2\x81")) return last >= 0xA6 && last <= 0xA9;  // U+2066 to 2069
+    return first == 0xC2 && last < 0xA0;                                        // C1
 }
 
 void AppendEscaped(std::string_view bytes, std::string* text) {
@@ -34,11 +44,6 @@ bool IsUtf8(std::string_view text) {
     for (size_t length = 0; !text.empty(); text.remove_prefix(length))
         if ((length = Utf8Length(text)) == 0) return false;
     return true;
-}
-
-size_t Width(std::string_view text) {
-    return static_cast<size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
 std::string Hex(std::string_view bytes) {
@@ -77,8 +82,24 @@ Json JsonOf(const Record& record) {
     return object;
 }
 
+/// It may be looked at on a terminal: what Printable() does not let through is escaped as JSON does it.
 std::string Dump(const Json& json, int indent) {
-    return json.dump(indent, ' ', false, Json::error_handler_t::replace);
+    const std::string text = json.dump(indent, ' ', false, Json::error_handler_t::replace);
+    std::string safe;
+    for (std::string_view rest = text, sequence; !rest.empty(); rest.remove_prefix(sequence.size())) {
+        sequence = rest.substr(0, std::max<size_t>(SequenceLength(rest), 1));
+        const auto last = static_cast<unsigned char>(sequence.back());
+        const bool is_line_break = last == '\n';  // between values
+        if (is_line_break || !IsControl(sequence)) {
+            safe.append(sequence);
+            continue;
+        }
+        const unsigned high = sequence.starts_with("\xE2\x81") ? 0x2040 : sequence.size() == 3 ? 0x2000 : 0;
+        char escape[8];
+        snprintf(escape, sizeof escape, "\\u%04x", high + (high > 0 ? last & 0x3FU : last));
+        safe.append(escape);
+    }
+    return safe;
 }
 
 /// As people see it: the times of a playlist are stored with a line break at their end.
@@ -186,13 +207,16 @@ Record RecordOf(const host::SqlStatement& row) {
     return record;
 }
 
-std::vector<std::string> RecordLines(const Record& record) {
+std::vector<std::string> RecordLines(const Record& record, size_t columns) {
     size_t width = 0;
     for (const auto& [name, field] : record)
         width = std::max(width, name.size());
+    const size_t room = columns - std::min(columns, width + kGap);
     std::vector<std::string> lines;
-    for (const auto& [name, field] : record)
-        lines.push_back(name + std::string(width - name.size() + 2, ' ') + Printable(field.text));
+    for (const auto& [name, field] : record) {
+        const std::string head = name + std::string(width - name.size() + kGap, ' ');
+        lines.push_back(CutEnd(head + CutMiddle(Printable(field.text), room), columns));
+    }
     return lines;
 }
 
@@ -231,8 +255,11 @@ void PrintSections(const std::vector<Section>& sections, bool json) {
 
 // ---- RowPrinter
 
+/// The last column stays free: some terminals begin a new line when it is filled.
 RowPrinter::RowPrinter(std::vector<std::string> columns, bool json)
-    : columns_(std::move(columns)), json_(json) {}
+    : columns_(std::move(columns)),
+      json_(json),
+      room_(!json && isatty(STDOUT_FILENO) == 1 ? TerminalSizeOf(STDOUT_FILENO).columns - 1 : 0) {}
 
 RowPrinter::~RowPrinter() {
     if (json_)
@@ -271,20 +298,42 @@ void RowPrinter::PrintHeld() {
     widths_.assign(columns_.size(), 0);
     for (const std::vector<std::string>& texts : held_)
         for (size_t i = 0; i < texts.size(); ++i)
-            widths_[i] = std::min(std::max(widths_[i], Width(texts[i])), kWidthMax);
+            widths_[i] = std::max(widths_[i], ColumnsOf(texts[i]));
+    if (room_ > 0)
+        FitWidths();
+    else
+        for (size_t& width : widths_)
+            width = std::min(width, kWidthMax);
     for (const std::vector<std::string>& texts : held_)
         PrintLine(texts);
     held_.clear();
     has_widths_ = true;
 }
 
+/// The widest columns become narrower until there is room for all.
+void RowPrinter::FitWidths() {
+    const size_t gaps = kGap * (widths_.size() - 1);
+    for (size_t taken = std::accumulate(widths_.begin(), widths_.end(), gaps); taken > room_; --taken) {
+        size_t& widest = *std::max_element(widths_.begin(), widths_.end());
+        if (widest <= kWidthMin) return;
+        --widest;
+    }
+}
+
+/// On a terminal as wide as the column; of a path its end tells more than its middle.
+std::string RowPrinter::Cut(size_t column, const std::string& text) const {
+    if (room_ == 0) return text;
+    return columns_[column] == "path" ? CutMiddle(text, widths_[column]) : CutEnd(text, widths_[column]);
+}
+
 void RowPrinter::PrintLine(const std::vector<std::string>& texts) const {
     std::string line;
     for (size_t i = 0; i < texts.size(); ++i) {
-        line += texts[i];
+        const std::string text = Cut(i, texts[i]);
+        line += text;
         if (i + 1 == texts.size()) break;
-        const size_t width = Width(texts[i]);
-        line.append(widths_[i] > width ? widths_[i] - width : 0, ' ').append("  ");
+        const size_t width = ColumnsOf(text);
+        line.append((widths_[i] > width ? widths_[i] - width : 0) + kGap, ' ');
     }
     line.erase(line.find_last_not_of(' ') + 1);
     printf("%s\n", line.c_str());

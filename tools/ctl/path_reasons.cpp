@@ -162,7 +162,7 @@ Reasons ShareReasons(const std::string& path) {
     if (real != nullptr && !ShareOf(real.get()).empty())
         reasons.push_back({"other_path", std::string("its path in the share is another one: ") + real.get()});
     else
-        reasons.push_back({"in_no_share", "it is in no share, which only koliindexctl add has indexed"});
+        reasons.push_back({"in_no_share", "it lies in no share: only koliindexctl add has it indexed"});
     return reasons;
 }
 

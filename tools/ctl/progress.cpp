@@ -36,7 +36,7 @@ size_t BarColumns(size_t columns) {
     return columns >= 76 ? 24 : columns >= 56 ? 12 : 0;
 }
 
-/// "behind 3 requests", as far as that can be said.
+/// "3 requests come before", as far as that can be said.
 std::string Ahead(int64_t requests) {
     return requests > 0 ? Counted(requests, "request") + (requests == 1 ? " comes" : " come") + " before"
                         : "other requests come before";
@@ -52,6 +52,7 @@ void WorkShare::Look(const WorkReport& report, double now) {
              : report.line_begin >= end_  ? kBehind
                                           : kInside;
     if (where_ == kBefore || where_ == kElsewhere) began_ = rate_ = 0;
+    if (where_ == kElsewhere) is_known_ = false;  // executed again the batch may look at fewer files
     if (where_ == kElsewhere || where_ == kBehind) return;
     // A look may come when the first of the requests are done already.
     const bool is_at_begin = report.line_begin <= begin_;

@@ -98,9 +98,7 @@ class Searcher {
     }
 
     /// Albums are not asked for by path.
-    bool IsBelow(const std::string& path) const {
-        return below_.empty() || path == below_ || path.starts_with(FirstKeyBelow(below_));
-    }
+    bool IsBelow(const std::string& path) const { return below_.empty() || IsAtOrBelow(path, below_); }
     bool IsFound() {
         FoldTo(text_, &folded_);
         return std::all_of(words_.begin(), words_.end(), [this](const std::string& word) {

@@ -9,6 +9,7 @@
 
 #include "tools/ctl/setup_manifest.h"
 #include "tools/ctl/setup_plan.h"
+#include "tools/ctl/small_file.h"
 #include "tools/ctl/unique_fd.h"
 
 namespace koli::ctl {

@@ -35,12 +35,9 @@ constexpr double kSecondsOfHour = 3600;
 Record TotalsOf(const StoreReader& store, const LibraryCounts& counts, const std::string& below) {
     const auto different = [&counts](const char* table, CountedBy by) { return counts.Different(table, by); };
     const std::string share = VolumePath(paths::kPhotoShare) + "/";
-    const auto is_below = [&below](const std::string& path) {
-        return below.empty() || path == below || path.starts_with(FirstKeyBelow(below));
-    };
     int64_t albums = 0;
     for (const auto rows = store.Albums(); rows != nullptr && rows->Next();)
-        albums += is_below(share + std::string(rows->Field(0))) ? 1 : 0;
+        albums += below.empty() || IsAtOrBelow(share + std::string(rows->Field(0)), below) ? 1 : 0;
     return {{"artists", different(kMusic, CountedBy::kArtist)},
             {"albums", different(kMusic, CountedBy::kAlbum)},
             {"genres", different(kMusic, CountedBy::kGenre)},

@@ -13,7 +13,14 @@
 namespace koli::ctl {
 namespace {
 
-constexpr int64_t kCountEvery = 60;  // seconds; the rows of a large library take a while to count
+// The rows of a large library take a while to count: that many times as long they are not counted again.
+constexpr double kRest = 20;
+
+double Now() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
 
 /// Waits for a second; true when the program is to end.  SIGTERM and SIGINT are blocked.
 bool IsStopped(const sigset_t& signals) {
@@ -25,13 +32,12 @@ bool IsStopped(const sigset_t& signals) {
 class DatabaseFields {
   public:
     const Record& Of(const Context& context, const StatusLook& look) {
-        timespec now{};
-        clock_gettime(CLOCK_MONOTONIC, &now);
+        const double now = Now();
         const bool is_old = look.report.all_batches != batches_ || look.pid != pid_;
-        if (!record_.empty() && (!is_old || now.tv_sec < next_)) return record_;
+        if (!record_.empty() && (!is_old || now < next_)) return record_;
         record_.clear();
         AddDatabases(context, false, &record_);
-        next_ = now.tv_sec + kCountEvery;
+        next_ = now + (Now() - now) * (1 + kRest);
         batches_ = look.report.all_batches;
         pid_ = look.pid;
         return record_;
@@ -39,7 +45,7 @@ class DatabaseFields {
 
   private:
     Record record_;
-    int64_t next_ = 0;
+    double next_ = 0;
     int64_t batches_ = 0;
     int pid_ = 0;
 };
@@ -64,15 +70,16 @@ std::string ChangeLine(const StatusLook& look) {
     return line;
 }
 
-/// Draws the lines over the ones before, as many as there is room for.
-void Draw(const std::vector<std::string>& lines, size_t* drawn) {
+/// Draws what there is room for over what was drawn before.
+void Draw(const Record& record, size_t* drawn) {
     const TerminalSize size = TerminalSizeOf(STDOUT_FILENO);
+    const std::vector<std::string> lines = RecordLines(record, size.columns - 1);
     const size_t count = std::min(lines.size(), size.rows - 1);
     std::string text;
     if (const size_t up = std::min(*drawn, size.rows - 1); up > 0) text = "\033[" + std::to_string(up) + "A";
     text += "\r";
     for (size_t i = 0; i < count; ++i)
-        text += CutMiddle(lines[i], size.columns - 1) + "\033[K\n";
+        text += lines[i] + "\033[K\n";
     printf("%s\033[J", text.c_str());
     *drawn = count;
 }
@@ -112,7 +119,7 @@ int StatusFollow(const Context& context) {
             if (is_drawn) Append(WatchedTexts(look), &record);
             Append(databases.Of(context, look), &record);
             if (is_drawn)
-                Draw(RecordLines(record), &drawn);
+                Draw(record, &drawn);
             else
                 PrintChange(RecordJson(record, {WatchedOf(look)}, true), true, &last);
         }

@@ -1,6 +1,5 @@
 #include "tools/ctl/status_look.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <ctime>
@@ -20,12 +19,12 @@ int64_t NowMs() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
 }
 
-/// Lines of a queue file, as far as it is long now, 0 without one; -1 when it may not be read: that says
+/// Lines of a queue file, as far as it is long now, 0 without one; -1 when it cannot be read: that says
 /// nothing about what waits.
 int64_t CountLines(const std::string& file) {
     const RegularFile queue(file.c_str());
-    if (!queue.ok()) return errno == EACCES ? -1 : 0;
-    return std::max<int64_t>(LineCount(queue.descriptor(), queue.size()), 0);
+    if (!queue.ok()) return errno == ENOENT ? 0 : -1;
+    return LineCount(queue.descriptor(), queue.size());
 }
 
 const char* NameOf(ShareState::Kind kind) {

@@ -7,6 +7,7 @@
 #include "platform/host/tables.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/media_kinds.h"
+#include "tools/ctl/output.h"
 #include "tools/ctl/tree_compare.h"
 
 namespace koli::ctl {
@@ -45,8 +46,10 @@ class Findings {
           })) {}
 
     bool Has(Change change) const { return changes_[static_cast<size_t>(change)]; }
-    bool IsNone() const {
-        return below_ == 0 && std::ranges::none_of(changes_, [](bool is_found) { return is_found; });
+    /// All has been compared, and nothing found.
+    bool IsInStep() const {
+        return result_.status == CompareResult::kCompared && result_.unreadable == 0 && below_ == 0 &&
+               std::ranges::none_of(changes_, [](bool is_found) { return is_found; });
     }
     int64_t below() const { return below_; }
     const CompareResult& result() const { return result_; }
@@ -79,7 +82,7 @@ void CompareFile(const StoreReader& store, const std::string& path, StoredAs* st
     if (media.Has(Change::kUnread) || photos.Has(Change::kUnread))
         reasons.push_back({"unread", "what went wrong may be over (koliindexctl sync has it read again)"});
     stored->is_in_step = !stored->kind.empty() && MediaKindOf(path.c_str()) != kNotIndexed &&
-                         media.IsNone() && photos.IsNone();
+                         media.IsInStep() && photos.IsInStep();
 }
 
 /// What lies above the shares may be the whole machine.
@@ -98,14 +101,11 @@ void CompareFolder(const StoreReader& store, const std::string& path, StoredAs* 
     if (found.Has(Change::kUnread))
         reasons.push_back({"unread", "what went wrong may be over (koliindexctl sync has it read again)"});
     if (found.below() > 0)
-        reasons.push_back({"differences_below",
-                           (found.below() == 1 ? "one thing in it differs"
-                                               : std::to_string(found.below()) + " things in it differ") +
-                               " from what is stored (koliindexctl sync --dry-run)"});
+        reasons.push_back({"differences_below", "it holds " + Counted(found.below(), "difference") +
+                                                    " from what is stored (koliindexctl sync --dry-run)"});
     if (found.result().unreadable > 0)
         reasons.push_back({"unreadable_below", "not every folder in it can be read"});
-    stored->is_in_step = stored->kind == "folder" && found.result().status == CompareResult::kCompared &&
-                         found.IsNone() && found.result().unreadable == 0;
+    stored->is_in_step = stored->kind == "folder" && found.IsInStep();
 }
 
 }  // namespace

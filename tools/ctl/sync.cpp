@@ -154,9 +154,8 @@ int Sync(const Context& context, const std::vector<std::string>& paths, const Sy
     Totals totals;
     if (const int code = Compare(store, tops, allow_empty, &plan, &totals); code != kExitDone) return code;
     if (totals.unreadable > 0)
-        Complain(
-            "%s could not be read; what is stored below stays",
-            totals.unreadable == 1 ? "a folder" : (std::to_string(totals.unreadable) + " folders").c_str());
+        Complain("%s could not be read; what is stored below stays",
+                 Counted(totals.unreadable, "folder").c_str());
     const int unread = totals.unreadable > 0 || !totals.skipped.empty() ? kExitFiles : kExitDone;
     return std::max(unread, Queue(context, std::move(plan), std::move(totals), options));
 }

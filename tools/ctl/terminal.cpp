@@ -117,6 +117,7 @@ bool HasUtf8() {
 }
 
 size_t ColumnsOf(std::string_view text) {
+    if (std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; })) return text.size();
     return SumOf(CharactersOf(text));
 }
 

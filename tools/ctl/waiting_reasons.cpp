@@ -57,7 +57,8 @@ void AddQueued(const Places& places, const std::string& path, Reasons* reasons) 
     const WaitingRequest request = RequestFind(places.queue, path);
     if (request.error != 0) AddUnreadable(places.queue, request.error, reasons);
     if (request.line > 0)
-        reasons->push_back({"waiting", "a request for it waits in the queue: " + LineText(request)});
+        reasons->push_back(
+            {"waiting", "a request that concerns it waits in the queue: " + LineText(request)});
 }
 
 void AddInBatch(const Places& places, int pid, const std::string& path, Reasons* reasons) {
@@ -68,25 +69,26 @@ void AddInBatch(const Places& places, int pid, const std::string& path, Reasons*
     if (request.line == 0) return;
     const std::string line = " (" + LineText(request) + ")";
     if (batch.kind == BatchState::kRunning)
-        reasons->push_back({"in_batch", "the daemon is at work on a batch with a request for it" + line});
+        reasons->push_back(
+            {"in_batch", "the daemon is at work on a batch with a request that concerns it" + line});
     else if (batch.kind == BatchState::kLeftOver)
         reasons->push_back({"in_batch",
-                            "a batch with a request for it was interrupted, and is done at the "
+                            "a batch with a request that concerns it was interrupted, and is done at the "
                             "daemon's next start" +
                                 line});
     else
-        reasons->push_back({"in_kept_batch", "a batch with a request for it is kept" + line + ": " +
+        reasons->push_back({"in_kept_batch", "a batch with a request that concerns it is kept" + line + ": " +
                                                  batch.database + (batch.database.empty() ? "" : ": ") +
                                                  batch.reason + "; the next attempt is at " +
                                                  TimeText(batch.retry)});
 }
 
 void AddReading(const Places& places, int pid, const std::string& path, Reasons* reasons) {
-    if (!ReadingMarkOpenToAsk(places.reading_file.c_str())) return;
-    const char* const read = ReadingMarkGet();
-    if (pid > 0 && read != nullptr && path == read)
-        reasons->push_back({"being_read", "the daemon reads it at this moment"});
-    if (ReadingMarkLook(path.c_str()) != PastReading::kNothing)
+    WorkReport report;
+    if (WorkReportOf(places, pid, &report) && path == report.path)
+        reasons->push_back({"being_read", "the daemon is at work on it at this moment"});
+    if (ReadingMarkOpenToAsk(places.reading_file.c_str()) &&
+        ReadingMarkLook(path.c_str()) != PastReading::kNothing)
         reasons->push_back({"brought_down", kBroughtDown});
 }
 
@@ -104,6 +106,7 @@ WaitingRequest RequestFind(const std::string& file, const std::string& path) {
         if (found.line == 0 && static_cast<size_t>(length) < kRequestLineMax && IsAbout(text, path))
             found.line = found.lines;
     }
+    if (ferror(lines.get()) != 0) found.error = errno;
     free(text);
     return found;
 }

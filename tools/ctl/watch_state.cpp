@@ -4,15 +4,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 
 #include "base/directory_listing.h"
 #include "base/regular_file.h"
+#include "tools/ctl/request_line.h"
+#include "tools/ctl/small_file.h"
 
 namespace koli::ctl {
 namespace {
@@ -28,15 +28,23 @@ struct flock WholeFile(short kind) {
     return lock;
 }
 
-/// Who holds the file against readers; 0 = nobody.  Asking takes no lock.
+/// Who holds the file against readers; 0 = nobody, -1 = that cannot be told.  Asking takes no lock.
 pid_t HolderOf(int fd) {
     struct flock lock = WholeFile(F_RDLCK);
-    return fcntl(fd, F_GETLK, &lock) == 0 && lock.l_type == F_WRLCK ? lock.l_pid : 0;
+    if (fcntl(fd, F_GETLK, &lock) != 0) return -1;
+    return lock.l_type == F_WRLCK ? lock.l_pid : 0;
 }
 
 bool Lock(int fd, int command) {
     struct flock lock = WholeFile(F_WRLCK);
     return fcntl(fd, command, &lock) == 0;
+}
+
+/// Whoever has the door changes what is in the folder, or looks at it with nobody else changing it.  Invalid,
+/// with errno set, when it cannot be had.
+UniqueFd DoorTake(const std::string& folder) {
+    UniqueFd door(open((folder + kDoor).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    return door.valid() && Lock(door.get(), F_SETLKW) ? std::move(door) : UniqueFd();
 }
 
 ShareState ShareOf(const std::string& text) {
@@ -50,21 +58,18 @@ ShareState ShareOf(const std::string& text) {
     return share;
 }
 
-std::vector<ShareState> SharesIn(int fd, int64_t size) {
-    std::string text(static_cast<size_t>(std::clamp<int64_t>(size, 0, kStateMax)), '\0');
-    const ssize_t length = ReadAt(fd, 0, text.data(), text.size());
-    text.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
+std::vector<ShareState> SharesIn(const std::string& file) {
     std::vector<ShareState> shares;
-    std::istringstream lines(text);
-    constexpr std::string_view kKey = "share=";
-    for (std::string line; std::getline(lines, line);)
-        if (line.starts_with(kKey)) shares.push_back(ShareOf(line.substr(kKey.size())));
+    std::string text;
+    if (!SmallFileRead(file, &text, kStateMax)) return shares;
+    for (const auto& [key, value] : KeyValueLines(text))
+        if (key == "share") shares.push_back(ShareOf(value));
     std::erase_if(shares, [](const ShareState& share) { return share.path.empty(); });
     return shares;
 }
 
 bool Overlap(const std::string& one, const std::string& other) {
-    return (one + "/").starts_with(other + "/") || (other + "/").starts_with(one + "/");
+    return IsAtOrBelow(one, other) || IsAtOrBelow(other, one);
 }
 
 bool IsNumber(const char* name) {
@@ -81,10 +86,10 @@ std::vector<RunningWatcher> Watchers(const std::string& folder, bool has_door) {
         if (!IsNumber(entry.name) || entry.name == std::to_string(getpid())) continue;
         const std::string path = folder + "/" + entry.name;
         const RegularFile file(path.c_str());
-        const pid_t pid = file.ok() ? HolderOf(file.descriptor()) : 0;
+        const pid_t pid = file.ok() ? HolderOf(file.descriptor()) : -1;
         if (pid > 0)
-            running.push_back({pid, SharesIn(file.descriptor(), file.size())});
-        else if (has_door)
+            running.push_back({pid, SharesIn(path)});
+        else if (has_door && pid == 0)
             unlink(path.c_str());
     }
     return running;
@@ -100,12 +105,11 @@ WatchState::~WatchState() {
     if (!file_.empty()) unlink(file_.c_str());
 }
 
-/// The lock on the door makes looking and entering one step.
+/// The door makes looking and entering one step.
 pid_t WatchState::Enter(const std::vector<std::string>& shares) {
     const bool is_made = mkdir(folder_.c_str(), 0750) == 0 || errno == EEXIST;
-    const UniqueFd door(
-        is_made ? open((folder_ + kDoor).c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600) : -1);
-    const int error = door.valid() && !Lock(door.get(), F_SETLKW) ? errno : door.valid() ? 0 : errno;
+    const UniqueFd door = is_made ? DoorTake(folder_) : UniqueFd();
+    const int error = door.valid() ? 0 : errno;
     for (const RunningWatcher& other : Watchers(folder_, error == 0))
         for (const ShareState& theirs : other.shares)
             for (const std::string& own : shares)
@@ -121,8 +125,12 @@ pid_t WatchState::Enter(const std::vector<std::string>& shares) {
     return -1;
 }
 
+/// Behind the door: an entry that is replaced while another watcher looks could be missed, or taken for one
+/// that nobody holds.
 void WatchState::Tell(const std::vector<ShareState>& shares) {
-    if (!file_.empty()) Write(shares);
+    if (file_.empty()) return;
+    const UniqueFd door = DoorTake(folder_);
+    Write(shares);
 }
 
 /// The new file is held before it takes the name: nobody finds one there that is not.

@@ -2,6 +2,7 @@
 
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <cstdio>
 
 #include "tools/ctl/daemon_zone.h"
@@ -82,6 +83,10 @@ void ComplainOf(const CLI::App& app, const CLI::ParseError& error) {
     }
     const std::string word = unknown.front().substr(0, unknown.front().find('='));
     const bool is_option = word.starts_with("-");
+    if (is_option && std::ranges::count(OptionNames(current), word) > 0) {
+        Complain("%s: this option stands behind%s", word.c_str(), where.c_str());
+        return;
+    }
     const std::string meant = is_option          ? DidYouMean(word, OptionNames(current))
                               : commands.empty() ? DidYouMean(word, CommandNames(app))
                                                  : "";
