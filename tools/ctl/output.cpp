@@ -87,7 +87,7 @@ std::string Dump(const Json& json, int indent) {
     const std::string text = json.dump(indent, ' ', false, Json::error_handler_t::replace);
     std::string safe;
     for (std::string_view rest = text, sequence; !rest.empty(); rest.remove_prefix(sequence.size())) {
-        sequence = rest.substr(0, std::max<size_t>(SequenceLength(rest), 1));
+        sequence = rest.substr(0, std::max<size_t>(Utf8Length(rest), 1));
         const auto last = static_cast<unsigned char>(sequence.back());
         const bool is_line_break = last == '\n';  // between values
         if (is_line_break || !IsControl(sequence)) {
