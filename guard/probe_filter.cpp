@@ -1,6 +1,7 @@
 #include "guard/probe_filter.h"
 
 #include <fcntl.h>
+#include <linux/audit.h>
 #include <linux/seccomp.h>
 #include <seccomp.h>
 #include <sys/mman.h>
@@ -38,16 +39,33 @@ constexpr int kAllowed[] = {
     SCMP_SYS(sched_yield), SCMP_SYS(getpid), SCMP_SYS(gettid), SCMP_SYS(clock_gettime),
     SCMP_SYS(clock_gettime64), SCMP_SYS(gettimeofday), SCMP_SYS(time)};
 
-// What a filter sees of the calls that map memory are their registers.  Of some machines' calls that is the
-// address of the arguments, so that those stay refused; the allocator is content with mmap2, or with brk
-// alone.
-#if defined(__s390__) || defined(__m68k__)
-constexpr std::array<int, 0> kMapping{};
-#elif defined(__i386__)
-constexpr std::array kMapping = {SCMP_SYS(mmap2)};
-#else
-constexpr std::array kMapping = {SCMP_SYS(mmap), SCMP_SYS(mmap2)};
-#endif
+// Calls that map memory.  A filter sees their registers; of some machines' calls that is the address of the
+// arguments, so that those stay refused: the allocator is content with mmap2, or with brk alone.
+constexpr int kMapping[] = {SCMP_SYS(mmap2), SCMP_SYS(mmap)};
+
+/// The calls of one architecture that are allowed by their arguments.
+struct JudgedCalls {
+    std::span<const int> mapping;
+    int read_ahead;   // advice about an open file's bytes
+    unsigned advice;  // its argument of `read_ahead`; an offset takes two on machines of 32 bits
+};
+
+JudgedCalls JudgedCallsOf(uint32_t architecture) {
+    const std::span mapping(kMapping);
+    switch (architecture) {
+        case AUDIT_ARCH_I386:
+            return {mapping.first(1), SCMP_SYS(fadvise64_64), 5};
+        case AUDIT_ARCH_ARM:
+            return {mapping, SCMP_SYS(arm_fadvise64_64), 1};
+        case AUDIT_ARCH_M68K:
+            return {mapping.first(1), SCMP_SYS(fadvise64_64), 5};
+        case AUDIT_ARCH_S390:
+        case AUDIT_ARCH_S390X:
+            return {{}, SCMP_SYS(fadvise64), 3};
+        default:
+            return {mapping, SCMP_SYS(fadvise64), 3};
+    }
+}
 
 // Nothing harmless tries these.
 constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect),
@@ -109,19 +127,19 @@ bool AddWhere(scmp_filter_ctx filter, int call, const scmp_arg_cmp (&conditions)
 
 /// Memory that holds no code and is counted: shared memory is in neither limit (address space, resident
 /// size), locked pages and huge ones are taken from the machine.
-bool AddMemory(scmp_filter_ctx filter) {
+bool AddMemory(scmp_filter_ctx filter, std::span<const int> mapping) {
     constexpr scmp_arg_cmp kNoCode = {2, SCMP_CMP_MASKED_EQ, PROT_EXEC, 0};
     constexpr scmp_arg_cmp kPlain = {3, SCMP_CMP_MASKED_EQ, MAP_SHARED | MAP_LOCKED | MAP_HUGETLB, 0};
-    for (const int call : kMapping)
+    for (const int call : mapping)
         if (!AddWhere(filter, call, {kNoCode, kPlain})) return false;
     return AddWhere(filter, SCMP_SYS(mprotect), {kNoCode}) &&
            // given back by the allocator; other advice takes pages from the machine (MADV_HWPOISON)
            AddWhere(filter, SCMP_SYS(madvise), {{2, SCMP_CMP_EQ, MADV_DONTNEED, 0}});
 }
 
-/// What will be read is asked for ahead; a machine whose call has its arguments elsewhere does without.
-bool AddReadAhead(scmp_filter_ctx filter) {
-    return AddWhere(filter, SCMP_SYS(fadvise64), {{3, SCMP_CMP_EQ, POSIX_FADV_WILLNEED, 0}});
+/// What will be read is asked for ahead.
+bool AddReadAhead(scmp_filter_ctx filter, const JudgedCalls& calls) {
+    return AddWhere(filter, calls.read_ahead, {{calls.advice, SCMP_CMP_EQ, POSIX_FADV_WILLNEED, 0}});
 }
 
 /// abort() ends the process itself, and by its own signal.
@@ -129,18 +147,20 @@ bool AddAbort(scmp_filter_ctx filter) {
     return AddWhere(filter, SCMP_SYS(tgkill), {{0, SCMP_CMP_EQ, kOwnPid, 0}, {2, SCMP_CMP_EQ, SIGABRT, 0}});
 }
 
-bool AddRules(scmp_filter_ctx filter) {
+bool AddRules(scmp_filter_ctx filter, uint32_t architecture) {
+    const JudgedCalls calls = JudgedCallsOf(architecture);
     return AddAll(filter, SCMP_ACT_ALLOW, kAllowed) && AddAll(filter, SCMP_ACT_KILL_PROCESS, kDeadly) &&
-           AddMemory(filter) && AddReadAhead(filter) && AddAbort(filter) &&
+           AddMemory(filter, calls.mapping) && AddReadAhead(filter, calls) && AddAbort(filter) &&
            (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
 }
 
-bool AddProgramRules(scmp_filter_ctx filter) {
+bool AddProgramRules(scmp_filter_ctx filter, uint32_t architecture) {
     constexpr scmp_arg_cmp kOther[] = {{0, SCMP_CMP_NE, 0, 0}};
     for (const int call : kForOneself)
         if (!Succeeded(seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(EPERM), call, 1, kOther))) return false;
+    // The library takes numbers without a name for its own architecture only.
     return AddAll(filter, SCMP_ACT_ERRNO(EPERM), kRefusedToPrograms) &&
-           AddAll(filter, SCMP_ACT_ERRNO(EPERM), kNewToPrograms);
+           (architecture != seccomp_arch_native() || AddAll(filter, SCMP_ACT_ERRNO(EPERM), kNewToPrograms));
 }
 
 /// The library writes its program to a descriptor; a pipe, which holds 65536 bytes, needs no file.
@@ -168,8 +188,17 @@ bool FindOwnPid(ProbeFilter* filter) {
     return found <= 1;
 }
 
+/// Has `filter` be one of `architecture` instead of the machine's own.
+bool SetArchitecture(scmp_filter_ctx filter, uint32_t architecture) {
+    return architecture == seccomp_arch_native() ||
+           (Succeeded(seccomp_arch_remove(filter, seccomp_arch_native())) &&
+            Succeeded(seccomp_arch_add(filter, architecture)));
+}
+
 /// Builds the filter that `add_rules` makes; what it does not name is answered with `otherwise`.
-bool Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filter_ctx)) {
+bool Build(ProbeFilter* filter, uint32_t architecture, uint32_t otherwise,
+           bool (*add_rules)(scmp_filter_ctx, uint32_t)) {
+    if (architecture == 0) architecture = seccomp_arch_native();
     filter->length = 0;
     const Filter rules(seccomp_init(otherwise), seccomp_release);
     if (rules == nullptr) {
@@ -177,7 +206,7 @@ bool Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filte
         return false;
     }
     seccomp_attr_set(rules.get(), SCMP_FLTATR_CTL_OPTIMIZE, 2);  // a binary tree; older libraries lack it
-    if (!add_rules(rules.get())) return false;
+    if (!SetArchitecture(rules.get(), architecture) || !add_rules(rules.get(), architecture)) return false;
 
     ProbeFilter built;
     const ssize_t bytes = Export(rules.get(), std::as_writable_bytes(std::span(built.instructions)));
@@ -193,12 +222,12 @@ bool Build(ProbeFilter* filter, uint32_t otherwise, bool (*add_rules)(scmp_filte
 
 }  // namespace
 
-bool ProbeFilterBuild(ProbeFilter* filter) {
-    return Build(filter, SCMP_ACT_ERRNO(EPERM), AddRules);
+bool ProbeFilterBuild(ProbeFilter* filter, uint32_t architecture) {
+    return Build(filter, architecture, SCMP_ACT_ERRNO(EPERM), AddRules);
 }
 
-bool ProgramFilterBuild(ProbeFilter* filter) {
-    return Build(filter, SCMP_ACT_ALLOW, AddProgramRules);
+bool ProgramFilterBuild(ProbeFilter* filter, uint32_t architecture) {
+    return Build(filter, architecture, SCMP_ACT_ALLOW, AddProgramRules);
 }
 
 bool ProbeFilterEnter(ProbeFilter* filter, unsigned flags) {

@@ -19,13 +19,15 @@ struct ProbeFilter {
 
 /// Builds the filter: reading of open files, memory and time are allowed, a socket or another program ends
 /// the process, everything else fails with EPERM; abort() does what it should.  Costs about a millisecond:
-/// once per daemon, not per child.  False, with errno set and `length` 0, when it could not be built.
-bool ProbeFilterBuild(ProbeFilter* filter);
+/// once per daemon, not per child.  `architecture` is the kernel's name of a machine (AUDIT_ARCH_...), 0 =
+/// this one: another's filter can be looked at, in that one's order of bytes, but not entered.  False, with
+/// errno set and `length` 0, when it could not be built.
+bool ProbeFilterBuild(ProbeFilter* filter, uint32_t architecture = 0);
 
 /// Builds the filter of a program that reads a file: no network, no file's length, mode, owner, times or
 /// attributes are changed, no other process is looked into, changed or, but for its own group, signalled, and
 /// that group is not left; all else is allowed.  Returns as ProbeFilterBuild does.
-bool ProgramFilterBuild(ProbeFilter* filter);
+bool ProgramFilterBuild(ProbeFilter* filter, uint32_t architecture = 0);
 
 /// Puts this process under the filter for good, with `flags` of seccomp(2).  Needs PR_SET_NO_NEW_PRIVS.
 /// False, with errno set, when that fails.

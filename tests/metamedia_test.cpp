@@ -328,6 +328,22 @@ long Map(int) {
     return errno == EPERM ? -1 : 0;
 }
 
+#if defined(__i386__) || defined(__x86_64__)
+/// The oldest way to map, of whose arguments a filter sees no more than the address.
+long MapByAddress(int) {
+    static const uint32_t arguments[] = {0, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, ~0U, 0};
+    long result = 90;
+    asm volatile("int $0x80" : "+a"(result) : "b"(arguments) : "memory");
+    return result == -EPERM ? -1 : 0;
+}
+constexpr int kMapByAddress = sizeof(long) == 4 ? 0 : -SIGSYS;  // another machine's call
+#else
+constexpr int kMapByAddress = 0;
+long MapByAddress(int) {
+    return -1;
+}
+#endif
+
 TEST_F(Probe, LeavesTheOneOpenFileAndNothingElse) {
     path = Write("one.avi", "bytes");
     inherited = open("/dev/null", O_RDWR | O_CLOEXEC);
@@ -348,6 +364,7 @@ TEST_F(Probe, LeavesTheOneOpenFileAndNothingElse) {
         {"abort", true, -SIGABRT, [](int) -> long { abort(); }},
         {"memory", true, kAllowed, Map<MAP_PRIVATE>},
         {"code", filter, kRefused, Map<MAP_PRIVATE, PROT_READ | PROT_EXEC>},
+        {"old call", filter, kMapByAddress, MapByAddress},
         {"shared", filter, kRefused, Map<MAP_SHARED>},
         {"locked", filter, kRefused, Map<MAP_PRIVATE | MAP_LOCKED>},
         {"huge", filter, kRefused, Map<MAP_PRIVATE | MAP_HUGETLB>},
