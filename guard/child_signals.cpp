@@ -1,5 +1,7 @@
 #include "guard/child_signals.h"
 
+#include <sys/select.h>
+
 namespace koli {
 namespace {
 
@@ -28,6 +30,15 @@ ChildEndScope::ChildEndScope() {
 ChildEndScope::~ChildEndScope() {
     sigprocmask(SIG_SETMASK, &outer_mask_, nullptr);  // a child's last end goes to the empty handler
     sigaction(SIGCHLD, &outer_action_, nullptr);
+}
+
+int SleepUnderMask(int file, const timespec* limit, const sigset_t& mask) {
+    // Not ppoll: built for machines of 32 bits, the checked one of C libraries before 2.37 takes the long
+    // times of today for the short ones of before, and does not sleep.
+    fd_set files;
+    FD_ZERO(&files);
+    if (file >= 0) FD_SET(file, &files);
+    return pselect(file + 1, &files, nullptr, nullptr, limit, &mask);
 }
 
 AllSignalsBlocked::AllSignalsBlocked() {

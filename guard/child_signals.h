@@ -2,11 +2,12 @@
 #pragma once
 
 #include <csignal>
+#include <ctime>
 
 namespace koli {
 
 /// While it lives, the end of a child is held back as a blocked SIGCHLD with an empty handler, so that a
-/// sleep which opens the mask (ppoll) is ended by it and none is lost in between; a stopped child makes no
+/// sleep which opens the mask is ended by it and none is lost in between; a stopped child makes no
 /// signal. SIGUSR1 is held back to the end, in the sleeps, too: requests that keep coming must not cut short
 /// every sleep of a long wait.  Afterwards mask and action are as before.  Scopes may be nested.
 class ChildEndScope {
@@ -26,6 +27,10 @@ class ChildEndScope {
     sigset_t sleep_mask_;
     struct sigaction outer_action_;
 };
+
+/// Sleeps with the signal mask `mask` until `file` (below FD_SETSIZE; -1: none) can be read, `limit` has
+/// passed (null: there is none) or a handler has run.  Returns 1, 0 or -1 (errno EINTR) for these.
+int SleepUnderMask(int file, const timespec* limit, const sigset_t& mask);
 
 /// Holds every signal back while it lives: around a fork, so that no handler of the parent runs in the child
 /// before it has put its own actions in place.

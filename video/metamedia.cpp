@@ -1,6 +1,5 @@
 #include "video/metamedia.h"
 
-#include <poll.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -44,7 +43,7 @@ int ProcNumberGet(const char* file, const char* key, int32_t* value) {
 }  // namespace
 
 void ProbePollSleep(pid_t, const timespec& interval, const sigset_t& mask) {
-    ppoll(nullptr, 0, &interval, &mask);
+    SleepUnderMask(-1, &interval, mask);
 }
 
 int GuardedProbeRun(const char* path, MediaInfo* record, FileReading& reading, ProbeFunction probe,

@@ -1,6 +1,5 @@
 #include "video/probe_ahead.h"
 
-#include <poll.h>
 #include <sched.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -219,7 +218,7 @@ void ProbeAhead::Sleep(pid_t pid, const timespec& interval, const sigset_t& mask
     innermost_->RunOn();
     for (int64_t left = end - Now(); left > 0; left = end - Now()) {
         const timespec rest{static_cast<time_t>(left / kSecond), static_cast<long>(left % kSecond)};
-        if (ppoll(nullptr, 0, &rest, &mask) == 0) break;
+        if (SleepUnderMask(-1, &rest, mask) == 0) break;
         if (Reap() == 0) return;  // the child's own end, or a signal
         siginfo_t its_end{};
         if (waitid(P_PID, static_cast<id_t>(pid), &its_end, WEXITED | WNOHANG | WNOWAIT) != 0 ||

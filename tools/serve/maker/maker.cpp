@@ -1,6 +1,5 @@
 #include "tools/serve/maker/maker.h"
 
-#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -49,9 +48,9 @@ class Maker {
     void Run() {
         is_alone_ = !AnswerSend(socket_, {PictureAnswer::kReady, PictureAnswer::kMade});
         while (!is_alone_) {
-            pollfd order{socket_, POLLIN, 0};
             const timespec look{kLookMs / 1000, kLookMs % 1000 * 1000000L};
-            const bool has_order = ppoll(&order, 1, HasChildren() ? &look : nullptr, &ends_.sleep_mask()) > 0;
+            const bool has_order =
+                SleepUnderMask(socket_, HasChildren() ? &look : nullptr, ends_.sleep_mask()) > 0;
             Reap();
             if (has_order) Take();
         }
