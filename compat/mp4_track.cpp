@@ -89,7 +89,8 @@ uint32_t ReadBitrate(BoxReader* reader, BoxCursor row) {
     constexpr size_t kMaxDescriptors = 320;  // longest way to the bit rate: a URL of 255 bytes lies before it
     uint8_t descriptors[kMaxDescriptors];
     const BoxCursor inside = BoxReader::Inside(esds, 4);  // version, flags
-    const size_t size = std::min(static_cast<size_t>(inside.end - inside.position), sizeof descriptors);
+    const size_t size =
+        static_cast<size_t>(std::min<int64_t>(inside.end - inside.position, sizeof descriptors));
     return AverageBitrate(descriptors, reader->file().Read(inside.position, descriptors, size));
 }
 

@@ -101,7 +101,7 @@ void Database::LeaveGap() {
     busy_since_ = now;
     if (gap >= kGapMs || !sql_->HasCompany()) return;
     FlushAllBut(*this);
-    const timespec pause{0, (kGapMs - gap) * 1'000'000};
+    const timespec pause{0, static_cast<long>((kGapMs - gap) * 1'000'000)};
     nanosleep(&pause, nullptr);
     busy_since_ = CoarseNowMs();
 }

@@ -182,8 +182,16 @@ double AdtsSeconds(const AdtsFigures& figures) {
 }
 
 int64_t AdtsBitrate(const AdtsFigures& figures) {
-    __extension__ using Wide = __int128;
-    return static_cast<int64_t>(Wide{figures.bytes} * 8 * AdtsFigures::kTicksPerSecond / figures.ticks);
+    // The product with all ticks of a second would overflow: a long division, by two factors of them.
+    constexpr int64_t kFactors[] = {5040, 5600};
+    static_assert(kFactors[0] * kFactors[1] == AdtsFigures::kTicksPerSecond);
+    const int64_t bits = figures.bytes * 8;
+    int64_t rate = bits / figures.ticks, rest = bits % figures.ticks;
+    for (const int64_t factor : kFactors) {
+        rate = rate * factor + rest * factor / figures.ticks;
+        rest = rest * factor % figures.ticks;
+    }
+    return rate;
 }
 
 }  // namespace koli

@@ -36,8 +36,9 @@ int64_t SignedNumber(std::string_view bytes) {
 
 bool TakeValue(uint64_t type, std::string_view* body, PageValue* value) {
     if (type == 10 || type == 11) return false;
-    const uint64_t size = type < 12 ? kSizes[type] : (type - 12) / 2;
-    if (size > body->size()) return false;
+    const uint64_t wanted = type < 12 ? kSizes[type] : (type - 12) / 2;
+    if (wanted > body->size()) return false;
+    const auto size = static_cast<size_t>(wanted);
     const std::string_view bytes = body->substr(0, size);
     body->remove_prefix(size);
     if (type >= 12) {
@@ -56,8 +57,9 @@ bool TakeValue(uint64_t type, std::string_view* body, PageValue* value) {
 /// Takes a record apart, which must fill its payload exactly.
 bool Parse(std::string_view payload, std::vector<PageValue>* values) {
     std::string_view header = payload;
-    uint64_t header_size = 0, type = 0;
-    if (!TakeNumber(&header, &header_size) || header_size > payload.size()) return false;
+    uint64_t header_end = 0, type = 0;
+    if (!TakeNumber(&header, &header_end) || header_end > payload.size()) return false;
+    const auto header_size = static_cast<size_t>(header_end);
     const size_t taken = payload.size() - header.size();
     if (header_size <= taken) return false;
     header = payload.substr(taken, header_size - taken);
@@ -108,7 +110,8 @@ bool TreePage::Record(uint32_t cell, PageRecord* record) const {
     if (kind_ == kTableLeaf && !TakeNumber(&bytes, &rowid)) return false;
     record->rowid = static_cast<int64_t>(rowid);
     std::string payload;
-    return Payload(file_.usable_size() - bytes.size(), size, &payload) && Parse(payload, &record->values);
+    return Payload(file_.usable_size() - bytes.size(), static_cast<size_t>(size), &payload) &&
+           Parse(payload, &record->values);
 }
 
 /// A long record goes on in a chain of pages; how much of it stands here follows from its size.

@@ -48,7 +48,7 @@ size_t ConnectionsFor(size_t wanted) {
     }
     const rlim_t others = kOtherFiles + 2 * kSlack;
     const rlim_t possible = limit.rlim_cur > others ? (limit.rlim_cur - others) / 2 : 1;
-    return std::min<size_t>(wanted, possible);
+    return static_cast<size_t>(std::min<rlim_t>(wanted, possible));
 }
 
 /// A part of a form's field.

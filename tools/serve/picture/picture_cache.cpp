@@ -109,7 +109,7 @@ std::optional<std::string> PictureCache::Find(std::string_view key) {
     if (!file.valid() || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
     const auto size = static_cast<uint64_t>(info.st_size);
     if (size > sizeof(Head) + kMaxKey + PictureSlot::kBytes) return std::nullopt;
-    std::optional<std::string> picture = PictureIn(WholeFile(file.get(), size), key);
+    std::optional<std::string> picture = PictureIn(WholeFile(file.get(), static_cast<size_t>(size)), key);
     if (picture) MarkUsed(file.get(), info);
     return picture;
 }
