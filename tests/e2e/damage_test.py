@@ -22,22 +22,28 @@ def damaged(data, chance):
     return copy
 
 
+def put_damaged_copies():
+    """Writes the same ones each time; their paths."""
+    chance = random.Random(2006)
+    written = []
+    for place, folders, names in os.walk(harness.SAMPLES):
+        folders.sort()
+        for name in sorted(name for name in names if "@eaDir" not in place and not name.startswith(".")):
+            with open(os.path.join(place, name), "rb") as file:
+                data = file.read()
+            share, _, rest = os.path.relpath(place, harness.SAMPLES).partition("/")
+            for copy in range(COPIES):
+                path = os.path.normpath(f"/volume1/{share}/Damaged/{rest}/{copy} {name}")
+                os.makedirs(os.path.dirname(path), exist_ok=True)
+                with open(path, "wb") as file:
+                    file.write(damaged(data, chance))
+                written.append(path)
+    return written
+
+
 class Damage(harness.DaemonTest):
     def test_damaged_files_end_in_a_verdict_and_the_next_file(self):
-        chance = random.Random(2006)
-        written = []
-        for place, folders, names in os.walk(harness.SAMPLES):
-            folders.sort()
-            for name in sorted(name for name in names if "@eaDir" not in place and not name.startswith(".")):
-                with open(os.path.join(place, name), "rb") as file:
-                    data = file.read()
-                share, _, rest = os.path.relpath(place, harness.SAMPLES).partition("/")
-                for copy in range(COPIES):
-                    path = os.path.normpath(f"/volume1/{share}/Damaged/{rest}/{copy} {name}")
-                    os.makedirs(os.path.dirname(path), exist_ok=True)
-                    with open(path, "wb") as file:
-                        file.write(damaged(data, chance))
-                    written.append(path)
+        written = put_damaged_copies()
         sound = self.put("/volume1/photo/zz/after.mp3")
         log = self.index(*harness.EVERYTHING, f"a:{sound}")
         known = {path for table in ("music", "video", "photo", "playlist") for path in self.paths(table)}
