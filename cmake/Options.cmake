@@ -20,10 +20,13 @@ endif()
 
 # Large files and files dated after 2038, on machines of 32 bits as well.
 add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64 _GNU_SOURCE)
-# Every machine stores the same numbers. A sum of a product is rounded twice, also where one instruction makes it; i386
-# calculates by SSE2, because the registers of its older unit keep more digits than the variables that they stand for
-# (-ffloat-store helps variables, not what is in between). Its processors without SSE2 are older than network storage.
-add_compile_options(-ffp-contract=off)
+# Every machine stores the same numbers: a sum of a product is rounded twice, also where one instruction makes it (the
+# processors that Debian builds amd64 for have none), and i386 calculates by SSE2, because the registers of its older unit
+# keep more digits than the variables that they stand for (-ffloat-store helps variables, not what is in between). Its
+# processors without SSE2 are older than network storage.
+if(NOT CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+    add_compile_options(-ffp-contract=off)
+endif()
 if(CMAKE_SIZEOF_VOID_P EQUAL 4 AND CMAKE_SYSTEM_PROCESSOR MATCHES "86")
     add_compile_options(-msse2 -mfpmath=sse)
     set(KOLI_PROCESSOR_PACKAGE ", sse2-support")  # which refuses to be installed on a processor without it
