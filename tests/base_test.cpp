@@ -115,7 +115,8 @@ TEST_F(Base, AWorkReportIsReadWholeAndOnlyFromWhoeverMayWriteIt) {
     });
     while (!is_done) {
         if (!WorkReportRead("report", &report) || report.files == 0) continue;
-        EXPECT_EQ(report.path, "/" + std::string(report.files % 300, 'x') + std::to_string(report.files));
+        EXPECT_EQ(report.path, "/" + std::string(static_cast<size_t>(report.files % 300), 'x') +
+                                   std::to_string(report.files));
     }
     daemon.join();
     for (const char* reason : {"once", "twice"})
