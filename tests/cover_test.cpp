@@ -111,7 +111,7 @@ TEST_F(Cover, IsNeitherLargeNorAHole) {
 }
 
 TEST_F(Cover, ThatFailsLeavesNothingBehind) {
-    for (const int64_t size : {5000L, 0x7FFFFFFFL, 0x80000000L, 0xFFFFFFFFL, 4L}) {
+    for (const int64_t size : {5000LL, 0x7FFFFFFFLL, 0x80000000LL, 0xFFFFFFFFLL, 4LL}) {
         EXPECT_FALSE(Save(Picture("image/jpeg", 3, kImage, size), 3, ""));
         EXPECT_EQ(fake.log[0] == "metaid3 (#) FAILED TO WRITE PIC FILE, reason=No data available",
                   size == 5000 || size == 0x7FFFFFFF);
