@@ -97,7 +97,8 @@ struct EndlessSource : ByteSource {
         ++reads;
         for (size_t i = 0; i < count; ++i, ++offset)
             static_cast<char*>(buffer)[i] =
-                offset < head.size() ? head[offset] : tail[(offset - head.size()) % tail.size()];
+                offset < head.size() ? head[static_cast<size_t>(offset)]
+                                     : tail[static_cast<size_t>((offset - head.size()) % tail.size())];
         return count;
     }
 };

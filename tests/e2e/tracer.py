@@ -1,4 +1,4 @@
-"""Runs the daemon under ptrace (x86-64): every system call of it and of its children is seen before and after it is
+"""Runs the daemon under ptrace (x86): every system call of it and of its children is seen before and after it is
 made, may be replaced by an error, or may be the daemon's last."""
 import collections
 import ctypes
@@ -11,19 +11,35 @@ from harness import appliance
 
 TRACEME, POKEUSER, SYSCALL, SETOPTIONS, GET_SYSCALL_INFO = 0, 6, 24, 0x4200, 0x420e
 OPTIONS = 0x100000 | 1 | 2 | 4 | 8 | 16  # kill with the tracer; mark calls; follow fork, vfork, clone, exec
-RAX, ORIG_RAX = 10 * 8, 15 * 8  # in the user area
+WORD = ctypes.sizeof(ctypes.c_long)
+RAX, ORIG_RAX = (10 * 8, 15 * 8) if WORD == 8 else (6 * 4, 11 * 4)  # in the user area
 WALL = 0x40000000
 HANG = 60  # seconds: no batch here takes one
 KILL = -1
 
-# Number, name and what the arguments name: f a descriptor, m one in the fifth, p a path, q two, a a folder and a path.
-CALLS = {int(number): (name, kind) for number, name, kind in (entry.split() for entry in """0 read f|1 write f|2 open p
-    3 close f|4 stat p|5 fstat f|6 lstat p|9 mmap m|17 pread64 f|18 pwrite64 f|20 writev f|21 access p|72 fcntl f
-    73 flock f|74 fsync f|75 fdatasync f|77 ftruncate f|80 chdir p|81 fchdir f|82 rename q|83 mkdir p|84 rmdir p
-    86 link q|87 unlink p|88 symlink q|89 readlink p|90 chmod p|91 fchmod f|93 fchown f|137 statfs p|138 fstatfs f|162 sync -
-    217 getdents64 f|257 openat a|258 mkdirat a|262 newfstatat a|263 unlinkat a|269 faccessat a|280 utimensat a
-    285 fallocate f|306 syncfs f|332 statx a|439 faccessat2 a""".replace("\n", "|").split("|"))}
-PAUSES = {35: 0, 230: 2}  # nanosleep, clock_nanosleep: which argument tells how long
+# What the arguments name: f a descriptor, m one in the fifth, p a path, q two, a a folder and a path; with the names that
+# calls of machines of 32 bits have beside.
+KINDS = {
+    "f": """read write close fstat,fstat64 pread64 pwrite64 writev fcntl,fcntl64 flock fsync fdatasync ftruncate,ftruncate64
+            fchdir fchmod fchown,fchown32 fstatfs,fstatfs64 getdents64 fallocate syncfs""",
+    "m": "mmap,mmap2",
+    "p": """open stat,stat64 lstat,lstat64 access chdir mkdir rmdir unlink readlink chmod statfs,statfs64""",
+    "q": "rename link symlink",
+    "a": "openat mkdirat newfstatat,fstatat64 unlinkat faccessat utimensat,utimensat_time64 statx faccessat2",
+    "-": "sync",
+}
+
+
+def number_of(name):
+    """Below 0 when this machine has no such call."""
+    return seccomp.seccomp_syscall_resolve_name(name.encode())
+
+
+seccomp = ctypes.CDLL("libseccomp.so.2")
+CALLS = {number_of(name): (names.split(",")[0], kind) for kind, text in KINDS.items() for names in text.split()
+         for name in names.split(",")}
+PAUSES = {number_of("nanosleep"): 0, number_of("clock_nanosleep"): 2,  # which argument tells how long
+          number_of("clock_nanosleep_time64"): 2}
 
 libc = ctypes.CDLL(None, use_errno=True)
 libc.ptrace.argtypes = [ctypes.c_long, ctypes.c_long, ctypes.c_void_p, ctypes.c_void_p]
