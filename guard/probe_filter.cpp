@@ -67,7 +67,8 @@ JudgedCalls JudgedCallsOf(uint32_t architecture) {
     }
 }
 
-// Nothing harmless tries these.
+// Nothing harmless tries these.  They end the thread, which is all there is of a child: old kernels cannot
+// end a process.
 constexpr int kDeadly[] = {SCMP_SYS(socket), SCMP_SYS(socketcall), SCMP_SYS(socketpair), SCMP_SYS(connect),
                            SCMP_SYS(bind),   SCMP_SYS(execve),     SCMP_SYS(execveat)};
 
@@ -149,7 +150,7 @@ bool AddAbort(scmp_filter_ctx filter) {
 
 bool AddRules(scmp_filter_ctx filter, uint32_t architecture) {
     const JudgedCalls calls = JudgedCallsOf(architecture);
-    return AddAll(filter, SCMP_ACT_ALLOW, kAllowed) && AddAll(filter, SCMP_ACT_KILL_PROCESS, kDeadly) &&
+    return AddAll(filter, SCMP_ACT_ALLOW, kAllowed) && AddAll(filter, SCMP_ACT_KILL_THREAD, kDeadly) &&
            AddMemory(filter, calls.mapping) && AddReadAhead(filter, calls) && AddAbort(filter) &&
            (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
 }
