@@ -98,9 +98,10 @@ bool Gate::IsOurs(std::string_view host, const LocalEnd& end) const {
 }
 
 const char* Gate::Refusal(const Request& request, const LocalEnd& end) const {
-    const size_t hosts = request.headers.Count("host");
+    for (const char* name : {"host", "origin", "sec-fetch-site", "sec-fetch-mode", "sec-fetch-dest"})
+        if (request.headers.Count(name) > 1) return "It says twice where it comes from.";
     const std::string& host = request.headers.Value("host");
-    if (hosts > 1 || (hosts == 1 && !IsOurs(host, end)))
+    if (request.headers.Has("host") && !IsOurs(host, end))
         return "This server is not known by that name (see --name).";
     if (request.headers.Has("origin") && !IsOriginOf(request.headers.Value("origin"), host))
         return "A page of another site asks for this.";

@@ -86,8 +86,8 @@ Response TextResponse(std::string text) {
 ByteRange RangeFor(const Request& request, int64_t size, const std::string& etag,
                    const std::string& modified) {
     const std::string& condition = request.headers.Value("if-range");
-    const bool may_be_part =
-        request.method == "GET" && (condition.empty() || condition == etag || condition == modified);
+    const bool may_be_part = request.method == "GET" && request.headers.Count("range") == 1 &&
+                             (condition.empty() || condition == etag || condition == modified);
     const ByteRange range = may_be_part ? RangeOf(request.headers.Value("range"), size) : ByteRange{};
     return range.kind == ByteRange::kWhole ? ByteRange{ByteRange::kWhole, 0, size} : range;
 }
