@@ -111,6 +111,13 @@ TEST(SmallPicture, OfAnIconIsTheLargestOnWhite) {
     const std::string large = Bitmap(32, 32, {kRed, kClear, kClear, kBlue}, true);
     EXPECT_EQ(Look(Small(Icon({{16, small}, {32, large}, {16, small}}), 160)), "32x32 RWWB");
     EXPECT_EQ(Look(Small(Icon({{32, large}, {0, ""}, {16, small}}), 160)), "32x32 RWWB");
+    std::string rows;  // of a mask: the upper left quarter
+    for (int i = 0; i < 32; ++i)
+        rows += i < 16 ? Padded("", 4) : "\xff\xff\0\0"s;
+    const std::string bare = Bitmap(32, 32, {"\0\0\xff\0"s, "\0\xff\0\0"s, "\xff\0\0\0"s, kClear}, true);
+    EXPECT_EQ(Look(Small(Icon({{32, bare + rows}}), 160)), "32x32 WGBK");
+    EXPECT_EQ(Look(Small(Icon({{32, large + rows}}), 160)), "32x32 RWWB");  // knows better itself
+    EXPECT_EQ(Look(Small(Icon({{32, bare + rows.substr(1)}}), 160)), "32x32 RGBK");
     const std::string icon = Icon({{16, small}, {32, large}});
     for (size_t length = 0; length < icon.size() - 1; length += 13)  // a cut one is the smaller, or none
         EXPECT_NE(Look(Small(icon.substr(0, length), 160)).substr(0, 5), "32x32") << length;
@@ -156,12 +163,15 @@ std::string PngOfQuarters() {
     return Png(64, 32) + Be(0, 7) + Be(data.size(), 4) + "IDAT" + data + Be(0, 8) + "IEND" + Be(0, 4);
 }
 
-std::string TiffOfQuarters() {
+std::string TiffOfQuarters(uint64_t orientation) {
     std::string tags;
-    const std::pair<int, uint64_t> entries[] = {{256, 64}, {257, 32}, {258, 8},  {259, 1},      {262, 1},
-                                                {273, 8},  {277, 1},  {278, 32}, {279, 64 * 32}};
+    const std::pair<int, uint64_t> entries[] = {{256, 64}, {257, 32},     {258, 8},           {259, 1},
+                                                {262, 1},  {273, 8},      {274, orientation}, {277, 1},
+                                                {278, 32}, {279, 64 * 32}};
     for (const auto& [tag, value] : entries)
-        tags += Be(static_cast<uint64_t>(tag), 2) + Be(4, 2) + Be(1, 4) + Be(value, 4);
+        tags +=
+            Be(static_cast<uint64_t>(tag), 2) +
+            (tag == 274 ? Be(3, 2) + Be(1, 4) + Be(value, 2) + Be(0, 2) : Be(4, 2) + Be(1, 4) + Be(value, 4));
     const std::string grey = Plane([](int quarter) { return quarter == 1 ? '\xff' : '\0'; });
     return "MM\0*"s + Be(8 + grey.size(), 4) + grey + Be(std::size(entries), 2) + tags + Be(0, 4);
 }
@@ -172,7 +182,9 @@ TEST(SmallPicture, IsMadeOfEachFormat) {
     EXPECT_EQ(Look(Small(psd, 160)), "64x32 RGBK");
     EXPECT_EQ(Look(Small(GifOfQuarters(), 160)), "64x32 RGBK");
     EXPECT_EQ(Look(Small(PngOfQuarters(), 160)), "64x32 RGBK");
-    EXPECT_EQ(Look(Small(TiffOfQuarters(), 160)), "64x32 KWKK");
+    EXPECT_EQ(Look(Small(TiffOfQuarters(1), 160)), "64x32 KWKK");
+    EXPECT_EQ(Look(Small(TiffOfQuarters(6), 160)), "32x64 KKKW");
+    EXPECT_EQ(Look(Small(TiffOfQuarters(9), 160)), "64x32 KWKK");
 }
 
 TEST(SmallPicture, OfPrintingColoursIsRight) {
@@ -186,7 +198,10 @@ TEST(SmallPicture, OfPrintingColoursIsRight) {
     ASSERT_EQ(tjCompress2(codec, reinterpret_cast<const unsigned char*>(pixels.data()), 64, 0, 64, TJPF_CMYK,
                           &jpeg, &size, TJSAMP_444, 90, 0),
               0);
-    EXPECT_EQ(Look(Small({reinterpret_cast<char*>(jpeg), size}, 160)), "64x64 RRRR");
+    std::string file(reinterpret_cast<char*>(jpeg), size);
+    EXPECT_EQ(Look(Small(file, 160)), "64x64 RRRR");
+    file.erase(file.find("Adobe") - 4, 16);  // of a program that does not invert them
+    EXPECT_EQ(Look(Small(file, 160)), "64x64 KKKK");
     tjFree(jpeg);
     tjDestroy(codec);
 }
