@@ -1,11 +1,13 @@
 // Small pictures: what is made of which file, the process that makes them, and the cache.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <turbojpeg.h>
 
 #include <csignal>
 #include <future>
+#include <set>
 
 #include "tests/host_temp_dir.h"
 #include "tests/media_bytes.h"
@@ -382,6 +384,34 @@ TEST_F(Cache, FindsWhatItKeptAndNothingThatWasPutThere) {
     EXPECT_EQ(cache_.Find("160 1 a.jpg"), std::nullopt);
 }
 
+TEST_F(Cache, IsSharedStaysInItsFolderAndLeavesNothingHalf) {
+    PictureCache second;
+    std::string error;
+    ASSERT_TRUE(second.Open(path_, 1 << 20, &error)) << error;
+    cache_.Keep("a", "picture");
+    EXPECT_EQ(second.Find("a"), "picture");
+    second.Keep("a", "another");
+    EXPECT_EQ(cache_.Find("a"), "another");
+
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit full{100, before.rlim_max};  // what a full disk looks like
+    setrlimit(RLIMIT_FSIZE, &full);
+    cache_.Keep("a", std::string(5000, 'x'));
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(Files().size(), 1U);
+    EXPECT_EQ(cache_.Find("a"), "another");
+
+    const std::filesystem::path file = Files().at(0), moved = folder_.Path("moved");
+    std::filesystem::rename(file.parent_path(), moved);
+    std::filesystem::create_directory_symlink(moved, file.parent_path());
+    EXPECT_EQ(cache_.Find("a"), std::nullopt);
+    std::filesystem::remove(moved / file.filename());
+    cache_.Keep("a", "third");
+    EXPECT_TRUE(std::filesystem::is_empty(moved));
+}
+
 TEST_F(Cache, IsForOneUserAndDoesWithoutAFolder) {
     PictureCache none;
     std::string error;
@@ -406,8 +436,12 @@ TEST_F(Cache, RemovesTheLongestUnusedAboveItsBound) {
         age(file, 100000);
     EXPECT_TRUE(cache_.Find("used"));
     const std::string other = folder_.Write("new/small/00/notes.txt", "mine");
-    for (int i = 0; i < 100; ++i)
+    std::set<std::string> aged;  // in the order in which they were kept: a clock may stand still between two
+    for (int i = 0; i < 100; ++i) {
         cache_.Keep(std::to_string(i), picture);
+        for (const std::string& file : Files())
+            if (aged.insert(file).second) age(file, 1000 - i);
+    }
     const auto bytes = [&] { return (Files().size() - 1) * 20480; };
     for (int i = 0; i < 1000 && bytes() > (1 << 20); ++i)
         usleep(10000);
