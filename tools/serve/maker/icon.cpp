@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <tuple>
 #include <utility>
 
@@ -12,6 +13,7 @@ constexpr size_t kDirectoryBytes = 6;
 constexpr size_t kEntryBytes = 16;
 constexpr size_t kFileHeadBytes = 14;      // that a bitmap has as a file
 constexpr uint32_t kBitmapHeadBytes = 40;  // the only kind that icons have
+constexpr uint32_t kColoursMax = 256;
 constexpr uint8_t kPngMark[] = {0x89, 'P', 'N', 'G'};
 
 uint32_t Number(std::span<const uint8_t> bytes, size_t at, size_t count) {
@@ -39,10 +41,11 @@ auto Rank(std::span<const uint8_t> file, size_t at) {
     return std::tuple(side(at) * side(at + 1), Number(file, at + 6, 2));
 }
 
-/// Bytes of its table of colours, behind its head.
-size_t ColourBytes(std::span<const uint8_t> bitmap) {
-    const uint32_t bits = Number(bitmap, 14, 2), colours = Number(bitmap, 32, 4);
-    return 4 * size_t{colours == 0 && bits <= 8 ? 1U << bits : colours};
+/// Bytes of its table of colours, behind its head; nothing for one that is too large.
+std::optional<size_t> ColourBytes(std::span<const uint8_t> bitmap) {
+    const uint32_t bits = Number(bitmap, 14, 2), told = Number(bitmap, 32, 4);
+    const uint32_t colours = told == 0 && bits <= 8 ? 1U << bits : told;
+    return colours <= kColoursMax ? std::optional(size_t{4} * colours) : std::nullopt;
 }
 
 /// The mask stands behind the pixels; rows of both are filled up to whole words.
@@ -61,16 +64,16 @@ std::vector<uint8_t> MaskOf(std::span<const uint8_t> bitmap, size_t colour_bytes
 /// A bitmap of an icon counts its mask as half of its height, and begins with the second of a file's heads.
 IconPicture BitmapFile(std::span<const uint8_t> bitmap) {
     if (bitmap.size() < kBitmapHeadBytes || Number(bitmap, 0, 4) != kBitmapHeadBytes) return {};
-    const size_t colour_bytes = ColourBytes(bitmap);
-    if (colour_bytes > 4 * 256) return {};
+    const auto colour_bytes = ColourBytes(bitmap);
+    if (!colour_bytes) return {};
     std::vector<uint8_t> file(kFileHeadBytes + bitmap.size());
     file[0] = 'B';
     file[1] = 'M';
     Write(file, 2, static_cast<uint32_t>(file.size()));
-    Write(file, 10, static_cast<uint32_t>(kFileHeadBytes + kBitmapHeadBytes + colour_bytes));
+    Write(file, 10, static_cast<uint32_t>(kFileHeadBytes + kBitmapHeadBytes + *colour_bytes));
     std::copy(bitmap.begin(), bitmap.end(), file.begin() + kFileHeadBytes);
     Write(file, kFileHeadBytes + 8, Number(bitmap, 8, 4) / 2);
-    return {std::move(file), MaskOf(bitmap, colour_bytes)};
+    return {std::move(file), MaskOf(bitmap, *colour_bytes)};
 }
 
 }  // namespace
