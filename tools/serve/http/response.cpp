@@ -129,8 +129,8 @@ Response FileResponse(const Request& request, Reply& reply, int* status) {
     reply.headers.emplace_back("Accept-Ranges", "bytes");
     reply.headers.emplace_back("Last-Modified", modified);
     if (IsUnchanged(request, reply.etag, modified)) {
-        *status = MHD_HTTP_NOT_MODIFIED;
-        return TextResponse("");
+        *status = MHD_HTTP_NOT_MODIFIED;  // goes without the bytes, but with their length
+        return PartOf(std::move(reply.file), {ByteRange::kWhole, 0, file.st_size});
     }
     const ByteRange range = RangeFor(request, file.st_size, reply.etag, modified);
     if (range.kind == ByteRange::kNone) {
@@ -152,15 +152,10 @@ Response FileResponse(const Request& request, Reply& reply, int* status) {
 Response ResponseOf(const Request& request, Reply reply, int* status) {
     *status = reply.status;
     const bool is_file = reply.file.valid();
-    Response response;
-    if (is_file) {
-        response = FileResponse(request, reply, status);
-    } else if (reply.status == MHD_HTTP_OK && !reply.etag.empty() && IsUnchanged(request, reply.etag, "")) {
+    if (!is_file && reply.status == MHD_HTTP_OK && !reply.etag.empty() &&
+        IsUnchanged(request, reply.etag, ""))
         *status = MHD_HTTP_NOT_MODIFIED;
-        response = TextResponse("");
-    } else {
-        response = TextResponse(std::move(reply.body));
-    }
+    Response response = is_file ? FileResponse(request, reply, status) : TextResponse(std::move(reply.body));
     Headers headers(response.get());
     headers.Add("Content-Type", reply.type);
     headers.Add("ETag", reply.etag);
