@@ -227,6 +227,19 @@ class Attack(harness.DaemonTest):
             self.swapped(server, "folder above")
             harness.wait_for("all files closed", lambda: server.files() <= before)
 
+    def test_a_cover_is_no_way_out(self):
+        steps = [f"{ALBUM}/@eaDir", f"{ALBUM}/@eaDir/a.mp3", f"{ALBUM}/@eaDir/a.mp3/cover1.jpg"]
+        shutil.rmtree(steps[0], ignore_errors=True)
+        self.put(steps[2])
+        with Server(self) as server:
+            self.assertEqual(server.get(f"/cover/160{SONG}").headers["content-type"], "image/jpeg")
+            for step in steps:
+                os.rename(step, "/volume1/music/moved")
+                os.symlink("/volume1/music/moved", step)
+                self.assertEqual(server.get(f"/cover/320{SONG}").headers["content-type"], "image/gif", step)
+                os.unlink(step)
+                os.rename("/volume1/music/moved", step)
+
     def test_what_is_swapped_during_the_request_is_the_file_or_nothing(self):
         song, is_over = pathlib.Path(SONG).read_bytes(), threading.Event()
 
