@@ -77,7 +77,7 @@ void Library::Impl::Fail(const std::string& error) {
 
 /// What is not whole takes the place of nothing but an empty one.
 void Library::Impl::Read(const ctl::StoreReader& store) {
-    std::shared_ptr<const Snapshot> snapshot = SnapshotRead(store, [this] { return IsWanted(); });
+    std::shared_ptr<const Snapshot> snapshot = SnapshotRead(store, *Now(), [this] { return IsWanted(); });
     if (snapshot == nullptr) return;
     {
         const std::lock_guard lock(mutex_);
