@@ -106,8 +106,8 @@ void MakePicture(const Shape& shape, int i) {
     const int folder = i / shape.pictures_of_folder, month = shape.is_heap ? 5 : i % 12 + 1;
     char name[64], taken[64];
     snprintf(name, sizeof name, "IMG_%04d%02d%02d_%06d", 2005 + folder % 20, month, i % 28 + 1, i);
-    snprintf(taken, sizeof taken, "%04d:%02d:%02d %02d:%02d:00", 2005 + folder % 20, month, i % 28 + 1, i % 24,
-             i % 60);
+    snprintf(taken, sizeof taken, "%04d:%02d:%02d %02d:%02d:00", 2005 + folder % 20, month, i % 28 + 1,
+             i % 24, i % 60);
     const std::string album = Words(folder, 2) + " " + std::to_string(folder);
     const std::string path = "/volume1/photo/" + album + "/" + name + ".jpg";
     MediaInfo photo{};
@@ -257,6 +257,7 @@ int main(int argc, char** argv) {
                     argc > 5 ? kHeap : Shape{});
     if (argc == 3 && strcmp(argv[1], "measure") == 0) return Measure(argv[2]);
     if (argc == 3 && strcmp(argv[1], "touch") == 0) return Touch(argv[2]);
-    fprintf(stderr, "usage: library_bench make DIR [SONGS PICTURES [heap]] | library_bench measure|touch DIR\n");
+    fprintf(stderr,
+            "usage: library_bench make DIR [SONGS PICTURES [heap]] | library_bench measure|touch DIR\n");
     return 2;
 }

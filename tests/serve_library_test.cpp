@@ -211,9 +211,18 @@ TEST_F(LibraryTest, ChangesOfOthersShow) {
 }
 
 TEST(TextPoolTest, GivesEveryTextBackAndSharesWhatItHasInCommon) {
-    const std::vector<std::string> texts = {
-        "",   "Plain CAPS 01", "Étude", "Straße",  "\xFF\xFE raw",          "a\nb",
-        "夜", "ﬁ",             "İi\x01", "МОСКВА", std::string(70000, 'Q'), "E\xCC\x81te"};
+    const std::vector<std::string> texts = {"",
+                                            "Plain CAPS 01",
+                                            "Étude",
+                                            "Straße",
+                                            "\xFF\xFE raw",
+                                            "a\nb",
+                                            "夜",
+                                            "ﬁ",
+                                            "İi\x01",
+                                            "МОСКВА",
+                                            std::string(70000, 'Q'),
+                                            "E\xCC\x81te"};
     constexpr int kRounds = 3000;  // over many blocks
     const auto fill = [&](TextPool* pool) {
         std::vector<std::pair<uint32_t, std::string>> places;

@@ -102,8 +102,8 @@ Piece<PictureRow> Library::PicturesOfMonth(const std::string& month, Span span) 
     const Numbers& all = snapshot->pictures_by_newest;
     const auto first = std::partition_point(all.begin(), all.end(),
                                             [&](uint32_t picture) { return month_of(picture) > wanted; });
-    const auto behind = std::partition_point(
-        first, all.end(), [&](uint32_t picture) { return month_of(picture) == wanted; });
+    const auto behind =
+        std::partition_point(first, all.end(), [&](uint32_t picture) { return month_of(picture) == wanted; });
     Numbers pictures;
     if (wanted != 0 || month.empty()) pictures.assign(first, behind);
     return PicturePiece(impl_->places(), *snapshot, pictures, span);

@@ -51,7 +51,8 @@ void Snapshot::SortSongs(Numbers* songs, Span span) const {
     };
     if (span.count == 0 || span.from >= songs->size()) return;
     std::nth_element(songs->begin(), at(span.from), songs->end(), is_before);
-    std::partial_sort(at(span.from), at(span.from + std::min(span.count, kPieceMax)), songs->end(), is_before);
+    std::partial_sort(at(span.from), at(span.from + std::min(span.count, kPieceMax)), songs->end(),
+                      is_before);
 }
 
 size_t Snapshot::RecordOf(const AlbumKey& key) const {

@@ -64,7 +64,7 @@ class TextPool {
     bool SetCapitals(std::string_view text, std::string_view folded, size_t at);
 
     std::vector<std::shared_ptr<const Block>> blocks_;
-    Block open_;                                                         // the one behind them
+    Block open_;                                                        // the one behind them
     std::unordered_map<size_t, std::shared_ptr<const Block>> earlier_;  // by the hash of its text
 };
 
