@@ -1,12 +1,12 @@
 // What the library's pages cost over databases without files:
 //
-//   library_bench make DIR [SONGS PICTURES [heap]]   fills the databases in DIR (100,000 of each)
+//   library_bench make DIR [SONGS PICTURES [SHAPE]]  fills the databases in DIR (100,000 of each)
 //   library_bench measure DIR                        memory, and the time of each question
 //   library_bench touch DIR                          changes a song and a picture
 //
-// As most have them: albums of 12 songs, folders of 150 pictures, names from all over the world.  "heap": all
-// songs of one artist, year and genre on one album, all pictures of one month in one folder, a comment of its
-// own for each song, a caption for each picture, and every tenth song is broken.
+// SHAPE "spread", as most have them: albums of 12 songs, folders of 150 pictures, names from all over the
+// world; "heap": all songs of one artist, year and genre on one album, all pictures of one month in one folder,
+// a comment of its own for each song, a caption for each picture, and every tenth song is broken.
 #include <malloc.h>
 #include <unistd.h>
 
@@ -254,10 +254,10 @@ int main(int argc, char** argv) {
     using namespace koli::bench;
     if (argc >= 3 && strcmp(argv[1], "make") == 0)
         return Make(argv[2], argc > 3 ? atoi(argv[3]) : 100'000, argc > 4 ? atoi(argv[4]) : 100'000,
-                    argc > 5 ? kHeap : Shape{});
+                    argc > 5 && strcmp(argv[5], "heap") == 0 ? kHeap : Shape{});
     if (argc == 3 && strcmp(argv[1], "measure") == 0) return Measure(argv[2]);
     if (argc == 3 && strcmp(argv[1], "touch") == 0) return Touch(argv[2]);
     fprintf(stderr,
-            "usage: library_bench make DIR [SONGS PICTURES [heap]] | library_bench measure|touch DIR\n");
+            "usage: library_bench make DIR [SONGS PICTURES [SHAPE]] | library_bench measure|touch DIR\n");
     return 2;
 }
