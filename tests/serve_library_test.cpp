@@ -210,21 +210,53 @@ TEST_F(LibraryTest, ChangesOfOthersShow) {
     EXPECT_NE(store.ChangeMark(), after);
 }
 
-TEST(TextPoolTest, GivesEveryTextBack) {
-    const std::vector<std::string> texts = {
-        "",  "Plain CAPS 01",         "Étude", "Straße", "\xFF\xFE raw", "a\nb", "夜に",
-        "ﬁ", std::string(70000, 'Q'), "İi\x01"};
-    TextPool pool;
-    std::vector<std::pair<uint32_t, std::string>> places;
-    for (int round = 0; round < 3000; ++round)  // over many blocks
-        for (const std::string& text : texts)
-            if (text.size() < 100 || round == 0) places.emplace_back(pool.Add(text, "caption\n"), text);
+TEST(TextPoolTest, GivesEveryTextBackAndSharesWhatItHasInCommon) {
+    const std::vector<std::string> texts = {"",
+                                            "Plain CAPS 01",
+                                            "Étude",
+                                            "Straße",
+                                            "\xFF\xFE raw",
+                                            "a\nb",
+                                            "夜",
+                                            "ﬁ",
+                                            "İi\x01",
+                                            "МОСКВА",
+                                            std::string(70000, 'Q'),
+                                            "E\xCC\x81te"};
+    constexpr int kRounds = 3000;  // over many blocks
+    const auto fill = [&](TextPool* pool) {
+        std::vector<std::pair<uint32_t, std::string>> places;
+        for (int round = 0; round < kRounds; ++round)
+            for (const std::string& text : texts)
+                if (text.size() < 100) {
+                    const std::string own = text + std::to_string(round);
+                    places.emplace_back(pool->Add(own, "caption\n"), own);
+                } else if (round == 0) {
+                    places.emplace_back(pool->Add(text), text);
+                }
+        pool->Finish();
+        return places;
+    };
+    TextPool pool, next;
+    const auto places = fill(&pool);
     for (const auto& [place, text] : places)
         ASSERT_EQ(pool.Text(place), text);
     size_t found = 0;
-    for (uint32_t at = 0; (at = pool.Find("strasse\ncaption", at)) != TextPool::kNone; ++at)
+    for (uint32_t at = 0; (at = pool.Find("strasse7\ncaption", at)) != TextPool::kNone; ++at)
         ++found;
-    EXPECT_EQ(found, 3000U);
+    EXPECT_EQ(found, 1U);
+
+    // Whatever is new stands in front, and moves all that follows.
+    next.ShareWith(pool);
+    EXPECT_EQ(next.Text(next.Add("New")), "New");
+    const auto moved = fill(&next);
+    size_t shared = 0;
+    for (size_t i = 0; i < moved.size(); ++i) {
+        ASSERT_EQ(next.Text(moved[i].first), moved[i].second);
+        shared += next.Entry(moved[i].first).data() == pool.Entry(places[i].first).data() ? 1 : 0;
+    }
+    EXPECT_GT(shared, moved.size() / 2);
+    EXPECT_LT(shared, moved.size());
 }
 
 TEST(ListedFileTest, NothingIsOpenedThroughALink) {

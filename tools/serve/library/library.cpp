@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 
@@ -15,8 +16,15 @@ namespace koli::serve {
 namespace {
 
 constexpr int kLookSeconds = 1;    // between two looks whether something has changed
-constexpr int kPauseSeconds = 10;  // between two readings of everything
+constexpr int kPauseSeconds = 10;  // between two readings of everything, at least
+constexpr int kPauseTimes = 5;     // what a reading took
 constexpr int kNice = 10;
+
+/// Seconds: on a slow machine, or beside a daemon that works, reading takes a small part of the time, too.
+int PauseAfter(std::chrono::steady_clock::duration took) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(took * kPauseTimes);
+    return std::max(kPauseSeconds, static_cast<int>(seconds.count()));
+}
 
 }  // namespace
 
@@ -77,7 +85,7 @@ void Library::Impl::Fail(const std::string& error) {
 
 /// What is not whole takes the place of nothing but an empty one.
 void Library::Impl::Read(const ctl::StoreReader& store) {
-    std::shared_ptr<const Snapshot> snapshot = SnapshotRead(store, [this] { return IsWanted(); });
+    std::shared_ptr<const Snapshot> snapshot = SnapshotRead(store, *Now(), [this] { return IsWanted(); });
     if (snapshot == nullptr) return;
     {
         const std::lock_guard lock(mutex_);
@@ -103,9 +111,11 @@ void Library::Impl::Run() {
             }
             store.SaveMemory();
             const std::string mark = store.ChangeMark();
+            const auto begin = std::chrono::steady_clock::now();
             Read(store);
+            const auto took = std::chrono::steady_clock::now() - begin;
             malloc_trim(0);  // the snapshot before this one
-            if (!Wait(kPauseSeconds - kLookSeconds)) return;
+            if (!Wait(PauseAfter(took) - kLookSeconds)) return;
             while (Wait(kLookSeconds) && Error().empty() && store.ChangeMark() == mark) {
             }
         } catch (const std::exception& error) {

@@ -22,14 +22,6 @@
 
 namespace koli::serve {
 
-inline constexpr size_t kPieceMax = 1000;  // rows, whatever `count` says
-
-/// The part of a list that is asked for.
-struct Span {
-    size_t from = 0;
-    size_t count = 100;
-};
-
 enum class AlbumOrder { kTitle, kArtist, kYear, kNewest };
 enum class FileOrder { kTitle, kNewest };  // films; of pictures kNewest is when they were taken
 

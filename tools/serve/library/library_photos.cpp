@@ -96,11 +96,16 @@ Piece<NamedRow> Library::Months(Span span) const {
 Piece<PictureRow> Library::PicturesOfMonth(const std::string& month, Span span) const {
     const auto snapshot = impl_->Now();
     const uint32_t wanted = MonthOf(month);
+    const auto month_of = [&](uint32_t picture) {
+        return MonthOf(snapshot->Of(FileKind::kPicture).files[picture].moment);
+    };
+    const Numbers& all = snapshot->pictures_by_newest;
+    const auto first = std::partition_point(all.begin(), all.end(),
+                                            [&](uint32_t picture) { return month_of(picture) > wanted; });
+    const auto behind =
+        std::partition_point(first, all.end(), [&](uint32_t picture) { return month_of(picture) == wanted; });
     Numbers pictures;
-    if (wanted != 0 || month.empty())
-        for (const uint32_t picture : snapshot->pictures_by_newest)
-            if (MonthOf(snapshot->Of(FileKind::kPicture).files[picture].moment) == wanted)
-                pictures.push_back(picture);
+    if (wanted != 0 || month.empty()) pictures.assign(first, behind);
     return PicturePiece(impl_->places(), *snapshot, pictures, span);
 }
 

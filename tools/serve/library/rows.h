@@ -11,6 +11,14 @@
 
 namespace koli::serve {
 
+inline constexpr size_t kPieceMax = 1000;  // rows, whatever `count` says
+
+/// The part of a list that is asked for.
+struct Span {
+    size_t from = 0;
+    size_t count = 100;
+};
+
 /// A part of a list: rows[0] is the list's row `from`.
 template <typename Row>
 struct Piece {

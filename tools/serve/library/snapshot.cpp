@@ -34,14 +34,25 @@ Numbers Snapshot::FilesWhere(FileKind kind, const std::function<bool(const Group
     return found;
 }
 
-void Snapshot::SortSongs(Numbers* songs) const {
+void Snapshot::SortSongs(Numbers* songs, Span span) const {
     const FilesOfKind& files = Of(FileKind::kSong);
-    const auto place = [&](uint32_t song) {
-        const File& file = files.files[song];
-        const Group& group = files.groups[file.group];
-        return std::tuple(ranks[group.album], group.record, file.disc, group.folder, file.track, song);
+    const auto is_before = [&](uint32_t a, uint32_t b) {
+        const File &one = files.files[a], &other = files.files[b];
+        if (one.group == other.group)
+            return std::tuple(one.disc, one.track, a) < std::tuple(other.disc, other.track, b);
+        const auto place = [&](const File& file, uint32_t song) {
+            const Group& group = files.groups[file.group];
+            return std::tuple(ranks[group.album], group.record, file.disc, group.folder, file.track, song);
+        };
+        return place(one, a) < place(other, b);
     };
-    std::sort(songs->begin(), songs->end(), [&](uint32_t a, uint32_t b) { return place(a) < place(b); });
+    const auto at = [songs](size_t place) {
+        return songs->begin() + static_cast<std::ptrdiff_t>(std::min(place, songs->size()));
+    };
+    if (span.count == 0 || span.from >= songs->size()) return;
+    std::nth_element(songs->begin(), at(span.from), songs->end(), is_before);
+    std::partial_sort(at(span.from), at(span.from + std::min(span.count, kPieceMax)), songs->end(),
+                      is_before);
 }
 
 size_t Snapshot::RecordOf(const AlbumKey& key) const {
