@@ -11,14 +11,12 @@ namespace {
 constexpr size_t kSongs = 300;
 
 std::string SumText(const AlbumRow& album, const Piece<SongRow>& songs) {
-    std::string text = GroupedCount(static_cast<int64_t>(songs.total), "song");
-    if (songs.rows.size() == songs.total) {
-        double seconds = 0;
-        for (const SongRow& song : songs.rows)
-            seconds += song.seconds;
-        if (const std::string time = PlayingTime(seconds); !time.empty()) text += ", " + time;
-    }
-    return album.year > 0 ? std::to_string(album.year) + " \xC2\xB7 " + text : text;
+    double seconds = 0;
+    for (const SongRow& song : songs.rows)
+        seconds += song.seconds;
+    return Joined({album.year > 0 ? std::to_string(album.year) : "",
+                   GroupedCount(static_cast<int64_t>(songs.total), "song"),
+                   songs.rows.size() == songs.total ? PlayingTime(seconds) : ""});
 }
 
 void AddTop(const AlbumRow& album, const Piece<SongRow>& songs, Markup& main) {
@@ -36,9 +34,9 @@ void AddTop(const AlbumRow& album, const Piece<SongRow>& songs, Markup& main) {
     main.Name(ArtistText(album));
     if (!album.key.artist.empty()) main << "</a>";
     main << "</p><p class=\"muted\">";
-    main.Text(SumText(album, songs))
-        << "</p><p class=\"row\"><button class=\"main\" data-play-all hidden>Play</button></p>"
-           "</div></div>";
+    main.Text(SumText(album, songs)) << "</p>";
+    AddPlayAll(main);
+    main << "</div></div>";
 }
 
 void AddSongs(const Piece<SongRow>& songs, Markup& main) {
@@ -70,7 +68,9 @@ Reply AlbumPage(const Visit& visit) {
     AddTop(album, songs, main);
     AddSongs(songs, main);
     AddMore(span, songs.total, AlbumAddress(album.key), main);
-    return PageReply(visit.Head(AlbumTitle(album.key), Area::kMusic, "Albums"), main);
+    return PageReply(visit.Head(TitleOf({AlbumTitle(album.key), ArtistText(album), FromText(span)}),
+                                Area::kMusic, "Albums"),
+                     main);
 }
 
 }  // namespace koli::serve
