@@ -86,7 +86,7 @@ class Library {
 
     // ---- Films, pictures, playlists
 
-    Piece<FilmRow> Films(FileOrder order, Span span) const;
+    Piece<FilmRow> Films(FileOrder order, Span span) const;  ///< without the files that go with them
     Piece<PictureRow> Pictures(Span span) const;  ///< all, the newest first
     /// The months in which pictures were taken, the latest first; behind them "" for those that do not tell.
     Piece<NamedRow> Months(Span span) const;

@@ -39,7 +39,7 @@ void AddTop(const AlbumRow& album, const Piece<SongRow>& songs, Markup& main) {
     main << "</div></div>";
 }
 
-void AddSongs(const Piece<SongRow>& songs, Markup& main) {
+void AddSongs(const Piece<SongRow>& songs, const std::string& artist, Markup& main) {
     const bool has_discs = std::any_of(songs.rows.begin(), songs.rows.end(), [&songs](const SongRow& song) {
         return song.disc > 1 || song.disc != songs.rows.front().disc;
     });
@@ -48,10 +48,10 @@ void AddSongs(const Piece<SongRow>& songs, Markup& main) {
     for (const SongRow& song : songs.rows) {
         if (has_discs && song.disc != disc) {
             main << "<li><h2>";
-            main.Text(song.disc > 0 ? "Disc " + std::to_string(song.disc) : "No disc") << "</h2></li>";
+            main.Text(song.disc > 0 ? "Disc " + std::to_string(song.disc) : "Other songs") << "</h2></li>";
         }
         disc = song.disc;
-        AddSong(song, song.track > 0 ? std::to_string(song.track) : "", main);
+        AddSong(song, song.track > 0 ? std::to_string(song.track) : "", main, artist);
     }
     main << "</ol>";
 }
@@ -66,7 +66,7 @@ Reply AlbumPage(const Visit& visit) {
     const auto songs = visit.library.SongsOf(album.key, span);
     Markup main = visit.NewMarkup();
     AddTop(album, songs, main);
-    AddSongs(songs, main);
+    AddSongs(songs, album.key.artist, main);
     AddMore(span, songs.total, AlbumAddress(album.key), main);
     return PageReply(visit.Head(TitleOf({AlbumTitle(album.key), ArtistText(album), FromText(span)}),
                                 Area::kMusic, "Albums"),

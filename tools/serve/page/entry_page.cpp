@@ -1,6 +1,4 @@
 // One file or folder: everything that is stored for it.
-#include <cctype>
-
 #include "base/path_names.h"
 #include "tools/ctl/output.h"
 #include "tools/serve/page/fields.h"
@@ -149,9 +147,8 @@ void AddReasons(const ctl::Reasons& reasons, Markup& main) {
     if (reasons.empty()) return;
     main << "<div class=\"note\"><p class=\"state\">It is not stored as it is now</p><ul class=\"list\">";
     for (const ctl::Reason& reason : reasons) {
-        std::string text = reason.text;
-        text[0] = static_cast<char>(toupper(static_cast<unsigned char>(text[0])));
-        main << "<li>", main.Text(text) << ".</li>";
+        main << "<li>";
+        main.Text(Begun(reason.text)) << ".</li>";
     }
     main << "</ul></div>";
 }
@@ -163,7 +160,7 @@ Reply EntryPage(const Visit& visit) {
     const EntryView entry = path.empty() ? EntryView{} : visit.library.Entry(path);
     if (entry.sections.empty()) return MissingPage(visit);
     Markup main = visit.NewMarkup();
-    AddTrail(path, main);
+    AddFolderTrail(path, main);
     const Shown shown = AddShown(visit, path, entry, main);
     if (entry.is_file) AddReasons(visit.library.WhyNotInStep(path), main);
     AddSections(entry.sections, main);

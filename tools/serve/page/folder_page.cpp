@@ -13,7 +13,7 @@ Reply FolderPage(const Visit& visit) {
     const auto entries = visit.library.Folder(path.empty() ? "/" : path, span);
     if (entries.total == 0 && !path.empty()) return MissingPage(visit);
     Markup main = visit.NewMarkup();
-    if (!path.empty()) AddTrail(path, main);
+    if (!path.empty()) AddFolderTrail(path, main);
     const std::string name = path.empty() ? "All folders" : FileNameOf(path.c_str());
     AddHeading(name, Grouped(static_cast<int64_t>(entries.total)), main);
     if (!path.empty() && Library::IsAway(path)) main << AwayNote(path);

@@ -91,9 +91,11 @@ void AddAlbumCard(const AlbumRow& album, Markup& to) {
 void AddFilmCard(const FilmRow& film, Markup& to) {
     const Art art{
         .name = film.title, .path = film.has_cover ? film.path : std::string_view(), .is_cover = true};
-    const std::string year = film.year > 0 ? std::to_string(film.year) : "";
-    const std::string size = film.bytes > 0 ? ctl::SizeText(film.bytes) : "";
-    AddCard({EntryAddress(film.path), art, film.title, Joined({year, PlayingTime(film.seconds), size})}, to);
+    const std::string_view name = film.path, extension = name.substr(name.rfind('.') + 1);
+    AddCard({EntryAddress(film.path), art, film.title,
+             Joined({film.year > 0 ? std::to_string(film.year) : "", PlayingTime(film.seconds),
+                     film.bytes > 0 ? ctl::SizeText(film.bytes) : "", std::string(extension)})},
+            to);
 }
 
 void AddPhotoAlbumCard(const PhotoAlbumRow& album, Markup& to) {
@@ -121,21 +123,23 @@ void AddTile(const PictureRow& picture, const Address& address, Markup& to) {
     to << "</a></li>";
 }
 
-void AddSong(const SongRow& song, const std::string& number, Markup& to) {
+void AddSong(const SongRow& song, const std::string& number, Markup& to, std::string_view artist) {
     const std::string spoken = Joined({song.title, song.artist});
     to << "<li>";
     if (TypeOf(song.path).plays) {
         to << "<a class=\"play\"";
         to.Link("href", FileAddress(song.path)).Attribute("data-play", spoken);
-        to.Attribute("aria-label", "Play " + song.title) << "><span>";
-        to.Text(number.empty() ? "\xE2\x96\xB6\xEF\xB8\x8E" : number) << "</span></a>";
+        to.Attribute("aria-label", (number.empty() ? "Play " : number + ": play ") + song.title) << ">";
+        if (!number.empty()) to << "<span>", to.Text(number) << "</span>";
+        to << "</a>";
     } else {
         to << "<span class=\"play\">", to.Text(number) << "</span>";
     }
     to << "<div><a class=\"name\" dir=\"auto\"";
     to.Link("href", EntryAddress(song.path)) << ">";
     to.Name(song.title) << "</a>";
-    if (!song.artist.empty()) to << "<span class=\"sub\" dir=\"auto\">", to.Name(song.artist) << "</span>";
+    if (!song.artist.empty() && song.artist != artist)
+        to << "<span class=\"sub\" dir=\"auto\">", to.Name(song.artist) << "</span>";
     to << "</div><span class=\"count\">";
     to.Text(PlayingTime(song.seconds)) << "</span></li>";
 }
@@ -163,7 +167,7 @@ void AddTurns(const Visit& visit, FileKind kind, const std::string& path, Markup
 
 void AddNamed(const Address& address, std::string_view name, const std::string& count, Markup& to) {
     to << "<li><a";
-    to.Link("href", address) << "><span dir=\"auto\">";
+    to.Link("href", address).Attribute("title", name) << "><span dir=\"auto\">";
     to.Name(name) << "</span><span class=\"count\">";
     to.Text(count) << "</span></a></li>";
 }
@@ -180,7 +184,7 @@ void AddMore(Span span, size_t total, const Address& list, Markup& to) {
     to.Text("More (" + Grouped(static_cast<int64_t>(total - next)) + ")") << "</a>";
 }
 
-void AddTrail(const std::string& path, Markup& main) {
+void AddFolderTrail(const std::string& path, Markup& main) {
     main << "<nav aria-label=\"Where it lies\"><ol class=\"trail\">";
     for (size_t begin = 1, end = path.find('/', 1); end != std::string::npos; end = path.find('/', begin)) {
         main << "<li><a";

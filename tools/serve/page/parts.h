@@ -43,7 +43,8 @@ void AddPlaylistCard(const PlaylistRow& list, Markup& to);
 /// A picture in a grid of them; `address` is that of its page.
 void AddTile(const PictureRow& picture, const Address& address, Markup& to);
 /// A song in a list.  `number` stands at its head, "" for none.
-void AddSong(const SongRow& song, const std::string& number, Markup& to);
+/// The artist is left out where a heading has named `artist` already.
+void AddSong(const SongRow& song, const std::string& number, Markup& to, std::string_view artist = {});
 /// The buttons that play the songs of the page one behind the other; they need the script.
 void AddPlayAll(Markup& to);
 
@@ -70,7 +71,7 @@ inline constexpr char kFillLibrary[] =
     "FOLDER\" keeps it up to date.";
 
 /// The folders on the way to a path, as links.
-void AddTrail(const std::string& path, Markup& to);
+void AddFolderTrail(const std::string& path, Markup& to);
 
 /// For a folder that is not there now, though files of it are stored.
 Markup AwayNote(const std::string& folder);

@@ -15,12 +15,12 @@ using Groups = std::map<std::string, std::vector<const ProblemRow*>>;
 
 void AddGroup(const std::string& reason, const std::vector<const ProblemRow*>& rows, Markup& main) {
     main << "<section class=\"block\"><div class=\"head\"><h2 dir=\"auto\">";
-    main.Name(reason.empty() ? "Of no known reason" : reason) << "</h2><span class=\"muted\">";
+    main.Name(reason.empty() ? "Of no known reason" : Begun(reason)) << "</h2><span class=\"muted\">";
     main.Text(GroupedCount(static_cast<int64_t>(rows.size()), "file")) << "</span></div><ul class=\"list\">";
     for (const ProblemRow* row : rows) {
         main << "<li><a";
         main.Link("href", EntryAddress(row->path)) << ">";
-        main.Name(row->path) << "</a> <span class=\"muted small\">";
+        main.Name(row->path) << "</a> <span class=\"count small\">";
         main.Text(row->time) << "</span></li>";
     }
     main << "</ul></section>";

@@ -50,19 +50,25 @@ void AddWork(const ctl::StatusLook& look, Markup& to) {
     if (report.path[0] != '\0') to << "<p class=\"small\" dir=\"auto\">", to.Name(report.path) << "</p>";
 }
 
+void AddLastProblem(const ctl::StatusLook& look, Markup& to) {
+    if (!look.is_reported || look.report.problem_time == 0) return;
+    const std::string time = ctl::TimeText(look.report.problem_time / 1000);
+    AddField("Last problem", look.report.problem_path, to);
+    AddField("Its reason", std::string(look.report.problem_reason) + " (" + time + ")", to);
+}
+
+/// Nothing of a daemon that has nothing to do.
 void AddFields(const ctl::StatusLook& look, Markup& to) {
+    const bool is_kept = look.batch.kind == ctl::BatchState::kKept;
+    if (!look.IsAtWork() && !is_kept && look.waiting <= 0) return;
     to << "<dl class=\"fields small\">";
     if (look.IsAtWork()) AddField("Batch since", ctl::TimeText(look.report.batch_begun / 1000), to);
     if (look.waiting >= 0) AddField("Waiting", GroupedCount(look.waiting, "request"), to);
-    if (look.batch.kind == ctl::BatchState::kKept) {
+    if (is_kept) {
         AddField("Kept since", ctl::TimeText(look.batch.since), to);
         AddField("Next attempt", ctl::TimeText(look.batch.retry), to);
     }
-    if (look.is_reported && look.report.problem_time > 0) {
-        const std::string time = ctl::TimeText(look.report.problem_time / 1000);
-        AddField("Last problem", look.report.problem_path, to);
-        AddField("Its reason", std::string(look.report.problem_reason) + " (" + time + ")", to);
-    }
+    if (look.IsAtWork()) AddLastProblem(look, to);
     to << "</dl>";
 }
 
@@ -76,6 +82,7 @@ void AddDaemon(const Visit& visit, Markup& to) {
         AddField("Requests done", Grouped(look.report.all_lines), to);
         AddField("Files looked at", Grouped(look.report.all_files), to);
         AddField("With problems", Grouped(look.report.all_problems), to);
+        if (!look.IsAtWork()) AddLastProblem(look, to);
     }
     to << "</dl><h2>Watched folders</h2>";
     const ctl::Record watched = ctl::WatchedTexts(look);
@@ -120,8 +127,9 @@ void AddLive(const Visit& visit, Markup& to) {
         to << " id=\"live\"";
         to.Attribute("data-state", state).Link("data-live", Address("/status"));
     }
-    to << "><p class=\"state\">";
-    to.Text(state) << "</p>";
+    to << "><p class=\"state\"><a";
+    to.Link("href", Address("/status")) << ">";
+    to.Text(state) << "</a></p>";
     if (visit.is_kept)
         to << "<p class=\"muted small\">", to.Text("On " + ctl::TimeText(time(nullptr))) << "</p>";
     AddWork(look, to);

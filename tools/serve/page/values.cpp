@@ -36,6 +36,11 @@ std::string PixelsText(int64_t width, int64_t height) {
     return std::to_string(width) + " \xC3\x97 " + std::to_string(height);
 }
 
+std::string Begun(std::string text) {
+    if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    return text;
+}
+
 std::string Joined(std::initializer_list<std::string> facts) {
     std::string text;
     for (const std::string& fact : facts)

@@ -15,6 +15,8 @@ std::string GroupedCount(int64_t number, const std::string& noun);
 std::string PlayingTime(double seconds);
 /// "4000 x 3000", with the sign of multiplication; "" when it is not known.
 std::string PixelsText(int64_t width, int64_t height);
+/// A sentence, or a part of one, that begins with a capital.
+std::string Begun(std::string text);
 /// Facts in one line, with a dot between each two; "" is left out.
 std::string Joined(std::initializer_list<std::string> facts);
 
