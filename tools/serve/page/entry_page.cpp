@@ -89,10 +89,10 @@ void AddPicturePart(const Visit& visit, const PictureRow& picture, Markup& main)
     AddHeading(picture.title, "", main);
     AddPicture(picture, main);
     AddTurns(visit, FileKind::kPicture, picture.path, main);
-    AddFacts(
-        Joined({picture.taken, picture.camera, PixelsText(picture.width, picture.height), SizeOf(picture)}),
-        main);
-    main << "<p class=\"row\">";
+    main << "<p class=\"row\"><span class=\"muted\">";
+    main.Name(
+        Joined({picture.taken, picture.camera, PixelsText(picture.width, picture.height), SizeOf(picture)}))
+        << "</span>";
     if (!picture.album.empty()) {
         main << "<a class=\"button\"";
         main.Link("href", Address("/photos/album").Path(picture.album)) << ">Its album</a>";
@@ -126,15 +126,15 @@ Shown AddShown(const Visit& visit, const std::string& path, const EntryView& ent
     PictureRow picture;
     if (entry.is_file && entry.kind == FileKind::kSong && visit.library.Song(path, &song)) {
         AddSound(visit, song, main);
-        return {Area::kMusic, TitleOf({song.title, song.artist, "Song"})};
+        return {Area::kMusic, TitleOf({song.title, song.artist, FileNameOf(path.c_str())})};
     }
     if (entry.is_file && entry.kind == FileKind::kFilm && visit.library.Film(path, &film)) {
         AddFilm(visit, film, main);
-        return {Area::kFilms, TitleOf({film.title, "Film"})};
+        return {Area::kFilms, TitleOf({film.title, FileNameOf(path.c_str())})};
     }
     if (entry.is_file && entry.kind == FileKind::kPicture && visit.library.Picture(path, &picture)) {
         AddPicturePart(visit, picture, main);
-        return {Area::kPhotos, TitleOf({picture.title, picture.album, "Picture"})};
+        return {Area::kPhotos, TitleOf({picture.title, picture.album, FileNameOf(path.c_str())})};
     }
     const bool is_list = entry.is_file && entry.kind == FileKind::kPlaylist;
     AddOther(path, is_list, main);
