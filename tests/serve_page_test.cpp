@@ -58,12 +58,10 @@ void Put(char (&field)[N], const std::string& text) {
 
 /// A song, a film and pictures whose every text is hostile.
 void StoreHostileNames() {
-    for (const auto& [type, share] : std::map<StoreType, std::string>{{kStoreMusic, "music"},
-                                                                      {kStoreVideo, "video"},
-                                                                      {kStorePhoto, "photo"},
-                                                                      {kStorePlaylist, "music"}}) {
+    static constexpr const char* kEndings[] = {".mp3", ".avi", ".jpg", ".m3u"};
+    for (const StoreType type : {kStoreMusic, kStoreVideo, kStorePhoto, kStorePlaylist}) {
         MediaInfo record{};
-        Put(record.path, "/volume1/" + share + "/" + kHostile + (type == kStorePlaylist ? ".m3u" : ".mp3"));
+        Put(record.path, std::string("/volume1/music/") + kHostile + kEndings[type]);
         for (char* field : {record.title, record.artist, record.album, record.genre, record.camera_model})
             CopyText(field, sizeof kHostile, kHostile);
         ASSERT_EQ(MediaInfoDBSave(type, &record), 0);

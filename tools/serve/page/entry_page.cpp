@@ -142,6 +142,15 @@ Shown AddShown(const Visit& visit, const std::string& path, const EntryView& ent
             TitleOf({FileNameOf(path.c_str()), is_list ? "Entry of a playlist" : "Entry of a folder"})};
 }
 
+/// Why what is in the file could not be read.
+void AddProblem(const std::vector<ctl::Section>& sections, Markup& main) {
+    for (const ctl::Section& section : sections)
+        for (const ctl::Record& record : section.records)
+            for (const auto& [name, field] : record)
+                if (section.name == "problem" && name == "reason")
+                    main << NoteOf("What is in it could not be read.", Begun(field.text));
+}
+
 /// What keeps the entry from being what is on the disk, and what waits for it.
 void AddReasons(const ctl::Reasons& reasons, Markup& main) {
     if (reasons.empty()) return;
@@ -162,6 +171,7 @@ Reply EntryPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddFolderTrail(path, main);
     const Shown shown = AddShown(visit, path, entry, main);
+    AddProblem(entry.sections, main);
     if (entry.is_file) AddReasons(visit.library.WhyNotInStep(path), main);
     AddSections(entry.sections, main);
     return PageReply(visit.Head(shown.title, shown.area), main);
