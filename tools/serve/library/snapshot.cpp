@@ -34,18 +34,24 @@ Numbers Snapshot::FilesWhere(FileKind kind, const std::function<bool(const Group
     return found;
 }
 
-void Snapshot::SortSongs(Numbers* songs, Span span) const {
-    const FilesOfKind& files = Of(FileKind::kSong);
-    const auto is_before = [&](uint32_t a, uint32_t b) {
-        const File &one = files.files[a], &other = files.files[b];
-        if (one.group == other.group)
-            return std::tuple(one.disc, one.track, a) < std::tuple(other.disc, other.track, b);
-        const auto place = [&](const File& file, uint32_t song) {
-            const Group& group = files.groups[file.group];
-            return std::tuple(ranks[group.album], group.record, file.disc, group.folder, file.track, song);
-        };
-        return place(one, a) < place(other, b);
+bool Snapshot::IsSongBefore(uint32_t a, uint32_t b) const {
+    const FilesOfKind& songs = Of(FileKind::kSong);
+    const File &one = songs.files[a], &other = songs.files[b];
+    // What has no number stands behind what has one.
+    const auto disc_of = [](const File& file) { return static_cast<uint8_t>(file.disc - 1); };
+    const auto track_of = [](const File& file) { return static_cast<uint16_t>(file.track - 1); };
+    if (one.group == other.group)
+        return std::tuple(disc_of(one), track_of(one), a) < std::tuple(disc_of(other), track_of(other), b);
+    const auto place = [&](const File& file, uint32_t song) {
+        const Group& group = songs.groups[file.group];
+        return std::tuple(ranks[group.album], group.record, disc_of(file), group.folder, track_of(file),
+                          song);
     };
+    return place(one, a) < place(other, b);
+}
+
+void Snapshot::SortSongs(Numbers* songs, Span span) const {
+    const auto is_before = [this](uint32_t a, uint32_t b) { return IsSongBefore(a, b); };
     const auto at = [songs](size_t place) {
         return songs->begin() + static_cast<std::ptrdiff_t>(std::min(place, songs->size()));
     };

@@ -50,6 +50,9 @@ struct FilesOfKind {
 /// A file's folded title, and, where that is a part of the file's name, what follows it there.
 std::string_view TitleOf(const FilesOfKind& files, uint32_t file);
 
+/// Subtitles and the tables of a DVD are stored as films, but nobody looks for one.
+bool IsFilm(const FilesOfKind& films, uint32_t number);
+
 /// Texts that many have in common; number 0 is "".
 struct Texts {
     TextPool pool;
@@ -112,8 +115,9 @@ struct Snapshot {
 
     /// The files of the groups that are wanted, in the order of their paths.
     Numbers FilesWhere(FileKind kind, const std::function<bool(const Group&)>& is_wanted) const;
-    /// The order of a record's or artist's songs: by album, disc, folder, track.  Of `songs` only those that
-    /// stand in `span` then are put where they belong.
+    /// The order of a record's or artist's songs: by album, disc, folder, track.
+    bool IsSongBefore(uint32_t a, uint32_t b) const;
+    /// Puts songs in that order: only those that stand in `span` then are where they belong.
     void SortSongs(Numbers* songs, Span span) const;
     /// The album with these texts; records.size() without one.
     size_t RecordOf(const AlbumKey& key) const;
