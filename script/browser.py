@@ -9,7 +9,7 @@ import signal
 import tempfile
 import time
 
-PATIENCE = 120  # seconds: a machine may be slow, and busy with other things
+PATIENCE = 60  # seconds: a machine may be slow, and busy with other things
 # Names lead nowhere: what a page would load from elsewhere fails at once, and is seen. Root has no sandbox of its own.
 OPTIONS = ("--headless=new", "--no-sandbox", "--remote-debugging-pipe", "--disable-gpu", "--disable-dev-shm-usage",
            "--disable-background-networking", "--disable-component-update", "--disable-extensions", "--no-first-run",
@@ -159,8 +159,10 @@ class Page:
         self.browser.wait_for(script, lambda: self.run(script))
 
     def press(self, key, text=""):
+        number = {"Tab": 9, "Enter": 13}.get(key, 0)  # what the browser itself does something for
         for kind in ("keyDown", "keyUp"):
-            self.call("Input.dispatchKeyEvent", type=kind, key=key, code=key, **({"text": text} if kind == "keyDown" else {}))
+            self.call("Input.dispatchKeyEvent", type=kind, key=key, code=key, windowsVirtualKeyCode=number,
+                      **({"text": text} if kind == "keyDown" else {}))
 
     def type(self, text):
         for letter in text:

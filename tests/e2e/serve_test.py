@@ -18,10 +18,11 @@ import browser
 M, P, V = (f"/volume1/{share}" for share in harness.SHARES[:1] + harness.SHARES[2:] + harness.SHARES[1:2])
 CHECKER = f"{harness.TOP}/build/axe.min.js"  # script/setup fetches it where it can
 SHOWN = "music/Blue Harbour", "music/Broken", "photo/@eaDir", "photo/Coast 2019", "photo/Broken", "video/Broken"
+UNTAGGED = "music/Old Tapes/untagged, 100% \"live\" & 'loud'.mp3"
 # Whatever of these ran would set the marker, whatever was taken for markup would be an element, and no text be shown.
-HOSTILE = ("<script>marker=1<∕script>", "\"><img src=x onerror=marker=1>", "' onmouseover='marker=1", "javascript:marker=1",
-           "<svg onload=marker=1>&lt;b&gt;&#0;", "--><!--]]>${marker=1}`", "a?b#c;d&e=f+g%2e%2e%2f%00", "..;", "back\\slash\\'",
-           "עברית english באמצע", "مرحبا", "第二" * 20, "W" * 200, "e" + "\u0301" * 100)
+HOSTILE = ("<script>marker=1<∕script><svg onload=marker=1>", "\"><img src=x onerror=marker=1>&lt;b&gt;&#0;",
+           "' onmouseover='marker=1 --><!--]]>${marker=1}`", "javascript:marker=1", "..;a?b#c&d=e+f%2e%2e%2f%00\\n\\",
+           "עברית english مرحبا", "第二" * 20, "W" * 200, "e" + "\u0301" * 100)
 UNSHOWN = ("new\nline", "\u202egpj.exe", "inv\udcff\udcfealid")  # what is shown is not what they are
 LOOK = """(width => ({
     links: [...document.links].map(link => link.href.split("#")[0]), heading: document.querySelector("h1").textContent,
@@ -39,7 +40,7 @@ BREACHES = """axe.run({resultTypes: ["violations"]}).then(found => found.violati
 
 def put_hostile():
     for name in HOSTILE + UNSHOWN:
-        harness.put(f"{M}/{name}/{name}.mp3", "music/Old Tapes/untagged, 100% \"live\" & 'loud'.mp3")
+        harness.put(f"{M}/{name}/{name}.mp3", UNTAGGED)
         harness.hand_over(harness.put(f"{P}/{name}/{name}.jpg", title=name), "DESC", name)
         harness.put(f"{V}/{name}/{name}.mp4", "video/Formats/clip.mp4")
         harness.put(f"{M}/{name}.m3u", "music/Party mix.m3u")
@@ -131,7 +132,7 @@ class Pages(harness.DaemonTest):
         self.index(*harness.EVERYTHING)
         let_tags_be_hostile()
         self.serve()
-        searches = [f"{self.base}/search?q={urllib.parse.quote(name)}" for name in HOSTILE[:7]]
+        searches = [f"{self.base}/search?q={urllib.parse.quote(name)}" for name in HOSTILE]
         waiting, seen, kinds, headings = [*searches, f"{self.base}/"], set(), set(), set()
         while waiting:
             address = waiting.pop()
@@ -145,14 +146,13 @@ class Pages(harness.DaemonTest):
             kinds.add(kind(address))
             headings.add(heading)
             waiting += links
-        print(len(seen), sorted(kinds))
         self.assertLessEqual({name.replace("∕", "/") for name in HOSTILE} | set(HOSTILE), headings)
 
     def test_people_at_it(self):
         for folder in SHOWN[0], "photo/Family", "photo/@eaDir":
             shutil.copytree(f"{harness.SAMPLES}/{folder}", f"/volume1/{folder}")
         for number in range(70):
-            self.put(f"{M}/Many {number:02}/{number}.mp3")
+            self.put(f"{M}/Many {number:02}/{number}.mp3", UNTAGGED)
         film, long = self.put(f"{V}/clip.mp4", "video/Formats/clip.mp4"), f"{M}/long.wav"
         with wave.open(long, "wb") as file:
             file.setparams((1, 2, 44100, 0, "NONE", ""))
@@ -175,7 +175,9 @@ class Pages(harness.DaemonTest):
         with self.subTest("keys"):
             self.page.press("Tab")
             self.page.press("Enter", "\r")
-            self.until("document.activeElement.tagName === 'MAIN'")
+            self.until("location.hash")
+            self.page.press("Tab")
+            self.assertTrue(self.page.run("document.activeElement.closest('main') !== null"))
             self.page.run("document.querySelector('.grid a').focus()")
             self.page.press("ArrowRight")
             self.page.after_load(lambda: self.page.press("Enter", "\r"))
@@ -192,7 +194,7 @@ class Pages(harness.DaemonTest):
                            "document.querySelector('audio').currentTime > 0.5")
         with self.subTest("a long sound plays from its middle"):
             self.show(f"/entry{long}")
-            self.page.click("main audio")
+            self.page.press(" ")
             self.until("document.querySelector('main audio').currentTime > 0")
             self.page.run("document.querySelector('main audio').currentTime = 200")
             self.until("document.querySelector('main audio').currentTime > 200.2")
@@ -230,8 +232,7 @@ class Pages(harness.DaemonTest):
             os.kill(appliance.daemon_pid(), signal.SIGCONT)
         self.until(f"{STATE} === 'The daemon has nothing to do'")
         self.assertEqual(self.page.run("[window.isSame, said.textContent]"), [True, "The daemon has nothing to do"])
-        self.show("/")
-        self.until("document.querySelector('main').textContent.includes('Side B') || void location.reload()")
+        self.until("fetch('/').then(page => page.text()).then(text => text.includes('Old Tapes'))")
         self.assert_nothing_was_said()
 
     def requests_done(self):
