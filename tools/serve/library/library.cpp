@@ -143,7 +143,7 @@ Totals Library::Counts() const {
     const auto snapshot = impl_->Now();
     const auto files = [&](FileKind kind) { return snapshot->Of(kind).files.size(); };
     return {.songs = files(FileKind::kSong),
-            .films = files(FileKind::kFilm),
+            .films = snapshot->films_by_title.size(),
             .pictures = files(FileKind::kPicture),
             .playlists = files(FileKind::kPlaylist),
             .albums = snapshot->records.size(),

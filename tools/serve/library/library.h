@@ -16,6 +16,7 @@
 #include <string_view>
 
 #include "tools/ctl/context.h"
+#include "tools/ctl/path_reasons.h"
 #include "tools/ctl/status_look.h"
 #include "tools/ctl/unique_fd.h"
 #include "tools/serve/library/rows.h"
@@ -32,6 +33,9 @@ struct Span {
 
 enum class AlbumOrder { kTitle, kArtist, kYear, kNewest };
 enum class FileOrder { kTitle, kNewest };  // films; of pictures kNewest is when they were taken
+
+/// A list that a file stands in: the songs of its album, the files of its folder; the pictures of its month.
+enum class ListOf { kAlbum, kMonth };
 
 /// What a list of songs is asked by; the value is a row's text, a year's as "1999".
 enum class SongsBy { kArtist, kGenre, kYear };
@@ -82,7 +86,7 @@ class Library {
 
     // ---- Films, pictures, playlists
 
-    Piece<FilmRow> Films(FileOrder order, Span span) const;
+    Piece<FilmRow> Films(FileOrder order, Span span) const;  ///< without the files that go with them
     Piece<PictureRow> Pictures(Span span) const;  ///< all, the newest first
     /// The months in which pictures were taken, the latest first; behind them "" for those that do not tell.
     Piece<NamedRow> Months(Span span) const;
@@ -113,6 +117,15 @@ class Library {
     bool Song(const std::string& path, SongRow* song) const;
     bool Film(const std::string& path, FilmRow* film) const;
     bool Picture(const std::string& path, PictureRow* picture) const;
+    /// Where a file stands in a list; `total` is 0 when it does not.
+    Neighbours Beside(FileKind kind, const std::string& path, ListOf list) const;
+    /// The album that holds a song; false when no such song is known.
+    bool AlbumOfSong(const std::string& path, AlbumKey* key) const;
+    /// Why what is stored for a path is not what is there, and what waits for it, as `why` tells; none: it
+    /// is. Looks at the disk.
+    ctl::Reasons WhyNotInStep(const std::string& path) const;
+    /// A folder that is not there now.  Looks at the disk.
+    static bool IsAway(const std::string& folder);
 
     /// Opens a file that the databases list, to read.  It is opened below its share, in which no link is
     /// followed; the share itself may be one.

@@ -90,6 +90,11 @@ Piece<Row> FilePiece(const ctl::Places& places, const Snapshot& snapshot, FileKi
     });
 }
 
+/// The first file of that kind whose path is not before `path`; their number when there is none.
+uint32_t FirstFileFrom(const Snapshot& snapshot, FileKind kind, const std::string& path);
+/// The pictures that were taken in a month (of a Moment; 0 = unknown), the latest first.
+Numbers PicturesOfMonthAt(const Snapshot& snapshot, uint32_t month);
+
 /// The name of the photo album that a file lies in; "" for none.
 std::string AlbumOfFile(const Snapshot& snapshot, const std::string& path);
 

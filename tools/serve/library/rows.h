@@ -107,6 +107,12 @@ struct PlaylistView {
 };
 inline constexpr size_t kPlaylistEntriesMax = 1000;
 
+/// What stands beside a file in a list.
+struct Neighbours {
+    std::string before = {}, behind = {};  // paths, "" = nothing
+    size_t at = 0, total = 0;              // its place, from 0, and the length of the list
+};
+
 /// A folder or a file in one.
 struct FolderEntry {
     std::string path = {};

@@ -39,7 +39,10 @@ void Snapshot::SortSongs(Numbers* songs) const {
     const auto place = [&](uint32_t song) {
         const File& file = files.files[song];
         const Group& group = files.groups[file.group];
-        return std::tuple(ranks[group.album], group.record, file.disc, group.folder, file.track, song);
+        // What has no number stands behind what has one.
+        const auto disc = static_cast<uint8_t>(file.disc - 1);
+        const auto track = static_cast<uint16_t>(file.track - 1);
+        return std::tuple(ranks[group.album], group.record, disc, group.folder, track, song);
     };
     std::sort(songs->begin(), songs->end(), [&](uint32_t a, uint32_t b) { return place(a) < place(b); });
 }

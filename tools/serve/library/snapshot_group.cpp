@@ -5,6 +5,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "base/formats.h"
+#include "platform/koliindex.h"
 #include "tools/serve/library/order.h"
 #include "tools/serve/library/snapshot_read.h"
 
@@ -139,6 +141,20 @@ void OrderRecords(Snapshot* snapshot) {
         OrderedBy(records.size(), [&](uint32_t i) { return std::tuple(~records[i].newest, title(i), i); });
 }
 
+/// Subtitles and the tables of a DVD are stored as films, but nobody looks for one.
+bool IsFilm(const FilesOfKind& films, uint32_t number) {
+    static constexpr std::string_view kBesideFilms[] = {"ifo", "srt", "ass", "ssa",
+                                                        "idx", "sub", "smi", "psb"};
+    const Format* const format =
+        FormatFind(KOLIIndexExtGet(films.names.Text(films.files[number].name).c_str()));
+    return format == nullptr || std::ranges::find(kBesideFilms, format->extension) == std::end(kBesideFilms);
+}
+
+Numbers FilmsOf(const FilesOfKind& films, Numbers numbers) {
+    std::erase_if(numbers, [&films](uint32_t number) { return !IsFilm(films, number); });
+    return numbers;
+}
+
 Numbers FilesByNewest(const FilesOfKind& files) {
     return OrderedBy(files.files.size(), [&](uint32_t i) { return std::pair(~files.files[i].moment, i); });
 }
@@ -179,8 +195,9 @@ void SnapshotGroup(Snapshot* snapshot) {
     OrderNamed(*snapshot, &snapshot->artists);
     OrderNamed(*snapshot, &snapshot->genres);
     std::reverse(snapshot->years.begin(), snapshot->years.end());
-    snapshot->films_by_title = FilesByTitle(snapshot->Of(FileKind::kFilm));
-    snapshot->films_by_newest = FilesByNewest(snapshot->Of(FileKind::kFilm));
+    const FilesOfKind& films = snapshot->Of(FileKind::kFilm);
+    snapshot->films_by_title = FilmsOf(films, FilesByTitle(films));
+    snapshot->films_by_newest = FilmsOf(films, FilesByNewest(films));
     snapshot->playlists_by_title = FilesByTitle(snapshot->Of(FileKind::kPlaylist));
     snapshot->pictures_by_newest = FilesByNewest(snapshot->Of(FileKind::kPicture));
     CountMonths(snapshot);

@@ -84,15 +84,26 @@ void AddTabs(const PageHead& head, Markup& page) {
 
 void AddFoot(const PageHead& head, Markup& page) {
     page << "</main>\n<p id=\"said\" class=\"away\" aria-live=\"polite\"></p>";
-    if (!head.is_bare)
-        page << "<section id=\"player\" class=\"player\" aria-label=\"Player\" hidden><p dir=\"auto\"></p>"
-                "<audio controls preload=\"none\"></audio></section>";
-    page
-        << "<footer class=\"foot\"><span>This page only shows: nothing here changes the library.</span></footer>"
-           "</body></html>\n";
+    if (!head.is_bare) {
+        page << "<section id=\"player\" class=\"player\" aria-label=\"Player\" hidden>"
+                "<button data-step=\"-1\" aria-label=\"Previous song\">\xE2\x8F\xAE\xEF\xB8\x8E</button>"
+                "<button data-step=\"1\" aria-label=\"Next song\">\xE2\x8F\xAD\xEF\xB8\x8E</button>"
+                "<p dir=\"auto\"></p><audio controls preload=\"none\"></audio></section>"
+                "<footer class=\"foot\"><a";
+        page.Link("href", Address("/folder"))
+            << ">All folders</a><span>Nothing here changes the library.</span></footer>";
+    }
+    page << "</body></html>\n";
 }
 
 }  // namespace
+
+std::string TitleOf(std::initializer_list<std::string> parts) {
+    std::string title;
+    for (const std::string& part : parts)
+        if (!part.empty()) title += (title.empty() ? "" : " \xE2\x80\x93 ") + part;
+    return title;
+}
 
 Reply PageReply(const PageHead& head, const Markup& main) {
     Markup page(main.writer());

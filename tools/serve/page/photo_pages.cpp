@@ -28,8 +28,8 @@ std::string NamesOf(const std::vector<int64_t>& users) {
 std::string RightsText(const PhotoAlbumRow& album) {
     if (!album.is_enabled) return "Nobody may see it: it is switched off";
     if (album.is_public) return "Everybody may see it";
-    if (album.users.empty()) return "No user may see it yet";
-    return "May be seen by " + NamesOf(album.users);
+    if (album.users.empty()) return "Only some users may see it, but none is chosen";
+    return "Only these users may see it: " + NamesOf(album.users);
 }
 
 /// The folders that an album lies in, as links.
@@ -68,7 +68,7 @@ Reply PhotoAlbumsPage(const Visit& visit) {
         AddAlbumGrid(albums, true, main);
         AddMore(span, albums.total, Address("/photos/albums"), main);
     }
-    return PageReply(visit.Head("Photo albums", Area::kPhotos, "Albums"), main);
+    return PageReply(visit.Head(TitleOf({"Photo albums", FromText(span)}), Area::kPhotos, "Albums"), main);
 }
 
 Reply PhotoAlbumPage(const Visit& visit) {
@@ -84,16 +84,18 @@ Reply PhotoAlbumPage(const Visit& visit) {
     AddTrail(name, main);
     AddHeading(album.title, GroupedCount(static_cast<int64_t>(pictures.total), "picture"), main);
     if (!album.description.empty()) main << "<p dir=\"auto\">", main.Name(album.description) << "</p>";
-    main << "<p class=\"muted\">";
-    main.Text(RightsText(album)) << "</p>";
+    main << "<p class=\"muted\" dir=\"auto\">";
+    main.Name(RightsText(album)) << "</p>";
     if (!albums.rows.empty()) {
         main << "<h2>Albums in it</h2>";
         AddAlbumGrid(albums, false, main);
         if (!pictures.rows.empty()) main << "<h2>Pictures</h2>";
     }
-    AddPictureGrid(pictures, "album", main);
+    AddPictureGrid(visit, pictures, false, main);
     AddMore(span, pictures.total, Address("/photos/album").Path(name), main);
-    return PageReply(visit.Head(album.title, Area::kPhotos, "Albums"), main);
+    const std::string in = name == album.title ? "" : name;
+    const std::string window = TitleOf({album.title, in, "Photo album", FromText(span)});
+    return PageReply(visit.Head(window, Area::kPhotos, "Albums"), main);
 }
 
 Reply PhotoDatesPage(const Visit& visit) {
@@ -114,7 +116,7 @@ Reply PhotoDatesPage(const Visit& visit) {
         main << "</ul>";
         AddMore(span, months.total, Address("/photos/dates"), main);
     }
-    return PageReply(visit.Head("Pictures by date", Area::kPhotos, "Dates"), main);
+    return PageReply(visit.Head(TitleOf({"Pictures by date", FromText(span)}), Area::kPhotos, "Dates"), main);
 }
 
 Reply PhotoDatePage(const Visit& visit) {
@@ -125,9 +127,9 @@ Reply PhotoDatePage(const Visit& visit) {
     const std::string title = MonthText(*month);
     Markup main = visit.NewMarkup();
     AddHeading(title, GroupedCount(static_cast<int64_t>(pictures.total), "picture"), main);
-    AddPictureGrid(pictures, "date", main);
+    AddPictureGrid(visit, pictures, true, main);
     AddMore(span, pictures.total, Address("/photos/date").Word(*month), main);
-    return PageReply(visit.Head(title, Area::kPhotos, "Dates"), main);
+    return PageReply(visit.Head(TitleOf({title, "Pictures", FromText(span)}), Area::kPhotos, "Dates"), main);
 }
 
 }  // namespace koli::serve

@@ -132,6 +132,12 @@ class Results {
     Markup main_;
 };
 
+std::string CountText(const SearchView& found) {
+    const size_t all = found.albums.total + found.artists.total + found.songs.total + found.films.total +
+                       found.pictures.total + found.photo_albums.total + found.playlists.total;
+    return all == 0 ? "Nothing found" : Grouped(static_cast<int64_t>(all)) + " found";
+}
+
 }  // namespace
 
 Reply SearchPage(const Visit& visit) {
@@ -140,7 +146,8 @@ Reply SearchPage(const Visit& visit) {
     const Span span = visit.Value("in").empty() ? Span{0, kFew} : visit.Piece(kMany);
     const SearchView found = visit.library.Search(text, span);
     Markup main = visit.NewMarkup();
-    AddHeading("Search", "", main);
+    main << "<h1>Search</h1><p class=\"muted\" data-said>";
+    main.Text(found.has_words ? CountText(found) : "") << "</p>";
     if (!found.has_words) {
         main << NoteOf(
             "Type some words above.",
@@ -151,7 +158,8 @@ Reply SearchPage(const Visit& visit) {
     } else {
         main << NothingNote(visit, "Nothing in the library has all of these words.", "Try fewer of them.");
     }
-    PageHead head = visit.Head("Search", Area::kNone);
+    PageHead head =
+        visit.Head(TitleOf({text, "Search", visit.Value("in"), FromText(visit.Piece(kMany))}), Area::kNone);
     head.searched = text;
     return PageReply(head, main);
 }

@@ -7,21 +7,23 @@
 namespace koli::serve {
 namespace {
 
-void AddCount(const char* name, size_t count, const Address& address, Markup& main) {
+/// `noun` is one of them; the plural is itself and "s".
+void AddCount(const std::string& noun, size_t count, const Address& address, Markup& main) {
     main << "<a";
     main.Link("href", address) << "><b>";
     main.Text(Grouped(static_cast<int64_t>(count))) << "</b>";
-    main.Text(name) << "</a>";
+    main.Text(count == 1 ? noun : noun + "s") << "</a>";
 }
 
 void AddCounts(const Totals& totals, Markup& main) {
     main << "<nav class=\"facts\" aria-label=\"What there is\">";
-    AddCount("albums", totals.albums, Address("/music/albums"), main);
-    AddCount("artists", totals.artists, Address("/music/artists"), main);
-    AddCount("films", totals.films, Address("/films"), main);
-    AddCount("pictures", totals.pictures, Address("/photos/dates"), main);
-    AddCount("photo albums", totals.photo_albums, Address("/photos/albums"), main);
-    AddCount("playlists", totals.playlists, Address("/playlists"), main);
+    AddCount("album", totals.albums, Address("/music/albums"), main);
+    AddCount("artist", totals.artists, Address("/music/artists"), main);
+    AddCount("film", totals.films, Address("/films"), main);
+    AddCount("picture", totals.pictures, Address("/photos/dates"), main);
+    AddCount("photo album", totals.photo_albums, Address("/photos/albums"), main);
+    AddCount("playlist", totals.playlists, Address("/playlists"), main);
+    if (totals.problems > 0) AddCount("problem", totals.problems, Address("/problems"), main);
     main << "</nav>";
 }
 
@@ -50,9 +52,7 @@ Reply StartPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     main << "<h1 class=\"away\">Media library</h1>";
     if (totals.songs + totals.films + totals.pictures + totals.playlists == 0)
-        main << NothingNote(
-            visit, "The library is empty.",
-            "\"koliindexctl add FOLDER\" has the daemon look at what is in a folder of a share.");
+        main << NothingNote(visit, kEmptyLibrary, kFillLibrary);
     AddCounts(totals, main);
     AddLive(visit, main);
     AddNewest(visit, main);

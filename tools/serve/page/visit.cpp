@@ -18,6 +18,10 @@ std::optional<std::string> Visit::WordAt(size_t place) const {
     return place < request.path.size() ? Unescaped(request.path[place]) : std::nullopt;
 }
 
+std::string FromText(Span span) {
+    return span.from == 0 ? "" : "from " + std::to_string(span.from + 1) + " on";
+}
+
 Markup NothingNote(const Visit& visit, std::string_view sentence, std::string_view advice) {
     const std::string error = visit.library.Error();
     if (error.empty()) return NoteOf(sentence, advice);

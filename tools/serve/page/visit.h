@@ -28,6 +28,9 @@ struct Visit {
     }
 };
 
+/// "from 61 on" for a piece of a list, as a part of a title; "" for its beginning.
+std::string FromText(Span span);
+
 /// Why there is nothing to see: the databases cannot be read, or they have none of these.
 Markup NothingNote(const Visit& visit, std::string_view sentence, std::string_view advice);
 
