@@ -72,11 +72,11 @@ class Pages(harness.DaemonTest):
         except browser.Gone as error:
             raise unittest.SkipTest(f"Chromium does not start here: {error}") from error
 
-    def serve(self):
+    def serve(self, *options):
         """The daemon, the server, and a page that shows its start."""
         self.start()
-        self.server = subprocess.Popen(self.command("serve", "--cache", "/tmp/pictures"), stdout=subprocess.PIPE, text=True,
-                                       env=appliance.environment())
+        self.server = subprocess.Popen(self.command("serve", "--cache", "/tmp/pictures", *options), stdout=subprocess.PIPE,
+                                       text=True, env=appliance.environment())
         self.addCleanup(self.end_server)
         self.base = self.server.stdout.readline().strip().rstrip("/")
         self.page = self.browser.page()
@@ -220,6 +220,19 @@ class Pages(harness.DaemonTest):
             self.assertRegex(self.page.call("Runtime.evaluate", expression="document.body.textContent")["result"]["value"],
                              "First Light")
         self.assert_nothing_was_said()
+
+    def test_login(self):
+        self.serve("--token-file", "/tmp/token")
+        with open("/tmp/token") as file:
+            token = file.read().strip()
+        self.show("/films?order=newest")
+        self.assertEqual(self.faults_for_readers(), [])
+        for typed, said in ("wrong", "That is not the token."), (token, "Films"):
+            self.page.run("document.querySelector('[name=token]').focus()")
+            self.page.type(typed)
+            self.page.after_load(lambda: self.page.press("Enter", "\r"))
+            self.assertEqual(self.page.run("document.querySelector('[role=alert], .head h1').textContent"), said)
+        self.assertEqual(self.page.run("[location.pathname + location.search, document.cookie]"), ["/films?order=newest", ""])
 
     def test_daemon_at_work(self):
         song = self.put(f"{M}/Song.mp3")
