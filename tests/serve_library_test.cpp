@@ -168,6 +168,39 @@ TEST_F(LibraryTest, PicturesOfBothDatabasesAreOneByDateAndAlbum) {
               "/volume1/photo/Trip/b.jpg ");
 }
 
+TEST_F(LibraryTest, AFileKnowsWhatStandsBesideIt) {
+    Song("L/2.mp3", "second", "Ann", "Live", 1, 2);
+    Song("L/1.mp3", "without a number", "Ann", "Live");
+    Song("M/3.mp3", "other disc", "Ann", "Live", 2, 1);
+    Song("X/4.mp3", "other album", "Bob", "Live", 1, 1);
+    Photo("T/1.jpg", "", "2024:05:01 10:00:00");
+    Photo("T/2.jpg", "", "2023:05:01 10:00:00");
+    Photo("U/3.jpg", "", "2024:05:02 10:00:00");
+    for (const char* name : {"f.mkv", "f.srt", "f.IFO"})
+        Store(kStoreVideo, std::string("/volume1/video/") + name, name);
+    const Library& library = Read();
+    const auto beside = [&](FileKind kind, const std::string& path, ListOf list = ListOf::kAlbum) {
+        const Neighbours near = library.Beside(kind, "/volume1/" + path, list);
+        const auto name = [](const std::string& of) { return of.substr(of.rfind('/') + 1); };
+        return name(near.before) + "<" + std::to_string(near.at) + "/" + std::to_string(near.total) + ">" +
+               name(near.behind);
+    };
+    EXPECT_EQ(beside(FileKind::kSong, "music/L/2.mp3"), "<0/3>3.mp3");
+    EXPECT_EQ(beside(FileKind::kSong, "music/M/3.mp3"), "2.mp3<1/3>1.mp3");
+    EXPECT_EQ(beside(FileKind::kSong, "music/X/5.mp3"), "<0/0>");
+    EXPECT_EQ(beside(FileKind::kPicture, "photo/T/1.jpg"), "<0/2>2.jpg");
+    EXPECT_EQ(beside(FileKind::kPicture, "photo/T/1.jpg", ListOf::kMonth), "3.jpg<1/2>");
+    AlbumKey album;
+    ASSERT_TRUE(library.AlbumOfSong("/volume1/music/X/4.mp3", &album));
+    EXPECT_EQ(album, (AlbumKey{"Bob", "Live"}));
+    EXPECT_FALSE(library.AlbumOfSong("/volume1/music/X/5.mp3", &album));
+    EXPECT_EQ(Titles(library.Films(FileOrder::kTitle, all_)), "f.mkv");
+    EXPECT_EQ(library.Counts().films, 1U);
+    const ctl::Reasons reasons = library.WhyNotInStep("/volume1/music/X/4.mp3");
+    EXPECT_TRUE(std::any_of(reasons.begin(), reasons.end(),
+                            [](const ctl::Reason& reason) { return reason.code == "gone"; }));
+}
+
 TEST_F(LibraryTest, SearchFindsAllWordsTheBestFirst) {
     Song("1/01 - Overlove.mp3", "Overlove", "Zoë", "Nights");
     Song("1/02 - My Love.mp3", "My Love", "Zoë", "Nights");

@@ -24,8 +24,10 @@ Numbers ListAround(const Snapshot& snapshot, FileKind kind, uint32_t file, ListO
     if (kind != FileKind::kSong)
         return snapshot.FilesWhere(kind,
                                    [&group](const Group& other) { return other.folder == group.folder; });
-    Numbers songs =
-        snapshot.FilesWhere(kind, [&group](const Group& other) { return other.record == group.record; });
+    // Songs that name no album may be all there are.
+    Numbers songs = snapshot.FilesWhere(kind, [&group](const Group& other) {
+        return other.record == group.record && (group.album != 0 || other.folder == group.folder);
+    });
     snapshot.SortSongs(&songs);
     return songs;
 }

@@ -89,10 +89,10 @@ void AddPicturePart(const Visit& visit, const PictureRow& picture, Markup& main)
     AddHeading(picture.title, "", main);
     AddPicture(picture, main);
     AddTurns(visit, FileKind::kPicture, picture.path, main);
-    AddFacts(
-        Joined({picture.taken, picture.camera, PixelsText(picture.width, picture.height), SizeOf(picture)}),
-        main);
-    main << "<p class=\"row\">";
+    main << "<p class=\"row\"><span class=\"muted\">";
+    main.Name(
+        Joined({picture.taken, picture.camera, PixelsText(picture.width, picture.height), SizeOf(picture)}))
+        << "</span>";
     if (!picture.album.empty()) {
         main << "<a class=\"button\"";
         main.Link("href", Address("/photos/album").Path(picture.album)) << ">Its album</a>";
@@ -126,20 +126,29 @@ Shown AddShown(const Visit& visit, const std::string& path, const EntryView& ent
     PictureRow picture;
     if (entry.is_file && entry.kind == FileKind::kSong && visit.library.Song(path, &song)) {
         AddSound(visit, song, main);
-        return {Area::kMusic, TitleOf({song.title, song.artist, "Song"})};
+        return {Area::kMusic, TitleOf({song.title, song.artist, FileNameOf(path.c_str())})};
     }
     if (entry.is_file && entry.kind == FileKind::kFilm && visit.library.Film(path, &film)) {
         AddFilm(visit, film, main);
-        return {Area::kFilms, TitleOf({film.title, "Film"})};
+        return {Area::kFilms, TitleOf({film.title, FileNameOf(path.c_str())})};
     }
     if (entry.is_file && entry.kind == FileKind::kPicture && visit.library.Picture(path, &picture)) {
         AddPicturePart(visit, picture, main);
-        return {Area::kPhotos, TitleOf({picture.title, picture.album, "Picture"})};
+        return {Area::kPhotos, TitleOf({picture.title, picture.album, FileNameOf(path.c_str())})};
     }
     const bool is_list = entry.is_file && entry.kind == FileKind::kPlaylist;
     AddOther(path, is_list, main);
     return {is_list ? Area::kPlaylists : Area::kNone,
             TitleOf({FileNameOf(path.c_str()), is_list ? "Entry of a playlist" : "Entry of a folder"})};
+}
+
+/// Why what is in the file could not be read.
+void AddProblem(const std::vector<ctl::Section>& sections, Markup& main) {
+    for (const ctl::Section& section : sections)
+        for (const ctl::Record& record : section.records)
+            for (const auto& [name, field] : record)
+                if (section.name == "problem" && name == "reason")
+                    main << NoteOf("What is in it could not be read.", Begun(field.text));
 }
 
 /// What keeps the entry from being what is on the disk, and what waits for it.
@@ -162,6 +171,7 @@ Reply EntryPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddFolderTrail(path, main);
     const Shown shown = AddShown(visit, path, entry, main);
+    AddProblem(entry.sections, main);
     if (entry.is_file) AddReasons(visit.library.WhyNotInStep(path), main);
     AddSections(entry.sections, main);
     return PageReply(visit.Head(shown.title, shown.area), main);

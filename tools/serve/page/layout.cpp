@@ -86,8 +86,8 @@ void AddFoot(const PageHead& head, Markup& page) {
     page << "</main>\n<p id=\"said\" class=\"away\" aria-live=\"polite\"></p>";
     if (!head.is_bare) {
         page << "<section id=\"player\" class=\"player\" aria-label=\"Player\" hidden>"
-                "<button data-step=\"-1\" aria-label=\"Previous song\">\xE2\x8F\xAE\xEF\xB8\x8E</button>"
-                "<button data-step=\"1\" aria-label=\"Next song\">\xE2\x8F\xAD\xEF\xB8\x8E</button>"
+                "<button data-step=\"-1\" aria-label=\"Previous song\">&laquo;</button>"
+                "<button data-step=\"1\" aria-label=\"Next song\">&raquo;</button>"
                 "<p dir=\"auto\"></p><audio controls preload=\"none\"></audio></section>"
                 "<footer class=\"foot\"><a";
         page.Link("href", Address("/folder"))

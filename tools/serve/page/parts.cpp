@@ -98,13 +98,14 @@ void AddFilmCard(const FilmRow& film, Markup& to) {
             to);
 }
 
-void AddPhotoAlbumCard(const PhotoAlbumRow& album, Markup& to) {
+void AddPhotoAlbumCard(const PhotoAlbumRow& album, Markup& to, std::string_view parent) {
     const Address address = Address("/photos/album").Path(album.name);
     const char* const who = !album.is_enabled ? "switched off"
                             : album.is_public ? "for everybody"
                                               : "for some users";
     const size_t slash = album.name.rfind('/');
-    const std::string place = slash == std::string::npos ? "" : "in " + album.name.substr(0, slash);
+    const std::string holder = slash == std::string::npos ? "" : album.name.substr(0, slash);
+    const std::string place = holder == parent ? "" : "in " + holder;
     AddCard({address,
              {.name = album.title, .path = album.cover},
              album.title,

@@ -38,7 +38,8 @@ void AddCard(const Card& card, Markup& to);
 
 void AddAlbumCard(const AlbumRow& album, Markup& to);
 void AddFilmCard(const FilmRow& film, Markup& to);
-void AddPhotoAlbumCard(const PhotoAlbumRow& album, Markup& to);
+/// `parent`: the album whose page this is on, which need not be told.
+void AddPhotoAlbumCard(const PhotoAlbumRow& album, Markup& to, std::string_view parent = {});
 void AddPlaylistCard(const PlaylistRow& list, Markup& to);
 /// A picture in a grid of them; `address` is that of its page.
 void AddTile(const PictureRow& picture, const Address& address, Markup& to);

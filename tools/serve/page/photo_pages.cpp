@@ -45,13 +45,14 @@ void AddTrail(const std::string& name, Markup& main) {
     main << "</ol></nav>";
 }
 
-void AddAlbumGrid(const Piece<PhotoAlbumRow>& albums, bool is_list, Markup& main) {
-    if (is_list)
+/// Without `parent` it is the list of the page, which goes on in pieces.
+void AddAlbumGrid(const Piece<PhotoAlbumRow>& albums, const std::string& parent, Markup& main) {
+    if (parent.empty())
         main << "<ul class=\"grid\" id=\"list\">";
     else
         main << "<ul class=\"grid\">";
     for (const PhotoAlbumRow& album : albums.rows)
-        AddPhotoAlbumCard(album, main);
+        AddPhotoAlbumCard(album, main, parent);
     main << "</ul>";
 }
 
@@ -65,7 +66,7 @@ Reply PhotoAlbumsPage(const Visit& visit) {
     if (albums.total == 0) {
         main << NothingNote(visit, "There are no photo albums yet.", kAddPictures);
     } else {
-        AddAlbumGrid(albums, true, main);
+        AddAlbumGrid(albums, "", main);
         AddMore(span, albums.total, Address("/photos/albums"), main);
     }
     return PageReply(visit.Head(TitleOf({"Photo albums", FromText(span)}), Area::kPhotos, "Albums"), main);
@@ -88,7 +89,7 @@ Reply PhotoAlbumPage(const Visit& visit) {
     main.Name(RightsText(album)) << "</p>";
     if (!albums.rows.empty()) {
         main << "<h2>Albums in it</h2>";
-        AddAlbumGrid(albums, false, main);
+        AddAlbumGrid(albums, name, main);
         if (!pictures.rows.empty()) main << "<h2>Pictures</h2>";
     }
     AddPictureGrid(visit, pictures, false, main);

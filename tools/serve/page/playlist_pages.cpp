@@ -68,6 +68,7 @@ Reply PlaylistPage(const Visit& visit) {
     main.Link("href", EntryAddress(path)) << ">All that is stored of it</a></p>";
     if (!view.is_readable)
         main << NoteOf("This playlist cannot be read.", "Who runs this page may not read it, or it is gone.");
+    if (view.is_readable && view.entries.empty()) main << NoteOf("This playlist names nothing.", "");
     if (view.is_cut) main << "<p class=\"muted\">It is longer than what is shown here.</p>";
     AddEntries(view.entries, main);
     return PageReply(visit.Head(TitleOf({view.playlist.title, "Playlist"}), Area::kPlaylists), main);

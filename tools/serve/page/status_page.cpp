@@ -74,7 +74,7 @@ void AddFields(const ctl::StatusLook& look, Markup& to) {
 
 void AddDaemon(const Visit& visit, Markup& to) {
     const ctl::StatusLook look = visit.library.Live();
-    to << "<h2>The daemon</h2><dl class=\"fields\">";
+    to << "<h2>The daemon</h2><dl class=\"fields short\">";
     AddField("State", look.pid > 0 ? "running" : "not running", to);
     AddField("Since", ctl::TimeText(look.since), to);
     if (look.is_reported) {
@@ -108,7 +108,7 @@ void AddTotals(const Visit& visit, Markup& to) {
                                                      {"Photo albums", totals.photo_albums},
                                                      {"Playlists", totals.playlists},
                                                      {"Problems", totals.problems}};
-    to << "<h2>The library</h2><dl class=\"fields\">";
+    to << "<h2>The library</h2><dl class=\"fields short\">";
     for (const auto& [name, count] : fields)
         AddField(name, Grouped(static_cast<int64_t>(count)), to);
     to << "</dl>";

@@ -226,6 +226,8 @@ async function turned() {
 document.addEventListener("keydown", pressed);
 document.addEventListener("click", clicked);
 document.addEventListener("visibilitychange", lookAtLive);
+// Only one thing plays at a time.
+document.addEventListener("play", (event) => all("audio, video").forEach((media) => media !== event.target && media.pause()), true);
 addEventListener("popstate", turned);
 setInterval(lookAtLive, 1000);
 watchSearch();
