@@ -1,10 +1,11 @@
 #!/usr/bin/python3
 """Pages of the sample library as a browser shows them: started by script/page-pictures, in the sandbox."""
+import json
 import os
 import signal
 import subprocess
 import sys
-import time
+import urllib.request
 
 import appliance
 import browser
@@ -16,20 +17,24 @@ PAGES = {
     "album": "/music/album/The%20Sample%20Band/Blue%20Harbour",
     "photos": "/photos/album/Coast%202019",
     "picture": "/entry/volume1/photo/Coast%202019/IMG_0000.jpg",
-    "search": "/search?q=sample",
+    "search": "/search?q=coast",
     "work": "/status",
 }
 DRAWN = "[...document.images].every(image => image.complete || image.getBoundingClientRect().top > innerHeight)"
 FRAME = "new Promise(done => requestAnimationFrame(() => requestAnimationFrame(() => done(true))))"
 
 
-def stop_at_work(daemon):
+def requests_done(base):
+    with urllib.request.urlopen(f"{base}/live") as reply:
+        return json.load(reply).get("requests_done", 0)
+
+
+def stop_at_work(daemon, base):
     """The daemon in the midst of a batch, for as long as it is looked at."""
     appliance.stop()
-    appliance.enqueue(SHARES * 50)
+    appliance.enqueue(SHARES * 8)
     appliance.start(daemon)
-    appliance.wait_until(lambda: appliance.daemon_pid() and os.path.exists(appliance.BATCH), 60, "the batch")
-    time.sleep(1)
+    appliance.wait_until(lambda: requests_done(base) > len(SHARES) * 3, 60, "the batch")
     os.kill(appliance.daemon_pid(), signal.SIGSTOP)
 
 
@@ -60,7 +65,7 @@ def main():
     try:
         for name in PAGES:
             if name == "work":
-                stop_at_work(daemon)
+                stop_at_work(daemon, base)
             take(page, base, folder, name)
     finally:
         lead.close()
