@@ -196,6 +196,8 @@ TEST_F(LibraryTest, AFileKnowsWhatStandsBesideIt) {
     EXPECT_FALSE(library.AlbumOfSong("/volume1/music/X/5.mp3", &album));
     EXPECT_EQ(Titles(library.Films(FileOrder::kTitle, all_)), "f.mkv");
     EXPECT_EQ(library.Counts().films, 1U);
+    EXPECT_TRUE(Library::IsAway(dir_.dir() + "/none") && Library::IsAway(test::TempDir().dir()));
+    EXPECT_FALSE(Library::IsAway(dir_.dir()));
     const ctl::Reasons reasons = library.WhyNotInStep("/volume1/music/X/4.mp3");
     EXPECT_TRUE(std::any_of(reasons.begin(), reasons.end(),
                             [](const ctl::Reason& reason) { return reason.code == "gone"; }));

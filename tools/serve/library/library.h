@@ -87,7 +87,7 @@ class Library {
     // ---- Films, pictures, playlists
 
     Piece<FilmRow> Films(FileOrder order, Span span) const;  ///< without the files that go with them
-    Piece<PictureRow> Pictures(Span span) const;  ///< all, the newest first
+    Piece<PictureRow> Pictures(Span span) const;             ///< all, the newest first
     /// The months in which pictures were taken, the latest first; behind them "" for those that do not tell.
     Piece<NamedRow> Months(Span span) const;
     /// The pictures of a month, the latest first.
@@ -124,7 +124,8 @@ class Library {
     /// Why what is stored for a path is not what is there, and what waits for it, as `why` tells; none: it
     /// is. Looks at the disk.
     ctl::Reasons WhyNotInStep(const std::string& path) const;
-    /// A folder that is not there now.  Looks at the disk.
+    /// A folder that is not there now, or is empty: of one with stored files its volume may not be mounted.
+    /// Looks at the disk.
     static bool IsAway(const std::string& folder);
 
     /// Opens a file that the databases list, to read.  It is opened below its share, in which no link is

@@ -1,5 +1,6 @@
 // One file among the others: what stands beside it, what it belongs to, what keeps it from being as it is.
 #include <algorithm>
+#include <filesystem>
 
 #include "platform/kolisdk.h"
 #include "tools/ctl/store_reasons.h"
@@ -80,7 +81,10 @@ ctl::Reasons Library::WhyNotInStep(const std::string& path) const {
 }
 
 bool Library::IsAway(const std::string& folder) {
-    return KLIBPathLook(folder.c_str()) == KLIB_PATH_ABSENT;
+    if (KLIBPathLook(folder.c_str()) == KLIB_PATH_ABSENT) return true;
+    std::error_code unknown;
+    return std::filesystem::is_directory(folder, unknown) && std::filesystem::is_empty(folder, unknown) &&
+           !unknown;
 }
 
 }  // namespace koli::serve

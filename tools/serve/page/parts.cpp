@@ -198,7 +198,7 @@ void AddFolderTrail(const std::string& path, Markup& main) {
 
 Markup AwayNote(const std::string& folder) {
     return NoteOf(
-        folder + " is not there now.",
+        folder + " is not there now: it may not be mounted.",
         "What is stored of it is shown all the same, but no file of it can be opened until it is back.");
 }
 

@@ -27,22 +27,36 @@ void AddCounts(const Totals& totals, Markup& main) {
     main << "</nav>";
 }
 
+void AddHeadOf(const char* what, const Address& all, Markup& main) {
+    main << "<div class=\"head\"><h2>";
+    main.Text(what) << "</h2><a";
+    main.Link("href", all).Attribute("aria-label", std::string("Show all: ") + what) << ">Show all</a></div>";
+}
+
 void AddNewest(const Visit& visit, Markup& main) {
     const auto albums = visit.library.Albums(AlbumOrder::kNewest, {0, 12});
-    if (!albums.rows.empty()) main << "<h2>Newest albums</h2><ul class=\"grid\">";
-    for (const AlbumRow& album : albums.rows)
-        AddAlbumCard(album, main);
-    if (!albums.rows.empty()) main << "</ul>";
+    if (!albums.rows.empty()) {
+        AddHeadOf("Newest albums", Address("/music/albums").Query("order", "newest"), main);
+        main << "<ul class=\"grid\">";
+        for (const AlbumRow& album : albums.rows)
+            AddAlbumCard(album, main);
+        main << "</ul>";
+    }
     const auto pictures = visit.library.Pictures({0, 24});
-    if (!pictures.rows.empty()) main << "<h2>Latest pictures</h2><ul class=\"photos\">";
-    for (const PictureRow& picture : pictures.rows)
-        AddTile(picture, EntryAddress(picture.path), main);
-    if (!pictures.rows.empty()) main << "</ul>";
+    if (!pictures.rows.empty()) {
+        AddHeadOf("Latest pictures", Address("/photos/dates"), main);
+        main << "<ul class=\"photos\">";
+        for (const PictureRow& picture : pictures.rows)
+            AddTile(picture, EntryAddress(picture.path), main);
+        main << "</ul>";
+    }
     const auto films = visit.library.Films(FileOrder::kNewest, {0, 6});
-    if (!films.rows.empty()) main << "<h2>Newest films</h2><ul class=\"grid wide\">";
+    if (films.rows.empty()) return;
+    AddHeadOf("Newest films", Address("/films").Query("order", "newest"), main);
+    main << "<ul class=\"grid wide\">";
     for (const FilmRow& film : films.rows)
         AddFilmCard(film, main);
-    if (!films.rows.empty()) main << "</ul>";
+    main << "</ul>";
 }
 
 }  // namespace

@@ -52,9 +52,9 @@ void AddWork(const ctl::StatusLook& look, Markup& to) {
 
 void AddLastProblem(const ctl::StatusLook& look, Markup& to) {
     if (!look.is_reported || look.report.problem_time == 0) return;
-    const std::string time = ctl::TimeText(look.report.problem_time / 1000);
     AddField("Last problem", look.report.problem_path, to);
-    AddField("Its reason", std::string(look.report.problem_reason) + " (" + time + ")", to);
+    AddField("Its reason", look.report.problem_reason, to);
+    AddField("Met at", ctl::TimeText(look.report.problem_time / 1000), to);
 }
 
 /// Nothing of a daemon that has nothing to do.
