@@ -228,7 +228,8 @@ class Pages(harness.DaemonTest):
         with open("/tmp/token") as file:
             token = file.read().strip()
         self.show("/films?order=newest")
-        self.assertEqual(self.faults_for_readers(), [])
+        with self.subTest("readers"):
+            self.assertEqual(self.faults_for_readers(), [])
         for typed, said in ("wrong", "That is not the token."), (token, "Films"):
             self.page.run("document.querySelector('[name=token]').focus()")
             self.page.type(typed)
