@@ -176,7 +176,7 @@ TEST_F(LibraryTest, AFileKnowsWhatStandsBesideIt) {
     Photo("T/1.jpg", "", "2024:05:01 10:00:00");
     Photo("T/2.jpg", "", "2023:05:01 10:00:00");
     Photo("U/3.jpg", "", "2024:05:02 10:00:00");
-    for (const char* name : {"f.mkv", "f.srt", "f.IFO"})
+    for (const char* name : {"f.mkv", "f.srt", "f.IFO", "g.avi"})
         Store(kStoreVideo, std::string("/volume1/video/") + name, name);
     const Library& library = Read();
     const auto beside = [&](FileKind kind, const std::string& path, ListOf list = ListOf::kAlbum) {
@@ -194,8 +194,9 @@ TEST_F(LibraryTest, AFileKnowsWhatStandsBesideIt) {
     ASSERT_TRUE(library.AlbumOfSong("/volume1/music/X/4.mp3", &album));
     EXPECT_EQ(album, (AlbumKey{"Bob", "Live"}));
     EXPECT_FALSE(library.AlbumOfSong("/volume1/music/X/5.mp3", &album));
-    EXPECT_EQ(Titles(library.Films(FileOrder::kTitle, all_)), "f.mkv");
-    EXPECT_EQ(library.Counts().films, 1U);
+    EXPECT_EQ(Titles(library.Films(FileOrder::kTitle, all_)), "f.mkv g.avi");
+    EXPECT_EQ(beside(FileKind::kFilm, "video/g.avi"), "f.mkv<1/2>");
+    EXPECT_EQ(library.Counts().films, 2U);
     EXPECT_TRUE(Library::IsAway(dir_.dir() + "/none") && Library::IsAway(test::TempDir().dir()));
     EXPECT_FALSE(Library::IsAway(dir_.dir()));
     const ctl::Reasons reasons = library.WhyNotInStep("/volume1/music/X/4.mp3");

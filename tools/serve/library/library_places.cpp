@@ -22,9 +22,13 @@ Numbers ListAround(const Snapshot& snapshot, FileKind kind, uint32_t file, ListO
     const File& row = files.files[file];
     const Group& group = files.groups[row.group];
     if (list == ListOf::kMonth) return PicturesOfMonthAt(snapshot, MonthOf(row.moment));
-    if (kind != FileKind::kSong)
-        return snapshot.FilesWhere(kind,
-                                   [&group](const Group& other) { return other.folder == group.folder; });
+    if (kind != FileKind::kSong) {
+        Numbers beside =
+            snapshot.FilesWhere(kind, [&group](const Group& other) { return other.folder == group.folder; });
+        if (kind == FileKind::kFilm)
+            std::erase_if(beside, [&files](uint32_t other) { return !IsFilm(files, other); });
+        return beside;
+    }
     // Songs that name no album may be all there are.
     Numbers songs = snapshot.FilesWhere(kind, [&group](const Group& other) {
         return other.record == group.record && (group.album != 0 || other.folder == group.folder);

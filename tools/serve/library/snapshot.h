@@ -50,6 +50,9 @@ struct FilesOfKind {
 /// A file's folded title, and, where that is a part of the file's name, what follows it there.
 std::string_view TitleOf(const FilesOfKind& files, uint32_t file);
 
+/// Subtitles and the tables of a DVD are stored as films, but nobody looks for one.
+bool IsFilm(const FilesOfKind& films, uint32_t number);
+
 /// Texts that many have in common; number 0 is "".
 struct Texts {
     TextPool pool;

@@ -141,15 +141,6 @@ void OrderRecords(Snapshot* snapshot) {
         OrderedBy(records.size(), [&](uint32_t i) { return std::tuple(~records[i].newest, title(i), i); });
 }
 
-/// Subtitles and the tables of a DVD are stored as films, but nobody looks for one.
-bool IsFilm(const FilesOfKind& films, uint32_t number) {
-    static constexpr std::string_view kBesideFilms[] = {"ifo", "srt", "ass", "ssa",
-                                                        "idx", "sub", "smi", "psb"};
-    const Format* const format =
-        FormatFind(KOLIIndexExtGet(films.names.Text(films.files[number].name).c_str()));
-    return format == nullptr || std::ranges::find(kBesideFilms, format->extension) == std::end(kBesideFilms);
-}
-
 Numbers FilmsOf(const FilesOfKind& films, Numbers numbers) {
     std::erase_if(numbers, [&films](uint32_t number) { return !IsFilm(films, number); });
     return numbers;
@@ -183,6 +174,14 @@ std::string_view TitleOf(const FilesOfKind& files, uint32_t file) {
     std::string_view title = files.names.Entry(row.name);
     title.remove_prefix(std::min<size_t>(row.title_at, title.size()));
     return title.substr(0, title.find('\n'));
+}
+
+bool IsFilm(const FilesOfKind& films, uint32_t number) {
+    static constexpr std::string_view kBesideFilms[] = {"ifo", "srt", "ass", "ssa",
+                                                        "idx", "sub", "smi", "psb"};
+    const Format* const format =
+        FormatFind(KOLIIndexExtGet(films.names.Text(films.files[number].name).c_str()));
+    return format == nullptr || std::ranges::find(kBesideFilms, format->extension) == std::end(kBesideFilms);
 }
 
 void SnapshotGroup(Snapshot* snapshot) {

@@ -1,5 +1,6 @@
 // One file or folder: everything that is stored for it.
 #include "base/path_names.h"
+#include "platform/host/tables.h"
 #include "tools/ctl/output.h"
 #include "tools/serve/page/fields.h"
 #include "tools/serve/page/media_types.h"
@@ -36,7 +37,20 @@ std::string YearText(int64_t year) {
     return year > 0 ? std::to_string(year) : "";
 }
 
-void AddSound(const Visit& visit, const SongRow& song, Markup& main) {
+/// Why what is in a file could not be read; "" = it was.
+std::string ProblemOf(const std::vector<ctl::Section>& sections) {
+    for (const ctl::Section& section : sections)
+        for (const ctl::Record& record : section.records)
+            for (const auto& [name, field] : record)
+                if (section.name == host::kProblemTable && name == "reason") return field.text;
+    return "";
+}
+
+void AddProblem(const std::string& problem, Markup& main) {
+    if (!problem.empty()) main << NoteOf("What is in it could not be read.", Begun(problem));
+}
+
+void AddSound(const Visit& visit, const SongRow& song, const std::string& problem, Markup& main) {
     main << "<div class=\"album\">";
     AddArt({.name = song.title,
             .path = song.has_cover ? song.path : std::string_view(),
@@ -50,6 +64,7 @@ void AddSound(const Visit& visit, const SongRow& song, Markup& main) {
         AddWordLink("On ", AlbumAddress(album), song.album, main);
     AddWordLink("Genre: ", Address("/music/genre").Word(song.genre), song.genre, main);
     AddFacts(Joined({YearText(song.year), SizeOf(song)}), main);
+    AddProblem(problem, main);
     if (TypeOf(song.path).plays) {
         main << "<audio controls preload=\"none\"";
         main.Link("src", FileAddress(song.path)).Attribute("aria-label", song.title) << "></audio>";
@@ -61,11 +76,13 @@ void AddSound(const Visit& visit, const SongRow& song, Markup& main) {
     AddTurns(visit, FileKind::kSong, song.path, main);
 }
 
-void AddFilm(const Visit& visit, const FilmRow& film, Markup& main) {
+void AddFilm(const Visit& visit, const FilmRow& film, const std::string& problem, Markup& main) {
     AddHeading(film.title, PlayingTime(film.seconds), main);
     AddFacts(Joined({YearText(film.year), PixelsText(film.width, film.height), SizeOf(film)}), main);
+    AddProblem(problem, main);
     if (TypeOf(film.path).plays) {
-        main << "<video class=\"film\" controls preload=\"metadata\"";
+        main << "<video class=\"film\" controls";
+        main.Attribute("preload", problem.empty() ? "metadata" : "none");
         main.Link("src", FileAddress(film.path)).Attribute("aria-label", film.title);
         if (film.has_cover) main.Link("poster", SmallAddress(film.path, true, 640));
         main << "></video><p class=\"muted small\">Not every browser knows every kind of film.</p>";
@@ -85,8 +102,9 @@ void AddFilm(const Visit& visit, const FilmRow& film, Markup& main) {
     AddTurns(visit, FileKind::kFilm, film.path, main);
 }
 
-void AddPicturePart(const Visit& visit, const PictureRow& picture, Markup& main) {
+void AddPicturePart(const Visit& visit, const PictureRow& picture, const std::string& problem, Markup& main) {
     AddHeading(picture.title, "", main);
+    AddProblem(problem, main);
     AddPicture(picture, main);
     AddTurns(visit, FileKind::kPicture, picture.path, main);
     main << "<p class=\"row\"><span class=\"muted\">";
@@ -124,31 +142,23 @@ Shown AddShown(const Visit& visit, const std::string& path, const EntryView& ent
     SongRow song;
     FilmRow film;
     PictureRow picture;
+    const std::string problem = ProblemOf(entry.sections);
     if (entry.is_file && entry.kind == FileKind::kSong && visit.library.Song(path, &song)) {
-        AddSound(visit, song, main);
+        AddSound(visit, song, problem, main);
         return {Area::kMusic, TitleOf({song.title, song.artist, FileNameOf(path.c_str())})};
     }
     if (entry.is_file && entry.kind == FileKind::kFilm && visit.library.Film(path, &film)) {
-        AddFilm(visit, film, main);
+        AddFilm(visit, film, problem, main);
         return {Area::kFilms, TitleOf({film.title, FileNameOf(path.c_str())})};
     }
     if (entry.is_file && entry.kind == FileKind::kPicture && visit.library.Picture(path, &picture)) {
-        AddPicturePart(visit, picture, main);
+        AddPicturePart(visit, picture, problem, main);
         return {Area::kPhotos, TitleOf({picture.title, picture.album, FileNameOf(path.c_str())})};
     }
     const bool is_list = entry.is_file && entry.kind == FileKind::kPlaylist;
     AddOther(path, is_list, main);
     return {is_list ? Area::kPlaylists : Area::kNone,
             TitleOf({FileNameOf(path.c_str()), is_list ? "Entry of a playlist" : "Entry of a folder"})};
-}
-
-/// Why what is in the file could not be read.
-void AddProblem(const std::vector<ctl::Section>& sections, Markup& main) {
-    for (const ctl::Section& section : sections)
-        for (const ctl::Record& record : section.records)
-            for (const auto& [name, field] : record)
-                if (section.name == "problem" && name == "reason")
-                    main << NoteOf("What is in it could not be read.", Begun(field.text));
 }
 
 /// What keeps the entry from being what is on the disk, and what waits for it.
@@ -171,7 +181,6 @@ Reply EntryPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddFolderTrail(path, main);
     const Shown shown = AddShown(visit, path, entry, main);
-    AddProblem(entry.sections, main);
     if (entry.is_file) AddReasons(visit.library.WhyNotInStep(path), main);
     AddSections(entry.sections, main);
     return PageReply(visit.Head(shown.title, shown.area), main);

@@ -32,9 +32,9 @@ Reply FilmsPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Films", Grouped(static_cast<int64_t>(films.total)), main);
     if (films.total == 0) {
-        main << NothingNote(visit, "There are no films in the library yet.",
-                            "Once there are some on the share, \"koliindexctl add FOLDER\" has the daemon "
-                            "look at them.");
+        main << EmptyNote(visit, "There are no films in the library yet.",
+                          "Once there are some on the share, \"koliindexctl add FOLDER\" has the daemon "
+                          "look at them.");
     } else {
         main << "<nav class=\"tabs\" aria-label=\"Order\"><ul>";
         AddOrder(false, !is_newest, main);

@@ -17,7 +17,7 @@ Reply FolderPage(const Visit& visit) {
     const std::string name = path.empty() ? "All folders" : FileNameOf(path.c_str());
     AddHeading(name, Grouped(static_cast<int64_t>(entries.total)), main);
     if (!path.empty() && Library::IsAway(path)) main << AwayNote(path);
-    if (entries.total == 0) main << NothingNote(visit, kEmptyLibrary, kFillLibrary);
+    if (entries.total == 0) main << EmptyNote(visit, kEmptyLibrary, kFillLibrary);
     main << "<ul class=\"names\" id=\"list\">";
     for (const FolderEntry& entry : entries.rows) {
         static constexpr const char* kKinds[] = {"song", "film", "picture", "playlist"};

@@ -64,7 +64,7 @@ Reply NamesReply(const Visit& visit, const NamesPage& page, const Piece<NamedRow
     Markup main = visit.NewMarkup();
     AddHeading(page.tab, Grouped(static_cast<int64_t>(names.total)), main);
     if (names.total == 0) {
-        main << NothingNote(visit, kNoMusic, kAddMusic);
+        main << EmptyNote(visit, kNoMusic, kAddMusic);
     } else {
         main << "<ul class=\"names\" id=\"list\">";
         for (const NamedRow& name : names.rows)
@@ -135,7 +135,7 @@ Reply AlbumsPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Albums", Grouped(static_cast<int64_t>(albums.total)), main);
     if (albums.total == 0) {
-        main << NothingNote(visit, kNoMusic, kAddMusic);
+        main << EmptyNote(visit, kNoMusic, kAddMusic);
     } else {
         AddOrders(order, main);
         AddAlbums(albums, main);

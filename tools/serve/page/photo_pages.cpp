@@ -64,7 +64,7 @@ Reply PhotoAlbumsPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Photo albums", Grouped(static_cast<int64_t>(albums.total)), main);
     if (albums.total == 0) {
-        main << NothingNote(visit, "There are no photo albums yet.", kAddPictures);
+        main << EmptyNote(visit, "There are no photo albums yet.", kAddPictures);
     } else {
         AddAlbumGrid(albums, "", main);
         AddMore(span, albums.total, Address("/photos/albums"), main);
@@ -105,7 +105,7 @@ Reply PhotoDatesPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Pictures by date", "", main);
     if (months.total == 0) {
-        main << NothingNote(visit, kNoPictures, kAddPictures);
+        main << EmptyNote(visit, kNoPictures, kAddPictures);
     } else {
         main << "<ul class=\"grid\" id=\"list\">";
         for (const NamedRow& month : months.rows)

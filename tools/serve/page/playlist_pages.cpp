@@ -44,9 +44,8 @@ Reply PlaylistsPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Playlists", Grouped(static_cast<int64_t>(lists.total)), main);
     if (lists.total == 0) {
-        main << NothingNote(
-            visit, "There are no playlists in the library yet.",
-            "Those on the music share (.m3u, .wpl) appear once the daemon has looked at them.");
+        main << EmptyNote(visit, "There are no playlists in the library yet.",
+                          "Those on the music share (.m3u, .wpl) appear once the daemon has looked at them.");
     } else {
         main << "<ul class=\"grid\" id=\"list\">";
         for (const PlaylistRow& list : lists.rows)

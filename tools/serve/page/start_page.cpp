@@ -66,7 +66,7 @@ Reply StartPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     main << "<h1 class=\"away\">Media library</h1>";
     if (totals.songs + totals.films + totals.pictures + totals.playlists == 0)
-        main << NothingNote(visit, kEmptyLibrary, kFillLibrary);
+        main << EmptyNote(visit, kEmptyLibrary, kFillLibrary);
     AddCounts(totals, main);
     AddLive(visit, main);
     AddNewest(visit, main);

@@ -1,6 +1,7 @@
 #include "tools/serve/page/visit.h"
 
 #include "base/parse_number.h"
+#include "tools/serve/page/live.h"
 #include "tools/serve/page/notice_pages.h"
 
 namespace koli::serve {
@@ -28,6 +29,15 @@ Markup NothingNote(const Visit& visit, std::string_view sentence, std::string_vi
     return NoteOf(
         "The library cannot be shown: " + error,
         "Once that is mended, load the page again. On the machine itself \"koliindexctl status\" tells more.");
+}
+
+Markup EmptyNote(const Visit& visit, std::string_view sentence, std::string_view advice) {
+    const ctl::StatusLook look = visit.library.Live();
+    if (look.batch.kind == ctl::BatchState::kKept)
+        return NothingNote(visit, sentence, "The daemon keeps a batch of requests: " + KeptText(look.batch));
+    if (look.IsAtWork() || look.waiting > 0)
+        return NothingNote(visit, sentence, "The daemon has requests: there may be some soon.");
+    return NothingNote(visit, sentence, advice);
 }
 
 Reply MissingPage(const Visit& visit) {

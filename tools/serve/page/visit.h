@@ -34,6 +34,9 @@ std::string FromText(Span span);
 /// Why there is nothing to see: the databases cannot be read, or they have none of these.
 Markup NothingNote(const Visit& visit, std::string_view sentence, std::string_view advice);
 
+/// The same for a part of the library that is empty: `advice` is for a daemon that has nothing to do.
+Markup EmptyNote(const Visit& visit, std::string_view sentence, std::string_view advice);
+
 /// The page for what the library does not have.
 Reply MissingPage(const Visit& visit);
 
