@@ -46,13 +46,12 @@ void Snapshot::SortSongs(Numbers* songs, Span span) const {
         };
         return place(one, a) < place(other, b);
     };
-    const auto at = [songs](size_t place) {
-        return songs->begin() + static_cast<std::ptrdiff_t>(std::min(place, songs->size()));
-    };
     if (span.count == 0 || span.from >= songs->size()) return;
-    std::nth_element(songs->begin(), at(span.from), songs->end(), is_before);
-    std::partial_sort(at(span.from), at(span.from + std::min(span.count, kPieceMax)), songs->end(),
-                      is_before);
+    const auto first = songs->begin() + static_cast<std::ptrdiff_t>(span.from);
+    const size_t count = std::min(span.count, songs->size() - span.from);
+    if (count == songs->size()) return std::sort(songs->begin(), songs->end(), is_before);
+    std::nth_element(songs->begin(), first, songs->end(), is_before);
+    std::partial_sort(first, first + static_cast<std::ptrdiff_t>(count), songs->end(), is_before);
 }
 
 size_t Snapshot::RecordOf(const AlbumKey& key) const {

@@ -114,7 +114,7 @@ struct Snapshot {
     Numbers FilesWhere(FileKind kind, const std::function<bool(const Group&)>& is_wanted) const;
     /// The order of a record's or artist's songs: by album, disc, folder, track.  Of `songs` only those that
     /// stand in `span` then are put where they belong.
-    void SortSongs(Numbers* songs, Span span) const;
+    void SortSongs(Numbers* songs, Span span = {.from = 0, .count = SIZE_MAX}) const;
     /// The album with these texts; records.size() without one.
     size_t RecordOf(const AlbumKey& key) const;
 };
