@@ -5,8 +5,8 @@
 //   library_bench touch DIR                          changes a song and a picture
 //
 // SHAPE "spread", as most have them: albums of 12 songs, folders of 150 pictures, names from all over the
-// world; "heap": all songs of one artist, year and genre on one album, all pictures of one month in one folder,
-// a comment of its own for each song, a caption for each picture, and every tenth song is broken.
+// world; "heap": all songs of one artist, year and genre on one album, all pictures of one month in one
+// folder, a comment of its own for each song, a caption for each picture, and every tenth song is broken.
 #include <malloc.h>
 #include <unistd.h>
 

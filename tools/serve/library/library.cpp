@@ -83,6 +83,21 @@ void Library::Impl::Fail(const std::string& error) {
     changed_.notify_all();
 }
 
+/// Nobody stays connected between two readings.  False when the databases cannot be opened; `mark` is theirs.
+bool Library::Impl::ReadOnce(std::string* mark) {
+    ctl::StoreReader store;
+    if (!store.Open(places_)) return Fail(store.error()), false;
+    store.SaveMemory();
+    *mark = store.ChangeMark();
+    Read(store);
+    return true;
+}
+
+std::string Library::Impl::MarkNow() const {
+    ctl::StoreReader store;
+    return store.Open(places_) ? store.ChangeMark() : "";
+}
+
 /// What is not whole takes the place of nothing but an empty one.
 void Library::Impl::Read(const ctl::StoreReader& store) {
     std::shared_ptr<const Snapshot> snapshot = SnapshotRead(store, *Now(), [this] { return IsWanted(); });
@@ -104,19 +119,13 @@ void Library::Impl::Run() {
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);
     do {
         try {
-            ctl::StoreReader store;
-            if (!store.Open(places_)) {
-                Fail(store.error());
-                continue;
-            }
-            store.SaveMemory();
-            const std::string mark = store.ChangeMark();
             const auto begin = std::chrono::steady_clock::now();
-            Read(store);
+            std::string mark;
+            if (!ReadOnce(&mark)) continue;
             const auto took = std::chrono::steady_clock::now() - begin;
             malloc_trim(0);  // the snapshot before this one
             if (!Wait(PauseAfter(took) - kLookSeconds)) return;
-            while (Wait(kLookSeconds) && Error().empty() && store.ChangeMark() == mark) {
+            while (Wait(kLookSeconds) && Error().empty() && MarkNow() == mark) {
             }
         } catch (const std::exception& error) {
             Fail(error.what());

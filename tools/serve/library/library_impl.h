@@ -34,6 +34,8 @@ class Library::Impl {
 
   private:
     void Run();
+    bool ReadOnce(std::string* mark);
+    std::string MarkNow() const;
     void Read(const ctl::StoreReader& store);
     void Fail(const std::string& error);
     bool IsWanted() const;

@@ -33,8 +33,7 @@ Numbers ListAround(const Snapshot& snapshot, FileKind kind, uint32_t file, ListO
     Numbers songs = snapshot.FilesWhere(kind, [&group](const Group& other) {
         return other.record == group.record && (group.album != 0 || other.folder == group.folder);
     });
-    std::sort(songs.begin(), songs.end(),
-              [&snapshot](uint32_t a, uint32_t b) { return snapshot.IsSongBefore(a, b); });
+    snapshot.SortSongs(&songs);
     return songs;
 }
 

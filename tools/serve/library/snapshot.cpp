@@ -34,31 +34,29 @@ Numbers Snapshot::FilesWhere(FileKind kind, const std::function<bool(const Group
     return found;
 }
 
-bool Snapshot::IsSongBefore(uint32_t a, uint32_t b) const {
-    const FilesOfKind& songs = Of(FileKind::kSong);
-    const File &one = songs.files[a], &other = songs.files[b];
+void Snapshot::SortSongs(Numbers* songs, Span span) const {
+    const FilesOfKind& files = Of(FileKind::kSong);
     // What has no number stands behind what has one.
     const auto disc_of = [](const File& file) { return static_cast<uint8_t>(file.disc - 1); };
     const auto track_of = [](const File& file) { return static_cast<uint16_t>(file.track - 1); };
-    if (one.group == other.group)
-        return std::tuple(disc_of(one), track_of(one), a) < std::tuple(disc_of(other), track_of(other), b);
-    const auto place = [&](const File& file, uint32_t song) {
-        const Group& group = songs.groups[file.group];
-        return std::tuple(ranks[group.album], group.record, disc_of(file), group.folder, track_of(file),
-                          song);
-    };
-    return place(one, a) < place(other, b);
-}
-
-void Snapshot::SortSongs(Numbers* songs, Span span) const {
-    const auto is_before = [this](uint32_t a, uint32_t b) { return IsSongBefore(a, b); };
-    const auto at = [songs](size_t place) {
-        return songs->begin() + static_cast<std::ptrdiff_t>(std::min(place, songs->size()));
+    const auto is_before = [&](uint32_t a, uint32_t b) {
+        const File &one = files.files[a], &other = files.files[b];
+        if (one.group == other.group)
+            return std::tuple(disc_of(one), track_of(one), a) <
+                   std::tuple(disc_of(other), track_of(other), b);
+        const auto place = [&](const File& file, uint32_t song) {
+            const Group& group = files.groups[file.group];
+            return std::tuple(ranks[group.album], group.record, disc_of(file), group.folder, track_of(file),
+                              song);
+        };
+        return place(one, a) < place(other, b);
     };
     if (span.count == 0 || span.from >= songs->size()) return;
-    std::nth_element(songs->begin(), at(span.from), songs->end(), is_before);
-    std::partial_sort(at(span.from), at(span.from + std::min(span.count, kPieceMax)), songs->end(),
-                      is_before);
+    const auto first = songs->begin() + static_cast<std::ptrdiff_t>(span.from);
+    const size_t count = std::min(span.count, songs->size() - span.from);
+    if (count == songs->size()) return std::sort(songs->begin(), songs->end(), is_before);
+    std::nth_element(songs->begin(), first, songs->end(), is_before);
+    std::partial_sort(first, first + static_cast<std::ptrdiff_t>(count), songs->end(), is_before);
 }
 
 size_t Snapshot::RecordOf(const AlbumKey& key) const {

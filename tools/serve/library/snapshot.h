@@ -115,10 +115,9 @@ struct Snapshot {
 
     /// The files of the groups that are wanted, in the order of their paths.
     Numbers FilesWhere(FileKind kind, const std::function<bool(const Group&)>& is_wanted) const;
-    /// The order of a record's or artist's songs: by album, disc, folder, track.
-    bool IsSongBefore(uint32_t a, uint32_t b) const;
-    /// Puts songs in that order: only those that stand in `span` then are where they belong.
-    void SortSongs(Numbers* songs, Span span) const;
+    /// The order of a record's or artist's songs: by album, disc, folder, track.  Of `songs` only those that
+    /// stand in `span` then are put where they belong.
+    void SortSongs(Numbers* songs, Span span = {.from = 0, .count = SIZE_MAX}) const;
     /// The album with these texts; records.size() without one.
     size_t RecordOf(const AlbumKey& key) const;
 };
