@@ -274,6 +274,21 @@ class Attack(harness.DaemonTest):
                     received += piece
             self.assertTrue(answers_in(received)[0].body == big)
 
+    def test_a_damaged_database_is_told_where_something_is_missing(self):
+        away = f"{appliance.STORE}.away"
+        with Server(self) as server:
+            harness.wait_for("the pictures", lambda: b"1 picture" in server.get("/photos/dates").body)
+            os.rename(appliance.STORE, away)
+            os.mkdir(appliance.STORE)
+            pathlib.Path(f"{appliance.STORE}/media.db").write_bytes(b"no database" * 1000)
+            harness.wait_for("the reason", lambda: b"file is not a database" in server.get("/photos/dates").body)
+            for address in f"/file{SONG}", f"/small/160{PICTURE}", f"/cover/160{SONG}", f"/entry{SONG}":
+                self.assertEqual(server.get(address).status, 503, address)
+            shutil.rmtree(appliance.STORE)
+            os.rename(away, appliance.STORE)
+            harness.wait_for("the song", lambda: server.get(f"/file{SONG}").status == 200)
+            harness.wait_for("the mended page", lambda: b"not a database" not in server.get("/photos/dates").body)
+
     def test_ranges_of_every_odd_kind(self):
         data = bytes(range(200))
         pathlib.Path(SONG).write_bytes(data)

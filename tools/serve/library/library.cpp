@@ -93,9 +93,10 @@ bool Library::Impl::ReadOnce(std::string* mark) {
     return true;
 }
 
-std::string Library::Impl::MarkNow() const {
+/// Whether it is as it was read; what cannot be opened at all is told at once, and not at the next reading.
+bool Library::Impl::IsInStep(const std::string& mark, bool is_pause) const {
     ctl::StoreReader store;
-    return store.Open(places_) ? store.ChangeMark() : "";
+    return store.Open(places_) && (is_pause || (Error().empty() && store.ChangeMark() == mark));
 }
 
 /// What is not whole takes the place of nothing but an empty one.
@@ -124,9 +125,9 @@ void Library::Impl::Run() {
             if (!ReadOnce(&mark)) continue;
             const auto took = std::chrono::steady_clock::now() - begin;
             malloc_trim(0);  // the snapshot before this one
-            if (!Wait(PauseAfter(took) - kLookSeconds)) return;
-            while (Wait(kLookSeconds) && Error().empty() && MarkNow() == mark) {
-            }
+            int pause = PauseAfter(took) - kLookSeconds;
+            while (Wait(kLookSeconds) && IsInStep(mark, pause > 0))
+                pause -= kLookSeconds;
         } catch (const std::exception& error) {
             Fail(error.what());
         }

@@ -35,7 +35,7 @@ class Library::Impl {
   private:
     void Run();
     bool ReadOnce(std::string* mark);
-    std::string MarkNow() const;
+    bool IsInStep(const std::string& mark, bool is_pause) const;
     void Read(const ctl::StoreReader& store);
     void Fail(const std::string& error);
     bool IsWanted() const;

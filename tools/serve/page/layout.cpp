@@ -82,6 +82,13 @@ void AddTabs(const PageHead& head, Markup& page) {
     page << "</ul></nav>";
 }
 
+void AddTrouble(const PageHead& head, Markup& page) {
+    if (!head.trouble.empty())
+        page << NoteOf("Not everything can be shown: " + head.trouble,
+                       "Once that is mended, load the page again. On the machine itself \"koliindexctl status\" "
+                       "tells more.");
+}
+
 void AddFoot(const PageHead& head, Markup& page) {
     page << "</main>\n<p id=\"said\" class=\"away\" aria-live=\"polite\"></p>";
     if (!head.is_bare) {
@@ -110,6 +117,7 @@ Reply PageReply(const PageHead& head, const Markup& main) {
     AddHead(head, page);
     AddTop(head, page);
     AddTabs(head, page);
+    AddTrouble(head, page);
     page << main;
     AddFoot(head, page);
     return {.body = page.Take()};

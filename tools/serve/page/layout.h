@@ -16,6 +16,7 @@ struct PageHead {
     std::string title;  // of the window; "" = the library's own
     Area area = Area::kNone;
     std::string searched = {};  // what stands in the field of the search
+    std::string trouble = {};   // what keeps it from being whole; "" = nothing
     const char* tab = nullptr;  // the one of its area's tabs that it belongs to
     bool is_bare = false;       // without navigation: who sees it is not in yet
     bool is_kept = false;       // a file that is kept: nothing that takes a server

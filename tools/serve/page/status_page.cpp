@@ -140,8 +140,6 @@ void AddLive(const Visit& visit, Markup& to) {
 Reply StatusPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Status", "", main);
-    if (const std::string error = visit.library.Error(); !error.empty())
-        main << NoteOf("The databases could not be read: " + error, "");
     AddLive(visit, main);
     main << "<div class=\"block\"";
     if (!visit.is_kept) main << " id=\"numbers\"", main.Link("data-live", Address("/status"));

@@ -19,16 +19,20 @@ std::optional<std::string> Visit::WordAt(size_t place) const {
     return place < request.path.size() ? Unescaped(request.path[place]) : std::nullopt;
 }
 
+PageHead Visit::Head(std::string title, Area area, const char* tab) const {
+    return {.title = std::move(title),
+            .area = area,
+            .trouble = library.Error(),
+            .tab = tab,
+            .is_kept = is_kept};
+}
+
 std::string FromText(Span span) {
     return span.from == 0 ? "" : "from " + std::to_string(span.from + 1) + " on";
 }
 
 Markup NothingNote(const Visit& visit, std::string_view sentence, std::string_view advice) {
-    const std::string error = visit.library.Error();
-    if (error.empty()) return NoteOf(sentence, advice);
-    return NoteOf(
-        "The library cannot be shown: " + error,
-        "Once that is mended, load the page again. On the machine itself \"koliindexctl status\" tells more.");
+    return visit.library.Error().empty() ? NoteOf(sentence, advice) : Markup();
 }
 
 Markup EmptyNote(const Visit& visit, std::string_view sentence, std::string_view advice) {
