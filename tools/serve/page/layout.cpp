@@ -84,9 +84,10 @@ void AddTabs(const PageHead& head, Markup& page) {
 
 void AddTrouble(const PageHead& head, Markup& page) {
     if (!head.trouble.empty())
-        page << NoteOf("Not everything can be shown: " + head.trouble,
-                       "Once that is mended, load the page again. On the machine itself \"koliindexctl status\" "
-                       "tells more.");
+        page << NoteOf(
+            "Not everything can be shown: " + head.trouble,
+            "Once that is mended, load the page again. On the machine itself \"koliindexctl status\" "
+            "tells more.");
 }
 
 void AddFoot(const PageHead& head, Markup& page) {

@@ -20,11 +20,8 @@ std::optional<std::string> Visit::WordAt(size_t place) const {
 }
 
 PageHead Visit::Head(std::string title, Area area, const char* tab) const {
-    return {.title = std::move(title),
-            .area = area,
-            .trouble = library.Error(),
-            .tab = tab,
-            .is_kept = is_kept};
+    return {
+        .title = std::move(title), .area = area, .trouble = library.Error(), .tab = tab, .is_kept = is_kept};
 }
 
 std::string FromText(Span span) {
