@@ -403,6 +403,8 @@ class Attack(harness.DaemonTest):
                                    timeout=harness.PATIENCE, check=False)
             self.assertEqual((ended.returncode, ended.stdout), (4, ""), what)
             self.assertRegex(ended.stderr, f"^koliindexctl: /tmp/{what}: .*\n$")
+        unset = subprocess.run(self.command("serve", "--token-file", ""), timeout=harness.PATIENCE, check=False)
+        self.assertEqual(unset.returncode, 2)
         made("/tmp/empty", text="")
         with Server(self, "--token-file", "/tmp/empty"):
             self.assertEqual(len(pathlib.Path("/tmp/empty").read_text()), 33)
