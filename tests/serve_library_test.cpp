@@ -310,6 +310,9 @@ TEST(ListedFileTest, NothingIsOpenedThroughALink) {
     dir.Write("music/album/song", "inside");
     dir.Write("music/album/@eaDir/song/cover10.jpg", "ten");
     dir.Write("music/album/@eaDir/song/cover2.png", "two");
+    for (const char* none :
+         {"cover.jpg", "cover1", "cover0.jpg", "cover01.jpg", "coverx1.jpg", "cover-1.jpg"})
+        dir.Write(std::string("music/album/@eaDir/song/") + none, "none");
     dir.Write("outside/song", "outside");
     const auto text = [](const ctl::UniqueFd& file) {
         char bytes[16] = {};
