@@ -130,7 +130,8 @@ class Library {
     // ---- Everything
 
     /// Of each kind the rows of `span`.  Totals are exact.  Words are searched in a file's name, tags and
-    /// caption; of an album, an artist, a photo album in its own texts.  All of them must stand there.
+    /// caption, of a long comment or caption in its beginning; of an album, an artist, a photo album in its
+    /// own texts.  All of them must stand there.
     SearchView Search(std::string_view text, Span span) const;
 
     /// What could not be parsed or read, by path.
