@@ -39,7 +39,8 @@ class Server {
     ~Server();  ///< Stop
     Server(const Server&) = delete;
 
-    /// False and why in `error` when it cannot.
+    /// False and why in `error` when it cannot.  There are fewer connections at a time than the settings
+    /// allow where the process may not open as many files as they take: two for each.
     bool Start(ServerSettings settings, ServerPages pages, Handler handler, std::string* error);
     /// Ends all connections and threads; whoever still has a Responder may keep it.
     void Stop();
