@@ -125,7 +125,7 @@ void PictureCache::Keep(std::string_view key, std::string_view picture) {
 }
 
 void PictureCache::Tidy() {
-    pthread_setname_np(pthread_self(), "koli-cache");
+    pthread_setname_np(pthread_self(), "serve-cache");
     std::unique_lock lock(mutex_);
     while (!is_closing_) {
         const uint64_t before = bytes_;

@@ -112,7 +112,7 @@ void Pictures::Wake() const {
 }
 
 void Pictures::Run() {
-    pthread_setname_np(pthread_self(), "koli-pictures");
+    pthread_setname_np(pthread_self(), "serve-pictures");
     for (;;) {
         Wait();
         {
