@@ -111,7 +111,6 @@ TEST(GateTest, OnlyItsOwnNamesAndPages) {
             << host << ' ' << origin << ' ' << site << mode;
         request.headers.Add("host", host);
         EXPECT_NE(gate.Refusal(request, end), nullptr) << "twice";
-        request.method = "POST";
     }
 }
 
@@ -310,7 +309,6 @@ TEST_F(ServerTest, WhoTakesTooLongIsEnded) {
     Start("", {.connections = 8, .request = milliseconds(300), .further = milliseconds(300)});
     const ctl::UniqueFd slow = Connect(), kept = Connect();
     Send(kept, "GET / HTTP/1.1\r\nHost: " + host_ + "\r\n\r\n");
-    std::string told;
     char byte;
     Send(slow, "GET / HTTP/1.1\r\n");
     while (recv(slow.get(), &byte, 1, MSG_DONTWAIT) != 0) {
