@@ -65,7 +65,7 @@ std::string PictureName(const MediaAddress& address) {
 }
 
 Reply FileReply(const Library& library, const std::string& path) {
-    ctl::UniqueFd file;
+    UniqueFd file;
     const OpenVerdict verdict = library.OpenListed(path, &file);
     if (verdict != OpenVerdict::kOpened) return ErrorPage(404, TextOf(verdict));
     const MediaType type = TypeOf(path);
@@ -76,7 +76,7 @@ Reply FileReply(const Library& library, const std::string& path) {
 
 void AnswerPicture(const Library& library, Pictures& pictures, const MediaAddress& address,
                    Responder responder) {
-    ctl::UniqueFd file;
+    UniqueFd file;
     const OpenVerdict verdict = address.kind == MediaAddress::kSmall ? library.OpenListed(address.path, &file)
                                                                      : library.OpenCover(address.path, &file);
     if (verdict == OpenVerdict::kNotListed) return responder.Answer(PlainReply(404, TextOf(verdict)));

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 #include "tools/serve/http/connection_ages.h"
 #include "tools/serve/http/exchange.h"
 #include "tools/serve/http/login.h"
@@ -14,7 +14,7 @@
 namespace koli::serve {
 
 struct ServerSettings {
-    ctl::UniqueFd listener;               // a listening socket
+    UniqueFd listener;                    // a listening socket
     std::vector<std::string> names = {};  // see Gate
     std::string token = {};               // "" = nobody has to log in
     std::string sessions_file = {};       // see Login

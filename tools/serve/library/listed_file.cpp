@@ -18,8 +18,6 @@
 namespace koli::serve {
 namespace {
 
-using ctl::UniqueFd;
-
 constexpr int kFileFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr int kEntriesMax = 1000;  // of a folder of covers that are looked at

@@ -1,7 +1,6 @@
 // What holds the words that were searched for.
 #include "tools/serve/page/pages.h"
 #include "tools/serve/page/parts.h"
-#include "tools/serve/page/picture_parts.h"
 #include "tools/serve/page/values.h"
 
 namespace koli::serve {
