@@ -65,7 +65,7 @@ class KeptSiteTest : public testing::Test {
     /// The values of the attributes that hold addresses.
     static std::vector<std::string> AddressesIn(const std::string& page) {
         std::vector<std::string> addresses;
-        for (const std::string& name : {" href=\""s, " src=\""s, " poster=\""s, " data-address=\""s})
+        for (const std::string& name : {" href=\""s, " src=\""s, " poster=\""s, " data-live=\""s})
             for (size_t at = 0; (at = page.find(name, at)) != std::string::npos;) {
                 at += name.size();
                 addresses.push_back(page.substr(at, page.find('"', at) - at));

@@ -310,16 +310,19 @@ TEST(ListedFileTest, NothingIsOpenedThroughALink) {
     dir.Write("music/album/song", "inside");
     dir.Write("music/album/@eaDir/song/cover10.jpg", "ten");
     dir.Write("music/album/@eaDir/song/cover2.png", "two");
+    for (const char* none :
+         {"cover.jpg", "cover1", "cover0.jpg", "cover01.jpg", "coverx1.jpg", "cover-1.jpg"})
+        dir.Write(std::string("music/album/@eaDir/song/") + none, "none");
     dir.Write("outside/song", "outside");
-    const auto text = [](const ctl::UniqueFd& file) {
+    const auto text = [](const UniqueFd& file) {
         char bytes[16] = {};
         return pread(file.get(), bytes, sizeof bytes - 1, 0) > 0 ? std::string(bytes) : "";
     };
     const auto verdict = [&](const std::string& path) {
-        ctl::UniqueFd file;
+        UniqueFd file;
         return OpenBelowShare(share + path, &file);
     };
-    ctl::UniqueFd file;
+    UniqueFd file;
     ASSERT_EQ(OpenBelowShare(share + "/album/song", &file), OpenVerdict::kOpened);
     EXPECT_EQ(text(file), "inside");
     ASSERT_EQ(OpenFirstCover(share + "/album/song", &file), OpenVerdict::kOpened);
@@ -345,7 +348,7 @@ TEST(ListedFileTest, NothingIsOpenedThroughALink) {
     });
     int opened = 0;
     for (int i = 0; i < 4000; ++i) {
-        ctl::UniqueFd one;
+        UniqueFd one;
         if (OpenBelowShare(share + "/album/song", &one) != OpenVerdict::kOpened) continue;
         ++opened;
         EXPECT_EQ(text(one), "inside");

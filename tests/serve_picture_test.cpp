@@ -225,7 +225,7 @@ struct Served : testing::Test {
     };
     std::future<Answer> Ask(const std::string& path, PictureSide side = PictureSide::k160) {
         auto promise = std::make_shared<std::promise<Answer>>();
-        pictures_.Ask(ctl::UniqueFd(open(path.c_str(), O_RDONLY | O_CLOEXEC)), path, side,
+        pictures_.Ask(UniqueFd(open(path.c_str(), O_RDONLY | O_CLOEXEC)), path, side,
                       [promise](PictureResult result, std::string jpeg) {
                           promise->set_value({result, std::move(jpeg)});
                       });

@@ -70,12 +70,12 @@ class KeptSite {
 
     bool WriteFile(const std::string& name, const std::string& text) {
         const std::string path = folder_ + "/" + name;
-        ctl::UniqueFd file(Create(path));
+        UniqueFd file(Create(path));
         if (!file.valid() && errno == ENOENT) {
             std::error_code failed;
             std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
             if (failed) return error_ = path + ": " + failed.message(), false;
-            file = ctl::UniqueFd(Create(path));
+            file = UniqueFd(Create(path));
         }
         for (size_t done = 0; file.valid() && done <= text.size();) {
             const ssize_t written = write(file.get(), text.data() + done, text.size() - done);
@@ -95,7 +95,7 @@ class KeptSite {
     }
 
     bool AskFor(const MediaAddress& picture, const std::string& name) {
-        ctl::UniqueFd file;
+        UniqueFd file;
         const OpenVerdict verdict = picture.kind == MediaAddress::kSmall
                                         ? library_.OpenListed(picture.path, &file)
                                         : library_.OpenCover(picture.path, &file);

@@ -71,7 +71,7 @@ std::string PictureName(const MediaAddress& address) {
 }
 
 Reply FileReply(const Library& library, const std::string& path) {
-    ctl::UniqueFd file;
+    UniqueFd file;
     const OpenVerdict verdict = library.OpenListed(path, &file);
     const int status = StatusOf(verdict, library);
     if (verdict != OpenVerdict::kOpened) return ErrorPage(status, TextOf(verdict, status));
@@ -83,7 +83,7 @@ Reply FileReply(const Library& library, const std::string& path) {
 
 void AnswerPicture(const Library& library, Pictures& pictures, const MediaAddress& address,
                    Responder responder) {
-    ctl::UniqueFd file;
+    UniqueFd file;
     const OpenVerdict verdict = address.kind == MediaAddress::kSmall ? library.OpenListed(address.path, &file)
                                                                      : library.OpenCover(address.path, &file);
     const int status = StatusOf(verdict, library);

@@ -30,7 +30,7 @@ constexpr int kArenas = 2;
 
 constexpr char kAnyPort[] = "127.0.0.1:0";
 
-/// Small pictures wait with their files open.
+/// A thousand clients, each with a file, and small pictures that wait with theirs.
 void RaiseFileLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;

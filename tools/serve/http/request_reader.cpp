@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "tools/serve/http/small_letters.h"
 #include "tools/serve/http/target.h"
 
 namespace koli::serve {
@@ -12,12 +13,6 @@ constexpr size_t kHeadMax = 8192;   // bytes of request line and headers
 constexpr size_t kHeadersMax = 64;  // of one request
 constexpr size_t kValuesMax = 32;   // in a query
 constexpr size_t kBodyMax = 4096;   // bytes of a form
-
-std::string SmallLetters(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return text;
-}
 
 std::string TextOf(const char* text, size_t size) {
     return text == nullptr ? "" : std::string(text, size);

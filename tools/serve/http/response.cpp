@@ -94,7 +94,7 @@ ByteRange RangeFor(const Request& request, int64_t size, const std::string& etag
 
 /// A part of an open file.
 struct Slice {
-    ctl::UniqueFd file;
+    UniqueFd file;
     int64_t first;
 };
 
@@ -107,7 +107,7 @@ ssize_t ReadSlice(void* from, uint64_t position, char* bytes, size_t size) noexc
     return length > 0 ? length : MHD_CONTENT_READER_END_WITH_ERROR;
 }
 
-Response PartOf(ctl::UniqueFd file, const ByteRange& range) {
+Response PartOf(UniqueFd file, const ByteRange& range) {
     if (range.length == 0) return TextResponse("");
     auto slice = std::make_unique<Slice>(Slice{std::move(file), range.first});
     Response response(

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <set>
@@ -41,11 +42,6 @@ constexpr rlim_t kOtherFiles = 64;  // databases and the like
 size_t ConnectionsFor(size_t wanted) {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return wanted;
-    const rlim_t needed = 2 * (wanted + kSlack) + kOtherFiles;
-    if (limit.rlim_cur < needed) {
-        limit.rlim_cur = std::min(limit.rlim_max, needed);
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
     const rlim_t others = kOtherFiles + 2 * kSlack;
     const rlim_t possible = limit.rlim_cur > others ? (limit.rlim_cur - others) / 2 : 1;
     return std::min<size_t>(wanted, possible);

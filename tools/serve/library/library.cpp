@@ -116,7 +116,7 @@ void Library::Impl::Read(const ctl::StoreReader& store) {
 }
 
 void Library::Impl::Run() {
-    pthread_setname_np(pthread_self(), "library");
+    pthread_setname_np(pthread_self(), "serve-library");
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);
     do {
         try {

@@ -15,10 +15,10 @@
 #include <string>
 #include <string_view>
 
+#include "base/unique_fd.h"
 #include "tools/ctl/context.h"
 #include "tools/ctl/path_reasons.h"
 #include "tools/ctl/status_look.h"
-#include "tools/ctl/unique_fd.h"
 #include "tools/serve/library/rows.h"
 
 namespace koli::serve {
@@ -122,15 +122,16 @@ class Library {
 
     /// Opens a file that the databases list, to read.  It is opened below its share, in which no link is
     /// followed; the share itself may be one.
-    OpenVerdict OpenListed(const std::string& path, ctl::UniqueFd* file) const;
+    OpenVerdict OpenListed(const std::string& path, UniqueFd* file) const;
     /// Opens the picture that is to stand for a listed file: its cover (the first of those in
     /// DIR/@eaDir/NAME), of a picture itself.
-    OpenVerdict OpenCover(const std::string& path, ctl::UniqueFd* file) const;
+    OpenVerdict OpenCover(const std::string& path, UniqueFd* file) const;
 
     // ---- Everything
 
     /// Of each kind the rows of `span`.  Totals are exact.  Words are searched in a file's name, tags and
-    /// caption; of an album, an artist, a photo album in its own texts.  All of them must stand there.
+    /// caption, of a long comment or caption in its beginning; of an album, an artist, a photo album in its
+    /// own texts.  All of them must stand there.
     SearchView Search(std::string_view text, Span span) const;
 
     /// What could not be parsed or read, by path.

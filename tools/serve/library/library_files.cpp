@@ -17,7 +17,7 @@ constexpr size_t kPlaylistBytesMax = 1 << 20;
 constexpr size_t kShareDepth = 2;  // "/volume1/music"
 
 /// The file's first bytes; false when it cannot be read.
-bool ReadBytes(const ctl::UniqueFd& file, size_t max, std::string* bytes) {
+bool ReadBytes(const UniqueFd& file, size_t max, std::string* bytes) {
     bytes->resize(max);
     size_t have = 0;
     while (have < max) {
@@ -88,7 +88,7 @@ Piece<PlaylistRow> Library::Playlists(Span span) const {
 bool Library::Playlist(const std::string& path, PlaylistView* view) const {
     PageRows rows(impl_->places());
     if (!rows.is_open() || !rows->Playlist(path, &view->playlist)) return false;
-    ctl::UniqueFd file;
+    UniqueFd file;
     std::string bytes;
     view->is_readable =
         OpenBelowShare(path, &file) == OpenVerdict::kOpened && ReadBytes(file, kPlaylistBytesMax, &bytes);
@@ -152,14 +152,14 @@ bool Library::Picture(const std::string& path, PictureRow* picture) const {
     return true;
 }
 
-OpenVerdict Library::OpenListed(const std::string& path, ctl::UniqueFd* file) const {
+OpenVerdict Library::OpenListed(const std::string& path, UniqueFd* file) const {
     PageRows rows(impl_->places());
     FileKind kind{};
     if (!rows.is_open() || !rows->KindOf(path, &kind)) return OpenVerdict::kNotListed;
     return OpenBelowShare(path, file);
 }
 
-OpenVerdict Library::OpenCover(const std::string& path, ctl::UniqueFd* file) const {
+OpenVerdict Library::OpenCover(const std::string& path, UniqueFd* file) const {
     PageRows rows(impl_->places());
     FileKind kind{};
     if (!rows.is_open() || !rows->KindOf(path, &kind)) return OpenVerdict::kNotListed;

@@ -3,7 +3,25 @@
 #include <algorithm>
 #include <tuple>
 
+#include "base/formats.h"
+#include "platform/koliindex.h"
+
 namespace koli::serve {
+
+std::string_view TitleOf(const FilesOfKind& files, uint32_t file) {
+    const File& row = files.files[file];
+    std::string_view title = files.names.Entry(row.name);
+    title.remove_prefix(std::min<size_t>(row.title_at, title.size()));
+    return title.substr(0, title.find('\n'));
+}
+
+bool IsFilm(const FilesOfKind& films, uint32_t number) {
+    static constexpr std::string_view kBesideFilms[] = {"ifo", "srt", "ass", "ssa",
+                                                        "idx", "sub", "smi", "psb"};
+    const Format* const format =
+        FormatFind(KOLIIndexExtGet(films.names.Text(films.files[number].name).c_str()));
+    return format == nullptr || std::ranges::find(kBesideFilms, format->extension) == std::end(kBesideFilms);
+}
 
 std::string Snapshot::PathOf(FileKind kind, uint32_t file) const {
     const FilesOfKind& files = Of(kind);

@@ -31,7 +31,7 @@ struct File {
 /// Files one behind the other that have all of this in common; numbers of Snapshot::texts.
 struct Group {
     uint32_t folder, artist, album, genre, composer, comment;
-    uint32_t record;  // Snapshot::albums, of songs
+    uint32_t record;  // of songs, in Snapshot::records
     uint32_t first;   // file
     uint16_t year;
 };
@@ -97,7 +97,7 @@ struct Snapshot {
     std::vector<Named> artists, genres, years, months;
     Numbers films_by_title, films_by_newest, playlists_by_title;
     Numbers pictures_by_newest;
-    Numbers ranks;  // of texts that are artists or albums: their order
+    Numbers ranks;  // of texts that are artists, albums or genres: their order
     TextPool album_texts;
     std::vector<PhotoFolder> photo_albums;  // by name
     std::string photo_top;                  // the path of the photo share, "" = not known

@@ -5,8 +5,6 @@
 #include <unordered_map>
 #include <utility>
 
-#include "base/formats.h"
-#include "platform/koliindex.h"
 #include "tools/serve/library/order.h"
 #include "tools/serve/library/snapshot_read.h"
 
@@ -168,21 +166,6 @@ void CountMonths(Snapshot* snapshot) {
 }
 
 }  // namespace
-
-std::string_view TitleOf(const FilesOfKind& files, uint32_t file) {
-    const File& row = files.files[file];
-    std::string_view title = files.names.Entry(row.name);
-    title.remove_prefix(std::min<size_t>(row.title_at, title.size()));
-    return title.substr(0, title.find('\n'));
-}
-
-bool IsFilm(const FilesOfKind& films, uint32_t number) {
-    static constexpr std::string_view kBesideFilms[] = {"ifo", "srt", "ass", "ssa",
-                                                        "idx", "sub", "smi", "psb"};
-    const Format* const format =
-        FormatFind(KOLIIndexExtGet(films.names.Text(films.files[number].name).c_str()));
-    return format == nullptr || std::ranges::find(kBesideFilms, format->extension) == std::end(kBesideFilms);
-}
 
 void SnapshotGroup(Snapshot* snapshot) {
     MakeRecords(snapshot);

@@ -118,7 +118,7 @@ void AddPicturePart(const Visit& visit, const PictureRow& picture, const std::st
     if (picture.taken.size() >= kMonthLength) {
         const std::string month = picture.taken.substr(0, kMonthLength);
         main << "<a class=\"button\"";
-        main.Link("href", Address("/photos/date").Word(month)) << ">", main.Text(MonthText(month)) << "</a>";
+        main.Link("href", Address("/photos/date").Word(month)) << ">", main.Text(MonthName(month)) << "</a>";
     }
     main << "<a class=\"button\"";
     main.Link("href", FileAddress(picture.path)) << ">The file itself</a></p>";

@@ -185,15 +185,15 @@ void AddMore(Span span, size_t total, const Address& list, Markup& to) {
     to.Text("More (" + Grouped(static_cast<int64_t>(total - next)) + ")") << "</a>";
 }
 
-void AddFolderTrail(const std::string& path, Markup& main) {
-    main << "<nav aria-label=\"Where it lies\"><ol class=\"trail\">";
+void AddFolderTrail(const std::string& path, Markup& to) {
+    to << "<nav aria-label=\"Where it lies\"><ol class=\"trail\">";
     for (size_t begin = 1, end = path.find('/', 1); end != std::string::npos; end = path.find('/', begin)) {
-        main << "<li><a";
-        main.Link("href", Address("/folder").Path(std::string_view(path).substr(0, end))) << ">";
-        main.Name(std::string_view(path).substr(begin, end - begin)) << "</a></li>";
+        to << "<li><a";
+        to.Link("href", Address("/folder").Path(std::string_view(path).substr(0, end))) << ">";
+        to.Name(std::string_view(path).substr(begin, end - begin)) << "</a></li>";
         begin = end + 1;
     }
-    main << "</ol></nav>";
+    to << "</ol></nav>";
 }
 
 Markup AwayNote(const std::string& folder) {

@@ -111,7 +111,7 @@ Reply PhotoDatesPage(const Visit& visit) {
         for (const NamedRow& month : months.rows)
             AddCard({Address("/photos/date").Word(month.name),
                      {.name = month.name, .path = month.cover},
-                     MonthText(month.name),
+                     MonthName(month.name),
                      GroupedCount(static_cast<int64_t>(month.count), "picture")},
                     main);
         main << "</ul>";
@@ -125,7 +125,7 @@ Reply PhotoDatePage(const Visit& visit) {
     const Span span = visit.Piece(kPictures);
     const auto pictures = visit.library.PicturesOfMonth(month.value_or("-"), span);
     if (pictures.total == 0) return MissingPage(visit);
-    const std::string title = MonthText(*month);
+    const std::string title = MonthName(*month);
     Markup main = visit.NewMarkup();
     AddHeading(title, GroupedCount(static_cast<int64_t>(pictures.total), "picture"), main);
     AddPictureGrid(visit, pictures, true, main);

@@ -13,7 +13,7 @@ Address PictureAddress(const std::string& path, bool is_by_date) {
 
 }  // namespace
 
-std::string MonthText(const std::string& month) {
+std::string MonthName(const std::string& month) {
     static constexpr const char* kMonths[] = {"January",   "February", "March",    "April",
                                               "May",       "June",     "July",     "August",
                                               "September", "October",  "November", "December"};

@@ -7,7 +7,7 @@ namespace koli::serve {
 
 inline constexpr size_t kMonthLength = 7;  // "2024-05"
 /// "May 2024" for "2024-05".
-std::string MonthText(const std::string& month);
+std::string MonthName(const std::string& month);
 
 /// `is_by_date`: the pages of these go on to the next of their month, else to that of their album.
 void AddPictureGrid(const Visit& visit, const Piece<PictureRow>& pictures, bool is_by_date, Markup& to);

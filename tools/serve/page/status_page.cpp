@@ -17,14 +17,6 @@ void AddField(const char* name, std::string_view value, Markup& to) {
     to.Name(value) << "</dd>";
 }
 
-}  // namespace
-
-std::string KeptText(const ctl::BatchState& batch) {
-    return batch.database + (batch.database.empty() ? "" : ": ") + batch.reason;
-}
-
-namespace {
-
 /// What the daemon is at, in a few words that change seldom.
 std::string StateText(const ctl::StatusLook& look) {
     if (look.batch.kind == ctl::BatchState::kKept)
@@ -115,6 +107,10 @@ void AddTotals(const Visit& visit, Markup& to) {
 }
 
 }  // namespace
+
+std::string KeptText(const ctl::BatchState& batch) {
+    return batch.database + (batch.database.empty() ? "" : ": ") + batch.reason;
+}
 
 void AddLive(const Visit& visit, Markup& to) {
     const ctl::StatusLook look = visit.library.Live();

@@ -1,6 +1,5 @@
 #include "tools/serve/page/visit.h"
 
-#include "base/parse_number.h"
 #include "tools/serve/page/live.h"
 #include "tools/serve/page/notice_pages.h"
 

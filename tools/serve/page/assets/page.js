@@ -5,7 +5,7 @@ const all = (selector, from = document) => [...from.querySelectorAll(selector)];
 
 /** The page at an address, or null when there is none. */
 async function load(address, signal) {
-    const reply = await fetch(address, {signal, headers: {"X-Part": "1"}});
+    const reply = await fetch(address, {signal});
     return reply.ok ? new DOMParser().parseFromString(await reply.text(), "text/html") : null;
 }
 
