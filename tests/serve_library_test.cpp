@@ -16,6 +16,7 @@
 #include "platform/kolidb.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/store_reader.h"
+#include "tools/serve/library/blocks.h"
 #include "tools/serve/library/library.h"
 #include "tools/serve/library/listed_file.h"
 #include "tools/serve/library/moment.h"
@@ -287,6 +288,23 @@ TEST_F(LibraryTest, APageOpensTheDatabasesOnceAndLeavesThem) {
         std::thread([&] { EXPECT_TRUE(has_song(library)); }).join();
     }
     EXPECT_EQ(open_databases(), 0);
+}
+
+TEST(BlocksTest, ShareWhatIsTheSameAndNothingElse) {
+    constexpr int kCount = 5000, kChanged = 2500;
+    Blocks<int> earlier, next;
+    next.ShareWith(earlier);
+    for (int i = 0; i < kCount; ++i)
+        earlier.push_back(i);
+    for (int i = 0; i < kCount + 2000; ++i)
+        next.push_back(i == kChanged ? -1 : i);
+    next.Finish();
+    for (int i = 0; i < kCount; ++i)
+        EXPECT_EQ(earlier[static_cast<size_t>(i)], i);
+    EXPECT_EQ(next[kChanged], -1);
+    EXPECT_EQ(next[kCount + 1999], kCount + 1999);
+    EXPECT_EQ(&next[0], &earlier[0]);
+    EXPECT_NE(&next[kChanged], &earlier[kChanged]);
 }
 
 TEST(TextPoolTest, GivesEveryTextBackAndSharesWhatItHasInCommon) {
