@@ -5,7 +5,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <thread>
 
@@ -14,6 +16,7 @@
 #include "platform/kolidb.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/store_reader.h"
+#include "tools/serve/library/blocks.h"
 #include "tools/serve/library/library.h"
 #include "tools/serve/library/listed_file.h"
 #include "tools/serve/library/moment.h"
@@ -253,6 +256,55 @@ TEST_F(LibraryTest, ChangesOfOthersShow) {
     const std::string closed = mark();
     EXPECT_NE(closed, both);
     EXPECT_EQ(mark(), closed);
+}
+
+TEST_F(LibraryTest, APageOpensTheDatabasesOnceAndLeavesThem) {
+    Song("a.mp3", "a", "", "");
+    Photo("p.jpg", "", "");
+    KOLIDBSync();
+    places_.databases = dir_.dir();
+    host::DatabaseDirectorySet(nullptr);
+    const auto open_databases = [this] {
+        return std::ranges::count_if(
+            std::filesystem::directory_iterator("/proc/self/fd"), [&](const auto& fd) {
+                std::error_code closed;
+                const std::string target = std::filesystem::read_symlink(fd.path(), closed);
+                return target.starts_with(dir_.dir()) && target.ends_with(".db");
+            });
+    };
+    const Library library(places_), other(places_);
+    const auto has_song = [](const Library& asked) {
+        SongRow song;
+        return asked.Song("/volume1/music/a.mp3", &song);
+    };
+    {
+        const Library::Page page(library);
+        EXPECT_EQ(open_databases(), 0);  // lists of albums and the like take none
+        for (int i = 0; i < 2; ++i)
+            EXPECT_TRUE(has_song(library));
+        EXPECT_EQ(library.Problems(all_).total, 0U);
+        EXPECT_EQ(open_databases(), 2);
+        EXPECT_TRUE(has_song(other));
+        std::thread([&] { EXPECT_TRUE(has_song(library)); }).join();
+    }
+    EXPECT_EQ(open_databases(), 0);
+}
+
+TEST(BlocksTest, ShareWhatIsTheSameAndNothingElse) {
+    constexpr int kCount = 5000, kChanged = 2500;
+    Blocks<int> earlier, next;
+    next.ShareWith(earlier);
+    for (int i = 0; i < kCount; ++i)
+        earlier.push_back(i);
+    for (int i = 0; i < kCount + 2000; ++i)
+        next.push_back(i == kChanged ? -1 : i);
+    next.Finish();
+    for (int i = 0; i < kCount; ++i)
+        EXPECT_EQ(earlier[static_cast<size_t>(i)], i);
+    EXPECT_EQ(next[kChanged], -1);
+    EXPECT_EQ(next[kCount + 1999], kCount + 1999);
+    EXPECT_EQ(&next[0], &earlier[0]);
+    EXPECT_NE(&next[kChanged], &earlier[kChanged]);
 }
 
 TEST(TextPoolTest, GivesEveryTextBackAndSharesWhatItHasInCommon) {

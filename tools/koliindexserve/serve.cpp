@@ -27,6 +27,8 @@ using ctl::Complain;
 
 // Each thread with an area of memory of its own would hold what its largest page took.
 constexpr int kArenas = 2;
+// A list of a large library goes back to the kernel as soon as its page is made.
+constexpr int kReturnedBytes = 128 << 10;
 
 constexpr char kAnyPort[] = "127.0.0.1:0";
 
@@ -136,6 +138,8 @@ int KeepPages(const ServeOptions& options) {
 int Serve(const ServeOptions& options) {
     RaiseFileLimit();
     mallopt(M_ARENA_MAX, kArenas);
+    mallopt(M_MMAP_THRESHOLD, kReturnedBytes);
+    mallopt(M_TRIM_THRESHOLD, kReturnedBytes);
     const sigset_t signals = TakeSignals();
     signal(SIGPIPE, SIG_IGN);
     std::string error;

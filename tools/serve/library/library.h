@@ -39,6 +39,8 @@ enum class OpenVerdict {
     kNotServed   // it is behind a link, no regular file, or this user may not read it
 };
 
+class OpenRows;
+
 class Library {
   public:
     explicit Library(const ctl::Places& places);
@@ -58,6 +60,24 @@ class Library {
     std::string Error() const;
     /// Another number after each time the databases have been read: for pages that keep what they made.
     uint64_t Version() const;
+
+    /// While one lives, the questions of its thread read rows over one connection, which the first of them
+    /// opens.  For as long as it takes to make a page: the daemon makes room for whoever is connected.
+    class Page {
+      public:
+        explicit Page(const Library& library);
+        ~Page();
+        Page(const Page&) = delete;
+        Page& operator=(const Page&) = delete;
+
+      private:
+        friend class PageRows;
+        static OpenRows* RowsOf(const ctl::Places& places);
+
+        const Library& library_;
+        Page* const outer_;
+        std::unique_ptr<OpenRows> rows_;
+    };
 
     Totals Counts() const;
 

@@ -30,6 +30,12 @@ bool ReadBytes(const UniqueFd& file, size_t max, std::string* bytes) {
     return true;
 }
 
+/// The databases are left before a disk is waited for.
+bool IsListed(const ctl::Places& places, const std::string& path, FileKind* kind) {
+    PageRows rows(places);
+    return rows.is_open() && rows->KindOf(path, kind);
+}
+
 PlaylistEntry EntryOf(RowReader& rows, const std::string& playlist, const PlaylistLine& line) {
     PlaylistEntry entry;
     entry.text = line.title.empty() ? line.path : line.title;
@@ -96,7 +102,7 @@ bool Library::Playlist(const std::string& path, PlaylistView* view) const {
     const std::vector<PlaylistLine> lines = PlaylistLines(bytes, kPlaylistEntriesMax + 1);
     view->is_cut = lines.size() > kPlaylistEntriesMax || bytes.size() == kPlaylistBytesMax;
     for (size_t i = 0; i < std::min(lines.size(), kPlaylistEntriesMax); ++i)
-        view->entries.push_back(EntryOf(*rows.operator->(), path, lines[i]));
+        view->entries.push_back(EntryOf(*rows, path, lines[i]));
     return true;
 }
 
@@ -153,16 +159,14 @@ bool Library::Picture(const std::string& path, PictureRow* picture) const {
 }
 
 OpenVerdict Library::OpenListed(const std::string& path, UniqueFd* file) const {
-    PageRows rows(impl_->places());
     FileKind kind{};
-    if (!rows.is_open() || !rows->KindOf(path, &kind)) return OpenVerdict::kNotListed;
+    if (!IsListed(impl_->places(), path, &kind)) return OpenVerdict::kNotListed;
     return OpenBelowShare(path, file);
 }
 
 OpenVerdict Library::OpenCover(const std::string& path, UniqueFd* file) const {
-    PageRows rows(impl_->places());
     FileKind kind{};
-    if (!rows.is_open() || !rows->KindOf(path, &kind)) return OpenVerdict::kNotListed;
+    if (!IsListed(impl_->places(), path, &kind)) return OpenVerdict::kNotListed;
     return kind == FileKind::kPicture ? OpenBelowShare(path, file) : OpenFirstCover(path, file);
 }
 

@@ -11,7 +11,7 @@
 
 #include "tools/ctl/store_reader.h"
 #include "tools/serve/library/library.h"
-#include "tools/serve/library/row_reader.h"
+#include "tools/serve/library/page_rows.h"
 #include "tools/serve/library/snapshot.h"
 
 namespace koli::serve {
@@ -52,22 +52,6 @@ class Library::Impl {
     std::thread thread_;
 };
 
-/// The databases, open for as long as a page is made.
-class PageRows {
-  public:
-    explicit PageRows(const ctl::Places& places) : is_open_(store_.Open(places)), rows_(store_) {
-        if (is_open_) store_.SaveMemory();
-    }
-    bool is_open() const { return is_open_; }
-    const ctl::StoreReader& store() const { return store_; }
-    RowReader* operator->() { return &rows_; }
-
-  private:
-    ctl::StoreReader store_;
-    const bool is_open_;
-    RowReader rows_;
-};
-
 /// The rows of a list that are asked for: `make(value, &row)` fills one in, or returns false when it has gone
 /// since.
 template <typename Row, typename List, typename Make>
@@ -88,7 +72,7 @@ Piece<Row> FilePiece(const ctl::Places& places, const Snapshot& snapshot, FileKi
                      Span span, bool (RowReader::*read)(const std::string&, Row*)) {
     PageRows rows(places);
     return PieceOf<Row>(files, span, [&](uint32_t file, Row* row) {
-        return rows.is_open() && (rows.operator->()->*read)(snapshot.PathOf(kind, file), row);
+        return rows.is_open() && ((*rows).*read)(snapshot.PathOf(kind, file), row);
     });
 }
 

@@ -26,6 +26,7 @@ struct File {
     uint16_t track;
     uint8_t disc;
     bool has_cover;
+    bool operator==(const File&) const = default;
 };
 
 /// Files one behind the other that have all of this in common; numbers of Snapshot::texts.

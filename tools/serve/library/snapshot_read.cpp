@@ -59,8 +59,10 @@ class Reader {
            Snapshot* snapshot)
         : store_(store), is_wanted_(is_wanted), snapshot_(*snapshot) {
         snapshot_.texts.pool.ShareWith(earlier.texts.pool);
-        for (size_t kind = 0; kind < kFileKinds; ++kind)
+        for (size_t kind = 0; kind < kFileKinds; ++kind) {
             snapshot_.kinds[kind].names.ShareWith(earlier.kinds[kind].names);
+            snapshot_.kinds[kind].files.ShareWith(earlier.kinds[kind].files);
+        }
         snapshot_.album_texts.ShareWith(earlier.album_texts);
         NumberOfText("");
     }
@@ -238,8 +240,10 @@ void Reader::Folders() {
 
 void Reader::Finish() {
     snapshot_.texts.pool.Finish();
-    for (FilesOfKind& files : snapshot_.kinds)
+    for (FilesOfKind& files : snapshot_.kinds) {
         files.names.Finish();
+        files.files.Finish();
+    }
     snapshot_.album_texts.Finish();
 }
 

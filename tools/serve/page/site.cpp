@@ -59,6 +59,7 @@ bool Matches(const Route& route, const std::vector<std::string>& path) {
 }  // namespace
 
 Reply SitePage(const Visit& visit) {
+    const Library::Page page(visit.library);
     for (const Route& route : kRoutes)
         if (Matches(route, visit.request.path)) return route.page(visit);
     return MissingPage(visit);
