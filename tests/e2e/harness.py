@@ -109,13 +109,22 @@ class DaemonTest(unittest.TestCase):
     def processes(self):
         """How many run the daemon's program, probes included."""
         programs = []
-        for link in glob.glob("/proc/[0-9]*/exe"):
-            with contextlib.suppress(OSError):  # it has just ended
-                programs.append(os.readlink(link))
+        for folder in glob.glob("/proc/[0-9]*"):
+            with contextlib.suppress(OSError, IndexError):  # it has just ended
+                programs.append(program_of(folder))
         return programs.count(os.path.realpath(self.binary))
 
     def command(self, *arguments):
         return [os.path.join(os.path.dirname(self.binary), "koliindexctl"), *arguments]
+
+
+def program_of(folder):
+    """What runs in the process that /proc tells of there."""
+    program = os.readlink(f"{folder}/exe")
+    if os.path.basename(program).startswith("qemu-"):  # an emulator: it is called with the program's path
+        with open(f"{folder}/cmdline", "rb") as file:
+            return os.fsdecode(file.read().split(b"\0")[1])
+    return program
 
 
 def stored_rows():
