@@ -46,6 +46,12 @@ inline std::string NewVolume() {
     return "/tmp/" + std::to_string(number);
 }
 
+/// Whether script/machine emulates the processor.
+inline bool IsEmulated() {
+    return getenv("KOLI_TRIPLE") != nullptr;
+}
+constexpr const char* kNothingKept = "the emulator keeps no memory from children";
+
 inline std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};

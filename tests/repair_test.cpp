@@ -44,8 +44,13 @@ KOLI_COUNTED(int, renameat2, (int at, const char* from, int to_at, const char* t
 KOLI_COUNTED(int, link, (const char* from, const char* to), (from, to))
 KOLI_COUNTED(int, unlink, (const char* path), (path))
 KOLI_COUNTED(int, fsync, (int fd), (fd))
+#if __TIMESIZE == 32
+KOLI_COUNTED(int, __utimensat64, (int at, const char* path, const timespec* times, int flags),
+             (at, path, times, flags))
+#else
 KOLI_COUNTED(int, utimensat, (int at, const char* path, const timespec* times, int flags),
              (at, path, times, flags))
+#endif
 
 namespace koli::host {
 namespace {

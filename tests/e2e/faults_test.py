@@ -11,6 +11,7 @@ import sqlite3
 import subprocess
 import threading
 import time
+import unittest
 
 import fault_points
 import harness
@@ -23,6 +24,11 @@ FILES, FILE_TAKES = 20, 0.1  # seconds
 LONGEST_LOCK = 15  # of these files: a busy machine makes each take longer
 
 
+IS_KNOWN = platform.machine() in ("x86_64", "i686") and "KOLI_TRIPLE" not in os.environ
+TRACED = unittest.skipUnless(IS_KNOWN, "the tracer knows neither this processor nor an emulator")
+
+
+@TRACED
 class Faults(harness.DaemonTest):
     def test_a_batch_that_is_hit_ends_like_one_that_is_not(self):
         chance = random.Random(8)
@@ -71,6 +77,7 @@ class Writer(threading.Thread):
         database.close()
 
 
+@TRACED
 class Locks(harness.DaemonTest):
     def test_other_programs_write_while_a_long_batch_runs(self):
         """What one database has got does not wait for what is done in the other, nor for the end of a line."""
@@ -117,6 +124,7 @@ class Fault(Hook):
         return self.error if call.name == self.name and any(path.endswith(self.path) for path in call.paths) else None
 
 
+@TRACED
 class Troubles(harness.DaemonTest):
     def control(self, *arguments):
         printed = subprocess.run(self.command(*arguments, "--json"), capture_output=True, text=True, check=False).stdout
@@ -202,5 +210,4 @@ class Troubles(harness.DaemonTest):
 
 
 if __name__ == "__main__":
-    if platform.machine() == "x86_64":  # the tracer knows no other processor
-        harness.main()
+    harness.main()
