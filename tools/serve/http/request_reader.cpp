@@ -80,7 +80,7 @@ bool IsSound(const std::string& name, const std::string& value) {
         return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
                std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
     };
-    const auto is_control = [](char c) { return (c >= '\0' && c < ' ' && c != '\t') || c == '\x7F'; };
+    const auto is_control = [](unsigned char c) { return (c < ' ' && c != '\t') || c == '\x7F'; };
     return !name.empty() && std::all_of(name.begin(), name.end(), is_token) &&
            std::none_of(value.begin(), value.end(), is_control);
 }
