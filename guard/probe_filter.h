@@ -20,9 +20,9 @@ struct ProbeFilter {
 
 /// Builds the filter: reading of open files, memory and time are allowed, a socket or another program ends
 /// the process, everything else fails with EPERM; abort() does what it should.  Costs about a millisecond:
-/// once per process that forks such children, not per child.  `architecture` is the kernel's name of a machine
-/// (AUDIT_ARCH_...), 0 = this one: another's filter can be looked at, in that one's order of bytes, but not
-/// entered.  False, with errno set and `length` 0, when it could not be built.
+/// once per process that forks such children, not per child.  `architecture` is the kernel's name of a
+/// machine (AUDIT_ARCH_...), 0 = this one: another's filter can be looked at, in that one's order of bytes,
+/// but not entered.  False, with errno set and `length` 0, when it could not be built.
 bool ProbeFilterBuild(ProbeFilter* filter, uint32_t architecture = 0);
 
 /// Builds the filter of a program that reads a file: no network, no file's length, mode, owner, times or
