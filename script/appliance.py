@@ -15,6 +15,7 @@ PID_FILE = "/var/run/koliindexd.pid"
 STORE = "/var/lib/koli"
 LOG = "/run/syslog"
 SANITIZER_REPORT = "/run/sanitizer"  # the daemon has no standard error to report to
+PATIENCE = 120  # seconds: a machine may be slow, and busy with other things
 MEDIA_TABLES = ("music", "video", "photo", "playlist", "directory")
 PHOTO_TABLES = ("photo_info", "photo_share", "photo_access_right", "video_desc", "video_comment")
 
@@ -54,7 +55,7 @@ def environment():
 
 
 def start(binary):
-    return subprocess.run([binary], env=environment(), stdin=subprocess.DEVNULL, capture_output=True, timeout=30,
+    return subprocess.run([binary], env=environment(), stdin=subprocess.DEVNULL, capture_output=True, timeout=PATIENCE,
                           check=False)
 
 
@@ -63,7 +64,7 @@ def stop(number=signal.SIGTERM):
     if pid:
         os.kill(pid, number)
         # A start takes one whose end nobody has waited for yet for a daemon that runs.
-        wait_until(lambda: not os.path.exists(f"/proc/{pid}"), 20, "the daemon's end")
+        wait_until(lambda: not os.path.exists(f"/proc/{pid}"), PATIENCE, "the daemon's end")
 
 
 def enqueue(lines):
@@ -78,7 +79,7 @@ def is_waiting():
 
 def wait_for_batch(seconds, tick=lambda: None):
     """Until the queue has been worked off; raises DaemonGone when the daemon dies over it."""
-    wait_until(lambda: daemon_pid() or not is_waiting(), 10, "the daemon's pid file")
+    wait_until(lambda: daemon_pid() or not is_waiting(), PATIENCE, "the daemon's pid file")
 
     def done():
         if not is_waiting():
@@ -101,7 +102,7 @@ def settle_log():
         with open(LOG, "rb") as file:
             return mark in file.read()
 
-    wait_until(arrived, 20, "the log")
+    wait_until(arrived, PATIENCE, "the log")
 
 
 def clear_log():

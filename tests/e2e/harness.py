@@ -17,7 +17,7 @@ SAMPLES = os.path.join(TOP, "build", "samples")
 PICTURE, SONG = "photo/Family/IMG_3000.jpg", "music/Old Tapes/side b.mp3"
 SHARES = ("music", "video", "photo")
 EVERYTHING = [f"A:/volume1/{share}" for share in SHARES]
-PATIENCE = 120  # seconds: a machine may be slow, and busy with other things
+PATIENCE = appliance.PATIENCE
 
 
 def wait_for(what, condition):
