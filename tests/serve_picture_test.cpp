@@ -6,6 +6,7 @@
 #include <csignal>
 #include <future>
 
+#include "guard/probe_guard.h"
 #include "tests/host_temp_dir.h"
 #include "tests/media_bytes.h"
 #include "tools/serve/maker/jpeg.h"
@@ -206,6 +207,10 @@ TEST(SmallPicture, OfPrintingColoursIsRight) {
 
 /// Pictures, asked one by one.
 struct Served : testing::Test {
+    void SetUp() override {
+        const ProbeGuardStatus guards = ProbeGuardStatusGet();
+        if (!guards.system_call_filter && !guards.file_rules) GTEST_SKIP() << "the kernel guards no child";
+    }
     ~Served() override { pictures_.Stop(); }
     void Start() {
         settings_.program = KOLI_MAKER;
