@@ -24,7 +24,7 @@ FILES, FILE_TAKES = 20, 0.1  # seconds
 LONGEST_LOCK = 15  # of these files: a busy machine makes each take longer
 
 
-IS_KNOWN = platform.machine() in ("x86_64", "i686") and "KOLI_TRIPLE" not in os.environ
+IS_KNOWN = platform.machine() in ("x86_64", "i686") and not harness.IS_EMULATED
 TRACED = unittest.skipUnless(IS_KNOWN, "the tracer knows neither this processor nor an emulator")
 
 

@@ -18,6 +18,7 @@ PICTURE, SONG = "photo/Family/IMG_3000.jpg", "music/Old Tapes/side b.mp3"
 SHARES = ("music", "video", "photo")
 EVERYTHING = [f"A:/volume1/{share}" for share in SHARES]
 PATIENCE = appliance.PATIENCE
+IS_EMULATED = "KOLI_TRIPLE" in os.environ  # by script/machine
 
 
 def wait_for(what, condition):
