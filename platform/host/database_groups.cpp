@@ -134,14 +134,27 @@ bool Database::BeginGroup() {
 
 bool Database::StoreNote() {
     if (note_name_ == nullptr) return true;
-    SqlStatement* const statement = sql_->Kept(SaveText(kSettingTable, {"name", "value"}));
+    SqlStatement* const statement = sql_->KeptSave(SettingForm());
     return statement != nullptr && sql_->Run(statement->Fill(note_name_, note_)) >= 0;
+}
+
+/// A row that fails for good leaves the others alone; the batch does not come again for it.
+bool Database::SettleGroup() {
+    const bool is_settled = sql_->Settle();
+    for (const std::string& reason : sql_->TakeLost())
+        KOLI_LOG("Failed to write to %s. (%s)", name_, reason.c_str());
+    return is_settled;
+}
+
+void Database::Settle() {
+    if (IsGroupOpen() && !SettleGroup()) Failed("write to");
 }
 
 int Database::Commit() {
     group_ended_ = CoarseNowMs();
+    const bool is_settled = SettleGroup();
     const bool wrote = sql_->TotalChanges() != group_changes_;
-    if ((wrote && !StoreNote()) || sql_->Execute("COMMIT") < 0) {
+    if (!is_settled || (wrote && !StoreNote()) || sql_->Execute("COMMIT") < 0) {
         Failed("commit to");
         if (IsGroupOpen()) sql_->Execute("ROLLBACK");
         savepoints_ = 0;
@@ -174,11 +187,17 @@ int Database::CountWrite(int affected) {
     return affected;
 }
 
-SqlStatement* Database::Prepare(std::string_view text) {
-    if (!BeginGroup()) return nullptr;
-    SqlStatement* statement = sql_->Kept(text);
+SqlStatement* Database::Prepared(SqlStatement* statement) {
     if (statement == nullptr) Failed("prepare a statement for");
     return statement;
+}
+
+SqlStatement* Database::Prepare(std::string_view text) {
+    return BeginGroup() ? Prepared(sql_->Kept(text)) : nullptr;
+}
+
+SqlStatement* Database::PrepareSave(const SaveForm& form) {
+    return BeginGroup() ? Prepared(sql_->KeptSave(form)) : nullptr;
 }
 
 int Database::Run(SqlStatement& statement) {
@@ -187,7 +206,7 @@ int Database::Run(SqlStatement& statement) {
 }
 
 int Database::RunAdd(SqlStatement& statement) {
-    return CountWrite(sql_->Run(statement));
+    return CountWrite(sql_->RunLater(statement));
 }
 
 int Database::Remove(const std::string& table, std::string_view path) {

@@ -39,6 +39,14 @@ class Database {
     int Run(SqlStatement& statement);
     int RunAdd(SqlStatement& statement);
 
+    /// The same for the kept statement that saves a row; RunAdd returns 0 for a row that is put off.
+    SqlStatement* PrepareSave(const SaveForm& form);
+    template <typename... Values>
+    int Add(const SaveForm& form, const Values&... values) {
+        SqlStatement* const statement = PrepareSave(form);
+        return statement != nullptr ? RunAdd(statement->Fill(values...)) : -1;
+    }
+
     /// Runs the kept statement of `text` with these values, with the same results.
     template <typename... Values>
     int Change(std::string_view text, const Values&... values) {
@@ -80,6 +88,8 @@ class Database {
     /// -1.
     int RemoveNote(const char* name);
 
+    /// Does what RunAdd has put off: from then on the changed tables are known.
+    void Settle();
     int Flush();   ///< commits the group, unless a unit is at work in it; 0 or -1
     void Tick();   ///< Flush for a group that has been open for a while
     int Harden();  ///< Flush, then durable; 1 while a unit is at work, -1 on failure and while it refuses
@@ -103,6 +113,8 @@ class Database {
     int CountWrite(int affected);
     bool IsUnitAtWork() const { return units_ > 0 && unit_changed_; }
     bool Report(const SqlFailure& failure, const char* what, int line = __builtin_LINE());
+    bool SettleGroup();
+    SqlStatement* Prepared(SqlStatement* statement);
     int Failed(const char* what, int line = __builtin_LINE());
     std::unique_ptr<SqlRows> Given(std::unique_ptr<SqlRows> rows);
 

@@ -38,9 +38,9 @@ void Save(const char* path, std::string_view reason, int kind) {
     char now[sizeof MediaInfo::ctime];
     std::string scratch;
     WriteLocalTime(time(nullptr), now, sizeof now);
-    MediaDatabase().Change(
-        SaveText(kProblemTable, {"path"}, {{"reason", kReason}, {"kind", kKind}, {"time", kTime}}), path,
-        Utf8FromUnmarked(reason, &scratch), kind, now);
+    static const auto* const form =
+        new SaveForm{kProblemTable, {"path"}, {{"reason", kReason}, {"kind", kKind}, {"time", kTime}}};
+    MediaDatabase().Add(*form, path, Utf8FromUnmarked(reason, &scratch), kind, now);
 }
 
 /// Mostly there are none, and nothing is worth a statement for each file.

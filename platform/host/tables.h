@@ -13,9 +13,7 @@
 // - The access rights of an album go with it, whichever program deletes it.
 #pragma once
 
-#include <string>
-#include <utility>
-#include <vector>
+#include "platform/host/sql/save_form.h"
 
 namespace koli::host {
 
@@ -30,10 +28,7 @@ inline constexpr const char kSettingTable[] = "setting";
 inline constexpr const char* kPhotoTables[] = {"photo_info", "video_desc", "video_comment", "photo_share",
                                                "photo_access_right"};
 
-/// The statement that saves a row: parameters in the order of the columns, of which the first is the key, and
-/// behind them those of `special`: each a column and what a row that is there gets for it instead.  A row
-/// that would stay as it is counts as not affected.
-std::string SaveText(const std::string& table, std::vector<const char*> columns,
-                     const std::vector<std::pair<const char*, const char*>>& special = {});
+/// How a value of `setting` is saved.
+const SaveForm& SettingForm();
 
 }  // namespace koli::host

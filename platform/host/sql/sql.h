@@ -1,7 +1,6 @@
 // What the databases' layer asks of an engine: a connection, its statements and the rows that they give.
 //
-// An engine implements the abstract classes of this file and of database_engine.h; sqlite/ is the one there
-// is. Texts are PostgreSQL's, with parameters ?1, ?2 ...; an engine that speaks otherwise translates them.
+// An engine implements the abstract classes of this file and of database_engine.h.  Texts are PostgreSQL's, with parameters ?1, ?2 ...; an engine that speaks otherwise translates them.
 // Nothing here logs: a failed operation leaves its reason in Sql::failure().
 #pragma once
 
@@ -11,7 +10,10 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <utility>
 #include <vector>
+
+#include "platform/host/sql/save_form.h"
 
 namespace koli::host {
 
@@ -51,6 +53,7 @@ class SqlStatement {
     virtual bool Next() = 0;
     bool failed() const { return failed_; }  ///< the last Next; Sql::failure() tells why
 
+    // Of the row:
     virtual int columns() const = 0;
     virtual const char* Name(int column) const = 0;        ///< columns count from 0
     virtual std::string_view Field(int column) const = 0;  ///< as text, "" for NULL; until the next Next
@@ -109,6 +112,8 @@ class Sql {
     /// The same, prepared on first use and kept for whoever brings the same text again.  Owned by the
     /// connection.
     SqlStatement* Kept(std::string_view text);
+    /// The kept statement that saves a row of that form, which lives as long as the process.
+    SqlStatement* KeptSave(const SaveForm& form);
 
     /// The kept query of the paths of `table` directly inside `folder` (its column `path`), in their order
     /// and filled in.  It reads nothing of what lies below the sub-folders, so that a tree costs what it
@@ -119,6 +124,15 @@ class Sql {
     /// (its triggers' not counted), or -1.
     virtual int Run(SqlStatement& statement) = 0;
     int Execute(std::string_view text);  ///< one statement, the same results
+
+    /// The same for a kept statement in a transaction that nobody has to know the result of: an engine may
+    /// put it off.  Whatever asks the connection anything finds it done.
+    virtual int RunLater(SqlStatement& statement) { return Run(statement); }
+    /// Does what has been put off.  False when that failed for a reason that passes; what fails for good
+    /// concerns its own row and is told by TakeLost.
+    virtual bool Settle() { return true; }
+    /// Why rows that were put off have failed for good, each with its first parameter; told once.
+    std::vector<std::string> TakeLost() { return std::exchange(lost_, {}); }
 
     /// The rows of a query, or null on failure.
     std::unique_ptr<SqlRows> Query(std::string_view text);
@@ -154,8 +168,10 @@ class Sql {
     Sql() = default;
     virtual std::unique_ptr<SqlStatement> Make(std::string_view text, bool is_kept) = 0;
     virtual const char* ColumnsText() const = 0;  ///< the query of the columns' names of table ?1
-    void DropKept() { kept_.clear(); }            ///< before the connection is closed
+    virtual std::string SaveText(const SaveForm& form) const = 0;
+    void DropKept();  ///< before the connection is closed
     SqlFailure failure_;
+    std::vector<std::string> lost_;
 
   private:
     /// Texts of a statement that saves a row are long, and differ where they begin.
@@ -166,6 +182,7 @@ class Sql {
         }
     };
     std::unordered_map<std::string, std::unique_ptr<SqlStatement>, TextHash, std::equal_to<>> kept_;
+    std::unordered_map<const SaveForm*, SqlStatement*> saves_;  // among them
 };
 
 }  // namespace koli::host
