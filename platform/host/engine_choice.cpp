@@ -1,5 +1,7 @@
 #include "platform/host/engine_choice.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -7,6 +9,7 @@
 #include "base/log.h"
 #include "base/media_info.h"
 #include "base/passing_error.h"
+#include "platform/host/engine_load.h"
 #include "platform/host/sqlite/engine.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
@@ -15,42 +18,57 @@ namespace koli::host {
 namespace {
 
 constexpr const char kModule[] = "kolidb";
-constexpr const char kDefaultDirectory[] = "/var/lib/koli";
-constexpr std::string_view kEngine = "sqlite:";
+constexpr const char kDefaultPlace[] = "sqlite:/var/lib/koli";
+constexpr std::string_view kFiles = "sqlite:";
+constexpr std::string_view kServer = "postgresql:";
 
-std::string& ChosenDirectory() {
+std::string& ChosenPlace() {
     static auto* const chosen = new std::string;  // never destroyed: the process may end at any instant
     return *chosen;
 }
 
-/// The directory that the settings name; "" with the reason.
-std::string DirectoryOfSettings(SqlFailure* failure) {
+/// What the settings say of `key`, or else `otherwise`; "" with the reason when they cannot be read now.
+std::string Setting(const char* key, const std::string& otherwise, SqlFailure* failure) {
     char value[kPathSize];
-    const bool is_set = KLIBFileGetKeyValue(paths::kConfig, "database", value, sizeof value, 0) >= 0;
+    const bool is_set = KLIBFileGetKeyValue(paths::kConfig, key, value, sizeof value, 0) >= 0;
     const int error = errno;
     if (!is_set && error != 0 && IsPassingError(error)) {
         *failure = {.reason = strerror(error), .passes = true};
         return "";
     }
-    if (!is_set || value[0] == '\0') return kDefaultDirectory;
-    const std::string_view engine(value);
-    if (engine.substr(0, kEngine.size()) == kEngine && engine.substr(kEngine.size(), 1) == "/")
-        return std::string(engine.substr(kEngine.size()));
-    KOLI_LOG("Unknown database [%s] in %s.", value, paths::kConfig);
+    return is_set && value[0] != '\0' ? value : otherwise;
+}
+
+std::string HostName() {
+    char name[256] = "";
+    gethostname(name, sizeof name - 1);
+    return name;
+}
+
+std::unique_ptr<DatabaseEngine> EngineAt(const std::string& place, SqlFailure* failure) {
+    if (place.starts_with(kFiles) && place.substr(kFiles.size(), 1) == "/")
+        return std::make_unique<SqliteEngine>(place.substr(kFiles.size()));
+    if (place.starts_with(kServer)) {
+        const std::string library = Setting("library", HostName(), failure);
+        return library.empty() ? nullptr : ServerEngine(place.substr(kServer.size()), library, failure);
+    }
+    // What stands there may hold a password.
+    KOLI_LOG("Unknown database [%s] in %s.", place.substr(0, place.find(':')).c_str(), paths::kConfig);
     *failure = {.reason = "unknown engine"};
-    return "";
+    return nullptr;
 }
 
 }  // namespace
 
 std::unique_ptr<DatabaseEngine> EngineIn(const std::string& directory, SqlFailure* failure) {
-    std::string chosen = !directory.empty() ? directory : ChosenDirectory();
-    if (chosen.empty()) chosen = DirectoryOfSettings(failure);
-    return chosen.empty() ? nullptr : std::make_unique<SqliteEngine>(chosen);
+    std::string chosen = !directory.empty() ? directory : ChosenPlace();
+    if (!chosen.empty() && !chosen.starts_with(kServer)) return std::make_unique<SqliteEngine>(chosen);
+    if (chosen.empty()) chosen = Setting("database", kDefaultPlace, failure);
+    return chosen.empty() ? nullptr : EngineAt(chosen, failure);
 }
 
 void DatabaseDirectoryChoose(const char* directory) {
-    ChosenDirectory() = directory != nullptr ? directory : "";
+    ChosenPlace() = directory != nullptr ? directory : "";
 }
 
 }  // namespace koli::host

@@ -23,11 +23,11 @@ constexpr const char kDescription[] =
 
 /// `status` is not the record's.
 const SaveForm& PhotoForm() {
-    static const auto* const form = new SaveForm{
-        "photo_info",
-        {"path", "name", "folder", "camera_make", "camera_model", "exposure_time", "f_number", "date_taken",
-         "ctime", "width", "height", "iso_speed", "file_size", "updated"},
-        {{"title", kTitle}, {"description", kDescription}}};
+    static const auto* const form =
+        new SaveForm{"photo_info",
+                     {"path", "name", "folder", "camera_make", "camera_model", "exposure_time", "f_number",
+                      "date_taken", "ctime", "width", "height", "iso_speed", "file_size", "updated"},
+                     {{"title", kTitle}, {"description", kDescription}}};
     return *form;
 }
 

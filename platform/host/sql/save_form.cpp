@@ -39,8 +39,8 @@ std::string SaveDifference(const SaveForm& form) {
 
 std::string UpsertText(const SaveForm& form, const std::string& row) {
     const std::vector<const char*> all = form.AllColumns();
-    return "INSERT INTO " + form.table + " (" + Listed(form, 0, [&](size_t i) { return all[i]; }) + ") " + row +
-           " ON CONFLICT (" + all[0] + ") DO UPDATE SET " +
+    return "INSERT INTO " + form.table + " (" + Listed(form, 0, [&](size_t i) { return all[i]; }) + ") " +
+           row + " ON CONFLICT (" + all[0] + ") DO UPDATE SET " +
            Listed(form, 1, [&](size_t i) { return all[i] + (" = " + form.ValueOf(i)); }) + " WHERE " +
            SaveDifference(form);
 }

@@ -1,7 +1,8 @@
 // What the databases' layer asks of an engine: a connection, its statements and the rows that they give.
 //
-// An engine implements the abstract classes of this file and of database_engine.h.  Texts are PostgreSQL's, with parameters ?1, ?2 ...; an engine that speaks otherwise translates them.
-// Nothing here logs: a failed operation leaves its reason in Sql::failure().
+// An engine implements the abstract classes of this file and of database_engine.h.  Texts are PostgreSQL's,
+// with parameters ?1, ?2 ...; an engine that speaks otherwise translates them. Nothing here logs: a failed
+// operation leaves its reason in Sql::failure().
 #pragma once
 
 #include <cstdint>

@@ -1,0 +1,60 @@
+#include "platform/host/engine_load.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "base/media_info.h"
+#include "platform/host/sql/engine_module.h"
+
+namespace koli::host {
+namespace {
+
+constexpr const char kModuleFile[] = KOLI_ENGINE_MODULE;  // from the program's directory
+
+/// The module's file beside this program; '' when that cannot be told.
+std::string ModulePath() {
+    char program[kPathSize];
+    const ssize_t length = readlink("/proc/self/exe", program, sizeof program);
+    const std::string path(program, length > 0 ? static_cast<size_t>(length) : 0);
+    return path.empty() ? path : path.substr(0, path.rfind('/') + 1) + kModuleFile;
+}
+
+/// Null with a sentence why.  It stays loaded: objects of it may live until the end.
+const EngineModule* LoadModule(std::string* error) {
+    const std::string path = ModulePath();
+    if (access(path.c_str(), F_OK) != 0) {
+        *error = "the package koliindexd-postgresql is not installed";
+        return nullptr;
+    }
+    void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    const char* const reason = library == nullptr ? dlerror() : nullptr;
+    if (library == nullptr) {
+        *error = reason != nullptr ? reason : "?";
+        return nullptr;
+    }
+    const auto* const found = static_cast<const EngineModule*>(dlsym(library, "koli_engine_module"));
+    if (found != nullptr && strcmp(found->version, KOLI_VERSION) == 0) return found;
+    *error = "the package koliindexd-postgresql is of another version";
+    return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<DatabaseEngine> ServerEngine(const std::string& place, const std::string& library,
+                                             SqlFailure* failure) {
+    static const EngineModule* loaded = nullptr;
+    std::string error;
+    if (loaded == nullptr) loaded = LoadModule(&error);
+    if (loaded == nullptr) {
+        *failure = {.reason = error, .passes = true};
+        return nullptr;
+    }
+    std::unique_ptr<DatabaseEngine> engine = loaded->make(place, library, &error);
+    if (engine == nullptr) *failure = {.reason = error};
+    return engine;
+}
+
+}  // namespace koli::host

@@ -1,0 +1,263 @@
+#include "platform/host/postgresql/connection.h"
+
+#include <cstring>
+#include <utility>
+
+#include "platform/host/postgresql/failure.h"
+
+namespace koli::host {
+namespace {
+
+constexpr size_t kPutOffMax = 256;
+constexpr size_t kPushEvery = 16;
+constexpr const char kFetched[] = "1000";
+
+}  // namespace
+
+Postgresql::Postgresql(std::unique_ptr<Link> link, ChangeListener changed, bool is_reader)
+    : link_(std::move(link)), changed_(changed), is_reader_(is_reader) {}
+
+Postgresql::~Postgresql() {
+    put_off_.clear();
+    going_.reset();
+    DropKept();
+}
+
+std::unique_ptr<SqlStatement> Postgresql::Make(std::string_view text, bool is_kept) {
+    std::string name = is_kept ? "s" + std::to_string(++last_name_) : "";
+    return std::make_unique<PostgresqlStatement>(*this, ToServer(text), std::move(name));
+}
+
+SqlStatement* Postgresql::PathsInside(const char* table, const std::string& folder) {
+    SqlStatement* const query = Kept(FolderRowsTextOf(table));
+    return query != nullptr ? &query->Fill(folder + '/', folder + '0') : nullptr;
+}
+
+const char* Postgresql::ColumnsText() const {
+    return "SELECT attname FROM pg_attribute WHERE attrelid = to_regclass(quote_ident(?1))"
+           " AND attnum > 0 AND NOT attisdropped ORDER BY attnum";
+}
+
+// ---- Failures
+
+bool Postgresql::FailAs(SqlFailure failure) {
+    if (link_->is_lost()) {
+        in_transaction_ = is_begin_due_ = false;
+        put_off_.clear();
+        going_.reset();
+    }
+    if (!is_reader_ || failure_.reason.empty()) failure_ = std::move(failure);
+    return false;
+}
+
+bool Postgresql::IsUsable() {
+    return !link_->is_lost() || FailAs(LostFailure(link_->lost()));
+}
+
+// ---- Statements
+
+/// What stands before the first statement of a transaction.
+void Postgresql::Open(Exchange& exchange) {
+    if (std::exchange(is_begin_due_, false)) exchange.Say("BEGIN");
+}
+
+/// The answer to one statement; null on failure.
+Result Postgresql::Ask(PostgresqlStatement& statement) {
+    Result answer(nullptr, &PQclear);
+    if (!IsUsable() || !Settle()) return answer;
+    Exchange exchange(*link_);
+    Open(exchange);
+    if (in_transaction_) exchange.Say("SAVEPOINT now");
+    const size_t place = exchange.Run(statement, statement.TakeParameters());
+    if (in_transaction_) exchange.Say("RELEASE now");
+    if (exchange.Finish()) return exchange.TakeAnswer(place);
+    FailAs(exchange.failure());
+    if (!in_transaction_) return answer;
+    Exchange back(*link_);
+    back.Say("ROLLBACK TO now");
+    back.Say("RELEASE now");
+    if (!back.Finish()) FailAs(back.failure());
+    return answer;
+}
+
+void Postgresql::CountChange(const ServerStatement& server, int changed) {
+    if (server.command != Command::kWrite || changed <= 0) return;
+    changes_ += changed;
+    if (changed_ != nullptr) changed_(server.table.c_str());
+}
+
+int Postgresql::Run(SqlStatement& statement) {
+    auto& own = static_cast<PostgresqlStatement&>(statement);
+    const ServerStatement& server = own.server();
+    if (server.command < Command::kWrite) return Control(server);
+    const Result answer = Ask(own);
+    if (answer == nullptr) return -1;
+    const bool is_write = server.command == Command::kWrite;
+    const int changed = is_write ? static_cast<int>(strtol(PQcmdTuples(answer.get()), nullptr, 10)) : 0;
+    CountChange(server, changed);
+    return changed;
+}
+
+std::string Postgresql::Answer(std::string_view text, std::initializer_list<std::string_view> values) {
+    const std::unique_ptr<SqlStatement> query = Prepare(text);
+    int index = 0;
+    for (const std::string_view value : values)
+        query->Text(++index, value);
+    return query->Next() ? std::string(query->Field(0)) : "";
+}
+
+// ---- Rows
+
+Result Postgresql::Fetch(PostgresqlStatement& statement, bool* is_last) {
+    const bool has_rows = statement.server().command == Command::kOther;
+    if (is_reader_ && has_rows) return FetchSome(statement, is_last);
+    *is_last = true;
+    return Ask(statement);
+}
+
+Result Postgresql::FetchSome(PostgresqlStatement& statement, bool* is_last) {
+    Result answer(nullptr, &PQclear);
+    if (!IsUsable()) return answer;
+    Exchange exchange(*link_);
+    if (statement.cursor.empty()) {
+        if (cursors_++ == 0) exchange.Say("BEGIN READ ONLY");
+        statement.cursor = "c" + std::to_string(++last_name_);
+        exchange.Say("DECLARE " + statement.cursor + " NO SCROLL CURSOR FOR " + statement.server().text,
+                     statement.TakeParameters());
+    }
+    const size_t place = exchange.Say(std::string("FETCH ") + kFetched + " FROM " + statement.cursor);
+    if (exchange.Finish()) {
+        answer = exchange.TakeAnswer(place);
+        *is_last = PQntuples(answer.get()) < static_cast<int>(strtol(kFetched, nullptr, 10));
+    } else {
+        FailAs(exchange.failure());
+    }
+    return answer;
+}
+
+/// With the last cursor the transaction ends: a reader keeps the server from nothing.
+void Postgresql::EndFetch(PostgresqlStatement& statement) {
+    if (statement.cursor.empty()) return;
+    const std::string cursor = std::exchange(statement.cursor, "");
+    --cursors_;
+    if (link_->is_lost()) return;
+    Exchange exchange(*link_);
+    exchange.Say(cursors_ > 0 ? "CLOSE " + cursor : "COMMIT");
+    if (!exchange.Finish()) FailAs(exchange.failure());
+}
+
+// ---- What is put off
+
+void Postgresql::SendPutOff(PutOff& put_off) {
+    if (!going_) {
+        going_.emplace(*link_);
+        Open(*going_);
+        first_put_off_ = going_->Say("SAVEPOINT later") + 1;
+    }
+    going_->Run(*put_off.statement, put_off.parameters);
+}
+
+int Postgresql::RunLater(SqlStatement& statement) {
+    if (!in_transaction_) return Run(statement);
+    if (!IsUsable()) return -1;
+    auto& own = static_cast<PostgresqlStatement&>(statement);
+    put_off_.push_back({&own, own.TakeParameters()});
+    SendPutOff(put_off_.back());
+    if (put_off_.size() % kPushEvery == 0) going_->Push();
+    return put_off_.size() < kPutOffMax || Settle() ? 0 : -1;
+}
+
+/// Takes the row that has failed out, and sends the others again.
+void Postgresql::DropPutOff(size_t place) {
+    const auto bad = put_off_.begin() + static_cast<ptrdiff_t>(place);
+    const std::string first = bad->parameters.empty() ? "" : bad->parameters[0].text;
+    lost_.push_back(going_->failure().reason + ": " + first);
+    put_off_.erase(bad);
+    going_.reset();
+    going_.emplace(*link_);
+    first_put_off_ = going_->Say("ROLLBACK TO later") + 1;
+    for (PutOff& each : put_off_)
+        SendPutOff(each);
+}
+
+bool Postgresql::Settle() {
+    while (going_) {
+        going_->Say("RELEASE later");
+        if (going_->Finish()) {
+            for (size_t i = 0; i < put_off_.size(); ++i)
+                CountChange(put_off_[i].statement->server(), going_->Changed(first_put_off_ + i));
+            put_off_.clear();
+            going_.reset();
+            return true;
+        }
+        const size_t place = going_->failed() - first_put_off_;
+        if (going_->failure().passes || place >= put_off_.size()) {
+            SqlFailure failure = going_->failure();
+            failure.passes = true;  // the transaction can only be given up
+            put_off_.clear();
+            going_.reset();
+            return FailAs(std::move(failure));
+        }
+        DropPutOff(place);
+    }
+    return true;
+}
+
+/// Before everything is taken back.
+void Postgresql::Discard() {
+    put_off_.clear();
+    if (going_) going_->Finish();
+    going_.reset();
+}
+
+// ---- Transactions
+
+bool Postgresql::Begin() {
+    if (!IsUsable()) return false;
+    in_transaction_ = is_begin_due_ = true;
+    return true;
+}
+
+/// A transaction that has failed answers a COMMIT with "ROLLBACK".
+int Postgresql::Control(const ServerStatement& server) {
+    if (server.command == Command::kBegin) return Begin() ? 0 : -1;
+    if (!IsUsable()) return -1;
+    if (server.command == Command::kRollback) Discard();
+    if (!Settle()) return -1;
+    const bool is_end = server.command != Command::kSavepoint;
+    if (is_end && is_begin_due_) {
+        in_transaction_ = is_begin_due_ = false;
+        return 0;
+    }
+    Exchange exchange(*link_);
+    Open(exchange);
+    const size_t place = exchange.Say(server.text);
+    const bool is_done = exchange.Finish();
+    if (is_end) in_transaction_ = false;
+    if (!is_done) return FailAs(exchange.failure()) ? 0 : -1;
+    const Result answer = exchange.TakeAnswer(place);
+    if (server.command == Command::kCommit && strcmp(PQcmdStatus(answer.get()), "COMMIT") != 0)
+        return FailAs({.reason = "the transaction had failed", .passes = true}) ? 0 : -1;
+    return 0;
+}
+
+/// A commit that the server puts on its disk, and on its replica's where one is waited for, and with it all
+/// before it; one that has nothing to say is not put there.
+bool Postgresql::Harden() {
+    if (!IsUsable()) return false;
+    Exchange exchange(*link_);
+    link_->TakeWarning();
+    exchange.Say("BEGIN");
+    exchange.Say("SET LOCAL synchronous_commit = on");
+    exchange.Say("SELECT pg_logical_emit_message(true, 'koliindexd', '')");
+    const size_t place = exchange.Say("COMMIT");
+    if (!exchange.Finish()) return FailAs(exchange.failure());
+    const Result answer = exchange.TakeAnswer(place);
+    if (strcmp(PQcmdStatus(answer.get()), "COMMIT") != 0)
+        return FailAs({.reason = "the transaction had failed", .passes = true});
+    // It was told to wait for its replica no longer: who knows whether that has it.
+    std::string warning = link_->TakeWarning();
+    return warning.empty() || FailAs({.reason = std::move(warning), .passes = true});
+}
+
+}  // namespace koli::host

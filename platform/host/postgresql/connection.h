@@ -1,0 +1,76 @@
+// A connection to the schema of a library on a server.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/host/postgresql/exchange.h"
+#include "platform/host/postgresql/link.h"
+
+namespace koli::host {
+
+/// Writes that were put off are sent while the caller goes on, and answered together; a savepoint stands
+/// before them, and before each other statement of a transaction: what fails takes nothing else with it.
+class Postgresql final : public Sql {
+  public:
+    /// `is_reader`: rows come some at a time, from cursors, so that a large table needs no memory.
+    Postgresql(std::unique_ptr<Link> link, ChangeListener changed, bool is_reader);
+    ~Postgresql() override;
+
+    SqlStatement* PathsInside(const char* table, const std::string& folder) override;
+    int Run(SqlStatement& statement) override;
+    int RunLater(SqlStatement& statement) override;
+    bool Settle() override;
+    bool Begin() override;
+    bool InTransaction() const override { return in_transaction_; }
+    int64_t TotalChanges() const override { return changes_; }
+    void WaitForLocks(int) override {}  // rows only are locked, and the server waits for these
+    bool HasCompany() const override { return false; }
+    bool IsTakenAway() const override { return false; }
+    bool Harden() override;
+    int Vacuum() override { return 0; }  // the server does it
+
+    /// For the statement's Next: its next rows, null on failure; `*is_last` when there are no more behind
+    /// them.
+    Result Fetch(PostgresqlStatement& statement, bool* is_last);
+    void EndFetch(PostgresqlStatement& statement);
+
+    /// The first field of the first row; '' when there is none, and on failure.
+    std::string Answer(std::string_view text, std::initializer_list<std::string_view> values = {});
+    /// Makes it the last failure; false.
+    bool FailAs(SqlFailure failure);
+
+  private:
+    struct PutOff {
+        PostgresqlStatement* statement;
+        std::vector<Parameter> parameters;
+    };
+    std::unique_ptr<SqlStatement> Make(std::string_view text, bool is_kept) override;
+    const char* ColumnsText() const override;
+    std::string SaveText(const SaveForm& form) const override { return SaveTextOf(form); }
+    bool IsUsable();
+    void Open(Exchange& exchange);
+    Result Ask(PostgresqlStatement& statement);
+    Result FetchSome(PostgresqlStatement& statement, bool* is_last);
+    int Control(const ServerStatement& server);
+    void CountChange(const ServerStatement& server, int changed);
+    void SendPutOff(PutOff& put_off);
+    void DropPutOff(size_t place);
+    void Discard();
+
+    std::unique_ptr<Link> link_;
+    ChangeListener changed_;
+    const bool is_reader_;
+    bool in_transaction_ = false;
+    bool is_begin_due_ = false;  // BEGIN goes with the first statement behind it
+    int64_t changes_ = 0;
+    int last_name_ = 0;  // of statements and cursors
+    int cursors_ = 0;    // that are open
+    std::vector<PutOff> put_off_;
+    size_t first_put_off_ = 0;  // its place in going_
+    std::optional<Exchange> going_;
+};
+
+}  // namespace koli::host

@@ -1,0 +1,33 @@
+// Which server, and as whom: the text behind "postgresql:" in the settings.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace koli::host {
+
+/// A libpq string or URI, taken apart.  A password may stand in it; nothing here says it.
+class Conninfo {
+  public:
+    /// `text` may be broken; IsValid tells.
+    explicit Conninfo(const std::string& text);
+    bool IsValid() const { return is_valid_; }
+
+    /// Host and database for people.
+    std::string Place() const;
+
+    using Settings = std::vector<std::pair<std::string, std::string>>;
+    /// What libpq is told: the writer wants the server that takes changes, whichever of the hosts that is.
+    Settings ForWriter() const;
+    Settings ForReader() const;
+
+  private:
+    std::string ValueOf(const std::string& name) const;
+    Settings With(const Settings& defaults) const;
+
+    bool is_valid_ = false;
+    Settings settings_;
+};
+
+}  // namespace koli::host

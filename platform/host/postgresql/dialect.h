@@ -1,0 +1,39 @@
+// The layer's SQL texts in the server's form.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "platform/host/sql/save_form.h"
+
+namespace koli::host {
+
+enum class Command {
+    kBegin,
+    kCommit,
+    kRollback,
+    kSavepoint,  // also RELEASE and ROLLBACK TO
+    kWrite,      // INSERT, UPDATE, DELETE
+    kOther
+};
+
+/// A text, and what can be told of it without the server.
+struct ServerStatement {
+    std::string text;
+    int parameters = 0;  // the highest number of one
+    Command command = Command::kOther;
+    std::string table = {};  // that a kWrite changes
+};
+
+/// Parameters ?N become $N outside of quoted texts, quoted names and comments; invalid bytes are mapped
+/// (bytes.h).
+ServerStatement ToServer(std::string_view text);
+
+/// The statement that saves a row.  The row that is there is asked first: an INSERT that meets it would lock
+/// and so write it, changed or not.
+std::string SaveTextOf(const SaveForm& form);
+
+/// The query behind Sql::PathsInside, with the parameters "FOLDER/" and "FOLDER0".
+std::string FolderRowsTextOf(const char* table);
+
+}  // namespace koli::host

@@ -1,0 +1,41 @@
+#include "platform/host/postgresql/fence.h"
+
+#include <algorithm>
+#include <ctime>
+#include <string>
+
+namespace koli::host {
+namespace {
+
+constexpr int kAttempts = 60;
+constexpr long kFirstPause = 2'000'000;  // ns, twice as long each time
+constexpr long kLongestPause = 100'000'000;
+
+// The lock has two numbers: of the library, and of the database.
+constexpr const char kTake[] =
+    "SELECT pg_try_advisory_lock(hashtext('koliindexd ' || current_schema()), ?1::integer)";
+constexpr const char kEndHolder[] =
+    "SELECT pg_terminate_backend(pid) FROM pg_locks WHERE locktype = 'advisory' AND granted"
+    " AND database = (SELECT oid FROM pg_database WHERE datname = current_database())"
+    " AND classid::bigint = hashtext('koliindexd ' || current_schema())::bigint & 4294967295"
+    " AND objid::bigint = ?1::bigint AND objsubid = 2 AND pid <> pg_backend_pid()";
+
+}  // namespace
+
+bool FenceTake(Postgresql& sql, int database) {
+    const std::string number = std::to_string(database);
+    timespec pause{0, kFirstPause};
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const std::string taken = sql.Answer(kTake, {number});
+        if (taken == "t") return true;
+        if (taken.empty()) return false;
+        sql.Answer(kEndHolder, {number});
+        if (!sql.failure().reason.empty()) return false;
+        nanosleep(&pause, nullptr);
+        pause.tv_nsec = std::min(2 * pause.tv_nsec, kLongestPause);
+    }
+    return sql.FailAs(
+        {.reason = "another session writes to this library", .is_of_file = true, .passes = true});
+}
+
+}  // namespace koli::host

@@ -1,0 +1,181 @@
+#include "platform/host/postgresql/link.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <new>
+#include <utility>
+
+#include "platform/host/postgresql/failure.h"
+
+namespace koli::host {
+namespace {
+
+constexpr int64_t kConnectMs = 10'000;
+constexpr int64_t kSilenceMs = 25'000;  // without a byte from a server that has something to answer
+constexpr const char kSilent[] = "the server does not answer";
+
+int64_t NowMs() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
+}
+
+/// Waits until the socket is ready for one of `events`; false at the deadline and on failure.
+bool PollUntil(int socket, short events, int64_t deadline) {
+    for (;;) {
+        pollfd ready{socket, events, 0};
+        const int64_t left = std::max<int64_t>(deadline - NowMs(), 0);
+        const int count = poll(&ready, 1, static_cast<int>(left));
+        if (count >= 0 || errno != EINTR) return count > 0;
+    }
+}
+
+/// The library's message as one line.
+std::string OneLine(const char* message) {
+    std::string line = message != nullptr ? message : "";
+    while (!line.empty() && line.back() == '\n')
+        line.pop_back();
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    return line.empty() ? "the connection was lost" : line;
+}
+
+std::vector<const char*> Pointers(const std::vector<Parameter>& parameters) {
+    std::vector<const char*> values;
+    values.reserve(parameters.size());
+    for (const Parameter& parameter : parameters)
+        values.push_back(parameter.is_null ? nullptr : parameter.text.c_str());
+    return values;
+}
+
+}  // namespace
+
+// ---- Connecting
+
+Link::Link(Connection connection) : connection_(std::move(connection)) {
+    PQsetNoticeReceiver(connection_.get(), &Link::OnNotice, this);
+}
+
+/// The socket can be another one after each step: the next host's.
+std::unique_ptr<Link> Link::Connect(const std::vector<std::pair<std::string, std::string>>& settings,
+                                    SqlFailure* failure) {
+    std::vector<const char*> names, values;
+    for (const auto& [name, value] : settings) {
+        names.push_back(name.c_str());
+        values.push_back(value.c_str());
+    }
+    names.push_back(nullptr);
+    values.push_back(nullptr);
+    Connection connection(PQconnectStartParams(names.data(), values.data(), 0), &PQfinish);
+    if (connection == nullptr) throw std::bad_alloc();
+    const int64_t deadline = NowMs() + kConnectMs;
+    bool is_in_time = true;
+    PostgresPollingStatusType step = PGRES_POLLING_WRITING;
+    while (PQstatus(connection.get()) != CONNECTION_BAD && step != PGRES_POLLING_OK && is_in_time) {
+        is_in_time =
+            PollUntil(PQsocket(connection.get()), step == PGRES_POLLING_READING ? POLLIN : POLLOUT, deadline);
+        if (is_in_time) step = PQconnectPoll(connection.get());
+    }
+    if (PQstatus(connection.get()) == CONNECTION_OK && PQsetnonblocking(connection.get(), 1) == 0 &&
+        PQenterPipelineMode(connection.get()) == 1)
+        return std::unique_ptr<Link>(new Link(std::move(connection)));
+    *failure = LostFailure(is_in_time ? OneLine(PQerrorMessage(connection.get())) : kSilent);
+    return nullptr;
+}
+
+// ---- Sending
+
+void Link::Lose(std::string reason) {
+    if (lost_.empty()) lost_ = std::move(reason);
+}
+
+void Link::Sent(int is_sent) {
+    if (is_sent != 1) Lose(OneLine(PQerrorMessage(connection_.get())));
+}
+
+void Link::Prepare(const std::string& name, const std::string& text) {
+    if (!is_lost()) Sent(PQsendPrepare(connection_.get(), name.c_str(), text.c_str(), 0, nullptr));
+}
+
+void Link::Execute(const std::string& name, const std::vector<Parameter>& parameters) {
+    if (is_lost()) return;
+    Sent(PQsendQueryPrepared(connection_.get(), name.c_str(), static_cast<int>(parameters.size()),
+                             Pointers(parameters).data(), nullptr, nullptr, 0));
+}
+
+void Link::Query(const std::string& text, const std::vector<Parameter>& parameters) {
+    if (is_lost()) return;
+    Sent(PQsendQueryParams(connection_.get(), text.c_str(), static_cast<int>(parameters.size()), nullptr,
+                           Pointers(parameters).data(), nullptr, nullptr, 0));
+}
+
+void Link::Sync() {
+    if (!is_lost()) Sent(PQpipelineSync(connection_.get()));
+}
+
+void Link::Push() {
+    if (is_lost()) return;
+    // A server whose answers nobody takes reads nothing more.
+    if (PQflush(connection_.get()) < 0 ||
+        (PollUntil(PQsocket(connection_.get()), POLLIN, NowMs()) && PQconsumeInput(connection_.get()) == 0))
+        Lose(OneLine(PQerrorMessage(connection_.get())));
+}
+
+// ---- Receiving
+
+/// Waits until there is something to read, or room to send what is left.
+bool Link::Wait(int64_t deadline, bool is_sending) {
+    const short events = static_cast<short>(is_sending ? POLLIN | POLLOUT : POLLIN);
+    if (!PollUntil(PQsocket(connection_.get()), events, deadline)) {
+        Lose(kSilent);
+        return false;
+    }
+    if (PQconsumeInput(connection_.get()) == 1) return true;
+    Lose(OneLine(PQerrorMessage(connection_.get())));
+    return false;
+}
+
+/// PQgetResult without its own waiting.
+PGresult* Link::Next() {
+    int64_t deadline = NowMs() + kSilenceMs;
+    for (int left = PQflush(connection_.get()); PQisBusy(connection_.get()) != 0;) {
+        if (left < 0) {
+            Lose(OneLine(PQerrorMessage(connection_.get())));
+            return nullptr;
+        }
+        if (!Wait(deadline, left > 0)) return nullptr;
+        deadline = NowMs() + kSilenceMs;
+        left = PQflush(connection_.get());
+    }
+    return PQgetResult(connection_.get());
+}
+
+Result Link::Answer() {
+    constexpr int kSeparatorsMax = 3;
+    Result answer(nullptr, &PQclear);
+    for (int i = 0; i < kSeparatorsMax && answer == nullptr && !is_lost(); ++i)
+        answer.reset(Next());
+    if (is_lost()) return {nullptr, &PQclear};
+    if (answer == nullptr) {
+        Lose("the server's answers make no sense");
+    } else if (PQstatus(connection_.get()) == CONNECTION_BAD) {
+        Lose(OneLine(PQerrorMessage(connection_.get())));
+        answer.reset();
+    }
+    return answer;
+}
+
+/// Called from inside the library, which nothing may be thrown through.
+void Link::OnNotice(void* self, const PGresult* notice) try {
+    const char* severity = PQresultErrorField(notice, PG_DIAG_SEVERITY_NONLOCALIZED);
+    const char* message = PQresultErrorField(notice, PG_DIAG_MESSAGE_PRIMARY);
+    if (severity != nullptr && message != nullptr && strcmp(severity, "WARNING") == 0)
+        static_cast<Link*>(self)->warning_ = message;
+} catch (const std::bad_alloc&) {
+    static_cast<Link*>(self)->warning_.assign("?");
+}
+
+}  // namespace koli::host
