@@ -1,5 +1,6 @@
 """The appliance as the sandbox shows it: the daemon's queue, its log and its databases at their fixed paths."""
 import contextlib
+import json
 import os
 import re
 import signal
@@ -17,6 +18,11 @@ LOG = "/run/syslog"
 SANITIZER_REPORT = "/run/sanitizer"  # the daemon has no standard error to report to
 MEDIA_TABLES = ("music", "video", "photo", "playlist", "directory")
 PHOTO_TABLES = ("photo_info", "photo_share", "photo_access_right", "video_desc", "video_comment")
+
+
+ON_SERVER = os.environ.get("KOLI_TEST_ENGINE") == "postgresql"  # the databases, in a server of the sandbox's own
+SERVER, LIBRARY = "/run/postgresql", "appliance"
+MAPPED = re.compile(rb"\x01[\x01\x02]|\xef[\x9e\x9f][\x80-\xbf]")  # a byte that is no UTF-8, as it is kept there
 
 
 class DaemonGone(Exception):
@@ -127,6 +133,9 @@ def open_database(name):
 @contextlib.contextmanager
 def change(name):
     """A database to be changed as another program does it; committed at the end."""
+    if ON_SERVER:
+        yield ServerChange()
+        return
     connection = sqlite3.connect(f"{STORE}/{name}.db")
     try:
         with connection:
@@ -135,8 +144,75 @@ def change(name):
         connection.close()
 
 
+def start_server(program, binaries):
+    subprocess.run([program, "start", binaries, SERVER], check=True, stdout=subprocess.DEVNULL)
+    with open("/etc/koliinfo.conf", "a") as config:
+        config.write(f'database="postgresql:host={SERVER} user=koli dbname=postgres"\nlibrary="{LIBRARY}"\n')
+
+
+def ask_server(statement):
+    """What the server answers, as bytes."""
+    command = ["psql", "-XqAt", "-v", "ON_ERROR_STOP=1", "-h", SERVER, "-U", "koli", "postgres"]
+    asked = subprocess.run(command, input=f"SET search_path TO {LIBRARY};\n{statement};\n".encode(), check=False,
+                           capture_output=True, env={**os.environ, "PGCLIENTENCODING": "UTF8"})
+    if asked.returncode:
+        raise sqlite3.OperationalError(asked.stderr.decode())
+    return asked.stdout
+
+
+def own_byte(mapped):
+    *_, middle, last = mapped[0]
+    return bytes([last - 1 if middle == 1 else last if middle == 0x9e else last + 0x40])
+
+
+def own_value(value):
+    """A value of a row as SQLite has it."""
+    if isinstance(value, bool):
+        return "ft"[value]
+    return os.fsdecode(MAPPED.sub(own_byte, value.encode())) if isinstance(value, str) else value
+
+
+class ServerChange:
+    @staticmethod
+    def execute(statement, values=()):
+        for value in values:
+            statement = statement.replace("?", "'" + str(value).replace("'", "''") + "'", 1)
+        ask_server(statement)
+
+
+def row_versions():
+    """Of all rows of the media store: another one for whatever was written, be it the same."""
+    try:
+        return [ask_server(f"SELECT path, xmin, xmax, ctid FROM {table} ORDER BY path") for table in MEDIA_TABLES]
+    except sqlite3.OperationalError:
+        return None  # there are no tables yet
+
+
+class MediaWatch:
+    """Whether something is written to the media store from now on."""
+    def __init__(self):
+        if ON_SERVER:
+            self.version = row_versions
+        else:
+            database = sqlite3.connect(f"{STORE}/media.db")
+            self.version = lambda: database.execute("PRAGMA data_version").fetchone()
+        self.before = self.version()
+
+    def has_changed(self):
+        return self.version() != self.before
+
+
+def server_rows(table):
+    if ask_server(f"SELECT to_regclass('{table}') IS NULL").strip() == b"t":
+        return []
+    lines = ask_server(f"SELECT row_to_json(t) FROM {table} t").decode().split("\n")[:-1]
+    return [{name: own_value(value) for name, value in json.loads(line).items()} for line in lines]
+
+
 def rows(table):
     """All rows of a table as dictionaries; [] as long as there is no such table."""
+    if ON_SERVER:
+        return server_rows(table)
     name = "photo" if table in PHOTO_TABLES else "media"
     if not os.path.exists(f"{STORE}/{name}.db"):
         return []

@@ -175,7 +175,7 @@ TEST_F(Store, RenamesMoveRowsToWhereOthersStandThatMoveToo) {
 TEST_F(Store, TheRowsOfAFolderAreFoundWhateverItsName) {
     Texts folders = {""};
     std::istringstream words(
-        "a|a.jpg|a0|%|_x|O'B''|\\|b\\_|\xE9|\xC3|@LO'|A|' or 1|x like 'y' --|/* like|= 'true'");
+        "a|a.jpg|a0|%|_x|O'B''|\\|b\\_|\xE9|\xC3|\xEF\x9E\x80|\x80|\xEF\x9D\xBF|@LO'|A|' or 1|x like 'y' --|/* like|= 'true'");
     Texts names;
     for (std::string name; std::getline(words, name, '|');)
         names.push_back(name);

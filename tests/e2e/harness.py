@@ -73,6 +73,8 @@ class DaemonTest(unittest.TestCase):
     def forget_everything(self):
         for folder in (appliance.STORE, "/var/spool"):
             empty_folder(folder)
+        if appliance.ON_SERVER:
+            appliance.ask_server(f"DROP SCHEMA IF EXISTS {appliance.LIBRARY} CASCADE")
         for path in {name for pattern in ("/run/*.pid", "/run/koliindexd.*", appliance.SANITIZER_REPORT + "*")
                      for name in glob.glob(pattern)}:
             os.unlink(path)
@@ -126,4 +128,6 @@ def stored_rows():
 def main():
     appliance.require_sandbox()
     DaemonTest.binary = sys.argv.pop(1)
+    if appliance.ON_SERVER:
+        appliance.start_server(f"{TOP}/tests/postgresql-server", os.environ["KOLI_TEST_POSTGRES"])
     unittest.main(verbosity=2)

@@ -6,7 +6,7 @@
 namespace koli::host {
 namespace {
 
-constexpr uint32_t kZero = 0xF77F;   // stands for a zero byte
+constexpr uint8_t kEscape = 1;
 constexpr uint32_t kFirst = 0xF780;  // stands for the byte 0x80
 constexpr uint32_t kLast = 0xF7FF;
 constexpr size_t kMarkLength = 3;  // of each of these in UTF-8
@@ -42,18 +42,22 @@ size_t CharacterAt(std::string_view text, size_t at, uint32_t* code) {
 size_t PlainLength(std::string_view text, size_t at) {
     uint32_t code = 0;
     const size_t length = CharacterAt(text, at, &code);
-    return code == 0 || (code >= kZero && code <= kLast) ? 0 : length;
+    return code <= kEscape || (code >= kFirst && code <= kLast) ? 0 : length;
 }
 
 void AppendMark(uint8_t byte, std::string* out) {
-    const uint32_t code = byte == 0 ? kZero : kFirst + (byte - 0x80U);
+    if (byte <= kEscape) {
+        out->append({static_cast<char>(kEscape), static_cast<char>(byte + 1)});
+        return;
+    }
+    const uint32_t code = kFirst + (byte - 0x80U);
     out->push_back(static_cast<char>(0xE0 | code >> 12));
     out->push_back(static_cast<char>(0x80 | (code >> 6 & 0x3F)));
     out->push_back(static_cast<char>(0x80 | (code & 0x3F)));
 }
 
 bool IsPlain(char c) {
-    return c > 0;  // ASCII but zero, where a char has a sign
+    return c > kEscape;  // ASCII, where a char has a sign
 }
 
 }  // namespace
@@ -81,15 +85,18 @@ std::string_view ServerText(std::string_view bytes, std::string* scratch) {
 }
 
 std::string_view OwnBytes(std::string_view text, std::string* scratch) {
-    size_t at = text.find('\xEF');
+    size_t at = text.find_first_of("\1\xEF");
     if (at == std::string_view::npos) return text;
     scratch->assign(text.substr(0, at));
     while (at < text.size()) {
         uint32_t code = 0;
         const size_t length = CharacterAt(text, at, &code);
-        if (length == kMarkLength && code >= kZero && code <= kLast) {
-            scratch->push_back(code == kZero ? '\0' : static_cast<char>(code - kFirst + 0x80));
+        if (length == kMarkLength && code >= kFirst && code <= kLast) {
+            scratch->push_back(static_cast<char>(code - kFirst + 0x80));
             at += length;
+        } else if (code == kEscape && at + 1 < text.size()) {
+            scratch->push_back(static_cast<char>(text[at + 1] - 1));
+            at += 2;
         } else {
             scratch->push_back(text[at++]);
         }

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/host/postgresql/bytes.h"
 #include "platform/host/postgresql/failure.h"
 
 namespace koli::host {
@@ -170,8 +171,9 @@ int Postgresql::RunLater(SqlStatement& statement) {
 /// Takes the row that has failed out, and sends the others again.
 void Postgresql::DropPutOff(size_t place) {
     const auto bad = put_off_.begin() + static_cast<ptrdiff_t>(place);
-    const std::string first = bad->parameters.empty() ? "" : bad->parameters[0].text;
-    lost_.push_back(going_->failure().reason + ": " + first);
+    std::string scratch;
+    const std::string_view first = bad->parameters.empty() ? "" : OwnBytes(bad->parameters[0].text, &scratch);
+    lost_.push_back(going_->failure().reason + ": " + std::string(first));
     put_off_.erase(bad);
     going_.reset();
     going_.emplace(*link_);

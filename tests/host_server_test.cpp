@@ -1,0 +1,91 @@
+// The databases on a server: what it refuses, connections that are lost, sessions that were given up.
+#include "tests/host_databases.h"
+
+namespace koli::host {
+
+struct Server : Store {
+    /// Ends this library's session that writes to the media store.
+    void EndSession() const {
+        EXPECT_EQ(OutsideText(KOLI_MEDIA_DB,
+                              "SELECT count(pg_terminate_backend(pid)) FROM pg_locks WHERE locktype ="
+                              " 'advisory' AND objid = 1 AND classid::bigint ="
+                              " hashtext('koliindexd ' || current_schema())::bigint & 4294967295"),
+                  "1");
+    }
+    static Texts Songs() { return Media("SELECT path AS v FROM music ORDER BY path"); }
+};
+
+TEST_F(Server, WhatIsRefusedForGoodConcernsItsRowAlone) {
+    std::string noise = "/m/\xE9";  // no index entry holds so much that cannot be compressed
+    for (unsigned seed = 1; noise.size() < 4000; seed = seed * 1103515245 + 12345)
+        noise += static_cast<char>('0' + (seed >> 16) % 75);
+    for (const std::string& path : {"/m/a"s, noise, "/m/b"s, noise + "c", "/m/d"s})
+        EXPECT_EQ(Save(path), 0);
+    KOLIIndexVideoTableDirtySet(0);
+    EXPECT_EQ(BlKOLIIndexIsMusicTableDirty(), 1);
+    EXPECT_EQ(Save("/m/e"), 0);
+    EXPECT_EQ(MediaDatabase().Execute("DELETE FROM nothing"), -1);
+    EXPECT_EQ(MediaDatabase().Execute("DELETE FROM music WHERE path = '/m/d'"), 1);
+    EXPECT_EQ(KOLIDBSync(), 0);
+    EXPECT_EQ(Songs(), (Texts{"/m/a", "/m/b", "/m/e"}));
+    // Two statements that fail alike are told once; each row is told.
+    ASSERT_EQ(fake.log.size(), 3U);
+    EXPECT_NE(fake.log[1].find("\": " + noise), std::string::npos) << fake.log[1];
+}
+
+TEST_F(Server, AConnectionThatIsLostRefusesUntilTheNextBatch) {
+    const auto save = [](const char* path) {
+        SavePhoto(path, "t");
+        return Save(path);
+    };
+    ASSERT_EQ(save("/m/a"), 0);
+    ASSERT_EQ(KOLIDBSync(), 0);
+    ASSERT_EQ(save("/m/b"), 0);
+    EndSession();
+    EXPECT_EQ(MediaDatabase().Execute("DELETE FROM music"), -1);
+    EXPECT_EQ(KOLIDBRefusing(), KOLI_MEDIA_DB);
+    EXPECT_NE(Save("/m/c"), 0);
+    EXPECT_EQ(KOLIDBSync(), -1);
+    KOLIDBBatchBegin();
+    EXPECT_EQ(Songs(), Texts{"/m/a"});
+    EXPECT_EQ(Photo("SELECT path AS v FROM photo_info ORDER BY path"), (Texts{"/m/a", "/m/b"}));
+    EndSession();
+    EXPECT_EQ(Media("SELECT 1 AS v"), Texts{});
+    KOLIDBBatchBegin();
+    EXPECT_EQ(Save("/m/b"), 0);
+    EXPECT_EQ(KOLIDBSync(), 0);
+    EXPECT_EQ(Songs(), (Texts{"/m/a", "/m/b"}));
+}
+
+TEST_F(Server, ASessionThatWasGivenUpWritesNothingMore) {
+    ASSERT_EQ(Save("/m/a"), 0);
+    ASSERT_EQ(KOLIDBFlush(), 0);
+    SqlFailure failure;
+    const auto engine = EngineIn(directory_, &failure);
+    const auto older = engine->Open(KOLI_MEDIA_DB, nullptr, &failure);  // ends the test's own
+    ASSERT_TRUE(older != nullptr && older->Begin());
+    EXPECT_EQ(older->RunLater(*older->Kept("DELETE FROM music")), 0);
+    EXPECT_NE(Save("/m/b") == 0 ? KOLIDBSync() : -1, 0);
+    KOLIDBBatchBegin();
+    EXPECT_EQ(Save("/m/b"), 0);
+    EXPECT_EQ(KOLIDBSync(), 0);
+    EXPECT_TRUE(!older->Settle() && older->failure().passes && !older->InTransaction());
+    EXPECT_EQ(Songs(), (Texts{"/m/a", "/m/b"}));
+}
+
+TEST_F(Server, WhatLiesBelowAFolderIsFoundByItsIndex) {
+    SavePhoto("/p/a", "t");
+    for (const char* query :
+         {"SELECT path FROM photo_info WHERE path LIKE '/p/%' AND path NOT LIKE '/p/%/%'",
+          "SELECT shareid FROM photo_share WHERE sharename LIKE 'Trip/%'",
+          "DELETE FROM photo_info WHERE path IN (SELECT path FROM photo_info WHERE path = "
+          "'/p' OR (path >= '/p/' AND path < '/p0') LIMIT 1000)",
+          "SELECT path FROM photo_info WHERE path >= '/p/' ORDER BY path"}) {
+        const auto plan = PhotoDatabase().Query("EXPLAIN "s + query);
+        ASSERT_NE(plan, nullptr);
+        for (int row = 0; row < plan->count(); ++row)
+            EXPECT_EQ(strstr(plan->Field(row, "QUERY PLAN"), "Seq Scan"), nullptr) << query;
+    }
+}
+
+}  // namespace koli::host
