@@ -61,6 +61,17 @@ void Classify(ServerStatement* statement) {
     statement->table = is("UPDATE") ? words[1] : words[2];
 }
 
+/// The number in the text of a parameter that is called `name` outside.
+int NumberOf(std::string_view name, ServerStatement* statement) {
+    constexpr size_t kDigitsMax = 4;
+    const auto outside = static_cast<size_t>(std::stoi(std::string(name.substr(0, kDigitsMax))));
+    std::vector<int>& numbers = statement->numbers;
+    if (numbers.size() < outside + 1) numbers.resize(outside + 1);
+    int& number = numbers[outside];
+    if (number == 0) number = ++statement->parameters;
+    return number;
+}
+
 void Replace(std::string* text, std::string_view name, std::string_view value) {
     for (size_t at = 0; (at = text->find(name, at)) != std::string::npos; at += value.size())
         text->replace(at, name.size(), value);
@@ -112,8 +123,7 @@ ServerStatement ToServer(std::string_view text) {
         const size_t length = is_parameter ? 1 + PieceLength(text, at + 1) : PieceLength(text, at);
         const std::string_view piece = text.substr(at, length);
         if (is_parameter) {
-            out.append("$").append(piece.substr(1));
-            statement.parameters = std::max(statement.parameters, std::stoi(std::string(piece.substr(1, 6))));
+            out.append("$").append(std::to_string(NumberOf(piece.substr(1), &statement)));
         } else {
             out.append(piece);
         }

@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/host/sql/save_form.h"
 
@@ -20,13 +21,14 @@ enum class Command {
 /// A text, and what can be told of it without the server.
 struct ServerStatement {
     std::string text;
-    int parameters = 0;  // the highest number of one
+    std::vector<int> numbers = {};  // at [n]: that of the parameter ?n in the text, 0 = it is not there
+    int parameters = 0;             // that are there
     Command command = Command::kOther;
     std::string table = {};  // that a kWrite changes
 };
 
-/// Parameters ?N become $N outside of quoted texts, quoted names and comments; invalid bytes are mapped
-/// (bytes.h).
+/// Parameters ?N become $1, $2 ... outside of quoted texts, quoted names and comments: the server wants to
+/// know the type of each up to the last.  Invalid bytes are mapped (bytes.h).
 ServerStatement ToServer(std::string_view text);
 
 /// The statement that saves a row.  The row that is there is asked first: an INSERT that meets it would lock

@@ -29,8 +29,9 @@ PostgresqlStatement::~PostgresqlStatement() {
 // ---- Parameters
 
 void PostgresqlStatement::Set(int index, std::string text) {
-    if (index >= 1 && index <= server_.parameters)
-        parameters_[static_cast<size_t>(index) - 1] = {std::move(text), false};
+    const auto place = static_cast<size_t>(index);
+    const int number = place < server_.numbers.size() ? server_.numbers[place] : 0;
+    if (number > 0) parameters_[static_cast<size_t>(number) - 1] = {std::move(text), false};
 }
 
 void PostgresqlStatement::Text(int index, std::string_view value) {
