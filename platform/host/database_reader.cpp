@@ -20,7 +20,7 @@ const char* ShapeOf(const char* table) {
 constexpr int kFirstValue = 4;  // parameters 1 to 3 are the paths
 
 std::string SelectText(const char* table, const std::vector<std::string>& columns,
-                       const RowSelection& selection) {
+                       const RowSelection& selection, const char* order) {
     std::string text = "SELECT ";
     for (const std::string& column : columns)
         text.append(&column == &columns.front() ? "" : ", ").append(column);
@@ -32,7 +32,7 @@ std::string SelectText(const char* table, const std::vector<std::string>& column
         text.append(is_part ? " AND strpos(lower(CAST(" : " AND ").append(column);
         text.append(is_part ? " AS text)), lower(" : " = ").append(place).append(is_part ? ")) > 0" : "");
     }
-    text += " ORDER BY path";
+    text.append(" ORDER BY ").append(order);
     return selection.limit > 0 ? text + " LIMIT " + std::to_string(selection.limit) : text;
 }
 
@@ -92,7 +92,9 @@ std::unique_ptr<SqlStatement> DatabaseReader::Find(const char* table, const char
 
 std::unique_ptr<SqlStatement> DatabaseReader::List(const char* table, const std::vector<std::string>& columns,
                                                    const RowSelection& selection) const {
-    auto rows = Rows(table, SelectText(table, columns, selection));
+    Sql* const sql = With(table);
+    auto rows =
+        sql != nullptr ? sql->Prepare(SelectText(table, columns, selection, sql->PathOrder(table))) : nullptr;
     if (rows == nullptr) return nullptr;
     if (!selection.below.empty()) FillPathRange(*rows, selection.below);
     int parameter = kFirstValue;
@@ -106,8 +108,11 @@ std::unique_ptr<SqlStatement> DatabaseReader::Between(const char* table, std::st
     const bool is_problem = strcmp(table, kProblemTable) == 0;
     if (is_problem && !KnowsProblemKinds()) return nullptr;
     const char* const which = is_problem ? " AND kind <> 0" : "";
-    auto rows = Rows(table, std::string("SELECT ") + ShapeOf(table) + " FROM " + table +
-                                " WHERE path >= ?1 AND path < ?2" + which + " ORDER BY path");
+    Sql* const sql = With(table);
+    if (sql == nullptr) return nullptr;
+    auto rows =
+        sql->Prepare(std::string("SELECT ") + ShapeOf(table) + " FROM " + table +
+                     " WHERE path >= ?1 AND path < ?2" + which + " ORDER BY " + sql->PathOrder(table));
     if (rows != nullptr) rows->Fill(first, behind);
     return rows;
 }

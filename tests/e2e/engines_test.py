@@ -4,13 +4,15 @@ import json
 import os
 import pathlib
 import random
+import signal
 import subprocess
+import time
 
 import harness
 from harness import appliance
 
 CONFIG = pathlib.Path("/etc/koliinfo.conf")
-ODD_NAMES = (b"inv\xff\xfe\xc3alid", "\uf780\uf7ff".encode(), b"\xc3\xa9\x80 after \xc3\xa9", b"it's 100%_\\", b"new\nline\x01")
+ODD_NAMES = (b"inv\xff\xfe\xc3alid", "\uf780\uf7ff".encode(), b"\xc3\xa9\x80 after \xc3\xa9", b"\x80 before it", b"it's 100%_\\", b"new\nline\x01")
 
 
 class Engines(harness.DaemonTest):
@@ -57,6 +59,32 @@ class Engines(harness.DaemonTest):
             self.assertEqual(rows, server[part], part)
         self.assertEqual(server["sync --dry-run"]["differences"], [])
         self.assertGreater(len(server["music"]), 50)
+
+    def test_a_server_that_stands_still_is_given_up_and_what_it_was_told_comes_again(self):
+        self.put("/volume1/photo/one.jpg", title="One")
+        self.index(*harness.EVERYTHING)
+        two = self.put("/volume1/photo/two.jpg", title="Two")
+        master = pathlib.Path(f"{appliance.SERVER}/data/postmaster.pid").read_text().split()[0]
+        self.start()
+        appliance.enqueue([f"A:{two}"])
+        harness.hurry()
+        appliance.wait_for_batch(harness.PATIENCE)
+        os.unlink(two)
+        children = pathlib.Path(f"/proc/{master}/task/{master}/children").read_text().split()
+        for process in (master, *children):
+            os.kill(int(process), signal.SIGSTOP)
+        begin = time.monotonic()
+        try:
+            appliance.enqueue([f"D:{two}"])
+            harness.hurry()
+            harness.wait_for("the refusal", lambda: any("does not answer" in line for line in appliance.log_messages()))
+            self.assertLess(time.monotonic() - begin, 40)  # with the loop's tick
+        finally:
+            for process in (*children, master):
+                os.kill(int(process), signal.SIGCONT)
+        appliance.wait_for_batch(harness.PATIENCE)
+        self.assertEqual(self.paths("photo_info"), ["/volume1/photo/one.jpg"])
+        appliance.stop()
 
 
 if __name__ == "__main__":

@@ -34,6 +34,12 @@ SqlStatement* Postgresql::PathsInside(const char* table, const std::string& fold
     return query != nullptr ? &query->Fill(folder + '/', folder + '0') : nullptr;
 }
 
+const char* Postgresql::PathOrder(const char* table) {
+    const std::string text =
+        std::string("SELECT EXISTS (SELECT 1 FROM ") + table + " WHERE " + kIsMapped + ")";
+    return Answer(text) == "t" ? "koli_bytes(path)" : "path";
+}
+
 const char* Postgresql::ColumnsText() const {
     return "SELECT attname FROM pg_attribute WHERE attrelid = to_regclass(quote_ident(?1))"
            " AND attnum > 0 AND NOT attisdropped ORDER BY attnum";

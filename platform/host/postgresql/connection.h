@@ -20,6 +20,7 @@ class Postgresql final : public Sql {
     ~Postgresql() override;
 
     SqlStatement* PathsInside(const char* table, const std::string& folder) override;
+    const char* PathOrder(const char* table) override;
     int Run(SqlStatement& statement) override;
     int RunLater(SqlStatement& statement) override;
     bool Settle() override;

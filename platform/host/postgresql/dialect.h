@@ -27,6 +27,9 @@ struct ServerStatement {
     std::string table = {};  // that a kWrite changes
 };
 
+/// The condition that a path holds bytes that are no UTF-8; the schema has an index for it.
+inline constexpr const char kIsMapped[] = R"(path ~ '[\uF780-\uF7FF]')";
+
 /// Parameters ?N become $1, $2 ... outside of quoted texts, quoted names and comments: the server wants to
 /// know the type of each up to the last.  Invalid bytes are mapped (bytes.h).
 ServerStatement ToServer(std::string_view text);

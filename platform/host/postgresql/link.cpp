@@ -14,8 +14,9 @@
 namespace koli::host {
 namespace {
 
-constexpr int64_t kConnectMs = 10'000;
-constexpr int64_t kSilenceMs = 25'000;  // without a byte from a server that has something to answer
+constexpr int64_t kConnectMs = 8'000;
+constexpr int64_t kSilenceMs = 10'000;  // without a byte from a server that has something to answer
+constexpr int64_t kWorkMs = 600'000;    // of one answer
 constexpr const char kSilent[] = "the server does not answer";
 
 int64_t NowMs() {
@@ -55,13 +56,13 @@ std::vector<const char*> Pointers(const std::vector<Parameter>& parameters) {
 
 // ---- Connecting
 
-Link::Link(Connection connection) : connection_(std::move(connection)) {
+Link::Link(Connection connection, Settings settings)
+    : connection_(std::move(connection)), settings_(std::move(settings)) {
     PQsetNoticeReceiver(connection_.get(), &Link::OnNotice, this);
 }
 
 /// The socket can be another one after each step: the next host's.
-std::unique_ptr<Link> Link::Connect(const std::vector<std::pair<std::string, std::string>>& settings,
-                                    SqlFailure* failure) {
+std::unique_ptr<Link> Link::Connect(const Settings& settings, SqlFailure* failure) {
     std::vector<const char*> names, values;
     for (const auto& [name, value] : settings) {
         names.push_back(name.c_str());
@@ -81,7 +82,7 @@ std::unique_ptr<Link> Link::Connect(const std::vector<std::pair<std::string, std
     }
     if (PQstatus(connection.get()) == CONNECTION_OK && PQsetnonblocking(connection.get(), 1) == 0 &&
         PQenterPipelineMode(connection.get()) == 1)
-        return std::unique_ptr<Link>(new Link(std::move(connection)));
+        return std::unique_ptr<Link>(new Link(std::move(connection), settings));
     *failure = LostFailure(is_in_time ? OneLine(PQerrorMessage(connection.get())) : kSilent);
     return nullptr;
 }
@@ -126,12 +127,28 @@ void Link::Push() {
 
 // ---- Receiving
 
+/// Asks by another link: a session that is neither stuck in the network nor waiting for a replica.
+bool Link::IsAtWork() {
+    constexpr const char kAsk[] =
+        "SELECT pid FROM pg_stat_activity WHERE pid = $1 AND state = 'active'"
+        " AND wait_event_type IS DISTINCT FROM 'Client' AND wait_event IS DISTINCT FROM 'SyncRep'";
+    if (!is_to_wait_ || NowMs() - asked_ > kWorkMs) return false;
+    SqlFailure failure;
+    const std::unique_ptr<Link> other = Connect(settings_, &failure);
+    if (other == nullptr) return false;
+    other->is_to_wait_ = false;
+    other->Query(kAsk, {{std::to_string(PQbackendPID(connection_.get())), false}});
+    other->Sync();
+    const Result answer = other->Answer();
+    return answer != nullptr && PQntuples(answer.get()) == 1;
+}
+
 /// Waits until there is something to read, or room to send what is left.
 bool Link::Wait(int64_t deadline, bool is_sending) {
     const short events = static_cast<short>(is_sending ? POLLIN | POLLOUT : POLLIN);
     if (!PollUntil(PQsocket(connection_.get()), events, deadline)) {
-        Lose(kSilent);
-        return false;
+        if (!IsAtWork()) Lose(kSilent);
+        return !is_lost();
     }
     if (PQconsumeInput(connection_.get()) == 1) return true;
     Lose(OneLine(PQerrorMessage(connection_.get())));
@@ -140,7 +157,8 @@ bool Link::Wait(int64_t deadline, bool is_sending) {
 
 /// PQgetResult without its own waiting.
 PGresult* Link::Next() {
-    int64_t deadline = NowMs() + kSilenceMs;
+    asked_ = NowMs();
+    int64_t deadline = asked_ + kSilenceMs;
     for (int left = PQflush(connection_.get()); PQisBusy(connection_.get()) != 0;) {
         if (left < 0) {
             Lose(OneLine(PQerrorMessage(connection_.get())));

@@ -21,17 +21,17 @@ struct Parameter {
     bool is_null = true;
 };
 
-/// What is sent is answered in its order.  What fails makes the link lost: it then does nothing more.
+/// What is sent is answered in its order.  What fails makes the link lost: it then does nothing more.  So
+/// does a server that keeps silent, unless it says to somebody else that it is still at work.
 class Link {
   public:
-    /// The settings in pairs, as libpq names them.  Null with the reason when no server answers within ten
+    /// The settings in pairs, as libpq names them.  Null with the reason when no server answers within eight
     /// seconds.
-    static std::unique_ptr<Link> Connect(const std::vector<std::pair<std::string, std::string>>& settings,
-                                         SqlFailure* failure);
+    using Settings = std::vector<std::pair<std::string, std::string>>;
+    static std::unique_ptr<Link> Connect(const Settings& settings, SqlFailure* failure);
 
     bool is_lost() const { return !lost_.empty(); }
-    const std::string& lost() const { return lost_; }                ///< why; '' = it is not
-    int process() const { return PQbackendPID(connection_.get()); }  ///< that serves it
+    const std::string& lost() const { return lost_; }  ///< why; '' = it is not
 
     /// Puts one message behind the others that are still to be sent.
     void Prepare(const std::string& name, const std::string& text);
@@ -51,13 +51,17 @@ class Link {
 
   private:
     using Connection = std::unique_ptr<PGconn, decltype(&PQfinish)>;
-    explicit Link(Connection connection);
+    Link(Connection connection, Settings settings);
+    bool IsAtWork();
     static void OnNotice(void* self, const PGresult* notice);
     void Sent(int is_sent);
     bool Wait(int64_t deadline, bool is_sending);
     PGresult* Next();
 
     Connection connection_;
+    const Settings settings_;
+    int64_t asked_ = 0;       // ms; when the server was asked what is waited for
+    bool is_to_wait_ = true;  // for a server that is at work
     std::string lost_;
     std::string warning_;
 };

@@ -88,6 +88,24 @@ constexpr const char kRightsGo[] = R"(CREATE FUNCTION koli_rights_go() RETURNS t
     SET search_path FROM CURRENT AS
     'BEGIN DELETE FROM photo_access_right WHERE shareid = OLD.shareid; RETURN NULL; END')";
 
+constexpr const char kBytes[] = R"(CREATE OR REPLACE FUNCTION koli_bytes(path text) RETURNS bytea
+    LANGUAGE plpgsql IMMUTABLE AS $$
+DECLARE
+    bytes bytea := '';
+    c text;
+BEGIN
+    IF path !~ '[\uF780-\uF7FF]' THEN RETURN convert_to(path, 'UTF8'); END IF;
+    FOREACH c IN ARRAY string_to_array(path, NULL) LOOP
+        bytes := bytes || CASE WHEN c ~ '[\uF780-\uF7FF]' THEN set_byte('\x00', 0, ascii(c) - 63232)
+                               ELSE convert_to(c, 'UTF8') END;
+    END LOOP;
+    RETURN bytes;
+END $$)";
+
+void AddOrder(const std::string& table, Step* step) {
+    step->push_back("CREATE INDEX " + table + "_mapped ON " + table + " (path) WHERE " + kIsMapped);
+}
+
 /// Makes `column` of a new row one more than the highest.
 void AddNumbering(const std::string& table, const std::string& column, Step* step) {
     const std::string function = "koli_next_" + table;
@@ -107,6 +125,9 @@ Steps MediaSteps() {
         " kind integer NOT NULL DEFAULT 0)"};
     for (const char* table : {"music", "video", "photo", "playlist"})
         first.push_back(std::string("CREATE TABLE ") + table + " " + kMediaColumns);
+    first.emplace_back(kBytes);
+    for (const char* table : {"music", "video", "photo", "playlist", "directory", "problem"})
+        AddOrder(table, &first);
     return {first};
 }
 
@@ -125,6 +146,8 @@ Steps PhotoSteps() {
                   kRightsGo,
                   "CREATE TRIGGER photo_share_rights AFTER DELETE ON photo_share FOR EACH ROW"
                   " EXECUTE FUNCTION koli_rights_go()"};
+    first.emplace_back(kBytes);
+    AddOrder("photo_info", &first);
     AddNumbering("photo_share", "shareid", &first);
     AddNumbering("video_comment", "id", &first);
     return {first};

@@ -3,6 +3,9 @@
 // - Both databases' tables stand in one schema; `koli_schema` holds the version of each.
 // - Key columns compare byte by byte, so that what lies below one folder stands in one place of its index,
 //   whatever the database's collation is.
+// - Paths that are no UTF-8 have an index of their own, mostly empty, and koli_bytes gives the bytes that a
+// path
+//   stands for: only these sort otherwise than what is kept of them.
 // - Boolean columns are real ones.
 // - The access rights of an album go with it by a trigger, and the number of a new row is one more than the
 //   highest, by a function: whoever hands numbers over does not disturb it.

@@ -121,6 +121,9 @@ class Sql {
     /// holds, however deep it is.
     virtual SqlStatement* PathsInside(const char* table, const std::string& folder) = 0;
 
+    /// What to order rows of `table` by, to have their paths in the order of their bytes.
+    virtual const char* PathOrder(const char*) { return "path"; }
+
     /// Runs a statement to its end.  Returns the number of rows that it inserted, changed or removed itself
     /// (its triggers' not counted), or -1.
     virtual int Run(SqlStatement& statement) = 0;
