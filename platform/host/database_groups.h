@@ -54,6 +54,13 @@ class Database {
         return statement != nullptr ? Run(statement->Fill(values...)) : -1;
     }
 
+    /// The same without waiting for the result, where an engine puts that off: not inside of a unit.
+    template <typename... Values>
+    int ChangeLater(std::string_view text, const Values&... values) {
+        SqlStatement* const statement = Prepare(text);
+        return statement != nullptr ? RunAdd(statement->Fill(values...)) : -1;
+    }
+
     /// Removes the row of `path` from a table that is keyed by it, or all at and below it, with the same
     /// results.  Of many rows, outside of a unit, some can be gone when it fails.
     int Remove(const std::string& table, std::string_view path);

@@ -127,7 +127,8 @@ int MediaInfoDBDelete(int type, const char* path) {
             return -1;
         }
         if (type == kStoreBelowDirectory) return DeleteBelow(path);
-        if (MediaDatabase().Remove(kMediaTables[type], path) < 0) return -1;
+        const std::string text = std::string("DELETE FROM ") + kMediaTables[type] + " WHERE path = ?1";
+        if (MediaDatabase().ChangeLater(text, path) < 0) return -1;
         ProblemForget(path);
         return 0;
     });

@@ -60,7 +60,7 @@ void ProblemBatchBegin() {
 }
 
 void ProblemForget(const char* path) {
-    MediaDatabase().Remove(kProblemTable, path);
+    MediaDatabase().ChangeLater("DELETE FROM problem WHERE path = ?1", path);
 }
 
 void ProblemForgetBelow(const char* path) {
@@ -86,8 +86,8 @@ void KOLIProblemSet(const char* path, const char* reason, int kind) {
 void KOLIProblemClear(const char* path, int kind) {
     Guarded(MediaDatabase(), [=] {
         if (path != nullptr && HasRows())
-            MediaDatabase().Change((kind & KOLI_PROBLEM_PHOTOS) != 0 ? kRemoveOfPhotos : kRemoveOfStore,
-                                   path);
+            MediaDatabase().ChangeLater((kind & KOLI_PROBLEM_PHOTOS) != 0 ? kRemoveOfPhotos : kRemoveOfStore,
+                                        path);
     });
 }
 
