@@ -116,37 +116,53 @@ void AddNumbering(const std::string& table, const std::string& column, Step* ste
     step->push_back("ALTER TABLE " + table + " ALTER COLUMN " + column + " SET DEFAULT " + function + "()");
 }
 
+constexpr const char kDirectory[] = R"(CREATE TABLE directory (
+    path text COLLATE "C" NOT NULL PRIMARY KEY,
+    title text NOT NULL DEFAULT ''
+))";
+
+constexpr const char kProblem[] = R"(CREATE TABLE problem (
+    path text COLLATE "C" NOT NULL PRIMARY KEY,
+    time text NOT NULL DEFAULT '',
+    reason text NOT NULL DEFAULT '',
+    kind integer NOT NULL DEFAULT 0
+))";
+
+constexpr const char kVideoDesc[] = R"(CREATE TABLE video_desc (
+    path text COLLATE "C" NOT NULL PRIMARY KEY,
+    title text NOT NULL DEFAULT '',
+    description text NOT NULL DEFAULT ''
+))";
+
+constexpr const char kRights[] = R"(CREATE TABLE photo_access_right (
+    userid bigint NOT NULL,
+    shareid bigint NOT NULL,
+    time text NOT NULL DEFAULT ''
+))";
+
+constexpr const char kSettingValues[] = R"(CREATE TABLE setting (
+    name text COLLATE "C" NOT NULL PRIMARY KEY,
+    value text NOT NULL DEFAULT ''
+))";
+
+constexpr const char kRightsTrigger[] =
+    "CREATE TRIGGER photo_share_rights AFTER DELETE ON photo_share FOR EACH ROW"
+    " EXECUTE FUNCTION koli_rights_go()";
+
 Steps MediaSteps() {
-    Step first = {
-        "CREATE TABLE directory (path text COLLATE \"C\" NOT NULL PRIMARY KEY,"
-        " title text NOT NULL DEFAULT '')",
-        "CREATE TABLE problem (path text COLLATE \"C\" NOT NULL PRIMARY KEY,"
-        " time text NOT NULL DEFAULT '', reason text NOT NULL DEFAULT '',"
-        " kind integer NOT NULL DEFAULT 0)"};
+    Step first = {kDirectory, kProblem, kBytes};
     for (const char* table : {"music", "video", "photo", "playlist"})
         first.push_back(std::string("CREATE TABLE ") + table + " " + kMediaColumns);
-    first.emplace_back(kBytes);
     for (const char* table : {"music", "video", "photo", "playlist", "directory", "problem"})
         AddOrder(table, &first);
     return {first};
 }
 
 Steps PhotoSteps() {
-    Step first = {kPhotoInfo,
-                  "CREATE TABLE video_desc (path text COLLATE \"C\" NOT NULL PRIMARY KEY,"
-                  " title text NOT NULL DEFAULT '', description text NOT NULL DEFAULT '')",
-                  kVideoComment,
-                  "CREATE INDEX video_comment_path ON video_comment (path)",
-                  kPhotoShare,
-                  "CREATE TABLE photo_access_right (userid bigint NOT NULL, shareid bigint NOT NULL,"
-                  " time text NOT NULL DEFAULT '')",
-                  "CREATE INDEX photo_access_right_shareid ON photo_access_right (shareid)",
-                  "CREATE TABLE setting (name text COLLATE \"C\" NOT NULL PRIMARY KEY,"
-                  " value text NOT NULL DEFAULT '')",
-                  kRightsGo,
-                  "CREATE TRIGGER photo_share_rights AFTER DELETE ON photo_share FOR EACH ROW"
-                  " EXECUTE FUNCTION koli_rights_go()"};
-    first.emplace_back(kBytes);
+    Step first = {kPhotoInfo,     kVideoDesc, kVideoComment,  kPhotoShare, kRights,
+                  kSettingValues, kRightsGo,  kRightsTrigger, kBytes};
+    first.emplace_back("CREATE INDEX video_comment_path ON video_comment (path)");
+    first.emplace_back("CREATE INDEX photo_access_right_shareid ON photo_access_right (shareid)");
     AddOrder("photo_info", &first);
     AddNumbering("photo_share", "shareid", &first);
     AddNumbering("video_comment", "id", &first);
