@@ -62,4 +62,19 @@ int Mp3MetadataParse(const char* path, MediaInfo* record, FileReading& reading) 
     return result;
 }
 
+bool Mp3TagsRead(const char* path, MediaInfo* record, FileReading& reading) {
+    CachedFileReader reader{};
+    if (!CachedFileOpen(&reader, path, reading, LogSite(kModule))) return false;
+    Id3v1Block v1{};
+    Id3v1Read(&reader, &v1);
+    Id3v2Fields v2{};
+    v2.picture_count = 1;  // as if one had been saved: no other is
+    ReadId3v2(&reader, &v2, path);
+    const MpegHeaderInfo header{};
+    Id3MergeIntoRecord(record, &header, &v1, &v2);
+    record->has_cover = 0;
+    CachedFileClose(&reader);
+    return true;
+}
+
 }  // namespace koli

@@ -11,4 +11,8 @@ namespace koli {
 /// is found or the file cannot be read (logged; the record is then untouched).
 int Mp3MetadataParse(const char* path, MediaInfo* record, FileReading& reading);
 
+/// Fills in what the file's ID3 tags alone tell, and changes nothing of its covers.  False when it cannot be
+/// opened (logged).
+bool Mp3TagsRead(const char* path, MediaInfo* record, FileReading& reading);
+
 }  // namespace koli

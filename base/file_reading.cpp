@@ -6,6 +6,7 @@
 
 #include "base/log.h"
 #include "base/passing_error.h"
+#include "base/work_report.h"
 
 namespace koli {
 namespace {
@@ -30,6 +31,7 @@ FileReading::FileReading(const char* path, void (*tick)(), int64_t limit)
       begun_(Now(CLOCK_PROCESS_CPUTIME_ID)),
       next_look_(Now(CLOCK_MONOTONIC) + limit) {
     ReadingMarkSet(path_);
+    WorkFile(path_);
 }
 
 FileReading::FileReading(const char* path, InChild)

@@ -28,7 +28,7 @@ struct Failure {
 };
 
 /// The reading of one file: it lives where its outcome is decided, and the readers are handed it.  Its path
-/// stands in the reading mark as long as it lives; there is one at a time.
+/// stands in the reading mark as long as it lives, and the work report tells of it; there is one at a time.
 class FileReading {
   public:
     /// Nanoseconds of this process's processor time that the reading of one file may take.

@@ -129,26 +129,49 @@ int OpenFile(const char* mark_file) {
     return -1;
 }
 
+/// Maps the file and closes it; null, with errno set, when that fails, and for -1.
+Area* Map(int fd, int flags) {
+    if (fd < 0) return nullptr;
+    void* mapped = mmap(nullptr, sizeof(Area), PROT_READ | PROT_WRITE, flags, fd, 0);
+    close(fd);
+    if (mapped == MAP_FAILED) return nullptr;
+    if (madvise(mapped, sizeof(Area), MADV_DONTFORK) == 0) return static_cast<Area*>(mapped);
+    munmap(mapped, sizeof(Area));
+    return nullptr;
+}
+
+void Take(Area* mapped) {
+    if (area != nullptr) munmap(area, sizeof(Area));
+    area = mapped;
+    area->path[sizeof area->path - 1] = '\0';
+    CountPlaces();
+}
+
 }  // namespace
 
 bool ReadingMarkOpen(const char* mark_file) {
-    const int fd = OpenFile(mark_file);
-    if (fd < 0) return false;
-    void* mapped = mmap(nullptr, sizeof(Area), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    close(fd);
-    if (mapped == MAP_FAILED) return false;
-    if (madvise(mapped, sizeof(Area), MADV_DONTFORK) != 0) {
-        munmap(mapped, sizeof(Area));
-        return false;
+    Area* const mapped = Map(OpenFile(mark_file), MAP_SHARED);
+    if (mapped == nullptr) return false;
+    if (mapped->layout != kLayout) {
+        memset(mapped, 0, sizeof *mapped);
+        mapped->layout = kLayout;
     }
-    if (area != nullptr) munmap(area, sizeof(Area));
-    area = static_cast<Area*>(mapped);
-    if (area->layout != kLayout) {
-        memset(area, 0, sizeof *area);
-        area->layout = kLayout;
+    Take(mapped);
+    return true;
+}
+
+bool ReadingMarkOpenToAsk(const char* mark_file) {
+    const int fd = open(mark_file, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    struct stat status;
+    const bool is_whole = fd >= 0 && fstat(fd, &status) == 0 && status.st_size == sizeof(Area);
+    if (fd >= 0 && !is_whole) {
+        close(fd);
+        errno = EINVAL;
     }
-    area->path[sizeof area->path - 1] = '\0';
-    CountPlaces();
+    Area* const mapped = is_whole ? Map(fd, MAP_PRIVATE) : nullptr;
+    if (mapped == nullptr) return false;
+    if (mapped->layout != kLayout) memset(mapped, 0, sizeof *mapped);
+    Take(mapped);
     return true;
 }
 

@@ -27,6 +27,9 @@ enum class PastReading {
 /// there.  False, with errno set, when that fails: then nothing is remembered.
 bool ReadingMarkOpen(const char* mark_file);
 
+/// The same for a process that only asks: the file stays as it is.  False also when there is none.
+bool ReadingMarkOpenToAsk(const char* mark_file);
+
 /// Whether the earlier daemon was brought down in the middle of a file; `path` is then that file.  It is
 /// counted with `counts`, which says that the file is going to be read again.  Returns how often it has been
 /// counted, 0 when it is not, or there is none.

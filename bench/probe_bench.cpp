@@ -19,13 +19,13 @@
 
 #include "base/media_info.h"
 #include "bench/measure.h"
+#include "guard/probe_guard.h"
 #include "index/directory.h"
 #include "index/index.h"
 #include "index/record/index_mode.h"
 #include "platform/kolidb.h"
 #include "video/container_probe.h"
 #include "video/metamedia.h"
-#include "video/probe_guard.h"
 
 namespace koli::bench {
 namespace {

@@ -13,6 +13,8 @@
 #include <string>
 
 #include "base/later_renames.h"
+#include "base/line_count.h"
+#include "base/work_report.h"
 #include "daemon/queue_line.h"
 #include "daemon/waiting_renames.h"
 #include "photo/caption.h"
@@ -89,6 +91,12 @@ bool LockAgainstWriters(int fd) {
         nanosleep(&kLockPause, nullptr);
     }
     return false;
+}
+
+/// For programs that look.
+void TellLines(int fd) {
+    struct stat status;
+    if (fstat(fd, &status) == 0) WorkBatchLines(LineCount(fd, status.st_size));
 }
 
 /// True when the whole batch has been read; it is then locked.  False when a late line has come meanwhile.
@@ -188,6 +196,7 @@ BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, boo
     Fingerprint executed(fileno(batch));
     QueueLine line;
     do {
+        TellLines(fileno(batch));
         for (int64_t begin = ftello(batch); QueueLineRead(batch, &line); begin = ftello(batch)) {
             if (line.end == QueueLine::kFile && !ReadTornLine(batch, begin, &line, is_patient))
                 return BatchEnd::kHeld;
@@ -195,8 +204,10 @@ BatchEnd ProcessBatchLines(FILE* batch, const char* queue, bool is_repeated, boo
             if (KOLIDBRefusing() == kBothStores) return BatchEnd::kRefused;
             waiting.begin = ftello(batch);
             const bool is_rebuild = strncmp(line.text, kRebuildPhoto, sizeof kRebuildPhoto - 1) == 0;
+            WorkLineBegin(begin);
             Execute(&line, waiting.begin, done_before, &executed);
             if (is_rebuild && is_repeated && waiting.begin > done_before) RepeatForMediaStore(&line);
+            WorkLineEnd();
         }
         if (ferror(batch) != 0) return BatchEnd::kUnread;
     } while (!IsReadToItsEnd(batch));

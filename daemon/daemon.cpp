@@ -13,6 +13,7 @@
 #include "base/log.h"
 #include "base/passing_error.h"
 #include "base/reading_mark.h"
+#include "base/work_report.h"
 #include "daemon/background.h"
 #include "daemon/kept_batch.h"
 #include "daemon/loop.h"
@@ -20,7 +21,7 @@
 #include "daemon/queue.h"
 #include "daemon/settings.h"
 #include "platform/paths.h"
-#include "video/probe_guard.h"
+#include "video/probe_permission.h"
 
 namespace koli {
 namespace {
@@ -80,6 +81,7 @@ int DaemonStart() {
 void Die(int) {
     ReadingMarkClear();
     unlink(paths::kState);
+    unlink(paths::kProgress);
     unlink(paths::kPidFile);
     _exit(0);
 }
@@ -122,7 +124,10 @@ void DaemonRun() {
     last_vacuum = time(nullptr);
     VacuumDatabases();
     FeaturesRead();
+    CharsetRead();
     ReadingTakeOver();
+    if (!WorkReportOpen(paths::kProgress))
+        KOLI_LOG("Failed to open %s. (%s)", paths::kProgress, strerror(errno));
     LeftoversRun();
     MainLoop();
 }

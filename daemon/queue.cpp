@@ -1,5 +1,6 @@
 #include "daemon/queue.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,6 +15,7 @@
 #include "base/passing_error.h"
 #include "base/reading_mark.h"
 #include "base/regular_file.h"
+#include "base/work_report.h"
 #include "base/written_file_systems.h"
 #include "daemon/batch.h"
 #include "daemon/kept_batch.h"
@@ -129,9 +131,12 @@ void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
 
 /// Executes the lines as far as the stores take them.
 void Execute(FILE* batch, bool is_repeated, const QueueFiles& files) {
+    struct stat status {};
+    if (fstat(fileno(batch), &status) == 0) WorkBatchBegin(status.st_dev, status.st_ino);
     const BatchEnd end =
         ProcessBatchLines(batch, files.queue, is_repeated, BatchKeptSeconds() < kTornLinePatience);
     FinishBatch(files, end, errno);
+    WorkBatchEnd();
 }
 
 void Notify(const char* pid_file, int signo) {

@@ -5,6 +5,7 @@
 
 #include "base/features.h"
 #include "base/passing_error.h"
+#include "platform/koliindex.h"
 #include "platform/kolisdk.h"
 #include "platform/paths.h"
 
@@ -12,6 +13,7 @@ namespace koli {
 namespace {
 
 bool are_features_known = true;  // false: the last attempt to read them failed
+bool is_charset_known = true;    // the same of the charset of old tags
 
 /// Whether errno tells that a settings file can be read again later.
 bool HasFailedForNow() {
@@ -37,9 +39,18 @@ void FeaturesRead() {
         ReadFeature("supportvidora", &support_vidora) && ReadFeature("supportphoto", &support_photo);
 }
 
+void CharsetRead() {
+    char name[64] = "";
+    is_charset_known =
+        KLIBFileGetKeyValue(paths::kConfig, "tagcharset", name, sizeof name, 0) >= 0 || !HasFailedForNow();
+    if (is_charset_known) KOLITagCharsetSet(name);
+}
+
 std::string SettingsFault() {
     if (!are_features_known) FeaturesRead();
     if (!are_features_known) return Fault(paths::kDefaults);
+    if (!is_charset_known) CharsetRead();
+    if (!is_charset_known) return Fault(paths::kConfig);
     char value[2];
     const bool is_set = KLIBFileGetKeyValue(paths::kConfig, "database", value, sizeof value, 0) >= 0;
     return !is_set && HasFailedForNow() ? Fault(paths::kConfig) : "";

@@ -25,12 +25,12 @@
 #include "base/media_info.h"
 #include "base/metadata_folder.h"
 #include "base/path_names.h"
+#include "guard/child_signals.h"
+#include "guard/guard_steps.h"
 #include "index/forerunner_reads.h"
 #include "index/record/run_ahead.h"
 #include "index/record/share_path.h"
 #include "platform/koliindex.h"
-#include "video/child_signals.h"
-#include "video/guard_steps.h"
 
 namespace koli {
 namespace {

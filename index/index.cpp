@@ -12,6 +12,7 @@
 #include "index/directory_record.h"
 #include "index/playlist.h"
 #include "index/record/index_mode.h"
+#include "index/record/stored_name.h"
 #include "index/record/util.h"
 #include "photo/photo.h"
 #include "platform/kolidb.h"
@@ -86,11 +87,6 @@ void TellProblem(const FileReading& reading, int result, bool is_unparsed) {
     } else if (result == 0) {
         KOLIProblemClear(reading.path(), 0);
     }
-}
-
-/// AppleDouble: the companion of a file that is one by itself.
-bool IsCompanion(const char* name) {
-    return strncmp(name, "._", 2) == 0;
 }
 
 int AddFile(const KnownPath& known, const IndexHandler& handler) {

@@ -10,6 +10,7 @@
 #include "base/passing_error.h"
 #include "base/path_names.h"
 #include "index/record/index_mode.h"
+#include "index/record/stored_name.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"
 #include "photo/photo_trouble.h"
@@ -58,7 +59,7 @@ PhotoOutcome OutcomeOfFailure(const char* path, FileReading& reading) {
 PhotoOutcome FillSize(const KnownPath& path, PhotoRecord* record, FileReading& reading) {
     const struct stat* status = path.status();
     if (status == nullptr) return OutcomeOfFailure(path.text(), reading);
-    if (status->st_size <= 0 || status->st_size > kMaxPhotoSize) return PhotoOutcome::kLeftOut;
+    if (PhotoSizeVerdict(status->st_size) != PhotoVerdict::kTaken) return PhotoOutcome::kLeftOut;
     record->file_size = status->st_size;
     return PhotoOutcome::kStored;
 }
@@ -107,7 +108,7 @@ PhotoOutcome FillTimes(const KnownPath& path, PhotoRecord* record, FileReading& 
 
 PhotoOutcome StorePhoto(const KnownPath& known, int mode) {
     const char* const path = known.text();
-    if (MentionsMetadataFolder(path) || FileNameOf(path)[0] == '.') return PhotoOutcome::kLeftOut;
+    if (PhotoNameVerdict(path) != PhotoVerdict::kTaken) return PhotoOutcome::kLeftOut;
     FileReading reading(path, KOLIDBTick);
     if (reading.past() == PastReading::kDownUnopened) return PhotoOutcome::kMissed;
     CaptionHold captions(reading);

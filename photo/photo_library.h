@@ -8,9 +8,6 @@
 
 namespace koli {
 
-/// The largest file, in bytes, that enters the photo library: 20 MiB less one byte.
-inline constexpr int64_t kMaxPhotoSize = 20971519;
-
 /// The largest width or height, in pixels, that is believed.
 inline constexpr int32_t kMaxPhotoPixels = 8000;
 

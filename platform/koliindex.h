@@ -54,6 +54,14 @@ int KOLITableDatabase(const char* table);
 /// does not fit into `size` bytes.
 int KOLIEAPath(const char* path, const char* stream, char* buffer, int size);
 
+/// Names the charset, as iconv knows it, of the texts of files that are neither UTF-8 nor marked as UTF-16,
+/// for both databases; what it does not have is read as windows-1252.  Null or "": windows-1252.  Returns 0,
+/// or -1 when it is not known or cannot be used (logged): windows-1252 then.
+int KOLITagCharsetSet(const char* name);
+
+/// Nonzero when such a charset is in force.
+int BlKOLITagCharsetIsSet(void);
+
 // ---- Cover store -----------------------------------------------------------------------------------------
 
 /// Writes the path of the audio file's cover folder.  Nonzero when the folder exists.

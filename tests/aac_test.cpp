@@ -2,11 +2,11 @@
 
 #include <random>
 
+#include "guard/probe_guard.h"
 #include "index/aac.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
 #include "tools/aac/adts_stream.h"
-#include "video/probe_guard.h"
 
 namespace koli::test {
 

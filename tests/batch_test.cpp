@@ -4,12 +4,15 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <thread>
 
+#include "base/work_report.h"
 #include "base/written_file_systems.h"
 #include "daemon/kept_batch.h"
 #include "daemon/queue.h"
@@ -74,6 +77,20 @@ struct Batch : Fixture {
     static bool Exists(const char* path) { return std::filesystem::exists(path); }
 };
 
+TEST_F(Batch, TellsHowFarItHasCome) {
+    ASSERT_TRUE(WorkReportOpen("report"));
+    Write("queue", "T:first\nT:second\nT:third");
+    struct stat status {};
+    ASSERT_EQ(stat("queue", &status), 0);
+    Run();
+    WorkReport report{};
+    ASSERT_TRUE(WorkReportRead("report", &report));
+    EXPECT_EQ(report.batch_inode, status.st_ino);
+    EXPECT_EQ(report.batch_begun, 0);
+    EXPECT_EQ((std::array{report.lines, report.lines_done, report.line_begin, report.all_batches}),
+              (std::array<int64_t, 4>{3, 3, 17, 1}));
+}
+
 TEST_F(Batch, ComesBeforeTheQueueAndStaysWhileADatabaseRefuses) {
     Write("queue", "T:second\n");
     Write("queue.tmp", "T:first\n");
@@ -128,6 +145,7 @@ TEST_F(Batch, WaitsForSettingsThatCannotBeReadNow) {
     Write("queue", "T:second\n");
     fake.unreadable = ENOMEM;  // those of the machine
     EXPECT_EQ(Run(), Lines{});
+    CharsetRead();
     EXPECT_EQ(support_photo, 1);
     fake.unreadable = EACCES;  // for good: as if there were none
     EXPECT_EQ(Run(), (Lines{"KOLITruncateTable second", "KOLIDBSync"}));

@@ -12,8 +12,9 @@
 
 #include "audio/flac_blocks.h"
 #include "base/regular_file.h"
+#include "platform/koliindex.h"
 #include "tests/fixture.h"
-#include "tests/media_bytes.h"
+#include "tests/mp3_bytes.h"
 #include "video/container_probe.h"
 #include "video/metamedia.h"
 #include "video/probe_reads.h"
@@ -68,6 +69,22 @@ TEST_F(ContainerProbe, ReadsFormatsAndTags) {
         EXPECT_EQ(Names(record), names);
     }
     EXPECT_TRUE(fake.log.empty());
+}
+
+TEST_F(ContainerProbe, HandsOldTextsOverAsTheyAreWhereACharsetIsSet) {
+    const std::string tag = Tag(Text("TIT2", "\xCC\xEE\x9F") + Text("TPE1", "Caf\xC3\xA9", 3) +
+                                Text("TALB", "\xFF\xFE\xCC\0"s, 1));
+    const auto probe = [&](const std::string& bytes) {
+        MediaInfo record{};
+        EXPECT_EQ(MiscMediaInfoProbe(Write("a.wav", bytes).c_str(), &record, Reading()), 0);
+        return Names(record);
+    };
+    const std::string in_chunk = Wav(1, 1, 8000, 16, Chunk("odd ", "x") + Chunk("id3 ", tag));
+    EXPECT_EQ(probe(in_chunk), "\u00CC\u00EE\u009F|\u00CC|Caf\u00E9|||0|0|0");
+    KOLITagCharsetSet("CP1251");
+    for (const std::string& bytes : {in_chunk, tag + Wav(1, 1, 8000, 16, "")})
+        EXPECT_EQ(probe(bytes), "\xCC\xEE\x9F|\u00CC|Caf\u00E9|||0|0|0");
+    KOLITagCharsetSet(nullptr);
 }
 
 TEST_F(ContainerProbe, TellsWhatItCannotOpen) {

@@ -136,10 +136,19 @@ TEST_F(SyncTest, AVanishedShareIsNotADeletedOne) {
     EXPECT_EQ(Requests(), Texts{});
     Store("a.mp3");
     KOLIDBSync();
+    const std::string other = store_.Path("other"), request = "A:" + other + "\n";
+    store_.Write("other/new.mp3", "x");
+    std::string queued;
     for (int look = 0; look < 2; ++look, fs::remove(top_)) {
-        EXPECT_EQ(Sync(context_, {top_}, {}), kExitFiles);
+        EXPECT_EQ(Sync(context_, {top_}, {.allow_empty = {other}}), kExitUsage);
+        EXPECT_EQ(Sync(context_, {top_}, {.allow_empty = {""}}), kExitUsage);
+        EXPECT_EQ(Sync(context_, {top_, other}, {.allow_empty = {other}}), kExitFiles);
+        EXPECT_EQ(test::ReadFile(context_.places.queue), queued += request) << "the others are compared";
         EXPECT_EQ(Requests(), Texts{});
     }
+    EXPECT_EQ(Sync(context_, {top_, other}, {.allow_empty = {top_}}), kExitNoDaemon);
+    EXPECT_NE(test::ReadFile(context_.places.queue).find("D:" + top_ + "\n", queued.size()),
+              std::string::npos);
     EXPECT_EQ(Requests(true), Texts{"D:~"});
     Files({"b.mp3"});
     EXPECT_EQ(Requests(), (Texts{"a:~/b.mp3", "d:~/a.mp3"}));

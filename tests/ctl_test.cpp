@@ -14,14 +14,18 @@
 #include <sstream>
 #include <thread>
 
+#include "base/reading_mark.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/batch_wait.h"
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/output.h"
+#include "tools/ctl/progress.h"
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
 #include "tools/ctl/setup.h"
+#include "tools/ctl/terminal.h"
+#include "tools/ctl/waiting_reasons.h"
 #include "tools/koliindexctl/command_line.h"
 
 namespace koli::ctl {
@@ -56,10 +60,10 @@ TEST(RequestLine, CarriesAbsolutePathsThatFit) {
 TEST(CommandLine, RefusesBadUsageWithOneLineAndTwo) {
     const test::TempDir dir;
     ASSERT_NE(freopen(dir.Write("cut", "a:/1\na:/2").c_str(), "r", stdin), nullptr);
-    for (const char* line :
-         {"", "|frobnicate", "|add", "|add|/no/such/file", "|add|", "|add|/tmp|/a\nb", "|remove|/tmp",
-          "|rename|/tmp|/tmp", "|rename|/no/such|/a:b", "|rebuild|books", "|truncate|music",
-          "|truncate|problem|--yes", "|sync|--timeout|5", "|list|--kind|folder", "|enqueue"}) {
+    for (const char* line : {"", "|frobnicate", "|add", "|add|/no/such/file", "|add|", "|add|/tmp|/a\nb",
+                             "|remove|/tmp", "|rename|/tmp|/tmp", "|rename|/no/such|/a:b", "|rebuild|books",
+                             "|truncate|music", "|truncate|problem|--yes", "|sync|--timeout|5",
+                             "|list|--kind|folder", "|enqueue", "|help|lits", "|add|--quiet|--json|/tmp"}) {
         std::string call = "koliindexctl"s + line;
         std::vector<char*> argv{call.data()};
         for (char& byte : call)
@@ -79,6 +83,51 @@ TEST(Output, NothingReachesATerminalThatCouldSteerIt) {
     // C1 controls; bytes that are no UTF-8: alone, overlong, surrogate, above U+10FFFF, cut.
     EXPECT_EQ(Printable("\xC2\x9B|\xE9|\xC0\xAF|\xED\xA0\x80|\xF4\x90\x80\x80|\xE7\xAC"),
               "\\xC2\\x9B|\\xE9|\\xC0\\xAF|\\xED\\xA0\\x80|\\xF4\\x90\\x80\\x80|\\xE7\\xAC");
+    EXPECT_EQ(Printable("\u202Egpj.exe\u2066\u2028\u2027\u202F"),
+              "\\xE2\\x80\\xAEgpj.exe\\xE2\\x81\\xA6\\xE2\\x80\\xA8\u2027\u202F");
+    EXPECT_EQ(RecordJson({{"a", "\u202E\u2066\xC2\x9B\x7F\u00E9\n"}}, {}, true),
+              R"({"a":"\u202e\u2066\u009b\u007f)"
+              "\u00E9"
+              R"(\n"})");
+}
+
+TEST(Output, IsCutByTheColumnsThatItTakes) {
+    const std::string cut = HasUtf8() ? "\u2026" : "...";
+    const std::string name = "/\u30a2\u30a2\u30a2\u30a2/caf\u0065\u0301.mp3";  // wide, and a combining accent
+    EXPECT_EQ(ColumnsOf(name), 18U);
+    EXPECT_EQ(CutMiddle(name, 18), name);
+    for (size_t columns = 0; columns < 18; ++columns) {
+        EXPECT_LE(ColumnsOf(CutMiddle(name, columns)), columns);
+        EXPECT_LE(ColumnsOf(CutEnd(name, columns)), columns);
+    }
+    EXPECT_EQ(CutMiddle(name, 9 + ColumnsOf(cut)), "/\u30a2" + cut + "fe\u0301.mp3");
+    EXPECT_EQ(CutEnd("abcdefgh", 3 + ColumnsOf(cut)), "abc" + cut);
+    EXPECT_EQ(ColumnsOf(Bar(1, 0, 10)), 10U);
+    EXPECT_NE(Bar(5, 10, 10), Bar(4, 10, 10));
+    EXPECT_EQ(Bar(12, 10, 10), Bar(10, 10, 10));
+}
+
+TEST(Progress, CountsWhatIsDoneOfTheseRequestsAlone) {
+    WorkShare share(1, 2, 100, 200);
+    WorkReport report{};
+    report.batch_begun = 1, report.batch_device = 1, report.batch_inode = 2;
+    const auto at = [&](int64_t line, int64_t in_line, int64_t files, double now) {
+        report.line_begin = line, report.files_in_line = in_line, report.files = files;
+        share.Look(report, now);
+        return std::pair(share.where(), share.files());
+    };
+    EXPECT_EQ(at(0, 5, 5, 10), std::pair(WorkShare::kBefore, int64_t{0}));
+    EXPECT_EQ(at(100, 2, 9, 20), std::pair(WorkShare::kInside, int64_t{2}));
+    EXPECT_EQ(share.rate(), 0);
+    EXPECT_EQ(at(150, 1, 19, 22), std::pair(WorkShare::kInside, int64_t{12}));
+    EXPECT_EQ(share.rate(), 5);
+    EXPECT_EQ(at(200, 50, 90, 30), std::pair(WorkShare::kBehind, int64_t{12}));
+    report.batch_inode = 3;
+    EXPECT_EQ(at(100, 3, 3, 40).first, WorkShare::kElsewhere);
+    report.batch_inode = 2;  // kept, and executed again from its first line
+    EXPECT_EQ(at(150, 1, 2, 45), std::pair(WorkShare::kInside, int64_t{1}));
+    EXPECT_EQ(at(50, 3, 3, 50), std::pair(WorkShare::kBefore, int64_t{0}));
+    EXPECT_EQ(at(100, 4, 7, 60), std::pair(WorkShare::kInside, int64_t{4}));
 }
 
 // ---- The queue's writers
@@ -182,7 +231,7 @@ TEST(QueueService, TakesAllOfACallThatAsksForNothingThatIsOnlyRootsToAsk) {
     for (const auto& [refusal, calls] : cases)
         for (const std::string& sent : calls)
             EXPECT_EQ(Served(sent), *refusal != '\0' ? (Texts{"E"s + refusal, ""})
-                                                     : (Texts{"Q1", sent.substr(0, sent.size() - 1)}));
+                                                     : (Texts{"Q10", sent.substr(0, sent.size() - 1)}));
     const test::TempDir dir;
     fs::resize_file(dir.Write("queue", ""), (64 << 20) - 5);  // 64 MiB may wait
     EXPECT_EQ(Served("U:photo\n\n", dir)[0], "Etoo many requests wait there already");
@@ -214,9 +263,9 @@ TEST(QueueService, IsAskedAgainWhenItHadNoTime) {
 TEST(QueueService, PutsTheDaemonOffForNoLongerThanAMinute) {
     const test::TempDir dir;
     const AsDaemon daemon(dir.Path("pid"));
-    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\n"}));
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q00", "U:photo\n"}));
     EXPECT_TRUE(daemon.IsSignalled());
-    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q0", "U:photo\nU:photo\n"}));
+    EXPECT_EQ(Served("U:photo\n\n", dir), (Texts{"Q08", "U:photo\nU:photo\n"}));
     EXPECT_FALSE(daemon.IsSignalled());
     const timespec times[2] = {{time(nullptr) - 60, 0}, {0, UTIME_OMIT}};
     utimensat(AT_FDCWD, dir.Path("queue").c_str(), times, 0);
@@ -243,6 +292,42 @@ TEST(Daemon, IsWokenAndWaitedForAndNobodyElse) {
     };
     EXPECT_EQ(BatchWait(batch.file, places, {.timeout = 1, .look_every_ms = 5, .tell_every_ms = 5}, tell),
               BatchEnd::kTimeout);
+}
+
+TEST(Why, TellsWhatWaitsForAPathAndWhatReadsIt) {
+    const test::TempDir dir;
+    Places places{dir.Path("queue"), dir.Path("batch"), dir.Path("pid"), "", dir.Path("state")};
+    places.reading_file = dir.Path("reading"), places.progress = dir.Path("progress");
+    const std::string song = dir.Write("a/b.mp3", "x"), request = "a:" + song + "\n";
+    dir.Write("queue", request + "A:/v//a/.\nN:/v/new:/v/old\nd:/v/c\nX\nA:/v/x");
+    for (const auto& [path, line] : {std::pair(song.c_str(), 1),
+                                     {dir.dir().c_str(), 1},
+                                     {"/v/a/c", 2},
+                                     {"/v/old/x", 3},
+                                     {"/v/new", 3},
+                                     {"/v/c", 4},
+                                     {"/v/x/y", 6},
+                                     {"/v/c/d", 0},
+                                     {"/v/ab", 0}})
+        EXPECT_EQ(RequestFind(places.queue, path).line, line) << path;
+
+    const AsDaemon daemon(places.pid_file);
+    dir.Write("batch", request);
+    dir.Write("state", "batch=kept\ndatabase=media.db\nreason=it is full\nsince=1\nretry=2\n");
+    ASSERT_TRUE(WorkReportOpen(places.progress.c_str()) && ReadingMarkOpen(places.reading_file.c_str()));
+    WorkFile(song.c_str());
+    char read[kPathSize];
+    for (int daemon_down = 0; daemon_down < 2; ++daemon_down) {
+        ReadingMarkSet(song.c_str());
+        ReadingMarkTakeOver(true, read);
+    }
+    std::string told;
+    for (const Reason& reason : WaitingReasons(places, song))
+        told += reason.code + " ";
+    EXPECT_EQ(told, "in_kept_batch waiting being_read brought_down ");
+    fs::remove(places.state_file), fs::remove(places.reading_file);  // as for who may not read it
+    EXPECT_EQ(WaitingReasons(places, song).at(0).code, "in_batch");
+    EXPECT_EQ(WaitingReasons(places, song).back().code, "being_read");
 }
 
 // ---- Preparing a machine and taking it back, below a root of the test's own

@@ -19,12 +19,16 @@ TEST(TextUtf8, ConvertsUtf16AndSingleBytesAndDropsCutTails) {
                     "A\0\x16\x04\x3D\xD8\0\xDE\0\0B\0"s),
               "A\u0416\U0001F600");
     // A low surrogate first, a high one before an ordinary unit, a high one at the end, half a unit.
-    EXPECT_EQ(utf16("\xFE\xFF\xDC\0\xD8\0\0A\xD8\0\0"s), "\uFFFD\uFFFDA\uFFFD");
+    EXPECT_EQ(utf16("\xFE\xFF\xDC\0\xD8\0\0A\xD8\0\0\0"s), "\uFFFD\uFFFDA\uFFFD");
+    EXPECT_EQ(utf16("\xFE\xFF\0A\xD8\0\0"s), "A");  // cut
+    EXPECT_EQ(utf16("\xFE\xFF\0 \0\n\xFE\xFF\0 \0A\0\t\0B\0\x7F"s), "A B");
+    EXPECT_EQ(utf16("\xFE\xFF\0 \0\n"s), "");
     EXPECT_FALSE(Utf16Text("A\0B\0"s).marked);
     EXPECT_FALSE(Utf16Text("\xFE").marked);
 
     const std::pair<std::string, std::string> unmarked[] = {
         {"\u20AC \U0001F600", "\u20AC \U0001F600"},
+        {"\uFEFF\uFEFF A\uFEFF ", "A\uFEFF "},
         {"Caf\xE9", "Caf\u00E9"},                          // Latin-1, although it ends like a cut sequence
         {"\xC3\xA9t\xE2\x82", "\xC3\xA9t"},                // cut
         {"\xC3\xA9\xE0\x80", "\u00C3\u00A9\u00E0\u20AC"},  // could not have gone on: E0 needs A0 to BF
@@ -37,6 +41,47 @@ TEST(TextUtf8, ConvertsUtf16AndSingleBytesAndDropsCutTails) {
         std::string scratch;
         EXPECT_EQ(Utf8FromUnmarked(text, &scratch), stored);
     }
+}
+
+/// Puts a charset of old tags in force for a test.
+struct CharsetInForce {
+    explicit CharsetInForce(const char* name) : result(KOLITagCharsetSet(name)) {}
+    ~CharsetInForce() { KOLITagCharsetSet(nullptr); }
+    const int result;
+};
+
+TEST(TagCharset, ReplacesWindows1252AndNothingElse) {
+    const std::string han = "\xD6\xD0";  // of GB18030
+    const struct {
+        const char* charset;
+        std::string text, stored;
+        size_t room = std::string::npos;
+    } cases[] = {
+        {"CP1251", "\xCC\xEE\xEB\xEE\xE4\xE0\xFF", "\u041C\u043E\u043B\u043E\u0434\u0430\u044F"},
+        {"CP1251", "\xD0\x9C plain", "\u041C plain"},  // UTF-8, although CP1251 has both bytes
+        {"CP1251", "\x98\x80", "\u02DC\u20AC"},        // which CP1251 has not
+        {"GB18030", han + "A" + han, "\u4E2DA\u4E2D"},
+        {"EUC-KR", "\xB3\xAA\xBA\xF1", "\uB098\uBE44"},
+        {"SHIFT_JIS", "\x83\x5C\\~\x83\x7E", "\u30BD\\~\u30DF"},  // a trail byte is no backslash
+        {"SHIFT_JIS", "Caf\xE9", "Caf\u00E9"},                    // not full: windows-1252
+        {"SHIFT_JIS", "Ca\x83\x7E\xE9", "Ca\u30DF", 5},
+        {"GB18030", std::string(15, 'x') + han + han + han + han + han + han + han + "\xD6",  // of ID3v1
+         std::string(15, 'x') + "\u4E2D\u4E2D\u4E2D\u4E2D\u4E2D\u4E2D\u4E2D"},
+        {"BIG5-HKSCS", "\x88\x66", "\u00CA"},  // might be combined with what follows
+    };
+    for (const auto& [charset, text, stored, room] : cases) {
+        const CharsetInForce in_force(charset);
+        std::string scratch;
+        EXPECT_EQ(Utf8FromUnmarked(text, &scratch, room), stored) << charset;
+    }
+    for (const char* refused :
+         {"KLINGON", "UTF-16", "UTF-7", "ISO-2022-JP", "IBM037", "CP1251//IGNORE", "A B"}) {
+        fake.log.clear();
+        EXPECT_EQ(CharsetInForce(refused).result, -1) << refused;
+        EXPECT_EQ(fake.log.size(), 1U);
+    }
+    std::string scratch;
+    EXPECT_EQ(Utf8FromUnmarked("\xCC", &scratch), "\u00CC");
 }
 
 TEST(MediaInfoValid, CleansTextAndNumbers) {
@@ -77,6 +122,27 @@ TEST_F(Store, SavesInGroupsAndMarksTheChangedTable) {
     EXPECT_EQ(OutsideNumber("SELECT iso_speed FROM music"), 100);
     EXPECT_NE(MediaInfoDBSave(4, &record), 0);
     EXPECT_NE(MediaInfoDBDelete(kStoreBelowDirectory, ""), 0);
+}
+
+TEST_F(Store, KeepsTheBytesOfPathsInAnyCharset) {
+    const std::string name = "\xCC\xEE", path = "/volume1/photo/" + name + "/" + name + ".jpg";
+    const auto store = [&] {
+        PhotoRecord photo{};
+        strcpy(photo.path, path.c_str());
+        strcpy(photo.name, name.c_str());
+        strcpy(photo.folder, name.c_str());
+        strcpy(photo.title, "\xD2");
+        const MediaInfo record = MediaRecord(path, name);
+        ASSERT_TRUE(PhotoInfoDBSave(&photo, 5) == 0 && MediaInfoDBSave(kStoreMusic, &record) == 0 &&
+                    MediaInfoDBDirSave(path.c_str()) == 0);
+    };
+    store();
+    const CharsetInForce in_force("CP1251");
+    store();  // changes the rows
+    EXPECT_EQ(Media("SELECT path||'|'||title AS v FROM music"), Texts{path + "|\u041C\u043E"});
+    EXPECT_EQ(Media("SELECT path||'|'||title AS v FROM directory"), Texts{path + "|\u041C\u043E.jpg"});
+    EXPECT_EQ(Photo("SELECT path||'|'||name||'|'||folder||'|'||title AS v FROM photo_info"),
+              Texts{path + "|" + name + "|" + name + "|\u0422"});
 }
 
 TEST_F(Store, DeletesAFolderAndLeavesItsSiblings) {

@@ -12,13 +12,13 @@
 #include <new>
 
 #include "base/log.h"
+#include "guard/child_signals.h"
+#include "guard/probe_guard.h"
 #include "tests/fixture.h"
 #include "tests/media_bytes.h"
-#include "video/child_signals.h"
 #include "video/guarded_child.h"
 #include "video/metamedia.h"
 #include "video/probe_ahead.h"
-#include "video/probe_guard.h"
 #include "video/program_guard.h"
 
 namespace koli::test {

@@ -10,6 +10,7 @@
 
 #include "base/path_names.h"
 #include "index/record/index_mode.h"
+#include "index/record/stored_name.h"
 #include "photo/caption.h"
 #include "photo/conversion.h"
 #include "photo/exif.h"

@@ -1,8 +1,10 @@
 // The watcher on real folders with the kernel's notes, on a clock of the test's own.
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
+#include <sys/wait.h>
 
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -51,6 +53,7 @@ class WatchTest : public testing::Test, public RequestSink {
         return !is_full_;
     }
     bool IsQueueEmpty() override { return !is_busy_; }
+    void Tell(const std::vector<ctl::ShareState>& shares) override { told_ = shares; }
 
     std::string At(const std::string& name) const { return dir_.Path(name); }
     std::string Outside(const std::string& name) const { return outside_.Path(name); }
@@ -75,6 +78,7 @@ class WatchTest : public testing::Test, public RequestSink {
     bool is_full_ = false, is_busy_ = false;
     std::function<void()> while_comparing_;
     std::string asked_;
+    std::vector<ctl::ShareState> told_;
     Watcher watcher_{{top_, Outside("later")}, this};
     int64_t now_ = 1'000'000;
 };
@@ -157,6 +161,54 @@ TEST_F(WatchTest, WhatTheDaemonMayHaveMixedUpIsCompared) {
     Write("three/a.mp3");  // it may take that for what is stored there
     EXPECT_EQ(After(kQuiet), "N:~/four:~/three\nA:~/three\n");
     EXPECT_EQ(After(10'000), "= ~/three\n= ~/four\n");
+}
+
+TEST_F(WatchTest, TellsWhetherTheStoresAreInStep) {
+    using Kind = ctl::ShareState::Kind;
+    After(10'000);
+    ASSERT_EQ(told_.size(), 2U);
+    EXPECT_EQ(std::pair(told_[0].kind, told_[1].kind), std::pair(Kind::kInStep, Kind::kAway));
+    EXPECT_GT(told_[0].in_step, 0);
+    is_busy_ = true;
+    Write("one/new.mp3");
+    EXPECT_EQ(After(20'000), "a:~/one/new.mp3\n");
+    EXPECT_EQ(told_[0].kind, Kind::kPending);
+    is_busy_ = false;
+    After(10'000);
+    EXPECT_EQ(told_[0].kind, Kind::kInStep);
+}
+
+TEST_F(WatchTest, FoldersAreWatchedOnce) {
+    const std::string entries = Outside("run");
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t first = fork();
+    if (first == 0) {
+        ctl::WatchState state(entries);
+        bool is_entered = state.Enter({"/v/music", "/v/photo/Trip"}) == 0;
+        for (bool is_told = false;; is_told = true) {  // and keeps its place
+            state.Tell({{"/v/music", ctl::ShareState::kInStep, 5}, {"/v/photo/Trip"}});
+            if (!is_told) is_entered &= write(ready[1], &is_entered, 1) == 1;
+        }
+    }
+    bool is_entered = false;
+    ASSERT_EQ(read(ready[0], &is_entered, 1), 1);
+    EXPECT_TRUE(is_entered);
+    for (int look = 0; look < 200; ++look)
+        for (const char* taken : {"/v/music", "/v/music/a", "/v", "/v/photo"})
+            EXPECT_EQ(ctl::WatchState(entries).Enter({"/other", taken}), first) << taken;
+    kill(first, SIGSTOP);
+    waitpid(first, nullptr, WUNTRACED);
+    const auto running = ctl::RunningWatchers(entries);
+    ASSERT_EQ(running.size(), 1U);
+    EXPECT_EQ(running[0].shares[0].in_step, 5);
+    EXPECT_EQ(running[0].shares[1].path, "/v/photo/Trip");
+    kill(first, SIGCONT);
+    EXPECT_EQ(ctl::WatchState(entries).Enter({"/v/musical", "/v/photo/Trip 2"}), 0);
+    kill(first, SIGKILL);
+    waitpid(first, nullptr, 0);
+    EXPECT_EQ(ctl::WatchState(entries).Enter({"/v/music"}), 0);
+    EXPECT_TRUE(ctl::RunningWatchers(entries).empty());
 }
 
 TEST_F(WatchTest, BurstsFold) {

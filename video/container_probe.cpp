@@ -19,6 +19,7 @@ extern "C" {
 #include "base/parse_number.h"
 #include "base/path_names.h"
 #include "base/regular_file.h"
+#include "video/id3_latin.h"
 #include "video/media_input.h"
 
 namespace koli {
@@ -76,16 +77,18 @@ bool FindStreams(AVFormatContext* input) {
 /// the container itself lacks.
 class Tags {
   public:
-    explicit Tags(const AVFormatContext& context) : container_(context.metadata) {
+    explicit Tags(AVFormatContext& context) : container_(context.metadata), id3_(&context) {
         if (strcmp(context.iformat->name, "ogg") != 0) return;
         for (unsigned i = 0; i < context.nb_streams && stream_ == nullptr; ++i)
             if (context.streams[i]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO)
                 stream_ = context.streams[i]->metadata;
     }
 
-    /// The first of the names that has a text, or null.
-    const char* Text(std::initializer_list<const char*> names) const {
-        return First(names, [](const char* text) { return *text != '\0'; });
+    /// Copies the text of the first of the names that has one, if any.
+    template <size_t N>
+    void CopyIfAny(char (&field)[N], std::initializer_list<const char*> names) {
+        const char* text = First(names, [](const char* candidate) { return *candidate != '\0'; });
+        if (text != nullptr) CopyText(field, N, id3_.BytesOf(text).c_str());
     }
     /// The leading digits of the first of the names that has some, or 0.
     int32_t Number(std::initializer_list<const char*> names) const {
@@ -110,20 +113,16 @@ class Tags {
 
     const AVDictionary* container_;
     const AVDictionary* stream_ = nullptr;
+    Id3Latin id3_;
 };
 
-template <size_t N>
-void CopyIfAny(char (&field)[N], const char* text) {
-    if (text != nullptr) CopyText(field, N, text);
-}
-
-void ReadContainer(const AVFormatContext& context, const Tags& tags, MediaInfo* record) {
+void ReadContainer(const AVFormatContext& context, Tags& tags, MediaInfo* record) {
     record->video_bitrate = static_cast<uint32_t>(context.bit_rate);
     const int64_t seconds = context.duration / kMicroseconds;
     record->duration = static_cast<float>(seconds);
-    CopyIfAny(record->genre, tags.Text({"genre"}));
-    CopyIfAny(record->artist, tags.Text({"artist", "author"}));
-    CopyIfAny(record->title, tags.Text({"title"}));
+    tags.CopyIfAny(record->genre, {"genre"});
+    tags.CopyIfAny(record->artist, {"artist", "author"});
+    tags.CopyIfAny(record->title, {"title"});
     if (const int32_t year = tags.Number({"date", "year"}); year != 0) record->year = year;
     record->track = tags.Number({"track"});
 }
@@ -208,7 +207,7 @@ int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record, FileRe
         KOLI_LOG("Could not find codec parameters.  %s", path);
         return reading.CannotParse("the streams of the container could not be made out"), 1;
     }
-    const Tags tags(*input);
+    Tags tags(*input);
     ReadContainer(*input, tags, record);
 
     Found found;
@@ -217,7 +216,7 @@ int MiscMediaInfoProbeFile(int file, const char* path, MediaInfo* record, FileRe
             return reading.CannotParse("there is a stream of an unknown type in the container"), 1;
     if (!found.video && !found.audio)
         return reading.CannotParse("there is neither sound nor picture in the container"), 1;
-    if (!found.video) CopyIfAny(record->album, tags.Text({"album"}));
+    if (!found.video) tags.CopyIfAny(record->album, {"album"});
     return 0;
 }
 

@@ -7,7 +7,7 @@
 #include <csignal>
 
 #include "base/log.h"
-#include "video/child_signals.h"
+#include "guard/child_signals.h"
 
 namespace koli {
 namespace {

@@ -6,8 +6,8 @@
 #include "base/log.h"
 #include "base/media_fields.h"
 #include "base/regular_file.h"
-#include "video/child_heap.h"
-#include "video/probe_guard.h"
+#include "guard/child_heap.h"
+#include "guard/probe_guard.h"
 
 namespace koli {
 namespace {

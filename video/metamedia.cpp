@@ -10,13 +10,13 @@
 
 #include "base/log.h"
 #include "base/parse_number.h"
+#include "guard/child_signals.h"
 #include "platform/kolidb.h"
-#include "video/child_signals.h"
 #include "video/container_probe.h"
 #include "video/guarded_child.h"
 #include "video/guarded_probe.h"
 #include "video/probe_ahead.h"
-#include "video/probe_guard.h"
+#include "video/probe_permission.h"
 
 namespace koli {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "base/file_reading.h"
 #include "base/media_info.h"
-#include "video/probe_guard.h"
+#include "guard/probe_guard.h"
 
 namespace koli {
 

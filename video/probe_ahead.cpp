@@ -15,13 +15,13 @@
 #include <optional>
 
 #include "base/known_path.h"
+#include "guard/child_signals.h"
+#include "guard/guard_steps.h"
+#include "guard/probe_guard.h"
 #include "index/record/run_ahead.h"
 #include "index/record/util.h"
-#include "video/child_signals.h"
-#include "video/guard_steps.h"
 #include "video/guarded_child.h"
 #include "video/guarded_probe.h"
-#include "video/probe_guard.h"
 
 namespace koli {
 namespace {

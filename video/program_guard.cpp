@@ -6,10 +6,10 @@
 
 #include <csignal>
 
-#include "video/guard_steps.h"
-#include "video/landlock.h"
+#include "guard/guard_steps.h"
+#include "guard/landlock.h"
+#include "guard/probe_filter.h"
 #include "video/metamedia.h"
-#include "video/probe_filter.h"
 
 namespace koli {
 namespace {

@@ -17,31 +17,48 @@ const char* ShapeOf(const char* table) {
                                                              : "path, file_size, ctime, has_cover";
 }
 
+/// Asks of each table that holds files or folders.
+template <typename HasRow>
+bool AnyTableOfFiles(HasRow has_row) {
+    return std::ranges::any_of(kMediaTables, has_row) || has_row(kPhotoTables[KOLI_PHOTO_INFO]);
+}
+
 constexpr int kFirstValue = 4;  // parameters 1 to 3 are the paths
 
-std::string SelectText(const char* table, const std::vector<std::string>& columns,
-                       const RowSelection& selection, const char* order) {
+/// A table that a database has once it has been created.
+const char* FirstTable(int database) {
+    return database == KOLI_MEDIA_DB ? kDirectoryTable : kPhotoTables[KOLI_PHOTO_INFO];
+}
+
+std::string SelectFrom(const char* table, const std::vector<std::string>& columns) {
     std::string text = "SELECT ";
     for (const std::string& column : columns)
         text.append(&column == &columns.front() ? "" : ", ").append(column);
-    text.append(" FROM ").append(table).append(" WHERE ");
+    return text.append(" FROM ").append(table).append(" WHERE ");
+}
+
+std::string SelectText(const char* table, const std::vector<std::string>& columns,
+                       const RowSelection& selection, const std::string& order) {
+    std::string text = SelectFrom(table, columns);
     text += selection.below.empty() ? "1 = 1" : std::string("(") + kPathRange + ")";
     int parameter = kFirstValue;
-    for (const auto& [column, is_part, value] : selection.conditions) {
-        const std::string place = "?" + std::to_string(parameter++);
-        text.append(is_part ? " AND strpos(lower(CAST(" : " AND ").append(column);
-        text.append(is_part ? " AS text)), lower(" : " = ").append(place).append(is_part ? ")) > 0" : "");
+    for (const ColumnCondition& condition : selection.conditions) {
+        text.append(" AND ").append(condition.column).append(" ").append(condition.comparison).append(" ");
+        text += condition.is_number ? condition.value : "?" + std::to_string(parameter++);
     }
-    text.append(" ORDER BY ").append(order);
-    return selection.limit > 0 ? text + " LIMIT " + std::to_string(selection.limit) : text;
+    text += " ORDER BY " + order;
+    if (selection.limit > 0) text += " LIMIT " + std::to_string(selection.limit);
+    if (selection.offset > 0) text += " OFFSET " + std::to_string(selection.offset);
+    return text;
 }
 
 }  // namespace
 
-std::unique_ptr<Sql> DatabaseReader::OpenOne(int database, const char* table) {
+std::unique_ptr<Sql> DatabaseReader::OpenOne(int database) {
     SqlFailure failure;
     std::unique_ptr<Sql> sql = engine_->OpenToRead(database, &failure);
-    if (sql != nullptr && sql->Columns(table).empty() && sql->failure().reason.empty()) return nullptr;
+    if (sql != nullptr && sql->Columns(FirstTable(database)).empty() && sql->failure().reason.empty())
+        return nullptr;
     if (failure.reason.empty()) return sql;
     error_ = "cannot read " + engine_->PlaceOf(database) + ": " + failure.reason;
     is_denied_ = failure.is_denied;
@@ -50,8 +67,8 @@ std::unique_ptr<Sql> DatabaseReader::OpenOne(int database, const char* table) {
 
 bool DatabaseReader::Open(std::unique_ptr<DatabaseEngine> engine) {
     engine_ = std::move(engine);
-    media_ = OpenOne(KOLI_MEDIA_DB, kDirectoryTable);
-    if (error_.empty()) photo_ = OpenOne(KOLI_PHOTO_DB, kPhotoTables[KOLI_PHOTO_INFO]);
+    media_ = OpenOne(KOLI_MEDIA_DB);
+    if (error_.empty()) photo_ = OpenOne(KOLI_PHOTO_DB);
     return error_.empty();
 }
 
@@ -62,6 +79,23 @@ std::string DatabaseReader::error() const {
             return "cannot read " + engine_->PlaceOf(sql == media_.get() ? KOLI_MEDIA_DB : KOLI_PHOTO_DB) +
                    ": " + sql->failure().reason;
     return "";
+}
+
+std::string DatabaseReader::MarkOf(int database) const {
+    const auto& sql = database == KOLI_MEDIA_DB ? media_ : photo_;
+    if (sql != nullptr) return sql->ChangeMark();
+    SqlFailure ignored;
+    const auto created = engine_->OpenToRead(database, &ignored);
+    return created != nullptr && !created->Columns(FirstTable(database)).empty() ? "created" : "";
+}
+
+std::string DatabaseReader::ChangeMark() const {
+    return MarkOf(KOLI_MEDIA_DB) + "\n" + MarkOf(KOLI_PHOTO_DB);
+}
+
+void DatabaseReader::SaveMemory() const {
+    for (Sql* sql : {media_.get(), photo_.get()})
+        if (sql != nullptr) sql->SaveMemory();
 }
 
 // ---- Rows
@@ -92,15 +126,24 @@ std::unique_ptr<SqlStatement> DatabaseReader::Find(const char* table, const char
 
 std::unique_ptr<SqlStatement> DatabaseReader::List(const char* table, const std::vector<std::string>& columns,
                                                    const RowSelection& selection) const {
-    Sql* const sql = With(table);
-    auto rows =
-        sql != nullptr ? sql->Prepare(SelectText(table, columns, selection, sql->PathOrder(table))) : nullptr;
+    auto rows = Rows(table, SelectText(table, columns, selection, OrderOf(table, selection)));
     if (rows == nullptr) return nullptr;
     if (!selection.below.empty()) FillPathRange(*rows, selection.below);
     int parameter = kFirstValue;
     for (const ColumnCondition& condition : selection.conditions)
-        rows->Text(parameter++, condition.value);
+        if (!condition.is_number) rows->Text(parameter++, condition.value);
     return rows;
+}
+
+std::string DatabaseReader::OrderOf(const char* table, const RowSelection& selection) const {
+    Sql* const sql = With(table);
+    if (sql == nullptr) return "path";
+    const std::string direction = selection.is_reversed ? " DESC" : "";
+    const std::string by_path = sql->PathOrder(table) + direction;
+    if (selection.sort.empty()) return by_path;
+    const bool is_text = selection.sort_key != nullptr;
+    return (is_text ? sql->SortTerm(selection.sort, selection.sort_key) : selection.sort) + direction + ", " +
+           by_path;
 }
 
 std::unique_ptr<SqlStatement> DatabaseReader::Between(const char* table, std::string_view first,
@@ -117,6 +160,21 @@ std::unique_ptr<SqlStatement> DatabaseReader::Between(const char* table, std::st
     return rows;
 }
 
+std::unique_ptr<SqlStatement> DatabaseReader::Behind(const char* table,
+                                                     const std::vector<std::string>& columns,
+                                                     std::string_view key, int64_t limit) const {
+    const std::string& name = columns.front();
+    auto rows = Rows(table, SelectFrom(table, columns) + name + " > ?1 ORDER BY " + name + " LIMIT " +
+                                std::to_string(limit));
+    if (rows != nullptr) rows->Fill(key);
+    return rows;
+}
+
+std::unique_ptr<SqlStatement> DatabaseReader::ByKey(const char* table,
+                                                    const std::vector<std::string>& columns) const {
+    return Rows(table, SelectFrom(table, columns) + columns.front() + " = ?1");
+}
+
 /// A daemon of an earlier version has not told which problems pass.
 bool DatabaseReader::KnowsProblemKinds() const {
     const std::vector<std::string> columns = Columns(kProblemTable);
@@ -124,6 +182,11 @@ bool DatabaseReader::KnowsProblemKinds() const {
 }
 
 // ---- Answers
+
+int64_t DatabaseReader::Count(const char* table) const {
+    const auto rows = Rows(table, std::string("SELECT count(*) FROM ") + table);
+    return rows != nullptr && rows->Next() ? rows->Number(0) : 0;
+}
 
 int64_t DatabaseReader::CountBelow(const char* table, const std::string& path) const {
     auto rows = Rows(table, std::string("SELECT count(*) FROM ") + table + " WHERE " + kPathRange);
@@ -138,11 +201,18 @@ int64_t DatabaseReader::FilesBelow(const std::string& path) const {
 }
 
 bool DatabaseReader::HasRowsBelow(const std::string& path) const {
-    for (const char* table : {"directory", "music", "video", "photo", "playlist", "photo_info"}) {
+    return AnyTableOfFiles([&](const char* table) {
         const auto rows = Between(table, FirstKeyBelow(path), KeyBehind(path));
-        if (rows != nullptr && rows->Next()) return true;
-    }
-    return false;
+        return rows != nullptr && rows->Next();
+    });
+}
+
+bool DatabaseReader::HasRowsAt(const std::string& path) const {
+    const auto has_row = [&](const char* table) {
+        const auto rows = List(table, {"path"}, {.below = path, .limit = 1});
+        return rows != nullptr && rows->Next();
+    };
+    return AnyTableOfFiles(has_row) || has_row(kProblemTable);
 }
 
 bool DatabaseReader::IsRecordedFolder(const std::string& path) const {
@@ -150,9 +220,14 @@ bool DatabaseReader::IsRecordedFolder(const std::string& path) const {
     return rows != nullptr && rows->Next();
 }
 
+std::unique_ptr<SqlStatement> DatabaseReader::Albums() const {
+    return Rows(kPhotoTables[KOLI_PHOTO_SHARE],
+                "SELECT sharename, title, description FROM photo_share ORDER BY sharename");
+}
+
 std::unordered_set<std::string> DatabaseReader::AlbumNames() const {
     std::unordered_set<std::string> names;
-    const auto rows = Rows(kPhotoTables[KOLI_PHOTO_SHARE], "SELECT sharename FROM photo_share");
+    const auto rows = Albums();
     while (rows != nullptr && rows->Next())
         names.emplace(rows->Field(0));
     return names;

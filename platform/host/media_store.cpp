@@ -54,7 +54,7 @@ class RecordBinder {
         if (utf16.marked)
             Bytes(Utf8FromUtf16(utf16));
         else
-            Bytes(Utf8FromUnmarked(FieldText(text), &scratch_));
+            Bytes(FieldUtf8(text, &scratch_));
     }
     void operator()(const MediaField<BeFloat>& field) {
         const float value = record_.*field.member;

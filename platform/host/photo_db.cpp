@@ -46,7 +46,7 @@ bool HasOwnTitle(const PhotoRecord& record) {
 class StoredText {
   public:
     template <size_t N>
-    explicit StoredText(const char (&field)[N]) : text_(Utf8FromUnmarked(FieldText(field), &scratch_)) {}
+    explicit StoredText(const char (&field)[N]) : text_(FieldUtf8(field, &scratch_)) {}
     operator std::string_view() const { return text_; }
 
   private:

@@ -48,7 +48,7 @@ std::string PlainTitle(const char* path) {
     char title[sizeof PhotoRecord::title];
     TitleFromPath(path, title, sizeof title);
     std::string scratch;
-    return std::string(Utf8FromUnmarked(title, &scratch));
+    return std::string(FieldUtf8(title, &scratch));
 }
 
 bool HasRow(const std::string& path) {

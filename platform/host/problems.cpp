@@ -4,6 +4,7 @@
 #include <string>
 
 #include "base/media_info.h"
+#include "base/work_report.h"
 #include "platform/host/database_groups.h"
 #include "platform/host/file_times.h"
 #include "platform/host/guard.h"
@@ -80,6 +81,7 @@ extern "C" {
 
 void KOLIProblemSet(const char* path, const char* reason, int kind) {
     if (path == nullptr || *path == '\0' || reason == nullptr) return;
+    WorkProblem(path, reason);
     Guarded(MediaDatabase(), [=] { Save(path, reason, kind); });
 }
 

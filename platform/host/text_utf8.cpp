@@ -1,11 +1,17 @@
 #include "platform/host/text_utf8.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <utility>
 
 namespace koli::host {
 namespace {
 
 constexpr unsigned kReplacement = 0xFFFD;
+
+// Bytes of a full field of an ID3v1 tag, and of the comment of one with a track number.
+constexpr size_t kId3v1Text = 30;
+constexpr size_t kId3v11Comment = 28;
 
 // windows-1252, 0x80 to 0x9F.
 constexpr uint16_t kWindows1252[32] = {
@@ -67,6 +73,40 @@ std::string Utf8FromWindows1252(std::string_view text) {
     return out;
 }
 
+/// How much of `text` is UTF-8: all of it, or what stands before an incomplete sequence at its very end if a
+/// long one is there.  npos when it is none.
+size_t ValidLength(std::string_view text) {
+    bool has_long_sequence = false;
+    size_t length = 0;
+    for (size_t at = 0; at < text.size(); at += length) {
+        const Sequence kind = NextSequence(text, at, &length);
+        if (kind == Sequence::kCut && has_long_sequence) return at;
+        if (kind != Sequence::kWhole) return std::string_view::npos;
+        if (length > 1) has_long_sequence = true;
+    }
+    return text.size();
+}
+
+/// `utf8` behind U+FEFF at its begin and the blanks that follow, which the mark has kept from being trimmed.
+std::string_view WithoutMark(std::string_view utf8) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    while (utf8.starts_with(kMark)) {
+        utf8.remove_prefix(kMark.size());
+        utf8.remove_prefix(std::min(utf8.find_first_not_of(' '), utf8.size()));
+    }
+    return utf8;
+}
+
+/// As MediaInfoValid cleans a text that bears no mark.
+std::string Cleaned(std::string utf8) {
+    for (char& c : utf8)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = ' ';
+    utf8.erase(0, utf8.find_first_not_of(' '));
+    utf8.erase(0, utf8.size() - WithoutMark(utf8).size());
+    utf8.erase(utf8.find_last_not_of(' ') + 1);
+    return utf8;
+}
+
 }  // namespace
 
 Utf16Text::Utf16Text(std::string_view bytes) {
@@ -75,7 +115,10 @@ Utf16Text::Utf16Text(std::string_view bytes) {
     if (!marked) return;
     units = bytes.substr(2, (bytes.size() - 2) / 2 * 2);
     for (size_t i = 0; i < size(); ++i)
-        if ((*this)[i] == 0) units = units.substr(0, 2 * i);
+        if ((*this)[i] == 0) {
+            units = units.substr(0, 2 * i);
+            fills_bytes = false;
+        }
 }
 
 unsigned Utf16Text::operator[](size_t index) const {
@@ -89,27 +132,33 @@ std::string Utf8FromUtf16(const Utf16Text& text) {
     for (size_t i = 0; i < text.size(); ++i) {
         unsigned code = text[i];
         if ((code & 0xF800) == 0xD800) {
-            const bool paired = code < 0xDC00 && i + 1 < text.size() && (text[i + 1] & 0xFC00) == 0xDC00;
+            const bool is_first = code < 0xDC00, is_last = i + 1 == text.size();
+            if (is_first && is_last && text.fills_bytes) break;
+            const bool paired = is_first && !is_last && (text[i + 1] & 0xFC00) == 0xDC00;
             code = paired ? 0x10000 + ((code & 0x3FF) << 10 | (text[++i] & 0x3FF)) : kReplacement;
         }
         AppendUtf8(&out, code);
     }
-    return out;
+    return Cleaned(std::move(out));
 }
 
-std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch) {
-    bool has_long_sequence = false;
-    size_t length = 0;
-    for (size_t at = 0; at < text.size(); at += length) {
-        const Sequence kind = NextSequence(text, at, &length);
-        if (kind == Sequence::kCut && has_long_sequence) return text.substr(0, at);
-        if (kind != Sequence::kWhole) {
-            *scratch = Utf8FromWindows1252(text);
-            return *scratch;
-        }
-        if (length > 1) has_long_sequence = true;
-    }
-    return text;
+std::string_view Utf8FromUnmarked(std::string_view text, std::string* scratch, size_t room) {
+    const size_t valid = ValidLength(text);
+    if (valid != std::string_view::npos) return WithoutMark(text.substr(0, valid));
+    const TagCharset* charset = TagCharsetInForce();
+    if (charset == nullptr || !Utf8FromCharset(*charset, text, room, scratch))
+        *scratch = Utf8FromWindows1252(text);
+    return WithoutMark(*scratch);
+}
+
+bool Utf8FromCharset(const TagCharset& charset, std::string_view text, size_t room, std::string* utf8) {
+    const TagCharset::Outcome outcome = charset.Decode(text, utf8);
+    if (outcome != TagCharset::Outcome::kCut) return outcome == TagCharset::Outcome::kWhole;
+    return text.size() == room || text.size() == kId3v1Text || text.size() == kId3v11Comment;
+}
+
+bool IsUtf8Text(std::string_view text) {
+    return ValidLength(text) != std::string_view::npos;
 }
 
 }  // namespace koli::host

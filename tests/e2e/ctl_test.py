@@ -4,17 +4,20 @@ import contextlib
 import json
 import os
 import pathlib
+import pty
+import re
 import shutil
 import signal
 import sqlite3
 import subprocess
+import termios
 
 import harness
 from harness import appliance
 
 MUSIC = "/volume1/music"
 SONG = f"{MUSIC}/Album/a.mp3"
-PROGRESS = ("koliindexctl: queued, ", "files stored")
+PROGRESS = ("koliindexctl: queued, ", "koliindexctl: being executed")
 
 
 class Control(harness.DaemonTest):
@@ -61,7 +64,17 @@ class Control(harness.DaemonTest):
         for paths, *options in (([SONG, shown, broken], "--below", f"{MUSIC}/Album"), ([SONG], "--where", "path~/A.mp"),
                                 ([], "--where", "title=x' OR '1'='1"), ([SONG, shown], "--kind", "music", "--limit", "2")):
             self.assertEqual([row["path"] for row in self.ctl(0, "list", "--json", *options)], paths)
-        self.refused(2, "1=1 OR path", "list", "--where", "1=1 OR path=x")
+        self.assertEqual([row["path"] for row in self.ctl(0, "search", "--json", "side B")], [SONG, shown])
+        terminal, other_end = pty.openpty()
+        self.addCleanup(os.close, terminal)
+        termios.tcsetwinsize(other_end, (24, 60))
+        with os.fdopen(other_end, "wb") as output:
+            subprocess.run(self.command("search", "side B"), stdout=output, check=True)
+        lines = os.read(terminal, 4096).decode().splitlines()
+        self.assertTrue(len(lines) == 3 and max(map(len, lines)) == 59, lines)
+        for command in ("list",), ("search", "x"), ("stats",), ("problems",):
+            self.refused(1, "nothing is stored at or below /typo", *command, "--below", "/typo")
+        self.refused(2, "1: there is no such column", "list", "--where", "1=1 OR path=x")
         self.assertEqual([row["path"] for row in self.ctl(1, "problems", "--json")], [broken])
         new = self.put(f"{MUSIC}/New/n.mp3")
         self.put(SONG, "music/Old Tapes/side a.mp3")
@@ -81,6 +94,55 @@ class Control(harness.DaemonTest):
         self.assertEqual((self.paths("music"), self.paths("playlist")), ([f"{MUSIC}/Newer/n.mp3"], []))
         self.ctl(0, "rebuild", "--wait", "music")
         self.assertEqual(self.paths("playlist"), [f"{MUSIC}/list.m3u"])
+
+    def test_why_something_is_not_there(self):
+        photo, away = "/volume1/photo/Trip", "/volume1/else"
+        self.addCleanup(shutil.rmtree, away, ignore_errors=True)
+        empty, large, broken = f"{photo}/empty.jpg", f"{photo}/large.jpg", self.put(f"{MUSIC}/b.mp3", "music/Broken/page.wma")
+        for path in (SONG, f"{photo}/a.jpg", f"{photo}/.b.jpg", f"{photo}/.c/a.jpg", f"{MUSIC}/cover.jpg", f"{away}/a.mp3"):
+            self.put(path)
+        self.put(f"{photo}/c.tif", harness.PICTURE)
+        for path in (empty, large):
+            pathlib.Path(path).touch()
+        os.truncate(large, 20 << 20)
+        os.symlink("..", f"{MUSIC}/Album/up")
+        self.start()
+        self.ctl(0, "add", "--wait", MUSIC, photo)
+        after = f"{MUSIC}/Album/changed.mp3", f"{MUSIC}/gone.mp3"
+        for path in after:
+            self.put(path)
+        self.ctl(0, "add", "--wait", *after)
+        os.unlink(f"{MUSIC}/gone.mp3")
+        os.truncate(f"{MUSIC}/Album/changed.mp3", 9)
+        for path in (f"{MUSIC}/a.opus", f"{MUSIC}/noext", f"{MUSIC}/._a.mp3", f"{MUSIC}/#recycle/a.mp3",
+                     f"{MUSIC}/@eaDir/a.mp3", f"{MUSIC}/new.mp3", f"{MUSIC}/Album/new\nline.mp3"):
+            self.put(path)
+        os.symlink("nowhere", f"{MUSIC}/link.mp3")
+        for code, path, *reasons in (
+                (0, SONG), (0, f"{photo}/a.jpg"), (0, broken, "problem"), (0, photo), (0, large, "problem", "too_large"),
+                (0, empty, "problem", "empty"), (0, f"{photo}/.b.jpg", "hidden"), (0, f"{photo}/.c", "hidden"),
+                (0, f"{MUSIC}/cover.jpg", "not_in_photo_share"),
+                (0, f"{photo}/c.tif", "not_for_browsers"), (1, f"{MUSIC}/a.opus", "unknown_extension"),
+                (1, f"{MUSIC}/noext", "no_extension"), (1, f"{MUSIC}/._a.mp3", "companion"),
+                (1, f"{MUSIC}/#recycle/a.mp3", "bin"), (1, f"{MUSIC}/@eaDir/a.mp3", "metadata"),
+                (1, f"{MUSIC}/new.mp3", "not_asked_for"), (1, f"{MUSIC}/Album/new\nline.mp3", "not_queueable"),
+                (1, f"{MUSIC}/link.mp3", "dangling_link"), (1, f"{MUSIC}/Albun/a.mp3", "absent"),
+                (1, f"{MUSIC}/Album/up", "link_loop"), (1, f"{away}/a.mp3", "in_no_share"),
+                (1, f"{MUSIC}/Album/changed.mp3", "changed"), (1, f"{MUSIC}/gone.mp3", "absent", "gone"),
+                (1, f"{MUSIC}/Album", "differences_below")):
+            answer = self.ctl(code, "why", "--json", path)
+            self.assertEqual([reason["code"] for reason in answer["reasons"]], reasons, path)
+            self.assertEqual(answer["in_step"], code == 0)
+        appliance.stop()
+        for left_out in ("a.opus", "#recycle", "._a.mp3", "@eaDir/a.mp3"):
+            self.refused(2, "", "add", f"{MUSIC}/{left_out}")
+        self.refused(2, "/a:b: a rename cannot carry", "rename", f"{MUSIC}/a:b", SONG)
+        self.ctl(3, "add", SONG, f"{MUSIC}/new.mp3", f"{MUSIC}/a.opus")
+        self.assertEqual(self.ctl(1, "why", f"{MUSIC}/new.mp3").splitlines(), [
+            f"{MUSIC}/new.mp3 is not stored; it would be as music.", "  The daemon does not run.",
+            "  A request that concerns it waits in the queue: line 2 of 2."])
+        os.rename(appliance.QUEUE, appliance.BATCH)
+        self.assertIn("batch with a request that concerns it was interrupted", self.ctl(1, "why", f"{MUSIC}/new.mp3"))
 
     @staticmethod
     def change(file, *statements):
@@ -127,6 +189,42 @@ class Control(harness.DaemonTest):
             self.assertEqual(waiting.returncode, 3)
             self.stored_at_next_start(*stored[:count])
 
+    def test_status_tells_of_the_work(self):
+        broken = self.put(f"{MUSIC}/Album/c.wma", "music/Broken/page.wma")
+        self.put(SONG)
+        self.start()
+        follow = subprocess.Popen(self.command("status", "--follow", "--json"), stdout=subprocess.PIPE, text=True)
+        self.addCleanup(follow.communicate)
+        self.assertEqual(json.loads(follow.stdout.readline())["requests_waiting"], 0)
+        with subprocess.Popen(self.command("add", "--wait", broken, SONG), stderr=subprocess.PIPE, text=True) as waiting:
+            self.assertIn(PROGRESS[0], waiting.stderr.readline())
+            waiting.send_signal(signal.SIGINT)
+            self.assertIn("interrupted; the requests stay queued", waiting.communicate()[1])
+        self.assertEqual(waiting.returncode, -signal.SIGINT)
+        while json.loads(follow.stdout.readline())["requests_waiting"] != 2:  # it looks once in a second
+            pass
+        with contextlib.closing(self.lock_media_store()):  # the daemon waits for it
+            harness.hurry()
+            harness.wait_for("its work", lambda: self.ctl(0, "status", "--json").get("current_path") == broken)
+            status = self.ctl(0, "status", "--json")
+            self.assertEqual([status[name] for name in ("batch", "requests_in_batch", "requests_done", "files_done")],
+                             ["running", 2, 0, 1])
+        appliance.wait_for_batch(harness.PATIENCE)
+        self.assertEqual(self.ctl(0, "status", "--json")["last_problem"], broken)
+        follow.send_signal(signal.SIGINT)
+        self.assertEqual(follow.wait(harness.PATIENCE), 0)
+        metrics, typed = {}, set()
+        for line in self.ctl(0, "status", "--metrics").splitlines():
+            sample = re.fullmatch(r'(koliindexd_\w+)(\{\w+="(?:\\.|[^"\\])*"(?:,\w+="(?:\\.|[^"\\])*")*\})? (\d+(?:\.\d+)?)', line)
+            if sample:
+                self.assertIn(sample[1], typed)
+                metrics[sample[1] + (sample[2] or "")] = float(sample[3])
+            else:
+                typed.add(re.fullmatch(r"# (?:HELP (\w+) .+\.|TYPE (\w+) (?:gauge|counter))", line)[2])
+        self.assertEqual([metrics["koliindexd_" + name] for name in
+                          ("up", "problems", 'rows{database="media.db",table="music"}')], [1, 1, 2])
+        self.assertGreaterEqual(metrics["koliindexd_files_total"], 2)
+
     @staticmethod
     def lock_media_store(mode="NORMAL"):
         lock = sqlite3.connect(f"{appliance.STORE}/media.db", isolation_level=None)
@@ -157,6 +255,12 @@ class Control(harness.DaemonTest):
         self.refused(5, "cannot read .*/media.db: .*malformed", "problems")
         self.refused(5, "media.db is damaged: .*malformed.*; koliindexctl repair mends it", "status")
         store.write_bytes(sound)
+        pathlib.Path(f"{store}-wal").touch()
+        for file, mode in ((store.parent, 0o755), (store, 0o644), (f"{store}-wal", 0o600)):
+            os.chmod(file, mode)
+        self.refused(5, "cannot read .*/media.db: Permission denied; only root may", "list", user=65534,
+                     executable=shutil.copy(*self.command("/tmp")))
+        os.unlink(f"{store}-wal")
         self.ctl(3, "sync")
         self.stored_at_next_start(SONG)
 

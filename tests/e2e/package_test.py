@@ -17,6 +17,7 @@ import threading
 import unittest
 
 import harness
+import shells
 from harness import appliance
 
 UNITS = "/usr/lib/systemd/system"
@@ -83,12 +84,13 @@ def run_filtered(unit, *command):
 def within_limits(unit, *command):
     """The command line that runs a command as the service would: its group, no network, no privileges and no system
     calls but the unit's, and everything read-only but what the unit makes writable."""
-    group, state = unit_value(unit, "Group"), unit_value(unit, "StateDirectory")
+    group = unit_value(unit, "Group")
     writable = [path.lstrip("-") for path in unit_values(unit, "ReadWritePaths")]
     setup = []
-    if state:
-        writable.append(f"/var/lib/{state}")
-        setup.append(f"install -d -g {group} -m {unit_value(unit, 'StateDirectoryMode')} {writable[-1]}")
+    for kind, place in ("StateDirectory", "/var/lib"), ("RuntimeDirectory", "/run"):
+        if name := unit_value(unit, kind):
+            writable.append(f"{place}/{name}")
+            setup.append(f"install -d -g {group} -m {unit_value(unit, kind + 'Mode')} {writable[-1]}")
     writable = [os.path.realpath(path) for path in writable]
     with open("/proc/self/mounts") as file:
         mounts = [line.split()[1].encode().decode("unicode_escape") for line in file]
@@ -164,14 +166,27 @@ class Package(harness.DaemonTest):
     def test_2_manual_and_completion(self):
         page = re.sub(r"\\f.|\\", "", run("zcat", "/usr/share/man/man1/koliindexctl.1.gz"))  # hyphens as they are typed
         text = run(CTL, "--help")
-        commands = re.findall(r"^  ([a-z]+) ", text.split("Subcommands:")[1].split("\n\n")[0], re.MULTILINE)
+        commands = re.findall(r"^  ([a-z]+) ", text.split("Exit codes:")[0], re.MULTILINE)
         self.assertGreater(len(commands), 10)
-        text += "".join(run(CTL, command, "--help") for command in commands)
-        said = {*re.findall(r"(?<![\w-])--?[a-z][a-z-]*", text), *commands}
+        for command in commands:
+            said = run(CTL, command, "--help")
+            self.assertEqual(run(CTL, "help", command), said)
+            text += said
+        self.assertEqual([line for line in text.splitlines() if len(line) > 80], [])
+        said = {*re.findall(r"(?<![\w-])--?[a-z][a-z0-9-]*", text), *commands}
         self.assertEqual([word for word in said if not re.search(rf"(?<![\w-]){word}(?![\w-])", page)], [])
-        script = "source /usr/share/bash-completion/completions/koliindexctl; COMP_WORDS=(koliindexctl ''); " \
-                 "COMP_CWORD=1; _koliindexctl; echo ${COMPREPLY[@]}"
-        self.assertEqual(sorted(run("bash", "-c", script).split()), sorted(commands))
+        os.makedirs("/tmp/files/A folder")
+        os.chdir("/tmp/files")
+        self.put("/tmp/files/A song.mp3")
+        for shell in shells.SHELLS:
+            for line, offers in (("", commands), ("re", ["rebuild", "repair"]), ("add --", ["--wait", "--quiet"]),
+                                 ("truncate ph", ["photo_info"]), ("list --kind=v", ["video"]), ("list --limit ", []),
+                                 ("list --columns title,art", ["artist"]), ("list --where art", ["artist="]),
+                                 ("watch A", ["folder"]), ("add A", ["folder", "song.mp3"])):
+                with self.subTest(shell=shell, line=line):
+                    shown = shells.offered(shell, line)
+                    self.assertEqual([word for word in offers if word not in shown], [])
+                    self.assertEqual("song" in shown, "song.mp3" in offers)
 
     def test_3_daemon_within_its_limits(self):
         self.assert_read_only("koliindexd", "/etc", "/usr", "/volume1", "/var/lib", "/root")

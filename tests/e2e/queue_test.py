@@ -1,9 +1,11 @@
 #!/usr/bin/python3
 """Request lines, the rows they lead to, and what the neighbours are told."""
+import json
 import os
 import pathlib
 import re
 import signal
+import subprocess
 import time
 
 import harness
@@ -12,6 +14,27 @@ from harness import appliance
 M, P = "/volume1/music", "/volume1/photo"
 COLUMNS = ("title", "artist", "album", "genre", "year", "track", "disc", "comment", "audio_bitrate", "has_cover")
 UNTAGGED = "untagged, 100% \"live\" & 'loud'"
+
+
+def files_with_tags(text):
+    """Files in which it is both title and artist, in every tag that does not tell its charset, by their names."""
+    def frame(name, version):
+        body = b"\0" + text
+        size = len(body).to_bytes(3 if version == 2 else 4, "big")  # below 128: alike in all versions
+        return name + size + b"\0\0" * (version > 2) + body
+
+    def id3v2(version):
+        tag = b"".join(frame(name, version) for name in ((b"TT2", b"TP1") if version == 2 else (b"TIT2", b"TPE1")))
+        return b"ID3" + bytes((version, 0, 0, 0, 0, 0, len(tag))) + tag
+
+    sound = pathlib.Path(f"{harness.SAMPLES}/music/Old Tapes/{UNTAGGED}.mp3").read_bytes()
+    wave = pathlib.Path(f"{harness.SAMPLES}/music/Formats/sample.wav").read_bytes()
+    info = text + b"\0" * (2 - len(text) % 2)
+    info = b"INFO" + b"".join(name + len(info).to_bytes(4, "little") + info for name in (b"INAM", b"IART"))
+    riff = wave[8:] + b"LIST" + len(info).to_bytes(4, "little") + info
+    return {"v1.mp3": sound + b"TAG" + text.ljust(30, b"\0") * 2 + bytes(65),
+            "info.wav": wave[:4] + len(riff).to_bytes(4, "little") + riff,
+            "front.wav": id3v2(3) + wave, **{f"v2{version}.mp3": id3v2(version) + sound for version in (2, 3, 4)}}
 
 
 class Requests(harness.DaemonTest):
@@ -36,6 +59,40 @@ class Requests(harness.DaemonTest):
         picture, song = (pathlib.Path(f"{M}/Café Été/{name}").read_bytes()
                          for name in ("@eaDir/01 Déjà vu.mp3/cover1.jpg", "01 Déjà vu.mp3"))
         self.assertIn(b"front\0" + picture, song)
+
+    def test_old_tags_in_the_charset_of_the_settings(self):
+        settings = pathlib.Path("/etc/koliinfo.conf")
+        self.addCleanup(settings.write_text, settings.read_text() if settings.exists() else "")
+        kept = [self.put(f"{M}/{number}.mp3", f"music/{name}.mp3") for number, name in
+                enumerate(("Blue Harbour/02 Second Wind", "Каравелла/02 Закат"))]  # UTF-8, UTF-16
+        def stored():
+            rows = {row["path"]: (row["title"], row["artist"]) for row in appliance.rows("music")}
+            self.assertEqual([rows.pop(path) for path in kept],
+                             [("Second Wind – 第二", "The Sample Band"), ("Закат", "Каравелла")])
+            self.assertEqual(len(rows), 6)
+            return {text for texts in rows.values() for text in texts}
+
+        for charset, text, misread in (
+                ("CP1251", "Молодая гвардия", "Ìîëîäàÿ ãâàðäèÿ"), ("GB18030", "月亮代表我的心", "ÔÂÁÁ´ú±íÎÒµÄÐÄ"),
+                ("SHIFT_JIS", "ソ連の桜~", "ƒ\\˜A‚Ì\x8d÷~"), ("EUC-KR", "나비야", "³ªºñ¾ß")):
+            for name, data in files_with_tags(text.encode(charset)).items():
+                pathlib.Path(f"{M}/tagged {name}").write_bytes(data)
+            settings.write_text("")
+            self.index(f"A:{M}")
+            self.assertIn(misread, stored())
+            for path in (f"{M}/tagged v1.mp3", f"{M}/tagged v22.mp3"):
+                found = json.loads(subprocess.check_output(self.command("charset", "--json", path, *kept)))
+                self.assertEqual((found[0]["charset"], found[0]["title"], found[0]["artist"]), (charset, text, text))
+                self.assertIn(("windows-1252", True, misread),
+                              {(row["charset"], row["in_force"], row["title"]) for row in found})
+                self.assertEqual({row["path"] for row in found}, {path})
+            settings.write_text(f"tagcharset={charset}\n")
+            self.index("R:music")
+            self.assertEqual(stored(), {text})
+        settings.write_text("tagcharset=UTF-16\n")
+        log = self.index("R:music")
+        self.assertEqual(len([line for line in log if "The charset [UTF-16] is none" in line]), 1)
+        self.assertIn(misread, stored())
 
     def test_every_format_and_what_is_wrong_with_a_file(self):
         for share in ("music", "photo", "video"):

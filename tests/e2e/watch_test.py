@@ -23,6 +23,8 @@ class Watch(harness.DaemonTest):
         self.addCleanup(watcher.communicate)
         self.addCleanup(watcher.kill)
         self.assertIn("watching", watcher.stdout.readline())
+        second = subprocess.run(self.command("watch", "/var/services/photo", DISK), capture_output=True, text=True)
+        self.assertEqual((second.returncode, f"process {watcher.pid} watches" in second.stderr), (2, True), second.stderr)
         mounted = self.put(f"{DISK}/album/a.mp3")
         shutil.copytree(f"{harness.SAMPLES}/video", "/volume1/video/copied")
         self.wait_for_paths(mounted, "/volume1/video/copied/Formats/clip.avi")

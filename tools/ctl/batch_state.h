@@ -4,6 +4,7 @@
 #include <ctime>
 #include <string>
 
+#include "base/work_report.h"
 #include "tools/ctl/context.h"
 
 namespace koli::ctl {
@@ -23,6 +24,9 @@ const char* BatchStateName(BatchState::Kind kind);
 /// What the daemon with this pid (0 = none runs) has said about its batch.  What an earlier daemon has said
 /// about it does not count.
 BatchState BatchStateOf(const Places& places, int pid);
+
+/// What the daemon with this pid tells of its work.  False when it tells nothing, or this user may not know.
+bool WorkReportOf(const Places& places, int pid, WorkReport* report);
 
 /// "2024-01-31 10:11:12", "" for 0.
 std::string TimeText(time_t when);

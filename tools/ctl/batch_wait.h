@@ -14,7 +14,7 @@ enum class BatchEnd { kExecuted, kNoDaemon, kTimeout };
 struct WaitLimits {
     int timeout = 0;            // seconds, 0 = none
     int look_every_ms = 100;    // how often the batch is looked at
-    int tell_every_ms = 500;    // how often `tell` is called
+    int tell_every_ms = 100;    // how often `tell` is called
     int wake_after_ms = 30000;  // when the daemon is woken again, for a queue or a batch that it has kept
 };
 

@@ -9,12 +9,14 @@ namespace koli::ctl {
 
 /// The exit codes, as --help and the manual list them.
 enum ExitCode : int {
-    kExitDone = 0,         // done, or everything is in step
-    kExitDifferences = 1,  // done, but something could not be stored, or differences or problems were found
-    kExitUsage = 2,        // wrong usage, or a path that cannot be queued
-    kExitNoDaemon = 3,  // the daemon does not run or cannot be woken; requests have been queued all the same
-    kExitFiles = 4,     // the spool or another file could not be read or written
-    kExitDatabase = 5   // a database could not be read
+    kExitDone = 0,  // done, or everything is in step
+    // Done, but something is not stored or was not found, or there are differences or problems.
+    kExitDifferences = 1,
+    kExitUsage = 2,     // wrong usage, or a path that cannot be queued or watched; nothing was queued
+    kExitNoDaemon = 3,  // the daemon does not run or cannot be woken; requests were queued all the same
+    // The spool, a folder or another file could not be read or written; only what did not need it was done.
+    kExitFiles = 4,
+    kExitDatabase = 5  // a database could not be read or mended; what was queued before is kept
 };
 
 /// Where the daemon is met.
@@ -25,11 +27,15 @@ struct Places {
     std::string databases = {};  // directory; '' = as the machine's settings say
     std::string state_file = paths::kState;
     std::string service = paths::kQueueService;
+    std::string reading_file = paths::kReading;
+    std::string progress = paths::kProgress;
+    std::string watchers = paths::kWatchers;
 };
 
 struct Context {
     Places places;
-    bool json = false;  // machine-readable output
+    bool json = false;   // machine-readable output
+    bool quiet = false;  // nothing but what went wrong, and that on the error stream
 };
 
 /// Writes one line "koliindexctl: ..." to the error stream, control characters escaped.

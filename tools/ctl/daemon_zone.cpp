@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 #include "tools/ctl/request_writer.h"
-#include "tools/ctl/setup_manifest.h"
+#include "tools/ctl/small_file.h"
 
 namespace koli::ctl {
 

@@ -86,11 +86,12 @@ Wake WakeSparingly(const Places& places, bool was_empty) {
 int Enqueue(const Context& context, const WaitOptions& options) {
     Submission submission;
     std::string refusal = ReadInput(STDIN_FILENO, kInputMax, &submission.lines);
+    const bool is_read = refusal.empty() || submission.lines.size() > kInputMax;
     const auto any = [](std::string_view) -> const char* { return nullptr; };
     if (refusal.empty()) refusal = CheckLines(&submission, any);
     if (refusal.empty()) return Submit(context, submission, options);
     Complain("standard input: %s", refusal.c_str());
-    return kExitUsage;
+    return is_read ? kExitUsage : kExitFiles;
 }
 
 int QueueServe(const Places& places, const std::vector<std::string>& shares, int peer) {

@@ -1,9 +1,13 @@
 #include "tools/ctl/list.h"
 
 #include <algorithm>
-#include <optional>
+#include <iterator>
+#include <vector>
 
+#include "base/text/fold.h"
 #include "platform/host/tables.h"
+#include "tools/ctl/conditions.h"
+#include "tools/ctl/media_columns.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/store_reader.h"
@@ -11,77 +15,101 @@
 namespace koli::ctl {
 namespace {
 
-const std::vector<std::string> kShownColumns = {"title", "artist", "album", "path"};
+using Texts = std::vector<std::string>;
 
-/// Only columns that there are.
-std::optional<host::ColumnCondition> ParseCondition(const std::string& text,
-                                                    const std::vector<std::string>& columns) {
-    const size_t sign = text.find_first_of("=~");
-    if (sign == std::string::npos) return std::nullopt;
-    host::ColumnCondition condition{text.substr(0, sign), text[sign] == '~', text.substr(sign + 1)};
-    if (std::find(columns.begin(), columns.end(), condition.column) == columns.end()) return std::nullopt;
-    return condition;
+constexpr const char kKind[] = "kind";
+
+/// What is shown, column by column.
+Texts ShownColumns(const Context& context, const ListOptions& options) {
+    if (!options.columns.empty()) return options.columns;
+    if (!context.json) return {kKind, "title", "artist", "album", "path"};
+    Texts shown{kKind};
+    for (const MediaColumn& column : MediaColumns())
+        shown.push_back(column.name);
+    return shown;
 }
 
-std::string Joined(const std::vector<std::string>& words) {
-    std::string text;
-    for (const std::string& word : words)
-        text.append(text.empty() ? "" : ", ").append(word);
-    return text;
+/// What stands in the options and cannot be; "" when all can.
+std::string Refusal(const ListOptions& options, Conditions* conditions) {
+    for (const std::string& column : options.columns)
+        if (column != kKind && MediaColumnFind(column) == nullptr) return MediaColumnUnknown(column);
+    if (!options.sort.empty() && MediaColumnFind(options.sort) == nullptr)
+        return MediaColumnUnknown(options.sort);
+    for (const std::string& text : options.where)
+        if (std::string refusal = conditions->Add(text); !refusal.empty()) return refusal;
+    return "";
 }
 
-void PrintRows(const std::string& kind, host::SqlStatement& rows, RowPrinter* printer) {
-    while (rows.Next()) {
-        std::vector<Field> fields{kind};
-        for (int column = 0; column < rows.columns(); ++column)
-            fields.push_back(Field::Of(rows, column));
-        printer->Row(fields);
+host::RowSelection SelectionOf(const ListOptions& options, const Conditions& conditions) {
+    const MediaColumn* const sort = MediaColumnFind(options.sort);
+    return {.conditions = conditions.of_database(),
+            .below = DaemonPath(options.below),
+            .limit = conditions.Columns().empty() ? options.limit : 0,
+            .sort = options.sort,
+            .sort_key = sort == nullptr || sort->is_number ? nullptr : SortKeyTo,
+            .is_reversed = options.reverse};
+}
+
+/// The rows of a kind: the path first, then what is shown, then what the conditions look at.
+void PrintKind(const std::string& kind, host::SqlStatement& rows, const Texts& shown, Conditions& conditions,
+               KindRows* out) {
+    const int judged = rows.columns() - static_cast<int>(conditions.Columns().size());
+    while (out->HasRoom() && rows.Next()) {
+        if (!conditions.Hold(rows, judged)) continue;
+        std::vector<Field> fields;
+        int column = 1;
+        for (const std::string& name : shown)
+            if (name == kKind)
+                fields.emplace_back(kind);
+            else
+                fields.push_back(Field::Of(rows, column++));
+        out->Row(fields, rows.Field(0));
     }
 }
 
 }  // namespace
 
 int List(const Context& context, const ListOptions& options) {
+    Conditions conditions;
+    if (const std::string refusal = Refusal(options, &conditions); !refusal.empty()) {
+        Complain("%s", refusal.c_str());
+        return kExitUsage;
+    }
     StoreReader store;
     if (!OpenStore(context, &store)) return kExitDatabase;
-    std::vector<std::string> columns = store.Columns(host::kMediaTables[0]);
-    const bool is_empty = columns.empty();
-    if (is_empty) columns = kShownColumns;
-    host::RowSelection selection{{}, options.below.empty() ? "" : DaemonPath(options.below), options.limit};
-    for (const std::string& text : options.where) {
-        const auto condition = ParseCondition(text, columns);
-        if (!condition && !is_empty) {
-            Complain("%s: not COLUMN=VALUE or COLUMN~TEXT; columns are %s", text.c_str(),
-                     Joined(columns).c_str());
-            return kExitUsage;
-        }
-        if (condition) selection.conditions.push_back(*condition);
-    }
+    KindRows out(context, options, ShownColumns(context, options));
+    const Texts shown = out.WantsFields() ? ShownColumns(context, options) : Texts();
+    Texts columns{"path"};
+    std::copy_if(shown.begin(), shown.end(), std::back_inserter(columns),
+                 [](const std::string& name) { return name != kKind; });
+    for (const std::string& column : conditions.Columns())
+        columns.push_back(column);
 
-    const std::vector<std::string>& shown = context.json ? columns : kShownColumns;
-    std::vector<std::string> headings{"kind"};
-    headings.insert(headings.end(), shown.begin(), shown.end());
-    RowPrinter printer(headings, context.json);
+    const host::RowSelection selection = SelectionOf(options, conditions);
     for (int type = 0; type < host::kMediaStoreTables; ++type) {
         const std::string kind = host::kMediaTables[type];
-        const bool is_wanted = options.kinds.empty() || std::find(options.kinds.begin(), options.kinds.end(),
-                                                                  kind) != options.kinds.end();
-        if (!is_wanted) continue;
-        const auto rows = store.List(host::kMediaTables[type], shown, selection);
-        if (rows != nullptr) PrintRows(kind, *rows, &printer);
+        if (!options.Wants(kind)) continue;
+        out.Begin(kind);
+        const auto rows = store.List(host::kMediaTables[type], columns, selection);
+        if (rows != nullptr) PrintKind(kind, *rows, shown, conditions, &out);
     }
-    return StoreResult(store, kExitDone);
+    out.End();
+    return ResultBelow(store, selection.below, out.total() > 0, kExitDone);
 }
 
 int Problems(const Context& context, const std::string& below) {
     StoreReader store;
     if (!OpenStore(context, &store)) return kExitDatabase;
-    RowPrinter printer({"time", "reason", "path"}, context.json);
-    const auto rows = store.List(host::kProblemTable, {"time", "reason", "path"},
-                                 {.below = below.empty() ? "" : DaemonPath(below)});
-    while (rows != nullptr && rows->Next())
-        printer.Row({rows->Field(0), rows->Field(1), rows->Field(2)});
-    return StoreResult(store, printer.count() > 0 ? kExitDifferences : kExitDone);
+    int64_t count = 0;
+    {
+        RowPrinter printer({"time", "reason", "path"}, context.json);
+        const auto rows =
+            store.List(host::kProblemTable, {"time", "reason", "path"}, {.below = DaemonPath(below)});
+        while (rows != nullptr && rows->Next())
+            printer.Row({rows->Field(0), rows->Field(1), rows->Field(2)});
+        count = printer.count();
+    }
+    return ResultBelow(store, DaemonPath(below), count > 0, count > 0 ? kExitDifferences : kExitDone);
 }
 
 }  // namespace koli::ctl

@@ -5,20 +5,23 @@
 #include <vector>
 
 #include "tools/ctl/context.h"
+#include "tools/ctl/kind_rows.h"
 
 namespace koli::ctl {
 
-struct ListOptions {
-    std::vector<std::string> kinds = {};  // music, video, photo, playlist; none = all
-    std::vector<std::string> where = {};  // COLUMN=VALUE, or COLUMN~TEXT for a part of it; all must hold
-    std::string below = {};               // a path; "" = everywhere
-    int64_t limit = 0;                    // rows of each kind, 0 = all
+struct ListOptions : RowsOptions {
+    std::vector<std::string> where = {};    // conditions.h; all must hold
+    std::vector<std::string> columns = {};  // "kind" and names of columns; none: those for people, or all
+    std::string sort = {};                  // a column; "" = by path
+    bool reverse = false;
 };
 
-/// The files.  Returns an ExitCode.
+/// The files, kind after kind.  Returns an ExitCode; kExitDifferences when nothing at all is stored at
+/// options.below.
 int List(const Context& context, const ListOptions& options);
 
-/// The files whose metadata could not be parsed, and why.  Returns kExitDifferences when there are any.
+/// The files whose metadata could not be parsed, and why.  Returns kExitDifferences when there are any, and
+/// when nothing at all is stored at `below`.
 int Problems(const Context& context, const std::string& below);
 
 }  // namespace koli::ctl

@@ -5,8 +5,11 @@
 
 namespace koli::ctl {
 
-/// What to add to the refusal of something below or at `path`: the group to join, as "; ...".  "" when that
-/// would not help: it is root's alone, or this user is in the group already.
+/// What to add to the refusal of something directly below or at `path`, as "; ...": the group to join, or the
+/// owner where no group helps.  "" for root, and when neither keeps this user out.
 std::string JoinHint(const std::string& path);
+
+/// The same of what is root's alone to do.
+std::string RootHint();
 
 }  // namespace koli::ctl

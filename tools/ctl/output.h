@@ -12,8 +12,15 @@
 
 namespace koli::ctl {
 
-/// Text that is safe on a terminal: control characters and bytes that are not UTF-8 as \n, \t or \xNN.
+/// Text that is safe on a terminal: control characters, those of the direction of writing, and bytes that are
+/// not UTF-8 as \n, \t or \xNN.
 std::string Printable(std::string_view text);
+
+/// "1 file", "2 files".
+std::string Counted(int64_t count, const std::string& noun);
+
+/// "17 bytes", "4.2 MiB".
+std::string SizeText(int64_t bytes);
 
 /// A value of a field.
 struct Field {
@@ -47,14 +54,23 @@ struct Section {
     std::function<void(const RecordHandler& print)> more = {};
 };
 
+/// "name   value" lines, safe on a terminal; of a value that makes one longer the middle is cut.
+std::vector<std::string> RecordLines(const Record& record, size_t columns);
+
+/// An object in JSON, on one line if `is_compact`; the sections are lists in it.
+std::string RecordJson(const Record& record, const std::vector<Section>& lists, bool is_compact);
+
 /// One object: "name   value" lines, or JSON.
 void PrintRecord(const Record& record, bool json);
+
+/// One JSON object: the fields of `record`, and behind them the sections by name.
+void PrintObject(const Record& record, const std::vector<Section>& sections);
 
 /// Objects and lists of objects by name.  For people empty texts and zeroes are left out.
 void PrintSections(const std::vector<Section>& sections, bool json);
 
-/// Rows of the same columns, printed as they come: the widths are those of the first rows.  JSON: an array of
-/// objects.
+/// Rows of the same columns, printed as they come: the widths are those of the first rows.  On a terminal
+/// they are cut to its width, elsewhere they stay whole.  JSON: an array of objects.
 class RowPrinter {
   public:
     RowPrinter(std::vector<std::string> columns, bool json);
@@ -67,13 +83,16 @@ class RowPrinter {
 
   private:
     void PrintHeld();
+    void FitWidths();
+    std::string Cut(size_t column, const std::string& text) const;
     void PrintLine(const std::vector<std::string>& texts) const;
     void PrintObject(const std::vector<Field>& fields) const;
 
     std::vector<std::string> columns_;
     bool json_;
+    size_t room_;  // of a terminal; 0 = as much as it takes
     int64_t count_ = 0;
-    std::vector<size_t> widths_;                  // characters
+    std::vector<size_t> widths_;                  // as a terminal counts
     std::vector<std::vector<std::string>> held_;  // first rows, until the widths are set
     bool has_widths_ = false;
 };

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -101,8 +102,10 @@ Queued Ask(const Places& places, const std::string& lines, const std::string& re
         nanosleep(&time, nullptr);
     }
     if (answer.size() > 1 && answer[0] == 'E') queued.batch.error = answer.substr(1);
-    if (answer.size() != 2 || answer[0] != 'Q') return queued;
+    if (answer.size() < 2 || answer[0] != 'Q') return queued;
     queued.batch.error.clear();
+    queued.batch.begin = strtoll(answer.c_str() + 2, nullptr, 10);
+    queued.batch.end = queued.batch.begin + static_cast<int64_t>(lines.size());
     for (const Wake wake : {Wake::kWoken, Wake::kNotRunning})
         if (answer[1] == LetterOf(wake)) queued.wake = wake;
     return queued;
@@ -124,7 +127,8 @@ Wake WakeSubmit(const Places& places) {
 
 bool AnswerSend(int peer, const Queued& queued) {
     std::string text = "E" + queued.batch.error;
-    if (queued.batch.error.empty()) text = std::string("Q") + LetterOf(queued.wake);
+    if (queued.batch.error.empty())
+        text = std::string("Q") + LetterOf(queued.wake) + std::to_string(queued.batch.begin);
     text.resize(std::min(text.size(), kAnswerMax));
     iovec block{text.data(), text.size()};
     Control control{};

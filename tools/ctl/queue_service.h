@@ -4,8 +4,9 @@
 // to a local socket, which only the members of its group may open.  The caller writes whole request lines,
 // then an empty line, and closes its half; no request = the daemon is only woken.  Without the empty line the
 // caller has died on the way, and nothing is queued.  The answer is one letter, 'Q' (queued) with a digit
-// (the value of Wake) or 'E' with the reason of a refusal behind it; with 'Q' and at least one line comes a
-// descriptor of the queue file that took them, good for nothing but fstat().
+// (the value of Wake) and the offset of the lines in the queue file, or 'E' with the reason of a refusal
+// behind it; with 'Q' and at least one line comes a descriptor of the queue file that took them, good for
+// nothing but fstat().
 #pragma once
 
 #include <string>

@@ -14,6 +14,7 @@
 #include "index/record/share_path.h"
 #include "tools/ctl/batch_state.h"
 #include "tools/ctl/folder_entries.h"
+#include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/request_writer.h"
@@ -115,7 +116,9 @@ int Mend(const Context& context, const host::DatabaseEngine& engine, bool dry_ru
     DatabaseFault& fault = finding->fault;
     if (!finding->is_begun && fault.state != DatabaseState::kDamaged) {
         if (IsInOrder(*finding)) return kExitDone;
-        Complain("%s", DatabaseFaultText(finding->database, fault).c_str());
+        const bool is_refused = fault.state == DatabaseState::kNotPermitted;
+        Complain("%s%s", DatabaseFaultText(finding->database, fault).c_str(),
+                 is_refused ? RootHint().c_str() : "");
         return kExitDatabase;
     }
     if (dry_run) {
@@ -125,7 +128,8 @@ int Mend(const Context& context, const host::DatabaseEngine& engine, bool dry_ru
     }
     if (IsBatchInTheWay(context.places, name)) return kExitDatabase;
     if (access(engine.place().c_str(), W_OK) != 0) {
-        Complain("%s cannot be mended: no permission to write to %s", name, engine.place().c_str());
+        Complain("%s cannot be mended: no permission to write to %s%s", name, engine.place().c_str(),
+                 RootHint().c_str());
         return kExitDatabase;
     }
     if (!MarkSyncDue(engine.place())) return kExitFiles;
@@ -145,7 +149,7 @@ int SyncAfter(const Context& context, const std::string& directory, const Repair
     if (code == kExitDone || code == kExitDifferences || code == kExitNoDaemon)
         unlink((directory + kSyncDue).c_str());
     else
-        Complain("the databases have not been compared with the shares; the next repair does it");
+        Complain("the databases have not been compared with all of the shares; the next repair does it");
     return code;
 }
 

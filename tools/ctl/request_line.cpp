@@ -62,6 +62,11 @@ std::vector<std::string> ShareFolders(const std::string& library) {
     return folders;
 }
 
+bool IsAtOrBelow(std::string_view path, std::string_view folder) {
+    if (folder.empty() || folder == "/") return !folder.empty();
+    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
 std::string DaemonPath(std::string_view path) {
     char folder[PATH_MAX];
     if (getcwd(folder, sizeof folder) == nullptr) folder[0] = '\0';

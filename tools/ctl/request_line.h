@@ -22,6 +22,9 @@ std::string VolumePath(const std::string& path);
 /// Where the share links lead: the one of that name, or all three.  Links that lead nowhere are left out.
 std::vector<std::string> ShareFolders(const std::string& library);
 
+/// Whether `path` is `folder`, or lies below it: both absolute.
+bool IsAtOrBelow(std::string_view path, std::string_view folder);
+
 /// Both in turn, from the working directory.  "" when that cannot be told.
 std::string DaemonPath(std::string_view path);
 

@@ -112,7 +112,12 @@ QueuedBatch QueueAppend(const std::string& queue, const std::string& lines, int6
     std::string error = AppendWhole(file.get(), status.st_size, end.empty() ? lines : end + lines);
     flock(file.get(), LOCK_UN);
     if (!error.empty()) return {{}, std::move(error)};
-    return {.file = std::move(file), .error = "", .was_empty = status.st_size == 0};
+    const int64_t begin = status.st_size + static_cast<int64_t>(end.size());
+    return {.file = std::move(file),
+            .error = "",
+            .was_empty = status.st_size == 0,
+            .begin = begin,
+            .end = begin + static_cast<int64_t>(lines.size())};
 }
 
 int DaemonPid(const std::string& pid_file) {

@@ -15,6 +15,7 @@ struct QueuedBatch {
     std::string error;     // then the reason
     int error_number = 0;  // and its errno, 0 = it has none
     bool was_empty = false;
+    int64_t begin = 0, end = 0;  // where in the file the lines are
 };
 
 /// Appends whole lines, all or none, under the lock that the daemon takes before it removes a batch: what is

@@ -5,6 +5,7 @@
 #include "index/record/share_path.h"
 #include "platform/host/tables.h"
 #include "platform/kolisdk.h"
+#include "tools/ctl/path_reasons.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/store_reader.h"
 #include "tools/ctl/sync_plan.h"
@@ -50,16 +51,25 @@ char RemoveCode(const StoreReader& store, bool is_readable, const std::string& p
 
 int Add(const Context& context, const std::vector<std::string>& paths, const WaitOptions& options) {
     Submission submission;
+    bool is_all = true;
     for (const std::string& given : paths) {
         std::string path = Checked(given);
         if (path.empty()) return kExitUsage;
+        if (const Reasons reasons = DiskReasons(path); !reasons.empty())
+            return Refuse(given, reasons.front().text.c_str());
         const bool is_folder = IsFolder(path);
-        if (!is_folder && !IsFile(path)) return Refuse(given, "there is no such file or folder");
+        if (const Reasons reasons = RuleReasons(path, is_folder); !reasons.empty()) {
+            Refuse(given, reasons.front().text.c_str());
+            is_all = false;
+            continue;
+        }
         AddLine(RequestLine(is_folder ? 'A' : 'a', path), &submission);
         submission.present.push_back(std::move(path));
     }
+    if (submission.requests == 0) return kExitUsage;
     submission.present = WithoutNested(std::move(submission.present));
-    return Submit(context, submission, options);
+    const int code = Submit(context, submission, options);
+    return code == kExitDone && !is_all ? static_cast<int>(kExitDifferences) : code;
 }
 
 int Remove(const Context& context, const std::vector<std::string>& paths, const WaitOptions& options) {
@@ -83,7 +93,10 @@ int Rename(const Context& context, const std::string& old_path, const std::strin
     Submission submission;
     const std::string from = Checked(old_path), to = from.empty() ? "" : Checked(new_path);
     if (to.empty()) return kExitUsage;
-    if (const char* refusal = RenameRefusal(to, from); refusal != nullptr) return Refuse(new_path, refusal);
+    if (const char* refusal = RenameRefusal(to, from); refusal != nullptr) {
+        const bool is_old = from.find(':') != std::string::npos && to.find(':') == std::string::npos;
+        return Refuse(is_old ? old_path : new_path, refusal);
+    }
     if (!IsFolder(to) && !IsFile(to)) return Refuse(new_path, "there is no such file or folder");
     if (IsFolder(from) || IsFile(from)) return Refuse(old_path, "it still exists: nothing was renamed");
     AddLine(RenameLine(to, from), &submission);

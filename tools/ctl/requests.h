@@ -10,6 +10,9 @@ namespace koli::ctl {
 
 /// Each refuses everything, with one complaint and kExitUsage, when one of its arguments cannot be queued;
 /// nothing is written then.  They return an ExitCode.
+///
+/// Add leaves out what no walk would store, with a complaint for each; when it is all, nothing is queued and
+/// it is kExitUsage.
 int Add(const Context& context, const std::vector<std::string>& paths, const WaitOptions& options);
 int Remove(const Context& context, const std::vector<std::string>& paths, const WaitOptions& options);
 int Rename(const Context& context, const std::string& old_path, const std::string& new_path,

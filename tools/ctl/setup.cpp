@@ -1,11 +1,14 @@
 #include "tools/ctl/setup.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 #include "index/record/share_path.h"
+#include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/request_line.h"
 
@@ -42,7 +45,8 @@ int Undo(const Context& context, const SetupRoot& root) {
         }
     }
     if (!is_undone) {
-        Complain("%s", error.c_str());
+        const bool is_refused = access(root.Manifest().c_str(), W_OK) != 0 && errno == EACCES;
+        Complain("%s%s", error.c_str(), is_refused ? RootHint().c_str() : "");
         return kExitFiles;
     }
     return is_something_kept ? kExitDifferences : kExitDone;
@@ -51,10 +55,10 @@ int Undo(const Context& context, const SetupRoot& root) {
 /// Why the volume cannot be set up; null when it can.
 const char* VolumeRefusal(const SetupRoot& root, const std::string& volume) {
     struct stat status;
-    if (PathRefusal(volume) != nullptr || volume == "/") return "cannot be a volume";
+    if (PathRefusal(volume) != nullptr || volume == "/") return "it cannot be a volume";
     if (volume.find_first_of(":\t") != std::string::npos) return "a volume's name cannot hold a ':' or a tab";
     if (stat(root.Path(volume).c_str(), &status) != 0 || !S_ISDIR(status.st_mode))
-        return "is not there, or is no folder";
+        return "there is no such folder; make it (mkdir), or mount the disk that belongs there";
     return nullptr;
 }
 
@@ -86,7 +90,7 @@ int Setup(const Context& context, const std::string& given, const SetupOptions& 
     }
     std::string error;
     if (!SetupApply(options.root, steps, &error)) {
-        Complain("%s (setup --undo takes back what has been made)", error.c_str());
+        Complain("%s%s (setup --undo takes back what has been made)", error.c_str(), RootHint().c_str());
         return kExitFiles;
     }
     PrintSteps(context, steps, true);

@@ -1,13 +1,7 @@
 #include "tools/ctl/setup_manifest.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
-
-#include "tools/ctl/unique_fd.h"
 
 namespace koli::ctl {
 namespace {
@@ -45,22 +39,6 @@ std::string Checksum(const std::string& text) {
     char digits[17];
     snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash));
     return digits;
-}
-
-bool SmallFileRead(const std::string& path, std::string* text) {
-    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-    if (!file.valid()) return false;
-    text->resize(kManifestMaxSize + 1);
-    size_t length = 0;
-    while (length < text->size()) {
-        const ssize_t got = read(file.get(), text->data() + length, text->size() - length);
-        if (got < 0) return false;
-        if (got == 0) break;
-        length += static_cast<size_t>(got);
-    }
-    text->resize(length);
-    errno = EFBIG;
-    return length <= kManifestMaxSize;
 }
 
 }  // namespace koli::ctl

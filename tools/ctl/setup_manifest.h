@@ -14,8 +14,6 @@
 
 namespace koli::ctl {
 
-inline constexpr size_t kManifestMaxSize = 65536;  // bytes
-
 std::string ManifestLine(const SetupStep& step);
 
 /// A step read back has a file's checksum as its value.  False for a line of another form.
@@ -23,8 +21,5 @@ bool ManifestLineParse(const std::string& line, SetupStep* step);
 
 /// 16 digits of the 64-bit FNV-1a hash: tells an edited file, not a forged one.
 std::string Checksum(const std::string& text);
-
-/// Reads a whole file of at most kManifestMaxSize bytes; false with errno set.
-bool SmallFileRead(const std::string& path, std::string* text);
 
 }  // namespace koli::ctl

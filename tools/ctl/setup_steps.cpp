@@ -9,6 +9,7 @@
 
 #include "tools/ctl/setup_manifest.h"
 #include "tools/ctl/setup_plan.h"
+#include "tools/ctl/small_file.h"
 #include "tools/ctl/unique_fd.h"
 
 namespace koli::ctl {
@@ -27,6 +28,13 @@ bool WriteFile(const std::string& path, const std::string& text, int flags) {
     return written >= 0 && static_cast<size_t>(written) == text.size() && fsync(file.get()) == 0;
 }
 
+/// Leaves errno as it is: it tells why the file could not be written.
+void RemoveUnfinished(const std::string& path) {
+    const int error = errno;
+    unlink(path.c_str());
+    errno = error;
+}
+
 bool Make(const SetupRoot& root, const SetupStep& step) {
     const std::string path = root.Path(step.path);
     switch (step.kind) {
@@ -36,7 +44,8 @@ bool Make(const SetupRoot& root, const SetupStep& step) {
             return symlink(step.value.c_str(), path.c_str()) == 0;
         case SetupStep::kFile:
             if (WriteFile(path, step.value, O_EXCL)) return true;
-            if (errno != EEXIST) unlink(path.c_str());
+            if (errno == EEXIST) return false;
+            RemoveUnfinished(path);
             return false;
     }
     return false;

@@ -5,68 +5,24 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdio>
 
-#include "base/regular_file.h"
 #include "platform/host/tables.h"
 #include "platform/kolisdk.h"
 #include "tools/ctl/batch_state.h"
 #include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
-#include "tools/ctl/request_writer.h"
+#include "tools/ctl/status_look.h"
 #include "tools/ctl/store_reader.h"
 
 namespace koli::ctl {
 namespace {
-
-/// Lines of a queue file; -1 with errno set when there is none.
-int64_t CountLines(const std::string& file) {
-    const RegularFile queue(file.c_str());
-    if (!queue.ok()) return -1;
-    char block[65536];
-    int64_t lines = 0;
-    char last = '\n';
-    ssize_t length = 0;
-    // No further than the file was long: writers go on.
-    for (int64_t at = 0; at < queue.size(); at += length) {
-        if ((length = ReadAt(queue.descriptor(), at, block, sizeof block)) <= 0) break;
-        lines += std::count(block, block + length, '\n');
-        last = block[length - 1];
-    }
-    return last == '\n' ? lines : lines + 1;
-}
-
-/// Left out when the file may not be read: that says nothing about what waits.
-void AddCount(const char* name, const std::string& file, Record* record) {
-    const int64_t lines = CountLines(file);
-    if (lines >= 0 || errno != EACCES) record->emplace_back(name, std::max<int64_t>(lines, 0));
-}
 
 /// Version of the kernel's file rules, 0 = none.
 int64_t LandlockVersion() {
     const auto version =
         syscall(SYS_landlock_create_ruleset, nullptr, size_t{0}, LANDLOCK_CREATE_RULESET_VERSION);
     return std::max<int64_t>(version, 0);
-}
-
-void AddBatch(const Places& places, int pid, Record* record) {
-    const BatchState batch = BatchStateOf(places, pid);
-    record->emplace_back("batch", BatchStateName(batch.kind));
-    AddCount("requests_in_batch", places.batch, record);
-    if (batch.kind != BatchState::kKept) return;
-    record->emplace_back("kept_because_of", batch.database);
-    record->emplace_back("kept_reason", batch.reason);
-    record->emplace_back("kept_since", TimeText(batch.since));
-    record->emplace_back("next_attempt", TimeText(batch.retry));
-}
-
-void AddDaemon(const Context& context, int pid, Record* record) {
-    const Places& places = context.places;
-    record->emplace_back("daemon", pid > 0 ? "running" : "not running");
-    record->emplace_back("pid", int64_t{pid});
-    record->emplace_back("since", pid > 0 ? TimeText(ChangeTime(places.pid_file)) : "");
-    AddCount("requests_waiting", places.queue, record);
-    AddBatch(places, pid, record);
 }
 
 using Counts = std::vector<std::pair<std::string, int64_t>>;
@@ -82,8 +38,8 @@ void AddRows(const char* const (&tables)[N], const Counts& counts, bool is_missi
     }
 }
 
-/// Adds what can be read of a database; complains about what is wrong with it.  False: something is.
-bool AddDatabase(const host::DatabaseEngine& engine, int database, Record* record) {
+/// Adds what can be read of a database.  False: something is wrong with it.
+bool AddDatabase(const host::DatabaseEngine& engine, int database, bool complains, Record* record) {
     const std::string name = host::DatabaseName(database);
     const host::DatabaseView view = engine.Look(database, host::DatabaseCheck::kQuick);
     const host::DatabaseFault& fault = view.fault;
@@ -99,24 +55,11 @@ bool AddDatabase(const host::DatabaseEngine& engine, int database, Record* recor
             if (table == host::kProblemTable) record->emplace_back("unparsable", rows);
     }
     if (fault.state == host::DatabaseState::kSound || is_missing) return true;
+    if (!complains) return false;
     const bool is_refused = fault.state == host::DatabaseState::kNotPermitted;
     const std::string hint = is_refused ? JoinHint(engine.place()) : "";
     Complain("%s%s", DatabaseFaultText(database, fault).c_str(), hint.c_str());
     return false;
-}
-
-bool AddDatabases(const Context& context, Record* record) {
-    std::string error;
-    const auto engine = EngineOf(context.places, &error);
-    if (engine == nullptr) {
-        Complain("%s", error.c_str());
-        return false;
-    }
-    record->emplace_back("databases", engine->place());
-    bool is_sound = true;
-    for (const int database : host::kDatabases)
-        is_sound &= AddDatabase(*engine, database, record);
-    return is_sound;
 }
 
 void AddHost(Record* record) {
@@ -142,15 +85,34 @@ std::string DatabaseFaultText(int database, const host::DatabaseFault& fault) {
     }
 }
 
+bool AddDatabases(const Context& context, bool complains, Record* record) {
+    std::string error;
+    const auto engine = EngineOf(context.places, &error);
+    if (engine == nullptr) {
+        if (complains) Complain("%s", error.c_str());
+        return false;
+    }
+    record->emplace_back("databases", engine->place());
+    bool is_sound = true;
+    for (const int database : host::kDatabases)
+        is_sound &= AddDatabase(*engine, database, complains, record);
+    return is_sound;
+}
+
 int Status(const Context& context) {
-    const int pid = DaemonPid(context.places.pid_file);
-    Record record;
-    AddDaemon(context, pid, &record);
-    const bool is_sound = AddDatabases(context, &record);
+    const StatusLook look = StatusLookNow(context.places);
+    Record record = RecordOf(look);
+    const bool is_sound = AddDatabases(context, true, &record);
     AddHost(&record);
-    PrintRecord(record, context.json);
+    if (context.json) {
+        printf("%s\n", RecordJson(record, {WatchedOf(look)}, false).c_str());
+    } else {
+        const Record watched = WatchedTexts(look);
+        record.insert(record.end(), watched.begin(), watched.end());
+        PrintRecord(record, false);
+    }
     if (!is_sound) return kExitDatabase;
-    return pid > 0 ? kExitDone : kExitNoDaemon;
+    return look.pid > 0 ? kExitDone : kExitNoDaemon;
 }
 
 }  // namespace koli::ctl

@@ -39,4 +39,11 @@ int StoreResult(const StoreReader& store, int code) {
     return kExitDatabase;
 }
 
+int ResultBelow(const StoreReader& store, const std::string& path, bool has_rows, int code) {
+    const bool is_unknown = !path.empty() && !has_rows && !store.HasRowsAt(path);
+    if (const int result = StoreResult(store, code); result != code || !is_unknown) return result;
+    Complain("nothing is stored at or below %s", path.c_str());
+    return kExitDifferences;
+}
+
 }  // namespace koli::ctl

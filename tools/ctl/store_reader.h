@@ -36,4 +36,8 @@ bool OpenStore(const Context& context, StoreReader* store);
 /// has failed.
 int StoreResult(const StoreReader& store, int code);
 
+/// The same for what was asked of `path` ("" = everything), of which `has_rows` tells whether something was
+/// found: complains, and returns kExitDifferences, when nothing at all is stored at or below it.
+int ResultBelow(const StoreReader& store, const std::string& path, bool has_rows, int code);
+
 }  // namespace koli::ctl

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/ctl/output.h"
+
 namespace koli::ctl {
 
 struct Submission {
@@ -14,6 +16,7 @@ struct Submission {
     std::vector<std::string> absent = {};   // nothing at and below these is stored
     bool media_store = true;                // which of the two count
     bool photo_library = true;
+    std::vector<Section> told = {};  // what JSON tells beside the result
 };
 
 }  // namespace koli::ctl

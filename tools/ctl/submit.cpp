@@ -3,19 +3,17 @@
 #include <cstdio>
 
 #include "tools/ctl/batch_wait.h"
+#include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/progress.h"
 #include "tools/ctl/queue_service.h"
+#include "tools/ctl/wait_interrupt.h"
 #include "tools/ctl/wait_result.h"
 
 namespace koli::ctl {
 namespace {
 
 constexpr size_t kNamesShown = 5;
-
-std::string Counted(int64_t count, const std::string& noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
-}
 
 const char* WakeName(Wake wake) {
     switch (wake) {
@@ -35,7 +33,8 @@ int TellUnwoken(const Context& context, Wake wake) {
     if (wake == Wake::kNotRunning)
         Complain("the daemon is not running; the requests wait in %s until it starts", queue);
     else
-        Complain("no permission to wake the daemon; the requests wait in %s for the next signal", queue);
+        Complain("no permission to wake the daemon%s; the requests wait in %s for the next signal",
+                 JoinHint(context.places.service).c_str(), queue);
     return kExitNoDaemon;
 }
 
@@ -69,6 +68,15 @@ void PrintResult(const WaitResult& result, const Submission& submission) {
     if (result.still_stored > 0) printf("  still stored: %s\n", Counted(result.still_stored, "row").c_str());
 }
 
+/// In one line, for who has not asked for the result itself.
+void ComplainOfResult(const WaitResult& result) {
+    const std::vector<std::string>& names = result.missing.empty() ? result.unparsable : result.missing;
+    Complain("%s not stored, %lld unparsable, %s still stored%s%s",
+             Counted(result.missing_count, "file").c_str(), static_cast<long long>(result.unparsable_count),
+             Counted(result.still_stored, "row").c_str(), names.empty() ? "" : ": ",
+             names.empty() ? "" : names.front().c_str());
+}
+
 Section Names(const char* name, const std::vector<std::string>& paths) {
     Section section{name};
     for (const std::string& path : paths)
@@ -83,10 +91,11 @@ void PrintResultJson(const WaitResult& result, const Submission& submission) {
                          {"not_stored", result.missing_count},
                          {"unparsable", result.unparsable_count},
                          {"still_stored", result.still_stored}};
-    PrintSections({{"summary", {summary}, true},
-                   Names("not_stored", result.missing),
-                   Names("unparsable", result.unparsable)},
-                  true);
+    std::vector<Section> sections{{"summary", {summary}, true},
+                                  Names("not_stored", result.missing),
+                                  Names("unparsable", result.unparsable)};
+    sections.insert(sections.end(), submission.told.begin(), submission.told.end());
+    PrintSections(sections, true);
 }
 
 int Finish(const Context& context, const Submission& submission, const WaitOptions& options) {
@@ -101,6 +110,7 @@ int Finish(const Context& context, const Submission& submission, const WaitOptio
         PrintResult(result, submission);
     const bool is_incomplete = result.missing_count > 0 || result.still_stored > 0 ||
                                (options.strict && result.unparsable_count > 0);
+    if (is_incomplete && context.quiet) ComplainOfResult(result);
     return is_incomplete ? kExitDifferences : kExitDone;
 }
 
@@ -108,9 +118,12 @@ int Wait(const Context& context, const QueuedBatch& batch, const Submission& sub
          const WaitOptions& options) {
     BatchEnd end{};
     {
-        Progress progress(context, submission, FilesFound(submission));
+        const WaitInterrupt interrupt;
+        Progress progress(context, batch, FilesFound(submission));
         const WaitLimits limits{.timeout = options.timeout};
-        end = BatchWait(batch.file, context.places, limits, [&](bool begun) { progress.Tell(begun); });
+        end = BatchWait(batch.file, context.places, limits, [&](bool begun) {
+            if (!context.quiet) progress.Tell(begun);
+        });
     }
     if (end != BatchEnd::kExecuted) return TellUnfinished(end);
     return Finish(context, submission, options);
@@ -127,7 +140,7 @@ int Submit(const Context& context, const Submission& submission, const WaitOptio
     if (wake == Wake::kWoken && options.wait && batch.file.valid())
         return Wait(context, batch, submission, options);
     if (context.json)
-        PrintRecord({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, true);
+        PrintObject({{"requests", submission.requests}, {"daemon", WakeName(wake)}}, submission.told);
     else
         printf("%s queued.\n", Counted(submission.requests, "request").c_str());
     return wake == Wake::kWoken ? static_cast<int>(kExitDone) : TellUnwoken(context, wake);

@@ -49,6 +49,19 @@ void SyncPlan::Add(Change change, const std::string& path) {
     }
 }
 
+SyncPlan::Mark SyncPlan::Here() const {
+    return {counts_, differences_.size(), lines_.size(), requests_, uncarried_};
+}
+
+/// The folders that were queued whole lie in that top, which is not compared again.
+void SyncPlan::BackTo(const Mark& mark) {
+    counts_ = mark.counts;
+    differences_.resize(mark.differences);
+    lines_.resize(mark.lines);
+    requests_ = mark.requests;
+    uncarried_ = mark.uncarried;
+}
+
 bool SyncPlan::empty() const {
     return std::all_of(counts_.begin(), counts_.end(), [](int64_t count) { return count == 0; });
 }
@@ -89,9 +102,7 @@ std::vector<std::string> WithoutNested(std::vector<std::string> paths) {
     std::vector<std::string> tops;
     std::sort(paths.begin(), paths.end());
     for (std::string& path : paths) {
-        const auto holds = [&path](const std::string& top) {
-            return path == top || path.starts_with(FirstKeyBelow(top));
-        };
+        const auto holds = [&path](const std::string& top) { return IsAtOrBelow(path, top); };
         if (std::none_of(tops.begin(), tops.end(), holds)) tops.push_back(std::move(path));
     }
     return tops;

@@ -21,6 +21,15 @@ class SyncPlan {
 
     void Add(Change change, const std::string& path);
 
+    /// How much has been added, and back to that: for a top that turns out not to count.
+    struct Mark {
+        std::array<int64_t, kChanges> counts;
+        size_t differences, lines;  // bytes
+        int64_t requests, uncarried;
+    };
+    Mark Here() const;
+    void BackTo(const Mark& mark);
+
     int64_t Count(Change change) const { return counts_[static_cast<size_t>(change)]; }
     bool empty() const;
     int64_t requests() const { return requests_; }    ///< how many lines there are, or would be

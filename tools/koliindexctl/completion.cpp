@@ -1,91 +1,86 @@
+#include "tools/koliindexctl/completion.h"
+
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <algorithm>
 #include <cstdio>
 
-#include "platform/host/tables.h"
 #include "tools/koliindexctl/commands.h"
+#include "tools/koliindexctl/help_format.h"
 
 namespace koli::ctl {
 namespace {
 
-constexpr const char kHead[] = R"(# bash completion for koliindexctl
-_koliindexctl() {
-    local cur=${COMP_WORDS[COMP_CWORD]} command='' options='' words='' word
-    for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
-        case $word in
-            -*) ;;
-            *) command=$word; break ;;
-        esac
-    done
-    COMPREPLY=()
-    case $command in
-)";
-
-constexpr const char kTail[] = R"(        *) return ;;
-    esac
-    [[ ${COMP_WORDS[COMP_CWORD-1]} == --kind ]] && words='music video photo playlist'
-    if [[ $cur == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
-    elif [[ -n $words ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "$words" -- "$cur")
-    else
-        compopt -o filenames
-        mapfile -t COMPREPLY < <(compgen -f -- "$cur")
-    fi
+CompletionValue::Kind KindOf(const std::string& name) {
+    if (name.empty()) return CompletionValue::kNone;
+    for (const char* file : {"PATH", "FILE", "OLD", "NEW"})
+        if (name == file) return CompletionValue::kFile;
+    for (const char* folder : {"FOLDER", "SHARE", "VOLUME"})
+        if (name == folder) return CompletionValue::kFolder;
+    return CompletionValue::kAnything;
 }
-complete -F _koliindexctl koliindexctl
-)";
 
-/// The long names of all options that are not hidden, separated by blanks.
-std::string OptionsOf(const CLI::App& app) {
-    std::string names;
+CompletionValue ValueOf(const CLI::Option* option, const Arguments& arguments) {
+    CompletionValue value;
+    value.name = option->get_positional() ? option->get_name(true, false) : PlaceholderOf(*option);
+    const auto offer = arguments.offers.find(option);
+    if (offer == arguments.offers.end()) {
+        value.kind = KindOf(value.name);
+        return value;
+    }
+    value.words = offer->second.words;
+    value.kind = offer->second.form == Offer::kWord   ? CompletionValue::kWord
+                 : offer->second.form == Offer::kList ? CompletionValue::kList
+                                                      : CompletionValue::kCondition;
+    return value;
+}
+
+bool Repeats(const CLI::Option& option) {
+    return option.get_items_expected_max() > 1 ||
+           option.get_multi_option_policy() == CLI::MultiOptionPolicy::TakeAll;
+}
+
+CompletionCommand CommandOf(const CLI::App& app, const Arguments& arguments) {
+    CompletionCommand command{app.get_name(), app.get_description(), {}, {}};
     for (const CLI::Option* option :
-         app.get_options([](const CLI::Option* one) { return !one->get_group().empty(); }))
-        for (const std::string& name : option->get_lnames())
-            names.append(names.empty() ? "" : " ").append("--").append(name);
-    return names;
-}
-
-std::string CommandsOf(const CLI::App& app) {
-    std::string names;
-    for (const CLI::App* command : app.get_subcommands({}))
-        names.append(names.empty() ? "" : " ").append(command->get_name());
-    return names;
-}
-
-/// What a sub-command takes where it takes no file.
-std::string WordsOf(const std::string& command) {
-    if (command == "rebuild") return "music video photo all";
-    if (command == "completion") return "bash";
-    std::string tables;
-    if (command != "truncate") return tables;
-    for (const char* table : host::kMediaTables)
-        tables.append(table).append(" ");
-    for (const char* table : host::kPhotoTables)
-        tables.append(table).append(" ");
-    return tables;
-}
-
-std::string Case(const std::string& pattern, const std::string& options, const std::string& words) {
-    return "        " + pattern + ") options='" + options + "' words='" + words + "' ;;\n";
-}
-
-/// A script that completes the sub-commands and options of `app`, words where only some are possible, and
-/// file names elsewhere.
-std::string BashCompletion(const CLI::App& app) {
-    std::string script = kHead + Case("''", OptionsOf(app), CommandsOf(app));
-    for (const CLI::App* command : app.get_subcommands({}))
-        script += Case(command->get_name(), OptionsOf(*command), WordsOf(command->get_name()));
-    return script + kTail;
+         app.get_options([](const CLI::Option* one) { return !one->get_group().empty(); })) {
+        const CompletionValue value = ValueOf(option, arguments);
+        if (option->get_positional()) {
+            command.arguments.push_back(value);
+            command.repeats = Repeats(*option);
+        } else {
+            command.options.push_back({option->get_snames(), option->get_lnames(), option->get_description(),
+                                       value, Repeats(*option)});
+        }
+    }
+    return command;
 }
 
 }  // namespace
 
+std::string JoinedWords(const std::vector<std::string>& words) {
+    return CLI::detail::join(words, " ");
+}
+
+std::vector<CompletionCommand> CompletionCommands(const CLI::App& app, const Arguments& arguments) {
+    std::vector<CompletionCommand> commands{CommandOf(app, arguments)};
+    commands.front().name.clear();
+    for (const CLI::App* command : app.get_subcommands({}))
+        commands.push_back(CommandOf(*command, arguments));
+    return commands;
+}
+
 void AddCompletion(CLI::App& app, Arguments& a) {
     CLI::App* completion = app.add_subcommand("completion", "Print the completion script of a shell");
-    completion->add_option("SHELL", a.first, "bash")->required()->check(CLI::IsMember({"bash"}));
-    SetWork(completion, a, [&app] {
-        printf("%s", BashCompletion(app).c_str());
+    TakesOneOf(completion->add_option("SHELL", a.first, "bash, zsh or fish")->required(),
+               {"bash", "zsh", "fish"}, a);
+    completion->footer("Example:\n  . <(koliindexctl completion bash)\n");
+    SetWork(completion, a, [&app, &a] {
+        const std::vector<CompletionCommand> commands = CompletionCommands(app, a);
+        const std::string script = a.first == "bash"  ? BashCompletion(commands)
+                                   : a.first == "zsh" ? ZshCompletion(commands)
+                                                      : FishCompletion(commands);
+        printf("%s", script.c_str());
         return kExitDone;
     });
 }

@@ -2,6 +2,7 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include "platform/host/tables.h"
 #include "tools/ctl/daemon_zone.h"
 #include "tools/ctl/enqueue.h"
 #include "tools/ctl/request_line.h"
@@ -36,17 +37,18 @@ void AddRequests(CLI::App& app, Arguments& a) {
                             : Enqueue(a.context, a.sync.wait);
     });
 
-    for (CLI::App* command : {add, remove, rename, enqueue})
+    for (CLI::App* command : {add, remove, rename, enqueue}) {
+        AddQuiet(command, a);
         AddWaitOptions(command, a.sync.wait);
+    }
 }
 
 void AddLibraryRequests(CLI::App& app, Arguments& a) {
     CLI::App* rebuild = AddCommand(app, "rebuild", "Forget a library and index it again", "rebuild music", a);
-    rebuild
-        ->add_option("LIBRARY", a.first,
-                     "music, video, photo (the photo library) or all (of the media store)")
-        ->default_str("all")
-        ->check(CLI::IsMember({"music", "video", "photo", "all"}));
+    CLI::Option* library = rebuild->add_option(
+        "LIBRARY", a.first,
+        "music, video, photo (the photo library) or all (of the media store, if none is named)");
+    TakesOneOf(library, {"music", "video", "photo", "all"}, a);
     SetWork(rebuild, a, [&a] { return Rebuild(a.context, a.first.empty() ? "all" : a.first, a.sync.wait); });
 
     CLI::App* resync = AddCommand(app, "resync", "Look at the whole photo share again", "resync", a);
@@ -54,12 +56,16 @@ void AddLibraryRequests(CLI::App& app, Arguments& a) {
 
     CLI::App* truncate =
         AddCommand(app, "truncate", "Remove every row of a table", "truncate --yes playlist", a);
-    truncate->add_option("TABLE", a.first, "A table of either database")->required();
+    std::vector<std::string> tables(std::begin(host::kMediaTables), std::end(host::kMediaTables));
+    tables.insert(tables.end(), std::begin(host::kPhotoTables), std::end(host::kPhotoTables));
+    TakesOneOf(truncate->add_option("TABLE", a.first, "A table of either database")->required(), tables, a);
     truncate->add_flag("--yes", a.is_sure, "Yes, remove them");
     SetWork(truncate, a, [&a] { return Truncate(a.context, a.first, a.is_sure, a.sync.wait); });
 
-    for (CLI::App* command : {rebuild, resync, truncate})
+    for (CLI::App* command : {rebuild, resync, truncate}) {
+        AddQuiet(command, a);
         AddWaitOptions(command, a.sync.wait);
+    }
 }
 
 }  // namespace koli::ctl

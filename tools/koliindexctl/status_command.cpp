@@ -8,8 +8,17 @@ namespace koli::ctl {
 
 void AddStatus(CLI::App& app, Arguments& a) {
     CLI::App* status =
-        AddCommand(app, "status", "The daemon, its queue and its databases", "status --json", a);
-    SetWork(status, a, [&a] { return Status(a.context); });
+        AddCommand(app, "status", "The daemon, its queue and its databases", "status --follow", a);
+    CLI::Option* follow =
+        status->add_flag("--follow", a.is_following,
+                         "Show it again whenever it changes, until Ctrl-C; with --json an object a line");
+    status->add_flag("--metrics", a.is_metrics, "Print it for a monitoring system, as Prometheus reads it")
+        ->excludes(follow)
+        ->excludes(status->get_option("--json"));
+    SetWork(status, a, [&a] {
+        if (a.is_following) return StatusFollow(a.context);
+        return a.is_metrics ? StatusMetrics(a.context) : Status(a.context);
+    });
 }
 
 }  // namespace koli::ctl

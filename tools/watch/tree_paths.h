@@ -7,12 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "tools/ctl/request_line.h"
+
 namespace koli::watch {
 
-/// True for `folder` itself and everything inside it.
-inline bool IsAtOrBelow(const std::string& path, const std::string& folder) {
-    return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
-}
+using ctl::IsAtOrBelow;
 
 /// `path`, which is at or below `from`, after `from` has become `to`.
 inline std::string MovedPath(const std::string& path, const std::string& from, const std::string& to) {

@@ -9,11 +9,14 @@
 #include <cstring>
 #include <ctime>
 
+#include "tools/ctl/membership.h"
+#include "tools/ctl/output.h"
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/sync_plan.h"
 #include "tools/ctl/tree_compare.h"
 #include "tools/ctl/unique_fd.h"
+#include "tools/ctl/watch_state.h"
 #include "tools/watch/watcher.h"
 
 namespace koli::watch {
@@ -22,23 +25,25 @@ namespace {
 /// Requests through the queue file; what goes wrong is told once, until it goes right again.
 class QueueSink : public RequestSink {
   public:
-    explicit QueueSink(const ctl::Context& context) : context_(context) {}
+    QueueSink(const ctl::Context& context, ctl::WatchState* state) : context_(context), state_(*state) {}
 
     bool Queue(const std::string& lines) override;
     bool Compare(const std::string& folder, bool is_top, std::string* lines) override;
     bool IsQueueEmpty() override;
+    void Tell(const std::vector<ctl::ShareState>& shares) override { state_.Tell(shares); }
 
   private:
-    bool Tell(std::string* told, const std::string& trouble);
+    bool TellOnce(std::string* told, const std::string& trouble);
 
     const ctl::Context& context_;
+    ctl::WatchState& state_;
     std::string told_queue_;
     std::string told_daemon_;
     std::string told_compare_;
 };
 
 /// True when there is no trouble.
-bool QueueSink::Tell(std::string* told, const std::string& trouble) {
+bool QueueSink::TellOnce(std::string* told, const std::string& trouble) {
     if (!trouble.empty() && trouble != *told) ctl::Complain("%s", trouble.c_str());
     *told = trouble;
     return trouble.empty();
@@ -47,18 +52,20 @@ bool QueueSink::Tell(std::string* told, const std::string& trouble) {
 bool QueueSink::Queue(const std::string& lines) {
     const auto [batch, wake] = ctl::QueueSubmit(context_.places, lines);
     const bool is_written = batch.error.empty();
-    if (!Tell(&told_queue_, is_written ? ""
-                                       : "cannot queue requests in " + context_.places.queue + ": " +
-                                             batch.error + "; they are kept and tried again"))
+    if (!TellOnce(&told_queue_, is_written ? ""
+                                           : "cannot queue requests in " + context_.places.queue + ": " +
+                                                 batch.error + "; they are kept and tried again"))
         return false;
     switch (wake) {
         case ctl::Wake::kWoken:
-            return Tell(&told_daemon_, "");
+            return TellOnce(&told_daemon_, "");
         case ctl::Wake::kNotRunning:
-            Tell(&told_daemon_, "the daemon is not running; the requests wait until it starts");
+            TellOnce(&told_daemon_, "the daemon is not running; the requests wait until it starts");
             return true;
         case ctl::Wake::kNotPermitted:
-            Tell(&told_daemon_, "no permission to wake the daemon; the requests wait for the next signal");
+            TellOnce(&told_daemon_, "no permission to wake the daemon" +
+                                        ctl::JoinHint(context_.places.service) +
+                                        "; the requests wait for the next signal");
             return true;
     }
     return true;
@@ -66,14 +73,14 @@ bool QueueSink::Queue(const std::string& lines) {
 
 bool QueueSink::Compare(const std::string& folder, bool is_top, std::string* lines) {
     ctl::StoreReader store;
-    if (!store.Open(context_.places)) return Tell(&told_compare_, store.error());
+    if (!store.Open(context_.places)) return TellOnce(&told_compare_, store.error());
     ctl::SyncPlan plan(ctl::SyncPlan::kRequests);
     const ctl::CompareResult result =
         ctl::TreeCompare(store, folder, {.albums = true, .allow_empty = !is_top},
                          [&](ctl::Change change, const std::string& path) { plan.Add(change, path); });
     constexpr timespec kNoted{0, 20'000'000};  // a rename is seen a moment before it is noted
     nanosleep(&kNoted, nullptr);
-    if (!Tell(&told_compare_, store.error())) return false;
+    if (!TellOnce(&told_compare_, store.error())) return false;
     if (result.status == ctl::CompareResult::kTopUnreadable) return true;  // it has gone since
     if (result.status == ctl::CompareResult::kTopEmpty) {
         ctl::Complain("%s is empty, but files are stored below it: is it mounted? What is stored stays",
@@ -81,7 +88,8 @@ bool QueueSink::Compare(const std::string& folder, bool is_top, std::string* lin
         return true;
     }
     if (plan.requests() == 0) return true;
-    printf("%s differs: %lld requests\n", folder.c_str(), static_cast<long long>(plan.requests()));
+    printf("%s differs: %s\n", ctl::Printable(folder).c_str(),
+           ctl::Counted(plan.requests(), "request").c_str());
     fflush(stdout);
     *lines = plan.TakeLines();
     return true;
@@ -93,6 +101,18 @@ bool QueueSink::IsQueueEmpty() {
         if (stat(path.c_str(), &status) == 0 && status.st_size > 0) return false;
     }
     return true;
+}
+
+/// Enters the folders; false, with a complaint, when another watcher would ask for the same as this one.
+bool MayWatch(const ctl::Context& context, const std::vector<std::string>& tops, ctl::WatchState* state) {
+    const pid_t other = state->Enter(tops);
+    if (other > 0)
+        ctl::Complain("process %d watches there already: a folder is watched once, with all that is in it",
+                      other);
+    if (other < 0)
+        ctl::Complain("cannot write in %s: %s; a second watcher of these folders would not be noticed",
+                      context.places.watchers.c_str(), strerror(errno));
+    return other <= 0;
 }
 
 /// A descriptor that can be read once the watcher is to end.
@@ -117,14 +137,16 @@ int Watch(const ctl::Context& context, const std::vector<std::string>& folders) 
         ctl::Complain("%s: %s", folder.c_str(), refusal);
         return ctl::kExitUsage;
     }
+    tops = ctl::WithoutNested(std::move(tops));
+    ctl::WatchState state(context.places.watchers);
+    if (!MayWatch(context, tops, &state)) return ctl::kExitUsage;
     const ctl::UniqueFd stop = StopDescriptor();
     if (!stop.valid()) {
         ctl::Complain("cannot wait for signals: %s", strerror(errno));
         return ctl::kExitFiles;
     }
-    QueueSink sink(context);
-    return Watcher(ctl::WithoutNested(std::move(tops)), &sink).Run(stop.get()) == 0 ? ctl::kExitDone
-                                                                                    : ctl::kExitFiles;
+    QueueSink sink(context, &state);
+    return Watcher(tops, &sink).Run(stop.get()) == 0 ? ctl::kExitDone : ctl::kExitFiles;
 }
 
 }  // namespace koli::watch

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "tools/ctl/context.h"
+#include "tools/ctl/output.h"
 
 namespace koli::watch {
 namespace {
@@ -61,7 +62,7 @@ bool Watcher::Open() {
         return false;
     }
     OpenAll();
-    printf("watching %zu folder%s\n", watches_.size(), watches_.size() == 1 ? "" : "s");
+    printf("watching %s\n", ctl::Counted(static_cast<int64_t>(watches_.size()), "folder").c_str());
     fflush(stdout);
     return true;
 }
@@ -202,6 +203,30 @@ void Watcher::Turn(int64_t now) {
     composer_.Add(pending_.TakeDue(now));
     if (now >= next_send_ && !Send()) next_send_ = now + kSendAgain;
     if (is_check) CompareWhenExecuted(now);
+    TellStates(is_check);
+}
+
+/// Nothing has been noted that the daemon has not been told, or that is still to be compared.
+bool Watcher::IsQuiet() const {
+    return lost_since_ == 0 && pending_.empty() && !HasMoves() && composer_.lines().empty() &&
+           !composer_.IsWaiting();
+}
+
+void Watcher::TellStates(bool is_check) {
+    using Kind = ctl::ShareState::Kind;
+    is_in_step_ = IsQuiet() && (is_in_step_ || (is_check && sink_.IsQueueEmpty()));
+    bool is_new = false;
+    std::vector<ctl::ShareState> states;
+    for (Top& top : tops_) {
+        const Kind kind = !top.is_open ? Kind::kAway : is_in_step_ ? Kind::kInStep : Kind::kPending;
+        if (kind != top.state.kind) {
+            const bool was_or_is = kind == Kind::kInStep || top.state.kind == Kind::kInStep;
+            top.state = {top.path, kind, was_or_is ? time(nullptr) : top.state.in_step};
+            is_new = true;
+        }
+        states.push_back({top.path, kind, top.state.in_step});
+    }
+    if (is_new) sink_.Tell(states);
 }
 
 /// A comparison against a queue that is still to be executed would ask for everything in it again, and one

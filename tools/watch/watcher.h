@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/ctl/watch_state.h"
 #include "tools/watch/composer.h"
 #include "tools/watch/event_fold.h"
 #include "tools/watch/folder_watches.h"
@@ -27,6 +28,8 @@ class RequestSink {
     virtual bool Compare(const std::string& folder, bool is_top, std::string* lines) = 0;
     /// True when nothing waits in the queue and no batch is being executed.
     virtual bool IsQueueEmpty() = 0;
+    /// Hears how the databases stand to the shares, whenever that changes.
+    virtual void Tell(const std::vector<ctl::ShareState>& shares) { (void)shares; }
 };
 
 class Watcher {
@@ -54,6 +57,7 @@ class Watcher {
         dev_t device = 0;
         ino_t inode = 0;
         bool is_told = false;  // that it is away
+        ctl::ShareState state = {};
     };
     bool OpenTop(Top* top);
     void LoseTop(Top* top);
@@ -67,6 +71,8 @@ class Watcher {
     void EventsLost(int64_t now);
     void StartOver();
 
+    bool IsQuiet() const;
+    void TellStates(bool is_check);
     bool Send();
     void CompareAll();
     void CompareWhenExecuted(int64_t now);
@@ -88,6 +94,7 @@ class Watcher {
     int64_t lost_since_ = 0;    // 0: no event is missing
     int64_t lost_last_ = 0;
     bool is_limit_told_ = false;
+    bool is_in_step_ = false;
 };
 
 }  // namespace koli::watch

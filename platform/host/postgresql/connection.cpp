@@ -11,7 +11,12 @@ namespace {
 
 constexpr size_t kPutOffMax = 256;
 constexpr size_t kPushEvery = 16;
-constexpr const char kFetched[] = "1000";
+
+// What the server has counted; a standby counts nothing, and tells how far it is behind its primary's log.
+constexpr const char kChangeMark[] =
+    "SELECT CASE WHEN pg_is_in_recovery() THEN pg_last_wal_replay_lsn()::text ELSE"
+    " (SELECT concat(sum(n_tup_ins), ' ', sum(n_tup_upd), ' ', sum(n_tup_del), ' ', max(relid::bigint))"
+    " FROM pg_stat_user_tables WHERE schemaname = current_schema()) END";
 
 }  // namespace
 
@@ -38,6 +43,11 @@ const char* Postgresql::PathOrder(const char* table) {
     const std::string text =
         std::string("SELECT EXISTS (SELECT 1 FROM ") + table + " WHERE " + kIsMapped + ")";
     return Answer(text) == "t" ? "koli_bytes(path)" : "path";
+}
+
+/// A connection that is lost has one of its own.
+std::string Postgresql::ChangeMark() {
+    return link_->is_lost() ? "lost" : Answer(kChangeMark);
 }
 
 const char* Postgresql::ColumnsText() const {
@@ -132,10 +142,10 @@ Result Postgresql::FetchSome(PostgresqlStatement& statement, bool* is_last) {
         exchange.Say("DECLARE " + statement.cursor + " NO SCROLL CURSOR FOR " + statement.server().text,
                      statement.TakeParameters());
     }
-    const size_t place = exchange.Say(std::string("FETCH ") + kFetched + " FROM " + statement.cursor);
+    const size_t place = exchange.Say("FETCH " + std::to_string(fetched_) + " FROM " + statement.cursor);
     if (exchange.Finish()) {
         answer = exchange.TakeAnswer(place);
-        *is_last = PQntuples(answer.get()) < static_cast<int>(strtol(kFetched, nullptr, 10));
+        *is_last = PQntuples(answer.get()) < fetched_;
     } else {
         FailAs(exchange.failure());
     }

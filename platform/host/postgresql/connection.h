@@ -21,6 +21,9 @@ class Postgresql final : public Sql {
 
     SqlStatement* PathsInside(const char* table, const std::string& folder) override;
     const char* PathOrder(const char* table) override;
+    std::string SortTerm(const std::string& column, TextKey) override {
+        return column + R"( COLLATE "und-x-icu")";
+    }
     int Run(SqlStatement& statement) override;
     int RunLater(SqlStatement& statement) override;
     bool Settle() override;
@@ -30,6 +33,8 @@ class Postgresql final : public Sql {
     void WaitForLocks(int) override {}  // rows only are locked, and the server waits for these
     bool HasCompany() const override { return false; }
     bool IsTakenAway() const override { return false; }
+    std::string ChangeMark() override;
+    void SaveMemory() override { fetched_ = kFetchedFew; }
     bool Harden() override;
     int Vacuum() override { return 0; }  // the server does it
 
@@ -64,6 +69,8 @@ class Postgresql final : public Sql {
     std::unique_ptr<Link> link_;
     ChangeListener changed_;
     const bool is_reader_;
+    static constexpr int kFetched = 1000, kFetchedFew = 100;
+    int fetched_ = kFetched;  // rows of a cursor at once
     bool in_transaction_ = false;
     bool is_begin_due_ = false;  // BEGIN goes with the first statement behind it
     int64_t changes_ = 0;

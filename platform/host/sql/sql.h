@@ -124,6 +124,12 @@ class Sql {
     /// What to order rows of `table` by, to have their paths in the order of their bytes.
     virtual const char* PathOrder(const char*) { return "path"; }
 
+    /// How people order texts: `*key` gets bytes that compare as they would have it.
+    using TextKey = void (*)(std::string_view text, std::string* key);
+    /// What a query orders by so that the texts of `column` come in that order.  An engine that cannot call
+    /// `key` gives the nearest order that it has itself.  What is ordered need not fit into the memory.
+    virtual std::string SortTerm(const std::string& column, TextKey key) = 0;
+
     /// Runs a statement to its end.  Returns the number of rows that it inserted, changed or removed itself
     /// (its triggers' not counted), or -1.
     virtual int Run(SqlStatement& statement) = 0;
@@ -158,6 +164,12 @@ class Sql {
     virtual bool HasCompany() const = 0;
     /// The database is no longer the one of that name.
     virtual bool IsTakenAway() const = 0;
+
+    /// Bytes that are others once another process has changed the database, or put another one in its place.
+    /// They say something only beside those of the same connection.  Cheap.
+    virtual std::string ChangeMark() = 0;
+    /// Keeps little in memory from now on: for programs that read rows by their keys or one behind the other.
+    virtual void SaveMemory() = 0;
 
     /// Makes what has been committed survive a power cut.
     virtual bool Harden() = 0;

@@ -163,6 +163,7 @@ bool Sqlite::ConnectToRead(const std::string& name) {
 std::unique_ptr<Sqlite> Sqlite::OpenToRead(const std::string& file, SqlFailure* failure) {
     std::unique_ptr<Sqlite> sql(new Sqlite(nullptr));
     sql->is_reader_ = true;
+    sql->file_ = file;
     if (sql->ConnectToRead(file)) return sql;
     // Whoever may not write to the directory cannot read a database with a write-ahead log that nobody has
     // open.  When there is no such log, the file itself holds everything.
@@ -225,6 +226,25 @@ SqlStatement* Sqlite::PathsInside(const char* table, const std::string& folder) 
     SqlStatement* const query = Kept(FolderRowsText(table));
     // '0' follows '/'; the last one is where what follows "FOLDER/" begins.
     return query != nullptr ? &query->Fill(folder + '/', folder + '0', folder.size() + 2) : nullptr;
+}
+
+std::string Sqlite::SortTerm(const std::string& column, TextKey key) {
+    sort_key_ = key;
+    sqlite3_create_function_v2(db_, "sort_key", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC, this, OnSortKey,
+                               nullptr, nullptr, nullptr);
+    return "sort_key(" + column + ")";
+}
+
+/// Nothing may be thrown through the engine.
+void Sqlite::OnSortKey(sqlite3_context* call, int, sqlite3_value** values) try {
+    const auto* self = static_cast<const Sqlite*>(sqlite3_user_data(call));
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(values[0]));
+    const auto length = static_cast<size_t>(sqlite3_value_bytes(values[0]));
+    std::string key;
+    self->sort_key_(text != nullptr ? std::string_view(text, length) : "", &key);
+    sqlite3_result_text64(call, key.data(), key.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+} catch (const std::bad_alloc&) {
+    sqlite3_result_error_nomem(call);
 }
 
 const char* Sqlite::ColumnsText() const {

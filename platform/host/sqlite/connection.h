@@ -6,7 +6,9 @@
 #include "platform/host/sql/sql.h"
 
 struct sqlite3;
+struct sqlite3_context;
 struct sqlite3_stmt;
+struct sqlite3_value;
 
 namespace koli::host {
 
@@ -23,6 +25,7 @@ class Sqlite final : public Sql {
     ~Sqlite() override;
 
     SqlStatement* PathsInside(const char* table, const std::string& folder) override;
+    std::string SortTerm(const std::string& column, TextKey key) override;
     int Run(SqlStatement& statement) override;
     bool Begin() override { return Execute("BEGIN IMMEDIATE") >= 0; }
     bool InTransaction() const override;
@@ -30,6 +33,8 @@ class Sqlite final : public Sql {
     void WaitForLocks(int ms) override;
     bool HasCompany() const override;
     bool IsTakenAway() const override;
+    std::string ChangeMark() override;
+    void SaveMemory() override;
     bool Harden() override;
     int Vacuum() override;
 
@@ -58,11 +63,13 @@ class Sqlite final : public Sql {
     void FailWith(int code, const char* reason, int number);
     static int OnAuthorize(void* self, int action, const char* table, const char* column,
                            const char* database, const char* trigger);
+    static void OnSortKey(sqlite3_context* call, int count, sqlite3_value** values);
 
     sqlite3* db_ = nullptr;
     std::string file_;
     ChangeListener changed_;
     bool is_reader_ = false;
+    TextKey sort_key_ = nullptr;
     std::string prepared_table_;             // set by OnAuthorize while a statement is prepared
     static constexpr size_t kNameSize = 64;  // of our tables' names, at most
 };

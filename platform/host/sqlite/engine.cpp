@@ -65,7 +65,7 @@ std::unique_ptr<Sql> SqliteEngine::OpenToRead(int database, SqlFailure* failure)
     struct stat status;
     if (stat(file.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR)) return nullptr;
     std::unique_ptr<Sqlite> sql = Sqlite::OpenToRead(file, failure);
-    failure->is_denied = sql == nullptr && access(file.c_str(), R_OK) != 0 && errno == EACCES;
+    failure->is_denied = sql == nullptr && DatabaseIsDenied(file);
     if (failure->is_denied) failure->reason = strerror(EACCES);
     return sql;
 }

@@ -114,6 +114,12 @@ void LookAtTables(Sql& reader, const Names& parts, DatabaseCheck check, Database
 
 }  // namespace
 
+bool DatabaseIsDenied(const std::string& file) {
+    for (const char* end : {"", "-wal", "-shm"})
+        if (access((file + end).c_str(), R_OK) != 0 && errno == EACCES) return true;
+    return false;
+}
+
 DatabaseView DatabaseLook(const std::string& file, const Schema& schema, DatabaseCheck check) {
     DatabaseView view{.fault = LookAtFile(file)};
     DatabaseFault& fault = view.fault;
@@ -121,7 +127,8 @@ DatabaseView DatabaseLook(const std::string& file, const Schema& schema, Databas
     SqlFailure failure;
     const std::unique_ptr<Sqlite> reader = Sqlite::OpenToRead(file, &failure);
     if (reader == nullptr) {
-        fault = FaultOf(failure);
+        fault = DatabaseIsDenied(file) ? DatabaseFault{DatabaseState::kNotPermitted, strerror(EACCES)}
+                                       : FaultOf(failure);
         return view;
     }
     fault = LookAtSchema(*reader, schema);

@@ -1,0 +1,11 @@
+// The part of a page that shows the daemon at work.
+#pragma once
+
+#include "tools/serve/page/visit.h"
+
+namespace koli::serve {
+
+/// The script asks for it again while somebody looks.
+void AddLive(const Visit& visit, Markup& to);
+
+}  // namespace koli::serve
