@@ -139,7 +139,8 @@ std::string DatabaseReader::OrderOf(const char* table, const RowSelection& selec
     Sql* const sql = With(table);
     if (sql == nullptr) return "path";
     const std::string direction = selection.is_reversed ? " DESC" : "";
-    const std::string by_path = sql->PathOrder(table) + direction;
+    std::string by_path = sql->PathOrder(table) + direction;
+    if (HasEveryLibrary()) by_path += ", library" + direction;
     if (selection.sort.empty()) return by_path;
     const bool is_text = selection.sort_key != nullptr;
     return (is_text ? sql->SortTerm(selection.sort, selection.sort_key) : selection.sort) + direction + ", " +
@@ -221,8 +222,11 @@ bool DatabaseReader::IsRecordedFolder(const std::string& path) const {
 }
 
 std::unique_ptr<SqlStatement> DatabaseReader::Albums() const {
-    return Rows(kPhotoTables[KOLI_PHOTO_SHARE],
-                "SELECT sharename, title, description FROM photo_share ORDER BY sharename");
+    return Rows(
+        kPhotoTables[KOLI_PHOTO_SHARE],
+        HasEveryLibrary()
+            ? "SELECT sharename, title, description, library FROM photo_share ORDER BY sharename, library"
+            : "SELECT sharename, title, description FROM photo_share ORDER BY sharename");
 }
 
 std::unordered_set<std::string> DatabaseReader::AlbumNames() const {

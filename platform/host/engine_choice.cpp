@@ -33,7 +33,7 @@ std::string Setting(const char* key, const std::string& otherwise, SqlFailure* f
     const bool is_set = KLIBFileGetKeyValue(paths::kConfig, key, value, sizeof value, 0) >= 0;
     const int error = errno;
     if (!is_set && error != 0 && IsPassingError(error)) {
-        *failure = {.reason = strerror(error), .passes = true};
+        *failure = {.reason = std::string("cannot read the settings: ") + strerror(error), .passes = true};
         return "";
     }
     return is_set && value[0] != '\0' ? value : otherwise;
@@ -45,26 +45,50 @@ std::string HostName() {
     return name;
 }
 
-std::unique_ptr<DatabaseEngine> EngineAt(const std::string& place, SqlFailure* failure) {
-    if (place.starts_with(kFiles) && place.substr(kFiles.size(), 1) == "/")
-        return std::make_unique<SqliteEngine>(place.substr(kFiles.size()));
-    if (place.starts_with(kServer)) {
-        const std::string library = Setting("library", HostName(), failure);
-        return library.empty() ? nullptr : ServerEngine(place.substr(kServer.size()), library, failure);
-    }
-    // What stands there may hold a password.
-    KOLI_LOG("Unknown database [%s] in %s.", place.substr(0, place.find(':')).c_str(), paths::kConfig);
-    *failure = {.reason = "unknown engine"};
-    return nullptr;
+/// A URI has the same word in front.
+std::string ConninfoOf(const std::string& place) {
+    const bool is_named = place.starts_with(kServer) && !place.substr(kServer.size()).starts_with("//");
+    return is_named ? place.substr(kServer.size()) : place;
+}
+
+std::unique_ptr<DatabaseEngine> EngineOnServer(const std::string& conninfo, const std::string& library,
+                                               SqlFailure* failure) {
+    ServerPlace place{conninfo, library};
+    if (library.empty()) place.library = LibraryOfMachine(failure);
+    if (failure->reason.empty()) place.reader = Setting("reader", "", failure);
+    return failure->reason.empty() ? ServerEngine(place, failure) : nullptr;
 }
 
 }  // namespace
 
-std::unique_ptr<DatabaseEngine> EngineIn(const std::string& directory, SqlFailure* failure) {
+std::unique_ptr<DatabaseEngine> EngineAt(const std::string& place, const std::string& library,
+                                         SqlFailure* failure) {
+    if (place.starts_with(kServer)) return EngineOnServer(ConninfoOf(place), library, failure);
+    if (!place.starts_with(kFiles) || place.substr(kFiles.size(), 1) != "/") {
+        // What stands there may hold a password.
+        KOLI_LOG("Unknown database [%s] in %s.", place.substr(0, place.find(':')).c_str(), paths::kConfig);
+        *failure = {.reason = "unknown engine"};
+        return nullptr;
+    }
+    if (library.empty()) return std::make_unique<SqliteEngine>(place.substr(kFiles.size()));
+    *failure = {.reason = "databases in files hold one library, which has no name"};
+    return nullptr;
+}
+
+std::unique_ptr<DatabaseEngine> EngineIn(const std::string& directory, SqlFailure* failure,
+                                         const std::string& library) {
     std::string chosen = !directory.empty() ? directory : ChosenPlace();
-    if (!chosen.empty() && !chosen.starts_with(kServer)) return std::make_unique<SqliteEngine>(chosen);
+    if (!chosen.empty() && !chosen.starts_with(kServer)) chosen = std::string(kFiles) + chosen;
     if (chosen.empty()) chosen = Setting("database", kDefaultPlace, failure);
-    return chosen.empty() ? nullptr : EngineAt(chosen, failure);
+    return chosen.empty() ? nullptr : EngineAt(chosen, library, failure);
+}
+
+std::string LibraryOfMachine(SqlFailure* failure) {
+    return Setting("library", HostName(), failure);
+}
+
+ServerPlan ServerSetUpAt(const std::string& place, const std::string& library, bool is_to_make) {
+    return ServerSetUp({ConninfoOf(place), library}, is_to_make);
 }
 
 void DatabaseDirectoryChoose(const char* directory) {

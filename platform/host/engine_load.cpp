@@ -7,7 +7,6 @@
 #include <cstring>
 
 #include "base/media_info.h"
-#include "platform/host/sql/engine_module.h"
 
 namespace koli::host {
 namespace {
@@ -41,20 +40,30 @@ const EngineModule* LoadModule(std::string* error) {
     return nullptr;
 }
 
+const EngineModule* Module(std::string* error) {
+    static const EngineModule* loaded = nullptr;
+    if (loaded == nullptr) loaded = LoadModule(error);
+    return loaded;
+}
+
 }  // namespace
 
-std::unique_ptr<DatabaseEngine> ServerEngine(const std::string& place, const std::string& library,
-                                             SqlFailure* failure) {
-    static const EngineModule* loaded = nullptr;
+std::unique_ptr<DatabaseEngine> ServerEngine(const ServerPlace& place, SqlFailure* failure) {
     std::string error;
-    if (loaded == nullptr) loaded = LoadModule(&error);
-    if (loaded == nullptr) {
+    const EngineModule* const module = Module(&error);
+    if (module == nullptr) {
         *failure = {.reason = error, .passes = true};
         return nullptr;
     }
-    std::unique_ptr<DatabaseEngine> engine = loaded->make(place, library, &error);
+    std::unique_ptr<DatabaseEngine> engine = module->make(place, &error);
     if (engine == nullptr) *failure = {.reason = error};
     return engine;
+}
+
+ServerPlan ServerSetUp(const ServerPlace& place, bool is_to_make) {
+    ServerPlan plan;
+    const EngineModule* const module = Module(&plan.error);
+    return module != nullptr ? module->set_up(place, is_to_make) : plan;
 }
 
 }  // namespace koli::host

@@ -4,13 +4,15 @@
 #include <memory>
 #include <string>
 
-#include "platform/host/sql/database_engine.h"
+#include "platform/host/sql/engine_module.h"
 
 namespace koli::host {
 
-/// The engine on a PostgreSQL server: `place` as libpq has it, `library` the name of a schema.  Its module is
-/// loaded on first use and stays; without it the failure says which package is missing, and passes.
-std::unique_ptr<DatabaseEngine> ServerEngine(const std::string& place, const std::string& library,
-                                             SqlFailure* failure);
+/// The engine on a PostgreSQL server: the conninfo as libpq has it, the library the name of a schema.  Its
+/// module is loaded on first use and stays; without it the failure says which package is missing, and passes.
+std::unique_ptr<DatabaseEngine> ServerEngine(const ServerPlace& place, SqlFailure* failure);
+
+/// What that place lacks, for an administrator's conninfo; made if `is_to_make`.
+ServerPlan ServerSetUp(const ServerPlace& place, bool is_to_make);
 
 }  // namespace koli::host

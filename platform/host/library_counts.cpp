@@ -45,6 +45,16 @@ TableTotals LibraryCounts::Totals(const char* table) const {
     return {rows->Number(0), rows->Number(1), rows->RealNumber(2)};
 }
 
+std::vector<std::pair<std::string, TableTotals>> LibraryCounts::TotalsByLibrary(const char* table) const {
+    const auto rows = Query(table, "library, count(*), sum(file_size), sum(duration)",
+                            " GROUP BY library ORDER BY library");
+    std::vector<std::pair<std::string, TableTotals>> totals;
+    while (rows != nullptr && rows->Next())
+        totals.emplace_back(rows->Field(0),
+                            TableTotals{rows->Number(1), rows->Number(2), rows->RealNumber(3)});
+    return totals;
+}
+
 int64_t LibraryCounts::Rows(const char* table) const {
     const auto rows = Query(table, "count(*)", "");
     return rows != nullptr && rows->Next() ? rows->Number(0) : 0;

@@ -31,7 +31,17 @@ Postgresql::~Postgresql() {
 
 std::unique_ptr<SqlStatement> Postgresql::Make(std::string_view text, bool is_kept) {
     std::string name = is_kept ? "s" + std::to_string(++last_name_) : "";
-    return std::make_unique<PostgresqlStatement>(*this, ToServer(text), std::move(name));
+    return std::make_unique<PostgresqlStatement>(*this, ToServer(unions_.empty() ? text : WithUnions(text)),
+                                                 std::move(name));
+}
+
+/// A query that names such a table finds one of that name in front of it.
+std::string Postgresql::WithUnions(std::string_view text) const {
+    std::string with;
+    for (const LibraryUnion& each : unions_)
+        if (HoldsWord(text, each.table))
+            with.append(with.empty() ? "WITH " : ", ").append(each.table).append(" AS (" + each.text + ")");
+    return with.append(with.empty() ? "" : " ").append(text);
 }
 
 SqlStatement* Postgresql::PathsInside(const char* table, const std::string& folder) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/host/postgresql/exchange.h"
+#include "platform/host/postgresql/libraries.h"
 #include "platform/host/postgresql/link.h"
 
 namespace koli::host {
@@ -45,6 +46,8 @@ class Postgresql final : public Sql {
 
     /// The first field of the first row; '' when there is none, and on failure.
     std::string Answer(std::string_view text, std::initializer_list<std::string_view> values = {});
+    /// From now on texts that name these tables are about the rows of all libraries.
+    void ReadUnions(std::vector<LibraryUnion> unions) { unions_ = std::move(unions); }
     /// Makes it the last failure; false.
     bool FailAs(SqlFailure failure);
 
@@ -66,6 +69,8 @@ class Postgresql final : public Sql {
     void DropPutOff(size_t place);
     void Discard();
 
+    std::string WithUnions(std::string_view text) const;
+
     std::unique_ptr<Link> link_;
     ChangeListener changed_;
     const bool is_reader_;
@@ -74,6 +79,7 @@ class Postgresql final : public Sql {
     bool in_transaction_ = false;
     bool is_begin_due_ = false;  // BEGIN goes with the first statement behind it
     int64_t changes_ = 0;
+    std::vector<LibraryUnion> unions_;
     int last_name_ = 0;  // of statements and cursors
     int cursors_ = 0;    // that are open
     std::vector<PutOff> put_off_;

@@ -2,6 +2,7 @@
 
 #include <libpq-fe.h>
 
+#include <algorithm>
 #include <iterator>
 #include <memory>
 
@@ -15,6 +16,17 @@ constexpr std::pair<const char*, const char*> kDefaults[] = {{"application_name"
                                                              {"keepalives_interval", "5"},
                                                              {"keepalives_count", "3"},
                                                              {"tcp_user_timeout", "20000"}};
+
+constexpr const char* kSecrets[] = {"password", "sslpassword"};
+
+/// A value that stands for itself, or in quotes.
+std::string Quoted(const std::string& value) {
+    if (!value.empty() && value.find_first_of(" \t\n\r\f\v'\\") == std::string::npos) return value;
+    std::string quoted = "'";
+    for (const char c : value)
+        quoted.append(c == '\'' || c == '\\' ? "\\" : "") += c;
+    return quoted + "'";
+}
 
 }  // namespace
 
@@ -40,6 +52,26 @@ std::string Conninfo::Place() const {
             place.append(place.back() == ':' ? "" : " ").append(name).append("=").append(value);
     }
     return place;
+}
+
+bool Conninfo::HasPassword() const {
+    return std::ranges::any_of(kSecrets, [this](const char* name) { return !ValueOf(name).empty(); });
+}
+
+Conninfo Conninfo::Changed(const std::string& name, const std::string& value) const {
+    Conninfo changed = *this;
+    std::erase_if(changed.settings_, [&name](const auto& setting) { return setting.first == name; });
+    changed.settings_.emplace_back(name, value);
+    return changed;
+}
+
+std::string Conninfo::Text() const {
+    std::string text;
+    for (const auto& [name, value] : settings_) {
+        if (std::ranges::find(kSecrets, name) != std::end(kSecrets)) continue;
+        text.append(text.empty() ? "" : " ").append(name).append("=").append(Quoted(value));
+    }
+    return text;
 }
 
 /// A later pair of the same name wins; the texts' encoding is the layer's to say.

@@ -17,13 +17,19 @@ class Conninfo {
     /// Host and database for people.
     std::string Place() const;
 
+    std::string ValueOf(const std::string& name) const;  ///< '' = it is not given
+    bool HasPassword() const;
+    /// The same with another value.
+    Conninfo Changed(const std::string& name, const std::string& value) const;
+    /// As libpq reads it, without a password.
+    std::string Text() const;
+
     using Settings = std::vector<std::pair<std::string, std::string>>;
     /// What libpq is told: the writer wants the server that takes changes, whichever of the hosts that is.
     Settings ForWriter() const;
     Settings ForReader() const;
 
   private:
-    std::string ValueOf(const std::string& name) const;
     Settings With(const Settings& defaults) const;
 
     bool is_valid_ = false;

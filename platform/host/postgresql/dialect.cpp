@@ -133,6 +133,14 @@ ServerStatement ToServer(std::string_view text) {
     return statement;
 }
 
+bool HoldsWord(std::string_view text, std::string_view word) {
+    for (size_t at = 0, length = 0; at < text.size(); at += length) {
+        length = PieceLength(text, at);
+        if (Equals(text.substr(at, length), word)) return true;
+    }
+    return false;
+}
+
 std::string SaveTextOf(const SaveForm& form) {
     const std::string key = form.columns[0];
     const std::string row = "SELECT " + SaveParameters(form) + " WHERE NOT EXISTS (SELECT 1 FROM " +

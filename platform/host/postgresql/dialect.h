@@ -27,6 +27,9 @@ struct ServerStatement {
     std::string table = {};  // that a kWrite changes
 };
 
+/// Whether a name stands in the text, outside of quotes.
+bool HoldsWord(std::string_view text, std::string_view word);
+
 /// The condition that a path holds bytes that are no UTF-8; the schema has an index for it.
 inline constexpr const char kIsMapped[] = R"(path ~ '[\uF780-\uF7FF]')";
 

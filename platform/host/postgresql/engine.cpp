@@ -3,7 +3,9 @@
 #include <utility>
 
 #include "platform/host/postgresql/fence.h"
+#include "platform/host/postgresql/libraries.h"
 #include "platform/host/postgresql/schema.h"
+#include "platform/host/postgresql/setup.h"
 #include "platform/host/sql/engine_module.h"
 
 namespace koli::host {
@@ -23,19 +25,12 @@ constexpr int kEncodingColumn = 8;
 constexpr const char kHasSchema[] = "SELECT count(*) FROM pg_namespace WHERE nspname = ?1";
 constexpr const char kMakeSchema[] = "CREATE SCHEMA IF NOT EXISTS ";
 
-/// As a name in a statement.
-std::string Quoted(const std::string& name) {
-    std::string quoted = "\"";
-    for (const char c : name)
-        quoted.append(c == '"' ? 2 : 1, c);
-    return quoted + '"';
-}
-
 }  // namespace
 
-PostgresqlEngine::PostgresqlEngine(Conninfo conninfo, std::string library)
+PostgresqlEngine::PostgresqlEngine(Conninfo conninfo, std::string library, std::string reader)
     : conninfo_(std::move(conninfo)),
       library_(std::move(library)),
+      reader_(std::move(reader)),
       place_(conninfo_.Place() + " library " + library_) {}
 
 std::string PostgresqlEngine::PlaceOf(int database) const {
@@ -43,33 +38,51 @@ std::string PostgresqlEngine::PlaceOf(int database) const {
 }
 
 /// Sets the session up and goes into the library's schema.
-bool PostgresqlEngine::Enter(Postgresql& sql, bool may_make) const {
+bool PostgresqlEngine::Enter(Postgresql& sql, const std::string& library, bool may_make) const {
     const auto session = sql.Prepare(kSession);
-    if (!session->Fill(library_, std::to_string(Sql::kLockWaitMs)).Next()) return false;
+    if (!session->Fill(library, std::to_string(Sql::kLockWaitMs)).Next()) return false;
     if (session->Field(kEncodingColumn) != "UTF8")
         return sql.FailAs({.reason = "the server's database is not in UTF-8"});
     session->Reset();
-    if (!may_make || sql.Answer(kHasSchema, {library_}) != "0") return sql.failure().reason.empty();
-    return sql.Execute(kMakeSchema + Quoted(library_)) >= 0;
+    if (!may_make || sql.Answer(kHasSchema, {library}) != "0") return sql.failure().reason.empty();
+    return sql.Execute(kMakeSchema + QuotedName(library)) >= 0;
+}
+
+/// Goes into the schema of one of them, whose columns and functions are those of all.
+bool PostgresqlEngine::EnterAll(Postgresql& sql) const {
+    const std::vector<std::string> names = LibraryNames(sql);
+    if (!sql.failure().reason.empty() || !Enter(sql, names.empty() ? "" : names.front(), false)) return false;
+    sql.ReadUnions(LibraryUnions(sql));
+    return sql.failure().reason.empty();
 }
 
 std::unique_ptr<Postgresql> PostgresqlEngine::Connect(Sql::ChangeListener changed, bool is_reader,
                                                       SqlFailure* failure) const {
+    const bool is_other_role = is_reader && !reader_.empty();
+    const Conninfo conninfo = is_other_role ? conninfo_.Changed("user", reader_) : conninfo_;
     std::unique_ptr<Link> link =
-        Link::Connect(is_reader ? conninfo_.ForReader() : conninfo_.ForWriter(), failure);
+        Link::Connect(is_reader ? conninfo.ForReader() : conninfo.ForWriter(), failure);
     if (link == nullptr) return nullptr;
     auto sql = std::make_unique<Postgresql>(std::move(link), changed, is_reader);
-    if (Enter(*sql, !is_reader)) return sql;
+    if (HasEveryLibrary() ? EnterAll(*sql) : Enter(*sql, library_, !is_reader)) return sql;
     *failure = sql->failure();
     return nullptr;
 }
 
 std::unique_ptr<Sql> PostgresqlEngine::Open(int database, Sql::ChangeListener changed,
                                             SqlFailure* failure) const {
+    if (HasEveryLibrary()) {
+        *failure = {.reason = LibraryNameRefusal(library_)};
+        return nullptr;
+    }
     std::unique_ptr<Postgresql> sql = Connect(changed, false, failure);
-    if (sql == nullptr || (FenceTake(*sql, database) && ServerSchemaUpgrade(*sql, database))) return sql;
-    *failure = sql->failure();
-    return nullptr;
+    if (sql == nullptr) return nullptr;
+    if (!FenceTake(*sql, database) || !ServerSchemaUpgrade(*sql, database)) {
+        *failure = sql->failure();
+        return nullptr;
+    }
+    ViewsRefresh(*sql);  // of other programs: without them the library is none the worse
+    return sql;
 }
 
 /// A library that nobody has written to yet has no tables.
@@ -80,21 +93,45 @@ std::unique_ptr<Sql> PostgresqlEngine::OpenToRead(int database, SqlFailure* fail
     return nullptr;
 }
 
+std::vector<std::string> PostgresqlEngine::Libraries(SqlFailure* failure) const {
+    const std::unique_ptr<Postgresql> sql = Connect(nullptr, true, failure);
+    if (sql == nullptr) return {};
+    std::vector<std::string> names = LibraryNames(*sql);
+    *failure = sql->failure();
+    return names;
+}
+
+bool PostgresqlEngine::IsWritten(int database, SqlFailure* failure) const {
+    const std::unique_ptr<Postgresql> sql = Connect(nullptr, true, failure);
+    return sql != nullptr && FenceIsHeld(*sql, database);
+}
+
 Repair PostgresqlEngine::Mend(int, const AlbumNames&) const {
     return {.error = "a PostgreSQL server is mended with its own tools", .is_refused = true};
 }
 
 namespace {
 
-std::unique_ptr<DatabaseEngine> MakeEngine(const std::string& conninfo, const std::string& library,
-                                           std::string* error) {
-    Conninfo parsed(conninfo);
-    if (parsed.IsValid()) return std::make_unique<PostgresqlEngine>(std::move(parsed), library);
-    *error = "what stands behind \"postgresql:\" cannot be read";
-    return nullptr;
+constexpr const char kUnreadable[] = "what stands behind \"postgresql:\" cannot be read";
+
+std::unique_ptr<DatabaseEngine> MakeEngine(const ServerPlace& place, std::string* error) {
+    Conninfo parsed(place.conninfo);
+    if (!parsed.IsValid())
+        *error = kUnreadable;
+    else if (place.library != kEveryLibrary)
+        *error = LibraryNameRefusal(place.library);
+    if (!error->empty()) return nullptr;
+    return std::make_unique<PostgresqlEngine>(std::move(parsed), place.library, place.reader);
+}
+
+ServerPlan SetUp(const ServerPlace& place, bool is_to_make) {
+    const Conninfo parsed(place.conninfo);
+    if (!parsed.IsValid()) return {.error = kUnreadable};
+    return ServerSetup(parsed, place.library).Run(is_to_make);
 }
 
 }  // namespace
 }  // namespace koli::host
 
-extern "C" const koli::host::EngineModule koli_engine_module = {KOLI_VERSION, &koli::host::MakeEngine};
+extern "C" const koli::host::EngineModule koli_engine_module = {KOLI_VERSION, &koli::host::MakeEngine,
+                                                                &koli::host::SetUp};

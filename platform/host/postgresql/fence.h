@@ -13,4 +13,7 @@ namespace koli::host {
 /// passes, when another session still holds it after some seconds.
 bool FenceTake(Postgresql& sql, int database);
 
+/// Whether a session holds that lock.
+bool FenceIsHeld(Postgresql& sql, int database);
+
 }  // namespace koli::host

@@ -1,0 +1,108 @@
+#include "platform/host/postgresql/libraries.h"
+
+#include <algorithm>
+
+#include "platform/host/postgresql/bytes.h"
+#include "platform/host/postgresql/connection.h"
+
+namespace koli::host {
+namespace {
+
+constexpr size_t kNameMax = 63;  // bytes; the server cuts longer ones, and two could become one
+constexpr const char kViews[] = "libraries";
+
+constexpr const char kNames[] =
+    "SELECT n.nspname FROM pg_namespace n JOIN pg_class c ON c.relnamespace = n.oid"
+    " WHERE c.relname = 'koli_schema' AND c.relkind = 'r' AND has_schema_privilege(n.oid, 'USAGE')"
+    " ORDER BY n.nspname";
+
+// A view's comment tells what it was made of: the server would give its text in other words.
+constexpr const char kUnions[] = R"(WITH found AS (
+    SELECT t.oid, t.relname, n.nspname
+    FROM pg_namespace n
+    JOIN pg_class c ON c.relnamespace = n.oid AND c.relname = 'koli_schema' AND c.relkind = 'r'
+    JOIN pg_class t ON t.relnamespace = n.oid AND t.relkind = 'r' AND t.relname IN
+        ('music', 'video', 'photo', 'playlist', 'directory', 'problem', 'photo_info', 'video_desc',
+         'video_comment', 'photo_share', 'photo_access_right')
+    WHERE has_schema_privilege(n.oid, 'USAGE') AND has_table_privilege(t.oid, 'SELECT')
+), common AS (
+    SELECT f.relname, a.attname, min(a.attnum) AS place
+    FROM found f JOIN pg_attribute a ON a.attrelid = f.oid AND a.attnum > 0 AND NOT a.attisdropped
+    GROUP BY f.relname, a.attname, a.atttypid
+    HAVING count(*) = (SELECT count(*) FROM found o WHERE o.relname = f.relname)
+), listed AS (
+    SELECT relname, string_agg(quote_ident(attname), ', ' ORDER BY place) AS columns
+    FROM common GROUP BY relname
+), texts AS (
+    SELECT relname, string_agg(format('SELECT %L::text COLLATE "C" AS library, %s FROM %I.%I',
+                                      nspname, columns, nspname, relname),
+                               ' UNION ALL ' ORDER BY nspname) AS text
+    FROM found JOIN listed USING (relname) GROUP BY relname
+)
+SELECT relname, text, encode(sha256(convert_to(text, 'UTF8')), 'hex'),
+       obj_description(to_regclass('libraries.' || relname), 'pg_class')
+FROM texts ORDER BY relname)";
+
+bool MakeViews(Postgresql& sql, const std::vector<LibraryUnion>& due) {
+    // Daemons that start together would be in each other's way.
+    sql.Answer("SELECT pg_advisory_xact_lock(hashtext('koliindexd libraries'))");
+    bool is_made = sql.Execute(std::string("CREATE SCHEMA IF NOT EXISTS ") + kViews) >= 0;
+    for (const LibraryUnion& each : due) {
+        const std::string view = std::string(kViews) + "." + each.table;
+        is_made = is_made && sql.Execute("CREATE OR REPLACE VIEW " + view + " AS " + each.text) >= 0 &&
+                  sql.Execute("COMMENT ON VIEW " + view + " IS '" + each.sum + "'") >= 0;
+    }
+    return is_made;
+}
+
+}  // namespace
+
+std::string LibraryNameRefusal(const std::string& name) {
+    std::string scratch;
+    if (name.empty()) return "a library needs a name";
+    if (ServerText(name, &scratch).size() > kNameMax)
+        return "the name of a library has " + std::to_string(kNameMax) + " bytes at most";
+    const bool is_reserved = name.starts_with("pg_") || name == kEveryLibrary || name == kViews ||
+                             name == "public" || name == "information_schema";
+    return is_reserved ? "no library can be called " + name : "";
+}
+
+std::string QuotedName(const std::string& name) {
+    std::string quoted = "\"";
+    for (const char c : name)
+        quoted.append(c == '"' ? 2 : 1, c);
+    return quoted + '"';
+}
+
+std::vector<std::string> LibraryNames(Postgresql& sql) {
+    std::vector<std::string> names;
+    const auto rows = sql.Prepare(kNames);
+    while (rows->Next())
+        names.emplace_back(rows->Field(0));
+    return names;
+}
+
+std::vector<LibraryUnion> LibraryUnions(Postgresql& sql) {
+    std::vector<LibraryUnion> unions;
+    const auto rows = sql.Prepare(kUnions);
+    while (rows->Next())
+        unions.push_back({std::string(rows->Field(0)), std::string(rows->Field(1)),
+                          std::string(rows->Field(2)), rows->Field(2) == rows->Field(3)});
+    return unions;
+}
+
+std::vector<LibraryUnion> ViewsDue(Postgresql& sql) {
+    std::vector<LibraryUnion> unions = LibraryUnions(sql);
+    std::erase_if(unions, [](const LibraryUnion& each) { return each.is_viewed; });
+    return unions;
+}
+
+bool ViewsRefresh(Postgresql& sql) {
+    const std::vector<LibraryUnion> due = ViewsDue(sql);
+    if (due.empty()) return true;
+    if (!sql.Begin()) return false;
+    const bool is_made = MakeViews(sql, due);
+    return sql.Execute(is_made ? "COMMIT" : "ROLLBACK") >= 0 && is_made;
+}
+
+}  // namespace koli::host
