@@ -99,17 +99,45 @@ bool AddDatabases(const Context& context, bool complains, Record* record) {
     return is_sound;
 }
 
+bool AddLibraries(const Context& context, Record* record, Section* libraries) {
+    std::string error;
+    const auto engine = EngineOf(context.places, &error);
+    host::SqlFailure failure;
+    const std::vector<std::string> names =
+        engine != nullptr ? engine->Libraries(&failure) : std::vector<std::string>();
+    if (engine == nullptr || !failure.reason.empty()) {
+        Complain("%s", engine == nullptr ? error.c_str() : failure.reason.c_str());
+        return false;
+    }
+    record->emplace_back("databases", engine->place());
+    bool is_sound = true;
+    Context of_library = context;
+    for (const std::string& name : names) {
+        Record library{{"library", name}};
+        of_library.places.library = name;
+        is_sound &= AddDatabases(of_library, true, &library);
+        libraries->records.push_back(std::move(library));
+    }
+    return is_sound;
+}
+
 int Status(const Context& context) {
+    const bool has_libraries = context.places.library == kEveryLibrary;
     const StatusLook look = StatusLookNow(context.places);
     Record record = RecordOf(look);
-    const bool is_sound = AddDatabases(context, true, &record);
+    Section libraries{"libraries"};
+    const bool is_sound =
+        has_libraries ? AddLibraries(context, &record, &libraries) : AddDatabases(context, true, &record);
     AddHost(&record);
     if (context.json) {
-        printf("%s\n", RecordJson(record, {WatchedOf(look)}, false).c_str());
+        std::vector<Section> lists = {WatchedOf(look)};
+        if (has_libraries) lists.push_back(libraries);
+        printf("%s\n", RecordJson(record, lists, false).c_str());
     } else {
         const Record watched = WatchedTexts(look);
         record.insert(record.end(), watched.begin(), watched.end());
         PrintRecord(record, false);
+        PrintSections({{"library", libraries.records}}, false);
     }
     if (!is_sound) return kExitDatabase;
     return look.pid > 0 ? kExitDone : kExitNoDaemon;

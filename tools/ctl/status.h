@@ -16,6 +16,9 @@ std::string DatabaseFaultText(int database, const host::DatabaseFault& fault);
 /// them, or with the settings, and has been complained about if `complains`.
 bool AddDatabases(const Context& context, bool complains, Record* record);
 
+/// Adds the libraries that a server keeps, each with what can be read of it; the rest as above.
+bool AddLibraries(const Context& context, Record* record, Section* libraries);
+
 /// Shows what can be read.  Returns kExitDone, kExitNoDaemon when the daemon does not run, or kExitDatabase
 /// when something is wrong with a database.
 int Status(const Context& context);
