@@ -2,8 +2,8 @@
 #pragma once
 
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "platform/host/postgresql/servers.h"
 
 namespace koli::host {
 
@@ -17,7 +17,6 @@ class Conninfo {
     /// Host and database for people.
     std::string Place() const;
 
-    using Settings = std::vector<std::pair<std::string, std::string>>;
     /// What libpq is told: the writer wants the server that takes changes, whichever of the hosts that is.
     Settings ForWriter() const;
     Settings ForReader() const;
