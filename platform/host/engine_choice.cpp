@@ -33,7 +33,7 @@ std::string Setting(const char* key, const std::string& otherwise, SqlFailure* f
     const bool is_set = KLIBFileGetKeyValue(paths::kConfig, key, value, sizeof value, 0) >= 0;
     const int error = errno;
     if (!is_set && error != 0 && IsPassingError(error)) {
-        *failure = {.reason = strerror(error), .passes = true};
+        *failure = {.reason = std::string("cannot read the settings: ") + strerror(error), .passes = true};
         return "";
     }
     return is_set && value[0] != '\0' ? value : otherwise;
@@ -54,7 +54,7 @@ std::unique_ptr<DatabaseEngine> EngineAt(const std::string& place, SqlFailure* f
     }
     // What stands there may hold a password.
     KOLI_LOG("Unknown database [%s] in %s.", place.substr(0, place.find(':')).c_str(), paths::kConfig);
-    *failure = {.reason = "unknown engine"};
+    *failure = {.reason = "the settings name an unknown database engine"};
     return nullptr;
 }
 

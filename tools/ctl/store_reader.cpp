@@ -8,22 +8,20 @@ namespace koli::ctl {
 std::unique_ptr<host::DatabaseEngine> EngineOf(const Places& places, std::string* error) {
     host::SqlFailure failure;
     std::unique_ptr<host::DatabaseEngine> engine = host::EngineIn(places.databases, &failure);
-    if (engine == nullptr)
-        *error = failure.passes ? "cannot read the settings: " + failure.reason
-                                : "the settings name an unknown database engine";
+    if (engine == nullptr) *error = failure.reason;
     return engine;
 }
 
 bool StoreReader::Open(const Places& places) {
     std::unique_ptr<host::DatabaseEngine> engine = EngineOf(places, &engine_error_);
     if (engine == nullptr) return false;
-    place_ = engine->place();
+    if (engine->IsInFiles()) folder_ = engine->place();
     return DatabaseReader::Open(std::move(engine));
 }
 
 std::string StoreReader::error() const {
     if (!engine_error_.empty()) return engine_error_;
-    return DatabaseReader::error() + (is_denied() ? JoinHint(place_) : "");
+    return DatabaseReader::error() + (is_denied() && !folder_.empty() ? JoinHint(folder_) : "");
 }
 
 bool OpenStore(const Context& context, StoreReader* store) {

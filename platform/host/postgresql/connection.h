@@ -16,7 +16,7 @@ namespace koli::host {
 class Postgresql final : public Sql {
   public:
     /// `is_reader`: rows come some at a time, from cursors, so that a large table needs no memory.
-    Postgresql(std::unique_ptr<Link> link, ChangeListener changed, bool is_reader);
+    Postgresql(std::unique_ptr<Link> link, int database, ChangeListener changed, bool is_reader);
     ~Postgresql() override;
 
     SqlStatement* PathsInside(const char* table, const std::string& folder) override;
@@ -33,6 +33,7 @@ class Postgresql final : public Sql {
     void WaitForLocks(int) override {}  // rows only are locked, and the server waits for these
     bool HasCompany() const override { return false; }
     bool IsTakenAway() const override { return false; }
+    int ComparePaths(std::string_view a, std::string_view b) const override;
     std::string ChangeMark() override;
     void SaveMemory() override { fetched_ = kFetchedFew; }
     bool Harden() override;
@@ -67,6 +68,7 @@ class Postgresql final : public Sql {
     void Discard();
 
     std::unique_ptr<Link> link_;
+    const int database_;
     ChangeListener changed_;
     const bool is_reader_;
     static constexpr int kFetched = 1000, kFetchedFew = 100;
@@ -74,8 +76,9 @@ class Postgresql final : public Sql {
     bool in_transaction_ = false;
     bool is_begin_due_ = false;  // BEGIN goes with the first statement behind it
     int64_t changes_ = 0;
-    int last_name_ = 0;  // of statements and cursors
-    int cursors_ = 0;    // that are open
+    int64_t hardened_ = 0;  // changes_ at the last Harden
+    int last_name_ = 0;     // of statements and cursors
+    int cursors_ = 0;       // that are open
     std::vector<PutOff> put_off_;
     size_t first_put_off_ = 0;  // its place in going_
     std::optional<Exchange> going_;

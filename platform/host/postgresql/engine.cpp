@@ -11,14 +11,15 @@ namespace {
 
 // Each names what the texts of the layer, its speed or its promises stand on.  Tables are asked by path:
 // reading a whole one is for what nothing else can answer, however little the server knows of their sizes.
-// Commits are made durable by Harden.
+// Commits are made durable by Harden.  A host that has vanished holds nothing for longer than a minute.
 constexpr const char kSession[] =
-    "SELECT set_config('standard_conforming_strings', 'on', false),"
+    "SELECT current_setting('server_encoding'), set_config('standard_conforming_strings', 'on', false),"
     " set_config('search_path', quote_ident(?1), false), set_config('extra_float_digits', '1', false),"
     " set_config('synchronous_commit', 'off', false), set_config('lock_timeout', ?2, false),"
     " set_config('statement_timeout', '0', false), set_config('enable_seqscan', 'off', false),"
-    " set_config('jit', 'off', false), current_setting('server_encoding')";
-constexpr int kEncodingColumn = 8;
+    " set_config('jit', 'off', false), set_config('tcp_keepalives_idle', '30', false),"
+    " set_config('tcp_keepalives_interval', '10', false), set_config('tcp_keepalives_count', '3', false)";
+constexpr int kEncodingColumn = 0;
 
 constexpr const char kHasSchema[] = "SELECT count(*) FROM pg_namespace WHERE nspname = ?1";
 constexpr const char kMakeSchema[] = "CREATE SCHEMA IF NOT EXISTS ";
@@ -53,12 +54,12 @@ bool PostgresqlEngine::Enter(Postgresql& sql, bool may_make) const {
     return sql.Execute(kMakeSchema + Quoted(library_)) >= 0;
 }
 
-std::unique_ptr<Postgresql> PostgresqlEngine::Connect(Sql::ChangeListener changed, bool is_reader,
-                                                      SqlFailure* failure) const {
+std::unique_ptr<Postgresql> PostgresqlEngine::Connect(int database, Sql::ChangeListener changed,
+                                                      bool is_reader, SqlFailure* failure) const {
     std::unique_ptr<Link> link =
         Link::Connect(is_reader ? conninfo_.ForReader() : conninfo_.ForWriter(), failure);
     if (link == nullptr) return nullptr;
-    auto sql = std::make_unique<Postgresql>(std::move(link), changed, is_reader);
+    auto sql = std::make_unique<Postgresql>(std::move(link), database, changed, is_reader);
     if (Enter(*sql, !is_reader)) return sql;
     *failure = sql->failure();
     return nullptr;
@@ -66,7 +67,7 @@ std::unique_ptr<Postgresql> PostgresqlEngine::Connect(Sql::ChangeListener change
 
 std::unique_ptr<Sql> PostgresqlEngine::Open(int database, Sql::ChangeListener changed,
                                             SqlFailure* failure) const {
-    std::unique_ptr<Postgresql> sql = Connect(changed, false, failure);
+    std::unique_ptr<Postgresql> sql = Connect(database, changed, false, failure);
     if (sql == nullptr || (FenceTake(*sql, database) && ServerSchemaUpgrade(*sql, database))) return sql;
     *failure = sql->failure();
     return nullptr;
@@ -74,7 +75,7 @@ std::unique_ptr<Sql> PostgresqlEngine::Open(int database, Sql::ChangeListener ch
 
 /// A library that nobody has written to yet has no tables.
 std::unique_ptr<Sql> PostgresqlEngine::OpenToRead(int database, SqlFailure* failure) const {
-    std::unique_ptr<Postgresql> sql = Connect(nullptr, true, failure);
+    std::unique_ptr<Postgresql> sql = Connect(database, nullptr, true, failure);
     if (sql == nullptr || ServerSchemaVersion(*sql, database) > 0) return sql;
     *failure = sql->failure();
     return nullptr;
