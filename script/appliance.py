@@ -21,7 +21,8 @@ PHOTO_TABLES = ("photo_info", "photo_share", "photo_access_right", "video_desc",
 
 
 ON_SERVER = os.environ.get("KOLI_TEST_ENGINE") == "postgresql"  # the databases, in a server of the sandbox's own
-SERVER, LIBRARY = "/run/postgresql", "appliance"
+SERVER = os.environ.get("KOLI_TEST_SERVER", "/run/postgresql")  # the folder of its socket
+LIBRARY = os.environ.get("KOLI_TEST_LIBRARY", "appliance")
 MAPPED = re.compile(rb"\x01[\x01\x02]|\xef[\x9e\x9f][\x80-\xbf]")  # a byte that is no UTF-8, as it is kept there
 
 
@@ -97,6 +98,13 @@ def wait_for_batch(seconds, tick=lambda: None):
     wait_until(done, seconds, "the batch")
 
 
+def try_again():
+    """So many signals that the daemon tries a batch that it keeps without waiting longer."""
+    for _ in range(200):
+        with contextlib.suppress(ProcessLookupError):
+            os.kill(daemon_pid(), signal.SIGUSR1)
+
+
 def settle_log():
     """Until everything that has been logged so far is in the file: a mark sent after it has arrived."""
     mark = b"mark %d" % time.monotonic_ns()
@@ -144,20 +152,32 @@ def change(name):
         connection.close()
 
 
-def start_server(program, binaries):
-    subprocess.run([program, "start", binaries, SERVER], check=True, stdout=subprocess.DEVNULL)
-    with open("/etc/koliinfo.conf", "a") as config:
-        config.write(f'database="postgresql:host={SERVER} user=koli dbname=postgres"\nlibrary="{LIBRARY}"\n')
+def server_settings(host=SERVER):
+    return f'database="postgresql:host={host} user=koli dbname=postgres"\nlibrary="{LIBRARY}"\n'
 
 
-def ask_server(statement):
-    """What the server answers, as bytes."""
-    command = ["psql", "-XqAt", "-v", "ON_ERROR_STOP=1", "-h", SERVER, "-U", "koli", "postgres"]
-    asked = subprocess.run(command, input=f"SET search_path TO {LIBRARY};\n{statement};\n".encode(), check=False,
-                           capture_output=True, env={**os.environ, "PGCLIENTENCODING": "UTF8"})
+def server_dump():
+    """All of the library, as statements."""
+    command = ["pg_dump", "-h", SERVER, "-U", "koli", "-n", LIBRARY, "postgres"]
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False).stdout
+
+
+def server_restore(dump):
+    run_on_server(SERVER, b"DROP SCHEMA IF EXISTS %s CASCADE;\n%s" % (LIBRARY.encode(), dump))
+
+
+def run_on_server(server, statements):
+    """What it answers, as bytes."""
+    command = ["psql", "-XqAt", "-v", "ON_ERROR_STOP=1", "-h", server, "-U", "koli", "postgres"]
+    asked = subprocess.run(command, input=statements, check=False, capture_output=True,
+                           env={**os.environ, "PGCLIENTENCODING": "UTF8"})
     if asked.returncode:
         raise sqlite3.OperationalError(asked.stderr.decode())
     return asked.stdout
+
+
+def ask_server(statement):
+    return run_on_server(SERVER, f"SET search_path TO {LIBRARY};\n{statement};\n".encode())
 
 
 def own_byte(mapped):
@@ -178,6 +198,19 @@ class ServerChange:
         for value in values:
             statement = statement.replace("?", "'" + str(value).replace("'", "''") + "'", 1)
         ask_server(statement)
+
+
+class ServerLock:
+    """Keeps a table from being written, until it is closed."""
+    def __init__(self, table):
+        self.session = subprocess.Popen(["psql", "-XqAt", "-h", SERVER, "-U", "koli", "postgres"], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE)
+        self.session.stdin.write(f"BEGIN; LOCK {LIBRARY}.{table} IN SHARE ROW EXCLUSIVE MODE; SELECT 1;\n".encode())
+        self.session.stdin.flush()
+        self.session.stdout.readline()
+
+    def close(self):
+        self.session.communicate()
 
 
 def row_versions():

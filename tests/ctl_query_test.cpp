@@ -8,6 +8,7 @@
 #include "platform/host/database_groups.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
+#include "tests/host_place.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/suggestion.h"
 #include "tools/koliindexctl/command_line.h"
@@ -20,7 +21,10 @@ using Texts = std::vector<std::string>;
 
 class QueryTest : public testing::Test {
   protected:
-    QueryTest() { host::DatabaseDirectorySet(dir_.dir().c_str()); }
+    QueryTest() {
+        test::MakeLibrary();
+        host::DatabaseDirectorySet(databases_.c_str());
+    }
     ~QueryTest() override { host::DatabaseDirectorySet(nullptr); }
 
     static void Store(
@@ -66,6 +70,7 @@ class QueryTest : public testing::Test {
     }
 
     const test::TempDir dir_;
+    const std::string databases_ = test::PlaceOr(dir_.dir());
     int code_ = 0;
     std::string complaint_;
 };

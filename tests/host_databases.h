@@ -4,8 +4,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -18,6 +16,7 @@
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "tests/fake_platform.h"
+#include "tests/host_place.h"
 
 namespace koli::host {
 
@@ -39,8 +38,7 @@ struct Store : testing::Test, TempDir {
         KOLIIndexMusicTableDirtySet(0);
         KOLIIndexVideoTableDirtySet(0);
         fake = {};
-        static int made = 0;
-        Setting("library") = "test " + std::to_string(getpid()) + "." + std::to_string(++made);
+        MakeLibrary();
     }
     ~Store() override { DatabaseDirectorySet(nullptr); }
 
@@ -58,7 +56,7 @@ struct Store : testing::Test, TempDir {
     }
 
     const char* const server_ = getenv("KOLI_TEST_DATABASE");
-    const std::string directory_ = server_ != nullptr ? server_ : Path("made/for/us");
+    const std::string directory_ = PlaceOr(Path("made/for/us"));
 };
 
 /// What is about files, and not about what every engine does.

@@ -73,6 +73,38 @@ TEST_F(Server, ASessionThatWasGivenUpWritesNothingMore) {
     EXPECT_EQ(Songs(), (Texts{"/m/a", "/m/b"}));
 }
 
+TEST_F(Server, ASecondHostWithTheSameLibraryWaits) {
+    SqlFailure failure;
+    auto other = EngineIn(directory_, &failure)->Open(KOLI_MEDIA_DB, nullptr, &failure);
+    ASSERT_NE(other->Query("SELECT set_config('application_name', 'of another host', false)"), nullptr);
+    EXPECT_NE(Save("/m/a"), 0);
+    EXPECT_EQ(KOLIDBRefusing(), KOLI_MEDIA_DB);
+    EXPECT_NE(fake.log.at(0).find("another writes to this library: of another host"), std::string::npos);
+    other.reset();
+    KOLIDBBatchBegin();
+    EXPECT_EQ(Save("/m/a"), 0);
+    EXPECT_EQ(KOLIDBSync(), 0);
+}
+
+TEST_F(Server, WhatIsStoredAlreadyIsNotWrittenAgain) {
+    Texts before, versions;
+    for (int pass = 0; pass < 2; ++pass) {
+        before.swap(versions);
+        versions.clear();
+        for (const char* path : {"/m/a", "/m/\xE9"})
+            ASSERT_EQ(Save(path), 0);
+        MediaInfoDBDirSave("/m");
+        KOLIProblemSet("/m/a", "too short", 0);
+        for (const char* table : {"music", "directory", "problem"})
+            for (const std::string& version :
+                 Media("SELECT concat(path, xmin, xmax, ctid) AS v FROM "s + table))
+                versions.push_back(version);
+        ASSERT_EQ(KOLIDBSync(), 0);
+    }
+    EXPECT_EQ(versions.size(), 4U);
+    EXPECT_EQ(versions, before);
+}
+
 TEST_F(Server, WhatLiesBelowAFolderIsFoundByItsIndex) {
     SavePhoto("/p/a", "t");
     for (const char* query :

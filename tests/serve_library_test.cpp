@@ -12,6 +12,7 @@
 #include "base/path_names.h"
 #include "platform/host/database_groups.h"
 #include "platform/kolidb.h"
+#include "tests/host_place.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/store_reader.h"
 #include "tools/serve/library/library.h"
@@ -43,7 +44,10 @@ std::string Albums(const Piece<AlbumRow>& piece) {
 
 class LibraryTest : public testing::Test {
   protected:
-    LibraryTest() { host::DatabaseDirectorySet(dir_.dir().c_str()); }
+    LibraryTest() {
+        test::MakeLibrary();
+        host::DatabaseDirectorySet(databases_.c_str());
+    }
     ~LibraryTest() override { host::DatabaseDirectorySet(nullptr); }
 
     template <size_t N>
@@ -81,7 +85,7 @@ class LibraryTest : public testing::Test {
     const Library& Read() {
         KOLIDBSync();
         host::DatabaseDirectorySet(nullptr);
-        places_.databases = dir_.dir();
+        places_.databases = databases_;
         library_ = std::make_unique<Library>(places_);
         library_->Start();
         EXPECT_TRUE(library_->WaitUntilRead(60));
@@ -91,6 +95,7 @@ class LibraryTest : public testing::Test {
 
     const Span all_{};
     const test::TempDir dir_;
+    const std::string databases_ = test::PlaceOr(dir_.dir());
     ctl::Places places_;
     std::unique_ptr<Library> library_;
 };
@@ -196,7 +201,7 @@ TEST_F(LibraryTest, SearchFindsAllWordsTheBestFirst) {
 TEST_F(LibraryTest, ChangesOfOthersShow) {
     Song("a.mp3", "a", "", "");
     KOLIDBSync();
-    places_.databases = dir_.dir();
+    places_.databases = databases_;
     ctl::StoreReader store;
     ASSERT_TRUE(store.Open(places_));
     const std::string before = store.ChangeMark();

@@ -171,6 +171,11 @@ std::unique_ptr<SqlStatement> DatabaseReader::Behind(const char* table,
     return rows;
 }
 
+int DatabaseReader::Compare(std::string_view a, std::string_view b) const {
+    const Sql* const sql = media_ != nullptr ? media_.get() : photo_.get();
+    return sql != nullptr ? sql->ComparePaths(a, b) : a.compare(b);
+}
+
 std::unique_ptr<SqlStatement> DatabaseReader::ByKey(const char* table,
                                                     const std::vector<std::string>& columns) const {
     return Rows(table, SelectFrom(table, columns) + columns.front() + " = ?1");

@@ -67,7 +67,7 @@ std::unique_ptr<DatabaseEngine> EngineAt(const std::string& place, const std::st
     if (!place.starts_with(kFiles) || place.substr(kFiles.size(), 1) != "/") {
         // What stands there may hold a password.
         KOLI_LOG("Unknown database [%s] in %s.", place.substr(0, place.find(':')).c_str(), paths::kConfig);
-        *failure = {.reason = "unknown engine"};
+        *failure = {.reason = "the settings name an unknown database engine"};
         return nullptr;
     }
     if (library.empty()) return std::make_unique<SqliteEngine>(place.substr(kFiles.size()));

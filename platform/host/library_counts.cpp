@@ -12,12 +12,12 @@ struct Term {
 
 /// By CountedBy.
 constexpr Term kTerms[] = {
-    {"artist", "''"},
-    {"album", "''"},
-    {"genre", "''"},
+    {R"(artist COLLATE "C")", "''"},
+    {R"(album COLLATE "C")", "''"},
+    {R"(genre COLLATE "C")", "''"},
     {"year", "0"},
-    {"CASE WHEN camera_model <> '' THEN camera_model ELSE camera_make END", "''"},
-    {"substr(date_taken, 1, 4)", "''"},
+    {R"((CASE WHEN camera_model <> '' THEN camera_model ELSE camera_make END) COLLATE "C")", "''"},
+    {R"(substr(date_taken, 1, 4) COLLATE "C")", "''"},
 };
 static_assert(std::size(kTerms) == static_cast<size_t>(CountedBy::kTakenYear) + 1);
 

@@ -11,6 +11,7 @@ import signal
 import sqlite3
 import subprocess
 import termios
+import unittest
 
 import harness
 from harness import appliance
@@ -145,10 +146,13 @@ class Control(harness.DaemonTest):
         self.assertIn("batch with a request that concerns it was interrupted", self.ctl(1, "why", f"{MUSIC}/new.mp3"))
 
     @staticmethod
-    def change(file, *statements):
-        with contextlib.closing(sqlite3.connect(f"{appliance.STORE}/{file}", isolation_level=None)) as database:
-            for statement in (*statements, "PRAGMA wal_checkpoint(TRUNCATE)"):
+    def change(name, *statements):
+        with appliance.change(name) as database:
+            for statement in statements:
                 database.execute(statement)
+        if not appliance.ON_SERVER:
+            with contextlib.closing(sqlite3.connect(f"{appliance.STORE}/{name}.db")) as database:
+                database.execute("PRAGMA wal_checkpoint(TRUNCATE)")
 
     @staticmethod
     def albums():
@@ -163,12 +167,12 @@ class Control(harness.DaemonTest):
         self.ctl(0, "sync", "--wait")
         albums = self.albums()
         for lost in ("sharename NOT IN ('Trip', 'Trip/loop')", "sharename = 'Trip'"):
-            self.change("photo.db", f"DELETE FROM photo_share WHERE {lost}",
+            self.change("photo", f"DELETE FROM photo_share WHERE {lost}",
                         "INSERT INTO photo_share (sharename) VALUES ('Trip/old'), ('old'), ('/')")
             self.assertIn("no album", self.ctl(1, "sync", "--dry-run"))
             self.ctl(0, "sync", "--wait")
             self.assertEqual(self.ctl(0, "sync", "--json")["differences"], [])
-            self.change("photo.db", "DELETE FROM photo_share WHERE sharename = '/'")  # not the daemon's, so it stays
+            self.change("photo", "DELETE FROM photo_share WHERE sharename = '/'")  # not the daemon's, so it stays
             self.assertEqual(self.albums(), albums)
 
     def test_missing_daemon_and_one_that_dies(self):
@@ -227,17 +231,20 @@ class Control(harness.DaemonTest):
 
     @staticmethod
     def lock_media_store(mode="NORMAL"):
+        if appliance.ON_SERVER:
+            return appliance.ServerLock("music")
         lock = sqlite3.connect(f"{appliance.STORE}/media.db", isolation_level=None)
         lock.execute(f"PRAGMA locking_mode = {mode}")  # a lock keeps readers out only in the mode EXCLUSIVE
         lock.execute("BEGIN EXCLUSIVE")
         return lock
 
+    @unittest.skipIf(appliance.ON_SERVER, "about files")
     def test_database_that_is_locked_or_damaged(self):
         gone = self.put(f"{MUSIC}/Album/gone.mp3")
         self.index(f"A:{MUSIC}")
         os.unlink(gone)
         self.put(SONG)
-        self.change("media.db")
+        self.change("media")
         with contextlib.closing(self.lock_media_store("EXCLUSIVE")):
             with subprocess.Popen(self.command("status"), stderr=subprocess.PIPE, stdout=subprocess.DEVNULL) as status:
                 self.refused(3, "not running", "remove", gone, queued=[f"D:{gone}"])
@@ -264,11 +271,12 @@ class Control(harness.DaemonTest):
         self.ctl(3, "sync")
         self.stored_at_next_start(SONG)
 
+    @unittest.skipIf(appliance.ON_SERVER, "about files")
     def test_repair_beside_a_daemon_at_work(self):
         pictures = [self.put(f"/volume1/photo/Trip/{name}.jpg", "photo/Coast 2019/IMG_0001.jpg") for name in "ab"]
         self.put(SONG)
         self.index("A:/volume1/photo", f"A:{MUSIC}")
-        self.change("photo.db", "UPDATE photo_info SET description = 'Wedding ' || name",
+        self.change("photo", "UPDATE photo_info SET description = 'Wedding ' || name",
                     "UPDATE photo_share SET public = 'f'")
         before, albums = self.row("photo_info", pictures[1]), self.albums()
         store = pathlib.Path(appliance.STORE, "photo.db")
@@ -287,7 +295,7 @@ class Control(harness.DaemonTest):
         self.assertEqual(len([*store.parent.glob("photo.db-damaged-*Z")]), 1)
         self.ctl(0, "repair")
         self.ctl(0, "status")
-        self.change("photo.db", "DROP TABLE photo_share")
+        self.change("photo", "DROP TABLE photo_share")
         self.ctl(1, "repair")
         self.assertEqual(self.albums(), [("Trip", "f")])
 

@@ -125,9 +125,21 @@ def stored_rows():
     return {table: sorted(sorted(row.items()) for row in appliance.rows(table)) for table in tables}
 
 
-def main():
+def control_server(command, directory, *arguments):
+    subprocess.run([f"{TOP}/tests/postgresql-server", command, os.environ["KOLI_TEST_POSTGRES"], directory, *arguments],
+                   check=True, stdout=subprocess.DEVNULL)
+
+
+def begin():
     appliance.require_sandbox()
-    DaemonTest.binary = sys.argv.pop(1)
     if appliance.ON_SERVER:
-        appliance.start_server(f"{TOP}/tests/postgresql-server", os.environ["KOLI_TEST_POSTGRES"])
+        if "KOLI_TEST_SERVER" not in os.environ:  # else it is others', too
+            control_server("start", appliance.SERVER)
+        with open("/etc/koliinfo.conf", "a") as config:
+            config.write(appliance.server_settings())
+
+
+def main():
+    begin()
+    DaemonTest.binary = sys.argv.pop(1)
     unittest.main(verbosity=2)

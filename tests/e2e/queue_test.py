@@ -62,7 +62,8 @@ class Requests(harness.DaemonTest):
 
     def test_old_tags_in_the_charset_of_the_settings(self):
         settings = pathlib.Path("/etc/koliinfo.conf")
-        self.addCleanup(settings.write_text, settings.read_text() if settings.exists() else "")
+        others = settings.read_text() if settings.exists() else ""
+        self.addCleanup(settings.write_text, others)
         kept = [self.put(f"{M}/{number}.mp3", f"music/{name}.mp3") for number, name in
                 enumerate(("Blue Harbour/02 Second Wind", "Каравелла/02 Закат"))]  # UTF-8, UTF-16
         def stored():
@@ -77,7 +78,7 @@ class Requests(harness.DaemonTest):
                 ("SHIFT_JIS", "ソ連の桜~", "ƒ\\˜A‚Ì\x8d÷~"), ("EUC-KR", "나비야", "³ªºñ¾ß")):
             for name, data in files_with_tags(text.encode(charset)).items():
                 pathlib.Path(f"{M}/tagged {name}").write_bytes(data)
-            settings.write_text("")
+            settings.write_text(others)
             self.index(f"A:{M}")
             self.assertIn(misread, stored())
             for path in (f"{M}/tagged v1.mp3", f"{M}/tagged v22.mp3"):
@@ -86,10 +87,10 @@ class Requests(harness.DaemonTest):
                 self.assertIn(("windows-1252", True, misread),
                               {(row["charset"], row["in_force"], row["title"]) for row in found})
                 self.assertEqual({row["path"] for row in found}, {path})
-            settings.write_text(f"tagcharset={charset}\n")
+            settings.write_text(f"{others}tagcharset={charset}\n")
             self.index("R:music")
             self.assertEqual(stored(), {text})
-        settings.write_text("tagcharset=UTF-16\n")
+        settings.write_text(f"{others}tagcharset=UTF-16\n")
         log = self.index("R:music")
         self.assertEqual(len([line for line in log if "The charset [UTF-16] is none" in line]), 1)
         self.assertIn(misread, stored())

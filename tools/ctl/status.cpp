@@ -56,9 +56,9 @@ bool AddDatabase(const host::DatabaseEngine& engine, int database, bool complain
     }
     if (fault.state == host::DatabaseState::kSound || is_missing) return true;
     if (!complains) return false;
-    const bool is_refused = fault.state == host::DatabaseState::kNotPermitted;
+    const bool is_refused = fault.state == host::DatabaseState::kNotPermitted && engine.IsInFiles();
     const std::string hint = is_refused ? JoinHint(engine.place()) : "";
-    Complain("%s%s", DatabaseFaultText(database, fault).c_str(), hint.c_str());
+    Complain("%s%s", DatabaseFaultText(engine, database, fault).c_str(), hint.c_str());
     return false;
 }
 
@@ -71,11 +71,14 @@ void AddHost(Record* record) {
 
 }  // namespace
 
-std::string DatabaseFaultText(int database, const host::DatabaseFault& fault) {
+std::string DatabaseFaultText(const host::DatabaseEngine& engine, int database,
+                              const host::DatabaseFault& fault) {
     const std::string name = host::DatabaseName(database);
     switch (fault.state) {
         case host::DatabaseState::kDamaged:
-            return name + " is damaged: " + fault.reason + "; koliindexctl repair mends it";
+            return name + " is damaged: " + fault.reason +
+                   (engine.IsInFiles() ? "; koliindexctl repair mends it"
+                                       : "; its server's own tools mend it");
         case host::DatabaseState::kUnknownSchema:
             return name + " is of an unknown schema: " + fault.reason;
         case host::DatabaseState::kLocked:

@@ -10,7 +10,8 @@
 namespace koli::ctl {
 
 /// What is wrong with a database (KOLIDatabase), in one line.
-std::string DatabaseFaultText(int database, const host::DatabaseFault& fault);
+std::string DatabaseFaultText(const host::DatabaseEngine& engine, int database,
+                              const host::DatabaseFault& fault);
 
 /// Adds what can be read of the databases, and counts their rows.  False: something is wrong with one of
 /// them, or with the settings, and has been complained about if `complains`.

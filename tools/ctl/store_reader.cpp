@@ -26,8 +26,7 @@ std::unique_ptr<host::DatabaseEngine> EngineOf(const Places& places, std::string
     host::SqlFailure failure;
     std::unique_ptr<host::DatabaseEngine> engine = host::EngineIn(places.databases, &failure, places.library);
     if (engine == nullptr)
-        *error = failure.reason == "unknown engine" ? "the settings name an unknown database engine"
-                                                    : failure.reason;
+        *error = failure.reason;
     else if (!places.library.empty())
         *error = LibraryRefusal(*engine, places.library);
     if (!error->empty()) engine.reset();
@@ -37,14 +36,14 @@ std::unique_ptr<host::DatabaseEngine> EngineOf(const Places& places, std::string
 bool StoreReader::Open(const Places& places) {
     std::unique_ptr<host::DatabaseEngine> engine = EngineOf(places, &engine_error_);
     if (engine == nullptr) return false;
-    place_ = engine->place();
+    if (engine->IsInFiles()) folder_ = engine->place();
     is_of_machine_ = places.library.empty();
     return DatabaseReader::Open(std::move(engine));
 }
 
 std::string StoreReader::error() const {
     if (!engine_error_.empty()) return engine_error_;
-    return DatabaseReader::error() + (is_denied() ? JoinHint(place_) : "");
+    return DatabaseReader::error() + (is_denied() && !folder_.empty() ? JoinHint(folder_) : "");
 }
 
 bool OpenStore(const Context& context, StoreReader* store) {

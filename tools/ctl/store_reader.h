@@ -31,7 +31,7 @@ class StoreReader : public host::DatabaseReader {
     std::string error() const;
 
   private:
-    std::string place_;
+    std::string folder_;  // of the databases, '' = a server has them
     std::string engine_error_;
     bool is_of_machine_ = true;
 };

@@ -5,6 +5,7 @@
 
 #include "platform/host/postgresql/bytes.h"
 #include "platform/host/postgresql/failure.h"
+#include "platform/host/sql/database_engine.h"
 
 namespace koli::host {
 namespace {
@@ -12,16 +13,18 @@ namespace {
 constexpr size_t kPutOffMax = 256;
 constexpr size_t kPushEvery = 16;
 
-// What the server has counted; a standby counts nothing, and tells how far it is behind its primary's log.
+// The ends of the daemon's batches, and what the server has counted, which comes later and tells of others.
 constexpr const char kChangeMark[] =
-    "SELECT CASE WHEN pg_is_in_recovery() THEN pg_last_wal_replay_lsn()::text ELSE"
-    " (SELECT concat(sum(n_tup_ins), ' ', sum(n_tup_upd), ' ', sum(n_tup_del), ' ', max(relid::bigint))"
-    " FROM pg_stat_user_tables WHERE schemaname = current_schema()) END";
+    "SELECT concat((SELECT string_agg(changed::text, ' ' ORDER BY name) FROM koli_schema), ' ',"
+    " sum(n_tup_ins), ' ', sum(n_tup_upd), ' ', sum(n_tup_del), ' ', max(relid::bigint))"
+    " FROM pg_stat_user_tables WHERE schemaname = current_schema()";
+
+constexpr const char kNoteChange[] = "UPDATE koli_schema SET changed = now() WHERE name = $1";
 
 }  // namespace
 
-Postgresql::Postgresql(std::unique_ptr<Link> link, ChangeListener changed, bool is_reader)
-    : link_(std::move(link)), changed_(changed), is_reader_(is_reader) {}
+Postgresql::Postgresql(std::unique_ptr<Link> link, int database, ChangeListener changed, bool is_reader)
+    : link_(std::move(link)), database_(database), changed_(changed), is_reader_(is_reader) {}
 
 Postgresql::~Postgresql() {
     put_off_.clear();
@@ -53,6 +56,11 @@ const char* Postgresql::PathOrder(const char* table) {
     const std::string text =
         std::string("SELECT EXISTS (SELECT 1 FROM ") + table + " WHERE " + kIsMapped + ")";
     return Answer(text) == "t" ? "koli_bytes(path)" : "path";
+}
+
+int Postgresql::ComparePaths(std::string_view a, std::string_view b) const {
+    std::string of_a, of_b;
+    return ServerText(a, &of_a).compare(ServerText(b, &of_b));
 }
 
 /// A connection that is lost has one of its own.
@@ -278,6 +286,8 @@ bool Postgresql::Harden() {
     exchange.Say("BEGIN");
     exchange.Say("SET LOCAL synchronous_commit = on");
     exchange.Say("SELECT pg_logical_emit_message(true, 'koliindexd', '')");
+    const int64_t changes = changes_;
+    if (changes != hardened_) exchange.Say(kNoteChange, {{DatabaseName(database_), false}});
     const size_t place = exchange.Say("COMMIT");
     if (!exchange.Finish()) return FailAs(exchange.failure());
     const Result answer = exchange.TakeAnswer(place);
@@ -285,6 +295,7 @@ bool Postgresql::Harden() {
         return FailAs({.reason = "the transaction had failed", .passes = true});
     // It was told to wait for its replica no longer: who knows whether that has it.
     std::string warning = link_->TakeWarning();
+    hardened_ = changes;
     return warning.empty() || FailAs({.reason = std::move(warning), .passes = true});
 }
 

@@ -17,7 +17,7 @@ namespace koli::host {
 class Postgresql final : public Sql {
   public:
     /// `is_reader`: rows come some at a time, from cursors, so that a large table needs no memory.
-    Postgresql(std::unique_ptr<Link> link, ChangeListener changed, bool is_reader);
+    Postgresql(std::unique_ptr<Link> link, int database, ChangeListener changed, bool is_reader);
     ~Postgresql() override;
 
     SqlStatement* PathsInside(const char* table, const std::string& folder) override;
@@ -34,6 +34,7 @@ class Postgresql final : public Sql {
     void WaitForLocks(int) override {}  // rows only are locked, and the server waits for these
     bool HasCompany() const override { return false; }
     bool IsTakenAway() const override { return false; }
+    int ComparePaths(std::string_view a, std::string_view b) const override;
     std::string ChangeMark() override;
     void SaveMemory() override { fetched_ = kFetchedFew; }
     bool Harden() override;
@@ -72,6 +73,7 @@ class Postgresql final : public Sql {
     std::string WithUnions(std::string_view text) const;
 
     std::unique_ptr<Link> link_;
+    const int database_;
     ChangeListener changed_;
     const bool is_reader_;
     static constexpr int kFetched = 1000, kFetchedFew = 100;
@@ -80,8 +82,9 @@ class Postgresql final : public Sql {
     bool is_begin_due_ = false;  // BEGIN goes with the first statement behind it
     int64_t changes_ = 0;
     std::vector<LibraryUnion> unions_;
-    int last_name_ = 0;  // of statements and cursors
-    int cursors_ = 0;    // that are open
+    int64_t hardened_ = 0;  // changes_ at the last Harden
+    int last_name_ = 0;     // of statements and cursors
+    int cursors_ = 0;       // that are open
     std::vector<PutOff> put_off_;
     size_t first_put_off_ = 0;  // its place in going_
     std::optional<Exchange> going_;

@@ -1,8 +1,12 @@
 #include "platform/host/postgresql/conninfo.h"
 
 #include <libpq-fe.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 
@@ -11,11 +15,24 @@ namespace {
 
 // A network that keeps silent is found out by the link's own deadline; these let the kernel close its end,
 // too.
-constexpr std::pair<const char*, const char*> kDefaults[] = {{"application_name", "koliindexd"},
-                                                             {"keepalives_idle", "5"},
-                                                             {"keepalives_interval", "5"},
-                                                             {"keepalives_count", "3"},
-                                                             {"tcp_user_timeout", "20000"}};
+constexpr std::pair<const char*, const char*> kDefaults[] = {
+    {"gssencmode", "disable"},  // would ask other servers, and wait
+    {"keepalives_idle", "5"},
+    {"keepalives_interval", "5"},
+    {"keepalives_count", "3"},
+    {"tcp_user_timeout", "20000"}};
+
+/// The same for every session of this host, and of no other one: a fence tells by it whose session it meets.
+std::string NameOfHost() {
+    char host[64] = "";
+    gethostname(host, sizeof host - 1);
+    std::string machine;
+    std::ifstream("/etc/machine-id") >> machine;
+    char name[128];
+    snprintf(name, sizeof name, "koliindexd %08x on %s",
+             static_cast<unsigned>(std::hash<std::string>{}(machine + host)), host);
+    return name;
+}
 
 constexpr const char* kSecrets[] = {"password", "sslpassword"};
 
@@ -75,19 +92,20 @@ std::string Conninfo::Text() const {
 }
 
 /// A later pair of the same name wins; the texts' encoding is the layer's to say.
-Conninfo::Settings Conninfo::With(const Settings& defaults) const {
+Settings Conninfo::With(const Settings& defaults) const {
     Settings all(std::begin(kDefaults), std::end(kDefaults));
     all.insert(all.end(), defaults.begin(), defaults.end());
     all.insert(all.end(), settings_.begin(), settings_.end());
     all.emplace_back("client_encoding", "UTF8");
+    all.emplace_back("application_name", NameOfHost());
     return all;
 }
 
-Conninfo::Settings Conninfo::ForWriter() const {
+Settings Conninfo::ForWriter() const {
     return With({{"target_session_attrs", "read-write"}});
 }
 
-Conninfo::Settings Conninfo::ForReader() const {
+Settings Conninfo::ForReader() const {
     return With({});
 }
 

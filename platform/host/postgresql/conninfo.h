@@ -2,8 +2,8 @@
 #pragma once
 
 #include <string>
-#include <utility>
-#include <vector>
+
+#include "platform/host/postgresql/servers.h"
 
 namespace koli::host {
 
@@ -24,7 +24,6 @@ class Conninfo {
     /// As libpq reads it, without a password.
     std::string Text() const;
 
-    using Settings = std::vector<std::pair<std::string, std::string>>;
     /// What libpq is told: the writer wants the server that takes changes, whichever of the hosts that is.
     Settings ForWriter() const;
     Settings ForReader() const;

@@ -13,14 +13,15 @@ namespace {
 
 // Each names what the texts of the layer, its speed or its promises stand on.  Tables are asked by path:
 // reading a whole one is for what nothing else can answer, however little the server knows of their sizes.
-// Commits are made durable by Harden.
+// Commits are made durable by Harden.  A host that has vanished holds nothing for longer than a minute.
 constexpr const char kSession[] =
-    "SELECT set_config('standard_conforming_strings', 'on', false),"
+    "SELECT current_setting('server_encoding'), set_config('standard_conforming_strings', 'on', false),"
     " set_config('search_path', quote_ident(?1), false), set_config('extra_float_digits', '1', false),"
     " set_config('synchronous_commit', 'off', false), set_config('lock_timeout', ?2, false),"
     " set_config('statement_timeout', '0', false), set_config('enable_seqscan', 'off', false),"
-    " set_config('jit', 'off', false), current_setting('server_encoding')";
-constexpr int kEncodingColumn = 8;
+    " set_config('jit', 'off', false), set_config('tcp_keepalives_idle', '30', false),"
+    " set_config('tcp_keepalives_interval', '10', false), set_config('tcp_keepalives_count', '3', false)";
+constexpr int kEncodingColumn = 0;
 
 constexpr const char kHasSchema[] = "SELECT count(*) FROM pg_namespace WHERE nspname = ?1";
 constexpr const char kMakeSchema[] = "CREATE SCHEMA IF NOT EXISTS ";
@@ -56,14 +57,14 @@ bool PostgresqlEngine::EnterAll(Postgresql& sql) const {
     return sql.failure().reason.empty();
 }
 
-std::unique_ptr<Postgresql> PostgresqlEngine::Connect(Sql::ChangeListener changed, bool is_reader,
-                                                      SqlFailure* failure) const {
+std::unique_ptr<Postgresql> PostgresqlEngine::Connect(int database, Sql::ChangeListener changed,
+                                                      bool is_reader, SqlFailure* failure) const {
     const bool is_other_role = is_reader && !reader_.empty();
     const Conninfo conninfo = is_other_role ? conninfo_.Changed("user", reader_) : conninfo_;
     std::unique_ptr<Link> link =
         Link::Connect(is_reader ? conninfo.ForReader() : conninfo.ForWriter(), failure);
     if (link == nullptr) return nullptr;
-    auto sql = std::make_unique<Postgresql>(std::move(link), changed, is_reader);
+    auto sql = std::make_unique<Postgresql>(std::move(link), database, changed, is_reader);
     if (HasEveryLibrary() ? EnterAll(*sql) : Enter(*sql, library_, !is_reader)) return sql;
     *failure = sql->failure();
     return nullptr;
@@ -75,7 +76,7 @@ std::unique_ptr<Sql> PostgresqlEngine::Open(int database, Sql::ChangeListener ch
         *failure = {.reason = LibraryNameRefusal(library_)};
         return nullptr;
     }
-    std::unique_ptr<Postgresql> sql = Connect(changed, false, failure);
+    std::unique_ptr<Postgresql> sql = Connect(database, changed, false, failure);
     if (sql == nullptr) return nullptr;
     if (!FenceTake(*sql, database) || !ServerSchemaUpgrade(*sql, database)) {
         *failure = sql->failure();
@@ -87,14 +88,14 @@ std::unique_ptr<Sql> PostgresqlEngine::Open(int database, Sql::ChangeListener ch
 
 /// A library that nobody has written to yet has no tables.
 std::unique_ptr<Sql> PostgresqlEngine::OpenToRead(int database, SqlFailure* failure) const {
-    std::unique_ptr<Postgresql> sql = Connect(nullptr, true, failure);
+    std::unique_ptr<Postgresql> sql = Connect(database, nullptr, true, failure);
     if (sql == nullptr || ServerSchemaVersion(*sql, database) > 0) return sql;
     *failure = sql->failure();
     return nullptr;
 }
 
 std::vector<std::string> PostgresqlEngine::Libraries(SqlFailure* failure) const {
-    const std::unique_ptr<Postgresql> sql = Connect(nullptr, true, failure);
+    const std::unique_ptr<Postgresql> sql = Connect(KOLI_MEDIA_DB, nullptr, true, failure);
     if (sql == nullptr) return {};
     std::vector<std::string> names = LibraryNames(*sql);
     *failure = sql->failure();
@@ -102,7 +103,7 @@ std::vector<std::string> PostgresqlEngine::Libraries(SqlFailure* failure) const 
 }
 
 bool PostgresqlEngine::IsWritten(int database, SqlFailure* failure) const {
-    const std::unique_ptr<Postgresql> sql = Connect(nullptr, true, failure);
+    const std::unique_ptr<Postgresql> sql = Connect(KOLI_MEDIA_DB, nullptr, true, failure);
     return sql != nullptr && FenceIsHeld(*sql, database);
 }
 

@@ -18,6 +18,7 @@ class PostgresqlEngine final : public DatabaseEngine {
 
     const std::string& place() const override { return place_; }
     std::string PlaceOf(int database) const override;
+    bool IsInFiles() const override { return false; }
     bool IsFree(int, std::string*) const override { return true; }
     /// Makes the schema where this user may.
     std::unique_ptr<Sql> Open(int database, Sql::ChangeListener changed, SqlFailure* failure) const override;
@@ -31,7 +32,7 @@ class PostgresqlEngine final : public DatabaseEngine {
     Repair Mend(int database, const AlbumNames& albums) const override;
 
   private:
-    std::unique_ptr<Postgresql> Connect(Sql::ChangeListener changed, bool is_reader,
+    std::unique_ptr<Postgresql> Connect(int database, Sql::ChangeListener changed, bool is_reader,
                                         SqlFailure* failure) const;
     bool Enter(Postgresql& sql, const std::string& library, bool may_make) const;
     bool EnterAll(Postgresql& sql) const;

@@ -14,11 +14,13 @@ constexpr long kLongestPause = 100'000'000;
 // The lock has two numbers: of the library, and of the database.
 constexpr const char kTake[] =
     "SELECT pg_try_advisory_lock(hashtext('koliindexd ' || current_schema()), ?1::integer)";
-constexpr const char kHolders[] =
-    " FROM pg_locks WHERE locktype = 'advisory' AND granted"
+constexpr const char kHolder[] =
+    " FROM pg_locks JOIN pg_stat_activity USING (pid) WHERE locktype = 'advisory' AND granted"
     " AND database = (SELECT oid FROM pg_database WHERE datname = current_database())"
     " AND classid::bigint = hashtext('koliindexd ' || current_schema())::bigint & 4294967295"
     " AND objid::bigint = ?1::bigint AND objsubid = 2 AND pid <> pg_backend_pid()";
+constexpr const char kIsOwn[] =
+    " AND usename = current_user AND application_name = current_setting('application_name')";
 
 }  // namespace
 
@@ -29,18 +31,20 @@ bool FenceTake(Postgresql& sql, int database) {
         const std::string taken = sql.Answer(kTake, {number});
         if (taken == "t") return true;
         if (taken.empty()) return false;
-        sql.Answer(std::string("SELECT pg_terminate_backend(pid)") + kHolders, {number});
+        sql.Answer(std::string("SELECT pg_terminate_backend(pid)") + kHolder + kIsOwn, {number});
         if (!sql.failure().reason.empty()) return false;
         nanosleep(&pause, nullptr);
         pause.tv_nsec = std::min(2 * pause.tv_nsec, kLongestPause);
     }
-    return sql.FailAs(
-        {.reason = "another session writes to this library", .is_of_file = true, .passes = true});
+    const std::string holder = sql.Answer(std::string("SELECT application_name") + kHolder, {number});
+    return sql.FailAs({.reason = "another writes to this library: " + (holder.empty() ? "?" : holder),
+                       .is_of_file = true,
+                       .passes = true});
 }
 
 bool FenceIsHeld(Postgresql& sql, int database) {
     const std::string holders =
-        sql.Answer(std::string("SELECT count(*)") + kHolders, {std::to_string(database)});
+        sql.Answer(std::string("SELECT count(*)") + kHolder, {std::to_string(database)});
     return !holders.empty() && holders != "0";
 }
 

@@ -10,11 +10,13 @@
 #include <utility>
 
 #include "platform/host/postgresql/failure.h"
+#include "platform/host/postgresql/servers.h"
 
 namespace koli::host {
 namespace {
 
 constexpr int64_t kConnectMs = 8'000;
+constexpr int64_t kLeastMs = 2'000;     // for each of many servers
 constexpr int64_t kSilenceMs = 10'000;  // without a byte from a server that has something to answer
 constexpr int64_t kWorkMs = 600'000;    // of one answer
 constexpr const char kSilent[] = "the server does not answer";
@@ -61,10 +63,10 @@ Link::Link(Connection connection, Settings settings)
     PQsetNoticeReceiver(connection_.get(), &Link::OnNotice, this);
 }
 
-/// The socket can be another one after each step: the next host's.
-std::unique_ptr<Link> Link::Connect(const Settings& settings, SqlFailure* failure) {
+/// The socket can be another one after each step: without encryption, or with it.
+Link::Connection Link::ConnectTo(const Settings& server, int64_t deadline, std::string* reason) {
     std::vector<const char*> names, values;
-    for (const auto& [name, value] : settings) {
+    for (const auto& [name, value] : server) {
         names.push_back(name.c_str());
         values.push_back(value.c_str());
     }
@@ -72,7 +74,6 @@ std::unique_ptr<Link> Link::Connect(const Settings& settings, SqlFailure* failur
     values.push_back(nullptr);
     Connection connection(PQconnectStartParams(names.data(), values.data(), 0), &PQfinish);
     if (connection == nullptr) throw std::bad_alloc();
-    const int64_t deadline = NowMs() + kConnectMs;
     bool is_in_time = true;
     PostgresPollingStatusType step = PGRES_POLLING_WRITING;
     while (PQstatus(connection.get()) != CONNECTION_BAD && step != PGRES_POLLING_OK && is_in_time) {
@@ -82,8 +83,25 @@ std::unique_ptr<Link> Link::Connect(const Settings& settings, SqlFailure* failur
     }
     if (PQstatus(connection.get()) == CONNECTION_OK && PQsetnonblocking(connection.get(), 1) == 0 &&
         PQenterPipelineMode(connection.get()) == 1)
-        return std::unique_ptr<Link>(new Link(std::move(connection), settings));
-    *failure = LostFailure(is_in_time ? OneLine(PQerrorMessage(connection.get())) : kSilent);
+        return connection;
+    reason->append(reason->empty() ? "" : "; ")
+        .append(is_in_time ? OneLine(PQerrorMessage(connection.get())) : kSilent);
+    return {nullptr, &PQfinish};
+}
+
+/// The servers share the time: one that does not answer leaves some for the next.
+std::unique_ptr<Link> Link::Connect(const Settings& settings, SqlFailure* failure) {
+    const int64_t begin = NowMs();
+    std::string reason;
+    std::vector<Settings> servers = ServersOf(settings, kConnectMs, &reason);
+    const int64_t left = kConnectMs - (NowMs() - begin);
+    for (size_t i = 0; i < servers.size(); ++i) {
+        const int64_t share = std::max(left / static_cast<int64_t>(servers.size()), kLeastMs);
+        Connection connection = ConnectTo(servers[i], NowMs() + share, &reason);
+        if (connection != nullptr)
+            return std::unique_ptr<Link>(new Link(std::move(connection), std::move(servers[i])));
+    }
+    *failure = LostFailure(reason);
     return nullptr;
 }
 

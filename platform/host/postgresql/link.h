@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/host/postgresql/servers.h"
 #include "platform/host/sql/sql.h"
 
 namespace koli::host {
@@ -25,9 +26,8 @@ struct Parameter {
 /// does a server that keeps silent, unless it says to somebody else that it is still at work.
 class Link {
   public:
-    /// The settings in pairs, as libpq names them.  Null with the reason when no server answers within eight
-    /// seconds.
-    using Settings = std::vector<std::pair<std::string, std::string>>;
+    /// To the first of the servers that can be used; null with the reason when none answers within eight
+    /// seconds, or two for each.
     static std::unique_ptr<Link> Connect(const Settings& settings, SqlFailure* failure);
 
     bool is_lost() const { return !lost_.empty(); }
@@ -52,6 +52,7 @@ class Link {
   private:
     using Connection = std::unique_ptr<PGconn, decltype(&PQfinish)>;
     Link(Connection connection, Settings settings);
+    static Connection ConnectTo(const Settings& server, int64_t deadline, std::string* reason);
     bool IsAtWork();
     static void OnNotice(void* self, const PGresult* notice);
     void Sent(int is_sent);

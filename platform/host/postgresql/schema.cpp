@@ -176,7 +176,8 @@ const Steps& StepsOf(int database) {
 }
 
 constexpr const char kVersions[] =
-    "CREATE TABLE IF NOT EXISTS koli_schema (name text NOT NULL PRIMARY KEY, version integer NOT NULL)";
+    "CREATE TABLE IF NOT EXISTS koli_schema (name text NOT NULL PRIMARY KEY, version integer NOT NULL,"
+    " changed timestamptz NOT NULL DEFAULT now())";
 constexpr const char kSetVersion[] =
     "INSERT INTO koli_schema VALUES (?1, ?2) ON CONFLICT (name) DO UPDATE SET version = excluded.version";
 

@@ -1,6 +1,7 @@
 // What makes the tables of tables.h in the schema of a library.
 //
-// - Both databases' tables stand in one schema; `koli_schema` holds the version of each.
+// - Both databases' tables stand in one schema; `koli_schema` holds the version of each, and when
+//   a batch has changed it last.
 // - Key columns compare byte by byte, so that what lies below one folder stands in one place of its index,
 //   whatever the database's collation is.
 // - Paths that are no UTF-8 have an index of their own, mostly empty, and koli_bytes gives the bytes that a

@@ -5,6 +5,7 @@
 
 #include "platform/host/postgresql/libraries.h"
 #include "platform/host/postgresql/link.h"
+#include "platform/kolidb.h"
 
 namespace koli::host {
 namespace {
@@ -89,7 +90,7 @@ bool ServerSetup::Connect() {
     has_database_ = link != nullptr;
     if (!has_database_) link = Link::Connect(conninfo_.Changed("dbname", kMaintenance).ForWriter(), &ignored);
     if (link == nullptr) return Refuse(failure.reason);
-    sql_ = std::make_unique<Postgresql>(std::move(link), nullptr, false);
+    sql_ = std::make_unique<Postgresql>(std::move(link), KOLI_MEDIA_DB, nullptr, false);
     const std::string known =
         sql_->Answer("SELECT count(*) FROM pg_database WHERE datname = ?1", {conninfo_.ValueOf("dbname")});
     return has_database_ || known == "0" || Refuse(failure.reason);

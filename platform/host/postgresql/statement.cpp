@@ -1,5 +1,6 @@
 #include "platform/host/postgresql/statement.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,15 @@ namespace {
 
 // Types by their numbers, which never change.
 constexpr Oid kInt8 = 20, kInt2 = 21, kInt4 = 23, kFloat4 = 700, kFloat8 = 701;
+
+/// With fifteen digits and a point, as every engine writes it.
+std::string RealText(double value) {
+    char text[32];
+    snprintf(text, sizeof text, "%.15g", value);
+    std::string real = text;
+    if (real.find('.') == std::string::npos) real.insert(std::min(real.find('e'), real.size()), ".0");
+    return real;
+}
 
 }  // namespace
 
@@ -85,7 +95,9 @@ std::string_view PostgresqlStatement::Field(int column) const {
     const char* const text = PQgetvalue(answer_.get(), row_, column);
     const auto length = static_cast<size_t>(PQgetlength(answer_.get(), row_, column));
     scratch_.resize(static_cast<size_t>(columns()));
-    return OwnBytes({text, length}, &scratch_[static_cast<size_t>(column)]);
+    std::string& own = scratch_[static_cast<size_t>(column)];
+    if (KindOf(column) == Kind::kReal && length > 0) return own = RealText(RealNumber(column));
+    return OwnBytes({text, length}, &own);
 }
 
 int64_t PostgresqlStatement::Number(int column) const {

@@ -89,6 +89,8 @@ class DatabaseEngine {
 
     virtual const std::string& place() const = 0;         ///< of both databases, for people
     virtual std::string PlaceOf(int database) const = 0;  ///< of the one
+    /// Whether they are files in place(): else a server has them, and who may do what is its own to say.
+    virtual bool IsInFiles() const = 0;
 
     /// For whoever is about to open or to write it: false, with the reason, while a repair is at work, which
     /// passes.  A repair that was left half-way is carried out first.  Cheap.

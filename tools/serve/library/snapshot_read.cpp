@@ -109,8 +109,10 @@ void Reader::Kind(FileKind kind, const char* captions) {
     TableCursor other(store_, captions != nullptr ? captions : "",
                       kind == FileKind::kPicture ? kPictureColumns : kCaptionColumns);
     while (is_going_on_ && (tags.HasRow() || (kind == FileKind::kPicture && other.HasRow()))) {
-        const bool has_tags = tags.HasRow() && (!other.HasRow() || tags.Key() <= other.Key());
-        const bool has_other = other.HasRow() && (!tags.HasRow() || other.Key() <= tags.Key());
+        const bool are_both = tags.HasRow() && other.HasRow();
+        const int order = are_both ? store_.Compare(tags.Key(), other.Key()) : 0;
+        const bool has_tags = tags.HasRow() && order <= 0;
+        const bool has_other = other.HasRow() && order >= 0;
         // A film's caption outlives the film.
         if (has_tags || kind == FileKind::kPicture)
             Add(kind, std::string(has_tags ? tags.Key() : other.Key()), has_tags ? &tags : nullptr,

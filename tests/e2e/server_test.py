@@ -1,0 +1,151 @@
+#!/usr/bin/python3
+"""A server that is away, full, of another program, or not to be trusted; what people are told of it."""
+import json
+import os
+import pathlib
+import random
+import signal
+import subprocess
+
+import harness
+from harness import appliance, control_server
+from wire import Wire
+
+M, P = "/volume1/music", "/volume1/photo"
+CONFIG = pathlib.Path("/etc/koliinfo.conf")
+SMALL = "/run/small"
+
+
+class Server(harness.DaemonTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.wire = Wire("/run/between", appliance.SERVER)
+
+    def setUp(self):
+        super().setUp()
+        self.addCleanup(CONFIG.write_text, CONFIG.read_text())
+
+    def ctl(self, code, *arguments):
+        """What it prints and complains; it must end with this code."""
+        done = subprocess.run(self.command(*arguments), capture_output=True, text=True, errors="surrogateescape",
+                              timeout=harness.PATIENCE, check=False)
+        self.assertEqual(done.returncode, code, (arguments, done))
+        return done.stdout + done.stderr
+
+    def work_off(self):
+        appliance.wait_for_batch(harness.PATIENCE, appliance.try_again)
+
+    def test_a_server_that_stops_is_waited_for(self):
+        self.put(f"{M}/one.mp3")
+        self.index(f"A:{M}")
+        self.put(f"{M}/two.mp3")
+        self.start()
+        (master,) = pathlib.Path(f"{appliance.SERVER}/data/postmaster.pid").read_text().split()[:1]
+        os.kill(int(master), signal.SIGINT)
+        harness.wait_for("its end", lambda: not os.path.exists(f"/proc/{master}"))
+        appliance.enqueue([f"A:{M}", f"D:{M}/one.mp3"])
+        harness.hurry()
+        harness.wait_for("the refusal", lambda: os.path.exists("/run/koliindexd.state"))
+        status = self.ctl(5, "status")
+        self.assertRegex(status, "media.db cannot be read: .*No such file")
+        self.assertRegex(status, "kept_reason .*No such file")
+        self.assertRegex(self.ctl(5, "list"), "^koliindexctl: cannot read media.db of postgresql:.*: .*No such file")
+        control_server("restart", appliance.SERVER)
+        self.work_off()
+        self.assertEqual(self.paths("music"), [f"{M}/one.mp3", f"{M}/two.mp3"])
+
+    def test_a_full_server_takes_the_batch_when_it_has_room(self):
+        os.mkdir(SMALL)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=96m", "none", SMALL], check=True)
+        whole, appliance.SERVER = appliance.SERVER, f"{SMALL}/server"
+        try:
+            os.chmod(SMALL, 0o755)
+            control_server("start", appliance.SERVER)
+            CONFIG.write_text(appliance.server_settings(appliance.SERVER))
+            self.index(f"A:{M}")
+            appliance.ask_server("CHECKPOINT")
+            songs = [self.put(f"{M}/{number}/{'long' * 50}.mp3") for number in range(60)]
+            with open(f"{SMALL}/filler", "wb", 0) as filler, harness.contextlib.suppress(OSError):
+                while True:
+                    filler.write(bytes(1 << 12))
+            appliance.enqueue([f"A:{M}"])
+            self.start()
+            harness.wait_for("the refusal", lambda: os.path.exists("/run/koliindexd.state"))
+            os.unlink(f"{SMALL}/filler")
+            control_server("restart", appliance.SERVER)
+            self.work_off()
+            self.assertEqual(self.paths("music"), sorted(songs))
+            appliance.stop()
+        finally:
+            control_server("stop", appliance.SERVER)
+            appliance.SERVER = whole
+            subprocess.run(["umount", SMALL], check=True)
+
+    def test_tables_that_are_not_as_they_should_be(self):
+        picture = self.put(f"{P}/a.jpg", title="A")
+        self.put(f"{M}/a.mp3")
+        self.index(f"A:{M}", f"A:{P}")
+        self.assertEqual(self.ctl(0, "repair"), "media.db is sound\nphoto.db is sound\n")
+        tools = "its server's own tools mend it"
+        for statement, state, told in (
+                ("UPDATE koli_schema SET version = 99 WHERE name = 'media.db'", "unknown schema", "of a later version"),
+                ("ALTER TABLE music RENAME TO songs", "damaged", f"there is no table music; {tools}")):
+            appliance.ask_server(statement)
+            self.assertRegex(self.ctl(5, "status"), f"media.db +{state}[^$]*{told}")
+            self.assertRegex(self.ctl(5, "repair"), told)
+            os.utime(self.put(f"{M}/b.mp3"), (1, 1))
+            appliance.hand_over = harness.hand_over(picture, "TITLE", state)
+            self.index(f"A:{M}", f"A:{P}")  # the one that is sound is told, and the batch goes
+            self.assertEqual(self.row("photo_info", picture)["title"], state)
+            self.assertFalse(appliance.is_waiting())
+            appliance.ask_server("UPDATE koli_schema SET version = 1")
+        appliance.ask_server("ALTER TABLE songs RENAME TO music")
+        self.index(f"A:{M}")
+        self.assertEqual(self.ctl(0, "sync", "--dry-run", "--json"), self.ctl(0, "sync", "--dry-run", "--json"))
+        self.assertEqual(len(self.paths("music")), 2)
+
+    def test_a_name_that_nobody_knows_keeps_no_other_server_from_being_found(self):
+        self.put(f"{M}/one.mp3")
+        CONFIG.write_text(appliance.server_settings(f"no.such.server.invalid,{appliance.SERVER}"))
+        self.index(f"A:{M}")
+        self.assertIn(f"{M}/one.mp3", self.ctl(0, "list"))
+        CONFIG.write_text(appliance.server_settings("no.such.server.invalid"))
+        self.assertRegex(self.ctl(5, "list"), "cannot read media.db of .*no.such.server.invalid: ")
+
+    def test_what_a_hostile_server_says_harms_nobody(self):
+        for name in (b"a", b"b\xff", b"c\n"):
+            self.put(b"%s/%s.mp3" % (M.encode(), name))
+            self.put(b"%s/%s.jpg" % (P.encode(), name), title="A caption")
+        self.index(f"A:{M}", f"A:{P}")
+        CONFIG.write_text(appliance.server_settings(self.wire.folder))
+        chance = random.Random(14)
+
+        def spoil(message):
+            message = bytearray(message)
+            if chance.random() < 0.1:
+                at = chance.randrange(len(message))
+                message[at:at + chance.randrange(6)] = chance.randbytes(chance.randrange(6))
+            return message
+
+        self.wire.spoil = spoil
+        for _ in range(20):
+            for arguments in ("list", "status"), ("stats", "problems"), ("sync", "--dry-run"), ("search", "a"):
+                done = subprocess.run(self.command(*arguments[:1]), capture_output=True, timeout=60, check=False,
+                                      env=appliance.environment())
+                self.assertIn(done.returncode, range(6), done)
+        self.start()
+        for _ in range(20):
+            appliance.enqueue([f"A:{M}", f"N:{P}/x:{P}/y", f"A:{P}"])
+            harness.hurry()
+        self.assertTrue(appliance.daemon_pid())
+        self.wire.spoil = None
+        self.work_off()
+        appliance.stop()
+        appliance.server_restore(b"")
+        self.index(f"A:{M}", f"A:{P}")
+        self.assertEqual(len(self.paths("music")), 3)
+        self.assertEqual(json.loads(self.ctl(0, "list", "--json", "--count"))["music"], 3)
+
+
+if __name__ == "__main__":
+    harness.main()
