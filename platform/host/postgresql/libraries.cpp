@@ -9,7 +9,6 @@ namespace koli::host {
 namespace {
 
 constexpr size_t kNameMax = 63;  // bytes; the server cuts longer ones, and two could become one
-constexpr const char kViews[] = "libraries";
 
 constexpr const char kNames[] =
     "SELECT n.nspname FROM pg_namespace n JOIN pg_class c ON c.relnamespace = n.oid"
@@ -46,9 +45,9 @@ FROM texts ORDER BY relname)";
 bool MakeViews(Postgresql& sql, const std::vector<LibraryUnion>& due) {
     // Daemons that start together would be in each other's way.
     sql.Answer("SELECT pg_advisory_xact_lock(hashtext('koliindexd libraries'))");
-    bool is_made = sql.Execute(std::string("CREATE SCHEMA IF NOT EXISTS ") + kViews) >= 0;
+    bool is_made = true;
     for (const LibraryUnion& each : due) {
-        const std::string view = std::string(kViews) + "." + each.table;
+        const std::string view = std::string(kViewSchema) + "." + each.table;
         is_made = is_made && sql.Execute("CREATE OR REPLACE VIEW " + view + " AS " + each.text) >= 0 &&
                   sql.Execute("COMMENT ON VIEW " + view + " IS '" + each.sum + "'") >= 0;
     }
@@ -62,7 +61,7 @@ std::string LibraryNameRefusal(const std::string& name) {
     if (name.empty()) return "a library needs a name";
     if (ServerText(name, &scratch).size() > kNameMax)
         return "the name of a library has " + std::to_string(kNameMax) + " bytes at most";
-    const bool is_reserved = name.starts_with("pg_") || name == kEveryLibrary || name == kViews ||
+    const bool is_reserved = name.starts_with("pg_") || name == kEveryLibrary || name == kViewSchema ||
                              name == "public" || name == "information_schema";
     return is_reserved ? "no library can be called " + name : "";
 }
@@ -97,7 +96,12 @@ std::vector<LibraryUnion> ViewsDue(Postgresql& sql) {
     return unions;
 }
 
+bool HasViewSchema(Postgresql& sql) {
+    return sql.Answer("SELECT to_regnamespace(?1) IS NOT NULL", {kViewSchema}) == "t";
+}
+
 bool ViewsRefresh(Postgresql& sql) {
+    if (!HasViewSchema(sql)) return sql.failure().reason.empty();
     const std::vector<LibraryUnion> due = ViewsDue(sql);
     if (due.empty()) return true;
     if (!sql.Begin()) return false;

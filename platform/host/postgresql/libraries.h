@@ -1,8 +1,8 @@
 // The libraries that one database on a server keeps, each in a schema of its own, and all of them together.
 //
-// Other programs find a view for each table in the schema `libraries`, with the column `library` in front.
-// Such a view names the schemas that it reads: one that is dropped takes the views along, never the other
-// way round, and whoever opens a library to write next makes them again.
+// Other programs find a view for each table in the schema `libraries`, with the column `library` in front,
+// once that schema has been made.  Such a view names the schemas that it reads: one that is dropped takes the
+// views along, never the other way round, and whoever opens a library to write next makes them again.
 #pragma once
 
 #include <string>
@@ -34,11 +34,15 @@ struct LibraryUnion {
 };
 std::vector<LibraryUnion> LibraryUnions(Postgresql& sql);
 
+/// The schema of the views, and whether it is there.
+inline constexpr const char kViewSchema[] = "libraries";
+bool HasViewSchema(Postgresql& sql);
+
 /// Tables whose view is not there, or does not show the libraries that there are.
 std::vector<LibraryUnion> ViewsDue(Postgresql& sql);
 
-/// Makes the views that are due, in one transaction.  False when that fails: who may not make them can do
-/// without.
+/// Makes the views that are due in their schema, if there is that, in one transaction.  False when that
+/// fails: who may not make them can do without.
 bool ViewsRefresh(Postgresql& sql);
 
 }  // namespace koli::host

@@ -130,7 +130,7 @@ bool ServerSetup::LookAtSchema() {
         return Refuse("there is a schema " + library_ + " of something else");
     return schema->Field(kIsWriters) == "t" ||
            Refuse("the schema " + library_ + " is " + std::string(schema->Field(kOwner)) +
-                  "'s; it has to be " + kWriter + "'s (ALTER SCHEMA ... OWNER TO)");
+                  "'s; it has to be " + kWriter + "'s, with all that is in it");
 }
 
 /// In the order in which they can be made; the schema is between the rights and the views.
@@ -170,7 +170,7 @@ bool ServerSetup::AreViewsDue() {
     const std::string may_act = Asks("pg_has_role(current_user, oid, 'MEMBER')", kWriter);
     if (!has_database_ || sql_->Answer(may_act) != "t") return true;
     if (sql_->Execute(std::string("SET ROLE ") + kWriter) < 0) return true;
-    const bool are_due = !ViewsDue(*sql_).empty();
+    const bool are_due = !HasViewSchema(*sql_) || !ViewsDue(*sql_).empty();
     sql_->Execute("RESET ROLE");
     return are_due;
 }
@@ -211,6 +211,7 @@ bool ServerSetup::MakeInside() {
         !Execute("CREATE SCHEMA " + QuotedName(library_) + " AUTHORIZATION " + kWriter))
         return false;
     return Execute("COMMIT") && Execute(std::string("SET ROLE ") + kWriter) &&
+           Execute(std::string("CREATE SCHEMA IF NOT EXISTS ") + kViewSchema) &&
            (ViewsRefresh(*sql_) || Refuse(sql_->failure().reason));
 }
 
