@@ -49,9 +49,8 @@ void AddMachine(CLI::App& app, Arguments& a) {
     SetWork(watch, a, [&a] { return watch::Watch(a.context, a.paths); });
 
     AddSetup(app, a);
-    CLI::App* copy =
-        AddCommand(app, "copy-database", "Take a library from files to a server, or back",
-                   "copy-database sqlite:/var/lib/koli postgresql:'host=db dbname=koli user=koli_writer'", a);
+    CLI::App* copy = AddCommand(app, "copy-database", "Take a library from files to a server, or back",
+                                "copy-database sqlite:/var/lib/koli postgresql:service=koli", a);
     copy->add_option("FROM", a.copy.from, "sqlite: and a folder, or postgresql: and a conninfo")->required();
     copy->add_option("TO", a.copy.to, "The same, with no library in it yet")->required();
     copy->add_option("--library", a.copy.library, "What it is called on the server; else as the settings say")
