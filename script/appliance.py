@@ -100,9 +100,10 @@ def wait_for_batch(seconds, tick=lambda: None):
 
 def try_again():
     """So many signals that the daemon tries a batch that it keeps without waiting longer."""
-    for _ in range(200):
-        with contextlib.suppress(ProcessLookupError):
-            os.kill(daemon_pid(), signal.SIGUSR1)
+    pid = daemon_pid()
+    with contextlib.suppress(ProcessLookupError):
+        for _ in range(200 if pid else 0):
+            os.kill(pid, signal.SIGUSR1)
 
 
 def settle_log():

@@ -21,6 +21,10 @@ TEST_F(Server, WhatIsRefusedForGoodConcernsItsRowAlone) {
         noise += static_cast<char>('0' + (seed >> 16) % 75);
     for (const std::string& path : {"/m/a"s, noise, "/m/b"s, noise + "c", "/m/d"s})
         EXPECT_EQ(Save(path), 0);
+    PhotoRecord photo{};
+    memcpy(photo.path, noise.data(), noise.size());
+    strcpy(photo.description, "of a caption, which is to stay");
+    EXPECT_EQ(PhotoInfoDBSave(&photo, 1), -1);
     KOLIIndexVideoTableDirtySet(0);
     EXPECT_EQ(BlKOLIIndexIsMusicTableDirty(), 1);
     EXPECT_EQ(Save("/m/e"), 0);
@@ -29,8 +33,8 @@ TEST_F(Server, WhatIsRefusedForGoodConcernsItsRowAlone) {
     EXPECT_EQ(KOLIDBSync(), 0);
     EXPECT_EQ(Songs(), (Texts{"/m/a", "/m/b", "/m/e"}));
     // Two statements that fail alike are told once; each row is told.
-    ASSERT_EQ(fake.log.size(), 3U);
-    EXPECT_NE(fake.log[1].find("\": " + noise), std::string::npos) << fake.log[1];
+    ASSERT_EQ(fake.log.size(), 4U);
+    EXPECT_NE(fake.log[2].find("\": " + noise), std::string::npos) << fake.log[2];
 }
 
 TEST_F(Server, AConnectionThatIsLostRefusesUntilTheNextBatch) {

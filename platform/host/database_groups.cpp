@@ -209,6 +209,10 @@ int Database::RunAdd(SqlStatement& statement) {
     return CountWrite(sql_->RunLater(statement));
 }
 
+int Database::RunAddNow(SqlStatement& statement) {
+    return CountWrite(sql_->Run(statement));
+}
+
 int Database::Remove(const std::string& table, std::string_view path) {
     return Change("DELETE FROM " + table + " WHERE path = ?1", path);
 }

@@ -38,8 +38,10 @@ class Database {
     /// refreshed, which may be committed inside a unit.
     int Run(SqlStatement& statement);
     int RunAdd(SqlStatement& statement);
+    /// RunAdd returns 0 for a row that is put off, which may fail later; this one has its answer.
+    int RunAddNow(SqlStatement& statement);
 
-    /// The same for the kept statement that saves a row; RunAdd returns 0 for a row that is put off.
+    /// The same for the kept statement that saves a row.
     SqlStatement* PrepareSave(const SaveForm& form);
     template <typename... Values>
     int Add(const SaveForm& form, const Values&... values) {

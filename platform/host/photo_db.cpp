@@ -92,7 +92,11 @@ int PhotoInfoDBSave(const PhotoRecord* record, int mode) {
         SqlStatement* statement = PhotoDatabase().PrepareSave(PhotoForm());
         if (statement == nullptr) return -1;
         FillPhoto(*statement, *record);
-        return PhotoDatabase().RunAdd(*statement) < 0 ? -1 : 0;
+        // What may come from a caption: its file goes when the row is there.
+        const bool has_texts = HasOwnTitle(*record) || record->description[0] != '\0';
+        const int saved =
+            has_texts ? PhotoDatabase().RunAddNow(*statement) : PhotoDatabase().RunAdd(*statement);
+        return saved < 0 ? -1 : 0;
     });
 }
 

@@ -52,6 +52,7 @@ class Wire:
         except OSError:
             pass
         self.close(source, target)
+        source.close()
 
     def pass_on(self, message, is_answer, source, target, later):
         with self.lock:

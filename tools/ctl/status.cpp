@@ -46,7 +46,8 @@ bool AddDatabase(const host::DatabaseEngine& engine, int database, bool complain
     const bool is_missing = fault.state == host::DatabaseState::kMissing;
     record->emplace_back(name, host::DatabaseStateName(fault.state));
     if (!fault.reason.empty()) record->emplace_back(name + "_fault", fault.reason);
-    record->emplace_back(name + "_changed", view.changed > 0 ? TimeText(view.changed) : "not created yet");
+    const std::string unchanged = is_missing ? "not created yet" : "";
+    record->emplace_back(name + "_changed", view.changed > 0 ? TimeText(view.changed) : unchanged);
     if (database == KOLI_PHOTO_DB) {
         AddRows(host::kPhotoTables, view.counts, is_missing, record);
     } else {

@@ -65,8 +65,9 @@ DatabaseView PostgresqlEngine::Look(int database, DatabaseCheck check) const {
     SqlFailure failure;
     const std::unique_ptr<Postgresql> sql = Connect(database, nullptr, true, &failure);
     view.fault = sql != nullptr ? LookAtSchema(*sql, database) : FaultOf(failure);
+    if (sql != nullptr && sql->failure().reason.empty() && view.fault.state != DatabaseState::kMissing)
+        view.changed = strtoll(sql->Answer(kChanged, {DatabaseName(database)}).c_str(), nullptr, 10);
     if (view.fault.state != DatabaseState::kSound) return view;
-    view.changed = strtoll(sql->Answer(kChanged, {DatabaseName(database)}).c_str(), nullptr, 10);
     if (database == KOLI_MEDIA_DB)
         LookAtTables(*sql, kTablesOfMedia, check, &view);
     else

@@ -79,12 +79,12 @@ void AddDefaults(Settings* settings) {
 /// Looks names up side by side: one that takes long keeps no other from being found.
 class Lookups {
   public:
-    explicit Lookups(const std::vector<std::string>& hosts) : requests_(hosts.size()) {
+    explicit Lookups(std::vector<std::string> hosts) : hosts_(std::move(hosts)), requests_(hosts_.size()) {
         hints_.ai_socktype = SOCK_STREAM;
-        for (size_t i = 0; i < hosts.size(); ++i) {
-            requests_[i].ar_name = hosts[i].c_str();
+        for (size_t i = 0; i < hosts_.size(); ++i) {
+            requests_[i].ar_name = hosts_[i].c_str();
             requests_[i].ar_request = &hints_;
-            if (IsName(hosts[i])) begun_.push_back(&requests_[i]);
+            if (IsName(hosts_[i])) begun_.push_back(&requests_[i]);
         }
         if (!begun_.empty()) getaddrinfo_a(GAI_NOWAIT, begun_.data(), Count(), nullptr);
     }
@@ -121,6 +121,7 @@ class Lookups {
   private:
     int Count() const { return static_cast<int>(begun_.size()); }
 
+    const std::vector<std::string> hosts_;
     addrinfo hints_{};
     std::vector<gaicb> requests_;
     std::vector<gaicb*> begun_;
