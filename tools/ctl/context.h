@@ -25,12 +25,12 @@ struct Places {
     std::string batch = paths::kBatch;
     std::string pid_file = paths::kPidFile;
     std::string databases = {};  // directory; '' = as the machine's settings say
-    std::string library = {};    // on a server, "*" = all; '' = as the settings say
     std::string state_file = paths::kState;
     std::string service = paths::kQueueService;
     std::string reading_file = paths::kReading;
     std::string progress = paths::kProgress;
     std::string watchers = paths::kWatchers;
+    std::string library = {};  // on a server, "*" = all; '' = as the settings say
 };
 
 struct Context {
