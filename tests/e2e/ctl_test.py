@@ -196,6 +196,7 @@ class Control(harness.DaemonTest):
     def test_status_tells_of_the_work(self):
         broken = self.put(f"{MUSIC}/Album/c.wma", "music/Broken/page.wma")
         self.put(SONG)
+        self.index(f"A:{MUSIC}")
         self.start()
         follow = subprocess.Popen(self.command("status", "--follow", "--json"), stdout=subprocess.PIPE, text=True)
         self.addCleanup(follow.communicate)
@@ -207,12 +208,14 @@ class Control(harness.DaemonTest):
         self.assertEqual(waiting.returncode, -signal.SIGINT)
         while json.loads(follow.stdout.readline())["requests_waiting"] != 2:  # it looks once in a second
             pass
+        at_work = ("batch", "running") if appliance.ON_SERVER else ("current_path", broken)
         with contextlib.closing(self.lock_media_store()):  # the daemon waits for it
             harness.hurry()
-            harness.wait_for("its work", lambda: self.ctl(0, "status", "--json").get("current_path") == broken)
+            harness.wait_for("its work", lambda: at_work in self.ctl(0, "status", "--json").items())
             status = self.ctl(0, "status", "--json")
-            self.assertEqual([status[name] for name in ("batch", "requests_in_batch", "requests_done", "files_done")],
-                             ["running", 2, 0, 1])
+            self.assertEqual((status["batch"], status["requests_in_batch"]), ("running", 2))
+            if not appliance.ON_SERVER:  # the rows of which are sent together
+                self.assertEqual((status["requests_done"], status["files_done"]), (0, 1))
         appliance.wait_for_batch(harness.PATIENCE)
         self.assertEqual(self.ctl(0, "status", "--json")["last_problem"], broken)
         follow.send_signal(signal.SIGINT)

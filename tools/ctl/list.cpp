@@ -64,8 +64,9 @@ host::RowSelection SelectionOf(const ListOptions& options, const Conditions& con
 /// The rows of a kind: the path first, then what is shown, then what the conditions look at.
 void PrintKind(const std::string& kind, host::SqlStatement& rows, const Texts& shown, Conditions& conditions,
                KindRows* out) {
-    const int judged = rows.columns() - static_cast<int>(conditions.Columns().size());
+    const auto judged_columns = static_cast<int>(conditions.Columns().size());
     while (out->HasRoom() && rows.Next()) {
+        const int judged = rows.columns() - judged_columns;
         if (!conditions.Hold(rows, judged)) continue;
         std::vector<Field> fields;
         int column = 1;

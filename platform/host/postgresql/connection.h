@@ -23,7 +23,7 @@ class Postgresql final : public Sql {
     SqlStatement* PathsInside(const char* table, const std::string& folder) override;
     const char* PathOrder(const char* table) override;
     std::string SortTerm(const std::string& column, TextKey) override {
-        return column + R"( COLLATE "und-x-icu")";
+        return "lower(normalize(" + column + R"(, NFKC) COLLATE "und-x-icu"))";
     }
     int Run(SqlStatement& statement) override;
     int RunLater(SqlStatement& statement) override;
