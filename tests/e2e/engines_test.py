@@ -19,7 +19,7 @@ class Engines(harness.DaemonTest):
     def answers(self):
         """What koliindexctl finds, but for what is about the engine itself."""
         found = {}
-        for command in ("list", "problems", "sync --dry-run", "show /volume1/music", "status",
+        for command in ("list", "problems", "stats", "search a", "sync --dry-run", "show /volume1/music", "status",
                         "list --where title~A --limit 7", "list --below /volume1/photo --where width=64"):
             words = command.split()
             asked = subprocess.run(self.command(words[0], "--json", *words[1:]), capture_output=True, check=False)
