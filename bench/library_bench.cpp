@@ -1,13 +1,18 @@
 // What the library's pages cost over databases without files:
 //
-//   library_bench make DIR [SONGS PICTURES]      fills the databases in DIR (100,000 of each)
-//   library_bench measure DIR                    memory, and the time of each question
-//   library_bench touch DIR                      changes a song
+//   library_bench make DIR [SONGS PICTURES [SHAPE]]  fills the databases in DIR (100,000 of each)
+//   library_bench measure DIR                        memory, and the time of each question
+//   library_bench touch DIR                          changes a song and a picture
+//
+// SHAPE "spread", as most have them: albums of 12 songs, folders of 150 pictures, names from all over the
+// world; "heap": all songs of one artist, year and genre on one album, all pictures of one month in one
+// folder, a comment of its own for each song, a caption for each picture, and every tenth song is broken.
 #include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -36,7 +41,15 @@ const std::vector<std::string> kWords = {
     "Blue",    "Alone",  "Café",       "Winter",   "Together",
     "花火",    "Señor",  "Golden",     "Machine",  "Remastered",
     "Home",    "Fire",   "바람",       "Electric", "A Long Road Through the Valley of Forgotten Lanterns"};
-constexpr int kSongsOfAlbum = 12, kAlbumsOfArtist = 3, kPicturesOfFolder = 150;
+
+/// How songs and pictures lie.
+struct Shape {
+    int songs_of_album = 12, albums_of_artist = 3, pictures_of_folder = 150;
+    bool is_heap = false;
+};
+constexpr Shape kHeap{
+    .songs_of_album = INT_MAX, .albums_of_artist = 1, .pictures_of_folder = INT_MAX, .is_heap = true};
+constexpr int kBroken = 10;  // each such song of a heap
 
 std::string Word(int seed) {
     return kWords[static_cast<size_t>(seed * 7919 % 104729) % kWords.size()];
@@ -54,12 +67,24 @@ void Put(char (&field)[N], const std::string& text) {
     CopyText(field, N, text.c_str());
 }
 
-void MakeSong(int i) {
-    const int record = i / kSongsOfAlbum, artist = record / kAlbumsOfArtist, track = i % kSongsOfAlbum + 1;
+/// As some programs leave it behind.
+std::string Comment(int seed) {
+    std::string comment;
+    char number[16];
+    for (int i = 1; i <= 10; ++i) {
+        snprintf(number, sizeof number, " %08X", static_cast<unsigned>(seed) * 2654435761U / i);
+        comment += number;
+    }
+    return comment;
+}
+
+void MakeSong(const Shape& shape, int i) {
+    const int record = i / shape.songs_of_album, artist = record / shape.albums_of_artist;
+    const int track = i % shape.songs_of_album + 1;
     const std::string name = Words(artist, 2) + " " + std::to_string(artist);
     const std::string title = Words(i, 2) + " " + std::to_string(i);
     const std::string album = Words(record * 3, 2) + " " + std::to_string(record);
-    char number[8];
+    char number[16];
     snprintf(number, sizeof number, "%02d", track);
     MediaInfo song{};
     Put(song.path, "/volume1/music/" + name + "/" + album + "/" + number + " - " + title + ".mp3");
@@ -67,19 +92,21 @@ void MakeSong(int i) {
     Put(song.artist, name);
     Put(song.album, album);
     Put(song.genre, Word(artist % 20));
+    if (shape.is_heap) Put(song.comment, Comment(i));
     Put(song.ctime, "Sun Nov 15 20:39:22 2026\n");
     song.track = track;
     song.year = 1960 + record % 60;
     song.duration = 180;
     song.has_cover = track == 1 ? 1 : 0;
     MediaInfoDBSave(kStoreMusic, &song);
+    if (shape.is_heap && i % kBroken == 0) KOLIProblemSet(song.path, "no frame of sound in it", 0);
 }
 
-void MakePicture(int i) {
-    const int folder = i / kPicturesOfFolder;
+void MakePicture(const Shape& shape, int i) {
+    const int folder = i / shape.pictures_of_folder, month = shape.is_heap ? 5 : i % 12 + 1;
     char name[64], taken[64];
-    snprintf(name, sizeof name, "IMG_%04d%02d%02d_%06d", 2005 + folder % 20, i % 12 + 1, i % 28 + 1, i);
-    snprintf(taken, sizeof taken, "%04d:%02d:%02d %02d:%02d:00", 2005 + folder % 20, i % 12 + 1, i % 28 + 1,
+    snprintf(name, sizeof name, "IMG_%04d%02d%02d_%06d", 2005 + folder % 20, month, i % 28 + 1, i);
+    snprintf(taken, sizeof taken, "%04d:%02d:%02d %02d:%02d:00", 2005 + folder % 20, month, i % 28 + 1,
              i % 24, i % 60);
     const std::string album = Words(folder, 2) + " " + std::to_string(folder);
     const std::string path = "/volume1/photo/" + album + "/" + name + ".jpg";
@@ -92,11 +119,11 @@ void MakePicture(int i) {
     PhotoRecord record{};
     Put(record.path, path);
     Put(record.name, name);
-    Put(record.title, i % 10 == 0 ? Words(i, 3) : name);
+    Put(record.title, i % 10 == 0 || shape.is_heap ? Words(i, 3) : name);
     Put(record.date_taken, taken);
     Put(record.camera_model, "DSC " + std::to_string(folder % 7));
     PhotoInfoDBSave(&record, 1);
-    if (i % kPicturesOfFolder == 0)
+    if (i % shape.pictures_of_folder == 0)
         PhotoDBExec(("INSERT INTO photo_share (sharename, title, public) VALUES ('" + album + "', '" + album +
                      "', 't')")
                         .c_str());
@@ -135,17 +162,17 @@ void Time(const char* what, const std::function<size_t()>& ask) {
 void TimeAll(const Library& library) {
     const Span span{.from = 0, .count = 100};
     Time("albums by title", [&] { return library.Albums(serve::AlbumOrder::kTitle, span).total; });
-    const auto albums = library.Albums(serve::AlbumOrder::kNewest, {.from = 4000, .count = 1});
-    Time("album", [&] { return library.SongsOf(albums.rows.at(0).key, span).rows.size(); });
+    const serve::AlbumKey album = library.Albums(serve::AlbumOrder::kNewest, span).rows.back().key;
+    Time("album", [&] { return library.SongsOf(album, span).rows.size(); });
     Time("artists", [&] { return library.Artists(span).total; });
-    const std::string genre = library.Genres(span).rows.at(1).name;
+    const std::string genre = library.Genres(span).rows.back().name;
     Time("songs of a genre", [&] { return library.Songs(serve::SongsBy::kGenre, genre, span).total; });
     Time("albums of a genre", [&] { return library.AlbumsOf(serve::SongsBy::kGenre, genre, span).total; });
     Time("pictures", [&] { return library.Pictures({.from = 50000, .count = 100}).rows.size(); });
     Time("months", [&] { return library.Months(span).total; });
     Time("pictures of a month", [&] { return library.PicturesOfMonth("2012-05", span).total; });
     Time("photo albums", [&] { return library.PhotoAlbums(span).rows.size(); });
-    const std::string folder = library.PhotoAlbums(span).rows.at(7).name;
+    const std::string folder = library.PhotoAlbums(span).rows.back().name;
     Time("pictures of an album", [&] { return library.PicturesIn(folder, span).total; });
     Time("folder", [&] { return library.Folder("/volume1/music", span).total; });
     const std::string path = library.Pictures({.from = 500, .count = 1}).rows.at(0).path;
@@ -157,12 +184,15 @@ void TimeAll(const Library& library) {
         });
 }
 
-int Make(const char* folder, int songs, int pictures) {
+int Make(const char* folder, int songs, int pictures, const Shape& shape) {
     host::DatabaseDirectorySet(folder);
     for (int i = 0; i < songs; ++i)
-        MakeSong(i);
+        MakeSong(shape, i);
     for (int i = 0; i < pictures; ++i)
-        MakePicture(i);
+        MakePicture(shape, i);
+    MediaInfo list{};
+    Put(list.path, "/volume1/music/long.m3u");
+    MediaInfoDBSave(kStorePlaylist, &list);
     KOLIDBSync();
     host::DatabaseDirectorySet(nullptr);
     return 0;
@@ -174,6 +204,8 @@ int Touch(const char* folder) {
     Put(song.path, "/volume1/music/touched.mp3");
     Put(song.title, std::to_string(Clock::now().time_since_epoch().count()));
     MediaInfoDBSave(kStoreMusic, &song);
+    Put(song.path, "/volume1/music/touched.jpg");
+    MediaInfoDBSave(kStorePhoto, &song);
     KOLIDBSync();
     host::DatabaseDirectorySet(nullptr);
     return 0;
@@ -205,8 +237,9 @@ int Measure(const char* folder) {
     printf("read in %.2f s, peak %.1f MB, ", std::chrono::duration<double>(Clock::now() - begin).count(),
            static_cast<double>(PeakKb()) / 1024);
     usleep(200'000);
-    printf("then %.1f MB over %.1f MB\n", static_cast<double>(ResidentKb() - empty) / 1024,
-           static_cast<double>(empty) / 1024);
+    printf("then %.1f MB over %.1f MB, %.1f MB of it asked for\n",
+           static_cast<double>(ResidentKb() - empty) / 1024, static_cast<double>(empty) / 1024,
+           static_cast<double>(mallinfo2().uordblks) / (1 << 20));
     TimeAll(library);
     malloc_trim(0);
     printf("in the end %.1f MB\n", static_cast<double>(ResidentKb()) / 1024);
@@ -220,9 +253,11 @@ int Measure(const char* folder) {
 int main(int argc, char** argv) {
     using namespace koli::bench;
     if (argc >= 3 && strcmp(argv[1], "make") == 0)
-        return Make(argv[2], argc > 3 ? atoi(argv[3]) : 100'000, argc > 4 ? atoi(argv[4]) : 100'000);
+        return Make(argv[2], argc > 3 ? atoi(argv[3]) : 100'000, argc > 4 ? atoi(argv[4]) : 100'000,
+                    argc > 5 && strcmp(argv[5], "heap") == 0 ? kHeap : Shape{});
     if (argc == 3 && strcmp(argv[1], "measure") == 0) return Measure(argv[2]);
     if (argc == 3 && strcmp(argv[1], "touch") == 0) return Touch(argv[2]);
-    fprintf(stderr, "usage: library_bench make DIR [SONGS PICTURES] | library_bench measure|touch DIR\n");
+    fprintf(stderr,
+            "usage: library_bench make DIR [SONGS PICTURES [SHAPE]] | library_bench measure|touch DIR\n");
     return 2;
 }

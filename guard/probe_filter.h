@@ -1,4 +1,5 @@
-// The system calls that the child of a guarded probe may make, and those that an external program may not.
+// The system calls that a child which decodes a file may make (probe_guard.h), and those that an external
+// program may not.
 #pragma once
 
 #include <linux/filter.h>
@@ -19,7 +20,8 @@ struct ProbeFilter {
 
 /// Builds the filter: reading of open files, memory and time are allowed, a socket or another program ends
 /// the process, everything else fails with EPERM; abort() does what it should.  Costs about a millisecond:
-/// once per daemon, not per child.  False, with errno set and `length` 0, when it could not be built.
+/// once per process that forks such children, not per child.  False, with errno set and `length` 0, when it
+/// could not be built.
 bool ProbeFilterBuild(ProbeFilter* filter);
 
 /// Builds the filter of a program that reads a file: no network, no file's length, mode, owner, times or

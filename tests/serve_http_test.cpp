@@ -111,7 +111,6 @@ TEST(GateTest, OnlyItsOwnNamesAndPages) {
             << host << ' ' << origin << ' ' << site << mode;
         request.headers.Add("host", host);
         EXPECT_NE(gate.Refusal(request, end), nullptr) << "twice";
-        request.method = "POST";
     }
 }
 
@@ -139,7 +138,7 @@ class ServerTest : public testing::Test, protected test::TempDir {
         const std::string page = request.path.empty() ? "" : request.path.front();
         if (page == "file") {
             Reply reply{.type = "audio/mpeg"};
-            reply.file = ctl::UniqueFd(open(Path("file").c_str(), O_RDONLY | O_CLOEXEC));
+            reply.file = UniqueFd(open(Path("file").c_str(), O_RDONLY | O_CLOEXEC));
             return responder.Answer(std::move(reply));
         }
         if (page == "injected") return responder.Answer({.headers = {{"X-Name", "a\r\nX-Evil: b"}}});
@@ -153,8 +152,8 @@ class ServerTest : public testing::Test, protected test::TempDir {
         const std::lock_guard lock(mutex_);
         return later_.size();
     }
-    ctl::UniqueFd Connect() {
-        ctl::UniqueFd client(socket(AF_INET, SOCK_STREAM, 0));
+    UniqueFd Connect() {
+        UniqueFd client(socket(AF_INET, SOCK_STREAM, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -164,11 +163,11 @@ class ServerTest : public testing::Test, protected test::TempDir {
         setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
         return client;
     }
-    static void Send(const ctl::UniqueFd& client, const std::string& text) {
+    static void Send(const UniqueFd& client, const std::string& text) {
         send(client.get(), text.data(), text.size(), MSG_NOSIGNAL);
     }
     /// What comes until the server closes, which it does here; "(still open)" at its end when it does not.
-    static std::string Rest(const ctl::UniqueFd& client) {
+    static std::string Rest(const UniqueFd& client) {
         std::string all;
         char bytes[65536];
         ssize_t length;
@@ -177,7 +176,7 @@ class ServerTest : public testing::Test, protected test::TempDir {
         return length < 0 && errno == EAGAIN ? all + "(still open)" : all;
     }
     std::string Ask(const std::string& line, const std::string& headers = "", const std::string& body = "") {
-        const ctl::UniqueFd client = Connect();
+        const UniqueFd client = Connect();
         Send(client,
              line + " HTTP/1.1\r\nHost: " + host_ + "\r\nConnection: close\r\n" + headers + "\r\n" + body);
         return Rest(client);
@@ -231,7 +230,7 @@ TEST_F(ServerTest, WhatIsNoRequestForIt) {
         {"GET / HTTP/1.1" + name + "X: " + x + "\r\n", "431"},
         {"GET / HTTP/1.1" + name + "X: " + x + x + x + "\r\n", "431"}};
     for (const auto& [request, status] : cases) {
-        const ctl::UniqueFd client = Connect();
+        const UniqueFd client = Connect();
         Send(client, request + (status[0] == '2' ? "Connection: close\r\n\r\n" : "\r\n"));
         const std::string reply = Rest(client);
         EXPECT_EQ(StatusOf(reply), status) << request;
@@ -270,14 +269,14 @@ TEST_F(ServerTest, PartsOfAFile) {
     Write("file", "");
     EXPECT_EQ(told("Range: bytes=0-\r\n"), "416 bytes */0|");
     ASSERT_EQ(remove(Path("file").c_str()) + mkfifo(Path("file").c_str(), 0600), 0);
-    const ctl::UniqueFd writer(open(Path("file").c_str(), O_RDWR | O_CLOEXEC));
+    const UniqueFd writer(open(Path("file").c_str(), O_RDWR | O_CLOEXEC));
     EXPECT_EQ(told(""), "404 |");
 }
 
 TEST_F(ServerTest, AFileThatShrinksEndsTheConnection) {
     Write("file", std::string(64 << 20, 'x'));
     Start();
-    const ctl::UniqueFd client = Connect();
+    const UniqueFd client = Connect();
     Send(client, "GET /file HTTP/1.1\r\nHost: " + host_ + "\r\n\r\n");
     char first[16];
     ASSERT_EQ(recv(client.get(), first, sizeof first, MSG_WAITALL), 16);
@@ -289,7 +288,7 @@ TEST_F(ServerTest, AFileThatShrinksEndsTheConnection) {
 
 TEST_F(ServerTest, ALaterAnswerHoldsUpNobodyAndTheEndDoesNotWaitForIt) {
     Start();
-    std::vector<ctl::UniqueFd> clients;
+    std::vector<UniqueFd> clients;
     for (int i = 0; i < 9; ++i) {  // more than there are threads
         clients.push_back(Connect());
         Send(clients.back(), "GET /later HTTP/1.1\r\nHost: " + host_ + "\r\nConnection: close\r\n\r\n");
@@ -300,7 +299,7 @@ TEST_F(ServerTest, ALaterAnswerHoldsUpNobodyAndTheEndDoesNotWaitForIt) {
     later_[0].Answer(PlainReply(200, "twice"));
     std::string answers;
     server_.Stop();
-    for (const ctl::UniqueFd& client : clients)
+    for (const UniqueFd& client : clients)
         answers += BodyOf(Rest(client) + "\r\n\r\n").substr(0, 4);
     EXPECT_EQ(answers.find("twic"), std::string::npos);
     later_[1].Answer(PlainReply(200, "too late"));
@@ -308,9 +307,8 @@ TEST_F(ServerTest, ALaterAnswerHoldsUpNobodyAndTheEndDoesNotWaitForIt) {
 
 TEST_F(ServerTest, WhoTakesTooLongIsEnded) {
     Start("", {.connections = 8, .request = milliseconds(300), .further = milliseconds(300)});
-    const ctl::UniqueFd slow = Connect(), kept = Connect();
+    const UniqueFd slow = Connect(), kept = Connect();
     Send(kept, "GET / HTTP/1.1\r\nHost: " + host_ + "\r\n\r\n");
-    std::string told;
     char byte;
     Send(slow, "GET / HTTP/1.1\r\n");
     while (recv(slow.get(), &byte, 1, MSG_DONTWAIT) != 0) {
@@ -322,8 +320,8 @@ TEST_F(ServerTest, WhoTakesTooLongIsEnded) {
 
 TEST_F(ServerTest, TheOneThatHasWaitedLongestGivesWay) {
     Start("", {.connections = 8, .request = std::chrono::hours(1), .further = std::chrono::hours(1)});
-    std::vector<ctl::UniqueFd> idle;
-    const ctl::UniqueFd answered = Connect();
+    std::vector<UniqueFd> idle;
+    const UniqueFd answered = Connect();
     Send(answered, "GET /later HTTP/1.1\r\nHost: " + host_ + "\r\nConnection: close\r\n\r\n");
     while (count() == 0)
         usleep(1000);

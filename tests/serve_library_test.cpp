@@ -5,7 +5,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <functional>
 #include <thread>
 
@@ -15,6 +17,7 @@
 #include "tests/host_place.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/store_reader.h"
+#include "tools/serve/library/blocks.h"
 #include "tools/serve/library/library.h"
 #include "tools/serve/library/listed_file.h"
 #include "tools/serve/library/moment.h"
@@ -173,6 +176,42 @@ TEST_F(LibraryTest, PicturesOfBothDatabasesAreOneByDateAndAlbum) {
               "/volume1/photo/Trip/b.jpg ");
 }
 
+TEST_F(LibraryTest, AFileKnowsWhatStandsBesideIt) {
+    Song("L/2.mp3", "second", "Ann", "Live", 1, 2);
+    Song("L/1.mp3", "without a number", "Ann", "Live");
+    Song("M/3.mp3", "other disc", "Ann", "Live", 2, 1);
+    Song("X/4.mp3", "other album", "Bob", "Live", 1, 1);
+    Photo("T/1.jpg", "", "2024:05:01 10:00:00");
+    Photo("T/2.jpg", "", "2023:05:01 10:00:00");
+    Photo("U/3.jpg", "", "2024:05:02 10:00:00");
+    for (const char* name : {"f.mkv", "f.srt", "f.IFO", "g.avi"})
+        Store(kStoreVideo, std::string("/volume1/video/") + name, name);
+    const Library& library = Read();
+    const auto beside = [&](FileKind kind, const std::string& path, ListOf list = ListOf::kAlbum) {
+        const Neighbours near = library.Beside(kind, "/volume1/" + path, list);
+        const auto name = [](const std::string& of) { return of.substr(of.rfind('/') + 1); };
+        return name(near.before) + "<" + std::to_string(near.at) + "/" + std::to_string(near.total) + ">" +
+               name(near.behind);
+    };
+    EXPECT_EQ(beside(FileKind::kSong, "music/L/2.mp3"), "<0/3>3.mp3");
+    EXPECT_EQ(beside(FileKind::kSong, "music/M/3.mp3"), "2.mp3<1/3>1.mp3");
+    EXPECT_EQ(beside(FileKind::kSong, "music/X/5.mp3"), "<0/0>");
+    EXPECT_EQ(beside(FileKind::kPicture, "photo/T/1.jpg"), "<0/2>2.jpg");
+    EXPECT_EQ(beside(FileKind::kPicture, "photo/T/1.jpg", ListOf::kMonth), "3.jpg<1/2>");
+    AlbumKey album;
+    ASSERT_TRUE(library.AlbumOfSong("/volume1/music/X/4.mp3", &album));
+    EXPECT_EQ(album, (AlbumKey{"Bob", "Live"}));
+    EXPECT_FALSE(library.AlbumOfSong("/volume1/music/X/5.mp3", &album));
+    EXPECT_EQ(Titles(library.Films(FileOrder::kTitle, all_)), "f.mkv g.avi");
+    EXPECT_EQ(beside(FileKind::kFilm, "video/g.avi"), "f.mkv<1/2>");
+    EXPECT_EQ(library.Counts().films, 2U);
+    EXPECT_TRUE(Library::IsAway(dir_.dir() + "/none") && Library::IsAway(test::TempDir().dir()));
+    EXPECT_FALSE(Library::IsAway(dir_.dir()));
+    const ctl::Reasons reasons = library.WhyNotInStep("/volume1/music/X/4.mp3");
+    EXPECT_TRUE(std::any_of(reasons.begin(), reasons.end(),
+                            [](const ctl::Reason& reason) { return reason.code == "gone"; }));
+}
+
 TEST_F(LibraryTest, SearchFindsAllWordsTheBestFirst) {
     Song("1/01 - Overlove.mp3", "Overlove", "Zoë", "Nights");
     Song("1/02 - My Love.mp3", "My Love", "Zoë", "Nights");
@@ -202,34 +241,124 @@ TEST_F(LibraryTest, ChangesOfOthersShow) {
     Song("a.mp3", "a", "", "");
     KOLIDBSync();
     places_.databases = databases_;
-    ctl::StoreReader store;
-    ASSERT_TRUE(store.Open(places_));
-    const std::string before = store.ChangeMark();
-    EXPECT_EQ(store.ChangeMark(), before);
+    // Each look has a connection of its own.
+    const auto mark = [this] {
+        ctl::StoreReader store;
+        EXPECT_TRUE(store.Open(places_));
+        return store.ChangeMark();
+    };
+    const std::string before = mark();
+    EXPECT_EQ(mark(), before);
     Song("b.mp3", "b", "", "");
     KOLIDBSync();
-    const std::string after = store.ChangeMark();
+    const std::string after = mark();
     EXPECT_NE(after, before);
     Photo("p.jpg", "", "");  // makes the photo database
     KOLIDBSync();
-    EXPECT_NE(store.ChangeMark(), after);
+    const std::string both = mark();
+    EXPECT_NE(both, after);
+    host::DatabaseDirectorySet(nullptr);  // its log goes with the last connection, and looks make a new one
+    const std::string closed = mark();
+    EXPECT_NE(closed, both);
+    EXPECT_EQ(mark(), closed);
 }
 
-TEST(TextPoolTest, GivesEveryTextBack) {
-    const std::vector<std::string> texts = {
-        "",  "Plain CAPS 01",         "Étude", "Straße", "\xFF\xFE raw", "a\nb", "夜に",
-        "ﬁ", std::string(70000, 'Q'), "İi\x01"};
-    TextPool pool;
-    std::vector<std::pair<uint32_t, std::string>> places;
-    for (int round = 0; round < 3000; ++round)  // over many blocks
-        for (const std::string& text : texts)
-            if (text.size() < 100 || round == 0) places.emplace_back(pool.Add(text, "caption\n"), text);
+TEST_F(LibraryTest, APageOpensTheDatabasesOnceAndLeavesThem) {
+    Song("a.mp3", "a", "", "");
+    Photo("p.jpg", "", "");
+    KOLIDBSync();
+    places_.databases = dir_.dir();
+    host::DatabaseDirectorySet(nullptr);
+    const auto open_databases = [this] {
+        return std::ranges::count_if(
+            std::filesystem::directory_iterator("/proc/self/fd"), [&](const auto& fd) {
+                std::error_code closed;
+                const std::string target = std::filesystem::read_symlink(fd.path(), closed);
+                return target.starts_with(dir_.dir()) && target.ends_with(".db");
+            });
+    };
+    const Library library(places_), other(places_);
+    const auto has_song = [](const Library& asked) {
+        SongRow song;
+        return asked.Song("/volume1/music/a.mp3", &song);
+    };
+    {
+        const Library::Page page(library);
+        EXPECT_EQ(open_databases(), 0);  // lists of albums and the like take none
+        for (int i = 0; i < 2; ++i)
+            EXPECT_TRUE(has_song(library));
+        EXPECT_EQ(library.Problems(all_).total, 0U);
+        EXPECT_EQ(open_databases(), 2);
+        EXPECT_TRUE(has_song(other));
+        std::thread([&] { EXPECT_TRUE(has_song(library)); }).join();
+    }
+    EXPECT_EQ(open_databases(), 0);
+}
+
+TEST(BlocksTest, ShareWhatIsTheSameAndNothingElse) {
+    constexpr int kCount = 5000, kChanged = 2500;
+    Blocks<int> earlier, next;
+    next.ShareWith(earlier);
+    for (int i = 0; i < kCount; ++i)
+        earlier.push_back(i);
+    for (int i = 0; i < kCount + 2000; ++i)
+        next.push_back(i == kChanged ? -1 : i);
+    next.Finish();
+    for (int i = 0; i < kCount; ++i)
+        EXPECT_EQ(earlier[static_cast<size_t>(i)], i);
+    EXPECT_EQ(next[kChanged], -1);
+    EXPECT_EQ(next[kCount + 1999], kCount + 1999);
+    EXPECT_EQ(&next[0], &earlier[0]);
+    EXPECT_NE(&next[kChanged], &earlier[kChanged]);
+}
+
+TEST(TextPoolTest, GivesEveryTextBackAndSharesWhatItHasInCommon) {
+    const std::vector<std::string> texts = {"",
+                                            "Plain CAPS 01",
+                                            "Étude",
+                                            "Straße",
+                                            "\xFF\xFE raw",
+                                            "a\nb",
+                                            "夜",
+                                            "ﬁ",
+                                            "İi\x01",
+                                            "МОСКВА",
+                                            std::string(70000, 'Q'),
+                                            "E\xCC\x81te"};
+    constexpr int kRounds = 3000;  // over many blocks
+    const auto fill = [&](TextPool* pool) {
+        std::vector<std::pair<uint32_t, std::string>> places;
+        for (int round = 0; round < kRounds; ++round)
+            for (const std::string& text : texts)
+                if (text.size() < 100) {
+                    const std::string own = text + std::to_string(round);
+                    places.emplace_back(pool->Add(own, "caption\n"), own);
+                } else if (round == 0) {
+                    places.emplace_back(pool->Add(text), text);
+                }
+        pool->Finish();
+        return places;
+    };
+    TextPool pool, next;
+    const auto places = fill(&pool);
     for (const auto& [place, text] : places)
         ASSERT_EQ(pool.Text(place), text);
     size_t found = 0;
-    for (uint32_t at = 0; (at = pool.Find("strasse\ncaption", at)) != TextPool::kNone; ++at)
+    for (uint32_t at = 0; (at = pool.Find("strasse7\ncaption", at)) != TextPool::kNone; ++at)
         ++found;
-    EXPECT_EQ(found, 3000U);
+    EXPECT_EQ(found, 1U);
+
+    // Whatever is new stands in front, and moves all that follows.
+    next.ShareWith(pool);
+    EXPECT_EQ(next.Text(next.Add("New")), "New");
+    const auto moved = fill(&next);
+    size_t shared = 0;
+    for (size_t i = 0; i < moved.size(); ++i) {
+        ASSERT_EQ(next.Text(moved[i].first), moved[i].second);
+        shared += next.Entry(moved[i].first).data() == pool.Entry(places[i].first).data() ? 1 : 0;
+    }
+    EXPECT_GT(shared, moved.size() / 2);
+    EXPECT_LT(shared, moved.size());
 }
 
 TEST(ListedFileTest, NothingIsOpenedThroughALink) {
@@ -238,16 +367,19 @@ TEST(ListedFileTest, NothingIsOpenedThroughALink) {
     dir.Write("music/album/song", "inside");
     dir.Write("music/album/@eaDir/song/cover10.jpg", "ten");
     dir.Write("music/album/@eaDir/song/cover2.png", "two");
+    for (const char* none :
+         {"cover.jpg", "cover1", "cover0.jpg", "cover01.jpg", "coverx1.jpg", "cover-1.jpg"})
+        dir.Write(std::string("music/album/@eaDir/song/") + none, "none");
     dir.Write("outside/song", "outside");
-    const auto text = [](const ctl::UniqueFd& file) {
+    const auto text = [](const UniqueFd& file) {
         char bytes[16] = {};
         return pread(file.get(), bytes, sizeof bytes - 1, 0) > 0 ? std::string(bytes) : "";
     };
     const auto verdict = [&](const std::string& path) {
-        ctl::UniqueFd file;
+        UniqueFd file;
         return OpenBelowShare(share + path, &file);
     };
-    ctl::UniqueFd file;
+    UniqueFd file;
     ASSERT_EQ(OpenBelowShare(share + "/album/song", &file), OpenVerdict::kOpened);
     EXPECT_EQ(text(file), "inside");
     ASSERT_EQ(OpenFirstCover(share + "/album/song", &file), OpenVerdict::kOpened);
@@ -273,7 +405,7 @@ TEST(ListedFileTest, NothingIsOpenedThroughALink) {
     });
     int opened = 0;
     for (int i = 0; i < 4000; ++i) {
-        ctl::UniqueFd one;
+        UniqueFd one;
         if (OpenBelowShare(share + "/album/song", &one) != OpenVerdict::kOpened) continue;
         ++opened;
         EXPECT_EQ(text(one), "inside");

@@ -99,6 +99,21 @@ std::string Folded(std::string_view text) {
     return folded;
 }
 
+std::string Capital(std::string_view character) {
+    constexpr char kCapitalBit = 0x20;
+    if (character.size() == 1 && IsAscii(character[0])) {
+        const bool is_letter = character[0] >= 'a' && character[0] <= 'z';
+        return {static_cast<char>(is_letter ? character[0] & ~kCapitalBit : character[0])};
+    }
+    utf8proc_int32_t code = 0;
+    utf8proc_uint8_t capital[kCharacterMax];
+    const auto length = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(character.data()),
+                                         static_cast<utf8proc_ssize_t>(character.size()), &code);
+    if (length <= 0) return std::string(character);
+    const auto written = utf8proc_encode_char(utf8proc_toupper(code), capital);
+    return {reinterpret_cast<const char*>(capital), static_cast<size_t>(written)};
+}
+
 void SortKeyTo(std::string_view text, std::string* key) {
     constexpr char kBeforeAllElse = '\1';
     key->clear();

@@ -15,6 +15,9 @@ std::string Folded(std::string_view text);
 /// The same into `*folded`, whose room is used again: for whoever folds many.
 void FoldTo(std::string_view text, std::string* folded);
 
+/// The character, a small letter, as a capital; itself where it has none, and what is no UTF-8.
+std::string Capital(std::string_view character);
+
 /// Bytes whose order is the one in which texts are listed: folded, and a letter with a mark stands by the one
 /// without.
 void SortKeyTo(std::string_view text, std::string* key);

@@ -16,6 +16,7 @@ import subprocess
 import sys
 import threading
 import unittest
+import urllib.request
 
 import harness
 import shells
@@ -89,10 +90,10 @@ def within_limits(unit, *command):
     group = unit_value(unit, "Group")
     writable = [path.lstrip("-") for path in unit_values(unit, "ReadWritePaths")]
     setup = []
-    for kind, place in ("StateDirectory", "/var/lib"), ("RuntimeDirectory", "/run"):
+    for kind, place in ("StateDirectory", "/var/lib"), ("RuntimeDirectory", "/run"), ("CacheDirectory", "/var/cache"):
         if name := unit_value(unit, kind):
             writable.append(f"{place}/{name}")
-            setup.append(f"install -d -g {group} -m {unit_value(unit, kind + 'Mode')} {writable[-1]}")
+            setup.append(f"install -d -g {group or 0} -m {unit_value(unit, kind + 'Mode')} {writable[-1]}")
     writable = [os.path.realpath(path) for path in writable]
     with open("/proc/self/mounts") as file:
         mounts = [line.split()[1].encode().decode("unicode_escape") for line in file]
@@ -271,6 +272,33 @@ class Package(harness.DaemonTest):
         self.assertIn(path, told(0, member, "list"))
         told(3, member, "add", path)
         self.assertEqual(os.stat(appliance.QUEUE).st_mode & 0o777, 0o640)
+
+    def test_6_pages_within_their_limits(self):
+        """With the socket that systemd hands over, and no other way out; a picture is made."""
+        unit, folders = "koliindexd-serve", [f"{place}/koliindexd-serve" for place in ("/var/lib", "/var/cache")]
+        path = self.put("/volume1/photo/page.jpg")
+        self.index(f"a:{path}")
+        self.assert_read_only(unit, "/volume1/photo", appliance.STORE)
+        start = "STATE_DIRECTORY=$1 CACHE_DIRECTORY=$2 LISTEN_FDS=1 LISTEN_PID=$$; export STATE_DIRECTORY CACHE_DIRECTORY " \
+            f"LISTEN_FDS LISTEN_PID; exec {' '.join(unit_values(unit, 'ExecStart'))}"
+        with socket.create_server(("127.0.0.1", 0)) as listener:
+            def hand_over():
+                os.dup2(listener.fileno(), 3)
+                os.set_inheritable(3, True)  # also where it has that number
+
+            server = subprocess.Popen(within_limits(unit, "sh", "-c", start, "sh", *folders), stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE, text=True, close_fds=False, preexec_fn=hand_over)
+            self.addCleanup(server.kill)
+            address = server.stdout.readline().strip()
+            with open(server.stdout.readline().split()[1]) as file:
+                form = f"token={file.read().strip()}".encode()
+            browser = urllib.request.build_opener(urllib.request.HTTPCookieProcessor())
+            browser.open(address + "login", form, harness.PATIENCE).close()
+            with browser.open(f"{address}small/160{path}", timeout=harness.PATIENCE) as picture:
+                self.assertEqual(picture.headers["Content-Type"], "image/jpeg")
+        server.send_signal(signal.SIGTERM)
+        self.assertEqual((server.communicate()[1], server.returncode), ("", 0))
+        self.assertTrue(os.listdir(folders[1] + "/pictures"))
 
     def test_6_server(self):
         settings = pathlib.Path(CONFFILES[1]).read_text()

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "base/unique_fd.h"
 #include "tools/ctl/context.h"
-#include "tools/ctl/unique_fd.h"
 
 namespace koli::ctl {
 

@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/unique_fd.h"
 #include "tools/ctl/setup_manifest.h"
 #include "tools/ctl/setup_plan.h"
 #include "tools/ctl/small_file.h"
-#include "tools/ctl/unique_fd.h"
 
 namespace koli::ctl {
 namespace {

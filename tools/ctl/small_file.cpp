@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <sstream>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::ctl {
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::ctl {
 

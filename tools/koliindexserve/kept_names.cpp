@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <string_view>
 
 namespace koli::serve {
@@ -14,29 +15,31 @@ bool IsPicture(std::string_view address) {
     return address.starts_with("/small/") || address.starts_with("/cover/");
 }
 
+std::string Numbered(const char* folder, uint32_t number, const char* ending) {
+    constexpr uint32_t kInFolder = 1000;
+    char text[64];
+    snprintf(text, sizeof text, "%s/%u/%u%s", folder, number / kInFolder, number, ending);
+    return text;
+}
+
+std::string FileNamed(const std::string& address, uint32_t number) {
+    if (address == "/") return kStart;
+    if (address.starts_with(kAssets)) return address.substr(1);
+    return IsPicture(address) ? Numbered("pictures", number, ".jpg") : Numbered("pages", number, ".html");
+}
+
 }  // namespace
 
 KeptNames::KeptNames() {
     FileOf("/");
 }
 
-std::string KeptNames::Numbered(const char* folder, const char* ending) {
-    constexpr size_t kInFolder = 1000;
-    char text[64];
-    ++number_;
-    snprintf(text, sizeof text, "%s/%zu/%zu%s", folder, number_ / kInFolder, number_, ending);
-    return text;
-}
-
 std::string KeptNames::FileOf(const std::string& address) {
-    if (const auto known = files_.find(address); known != files_.end()) return known->second;
-    const bool is_picture = IsPicture(address);
-    const std::string file = address == "/"                 ? kStart
-                             : address.starts_with(kAssets) ? address.substr(1)
-                             : is_picture                   ? Numbered("pictures", ".jpg")
-                                                            : Numbered("pages", ".html");
-    files_.emplace(address, file);
-    (is_picture ? pictures_ : pages_).push_back({address, file});
+    const std::hash<std::string> hash;
+    const auto [known, is_new] =
+        numbers_.try_emplace({hash(address), hash(address + "\n")}, static_cast<uint32_t>(numbers_.size()));
+    std::string file = FileNamed(address, known->second);
+    if (is_new) jobs_.push_back({address, file});
     return file;
 }
 
@@ -52,10 +55,9 @@ AddressWriter KeptNames::WriterFor(const std::string& from) {
 }
 
 bool KeptNames::Next(Job* job) {
-    std::deque<Job>& jobs = pages_.empty() ? pictures_ : pages_;
-    if (jobs.empty()) return false;
-    *job = std::move(jobs.front());
-    jobs.pop_front();
+    if (jobs_.empty()) return false;
+    *job = std::move(jobs_.back());
+    jobs_.pop_back();
     return true;
 }
 

@@ -1,9 +1,11 @@
 // The files of "serve --once": which address of the server becomes which file.
 #pragma once
 
-#include <deque>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "tools/serve/page/markup.h"
 
@@ -24,16 +26,22 @@ class KeptNames {
     struct Job {
         std::string address, file;
     };
-    /// The next to be written, pages before pictures; false when all are.
+    /// The next to be written, the one that was named last: so that few wait at a time.  False when all are.
     bool Next(Job* job);
 
   private:
+    /// Two hashes stand for an address: the texts of all would need ten times the room.
+    struct Key {
+        size_t one, other;
+        bool operator==(const Key&) const = default;
+    };
+    struct KeyHash {
+        size_t operator()(const Key& key) const { return key.one; }
+    };
     std::string FileOf(const std::string& address);
-    std::string Numbered(const char* folder, const char* ending);
 
-    std::unordered_map<std::string, std::string> files_;  // by address
-    std::deque<Job> pages_, pictures_;
-    size_t number_ = 0;
+    std::unordered_map<Key, uint32_t, KeyHash> numbers_;  // of addresses
+    std::vector<Job> jobs_;
 };
 
 }  // namespace koli::serve

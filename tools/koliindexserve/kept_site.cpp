@@ -45,16 +45,18 @@ class KeptSite {
     KeptSite(const Library& library, Pictures& pictures, std::string folder)
         : library_(library), pictures_(pictures), folder_(std::move(folder)) {}
 
-    bool Write(std::string* error) {
+    bool Write(const std::function<bool()>& is_wanted) {
         KeptNames::Job job;
         while (names_.Next(&job)) {
+            if (!is_wanted()) return error_ = "interrupted", false;
             const auto picture = MediaAddressOf(RequestFor(job.address).path);
-            if (!(picture ? AskFor(*picture, job.file) : WritePage(job))) return *error = error_, false;
+            if (!(picture ? AskFor(*picture, job.file) : WritePage(job))) return false;
         }
         while (!asked_.empty())
-            if (!TakeOldest()) return *error = error_, false;
+            if (!TakeOldest()) return false;
         return true;
     }
+    const std::string& error() const { return error_; }
 
   private:
     struct Asked {
@@ -62,12 +64,19 @@ class KeptSite {
         std::future<std::string> jpeg;
     };
 
+    static int Create(const std::string& path) {
+        return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+    }
+
     bool WriteFile(const std::string& name, const std::string& text) {
         const std::string path = folder_ + "/" + name;
-        std::error_code made;
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), made);
-        const ctl::UniqueFd file(
-            open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644));
+        UniqueFd file(Create(path));
+        if (!file.valid() && errno == ENOENT) {
+            std::error_code failed;
+            std::filesystem::create_directories(std::filesystem::path(path).parent_path(), failed);
+            if (failed) return error_ = path + ": " + failed.message(), false;
+            file = UniqueFd(Create(path));
+        }
         for (size_t done = 0; file.valid() && done <= text.size();) {
             const ssize_t written = write(file.get(), text.data() + done, text.size() - done);
             if (written < 0 && errno == EINTR) continue;
@@ -86,7 +95,7 @@ class KeptSite {
     }
 
     bool AskFor(const MediaAddress& picture, const std::string& name) {
-        ctl::UniqueFd file;
+        UniqueFd file;
         const OpenVerdict verdict = picture.kind == MediaAddress::kSmall
                                         ? library_.OpenListed(picture.path, &file)
                                         : library_.OpenCover(picture.path, &file);
@@ -113,24 +122,64 @@ class KeptSite {
     std::string error_;
 };
 
+/// A folder beside the one that is wanted; unless it has taken that one's place it goes with all that is in
+/// it.
+class PartFolder {
+  public:
+    explicit PartFolder(std::string place) : place_(std::move(place)), path_(place_ + ".XXXXXX") {
+        is_made_ = mkdtemp(path_.data()) != nullptr;
+    }
+    ~PartFolder() {
+        std::error_code ignored;
+        if (is_made_) std::filesystem::remove_all(path_, ignored);
+    }
+    PartFolder(const PartFolder&) = delete;
+    PartFolder& operator=(const PartFolder&) = delete;
+
+    bool is_made() const { return is_made_; }
+    const std::string& path() const { return path_; }
+    bool TakePlace() {
+        if (chmod(path_.c_str(), 0755) != 0 || rename(path_.c_str(), place_.c_str()) != 0) return false;
+        is_made_ = false;
+        return true;
+    }
+
+  private:
+    const std::string place_;
+    std::string path_;
+    bool is_made_ = false;
+};
+
+/// Where the folder is to be, links resolved; "" with the reason when it cannot be put there.
+std::string PlaceFor(const std::string& folder, std::string* error) {
+    namespace fs = std::filesystem;
+    std::error_code failed;
+    fs::path place = fs::weakly_canonical(fs::absolute(folder, failed), failed);
+    if (!place.has_filename()) place = place.parent_path();
+    *error = folder + ": it must be an empty folder, or not be there";
+    if (folder.empty() || place.empty()) return "";
+    if (!fs::exists(place, failed)) return place;
+    if (!fs::is_directory(place, failed) || !fs::is_empty(place, failed)) return "";
+    struct stat own, above;
+    const bool is_mount = stat(place.c_str(), &own) != 0 || stat(place.parent_path().c_str(), &above) != 0 ||
+                          own.st_dev != above.st_dev;
+    if (!is_mount) return place;
+    *error = folder + ": a file system begins there; name a new folder in it";
+    return "";
+}
+
 }  // namespace
 
-bool KeepSite(const Library& library, Pictures& pictures, const std::string& folder, std::string* error) {
-    const size_t end = folder.find_last_not_of('/');
-    const std::string place = end == std::string::npos ? "" : folder.substr(0, end + 1);
-    std::error_code failed;
-    if (place.empty() ||
-        (std::filesystem::exists(place, failed) && !std::filesystem::is_empty(place, failed)))
-        return *error = folder + ": it must be an empty folder, or not be there", false;
-    std::string part = place + ".XXXXXX";
-    if (mkdtemp(part.data()) == nullptr) return *error = part + ": " + strerror(errno), false;
-    bool is_done = KeptSite(library, pictures, part).Write(error);
-    if (is_done && (chmod(part.c_str(), 0755) != 0 || rename(part.c_str(), place.c_str()) != 0)) {
-        *error = place + ": " + strerror(errno);
-        is_done = false;
-    }
-    if (!is_done) std::filesystem::remove_all(part, failed);
-    return is_done;
+bool KeepSite(const Library& library, Pictures& pictures, const std::string& folder,
+              const std::function<bool()>& is_wanted, std::string* error) {
+    const std::string place = PlaceFor(folder, error);
+    if (place.empty()) return false;
+    PartFolder part(place);
+    if (!part.is_made()) return *error = part.path() + ": " + strerror(errno), false;
+    KeptSite site(library, pictures, part.path());
+    if (!site.Write(is_wanted)) return *error = site.error(), false;
+    if (!part.TakePlace()) return *error = place + ": " + strerror(errno), false;
+    return true;
 }
 
 }  // namespace koli::serve

@@ -21,7 +21,13 @@ std::optional<PictureSide> SideOf(const std::string& text) {
     return std::nullopt;
 }
 
-const char* TextOf(OpenVerdict verdict) {
+/// Of a file that was not opened: databases that cannot be read may list it all the same.
+int StatusOf(OpenVerdict verdict, const Library& library) {
+    return verdict == OpenVerdict::kNotListed && !library.Error().empty() ? 503 : 404;
+}
+
+const char* TextOf(OpenVerdict verdict, int status) {
+    if (status == 503) return "The library cannot be read.";
     switch (verdict) {
         case OpenVerdict::kGone:
             return "The library lists this file, but it is no longer there.";
@@ -65,9 +71,10 @@ std::string PictureName(const MediaAddress& address) {
 }
 
 Reply FileReply(const Library& library, const std::string& path) {
-    ctl::UniqueFd file;
+    UniqueFd file;
     const OpenVerdict verdict = library.OpenListed(path, &file);
-    if (verdict != OpenVerdict::kOpened) return ErrorPage(404, TextOf(verdict));
+    const int status = StatusOf(verdict, library);
+    if (verdict != OpenVerdict::kOpened) return ErrorPage(status, TextOf(verdict, status));
     const MediaType type = TypeOf(path);
     Reply reply{.type = type.type, .file = std::move(file)};
     if (!type.plays) reply.headers.emplace_back("Content-Disposition", "attachment");
@@ -76,10 +83,12 @@ Reply FileReply(const Library& library, const std::string& path) {
 
 void AnswerPicture(const Library& library, Pictures& pictures, const MediaAddress& address,
                    Responder responder) {
-    ctl::UniqueFd file;
+    UniqueFd file;
     const OpenVerdict verdict = address.kind == MediaAddress::kSmall ? library.OpenListed(address.path, &file)
                                                                      : library.OpenCover(address.path, &file);
-    if (verdict == OpenVerdict::kNotListed) return responder.Answer(PlainReply(404, TextOf(verdict)));
+    const int status = StatusOf(verdict, library);
+    if (verdict == OpenVerdict::kNotListed)
+        return responder.Answer(PlainReply(status, TextOf(verdict, status)));
     if (verdict != OpenVerdict::kOpened) return responder.Answer(NoPicture(kForMinutes));
     const auto kept = std::make_shared<Responder>(std::move(responder));
     pictures.Ask(std::move(file), PictureName(address), address.side,

@@ -1,5 +1,6 @@
 #include "tools/koliindexserve/serve.h"
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 #include <CLI/Config.hpp>
@@ -24,9 +25,14 @@ namespace {
 
 using ctl::Complain;
 
+// Each thread with an area of memory of its own would hold what its largest page took.
+constexpr int kArenas = 2;
+// A list of a large library goes back to the kernel as soon as its page is made.
+constexpr int kReturnedBytes = 128 << 10;
+
 constexpr char kAnyPort[] = "127.0.0.1:0";
 
-/// Small pictures wait with their files open.
+/// A thousand clients, each with a file, and small pictures that wait with theirs.
 void RaiseFileLimit() {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
@@ -60,6 +66,27 @@ struct Shown {
     }
 };
 
+/// The signals that end the program, from now on only seen by whoever asks for them.  Those that whoever
+/// started it has it ignore stay so.
+sigset_t TakeSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        struct sigaction action {};
+        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN)
+            sigaddset(&signals, signal);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+bool IsPending(const sigset_t& signals) {
+    sigset_t pending;
+    sigpending(&pending);
+    sigandset(&pending, &pending, &signals);
+    return sigisemptyset(&pending) == 0;
+}
+
 /// Waits until the program is to end.
 void WaitForEnd(const sigset_t& signals) {
     int signal = 0;
@@ -84,26 +111,36 @@ bool Secure(const std::string& file, ServerSettings* settings) {
 }
 
 /// Writes the pages as files.
-int KeepPages(const ServeOptions& options) {
+int WritePages(const ServeOptions& options, const sigset_t& signals, std::string* error) {
     constexpr int kPatience = 600;  // seconds that a large library may take to be read
     Shown shown;
     shown.Start(options.cache);
-    std::string error = "the library takes too long to be read";
-    if (!shown.library.WaitUntilRead(kPatience)) return Complain("%s", error.c_str()), ctl::kExitDatabase;
-    if (error = shown.library.Error(); !error.empty())
-        return Complain("%s", error.c_str()), ctl::kExitDatabase;
-    if (!KeepSite(shown.library, shown.pictures, options.once, &error))
-        return Complain("%s", error.c_str()), ctl::kExitFiles;
-    return ctl::kExitDone;
+    *error = "the library takes too long to be read";
+    for (int i = 0; !shown.library.WaitUntilRead(1); ++i)
+        if (i == kPatience || IsPending(signals)) return ctl::kExitDatabase;
+    shown.library.Stop();  // what is read later would not fit the pages that are written
+    if (*error = shown.library.Error(); !error->empty()) return ctl::kExitDatabase;
+    const auto is_wanted = [&signals] { return !IsPending(signals); };
+    return KeepSite(shown.library, shown.pictures, options.once, is_wanted, error) ? ctl::kExitDone
+                                                                                   : ctl::kExitFiles;
+}
+
+/// A signal ends the program only when nothing is left half done.
+int KeepPages(const ServeOptions& options) {
+    const sigset_t signals = TakeSignals();
+    std::string error;
+    const int code = WritePages(options, signals, &error);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    if (code != ctl::kExitDone) Complain("%s", error.c_str());
+    return code;
 }
 
 int Serve(const ServeOptions& options) {
     RaiseFileLimit();
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    mallopt(M_ARENA_MAX, kArenas);
+    mallopt(M_MMAP_THRESHOLD, kReturnedBytes);
+    mallopt(M_TRIM_THRESHOLD, kReturnedBytes);
+    const sigset_t signals = TakeSignals();
     signal(SIGPIPE, SIG_IGN);
     std::string error;
     ServerSettings settings{.listener = TakeListener(&error), .names = options.names};

@@ -9,13 +9,13 @@
 #include <cstring>
 #include <ctime>
 
+#include "base/unique_fd.h"
 #include "tools/ctl/membership.h"
 #include "tools/ctl/output.h"
 #include "tools/ctl/queue_service.h"
 #include "tools/ctl/request_line.h"
 #include "tools/ctl/sync_plan.h"
 #include "tools/ctl/tree_compare.h"
-#include "tools/ctl/unique_fd.h"
 #include "tools/ctl/watch_state.h"
 #include "tools/watch/watcher.h"
 
@@ -116,13 +116,13 @@ bool MayWatch(const ctl::Context& context, const std::vector<std::string>& tops,
 }
 
 /// A descriptor that can be read once the watcher is to end.
-ctl::UniqueFd StopDescriptor() {
+UniqueFd StopDescriptor() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
     sigprocmask(SIG_BLOCK, &signals, nullptr);
-    return ctl::UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    return UniqueFd(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
 }
 
 }  // namespace
@@ -140,7 +140,7 @@ int Watch(const ctl::Context& context, const std::vector<std::string>& folders) 
     tops = ctl::WithoutNested(std::move(tops));
     ctl::WatchState state(context.places.watchers);
     if (!MayWatch(context, tops, &state)) return ctl::kExitUsage;
-    const ctl::UniqueFd stop = StopDescriptor();
+    const UniqueFd stop = StopDescriptor();
     if (!stop.valid()) {
         ctl::Complain("cannot wait for signals: %s", strerror(errno));
         return ctl::kExitFiles;

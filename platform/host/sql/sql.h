@@ -169,7 +169,8 @@ class Sql {
     virtual bool IsTakenAway() const = 0;
 
     /// Bytes that are others once another process has changed the database, or put another one in its place.
-    /// They say something only beside those of the same connection.  Cheap.
+    /// Those of one connection can be compared with those of another: nobody has to stay connected for them.
+    /// Cheap.
     virtual std::string ChangeMark() = 0;
     /// Keeps little in memory from now on: for programs that read rows by their keys or one behind the other.
     virtual void SaveMemory() = 0;

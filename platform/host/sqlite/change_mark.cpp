@@ -8,10 +8,11 @@
 namespace koli::host {
 namespace {
 
-/// What a look at a file tells of its contents.
+/// What a look at a file tells of its contents.  One that is empty counts as none: whoever connects first
+/// makes an empty log.
 std::string MarkOf(const std::string& file) {
     struct stat status;
-    if (stat(file.c_str(), &status) != 0) return "-";
+    if (stat(file.c_str(), &status) != 0 || status.st_size == 0) return "-";
     return std::to_string(status.st_dev) + "." + std::to_string(status.st_ino) + "." +
            std::to_string(status.st_size) + "." + std::to_string(status.st_mtim.tv_sec) + "." +
            std::to_string(status.st_mtim.tv_nsec);
@@ -19,11 +20,10 @@ std::string MarkOf(const std::string& file) {
 
 }  // namespace
 
-/// The engine counts what it sees in the log; of a file that was opened as one that nobody writes, or that
-/// another has taken the place of, only a look at the files tells.
+/// What the engine itself counts says something only within one connection, and who stays connected has the
+/// daemon make room, again and again, for a writer that never comes.
 std::string Sqlite::ChangeMark() {
-    return std::to_string(QueryNumber("PRAGMA data_version")) + " " + MarkOf(file_) + " " +
-           MarkOf(file_ + "-wal");
+    return MarkOf(file_) + " " + MarkOf(file_ + "-wal");
 }
 
 void Sqlite::SaveMemory() {

@@ -10,7 +10,7 @@
 namespace koli::host {
 namespace {
 
-int read_error = 0;
+thread_local int read_error = 0;  // readers of several threads have connections of their own
 
 /// mmap() for the engine: the write-ahead log's index is shared memory, and a child that is taken over by
 /// what it reads must not find it in its address space.

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <tuple>
 
 namespace koli::serve {
 
@@ -24,22 +25,34 @@ ConnectionAges::~ConnectionAges() {
 
 ConnectionAges::Connection* ConnectionAges::Open(int fd) {
     const std::lock_guard lock(mutex_);
-    connections_.push_back({fd, true, Clock::now(), limits_.request});
+    connections_.push_back({fd, Connection::kWaiting, Clock::now(), limits_.request});
     Connection* const connection = &connections_.back();
-    if (connections_.size() > limits_.connections) GiveWay();
+    const auto open = std::count_if(connections_.begin(), connections_.end(),
+                                    [](const Connection& one) { return one.state != Connection::kEnded; });
+    if (static_cast<size_t>(open) > limits_.connections) GiveWay();
     return connection;
 }
 
-/// The new one is the last of the list, and so the last that is taken.  One that has been shut down is not
-/// closed yet, and gives way no second time.
+/// Of those that wait for a request the one that has waited longest; where all others are being answered, the
+/// one that has been longest at that, lest many who take nothing of their answers keep everybody out.  One
+/// that has been shut down is not closed yet, and gives way no second time.
 void ConnectionAges::GiveWay() {
     Connection* oldest = nullptr;
-    for (Connection& connection : connections_)
-        if (connection.is_waiting && (oldest == nullptr || connection.since < oldest->since))
+    const auto comes_first = [](const Connection& one, const Connection& other) {
+        return std::tuple(one.state, one.since) < std::tuple(other.state, other.since);
+    };
+    for (Connection& connection : connections_) {
+        const bool is_new = &connection == &connections_.back();
+        if (!is_new && connection.state != Connection::kEnded &&
+            (oldest == nullptr || comes_first(connection, *oldest)))
             oldest = &connection;
-    if (oldest == nullptr) return;
-    oldest->is_waiting = false;
-    shutdown(oldest->fd, SHUT_RDWR);
+    }
+    if (oldest != nullptr) ShutDown(*oldest);
+}
+
+void ConnectionAges::ShutDown(Connection& connection) {
+    connection.state = Connection::kEnded;
+    shutdown(connection.fd, SHUT_RDWR);
 }
 
 void ConnectionAges::Close(Connection* connection) {
@@ -49,12 +62,15 @@ void ConnectionAges::Close(Connection* connection) {
 
 void ConnectionAges::RequestIsWhole(Connection* connection) {
     const std::lock_guard lock(mutex_);
-    connection->is_waiting = false;
+    if (connection->state == Connection::kEnded) return;
+    connection->state = Connection::kAnswered;
+    connection->since = Clock::now();
 }
 
 void ConnectionAges::AnswerHasEnded(Connection* connection) {
     const std::lock_guard lock(mutex_);
-    connection->is_waiting = true;
+    if (connection->state == Connection::kEnded) return;
+    connection->state = Connection::kWaiting;
     connection->since = Clock::now();
     connection->patience = limits_.further;
 }
@@ -64,9 +80,8 @@ void ConnectionAges::Run() {
     while (!stopped_.wait_for(lock, limits_.interval, [this] { return is_stopping_; })) {
         const Clock::time_point now = Clock::now();
         for (Connection& connection : connections_) {
-            if (!connection.is_waiting || now - connection.since < connection.patience) continue;
-            connection.is_waiting = false;
-            shutdown(connection.fd, SHUT_RDWR);
+            if (connection.state == Connection::kWaiting && now - connection.since >= connection.patience)
+                ShutDown(connection);
         }
     }
 }

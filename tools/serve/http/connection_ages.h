@@ -23,17 +23,17 @@ class ConnectionAges {
   public:
     struct Connection {
         int fd = -1;
-        bool is_waiting = true;                       // for a request, rather than for its answer to be sent
-        std::chrono::steady_clock::time_point since;  // it waits
-        std::chrono::milliseconds patience;
+        enum State { kWaiting /* for a request */, kAnswered, kEnded /* shut down */ } state = kWaiting;
+        std::chrono::steady_clock::time_point since;  // it is in that state
+        std::chrono::milliseconds patience;           // while it waits
     };
 
     explicit ConnectionAges(const ConnectionLimits& limits);
     ~ConnectionAges();
     ConnectionAges(const ConnectionAges&) = delete;
 
-    /// A new connection.  When there are more than may be, the one that has waited longest gives way, the new
-    /// one where all others are being answered.  It stays valid until Close.
+    /// A new connection.  When there are more than may be, the one that has waited longest gives way, or
+    /// where none waits, the one that has been answered longest.  It stays valid until Close.
     Connection* Open(int fd);
     /// To be called before the descriptor is closed.
     void Close(Connection* connection);
@@ -43,6 +43,7 @@ class ConnectionAges {
   private:
     void Run();
     void GiveWay();
+    static void ShutDown(Connection& connection);
 
     const ConnectionLimits limits_;
     std::mutex mutex_;

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::serve {
 
@@ -45,8 +45,8 @@ struct Reply {
     int status = 200;
     std::string type = "text/html; charset=utf-8";
     std::string body = {};
-    ctl::UniqueFd file = {};  // a regular file; goes with status 200 alone
-    std::string etag = {};    // with its quotes; a file gets its own
+    UniqueFd file = {};     // a regular file; goes with status 200 alone
+    std::string etag = {};  // with its quotes; a file gets its own
     /// A name that the server sends with each reply (Content-Security-Policy and the like) replaces its
     /// value.
     std::vector<std::pair<std::string, std::string>> headers = {};

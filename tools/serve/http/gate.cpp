@@ -7,17 +7,12 @@
 
 #include <algorithm>
 
+#include "tools/serve/http/small_letters.h"
+
 namespace koli::serve {
 namespace {
 
 constexpr int kPort = 80;  // where none is named
-
-std::string Small(std::string_view text) {
-    std::string small(text);
-    std::transform(small.begin(), small.end(), small.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return small;
-}
 
 /// `host` without its port, which goes to `port` as text ("" for none); an IPv6 address has no brackets then.
 std::string_view WithoutPort(std::string_view host, std::string_view* port) {
@@ -48,7 +43,7 @@ bool IsForeignFetch(const Request& request) {
 
 /// An origin is "http://HOST", behind a proxy "https://HOST".
 bool IsOriginOf(const std::string& origin, const std::string& host) {
-    const std::string small = Small(origin), own = Small(host);
+    const std::string small = SmallLetters(origin), own = SmallLetters(host);
     return !own.empty() && (small == "http://" + own || small == "https://" + own);
 }
 
@@ -77,15 +72,15 @@ LocalEnd LocalEndOf(int fd) {
 
 Gate::Gate(const std::vector<std::string>& names) {
     for (const std::string& name : names)
-        names_.push_back(Small(name));
+        names_.push_back(SmallLetters(name));
     char machine[HOST_NAME_MAX + 1] = "";
     if (gethostname(machine, sizeof machine - 1) != 0 || *machine == '\0') return;
-    machines_ = {Small(machine), Small(machine) + ".local"};
+    machines_ = {SmallLetters(machine), SmallLetters(machine) + ".local"};
 }
 
 bool Gate::IsOurs(std::string_view host, const LocalEnd& end) const {
     std::string_view port;
-    const std::string whole = Small(host);
+    const std::string whole = SmallLetters(std::string(host));
     const std::string name = Canonical(WithoutPort(whole, &port));
     if (std::find(names_.begin(), names_.end(), whole) != names_.end() ||
         std::find(names_.begin(), names_.end(), name) != names_.end())
@@ -98,9 +93,10 @@ bool Gate::IsOurs(std::string_view host, const LocalEnd& end) const {
 }
 
 const char* Gate::Refusal(const Request& request, const LocalEnd& end) const {
-    const size_t hosts = request.headers.Count("host");
+    for (const char* name : {"host", "origin", "sec-fetch-site", "sec-fetch-mode", "sec-fetch-dest"})
+        if (request.headers.Count(name) > 1) return "It says twice where it comes from.";
     const std::string& host = request.headers.Value("host");
-    if (hosts > 1 || (hosts == 1 && !IsOurs(host, end)))
+    if (request.headers.Has("host") && !IsOurs(host, end))
         return "This server is not known by that name (see --name).";
     if (request.headers.Has("origin") && !IsOriginOf(request.headers.Value("origin"), host))
         return "A page of another site asks for this.";

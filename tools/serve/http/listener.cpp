@@ -61,13 +61,13 @@ bool IsListening(int fd) {
 
 }  // namespace
 
-ctl::UniqueFd ListenOn(const std::string& text, std::string* error) {
+UniqueFd ListenOn(const std::string& text, std::string* error) {
     const SocketAddress address = AddressOf(text);
     if (address.length == 0) {
         *error = text + ": not an address with its port, such as 127.0.0.1:8080, [::1]:8080 or 0.0.0.0:8080";
         return {};
     }
-    ctl::UniqueFd listener(socket(address.any.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    UniqueFd listener(socket(address.any.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
     if (listener.valid() && setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0 &&
         bind(listener.get(), reinterpret_cast<const sockaddr*>(&address.any), address.length) == 0 &&
@@ -77,7 +77,7 @@ ctl::UniqueFd ListenOn(const std::string& text, std::string* error) {
     return {};
 }
 
-ctl::UniqueFd TakeListener(std::string* error) {
+UniqueFd TakeListener(std::string* error) {
     const char* const pid = getenv("LISTEN_PID");
     const char* const count = getenv("LISTEN_FDS");
     const bool is_mine = pid != nullptr && count != nullptr && std::to_string(getpid()) == pid;
@@ -90,7 +90,7 @@ ctl::UniqueFd TakeListener(std::string* error) {
         return {};
     }
     fcntl(kHandedOver, F_SETFD, FD_CLOEXEC);
-    return ctl::UniqueFd(kHandedOver);
+    return UniqueFd(kHandedOver);
 }
 
 bool IsLoopback(int listener) {

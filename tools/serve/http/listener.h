@@ -3,17 +3,17 @@
 
 #include <string>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::serve {
 
 /// Listens on "127.0.0.1:8080", "[::1]:8080" or "localhost:8080"; port 0 is a free one.  An invalid
 /// descriptor, and why in `error`, when it cannot.
-ctl::UniqueFd ListenOn(const std::string& address, std::string* error);
+UniqueFd ListenOn(const std::string& address, std::string* error);
 
 /// The listening socket that the service manager has handed over (LISTEN_PID, LISTEN_FDS), once.  An invalid
 /// descriptor when there is none; when there is something else, also why in `error`.
-ctl::UniqueFd TakeListener(std::string* error);
+UniqueFd TakeListener(std::string* error);
 
 /// Whether none but this machine's own programs reach it.
 bool IsLoopback(int listener);

@@ -47,6 +47,7 @@ class Exchange {
         nullptr, MHD_destroy_post_processor};
     bool is_read = false;    // its head
     bool is_handed = false;  // to the handler
+    bool is_last = false;    // of its connection
 
   private:
     std::mutex mutex_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "tools/serve/http/small_letters.h"
 #include "tools/serve/http/target.h"
 
 namespace koli::serve {
@@ -12,12 +13,6 @@ constexpr size_t kHeadMax = 8192;   // bytes of request line and headers
 constexpr size_t kHeadersMax = 64;  // of one request
 constexpr size_t kValuesMax = 32;   // in a query
 constexpr size_t kBodyMax = 4096;   // bytes of a form
-
-std::string SmallLetters(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    return text;
-}
 
 std::string TextOf(const char* text, size_t size) {
     return text == nullptr ? "" : std::string(text, size);
@@ -78,6 +73,29 @@ int BodyRefusal(const Request& request) {
                : MHD_HTTP_UNSUPPORTED_MEDIA_TYPE;
 }
 
+/// A name with a blank before its colon, say, is another header to whoever cuts it off; a carriage return in
+/// a value is its end to some.
+bool IsSound(const std::string& name, const std::string& value) {
+    const auto is_token = [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               std::string_view("!#$%&'*+-.^_`|~").find(c) != std::string_view::npos;
+    };
+    const auto is_control = [](char c) { return (c >= '\0' && c < ' ' && c != '\t') || c == '\x7F'; };
+    return !name.empty() && std::all_of(name.begin(), name.end(), is_token) &&
+           std::none_of(value.begin(), value.end(), is_control);
+}
+
+bool AreSound(const Values& headers) {
+    return std::all_of(headers.list().begin(), headers.list().end(),
+                       [](const auto& header) { return IsSound(header.first, header.second); });
+}
+
+/// Bytes of the head: the library counts to where it believes that it ends.
+size_t HeadSize(MHD_Connection* connection) {
+    const auto* const head = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE);
+    return head == nullptr ? SIZE_MAX : head->header_size;
+}
+
 /// Only the login is posted.
 bool IsPosted(const Request& request) {
     return request.path.size() == 1 && (request.path.front() == "login" || request.path.front() == "logout");
@@ -94,15 +112,23 @@ const char* MethodsOf(const Request& request) {
     return IsPosted(request) ? "GET, HEAD, POST" : "GET, HEAD";
 }
 
+bool IsPlainHead(MHD_Connection* connection, const Request& request) {
+    constexpr size_t kLineMarks = 4;                                    // ": " and the line's end
+    size_t size = request.method.size() + request.address.size() + 14;  // " ", " HTTP/1.1" and two ends
+    for (const auto& [name, value] : request.headers.list())
+        size += name.size() + value.size() + kLineMarks;
+    return HeadSize(connection) == size;
+}
+
 int ReadRequest(MHD_Connection* connection, const char* path, const char* method, const char* version,
                 Request* request) {
     request->method = method;
     request->headers = ValuesOf(connection, MHD_HEADER_KIND);
     request->cookies = ValuesOf(connection, MHD_COOKIE_KIND);
-    const auto* const head = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_REQUEST_HEADER_SIZE);
     if (request->address.size() > kHeadMax) return MHD_HTTP_URI_TOO_LONG;
-    if (head == nullptr || head->header_size > kHeadMax || request->headers.list().size() > kHeadersMax)
+    if (HeadSize(connection) > kHeadMax || request->headers.list().size() > kHeadersMax)
         return MHD_HTTP_REQUEST_HEADER_FIELDS_TOO_LARGE;
+    if (!AreSound(request->headers)) return MHD_HTTP_BAD_REQUEST;
     const std::string_view protocol = version;
     if (protocol != MHD_HTTP_VERSION_1_1 && protocol != MHD_HTTP_VERSION_1_0)
         return MHD_HTTP_HTTP_VERSION_NOT_SUPPORTED;

@@ -12,6 +12,12 @@ namespace koli::serve {
 int ReadRequest(MHD_Connection* connection, const char* path, const char* method, const char* version,
                 Request* request);
 
+/// Whether the head of a request that was read is as long as what was understood of it is, written as
+/// everybody writes it.  In another one something may be hidden: the library takes a line without a name for
+/// the head's end, drops what is behind a NUL, and appends a folded line to the name.  Whoever stands between
+/// may have seen the request end elsewhere, so nothing must be read behind it.
+bool IsPlainHead(MHD_Connection* connection, const Request& request);
+
 /// The methods that the request's path takes, for "Allow".
 const char* MethodsOf(const Request& request);
 

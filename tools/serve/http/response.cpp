@@ -86,15 +86,15 @@ Response TextResponse(std::string text) {
 ByteRange RangeFor(const Request& request, int64_t size, const std::string& etag,
                    const std::string& modified) {
     const std::string& condition = request.headers.Value("if-range");
-    const bool may_be_part =
-        request.method == "GET" && (condition.empty() || condition == etag || condition == modified);
+    const bool may_be_part = request.method == "GET" && request.headers.Count("range") == 1 &&
+                             (condition.empty() || condition == etag || condition == modified);
     const ByteRange range = may_be_part ? RangeOf(request.headers.Value("range"), size) : ByteRange{};
     return range.kind == ByteRange::kWhole ? ByteRange{ByteRange::kWhole, 0, size} : range;
 }
 
 /// A part of an open file.
 struct Slice {
-    ctl::UniqueFd file;
+    UniqueFd file;
     int64_t first;
 };
 
@@ -107,7 +107,7 @@ ssize_t ReadSlice(void* from, uint64_t position, char* bytes, size_t size) noexc
     return length > 0 ? length : MHD_CONTENT_READER_END_WITH_ERROR;
 }
 
-Response PartOf(ctl::UniqueFd file, const ByteRange& range) {
+Response PartOf(UniqueFd file, const ByteRange& range) {
     if (range.length == 0) return TextResponse("");
     auto slice = std::make_unique<Slice>(Slice{std::move(file), range.first});
     Response response(
@@ -129,8 +129,8 @@ Response FileResponse(const Request& request, Reply& reply, int* status) {
     reply.headers.emplace_back("Accept-Ranges", "bytes");
     reply.headers.emplace_back("Last-Modified", modified);
     if (IsUnchanged(request, reply.etag, modified)) {
-        *status = MHD_HTTP_NOT_MODIFIED;
-        return TextResponse("");
+        *status = MHD_HTTP_NOT_MODIFIED;  // goes without the bytes, but with their length
+        return PartOf(std::move(reply.file), {ByteRange::kWhole, 0, file.st_size});
     }
     const ByteRange range = RangeFor(request, file.st_size, reply.etag, modified);
     if (range.kind == ByteRange::kNone) {
@@ -152,15 +152,10 @@ Response FileResponse(const Request& request, Reply& reply, int* status) {
 Response ResponseOf(const Request& request, Reply reply, int* status) {
     *status = reply.status;
     const bool is_file = reply.file.valid();
-    Response response;
-    if (is_file) {
-        response = FileResponse(request, reply, status);
-    } else if (reply.status == MHD_HTTP_OK && !reply.etag.empty() && IsUnchanged(request, reply.etag, "")) {
+    if (!is_file && reply.status == MHD_HTTP_OK && !reply.etag.empty() &&
+        IsUnchanged(request, reply.etag, ""))
         *status = MHD_HTTP_NOT_MODIFIED;
-        response = TextResponse("");
-    } else {
-        response = TextResponse(std::move(reply.body));
-    }
+    Response response = is_file ? FileResponse(request, reply, status) : TextResponse(std::move(reply.body));
     Headers headers(response.get());
     headers.Add("Content-Type", reply.type);
     headers.Add("ETag", reply.etag);

@@ -11,7 +11,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::serve {
 namespace {
@@ -64,7 +64,7 @@ bool IsSameSecret(std::string_view one, std::string_view other) {
 }
 
 std::optional<std::vector<std::string>> SecretLines(const std::string& path, std::string* error) {
-    const ctl::UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const UniqueFd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     struct stat status;
     if (!file.valid() && errno == ENOENT) return std::vector<std::string>();
     if (!file.valid() || fstat(file.get(), &status) != 0) {
@@ -98,7 +98,7 @@ bool SaveSecretLines(const std::string& path, const std::vector<std::string>& li
     if (!folder.empty() && std::filesystem::create_directories(folder, ignored)) chmod(folder.c_str(), 0700);
     const std::string fresh = path + ".new";
     unlink(fresh.c_str());
-    const ctl::UniqueFd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    const UniqueFd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (file.valid() && WriteAll(file.get(), text) && fsync(file.get()) == 0 &&
         rename(fresh.c_str(), path.c_str()) == 0)
         return true;

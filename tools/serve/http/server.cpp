@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <set>
@@ -41,11 +42,6 @@ constexpr rlim_t kOtherFiles = 64;  // databases and the like
 size_t ConnectionsFor(size_t wanted) {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return wanted;
-    const rlim_t needed = 2 * (wanted + kSlack) + kOtherFiles;
-    if (limit.rlim_cur < needed) {
-        limit.rlim_cur = std::min(limit.rlim_max, needed);
-        setrlimit(RLIMIT_NOFILE, &limit);
-    }
     const rlim_t others = kOtherFiles + 2 * kSlack;
     const rlim_t possible = limit.rlim_cur > others ? (limit.rlim_cur - others) / 2 : 1;
     return std::min<size_t>(wanted, possible);
@@ -202,12 +198,14 @@ MHD_Result Server::State::OnRequest(void* self, MHD_Connection* connection, cons
     }
 }
 
-/// A refusal is sent before the body has come, and ends the connection.
+/// A refusal is sent before the body has come, and ends the connection.  What the library itself refuses does
+/// not come here (400, 413, 414, 431, 505): its answers cannot be replaced, end the connection, too, and hold
+/// fixed sentences, nothing of the request.
 MHD_Result Server::State::Begin(const Held& exchange, const char* path, const char* method,
                                 const char* version) {
     const auto refuse = [&](int status, const char* text) {
         Reply reply = Page(status, text);
-        reply.headers.emplace_back("Connection", "close");
+        exchange->is_last = true;
         if (status == 405) reply.headers.emplace_back("Allow", MethodsOf(exchange->request));
         return Send(exchange, std::move(reply));
     };
@@ -216,6 +214,7 @@ MHD_Result Server::State::Begin(const Held& exchange, const char* path, const ch
         return refuse(status, PhraseOf(status));
     if (const char* const why = gate_.Refusal(request, LocalEndOf(SocketOf(exchange->connection))))
         return refuse(403, why);
+    exchange->is_last = !IsPlainHead(exchange->connection, request);
     if (request.method == "POST")
         exchange->form.reset(
             MHD_create_post_processor(exchange->connection, 1024, AddField, &request.fields));
@@ -224,7 +223,10 @@ MHD_Result Server::State::Begin(const Held& exchange, const char* path, const ch
 
 MHD_Result Server::State::Continue(const Held& exchange, const char* body, size_t* size) {
     if (*size > 0) {
-        if (exchange->form && MHD_post_process(exchange->form.get(), body, *size) != MHD_YES) return MHD_NO;
+        if (exchange->form && MHD_post_process(exchange->form.get(), body, *size) != MHD_YES) {
+            exchange->form.reset();
+            exchange->request.fields = {};  // what is no form has none
+        }
         *size = 0;
         return MHD_YES;
     }
@@ -254,8 +256,12 @@ void Server::State::HandOver(const Held& exchange) {
 
 MHD_Result Server::State::Send(const Held& exchange, Reply reply) {
     int status = 0;
-    Response response = ResponseOf(exchange->request, std::move(reply), &status);
-    if (!response) response = ResponseOf(exchange->request, Page(500, "This could not be sent."), &status);
+    const auto response_of = [&](Reply made) {
+        if (exchange->is_last) made.headers.emplace_back("Connection", "close");
+        return ResponseOf(exchange->request, std::move(made), &status);
+    };
+    Response response = response_of(std::move(reply));
+    if (!response) response = response_of(Page(500, "This could not be sent."));
     return response ? MHD_queue_response(exchange->connection, static_cast<unsigned>(status), response.get())
                     : MHD_NO;
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 #include "tools/serve/http/connection_ages.h"
 #include "tools/serve/http/exchange.h"
 #include "tools/serve/http/login.h"
@@ -14,7 +14,7 @@
 namespace koli::serve {
 
 struct ServerSettings {
-    ctl::UniqueFd listener;               // a listening socket
+    UniqueFd listener;                    // a listening socket
     std::vector<std::string> names = {};  // see Gate
     std::string token = {};               // "" = nobody has to log in
     std::string sessions_file = {};       // see Login
@@ -39,7 +39,8 @@ class Server {
     ~Server();  ///< Stop
     Server(const Server&) = delete;
 
-    /// False and why in `error` when it cannot.
+    /// False and why in `error` when it cannot.  There are fewer connections at a time than the settings
+    /// allow where the process may not open as many files as they take: two for each.
     bool Start(ServerSettings settings, ServerPages pages, Handler handler, std::string* error);
     /// Ends all connections and threads; whoever still has a Responder may keep it.
     void Stop();

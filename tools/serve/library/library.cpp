@@ -5,6 +5,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 
@@ -15,8 +16,15 @@ namespace koli::serve {
 namespace {
 
 constexpr int kLookSeconds = 1;    // between two looks whether something has changed
-constexpr int kPauseSeconds = 10;  // between two readings of everything
+constexpr int kPauseSeconds = 10;  // between two readings of everything, at least
+constexpr int kPauseTimes = 5;     // what a reading took
 constexpr int kNice = 10;
+
+/// Seconds: on a slow machine, or beside a daemon that works, reading takes a small part of the time, too.
+int PauseAfter(std::chrono::steady_clock::duration took) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(took * kPauseTimes);
+    return std::max(kPauseSeconds, static_cast<int>(seconds.count()));
+}
 
 }  // namespace
 
@@ -75,9 +83,25 @@ void Library::Impl::Fail(const std::string& error) {
     changed_.notify_all();
 }
 
+/// Nobody stays connected between two readings.  False when the databases cannot be opened; `mark` is theirs.
+bool Library::Impl::ReadOnce(std::string* mark) {
+    ctl::StoreReader store;
+    if (!store.Open(places_)) return Fail(store.error()), false;
+    store.SaveMemory();
+    *mark = store.ChangeMark();
+    Read(store);
+    return true;
+}
+
+/// Whether it is as it was read; what cannot be opened at all is told at once, and not at the next reading.
+bool Library::Impl::IsInStep(const std::string& mark, bool is_pause) const {
+    ctl::StoreReader store;
+    return store.Open(places_) && (is_pause || (Error().empty() && store.ChangeMark() == mark));
+}
+
 /// What is not whole takes the place of nothing but an empty one.
 void Library::Impl::Read(const ctl::StoreReader& store) {
-    std::shared_ptr<const Snapshot> snapshot = SnapshotRead(store, [this] { return IsWanted(); });
+    std::shared_ptr<const Snapshot> snapshot = SnapshotRead(store, *Now(), [this] { return IsWanted(); });
     if (snapshot == nullptr) return;
     {
         const std::lock_guard lock(mutex_);
@@ -92,22 +116,18 @@ void Library::Impl::Read(const ctl::StoreReader& store) {
 }
 
 void Library::Impl::Run() {
-    pthread_setname_np(pthread_self(), "library");
+    pthread_setname_np(pthread_self(), "serve-library");
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kNice);
     do {
         try {
-            ctl::StoreReader store;
-            if (!store.Open(places_)) {
-                Fail(store.error());
-                continue;
-            }
-            store.SaveMemory();
-            const std::string mark = store.ChangeMark();
-            Read(store);
+            const auto begin = std::chrono::steady_clock::now();
+            std::string mark;
+            if (!ReadOnce(&mark)) continue;
+            const auto took = std::chrono::steady_clock::now() - begin;
             malloc_trim(0);  // the snapshot before this one
-            if (!Wait(kPauseSeconds - kLookSeconds)) return;
-            while (Wait(kLookSeconds) && Error().empty() && store.ChangeMark() == mark) {
-            }
+            int pause = PauseAfter(took) - kLookSeconds;
+            while (Wait(kLookSeconds) && IsInStep(mark, pause > 0))
+                pause -= kLookSeconds;
         } catch (const std::exception& error) {
             Fail(error.what());
         }
@@ -143,7 +163,7 @@ Totals Library::Counts() const {
     const auto snapshot = impl_->Now();
     const auto files = [&](FileKind kind) { return snapshot->Of(kind).files.size(); };
     return {.songs = files(FileKind::kSong),
-            .films = files(FileKind::kFilm),
+            .films = snapshot->films_by_title.size(),
             .pictures = files(FileKind::kPicture),
             .playlists = files(FileKind::kPlaylist),
             .albums = snapshot->records.size(),

@@ -15,23 +15,19 @@
 #include <string>
 #include <string_view>
 
+#include "base/unique_fd.h"
 #include "tools/ctl/context.h"
+#include "tools/ctl/path_reasons.h"
 #include "tools/ctl/status_look.h"
-#include "tools/ctl/unique_fd.h"
 #include "tools/serve/library/rows.h"
 
 namespace koli::serve {
 
-inline constexpr size_t kPieceMax = 1000;  // rows, whatever `count` says
-
-/// The part of a list that is asked for.
-struct Span {
-    size_t from = 0;
-    size_t count = 100;
-};
-
 enum class AlbumOrder { kTitle, kArtist, kYear, kNewest };
 enum class FileOrder { kTitle, kNewest };  // films; of pictures kNewest is when they were taken
+
+/// A list that a file stands in: the songs of its album, the files of its folder; the pictures of its month.
+enum class ListOf { kAlbum, kMonth };
 
 /// What a list of songs is asked by; the value is a row's text, a year's as "1999".
 enum class SongsBy { kArtist, kGenre, kYear };
@@ -42,6 +38,8 @@ enum class OpenVerdict {
     kGone,       // it is no longer there
     kNotServed   // it is behind a link, no regular file, or this user may not read it
 };
+
+class OpenRows;
 
 class Library {
   public:
@@ -63,6 +61,24 @@ class Library {
     /// Another number after each time the databases have been read: for pages that keep what they made.
     uint64_t Version() const;
 
+    /// While one lives, the questions of its thread read rows over one connection, which the first of them
+    /// opens.  For as long as it takes to make a page: the daemon makes room for whoever is connected.
+    class Page {
+      public:
+        explicit Page(const Library& library);
+        ~Page();
+        Page(const Page&) = delete;
+        Page& operator=(const Page&) = delete;
+
+      private:
+        friend class PageRows;
+        static OpenRows* RowsOf(const ctl::Places& places);
+
+        const Library& library_;
+        Page* const outer_;
+        std::unique_ptr<OpenRows> rows_;
+    };
+
     Totals Counts() const;
 
     // ---- Music
@@ -82,8 +98,8 @@ class Library {
 
     // ---- Films, pictures, playlists
 
-    Piece<FilmRow> Films(FileOrder order, Span span) const;
-    Piece<PictureRow> Pictures(Span span) const;  ///< all, the newest first
+    Piece<FilmRow> Films(FileOrder order, Span span) const;  ///< without the files that go with them
+    Piece<PictureRow> Pictures(Span span) const;             ///< all, the newest first
     /// The months in which pictures were taken, the latest first; behind them "" for those that do not tell.
     Piece<NamedRow> Months(Span span) const;
     /// The pictures of a month, the latest first.
@@ -113,18 +129,29 @@ class Library {
     bool Song(const std::string& path, SongRow* song) const;
     bool Film(const std::string& path, FilmRow* film) const;
     bool Picture(const std::string& path, PictureRow* picture) const;
+    /// Where a file stands in a list; `total` is 0 when it does not.
+    Neighbours Beside(FileKind kind, const std::string& path, ListOf list) const;
+    /// The album that holds a song; false when no such song is known.
+    bool AlbumOfSong(const std::string& path, AlbumKey* key) const;
+    /// Why what is stored for a path is not what is there, and what waits for it, as `why` tells; none: it
+    /// is. Looks at the disk.
+    ctl::Reasons WhyNotInStep(const std::string& path) const;
+    /// A folder that is not there now, or is empty: of one with stored files its volume may not be mounted.
+    /// Looks at the disk.
+    static bool IsAway(const std::string& folder);
 
     /// Opens a file that the databases list, to read.  It is opened below its share, in which no link is
     /// followed; the share itself may be one.
-    OpenVerdict OpenListed(const std::string& path, ctl::UniqueFd* file) const;
+    OpenVerdict OpenListed(const std::string& path, UniqueFd* file) const;
     /// Opens the picture that is to stand for a listed file: its cover (the first of those in
     /// DIR/@eaDir/NAME), of a picture itself.
-    OpenVerdict OpenCover(const std::string& path, ctl::UniqueFd* file) const;
+    OpenVerdict OpenCover(const std::string& path, UniqueFd* file) const;
 
     // ---- Everything
 
     /// Of each kind the rows of `span`.  Totals are exact.  Words are searched in a file's name, tags and
-    /// caption; of an album, an artist, a photo album in its own texts.  All of them must stand there.
+    /// caption, of a long comment or caption in its beginning; of an album, an artist, a photo album in its
+    /// own texts.  All of them must stand there.
     SearchView Search(std::string_view text, Span span) const;
 
     /// What could not be parsed or read, by path.

@@ -17,7 +17,7 @@ constexpr size_t kPlaylistBytesMax = 1 << 20;
 constexpr size_t kShareDepth = 2;  // "/volume1/music"
 
 /// The file's first bytes; false when it cannot be read.
-bool ReadBytes(const ctl::UniqueFd& file, size_t max, std::string* bytes) {
+bool ReadBytes(const UniqueFd& file, size_t max, std::string* bytes) {
     bytes->resize(max);
     size_t have = 0;
     while (have < max) {
@@ -28,6 +28,12 @@ bool ReadBytes(const ctl::UniqueFd& file, size_t max, std::string* bytes) {
     }
     bytes->resize(have);
     return true;
+}
+
+/// The databases are left before a disk is waited for.
+bool IsListed(const ctl::Places& places, const std::string& path, FileKind* kind) {
+    PageRows rows(places);
+    return rows.is_open() && rows->KindOf(path, kind);
 }
 
 PlaylistEntry EntryOf(RowReader& rows, const std::string& playlist, const PlaylistLine& line) {
@@ -88,7 +94,7 @@ Piece<PlaylistRow> Library::Playlists(Span span) const {
 bool Library::Playlist(const std::string& path, PlaylistView* view) const {
     PageRows rows(impl_->places());
     if (!rows.is_open() || !rows->Playlist(path, &view->playlist)) return false;
-    ctl::UniqueFd file;
+    UniqueFd file;
     std::string bytes;
     view->is_readable =
         OpenBelowShare(path, &file) == OpenVerdict::kOpened && ReadBytes(file, kPlaylistBytesMax, &bytes);
@@ -96,7 +102,7 @@ bool Library::Playlist(const std::string& path, PlaylistView* view) const {
     const std::vector<PlaylistLine> lines = PlaylistLines(bytes, kPlaylistEntriesMax + 1);
     view->is_cut = lines.size() > kPlaylistEntriesMax || bytes.size() == kPlaylistBytesMax;
     for (size_t i = 0; i < std::min(lines.size(), kPlaylistEntriesMax); ++i)
-        view->entries.push_back(EntryOf(*rows.operator->(), path, lines[i]));
+        view->entries.push_back(EntryOf(*rows, path, lines[i]));
     return true;
 }
 
@@ -152,17 +158,15 @@ bool Library::Picture(const std::string& path, PictureRow* picture) const {
     return true;
 }
 
-OpenVerdict Library::OpenListed(const std::string& path, ctl::UniqueFd* file) const {
-    PageRows rows(impl_->places());
+OpenVerdict Library::OpenListed(const std::string& path, UniqueFd* file) const {
     FileKind kind{};
-    if (!rows.is_open() || !rows->KindOf(path, &kind)) return OpenVerdict::kNotListed;
+    if (!IsListed(impl_->places(), path, &kind)) return OpenVerdict::kNotListed;
     return OpenBelowShare(path, file);
 }
 
-OpenVerdict Library::OpenCover(const std::string& path, ctl::UniqueFd* file) const {
-    PageRows rows(impl_->places());
+OpenVerdict Library::OpenCover(const std::string& path, UniqueFd* file) const {
     FileKind kind{};
-    if (!rows.is_open() || !rows->KindOf(path, &kind)) return OpenVerdict::kNotListed;
+    if (!IsListed(impl_->places(), path, &kind)) return OpenVerdict::kNotListed;
     return kind == FileKind::kPicture ? OpenBelowShare(path, file) : OpenFirstCover(path, file);
 }
 

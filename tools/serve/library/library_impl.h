@@ -11,7 +11,7 @@
 
 #include "tools/ctl/store_reader.h"
 #include "tools/serve/library/library.h"
-#include "tools/serve/library/row_reader.h"
+#include "tools/serve/library/page_rows.h"
 #include "tools/serve/library/snapshot.h"
 
 namespace koli::serve {
@@ -34,6 +34,8 @@ class Library::Impl {
 
   private:
     void Run();
+    bool ReadOnce(std::string* mark);
+    bool IsInStep(const std::string& mark, bool is_pause) const;
     void Read(const ctl::StoreReader& store);
     void Fail(const std::string& error);
     bool IsWanted() const;
@@ -48,22 +50,6 @@ class Library::Impl {
     bool is_tried_ = false;  // to read it
     bool is_ending_ = false;
     std::thread thread_;
-};
-
-/// The databases, open for as long as a page is made.
-class PageRows {
-  public:
-    explicit PageRows(const ctl::Places& places) : is_open_(store_.Open(places)), rows_(store_) {
-        if (is_open_) store_.SaveMemory();
-    }
-    bool is_open() const { return is_open_; }
-    const ctl::StoreReader& store() const { return store_; }
-    RowReader* operator->() { return &rows_; }
-
-  private:
-    ctl::StoreReader store_;
-    const bool is_open_;
-    RowReader rows_;
 };
 
 /// The rows of a list that are asked for: `make(value, &row)` fills one in, or returns false when it has gone
@@ -86,9 +72,14 @@ Piece<Row> FilePiece(const ctl::Places& places, const Snapshot& snapshot, FileKi
                      Span span, bool (RowReader::*read)(const std::string&, Row*)) {
     PageRows rows(places);
     return PieceOf<Row>(files, span, [&](uint32_t file, Row* row) {
-        return rows.is_open() && (rows.operator->()->*read)(snapshot.PathOf(kind, file), row);
+        return rows.is_open() && ((*rows).*read)(snapshot.PathOf(kind, file), row);
     });
 }
+
+/// The first file of that kind whose path is not before `path`; their number when there is none.
+uint32_t FirstFileFrom(const Snapshot& snapshot, FileKind kind, const std::string& path);
+/// The pictures that were taken in a month (of a Moment; 0 = unknown), the latest first.
+Numbers PicturesOfMonthAt(const Snapshot& snapshot, uint32_t month);
 
 /// The name of the photo album that a file lies in; "" for none.
 std::string AlbumOfFile(const Snapshot& snapshot, const std::string& path);

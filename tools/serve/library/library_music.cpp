@@ -127,14 +127,14 @@ Piece<SongRow> Library::SongsOf(const AlbumKey& key, Span span) const {
     const size_t record = snapshot->RecordOf(key);
     Numbers songs = snapshot->FilesWhere(FileKind::kSong,
                                          [record](const Group& group) { return group.record == record; });
-    snapshot->SortSongs(&songs);
+    snapshot->SortSongs(&songs, span);
     return FilePiece<SongRow>(impl_->places(), *snapshot, FileKind::kSong, songs, span, &RowReader::Song);
 }
 
 Piece<SongRow> Library::Songs(SongsBy by, const std::string& value, Span span) const {
     const auto snapshot = impl_->Now();
     Numbers songs = snapshot->FilesWhere(FileKind::kSong, GroupsBy(*snapshot, by, value));
-    snapshot->SortSongs(&songs);
+    snapshot->SortSongs(&songs, span);
     return FilePiece<SongRow>(impl_->places(), *snapshot, FileKind::kSong, songs, span, &RowReader::Song);
 }
 

@@ -25,16 +25,9 @@ size_t AlbumNamed(const Snapshot& snapshot, const std::string& name) {
 /// The path of the first picture in the folder or below it; "" without one.
 std::string FirstPictureBelow(const Snapshot& snapshot, const std::string& folder) {
     const std::string first = host::FirstKeyBelow(folder);
-    size_t at = 0;
-    for (size_t behind = snapshot.Of(FileKind::kPicture).files.size(); at < behind;) {
-        const size_t middle = (at + behind) / 2;
-        if (snapshot.PathOf(FileKind::kPicture, static_cast<uint32_t>(middle)) < first)
-            at = middle + 1;
-        else
-            behind = middle;
-    }
+    const uint32_t at = FirstFileFrom(snapshot, FileKind::kPicture, first);
     if (at == snapshot.Of(FileKind::kPicture).files.size()) return "";
-    std::string path = snapshot.PathOf(FileKind::kPicture, static_cast<uint32_t>(at));
+    std::string path = snapshot.PathOf(FileKind::kPicture, at);
     return path.starts_with(first) ? path : "";
 }
 
@@ -77,6 +70,18 @@ Piece<PictureRow> PicturePiece(const ctl::Places& places, const Snapshot& snapsh
     return piece;
 }
 
+Numbers PicturesOfMonthAt(const Snapshot& snapshot, uint32_t month) {
+    const auto month_of = [&](uint32_t picture) {
+        return MonthOf(snapshot.Of(FileKind::kPicture).files[picture].moment);
+    };
+    const Numbers& all = snapshot.pictures_by_newest;
+    const auto first = std::partition_point(all.begin(), all.end(),
+                                            [&](uint32_t picture) { return month_of(picture) > month; });
+    const auto behind =
+        std::partition_point(first, all.end(), [&](uint32_t picture) { return month_of(picture) == month; });
+    return {first, behind};
+}
+
 Piece<PictureRow> Library::Pictures(Span span) const {
     const auto snapshot = impl_->Now();
     return PicturePiece(impl_->places(), *snapshot, snapshot->pictures_by_newest, span);
@@ -96,12 +101,9 @@ Piece<NamedRow> Library::Months(Span span) const {
 Piece<PictureRow> Library::PicturesOfMonth(const std::string& month, Span span) const {
     const auto snapshot = impl_->Now();
     const uint32_t wanted = MonthOf(month);
-    Numbers pictures;
-    if (wanted != 0 || month.empty())
-        for (const uint32_t picture : snapshot->pictures_by_newest)
-            if (MonthOf(snapshot->Of(FileKind::kPicture).files[picture].moment) == wanted)
-                pictures.push_back(picture);
-    return PicturePiece(impl_->places(), *snapshot, pictures, span);
+    const bool is_month = wanted != 0 || month.empty();
+    return PicturePiece(impl_->places(), *snapshot,
+                        is_month ? PicturesOfMonthAt(*snapshot, wanted) : Numbers(), span);
 }
 
 Piece<PhotoAlbumRow> Library::PhotoAlbums(Span span) const {

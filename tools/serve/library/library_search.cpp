@@ -28,9 +28,10 @@ SearchView Library::Search(std::string_view text, Span span) const {
 }
 
 Piece<ProblemRow> Library::Problems(Span span) const {
-    ctl::StoreReader store;
+    const PageRows page(impl_->places());
     Piece<ProblemRow> piece{.rows = {}, .from = span.from};
-    if (!store.Open(impl_->places())) return piece;
+    if (!page.is_open()) return piece;
+    const ctl::StoreReader& store = page.store();
     piece.total = static_cast<size_t>(store.Count(host::kProblemTable));
     const auto rows = store.List(host::kProblemTable, {"path", "time", "reason"},
                                  {.limit = static_cast<int64_t>(std::min(span.count, kPieceMax)),

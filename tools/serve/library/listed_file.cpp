@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <memory>
 #include <string_view>
@@ -16,8 +17,6 @@
 
 namespace koli::serve {
 namespace {
-
-using ctl::UniqueFd;
 
 constexpr int kFileFlags = O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
@@ -83,16 +82,15 @@ OpenVerdict Taken(int fd, UniqueFd* file) {
     return OpenVerdict::kOpened;
 }
 
-/// The number in "cover12.jpg"; 0 for other names.
+/// The number in "cover12.jpg"; 0 for other names, such as the daemon leaves alone.
 unsigned CoverNumber(std::string_view name) {
     constexpr std::string_view kPrefix = "cover";
     if (!name.starts_with(kPrefix) || !(name.ends_with(".jpg") || name.ends_with(".png"))) return 0;
     const std::string_view digits = name.substr(kPrefix.size(), name.size() - kPrefix.size() - 4);
+    const char* const behind = digits.data() + digits.size();
     unsigned number = 0;
-    for (const char c : digits)
-        number =
-            c >= '0' && c <= '9' && number < 1'000'000 ? number * 10 + static_cast<unsigned>(c - '0') : 0;
-    return number;
+    const auto [end, error] = std::from_chars(digits.data(), behind, number);
+    return error == std::errc() && end == behind && !digits.starts_with('0') ? number : 0;
 }
 
 }  // namespace
@@ -107,7 +105,10 @@ OpenVerdict OpenFirstCover(const std::string& path, UniqueFd* file) {
     const int fd = OpenBelow(covers, kFolderFlags);
     if (fd < 0) return VerdictOf(errno);
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(fdopendir(fd), closedir);
-    if (folder == nullptr) return close(fd), OpenVerdict::kNotServed;
+    if (folder == nullptr) {
+        close(fd);
+        return OpenVerdict::kNotServed;
+    }
     std::string best;
     unsigned best_number = UINT_MAX;
     for (int i = 0; i < kEntriesMax; ++i) {

@@ -33,6 +33,22 @@ std::vector<std::string> FirstWords(std::vector<std::string> words) {
     return words;
 }
 
+/// Calls `found` with the number of each entry that has the word, of `count` with ascending places.  All of
+/// them are gone through as one text.
+template <typename PlaceOf, typename Found>
+void ForEachWith(const TextPool& pool, const std::string& word, uint32_t count, PlaceOf place_of,
+                 Found found) {
+    uint32_t entry = 0;
+    for (uint32_t at = 0; entry < count; ++entry) {
+        at = pool.Find(word, at);
+        if (at == TextPool::kNone) break;
+        while (entry + 1 < count && place_of(entry + 1) <= at)
+            ++entry;
+        found(entry);
+        if (entry + 1 < count) at = place_of(entry + 1);
+    }
+}
+
 /// A word begins behind anything in ASCII that is neither letter nor digit.
 bool IsWordEnd(char c) {
     return (c & 0x80) == 0 && isalnum(static_cast<unsigned char>(c)) == 0;
@@ -46,9 +62,13 @@ Matches::Matches(const Snapshot& snapshot, std::vector<std::string> words)
       all_(static_cast<Bits>((1U << words_.size()) - 1)) {
     for (size_t word = 1; word < words_.size(); ++word)
         if (words_[word].size() > words_[longest_].size()) longest_ = word;
-    texts_.resize(snapshot_.texts.places.size());
-    for (uint32_t text = 0; text < texts_.size(); ++text)
-        texts_[text] = In(snapshot_.texts.Folded(text), all_);
+    const Texts& texts = snapshot_.texts;
+    texts_.resize(texts.places.size());
+    for (size_t word = 0; word < words_.size(); ++word)
+        ForEachWith(
+            texts.pool, words_[word], static_cast<uint32_t>(texts_.size()),
+            [&texts](uint32_t text) { return texts.places[text]; },
+            [this, word](uint32_t text) { texts_[text] = static_cast<Bits>(texts_[text] | 1U << word); });
 }
 
 Matches::Bits Matches::In(std::string_view text, Bits wanted) const {
@@ -79,7 +99,7 @@ std::vector<Matches::Bits> Matches::OfGroups(const FilesOfKind& files) const {
     return found;
 }
 
-/// By file: whether it has the word.  All names are gone through as one text.
+/// By file: whether it has the word.
 std::vector<bool> Matches::WithWord(const FilesOfKind& files, const std::vector<Bits>& groups,
                                     size_t word) const {
     std::vector<bool> has(files.files.size());
@@ -87,16 +107,10 @@ std::vector<bool> Matches::WithWord(const FilesOfKind& files, const std::vector<
         if ((groups[group] >> word & 1) != 0)
             for (uint32_t file = files.First(group); file < files.Behind(group); ++file)
                 has[file] = true;
-    uint32_t file = 0;
-    const auto count = static_cast<uint32_t>(has.size());
-    for (uint32_t at = 0; file < count; ++file) {
-        at = files.names.Find(words_[word], at);
-        if (at == TextPool::kNone) break;
-        while (file + 1 < count && files.files[file + 1].name <= at)
-            ++file;
-        has[file] = true;
-        if (file + 1 < count) at = files.files[file + 1].name;
-    }
+    ForEachWith(
+        files.names, words_[word], static_cast<uint32_t>(has.size()),
+        [&files](uint32_t file) { return files.files[file].name; },
+        [&has](uint32_t file) { has[file] = true; });
     return has;
 }
 

@@ -57,7 +57,9 @@ std::vector<PlaylistLine> WplLines(std::string_view bytes, size_t max) {
     std::vector<PlaylistLine> lines;
     for (size_t at = 0; lines.size() < max && (at = bytes.find(kElement, at)) != std::string_view::npos;) {
         at += kElement.size();
-        const std::string_view element = bytes.substr(at, bytes.find('>', at) - at);
+        // Another one begins where this one is not ended: no byte is looked at for each of many.
+        const std::string_view element = bytes.substr(at, bytes.find_first_of("<>", at) - at);
+        at += element.size();
         const size_t source = element.find(kSource);
         if (source == std::string_view::npos || source + kSource.size() >= element.size()) continue;
         const std::string_view quoted = element.substr(source + kSource.size());

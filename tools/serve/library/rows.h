@@ -11,6 +11,14 @@
 
 namespace koli::serve {
 
+inline constexpr size_t kPieceMax = 1000;  // rows, whatever `count` says
+
+/// The part of a list that is asked for.
+struct Span {
+    size_t from = 0;
+    size_t count = 100;
+};
+
 /// A part of a list: rows[0] is the list's row `from`.
 template <typename Row>
 struct Piece {
@@ -106,6 +114,12 @@ struct PlaylistView {
     bool is_cut = false;       // it has more than kPlaylistEntriesMax, or is too large
 };
 inline constexpr size_t kPlaylistEntriesMax = 1000;
+
+/// What stands beside a file in a list.
+struct Neighbours {
+    std::string before = {}, behind = {};  // paths, "" = nothing
+    size_t at = 0, total = 0;              // its place, from 0, and the length of the list
+};
 
 /// A folder or a file in one.
 struct FolderEntry {

@@ -26,12 +26,13 @@ struct File {
     uint16_t track;
     uint8_t disc;
     bool has_cover;
+    bool operator==(const File&) const = default;
 };
 
 /// Files one behind the other that have all of this in common; numbers of Snapshot::texts.
 struct Group {
     uint32_t folder, artist, album, genre, composer, comment;
-    uint32_t record;  // Snapshot::albums, of songs
+    uint32_t record;  // of songs, in Snapshot::records
     uint32_t first;   // file
     uint16_t year;
 };
@@ -49,6 +50,9 @@ struct FilesOfKind {
 
 /// A file's folded title, and, where that is a part of the file's name, what follows it there.
 std::string_view TitleOf(const FilesOfKind& files, uint32_t file);
+
+/// Subtitles and the tables of a DVD are stored as films, but nobody looks for one.
+bool IsFilm(const FilesOfKind& films, uint32_t number);
 
 /// Texts that many have in common; number 0 is "".
 struct Texts {
@@ -94,7 +98,7 @@ struct Snapshot {
     std::vector<Named> artists, genres, years, months;
     Numbers films_by_title, films_by_newest, playlists_by_title;
     Numbers pictures_by_newest;
-    Numbers ranks;  // of texts that are artists or albums: their order
+    Numbers ranks;  // of texts that are artists, albums or genres: their order
     TextPool album_texts;
     std::vector<PhotoFolder> photo_albums;  // by name
     std::string photo_top;                  // the path of the photo share, "" = not known
@@ -112,8 +116,9 @@ struct Snapshot {
 
     /// The files of the groups that are wanted, in the order of their paths.
     Numbers FilesWhere(FileKind kind, const std::function<bool(const Group&)>& is_wanted) const;
-    /// The order of a record's or artist's songs: by album, disc, folder, track.
-    void SortSongs(Numbers* songs) const;
+    /// The order of a record's or artist's songs: by album, disc, folder, track.  Of `songs` only those that
+    /// stand in `span` then are put where they belong.
+    void SortSongs(Numbers* songs, Span span = {.from = 0, .count = SIZE_MAX}) const;
     /// The album with these texts; records.size() without one.
     size_t RecordOf(const AlbumKey& key) const;
 };

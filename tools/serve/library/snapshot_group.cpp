@@ -139,6 +139,11 @@ void OrderRecords(Snapshot* snapshot) {
         OrderedBy(records.size(), [&](uint32_t i) { return std::tuple(~records[i].newest, title(i), i); });
 }
 
+Numbers FilmsOf(const FilesOfKind& films, Numbers numbers) {
+    std::erase_if(numbers, [&films](uint32_t number) { return !IsFilm(films, number); });
+    return numbers;
+}
+
 Numbers FilesByNewest(const FilesOfKind& files) {
     return OrderedBy(files.files.size(), [&](uint32_t i) { return std::pair(~files.files[i].moment, i); });
 }
@@ -162,13 +167,6 @@ void CountMonths(Snapshot* snapshot) {
 
 }  // namespace
 
-std::string_view TitleOf(const FilesOfKind& files, uint32_t file) {
-    const File& row = files.files[file];
-    std::string_view title = files.names.Entry(row.name);
-    title.remove_prefix(std::min<size_t>(row.title_at, title.size()));
-    return title.substr(0, title.find('\n'));
-}
-
 void SnapshotGroup(Snapshot* snapshot) {
     MakeRecords(snapshot);
     RankTexts(snapshot);
@@ -179,8 +177,9 @@ void SnapshotGroup(Snapshot* snapshot) {
     OrderNamed(*snapshot, &snapshot->artists);
     OrderNamed(*snapshot, &snapshot->genres);
     std::reverse(snapshot->years.begin(), snapshot->years.end());
-    snapshot->films_by_title = FilesByTitle(snapshot->Of(FileKind::kFilm));
-    snapshot->films_by_newest = FilesByNewest(snapshot->Of(FileKind::kFilm));
+    const FilesOfKind& films = snapshot->Of(FileKind::kFilm);
+    snapshot->films_by_title = FilmsOf(films, FilesByTitle(films));
+    snapshot->films_by_newest = FilmsOf(films, FilesByNewest(films));
     snapshot->playlists_by_title = FilesByTitle(snapshot->Of(FileKind::kPlaylist));
     snapshot->pictures_by_newest = FilesByNewest(snapshot->Of(FileKind::kPicture));
     CountMonths(snapshot);

@@ -21,6 +21,7 @@ using ctl::StoreReader;
 
 constexpr size_t kCommentMax = 128;  // bytes of a comment that are searched
 constexpr size_t kCaptionMax = 512;
+constexpr size_t kMetMarks = 1 << 20;
 
 /// Of every file, and behind them those that not every kind has.
 const std::vector<std::string> kColumns = {"path",      "title",   "artist",    "album", "composer",
@@ -54,8 +55,15 @@ Number NumberOf(std::string_view text) {
 
 class Reader {
   public:
-    Reader(const StoreReader& store, const std::function<bool()>& is_wanted, Snapshot* snapshot)
+    Reader(const StoreReader& store, const Snapshot& earlier, const std::function<bool()>& is_wanted,
+           Snapshot* snapshot)
         : store_(store), is_wanted_(is_wanted), snapshot_(*snapshot) {
+        snapshot_.texts.pool.ShareWith(earlier.texts.pool);
+        for (size_t kind = 0; kind < kFileKinds; ++kind) {
+            snapshot_.kinds[kind].names.ShareWith(earlier.kinds[kind].names);
+            snapshot_.kinds[kind].files.ShareWith(earlier.kinds[kind].files);
+        }
+        snapshot_.album_texts.ShareWith(earlier.album_texts);
         NumberOfText("");
     }
 
@@ -68,13 +76,15 @@ class Reader {
     }
     void PhotoAlbums();
     void Folders();
+    void Finish();
 
   private:
     void Kind(FileKind kind, const char* captions);
     void Add(FileKind kind, const std::string& path, const TableCursor* tags, const TableCursor* caption);
     uint32_t Entry(FilesOfKind* files, std::string_view name, std::string_view title,
-                   std::string_view description, uint16_t* title_at);
+                   std::initializer_list<std::string_view> others, uint16_t* title_at);
     uint32_t NumberOfText(std::string_view text);
+    bool IsMetAgain(std::string_view text);
     uint32_t FolderNumber(std::string_view folder);
 
     const StoreReader& store_;
@@ -82,6 +92,7 @@ class Reader {
     Snapshot& snapshot_;
     std::unordered_map<size_t, uint32_t> numbers_;  // of texts, by their hash
     std::unordered_set<uint32_t> folders_;
+    std::vector<bool> met_ = std::vector<bool>(kMetMarks);
     std::string others_, line_;
     bool is_going_on_ = true;
 };
@@ -95,6 +106,14 @@ uint32_t Reader::NumberOfText(std::string_view text) {
         if (is_new) texts.places.push_back(texts.pool.Add(text));
         if (is_new || texts.Text(found->second) == text) return found->second;
     }
+}
+
+/// Whether the text has been met before; sometimes true of one that has not.
+bool Reader::IsMetAgain(std::string_view text) {
+    const size_t mark = std::hash<std::string_view>{}(text) % kMetMarks;
+    const bool is_met = met_[mark];
+    met_[mark] = true;
+    return is_met;
 }
 
 uint32_t Reader::FolderNumber(std::string_view folder) {
@@ -125,7 +144,7 @@ void Reader::Kind(FileKind kind, const char* captions) {
 
 /// The name, and behind it what is not already in it.
 uint32_t Reader::Entry(FilesOfKind* files, std::string_view name, std::string_view title,
-                       std::string_view description, uint16_t* title_at) {
+                       std::initializer_list<std::string_view> others, uint16_t* title_at) {
     std::string folded_name;
     FoldLineTo(name, &folded_name);
     FoldLineTo(title, &line_);
@@ -133,8 +152,10 @@ uint32_t Reader::Entry(FilesOfKind* files, std::string_view name, std::string_vi
     const size_t at = folded_name.find(line_);
     *title_at = static_cast<uint16_t>(at != std::string::npos ? at : folded_name.size() + 1);
     if (at == std::string::npos) others_.append(line_).append("\n");
-    FoldLineTo(description.substr(0, kCaptionMax), &line_);
-    if (!line_.empty()) others_.append(line_).append("\n");
+    for (const std::string_view other : others) {
+        FoldLineTo(other.substr(0, kCaptionMax), &line_);
+        if (!line_.empty()) others_.append(line_).append("\n");
+    }
     return files->names.Add(name, others_);
 }
 
@@ -150,12 +171,15 @@ void Reader::Add(FileKind kind, const std::string& path, const TableCursor* tags
     if (slash == std::string::npos || slash + 1 == path.size()) return;
     FilesOfKind& files = snapshot_.Of(kind);
     const auto number = static_cast<uint32_t>(files.files.size());
+    // A comment that no other file has would make a group of its own.
+    const std::string_view comment = tag(kComment).substr(0, kCommentMax);
+    const bool is_common = !comment.empty() && IsMetAgain(comment);
     Group group{FolderNumber(std::string_view(path).substr(0, slash)),
                 NumberOfText(tag(kArtist)),
                 NumberOfText(tag(kAlbum)),
                 NumberOfText(tag(kGenre)),
                 NumberOfText(tag(kComposer)),
-                NumberOfText(tag(kComment).substr(0, kCommentMax)),
+                is_common ? NumberOfText(comment) : 0,
                 0,
                 number,
                 NumberOf<uint16_t>(tag(kYear))};
@@ -165,8 +189,8 @@ void Reader::Add(FileKind kind, const std::string& path, const TableCursor* tags
     if (files.groups.size() == 0 || same(files.groups.back()) != same(group)) files.groups.push_back(group);
     File file{};
     const std::string_view title = said(kCaptionTitle).empty() ? tag(kTitle) : said(kCaptionTitle);
-    file.name =
-        Entry(&files, std::string_view(path).substr(slash + 1), title, said(kDescription), &file.title_at);
+    file.name = Entry(&files, std::string_view(path).substr(slash + 1), title,
+                      {said(kDescription), is_common ? std::string_view() : comment}, &file.title_at);
     file.group = static_cast<uint32_t>(files.groups.size() - 1);
     file.track = NumberOf<uint16_t>(tag(kTrack));
     file.disc = static_cast<uint8_t>(std::min<unsigned>(NumberOf<unsigned>(tag(kDisc)), UINT8_MAX));
@@ -216,16 +240,26 @@ void Reader::Folders() {
     snapshot_.folders.shrink_to_fit();
 }
 
+void Reader::Finish() {
+    snapshot_.texts.pool.Finish();
+    for (FilesOfKind& files : snapshot_.kinds) {
+        files.names.Finish();
+        files.files.Finish();
+    }
+    snapshot_.album_texts.Finish();
+}
+
 }  // namespace
 
-std::shared_ptr<const Snapshot> SnapshotRead(const StoreReader& store,
+std::shared_ptr<const Snapshot> SnapshotRead(const StoreReader& store, const Snapshot& earlier,
                                              const std::function<bool()>& is_wanted) {
     auto snapshot = std::make_shared<Snapshot>();
     {
-        Reader reader(store, is_wanted, snapshot.get());
+        Reader reader(store, earlier, is_wanted, snapshot.get());
         if (!reader.Files()) return nullptr;
         reader.Folders();
         reader.PhotoAlbums();
+        reader.Finish();
     }
     snapshot->problems = static_cast<size_t>(store.Count(host::kProblemTable));
     SnapshotGroup(snapshot.get());

@@ -1,17 +1,24 @@
 #include "tools/serve/library/text_pool.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "base/text/fold.h"
+#include "base/text/utf8.h"
 
 namespace koli::serve {
 namespace {
 
-constexpr size_t kEntryMax = 8192;  // bytes: a path's name and some texts of a record
-constexpr char kCapitalBit = 0x20;
+constexpr size_t kEntryMax = 8192;        // bytes: a path's name and some texts of a record
+constexpr size_t kEntriesOfBlock = 1024;  // on the average, when they are short
 
-bool IsCapital(char c) {
-    return c >= 'A' && c <= 'Z';
+size_t HashOf(std::string_view text) {
+    return std::hash<std::string_view>{}(text);
+}
+
+/// Bytes of the character at the beginning, which may be one that is no UTF-8.
+size_t CharacterLength(std::string_view text) {
+    return std::max<size_t>(Utf8Length(text), 1);
 }
 
 }  // namespace
@@ -22,84 +29,111 @@ void FoldLineTo(std::string_view text, std::string* folded) {
         if (c == '\n' || c == '\0') c = ' ';
 }
 
+// ---- Filling
+
+void TextPool::ShareWith(const TextPool& earlier) {
+    for (const auto& block : earlier.blocks_)
+        earlier_.emplace(HashOf(block->text), block);
+}
+
 uint32_t TextPool::Add(std::string_view text, std::string_view others) {
     std::string entry;
     FoldLineTo(text, &entry);
     entry.append("\n").append(others);
     if (entry.size() > kEntryMax) entry.resize(kEntryMax);
-    if (used_ + entry.size() >= kBlockSize) {
-        blocks_.push_back(std::make_unique<Block>());
-        used_ = 0;
-    }
-    const auto place = static_cast<uint32_t>((blocks_.size() - 1) * kBlockSize + used_);
-    memcpy(blocks_.back()->text + used_, entry.data(), entry.size());
-    used_ += entry.size() + 1;
-    if (!SetCapitals(text, Folded(place), place)) AddOriginal(text, place);
+    if (open_.text.size() + entry.size() >= kBlockSize) CloseBlock();
+    const size_t at = open_.text.size();
+    const auto place = static_cast<uint32_t>(blocks_.size() * kBlockSize + at);
+    open_.text.append(entry).push_back('\0');
+    open_.capitals.resize(open_.text.size() / 8 + 1);
+    if (!SetCapitals(text, Folded(place), at)) AddOriginal(text, at);
+    if (HashOf(entry) % kEntriesOfBlock == 0) CloseBlock();
     return place;
 }
 
-void TextPool::AddOriginal(std::string_view text, uint32_t place) {
-    originals_.push_back({place, static_cast<uint32_t>(spelled_.size())});
-    for (const char c : text.substr(0, text.find('\0')))
-        spelled_.push_back(c);
-    spelled_.push_back('\0');
+void TextPool::Finish() {
+    CloseBlock();
+    open_ = {};
+    earlier_.clear();
+    blocks_.shrink_to_fit();
+}
+
+/// A copy has no more room than it needs.
+void TextPool::CloseBlock() {
+    if (open_.text.empty()) return;
+    const auto earlier = earlier_.find(HashOf(open_.text));
+    const bool is_shared = earlier != earlier_.end() && *earlier->second == open_;
+    blocks_.push_back(is_shared ? earlier->second : std::make_shared<const Block>(open_));
+    open_.text.clear();
+    open_.capitals.clear();
+    open_.originals.clear();
+    open_.spelled.clear();
+}
+
+void TextPool::AddOriginal(std::string_view text, size_t at) {
+    open_.originals.push_back({static_cast<uint32_t>(at), static_cast<uint32_t>(open_.spelled.size())});
+    open_.spelled.append(text.substr(0, text.find('\0'))).push_back('\0');
 }
 
 /// False when the text differs from the folded one in more than its capitals.
-bool TextPool::SetCapitals(std::string_view text, std::string_view folded, uint32_t place) {
+bool TextPool::SetCapitals(std::string_view text, std::string_view folded, size_t at) {
     if (text.size() != folded.size()) return false;
-    for (size_t i = 0; i < text.size(); ++i)
-        if (text[i] != folded[i] && !(IsCapital(text[i]) && (text[i] | kCapitalBit) == folded[i]))
-            return false;
-    Block& block = *blocks_.back();
-    for (size_t i = 0, at = place % kBlockSize; i < text.size(); ++i, ++at)
-        if (IsCapital(text[i])) block.capitals[at / 8] |= static_cast<uint8_t>(1U << (at % 8));
+    std::vector<size_t> capitals;
+    for (size_t i = 0, length = 0; i < text.size(); i += length) {
+        length = CharacterLength(folded.substr(i));
+        const std::string_view letter = text.substr(i, length), small = folded.substr(i, length);
+        if (letter == small) continue;
+        if (Capital(small) != letter) return false;
+        capitals.push_back(at + i);
+    }
+    for (const size_t capital : capitals)
+        open_.capitals[capital / 8] |= static_cast<uint8_t>(1U << (capital % 8));
     return true;
 }
 
+// ---- Asking
+
+const TextPool::Block& TextPool::BlockOf(uint32_t place) const {
+    const size_t index = place / kBlockSize;
+    return index < blocks_.size() ? *blocks_[index] : open_;
+}
+
 std::string TextPool::Text(uint32_t place) const {
-    size_t first = 0;  // original at or behind the place
-    for (size_t behind = originals_.size(); first < behind;) {
-        const size_t middle = (first + behind) / 2;
-        if (originals_[middle].place < place)
-            first = middle + 1;
-        else
-            behind = middle;
-    }
-    if (first < originals_.size() && originals_[first].place == place) {
-        std::string text;
-        for (size_t at = originals_[first].begin; spelled_[at] != '\0'; ++at)
-            text += spelled_[at];
-        return text;
-    }
+    const Block& block = BlockOf(place);
+    const auto begin = static_cast<uint32_t>(place % kBlockSize);
+    const auto original =
+        std::lower_bound(block.originals.begin(), block.originals.end(), begin,
+                         [](const Original& one, uint32_t wanted) { return one.at < wanted; });
+    if (original != block.originals.end() && original->at == begin)
+        return block.spelled.c_str() + original->begin;
     std::string text(Folded(place));
-    const Block& block = *blocks_[place / kBlockSize];
-    for (size_t i = 0, at = place % kBlockSize; i < text.size(); ++i, ++at)
-        if ((block.capitals[at / 8] >> (at % 8) & 1) != 0)
-            text[i] = static_cast<char>(text[i] & ~kCapitalBit);
+    for (size_t i = 0, at = begin; i < text.size(); ++i, ++at)
+        if ((block.capitals[at / 8] >> (at % 8) & 1) != 0) {
+            const size_t length = CharacterLength(std::string_view(text).substr(i));
+            text.replace(i, length, Capital(std::string_view(text).substr(i, length)));
+        }
     return text;
 }
 
 std::string_view TextPool::Entry(uint32_t place) const {
-    return blocks_[place / kBlockSize]->text + place % kBlockSize;
+    return BlockOf(place).text.c_str() + place % kBlockSize;
 }
 
 std::string_view TextPool::Folded(uint32_t place) const {
-    const char* const begin = blocks_[place / kBlockSize]->text + place % kBlockSize;
+    const char* const begin = BlockOf(place).text.c_str() + place % kBlockSize;
     const char* const end = strchrnul(begin, '\n');
     return {begin, static_cast<size_t>(end - begin)};
 }
 
 uint32_t TextPool::Find(std::string_view word, uint32_t from) const {
-    for (size_t index = from / kBlockSize, begin = from % kBlockSize; index < blocks_.size();
-         ++index, begin = 0) {
-        const char* const text = blocks_[index]->text;
-        const size_t end = index + 1 < blocks_.size() ? kBlockSize : used_;
-        if (begin >= end) continue;
-        const void* const found = memmem(text + begin, end - begin, word.data(), word.size());
+    size_t begin = from % kBlockSize;
+    for (size_t index = from / kBlockSize; index < blocks_.size(); ++index, begin = 0) {
+        const std::string& text = blocks_[index]->text;
+        if (begin >= text.size()) continue;
+        const void* const found = memmem(text.data() + begin, text.size() - begin, word.data(), word.size());
         if (found != nullptr)
             return static_cast<uint32_t>(index * kBlockSize +
-                                         static_cast<size_t>(static_cast<const char*>(found) - text));
+                                         static_cast<size_t>(static_cast<const char*>(found) - text.data()));
     }
     return kNone;
 }

@@ -7,9 +7,11 @@ extern "C" {
 #include <algorithm>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "tools/serve/maker/icon.h"
 #include "tools/serve/maker/jpeg.h"
+#include "tools/serve/maker/tiff.h"
 
 using namespace std::literals;
 
@@ -91,18 +93,31 @@ Frame FirstFrame(AVCodecContext* context, const AVPacket* packet) {
     return result == 0 ? std::move(frame) : nullptr;
 }
 
+Frame FrameDecode(std::vector<uint8_t> file) {
+    const AVCodecID codec = CodecOf(file);
+    if (codec == AV_CODEC_ID_NONE) return nullptr;
+    const Context context = Open(codec);
+    const Packet packet = PacketOf(file);
+    if (context == nullptr || packet == nullptr) return nullptr;
+    return FirstFrame(context.get(), packet.get());
+}
+
+/// A picture that tells itself what of it is transparent needs no mask.
+DecodedPicture IconDecode(IconPicture icon) {
+    Frame frame = FrameDecode(std::move(icon.file));
+    if (frame != nullptr && !icon.mask.empty() && frame->format != AV_PIX_FMT_BGRA)
+        frame = Masked(*frame, icon.mask);
+    return {std::move(frame)};
+}
+
 }  // namespace
 
 DecodedPicture PictureDecode(std::vector<uint8_t> file, int side) {
     av_log_set_level(AV_LOG_QUIET);
     if (BeginsWith(file, kJpegMark)) return {JpegDecode(file, side), JpegOrientation(file)};
-    if (BeginsWith(file, kIconMark)) file = IconLargest(file);
-    const AVCodecID codec = CodecOf(file);
-    if (codec == AV_CODEC_ID_NONE) return {};
-    const Context context = Open(codec);
-    const Packet packet = PacketOf(file);
-    if (context == nullptr || packet == nullptr) return {};
-    return {FirstFrame(context.get(), packet.get())};
+    if (BeginsWith(file, kIconMark)) return IconDecode(IconLargest(file));
+    const int orientation = CodecOf(file) == AV_CODEC_ID_TIFF ? TiffOrientation(file) : 1;
+    return {FrameDecode(std::move(file)), orientation};
 }
 
 void PictureDecodeWarmUp() {

@@ -6,7 +6,6 @@ extern "C" {
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 
 namespace koli::serve {
 namespace {
@@ -45,6 +44,19 @@ Frame Shrunk(const AVFrame& from, int side) {
     const int rows =
         sws_scale(scaler.get(), from.data, from.linesize, 0, from.height, to->data, to->linesize);
     return rows == to->height ? std::move(to) : nullptr;
+}
+
+Frame Masked(const AVFrame& from, std::span<const uint8_t> mask) {
+    const size_t row_bytes = (static_cast<size_t>(from.width) + 31) / 32 * 4;
+    if (mask.size() < row_bytes * static_cast<size_t>(from.height)) return nullptr;
+    Frame to = Shrunk(from, std::max(from.width, from.height));
+    for (int y = 0; to != nullptr && y < to->height; ++y) {
+        const auto row = mask.subspan(row_bytes * static_cast<size_t>(to->height - 1 - y), row_bytes);
+        uint8_t* const out = to->data[0] + ptrdiff_t{y} * to->linesize[0];
+        for (size_t x = 0; x < static_cast<size_t>(to->width); ++x)
+            if ((row[x / 8] << x % 8 & 0x80) != 0) out[4 * x + 3] = 0;
+    }
+    return to;
 }
 
 Frame Upright(const AVFrame& from, int orientation) {

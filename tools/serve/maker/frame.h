@@ -5,7 +5,9 @@ extern "C" {
 #include <libavutil/frame.h>
 }
 
+#include <cstdint>
 #include <memory>
+#include <span>
 
 namespace koli::serve {
 
@@ -20,6 +22,11 @@ Frame NewFrame(int width, int height, AVPixelFormat format);
 /// In the box of `side` by `side`, as RGBA: as large as it is, or smaller, in its own proportions.  Null when
 /// the library does not know the format, or there is no memory.
 Frame Shrunk(const AVFrame& from, int side);
+
+/// As RGBA, transparent where the bit of `mask` is set: rows from the bottom up, each filled up to whole
+/// words of 32 bits.  Null when the mask is too short, the library does not know the format, or there is no
+/// memory.
+Frame Masked(const AVFrame& from, std::span<const uint8_t> mask);
 
 /// An RGBA frame as RGB on white paper, turned and mirrored as `orientation` says: 1 to 8, as cameras number
 /// them.  Null when there is no memory.

@@ -7,9 +7,13 @@
 
 namespace koli::serve {
 
-/// The largest picture of the icon file `file`, as the file it would be by itself: a PNG as it lies there, a
-/// bitmap with the head that it lacks.  Its mask is not applied: where the picture itself has no
-/// transparency, nothing of it is transparent.  Empty for what is no icon, or one that is cut.
-std::vector<uint8_t> IconLargest(std::span<const uint8_t> file);
+struct IconPicture {
+    std::vector<uint8_t> file;  // as it would be by itself; empty = none
+    std::vector<uint8_t> mask;  // what Masked takes; empty = none
+};
+
+/// The largest picture of the icon file `file`: a PNG as it lies there, a bitmap with the head that it lacks,
+/// and its mask.  None of what is no icon, or one that is cut.
+IconPicture IconLargest(std::span<const uint8_t> file);
 
 }  // namespace koli::serve

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
+#include <string_view>
 #include <type_traits>
 
 namespace koli::serve {
@@ -40,13 +41,27 @@ int ScaleFor(const Head& head, int side) {
     return scale;
 }
 
-/// Printing colours, stored inverted as all programs do: light of each, times light of black.
-void MixBlack(AVFrame& frame) {
+/// Whether the head of the file has the segment of those programs that store printing colours inverted.
+bool HasAdobeSegment(std::span<const uint8_t> file) {
+    constexpr uint8_t kSegment = 0xEE, kPixels = 0xDA;
+    constexpr std::string_view kName = "Adobe";
+    for (size_t at = 2; at + 4 + kName.size() <= file.size() && file[at] == 0xFF;) {
+        const uint8_t kind = file[at + 1];
+        if (kind == kPixels) return false;
+        if (kind == kSegment && std::equal(kName.begin(), kName.end(), file.begin() + at + 4)) return true;
+        at += kind == 0xFF ? 1 : 2 + size_t{file[at + 2]} * 256 + file[at + 3];
+    }
+    return false;
+}
+
+/// Printing colours: light of each, times light of black; where they are not stored inverted they are ink.
+void MixBlack(AVFrame& frame, bool is_inverted) {
+    const unsigned ink = is_inverted ? 0 : 255;
     for (int y = 0; y < frame.height; ++y) {
         uint8_t* pixel = frame.data[0] + ptrdiff_t{y} * frame.linesize[0];
         for (int x = 0; x < frame.width; ++x, pixel += 4) {
             for (int i = 0; i < 3; ++i)
-                pixel[i] = static_cast<uint8_t>(pixel[i] * pixel[3] / 255);
+                pixel[i] = static_cast<uint8_t>((pixel[i] ^ ink) * (pixel[3] ^ ink) / 255);
             pixel[3] = 255;
         }
     }
@@ -70,7 +85,7 @@ Frame JpegDecode(std::span<const uint8_t> file, int side) {
                       frame->height, is_for_print ? TJPF_CMYK : TJPF_RGBA,
                       TJFLAG_LIMITSCANS);  // else a picture of scans without end takes its time
     if (result != 0 && tjGetErrorCode(codec.get()) != TJERR_WARNING) return nullptr;
-    if (is_for_print) MixBlack(*frame);
+    if (is_for_print) MixBlack(*frame, HasAdobeSegment(file));
     return frame;
 }
 

@@ -71,7 +71,7 @@ class Maker {
 
     void Take() {
         PictureOrder order{};
-        ctl::UniqueFd file;
+        UniqueFd file;
         if (!OrderReceive(socket_, &order, &file)) {
             is_alone_ = errno != EINTR;
             return;
@@ -146,7 +146,7 @@ int MakerRun(int socket, int slots_file) noexcept {
     log_sink = [](const char*) {};  // nothing here may connect to the system log
     const ProbeGuardStatus guards = ProbeGuardStatusGet();
     if (!guards.system_call_filter && !guards.file_rules) return MakerExit::kUnguarded;
-    const PictureSlots slots{ctl::UniqueFd(slots_file)};
+    const PictureSlots slots{UniqueFd(slots_file)};
     if (!slots.valid() || !ProbeGuardPrepare()) return MakerExit::kFailed;
     CloseInherited(socket);
     PictureDecodeWarmUp();

@@ -11,14 +11,12 @@ namespace {
 constexpr size_t kSongs = 300;
 
 std::string SumText(const AlbumRow& album, const Piece<SongRow>& songs) {
-    std::string text = GroupedCount(static_cast<int64_t>(songs.total), "song");
-    if (songs.rows.size() == songs.total) {
-        double seconds = 0;
-        for (const SongRow& song : songs.rows)
-            seconds += song.seconds;
-        if (const std::string time = PlayingTime(seconds); !time.empty()) text += ", " + time;
-    }
-    return album.year > 0 ? std::to_string(album.year) + " \xC2\xB7 " + text : text;
+    double seconds = 0;
+    for (const SongRow& song : songs.rows)
+        seconds += song.seconds;
+    return Joined({album.year > 0 ? std::to_string(album.year) : "",
+                   GroupedCount(static_cast<int64_t>(songs.total), "song"),
+                   songs.rows.size() == songs.total ? PlayingTime(seconds) : ""});
 }
 
 void AddTop(const AlbumRow& album, const Piece<SongRow>& songs, Markup& main) {
@@ -36,12 +34,12 @@ void AddTop(const AlbumRow& album, const Piece<SongRow>& songs, Markup& main) {
     main.Name(ArtistText(album));
     if (!album.key.artist.empty()) main << "</a>";
     main << "</p><p class=\"muted\">";
-    main.Text(SumText(album, songs))
-        << "</p><p class=\"row\"><button class=\"main\" data-play-all hidden>Play</button></p>"
-           "</div></div>";
+    main.Text(SumText(album, songs)) << "</p>";
+    AddPlayAll(main);
+    main << "</div></div>";
 }
 
-void AddSongs(const Piece<SongRow>& songs, Markup& main) {
+void AddSongs(const Piece<SongRow>& songs, const std::string& artist, Markup& main) {
     const bool has_discs = std::any_of(songs.rows.begin(), songs.rows.end(), [&songs](const SongRow& song) {
         return song.disc > 1 || song.disc != songs.rows.front().disc;
     });
@@ -50,10 +48,10 @@ void AddSongs(const Piece<SongRow>& songs, Markup& main) {
     for (const SongRow& song : songs.rows) {
         if (has_discs && song.disc != disc) {
             main << "<li><h2>";
-            main.Text(song.disc > 0 ? "Disc " + std::to_string(song.disc) : "No disc") << "</h2></li>";
+            main.Text(song.disc > 0 ? "Disc " + std::to_string(song.disc) : "Other songs") << "</h2></li>";
         }
         disc = song.disc;
-        AddSong(song, song.track > 0 ? std::to_string(song.track) : "", main);
+        AddSong(song, song.track > 0 ? std::to_string(song.track) : "", main, artist);
     }
     main << "</ol>";
 }
@@ -68,9 +66,11 @@ Reply AlbumPage(const Visit& visit) {
     const auto songs = visit.library.SongsOf(album.key, span);
     Markup main = visit.NewMarkup();
     AddTop(album, songs, main);
-    AddSongs(songs, main);
+    AddSongs(songs, album.key.artist, main);
     AddMore(span, songs.total, AlbumAddress(album.key), main);
-    return PageReply(visit.Head(AlbumTitle(album.key), Area::kMusic, "Albums"), main);
+    return PageReply(visit.Head(TitleOf({AlbumTitle(album.key), ArtistText(album), FromText(span)}),
+                                Area::kMusic, "Albums"),
+                     main);
 }
 
 }  // namespace koli::serve

@@ -44,9 +44,7 @@ std::string Words(const std::string& name) {
     if (const char* const shown = ShownFor(kFields, name); shown != nullptr) return shown;
     std::string words = name;
     std::replace(words.begin(), words.end(), '_', ' ');
-    if (!words.empty() && words[0] >= 'a' && words[0] <= 'z')
-        words[0] = static_cast<char>(words[0] - 'a' + 'A');
-    return words;
+    return Begun(words);
 }
 
 /// What people read for a number, "" for the number itself.

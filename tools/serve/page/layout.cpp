@@ -82,23 +82,43 @@ void AddTabs(const PageHead& head, Markup& page) {
     page << "</ul></nav>";
 }
 
+void AddTrouble(const PageHead& head, Markup& page) {
+    if (!head.trouble.empty())
+        page << NoteOf(
+            "Not everything can be shown: " + head.trouble,
+            "Once that is mended, load the page again. On the machine itself \"koliindexctl status\" "
+            "tells more.");
+}
+
 void AddFoot(const PageHead& head, Markup& page) {
     page << "</main>\n<p id=\"said\" class=\"away\" aria-live=\"polite\"></p>";
-    if (!head.is_bare)
-        page << "<section id=\"player\" class=\"player\" aria-label=\"Player\" hidden><p dir=\"auto\"></p>"
-                "<audio controls preload=\"none\"></audio></section>";
-    page
-        << "<footer class=\"foot\"><span>This page only shows: nothing here changes the library.</span></footer>"
-           "</body></html>\n";
+    if (!head.is_bare) {
+        page << "<section id=\"player\" class=\"player\" aria-label=\"Player\" hidden>"
+                "<button data-step=\"-1\" aria-label=\"Previous song\">&laquo;</button>"
+                "<button data-step=\"1\" aria-label=\"Next song\">&raquo;</button>"
+                "<p dir=\"auto\"></p><audio controls preload=\"none\"></audio></section>"
+                "<footer class=\"foot\"><a";
+        page.Link("href", Address("/folder"))
+            << ">All folders</a><span>Nothing here changes the library.</span></footer>";
+    }
+    page << "</body></html>\n";
 }
 
 }  // namespace
+
+std::string TitleOf(std::initializer_list<std::string> parts) {
+    std::string title;
+    for (const std::string& part : parts)
+        if (!part.empty()) title += (title.empty() ? "" : " \xE2\x80\x93 ") + part;
+    return title;
+}
 
 Reply PageReply(const PageHead& head, const Markup& main) {
     Markup page(main.writer());
     AddHead(head, page);
     AddTop(head, page);
     AddTabs(head, page);
+    AddTrouble(head, page);
     page << main;
     AddFoot(head, page);
     return {.body = page.Take()};

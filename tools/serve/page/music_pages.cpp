@@ -15,12 +15,13 @@ constexpr char kAddMusic[] =
 struct Order {
     Literal value;
     const char* name;
+    const char* told;  // in the title of the window
     AlbumOrder order;
 };
-constexpr Order kOrders[] = {{"title", "Title", AlbumOrder::kTitle},
-                             {"artist", "Artist", AlbumOrder::kArtist},
-                             {"year", "Year", AlbumOrder::kYear},
-                             {"newest", "Newest", AlbumOrder::kNewest}};
+constexpr Order kOrders[] = {{"title", "Title", "", AlbumOrder::kTitle},
+                             {"artist", "Artist", "by artist", AlbumOrder::kArtist},
+                             {"year", "Year", "by year", AlbumOrder::kYear},
+                             {"newest", "Newest", "newest first", AlbumOrder::kNewest}};
 
 Address AddressOf(const Order& order) {
     const Address albums("/music/albums");
@@ -63,7 +64,7 @@ Reply NamesReply(const Visit& visit, const NamesPage& page, const Piece<NamedRow
     Markup main = visit.NewMarkup();
     AddHeading(page.tab, Grouped(static_cast<int64_t>(names.total)), main);
     if (names.total == 0) {
-        main << NothingNote(visit, kNoMusic, kAddMusic);
+        main << EmptyNote(visit, kNoMusic, kAddMusic);
     } else {
         main << "<ul class=\"names\" id=\"list\">";
         for (const NamedRow& name : names.rows)
@@ -72,7 +73,8 @@ Reply NamesReply(const Visit& visit, const NamesPage& page, const Piece<NamedRow
         main << "</ul>";
         AddMore(visit.Piece(kNames), names.total, Address(page.list), main);
     }
-    return PageReply(visit.Head(page.tab, Area::kMusic, page.tab), main);
+    const std::string window = TitleOf({page.tab, "Music", FromText(visit.Piece(kNames))});
+    return PageReply(visit.Head(window, Area::kMusic, page.tab), main);
 }
 
 /// What is asked for by one name.
@@ -110,6 +112,7 @@ Reply NamedReply(const Visit& visit, const NamedPage& page) {
                main);
     AddViews(here, songs_here, is_songs, main);
     if (is_songs) {
+        AddPlayAll(main);
         main << "<ol class=\"tracks\" id=\"list\">";
         for (const SongRow& song : songs.rows)
             AddSong(song, "", main);
@@ -119,7 +122,8 @@ Reply NamedReply(const Visit& visit, const NamedPage& page) {
         AddAlbums(albums, main);
         AddMore(span, albums.total, here, main);
     }
-    return PageReply(visit.Head(title, Area::kMusic, page.tab), main);
+    const std::string window = TitleOf({title, page.tab, is_songs ? "Songs" : "", FromText(span)});
+    return PageReply(visit.Head(window, Area::kMusic, page.tab), main);
 }
 
 }  // namespace
@@ -131,13 +135,14 @@ Reply AlbumsPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Albums", Grouped(static_cast<int64_t>(albums.total)), main);
     if (albums.total == 0) {
-        main << NothingNote(visit, kNoMusic, kAddMusic);
+        main << EmptyNote(visit, kNoMusic, kAddMusic);
     } else {
         AddOrders(order, main);
         AddAlbums(albums, main);
         AddMore(span, albums.total, AddressOf(order), main);
     }
-    return PageReply(visit.Head("Albums", Area::kMusic, "Albums"), main);
+    const std::string window = TitleOf({"Albums", "Music", order.told, FromText(span)});
+    return PageReply(visit.Head(window, Area::kMusic, "Albums"), main);
 }
 
 Reply ArtistsPage(const Visit& visit) {

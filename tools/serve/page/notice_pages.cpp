@@ -7,6 +7,17 @@
 namespace koli::serve {
 namespace {
 
+const char* HeadingFor(int status) {
+    switch (status) {
+        case 404:
+            return "Not found";
+        case 503:
+            return "Not now";
+        default:
+            return PhraseOf(status);
+    }
+}
+
 const char* AdviceFor(int status) {
     switch (status) {
         case 404:
@@ -37,8 +48,8 @@ Reply LoginPage(const LoginView& view) {
 Reply ErrorPage(int status, const char* text) try {
     Markup main;
     main << "<h1>";
-    main.Text(PhraseOf(status)) << "</h1>" << NoteOf(text, AdviceFor(status));
-    Reply reply = PageReply({.title = PhraseOf(status)}, main);
+    main.Text(HeadingFor(status)) << "</h1>" << NoteOf(text, AdviceFor(status));
+    Reply reply = PageReply({.title = HeadingFor(status)}, main);
     reply.status = status;
     return reply;
 } catch (const std::exception&) {

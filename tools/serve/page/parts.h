@@ -38,12 +38,23 @@ void AddCard(const Card& card, Markup& to);
 
 void AddAlbumCard(const AlbumRow& album, Markup& to);
 void AddFilmCard(const FilmRow& film, Markup& to);
-void AddPhotoAlbumCard(const PhotoAlbumRow& album, Markup& to);
+/// `parent`: the album whose page this is on, which need not be told.
+void AddPhotoAlbumCard(const PhotoAlbumRow& album, Markup& to, std::string_view parent = {});
 void AddPlaylistCard(const PlaylistRow& list, Markup& to);
 /// A picture in a grid of them; `address` is that of its page.
 void AddTile(const PictureRow& picture, const Address& address, Markup& to);
 /// A song in a list.  `number` stands at its head, "" for none.
-void AddSong(const SongRow& song, const std::string& number, Markup& to);
+/// The artist is left out where a heading has named `artist` already.
+void AddSong(const SongRow& song, const std::string& number, Markup& to, std::string_view artist = {});
+/// The buttons that play the songs of the page one behind the other; they need the script.
+void AddPlayAll(Markup& to);
+
+/// What "in" is in the address of a picture that was reached by its date.
+inline constexpr char kByDate[] = "date";
+/// The links to what stands before and behind a file: in the album of a song, in the folder of a film or
+/// picture, in the month of a picture that was reached by its date.
+void AddTurns(const Visit& visit, FileKind kind, const std::string& path, Markup& to);
+
 /// A name with its count.
 void AddNamed(const Address& address, std::string_view name, const std::string& count, Markup& to);
 
@@ -53,6 +64,18 @@ std::string AlbumTitle(const AlbumKey& key);
 
 /// The link to the piece behind this one, when there is one, and to the first when this is none.
 void AddMore(Span span, size_t total, const Address& list, Markup& to);
+
+/// What is said of a library with nothing in it, and what to do about it.
+inline constexpr char kEmptyLibrary[] = "The library is empty.";
+inline constexpr char kFillLibrary[] =
+    "\"koliindexctl add FOLDER\" has the daemon look at what is in a folder of a share, \"koliindexctl watch "
+    "FOLDER\" keeps it up to date.";
+
+/// The folders on the way to a path, as links.
+void AddFolderTrail(const std::string& path, Markup& to);
+
+/// For a folder that is not there now, though files of it are stored.
+Markup AwayNote(const std::string& folder);
 
 /// A heading with a number beside it.
 void AddHeading(std::string_view text, const std::string& count, Markup& to);

@@ -28,8 +28,8 @@ std::string NamesOf(const std::vector<int64_t>& users) {
 std::string RightsText(const PhotoAlbumRow& album) {
     if (!album.is_enabled) return "Nobody may see it: it is switched off";
     if (album.is_public) return "Everybody may see it";
-    if (album.users.empty()) return "No user may see it yet";
-    return "May be seen by " + NamesOf(album.users);
+    if (album.users.empty()) return "Only some users may see it, but none is chosen";
+    return "Only these users may see it: " + NamesOf(album.users);
 }
 
 /// The folders that an album lies in, as links.
@@ -45,13 +45,14 @@ void AddTrail(const std::string& name, Markup& main) {
     main << "</ol></nav>";
 }
 
-void AddAlbumGrid(const Piece<PhotoAlbumRow>& albums, bool is_list, Markup& main) {
-    if (is_list)
+/// Without `parent` it is the list of the page, which goes on in pieces.
+void AddAlbumGrid(const Piece<PhotoAlbumRow>& albums, const std::string& parent, Markup& main) {
+    if (parent.empty())
         main << "<ul class=\"grid\" id=\"list\">";
     else
         main << "<ul class=\"grid\">";
     for (const PhotoAlbumRow& album : albums.rows)
-        AddPhotoAlbumCard(album, main);
+        AddPhotoAlbumCard(album, main, parent);
     main << "</ul>";
 }
 
@@ -63,12 +64,12 @@ Reply PhotoAlbumsPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Photo albums", Grouped(static_cast<int64_t>(albums.total)), main);
     if (albums.total == 0) {
-        main << NothingNote(visit, "There are no photo albums yet.", kAddPictures);
+        main << EmptyNote(visit, "There are no photo albums yet.", kAddPictures);
     } else {
-        AddAlbumGrid(albums, true, main);
+        AddAlbumGrid(albums, "", main);
         AddMore(span, albums.total, Address("/photos/albums"), main);
     }
-    return PageReply(visit.Head("Photo albums", Area::kPhotos, "Albums"), main);
+    return PageReply(visit.Head(TitleOf({"Photo albums", FromText(span)}), Area::kPhotos, "Albums"), main);
 }
 
 Reply PhotoAlbumPage(const Visit& visit) {
@@ -84,16 +85,18 @@ Reply PhotoAlbumPage(const Visit& visit) {
     AddTrail(name, main);
     AddHeading(album.title, GroupedCount(static_cast<int64_t>(pictures.total), "picture"), main);
     if (!album.description.empty()) main << "<p dir=\"auto\">", main.Name(album.description) << "</p>";
-    main << "<p class=\"muted\">";
-    main.Text(RightsText(album)) << "</p>";
+    main << "<p class=\"muted\" dir=\"auto\">";
+    main.Name(RightsText(album)) << "</p>";
     if (!albums.rows.empty()) {
         main << "<h2>Albums in it</h2>";
-        AddAlbumGrid(albums, false, main);
+        AddAlbumGrid(albums, name, main);
         if (!pictures.rows.empty()) main << "<h2>Pictures</h2>";
     }
-    AddPictureGrid(pictures, "album", main);
+    AddPictureGrid(visit, pictures, false, main);
     AddMore(span, pictures.total, Address("/photos/album").Path(name), main);
-    return PageReply(visit.Head(album.title, Area::kPhotos, "Albums"), main);
+    const std::string in = name == album.title ? "" : name;
+    const std::string window = TitleOf({album.title, in, "Photo album", FromText(span)});
+    return PageReply(visit.Head(window, Area::kPhotos, "Albums"), main);
 }
 
 Reply PhotoDatesPage(const Visit& visit) {
@@ -102,19 +105,19 @@ Reply PhotoDatesPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     AddHeading("Pictures by date", "", main);
     if (months.total == 0) {
-        main << NothingNote(visit, kNoPictures, kAddPictures);
+        main << EmptyNote(visit, kNoPictures, kAddPictures);
     } else {
         main << "<ul class=\"grid\" id=\"list\">";
         for (const NamedRow& month : months.rows)
             AddCard({Address("/photos/date").Word(month.name),
                      {.name = month.name, .path = month.cover},
-                     MonthText(month.name),
+                     MonthName(month.name),
                      GroupedCount(static_cast<int64_t>(month.count), "picture")},
                     main);
         main << "</ul>";
         AddMore(span, months.total, Address("/photos/dates"), main);
     }
-    return PageReply(visit.Head("Pictures by date", Area::kPhotos, "Dates"), main);
+    return PageReply(visit.Head(TitleOf({"Pictures by date", FromText(span)}), Area::kPhotos, "Dates"), main);
 }
 
 Reply PhotoDatePage(const Visit& visit) {
@@ -122,12 +125,12 @@ Reply PhotoDatePage(const Visit& visit) {
     const Span span = visit.Piece(kPictures);
     const auto pictures = visit.library.PicturesOfMonth(month.value_or("-"), span);
     if (pictures.total == 0) return MissingPage(visit);
-    const std::string title = MonthText(*month);
+    const std::string title = MonthName(*month);
     Markup main = visit.NewMarkup();
     AddHeading(title, GroupedCount(static_cast<int64_t>(pictures.total), "picture"), main);
-    AddPictureGrid(pictures, "date", main);
+    AddPictureGrid(visit, pictures, true, main);
     AddMore(span, pictures.total, Address("/photos/date").Word(*month), main);
-    return PageReply(visit.Head(title, Area::kPhotos, "Dates"), main);
+    return PageReply(visit.Head(TitleOf({title, "Pictures", FromText(span)}), Area::kPhotos, "Dates"), main);
 }
 
 }  // namespace koli::serve

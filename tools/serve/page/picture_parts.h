@@ -5,14 +5,14 @@
 
 namespace koli::serve {
 
+inline constexpr size_t kMonthLength = 7;  // "2024-05"
 /// "May 2024" for "2024-05".
-std::string MonthText(const std::string& month);
+std::string MonthName(const std::string& month);
 
-/// `list` tells which list it is a piece of: "album" or "date", "" = none.  From there the page of each goes
-/// on to the next.
-void AddPictureGrid(const Piece<PictureRow>& pictures, std::string_view list, Markup& to);
+/// `is_by_date`: the pages of these go on to the next of their month, else to that of their album.
+void AddPictureGrid(const Visit& visit, const Piece<PictureRow>& pictures, bool is_by_date, Markup& to);
 
-/// The picture, large, with the links to its neighbours in the list that the address names.
-void AddPicture(const Visit& visit, const PictureRow& picture, Markup& to);
+/// The picture, large, with its caption.
+void AddPicture(const PictureRow& picture, Markup& to);
 
 }  // namespace koli::serve

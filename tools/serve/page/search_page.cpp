@@ -1,9 +1,6 @@
 // What holds the words that were searched for.
-#include <algorithm>
-
 #include "tools/serve/page/pages.h"
 #include "tools/serve/page/parts.h"
-#include "tools/serve/page/picture_parts.h"
 #include "tools/serve/page/values.h"
 
 namespace koli::serve {
@@ -18,13 +15,22 @@ class Results {
         : visit_(visit), text_(text), kind_(visit.Value("in")), found_(found), main_(visit.NewMarkup()) {}
 
     Markup Take() {
-        AddAlbums();
-        AddArtists();
-        AddSongs();
-        AddFilms();
-        AddPictures();
-        AddPhotoAlbums();
-        AddPlaylists();
+        AddKind(found_.albums, "albums", "Albums", "grid",
+                [this](const AlbumRow& album) { AddAlbumCard(album, main_); });
+        AddKind(found_.artists, "artists", "Artists", "names", [this](const NamedRow& artist) {
+            AddNamed(Address("/music/artist").Word(artist.name), artist.name,
+                     GroupedCount(static_cast<int64_t>(artist.count), "song"), main_);
+        });
+        AddKind(found_.songs, "songs", "Songs", "tracks",
+                [this](const SongRow& song) { AddSong(song, "", main_); });
+        AddKind(found_.films, "films", "Films", "grid wide",
+                [this](const FilmRow& film) { AddFilmCard(film, main_); });
+        AddKind(found_.pictures, "pictures", "Pictures", "photos",
+                [this](const PictureRow& picture) { AddTile(picture, EntryAddress(picture.path), main_); });
+        AddKind(found_.photo_albums, "photo-albums", "Photo albums", "grid",
+                [this](const PhotoAlbumRow& album) { AddPhotoAlbumCard(album, main_); });
+        AddKind(found_.playlists, "playlists", "Playlists", "grid",
+                [this](const PlaylistRow& list) { AddPlaylistCard(list, main_); });
         return std::move(main_);
     }
 
@@ -33,96 +39,30 @@ class Results {
         return Address("/search").Query("q", text_).Query("in", kind.text);
     }
 
-    /// True when there is something of that kind to be shown; then its heading stands.
-    template <typename Row>
-    bool Begin(const Piece<Row>& piece, Literal kind, const char* name) {
-        if (piece.total == 0 || (!kind_.empty() && kind_ != kind.text)) return false;
-        main_ << "<section class=\"block\"><div class=\"head\"><h2>";
-        main_.Text(name) << "</h2><span class=\"muted\">";
-        main_.Text(Grouped(static_cast<int64_t>(piece.total))) << "</span>";
-        if (kind_.empty() && piece.total > kFew) {
-            main_ << "<a";
-            main_.Link("href", KindAddress(kind)) << ">Show all</a>";
-        }
-        main_ << "</div>";
-        return true;
-    }
-
-    template <typename Row>
-    void End(const Piece<Row>& piece, Literal kind) {
+    /// A heading, and the list of what was found of a kind; nothing where there is none of it.
+    template <typename Row, typename AddRow>
+    void AddKind(const Piece<Row>& piece, Literal kind, const char* name, Literal list, AddRow add) {
+        if (piece.total == 0 || (!kind_.empty() && kind_ != kind.text)) return;
+        AddHead(piece.total, kind, name);
+        main_ << "<ul class=\"" << list << "\"";
+        if (!kind_.empty()) main_ << " id=\"list\"";  // by which the script finds the one that goes on
+        main_ << ">";
+        for (const Row& row : piece.rows)
+            add(row);
+        main_ << "</ul>";
         if (!kind_.empty()) AddMore(visit_.Piece(kMany), piece.total, KindAddress(kind), main_);
         main_ << "</section>";
     }
 
-    /// Lists have a name by which the script finds them, when there is one.
-    void Open(Literal list) {
-        main_ << "<ul class=\"" << list << "\"";
-        if (!kind_.empty()) main_ << " id=\"list\"";
-        main_ << ">";
-    }
-
-    void AddAlbums() {
-        if (!Begin(found_.albums, "albums", "Albums")) return;
-        Open("grid");
-        for (const AlbumRow& album : found_.albums.rows)
-            AddAlbumCard(album, main_);
-        main_ << "</ul>";
-        End(found_.albums, "albums");
-    }
-
-    void AddArtists() {
-        if (!Begin(found_.artists, "artists", "Artists")) return;
-        Open("names");
-        for (const NamedRow& artist : found_.artists.rows)
-            AddNamed(Address("/music/artist").Word(artist.name), artist.name,
-                     GroupedCount(static_cast<int64_t>(artist.count), "song"), main_);
-        main_ << "</ul>";
-        End(found_.artists, "artists");
-    }
-
-    void AddSongs() {
-        if (!Begin(found_.songs, "songs", "Songs")) return;
-        Open("tracks");
-        for (const SongRow& song : found_.songs.rows)
-            AddSong(song, "", main_);
-        main_ << "</ul>";
-        End(found_.songs, "songs");
-    }
-
-    void AddFilms() {
-        if (!Begin(found_.films, "films", "Films")) return;
-        Open("grid wide");
-        for (const FilmRow& film : found_.films.rows)
-            AddFilmCard(film, main_);
-        main_ << "</ul>";
-        End(found_.films, "films");
-    }
-
-    void AddPictures() {
-        if (!Begin(found_.pictures, "pictures", "Pictures")) return;
-        Open("photos");
-        for (const PictureRow& picture : found_.pictures.rows)
-            AddTile(picture, EntryAddress(picture.path), main_);
-        main_ << "</ul>";
-        End(found_.pictures, "pictures");
-    }
-
-    void AddPhotoAlbums() {
-        if (!Begin(found_.photo_albums, "photo-albums", "Photo albums")) return;
-        Open("grid");
-        for (const PhotoAlbumRow& album : found_.photo_albums.rows)
-            AddPhotoAlbumCard(album, main_);
-        main_ << "</ul>";
-        End(found_.photo_albums, "photo-albums");
-    }
-
-    void AddPlaylists() {
-        if (!Begin(found_.playlists, "playlists", "Playlists")) return;
-        Open("grid");
-        for (const PlaylistRow& list : found_.playlists.rows)
-            AddPlaylistCard(list, main_);
-        main_ << "</ul>";
-        End(found_.playlists, "playlists");
+    void AddHead(size_t total, Literal kind, const char* name) {
+        main_ << "<section class=\"block\"><div class=\"head\"><h2>";
+        main_.Text(name) << "</h2><span class=\"muted\">";
+        main_.Text(Grouped(static_cast<int64_t>(total))) << "</span>";
+        if (kind_.empty() && total > kFew) {
+            main_ << "<a";
+            main_.Link("href", KindAddress(kind)) << ">Show all</a>";
+        }
+        main_ << "</div>";
     }
 
     const Visit& visit_;
@@ -132,6 +72,12 @@ class Results {
     Markup main_;
 };
 
+std::string CountText(const SearchView& found) {
+    const size_t all = found.albums.total + found.artists.total + found.songs.total + found.films.total +
+                       found.pictures.total + found.photo_albums.total + found.playlists.total;
+    return all == 0 ? "Nothing found" : Grouped(static_cast<int64_t>(all)) + " found";
+}
+
 }  // namespace
 
 Reply SearchPage(const Visit& visit) {
@@ -140,7 +86,8 @@ Reply SearchPage(const Visit& visit) {
     const Span span = visit.Value("in").empty() ? Span{0, kFew} : visit.Piece(kMany);
     const SearchView found = visit.library.Search(text, span);
     Markup main = visit.NewMarkup();
-    AddHeading("Search", "", main);
+    main << "<h1>Search</h1><p class=\"muted\" data-said>";
+    main.Text(found.has_words ? CountText(found) : "") << "</p>";
     if (!found.has_words) {
         main << NoteOf(
             "Type some words above.",
@@ -151,7 +98,8 @@ Reply SearchPage(const Visit& visit) {
     } else {
         main << NothingNote(visit, "Nothing in the library has all of these words.", "Try fewer of them.");
     }
-    PageHead head = visit.Head("Search", Area::kNone);
+    PageHead head =
+        visit.Head(TitleOf({text, "Search", visit.Value("in"), FromText(visit.Piece(kMany))}), Area::kNone);
     head.searched = text;
     return PageReply(head, main);
 }

@@ -31,6 +31,7 @@ constexpr Route kRoutes[] = {{"", "", 0, StartPage},
                              {"films", "", 1, FilmsPage},
                              {"folder", "", kAny, FolderPage},
                              {"live", "", 1, LivePage},
+                             {"music", "", 1, AlbumsPage},
                              {"music", "album", 4, AlbumPage},
                              {"music", "albums", 2, AlbumsPage},
                              {"music", "artist", 3, ArtistPage},
@@ -39,6 +40,7 @@ constexpr Route kRoutes[] = {{"", "", 0, StartPage},
                              {"music", "genres", 2, GenresPage},
                              {"music", "year", 3, YearPage},
                              {"music", "years", 2, YearsPage},
+                             {"photos", "", 1, PhotoAlbumsPage},
                              {"photos", "album", kAny, PhotoAlbumPage},
                              {"photos", "albums", 2, PhotoAlbumsPage},
                              {"photos", "date", 3, PhotoDatePage},
@@ -59,6 +61,7 @@ bool Matches(const Route& route, const std::vector<std::string>& path) {
 }  // namespace
 
 Reply SitePage(const Visit& visit) {
+    const Library::Page page(visit.library);
     for (const Route& route : kRoutes)
         if (Matches(route, visit.request.path)) return route.page(visit);
     return MissingPage(visit);

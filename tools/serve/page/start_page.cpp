@@ -7,40 +7,56 @@
 namespace koli::serve {
 namespace {
 
-void AddCount(const char* name, size_t count, const Address& address, Markup& main) {
+/// `noun` is one of them; the plural is itself and "s".
+void AddCount(const std::string& noun, size_t count, const Address& address, Markup& main) {
     main << "<a";
     main.Link("href", address) << "><b>";
     main.Text(Grouped(static_cast<int64_t>(count))) << "</b>";
-    main.Text(name) << "</a>";
+    main.Text(count == 1 ? noun : noun + "s") << "</a>";
 }
 
 void AddCounts(const Totals& totals, Markup& main) {
     main << "<nav class=\"facts\" aria-label=\"What there is\">";
-    AddCount("albums", totals.albums, Address("/music/albums"), main);
-    AddCount("artists", totals.artists, Address("/music/artists"), main);
-    AddCount("films", totals.films, Address("/films"), main);
-    AddCount("pictures", totals.pictures, Address("/photos/dates"), main);
-    AddCount("photo albums", totals.photo_albums, Address("/photos/albums"), main);
-    AddCount("playlists", totals.playlists, Address("/playlists"), main);
+    AddCount("album", totals.albums, Address("/music/albums"), main);
+    AddCount("artist", totals.artists, Address("/music/artists"), main);
+    AddCount("film", totals.films, Address("/films"), main);
+    AddCount("picture", totals.pictures, Address("/photos/dates"), main);
+    AddCount("photo album", totals.photo_albums, Address("/photos/albums"), main);
+    AddCount("playlist", totals.playlists, Address("/playlists"), main);
+    if (totals.problems > 0) AddCount("problem", totals.problems, Address("/problems"), main);
     main << "</nav>";
+}
+
+void AddHeadOf(const char* what, const Address& all, Markup& main) {
+    main << "<div class=\"head\"><h2>";
+    main.Text(what) << "</h2><a";
+    main.Link("href", all).Attribute("aria-label", std::string("Show all: ") + what) << ">Show all</a></div>";
 }
 
 void AddNewest(const Visit& visit, Markup& main) {
     const auto albums = visit.library.Albums(AlbumOrder::kNewest, {0, 12});
-    if (!albums.rows.empty()) main << "<h2>Newest albums</h2><ul class=\"grid\">";
-    for (const AlbumRow& album : albums.rows)
-        AddAlbumCard(album, main);
-    if (!albums.rows.empty()) main << "</ul>";
+    if (!albums.rows.empty()) {
+        AddHeadOf("Newest albums", Address("/music/albums").Query("order", "newest"), main);
+        main << "<ul class=\"grid\">";
+        for (const AlbumRow& album : albums.rows)
+            AddAlbumCard(album, main);
+        main << "</ul>";
+    }
     const auto pictures = visit.library.Pictures({0, 24});
-    if (!pictures.rows.empty()) main << "<h2>Latest pictures</h2><ul class=\"photos\">";
-    for (const PictureRow& picture : pictures.rows)
-        AddTile(picture, EntryAddress(picture.path), main);
-    if (!pictures.rows.empty()) main << "</ul>";
+    if (!pictures.rows.empty()) {
+        AddHeadOf("Latest pictures", Address("/photos/dates"), main);
+        main << "<ul class=\"photos\">";
+        for (const PictureRow& picture : pictures.rows)
+            AddTile(picture, EntryAddress(picture.path), main);
+        main << "</ul>";
+    }
     const auto films = visit.library.Films(FileOrder::kNewest, {0, 6});
-    if (!films.rows.empty()) main << "<h2>Newest films</h2><ul class=\"grid wide\">";
+    if (films.rows.empty()) return;
+    AddHeadOf("Newest films", Address("/films").Query("order", "newest"), main);
+    main << "<ul class=\"grid wide\">";
     for (const FilmRow& film : films.rows)
         AddFilmCard(film, main);
-    if (!films.rows.empty()) main << "</ul>";
+    main << "</ul>";
 }
 
 }  // namespace
@@ -50,9 +66,7 @@ Reply StartPage(const Visit& visit) {
     Markup main = visit.NewMarkup();
     main << "<h1 class=\"away\">Media library</h1>";
     if (totals.songs + totals.films + totals.pictures + totals.playlists == 0)
-        main << NothingNote(
-            visit, "The library is empty.",
-            "\"koliindexctl add FOLDER\" has the daemon look at what is in a folder of a share.");
+        main << EmptyNote(visit, kEmptyLibrary, kFillLibrary);
     AddCounts(totals, main);
     AddLive(visit, main);
     AddNewest(visit, main);

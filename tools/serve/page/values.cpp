@@ -31,4 +31,21 @@ std::string PlayingTime(double seconds) {
     return text;
 }
 
+std::string PixelsText(int64_t width, int64_t height) {
+    if (width <= 0 || height <= 0) return "";
+    return std::to_string(width) + " \xC3\x97 " + std::to_string(height);
+}
+
+std::string Begun(std::string text) {
+    if (!text.empty() && text[0] >= 'a' && text[0] <= 'z') text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    return text;
+}
+
+std::string Joined(std::initializer_list<std::string> facts) {
+    std::string text;
+    for (const std::string& fact : facts)
+        if (!fact.empty()) text += (text.empty() ? "" : " \xC2\xB7 ") + fact;
+    return text;
+}
+
 }  // namespace koli::serve

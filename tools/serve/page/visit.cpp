@@ -1,6 +1,6 @@
 #include "tools/serve/page/visit.h"
 
-#include "base/parse_number.h"
+#include "tools/serve/page/live.h"
 #include "tools/serve/page/notice_pages.h"
 
 namespace koli::serve {
@@ -18,12 +18,26 @@ std::optional<std::string> Visit::WordAt(size_t place) const {
     return place < request.path.size() ? Unescaped(request.path[place]) : std::nullopt;
 }
 
+PageHead Visit::Head(std::string title, Area area, const char* tab) const {
+    return {
+        .title = std::move(title), .area = area, .trouble = library.Error(), .tab = tab, .is_kept = is_kept};
+}
+
+std::string FromText(Span span) {
+    return span.from == 0 ? "" : "from " + std::to_string(span.from + 1) + " on";
+}
+
 Markup NothingNote(const Visit& visit, std::string_view sentence, std::string_view advice) {
-    const std::string error = visit.library.Error();
-    if (error.empty()) return NoteOf(sentence, advice);
-    return NoteOf(
-        "The library cannot be shown: " + error,
-        "Once that is mended, load the page again. On the machine itself \"koliindexctl status\" tells more.");
+    return visit.library.Error().empty() ? NoteOf(sentence, advice) : Markup();
+}
+
+Markup EmptyNote(const Visit& visit, std::string_view sentence, std::string_view advice) {
+    const ctl::StatusLook look = visit.library.Live();
+    if (look.batch.kind == ctl::BatchState::kKept)
+        return NothingNote(visit, sentence, "The daemon keeps a batch of requests: " + KeptText(look.batch));
+    if (look.IsAtWork() || look.waiting > 0)
+        return NothingNote(visit, sentence, "The daemon has requests: there may be some soon.");
+    return NothingNote(visit, sentence, advice);
 }
 
 Reply MissingPage(const Visit& visit) {

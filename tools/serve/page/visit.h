@@ -23,13 +23,18 @@ struct Visit {
     const std::string& Value(Literal name) const { return request.parameters.Value(name.text); }
     /// The word in the segment at `place`, as Address::Word has written it.
     std::optional<std::string> WordAt(size_t place) const;
-    PageHead Head(std::string title, Area area, const char* tab = nullptr) const {
-        return {.title = std::move(title), .area = area, .tab = tab, .is_kept = is_kept};
-    }
+    PageHead Head(std::string title, Area area, const char* tab = nullptr) const;
 };
 
-/// Why there is nothing to see: the databases cannot be read, or they have none of these.
+/// "from 61 on" for a piece of a list, as a part of a title; "" for its beginning.
+std::string FromText(Span span);
+
+/// Why there is nothing to see: the databases have none of these.  Empty when they cannot be read, as the
+/// page's head tells.
 Markup NothingNote(const Visit& visit, std::string_view sentence, std::string_view advice);
+
+/// The same for a part of the library that is empty: `advice` is for a daemon that has nothing to do.
+Markup EmptyNote(const Visit& visit, std::string_view sentence, std::string_view advice);
 
 /// The page for what the library does not have.
 Reply MissingPage(const Visit& visit);

@@ -29,7 +29,7 @@ struct CloseListing {
 };
 using Listing = std::unique_ptr<DIR, CloseListing>;
 
-Listing ListingOf(const ctl::UniqueFd& folder) {
+Listing ListingOf(const UniqueFd& folder) {
     const int descriptor = fcntl(folder.get(), F_DUPFD_CLOEXEC, 0);
     Listing listing(descriptor >= 0 ? fdopendir(descriptor) : nullptr);
     if (listing == nullptr && descriptor >= 0) close(descriptor);
@@ -50,11 +50,11 @@ uint64_t CacheBytes(uint64_t size) {
     return (size + kBlock - 1) / kBlock * kBlock;
 }
 
-ctl::UniqueFd CacheFolderOpen(const std::string& folder, std::string* error) {
+UniqueFd CacheFolderOpen(const std::string& folder, std::string* error) {
     std::error_code ignored;  // what matters is whether it can be opened
     std::filesystem::create_directories(std::filesystem::path(folder).parent_path(), ignored);
     mkdir(folder.c_str(), 0700);
-    ctl::UniqueFd opened(open(folder.c_str(), kFolderFlags));
+    UniqueFd opened(open(folder.c_str(), kFolderFlags));
     struct stat info {};
     if (!opened.valid() || fstat(opened.get(), &info) != 0) {
         *error = strerror(errno);
@@ -65,11 +65,11 @@ ctl::UniqueFd CacheFolderOpen(const std::string& folder, std::string* error) {
     return {};
 }
 
-ctl::UniqueFd CacheSubfolder(int folder, int number, bool is_made) {
+UniqueFd CacheSubfolder(int folder, int number, bool is_made) {
     char name[3];
     snprintf(name, sizeof name, "%02x", static_cast<unsigned>(number) & 0xFFU);
     if (is_made) mkdirat(folder, name, 0700);
-    return ctl::UniqueFd(openat(folder, name, kFolderFlags));
+    return UniqueFd(openat(folder, name, kFolderFlags));
 }
 
 std::string CacheFileName(uint64_t hash) {
@@ -79,7 +79,7 @@ std::string CacheFileName(uint64_t hash) {
 }
 
 void CacheFilesList(int folder, int number, std::vector<CachedFile>* files) {
-    const ctl::UniqueFd subfolder = CacheSubfolder(folder, number, false);
+    const UniqueFd subfolder = CacheSubfolder(folder, number, false);
     if (!subfolder.valid()) return;
     const Listing listing = ListingOf(subfolder);
     if (listing == nullptr) return;

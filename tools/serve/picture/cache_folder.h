@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::serve {
 
@@ -24,10 +24,10 @@ uint64_t CacheBytes(uint64_t size);
 
 /// The folder itself, made if need be with those above it.  Invalid, and `error` says why, unless it is a
 /// folder of this user's that nobody else may write to.
-ctl::UniqueFd CacheFolderOpen(const std::string& folder, std::string* error);
+UniqueFd CacheFolderOpen(const std::string& folder, std::string* error);
 
 /// One of the 256, which is made when it is to be written to.  Invalid when it is not there, or not a folder.
-ctl::UniqueFd CacheSubfolder(int folder, int number, bool is_made);
+UniqueFd CacheSubfolder(int folder, int number, bool is_made);
 inline int CacheSubfolderOf(uint64_t hash) {
     return static_cast<int>(hash >> 56);
 }

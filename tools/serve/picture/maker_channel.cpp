@@ -27,13 +27,13 @@ msghdr MessageOf(iovec& content, Control& control) {
     return message;
 }
 
-ctl::UniqueFd DescriptorIn(msghdr& message) {
+UniqueFd DescriptorIn(msghdr& message) {
     const cmsghdr* head = CMSG_FIRSTHDR(&message);
     if (head == nullptr || head->cmsg_type != SCM_RIGHTS || head->cmsg_len != CMSG_LEN(sizeof(int)))
         return {};
     int descriptor = -1;
     memcpy(&descriptor, CMSG_DATA(head), sizeof descriptor);
-    return ctl::UniqueFd(descriptor);
+    return UniqueFd(descriptor);
 }
 
 /// Whether a message of `size` bytes came through whole; else 0 is the other end's end.
@@ -50,7 +50,7 @@ PictureSlots::PictureSlots(size_t count) : file_(memfd_create("small pictures", 
     Map();
 }
 
-PictureSlots::PictureSlots(ctl::UniqueFd file) : file_(std::move(file)) {
+PictureSlots::PictureSlots(UniqueFd file) : file_(std::move(file)) {
     Map();
 }
 
@@ -88,7 +88,7 @@ bool OrderSend(int socket, const PictureOrder& order, int file) {
     return IsWhole(sendmsg(socket, &message, MSG_NOSIGNAL), sizeof copy);
 }
 
-bool OrderReceive(int socket, PictureOrder* order, ctl::UniqueFd* file) {
+bool OrderReceive(int socket, PictureOrder* order, UniqueFd* file) {
     iovec content{order, sizeof *order};
     Control control{};
     msghdr message = MessageOf(content, control);

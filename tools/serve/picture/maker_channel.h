@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::serve {
 
@@ -23,7 +23,7 @@ class PictureSlots {
     /// New ones.
     explicit PictureSlots(size_t count);
     /// Those of such a file, which it takes over.
-    explicit PictureSlots(ctl::UniqueFd file);
+    explicit PictureSlots(UniqueFd file);
     ~PictureSlots();
     PictureSlots(const PictureSlots&) = delete;
     PictureSlots& operator=(const PictureSlots&) = delete;
@@ -42,7 +42,7 @@ class PictureSlots {
   private:
     void Map();
 
-    ctl::UniqueFd file_;
+    UniqueFd file_;
     PictureSlot* slots_ = nullptr;
     size_t count_ = 0;
 };
@@ -74,7 +74,7 @@ struct MakerExit {
 
 bool OrderSend(int socket, const PictureOrder& order, int file);
 /// `file` stays invalid when the order came without one.
-bool OrderReceive(int socket, PictureOrder* order, ctl::UniqueFd* file);
+bool OrderReceive(int socket, PictureOrder* order, UniqueFd* file);
 bool AnswerSend(int socket, const PictureAnswer& answer);
 bool AnswerReceive(int socket, PictureAnswer* answer);
 

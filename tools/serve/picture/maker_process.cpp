@@ -21,8 +21,8 @@ constexpr int kStartMs = 10000;  // that a busy machine may take to load the lib
 constexpr int kFreeDescriptor = 16;
 
 /// A copy with a number that no standard or agreed descriptor has.
-ctl::UniqueFd Aside(int descriptor) {
-    return ctl::UniqueFd(fcntl(descriptor, F_DUPFD_CLOEXEC, kFreeDescriptor));
+UniqueFd Aside(int descriptor) {
+    return UniqueFd(fcntl(descriptor, F_DUPFD_CLOEXEC, kFreeDescriptor));
 }
 
 /// What posix_spawn is told.
@@ -71,8 +71,8 @@ bool MakerProcess::Spawn(const std::string& program, int slots, std::string* err
         *error = strerror(errno);
         return false;
     }
-    socket_ = ctl::UniqueFd(ends[0]);
-    const ctl::UniqueFd makers_end(ends[1]), socket_aside = Aside(ends[1]), slots_aside = Aside(slots);
+    socket_ = UniqueFd(ends[0]);
+    const UniqueFd makers_end(ends[1]), socket_aside = Aside(ends[1]), slots_aside = Aside(slots);
     const SpawnPlan plan(socket_aside.get(), slots_aside.get());
     std::string name = "koliindexpictures";
     char* const arguments[] = {name.data(), nullptr};

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 #include "tools/serve/picture/maker_channel.h"
 
 namespace koli::serve {
@@ -36,7 +36,7 @@ class MakerProcess {
     int Wait();
 
     pid_t pid_ = 0;
-    ctl::UniqueFd socket_;
+    UniqueFd socket_;
 };
 
 }  // namespace koli::serve

@@ -63,7 +63,7 @@ void MarkUsed(int file, const struct stat& info) {
 bool Write(int folder, const std::string& name, std::string_view key, std::string_view picture) {
     const std::string unfinished = name + '.' + std::to_string(getpid()) + ".tmp";
     unlinkat(folder, unfinished.c_str(), 0);
-    const ctl::UniqueFd file(
+    const UniqueFd file(
         openat(folder, unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file.valid()) return false;
     Head head{
@@ -101,10 +101,10 @@ void PictureCache::Close() {
 std::optional<std::string> PictureCache::Find(std::string_view key) {
     if (!folder_.valid()) return std::nullopt;
     const uint64_t hash = PictureHash(key);
-    const ctl::UniqueFd folder = CacheSubfolder(folder_.get(), CacheSubfolderOf(hash), false);
+    const UniqueFd folder = CacheSubfolder(folder_.get(), CacheSubfolderOf(hash), false);
     if (!folder.valid()) return std::nullopt;
-    const ctl::UniqueFd file(openat(folder.get(), CacheFileName(hash).c_str(),
-                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const UniqueFd file(openat(folder.get(), CacheFileName(hash).c_str(),
+                               O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     struct stat info {};
     if (!file.valid() || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
     const auto size = static_cast<uint64_t>(info.st_size);
@@ -117,7 +117,7 @@ std::optional<std::string> PictureCache::Find(std::string_view key) {
 void PictureCache::Keep(std::string_view key, std::string_view picture) {
     if (!folder_.valid() || key.size() > kMaxKey) return;
     const uint64_t hash = PictureHash(key);
-    const ctl::UniqueFd folder = CacheSubfolder(folder_.get(), CacheSubfolderOf(hash), true);
+    const UniqueFd folder = CacheSubfolder(folder_.get(), CacheSubfolderOf(hash), true);
     if (!folder.valid() || !Write(folder.get(), CacheFileName(hash), key, picture)) return;
     const std::lock_guard lock(mutex_);
     bytes_ += CacheBytes(sizeof(Head) + key.size() + picture.size());
@@ -125,7 +125,7 @@ void PictureCache::Keep(std::string_view key, std::string_view picture) {
 }
 
 void PictureCache::Tidy() {
-    pthread_setname_np(pthread_self(), "koli-cache");
+    pthread_setname_np(pthread_self(), "serve-cache");
     std::unique_lock lock(mutex_);
     while (!is_closing_) {
         const uint64_t before = bytes_;
@@ -154,7 +154,7 @@ uint64_t PictureCache::Trim() const {
     });
     for (const CachedFile& file : files) {
         if (bytes <= bound_ - bound_ / 16) break;
-        const ctl::UniqueFd folder = CacheSubfolder(folder_.get(), CacheSubfolderOf(file.hash), false);
+        const UniqueFd folder = CacheSubfolder(folder_.get(), CacheSubfolderOf(file.hash), false);
         if (unlinkat(folder.get(), CacheFileName(file.hash).c_str(), 0) == 0) bytes -= file.bytes;
     }
     return bytes;

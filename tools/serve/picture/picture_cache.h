@@ -9,7 +9,7 @@
 #include <string_view>
 #include <thread>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 
 namespace koli::serve {
 
@@ -39,7 +39,7 @@ class PictureCache {
     void Tidy();
     uint64_t Trim() const;
 
-    ctl::UniqueFd folder_;
+    UniqueFd folder_;
     uint64_t bound_ = 0;
     std::mutex mutex_;
     std::condition_variable wake_;

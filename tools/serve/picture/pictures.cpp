@@ -31,7 +31,7 @@ bool Pictures::Start(const PictureSettings& settings, std::string* error) {
     const auto processors = static_cast<unsigned>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L));
     slots_ = std::make_unique<PictureSlots>(std::min(processors, kMaxAtOnce));
     at_work_.resize(slots_->count());
-    wake_ = ctl::UniqueFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    wake_ = UniqueFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!slots_->valid() || !wake_.valid()) {
         *error = strerror(errno);
         return false;
@@ -78,7 +78,7 @@ void Pictures::Stop() {
     maker_.End();
 }
 
-void Pictures::Ask(ctl::UniqueFd file, std::string_view name, PictureSide side, PictureDone done) {
+void Pictures::Ask(UniqueFd file, std::string_view name, PictureSide side, PictureDone done) {
     const std::optional<std::string> file_key = PictureKey(file.get(), name);
     PictureResult refusal = PictureResult::kNotNow;
     JobPointer pushed_out;
@@ -112,7 +112,7 @@ void Pictures::Wake() const {
 }
 
 void Pictures::Run() {
-    pthread_setname_np(pthread_self(), "koli-pictures");
+    pthread_setname_np(pthread_self(), "serve-pictures");
     for (;;) {
         Wait();
         {

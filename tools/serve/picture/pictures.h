@@ -12,7 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "tools/ctl/unique_fd.h"
+#include "base/unique_fd.h"
 #include "tools/serve/picture/failed_pictures.h"
 #include "tools/serve/picture/maker_channel.h"
 #include "tools/serve/picture/maker_process.h"
@@ -59,14 +59,14 @@ class Pictures {
     /// Has a small picture of what is open as `file` made, or fetched from the cache; `name` is the file's
     /// for good, such as its path.  From any thread; returns at once.  Whoever asks for one that is being
     /// made gets the same.  The newest comes first, but one in four is the oldest.
-    void Ask(ctl::UniqueFd file, std::string_view name, PictureSide side, PictureDone done);
+    void Ask(UniqueFd file, std::string_view name, PictureSide side, PictureDone done);
 
   private:
     using Clock = std::chrono::steady_clock;
     struct Job {
         std::string key;       // with its side
         std::string file_key;  // of all its sides
-        ctl::UniqueFd file;
+        UniqueFd file;
         PictureSide side;
         Clock::time_point asked;
         std::vector<PictureDone> who;
@@ -92,7 +92,7 @@ class Pictures {
     std::vector<JobPointer> at_work_;  // of each slot
     MakerProcess maker_;
     Clock::time_point maker_begin_;
-    ctl::UniqueFd wake_;
+    UniqueFd wake_;
     std::thread thread_;
     unsigned turn_ = 0;
     bool has_complained_ = false;

@@ -5,8 +5,27 @@ const all = (selector, from = document) => [...from.querySelectorAll(selector)];
 
 /** The page at an address, or null when there is none. */
 async function load(address, signal) {
-    const reply = await fetch(address, {signal, headers: {"X-Part": "1"}});
+    const reply = await fetch(address, {signal});
     return reply.ok ? new DOMParser().parseFromString(await reply.text(), "text/html") : null;
+}
+
+/** The page that is shown, without the place in it. */
+const place = () => location.href.split("#")[0];
+let shown = place();
+
+/** Puts what a loaded page shows in the place of what this one does: a song that plays goes on. */
+function show(page, address, how) {
+    document.querySelector("main").replaceWith(page.querySelector("main"));
+    document.querySelector(".top nav").replaceWith(page.querySelector(".top nav"));
+    document.title = page.title;
+    if (how) history[how]({}, "", address);
+    shown = place();
+    begin();
+}
+
+function say(text) {
+    const said = document.getElementById("said");
+    if (said.textContent !== text) said.textContent = text;
 }
 
 /** Long lists: the next piece comes when the link to it is near. */
@@ -18,8 +37,10 @@ function watchMore() {
         seen.disconnect();
         const page = await load(more.href).catch(() => null);
         const list = document.getElementById("list"), next = page && page.getElementById("list");
-        if (!list || !next) return;
+        if (!list || !next || !more.isConnected) return;
+        const tracks = all("a[data-play]", next);
         list.append(...next.children);
+        player.goOn(list, tracks);
         const further = page.querySelector("a.more");
         if (further) more.replaceWith(further);
         else more.remove();
@@ -34,92 +55,121 @@ function watchSearch() {
     if (!field) return;
     let waiting = 0, running = null;
     const look = async () => {
-        const address = "/search?q=" + encodeURIComponent(field.value);
+        const address = field.form.action + "?q=" + encodeURIComponent(field.value);
         if (running) running.abort();
         running = new AbortController();
         const page = await load(address, running.signal).catch(() => null);
-        const main = page && page.querySelector("main");
-        if (!main) return;
-        document.querySelector("main").replaceWith(main);
-        document.title = page.title;
-        const isThere = location.pathname === "/search";
-        history[isThere ? "replaceState" : "pushState"]({}, "", address);
-        all(".top [aria-current]").forEach((link) => link.removeAttribute("aria-current"));
-        begin();
+        if (!page || !page.querySelector("main")) return;
+        show(page, address, location.pathname === new URL(address).pathname ? "replaceState" : "pushState");
+        say(document.querySelector("[data-said]").textContent);
     };
     field.addEventListener("input", (event) => {
         clearTimeout(waiting);
         if (!event.isComposing && field.value.trim() !== "") waiting = setTimeout(look, 120);
     });
     field.addEventListener("compositionend", () => field.dispatchEvent(new Event("input")));
-    addEventListener("popstate", () => location.reload());
 }
 
 /** The daemon at work: asked each second while somebody can see it. */
-function watchLive() {
-    const live = document.getElementById("live");
-    if (!live) return;
-    let busy = false;
-    const look = async () => {
-        if (busy || document.hidden || !live.isConnected) return;
-        busy = true;
-        const page = await load(live.dataset.address).catch(() => null);
-        busy = false;
-        const now = page && page.getElementById("live");
-        if (!now) return;
-        const said = document.getElementById("said");
-        if (said && said.textContent !== now.dataset.state) said.textContent = now.dataset.state;
-        live.className = now.className;
-        live.replaceChildren(...now.childNodes);
-    };
-    const timer = setInterval(() => live.isConnected ? look() : clearInterval(timer), 1000);
-    document.addEventListener("visibilitychange", look);
+async function lookAtLive() {
+    const parts = all("[data-live]");
+    if (parts.length === 0 || document.hidden || lookAtLive.busy) return;
+    lookAtLive.busy = true;
+    const page = await load(parts[0].dataset.live).catch(() => null);
+    lookAtLive.busy = false;
+    for (const part of parts) {
+        const now = page && page.getElementById(part.id);
+        if (!now) continue;
+        if (now.dataset.state && now.dataset.state !== part.dataset.state) say(now.dataset.state);
+        part.dataset.state = now.dataset.state || "";
+        part.className = now.className;
+        if (part.innerHTML !== now.innerHTML) part.replaceChildren(...now.childNodes);
+    }
 }
 
-/** Playing: the tracks of a page one behind the other, in a bar at its foot. */
+/** Playing: the tracks of a list one behind the other, in a bar at the foot of the page. */
 const player = {
-    tracks: [], now: -1,
-    begin() {
-        this.tracks = all("a[data-play]");
-        this.tracks.forEach((track, i) => track.addEventListener("click", (event) => {
-            if (event.ctrlKey || event.metaKey || event.shiftKey || event.button) return;
-            event.preventDefault();
-            if (i === this.now) this.turn();
-            else this.play(i);
-        }));
-        all("[data-play-all]").forEach((button) => {
-            button.hidden = this.tracks.length === 0;
-            button.addEventListener("click", () => this.play(0));
-        });
+    tracks: [], now: -1, list: null,
+    bar: document.getElementById("player"),
+    get sound() { return this.bar.querySelector("audio"); },
+    get isPlaying() { return Boolean(this.bar) && !this.bar.hidden && !this.sound.paused; },
+    start(first, isShuffled) {
+        const links = all("a[data-play]");
+        this.list = document.getElementById("list");
+        this.tracks = links.map((link) => ({address: link.href, name: link.dataset.play}));
+        if (isShuffled)
+            for (let i = this.tracks.length; i > 1;) {
+                const j = Math.floor(Math.random() * i--);
+                [this.tracks[i], this.tracks[j]] = [this.tracks[j], this.tracks[i]];
+            }
+        this.play(first ? links.indexOf(first) : 0);
     },
-    bar() { return document.getElementById("player"); },
-    sound() { return this.bar().querySelector("audio"); },
+    goOn(list, links) {
+        if (list === this.list) this.tracks.push(...links.map((link) => ({address: link.href, name: link.dataset.play})));
+        this.mark();
+    },
     mark() {
-        all(".playing").forEach((row) => row.classList.remove("playing"));
-        const track = this.tracks[this.now], row = track && track.closest("li");
-        if (row) row.classList.add("playing");
+        const track = this.tracks[this.now];
+        for (const link of all("a[data-play]"))
+            link.closest("li").classList.toggle("playing", Boolean(track) && link.href === track.address);
     },
     play(i) {
         const track = this.tracks[i];
         if (!track) return;
         this.now = i;
-        this.bar().hidden = false;
-        this.bar().querySelector("p").textContent = track.dataset.play;
-        const sound = this.sound();
-        sound.src = track.href;
+        this.bar.hidden = false;
+        const title = this.bar.querySelector("p"), sound = this.sound;
+        title.textContent = track.name;
+        all("[data-step]", this.bar).forEach((button) => {
+            button.disabled = !this.tracks[i + Number(button.dataset.step)];
+        });
+        sound.src = track.address;
         sound.onended = () => this.play(this.now + 1);
-        sound.onerror = () => {
-            this.bar().querySelector("p").textContent = track.dataset.play + " \u2013 this browser cannot play it";
-        };
+        sound.onerror = () => { title.textContent = track.name + " \u2013 it cannot be played"; };
         sound.play().catch(() => {});
+        if (navigator.mediaSession) {
+            navigator.mediaSession.metadata = new MediaMetadata({title: track.name});
+            navigator.mediaSession.setActionHandler("previoustrack", () => this.play(this.now - 1));
+            navigator.mediaSession.setActionHandler("nexttrack", () => this.play(this.now + 1));
+        }
         this.mark();
     },
     turn() {
-        const media = this.now >= 0 ? this.sound() : document.querySelector("video, main audio");
+        const media = this.now >= 0 ? this.sound : document.querySelector("video, main audio");
         if (media) media.paused ? media.play().catch(() => {}) : media.pause();
         return Boolean(media);
     },
 };
+
+/** True when a click is for this page alone, not for another window. */
+const isPlain = (event) => !(event.ctrlKey || event.metaKey || event.shiftKey || event.altKey || event.button || event.defaultPrevented);
+
+/** While something plays, pages are loaded into this one. */
+async function follow(link) {
+    const page = await load(link.href).catch(() => null);
+    if (!page || !page.querySelector("main")) return void (location.href = link.href);
+    show(page, link.href, "pushState");
+    scrollTo(0, 0);
+    document.getElementById("main").focus();
+}
+
+function clicked(event) {
+    const on = event.target.closest("a, button");
+    if (!on || !isPlain(event)) return;
+    if (on.dataset.play) {
+        event.preventDefault();
+        const track = player.tracks[player.now];
+        if (track && track.address === on.href) player.turn();
+        else player.start(on);
+    } else if (on.dataset.playAll !== undefined) {
+        player.start(null, on.dataset.playAll === "shuffled");
+    } else if (on.dataset.step) {
+        player.play(player.now + Number(on.dataset.step));
+    } else if (on.href && on.origin === location.origin && !on.pathname.startsWith("/file/") && !on.hash && player.isPlaying) {
+        event.preventDefault();
+        follow(on);
+    }
+}
 
 /** The link in a grid that an arrow key leads to. */
 function neighbour(link, key) {
@@ -143,6 +193,9 @@ function pressed(event) {
         if (field) event.preventDefault(), field.focus(), field.select();
     } else if (event.key === " " && !isTyping && !on.closest("button, a")) {
         if (player.turn()) event.preventDefault();
+    } else if (event.key === "ArrowDown" && on.id === "q") {
+        const first = document.querySelector(".grid a, .photos a, .names a, .tracks a");
+        if (first) event.preventDefault(), first.focus();
     } else if (event.key.startsWith("Arrow") && !isTyping) {
         const link = on.closest(".grid a, .photos a, .names a");
         const next = link ? neighbour(link, event.key) : null;
@@ -154,13 +207,28 @@ function pressed(event) {
     }
 }
 
-/** What belongs to the main part, which a search replaces. */
+/** What belongs to the main part, when that has changed. */
 function begin() {
     watchMore();
-    watchLive();
-    player.begin();
+    player.mark();
+    const hasTracks = document.querySelector("a[data-play]") !== null;
+    all("[data-play-all]").forEach((button) => { button.hidden = !hasTracks; });
+}
+
+/** Back and forth between pages that were loaded into this one. */
+async function turned() {
+    if (place() === shown) return;
+    const page = player.isPlaying ? await load(location.href).catch(() => null) : null;
+    if (page && page.querySelector("main")) show(page);
+    else location.reload();
 }
 
 document.addEventListener("keydown", pressed);
+document.addEventListener("click", clicked);
+document.addEventListener("visibilitychange", lookAtLive);
+// Only one thing plays at a time.
+document.addEventListener("play", (event) => all("audio, video").forEach((media) => media !== event.target && media.pause()), true);
+addEventListener("popstate", turned);
+setInterval(lookAtLive, 1000);
 watchSearch();
 begin();

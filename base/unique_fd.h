@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace koli::ctl {
+namespace koli {
 
 class UniqueFd {
   public:
@@ -26,4 +26,4 @@ class UniqueFd {
     int fd_ = -1;
 };
 
-}  // namespace koli::ctl
+}  // namespace koli
