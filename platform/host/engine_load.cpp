@@ -3,7 +3,7 @@
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <atomic>
 #include <cstring>
 
 #include "base/media_info.h"
@@ -41,9 +41,10 @@ const EngineModule* LoadModule(std::string* error) {
 }
 
 const EngineModule* Module(std::string* error) {
-    static const EngineModule* loaded = nullptr;
-    if (loaded == nullptr) loaded = LoadModule(error);
-    return loaded;
+    static std::atomic<const EngineModule*> loaded = nullptr;  // loading it twice gives the same one
+    const EngineModule* module = loaded.load();
+    if (module == nullptr) loaded = module = LoadModule(error);
+    return module;
 }
 
 }  // namespace

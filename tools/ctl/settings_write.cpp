@@ -11,8 +11,8 @@
 #include <cstring>
 #include <memory>
 
+#include "base/unique_fd.h"
 #include "tools/ctl/small_file.h"
-#include "tools/ctl/unique_fd.h"
 
 namespace koli::ctl {
 namespace {
