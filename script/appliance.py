@@ -196,9 +196,12 @@ def own_value(value):
 class ServerChange:
     @staticmethod
     def execute(statement, values=()):
-        for value in values:
-            statement = statement.replace("?", "'" + str(value).replace("'", "''") + "'", 1)
-        ask_server(statement)
+        def quoted(mark):
+            value = values[int(mark[1]) - 1] if mark[1] else next(in_turn)
+            return "'" + str(value).replace("'", "''") + "'"
+
+        in_turn = iter(values)
+        ask_server(re.sub(r"\?(\d*)", quoted, statement))
 
 
 class ServerLock:
