@@ -16,12 +16,6 @@ bool IsOneOf(const char* name, const char* const (&tables)[N]) {
 }
 
 }  // namespace
-
-const SaveForm& SettingForm() {
-    static const auto* const form = new SaveForm{kSettingTable, {"name", "value"}};
-    return *form;
-}
-
 }  // namespace koli::host
 
 using namespace koli::host;

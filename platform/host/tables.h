@@ -9,7 +9,8 @@
 // - `problem` tells which files could not be parsed or read, and why: one row per path, `kind` a set of
 //   KOLIProblem; see problems.h.
 // - `setting` of the photo database is the daemon's own memory: 'batch_mark', how far a batch has come, and
-//   'photo_device', the device of the photo share's top when it was swept last.
+//   'photo_device', the device of the photo share's top when it was swept last, 'copied_from' while a copy
+//   of a library is not whole (database_copy.h).
 // - The access rights of an album go with it, whichever program deletes it.
 #pragma once
 
@@ -29,6 +30,9 @@ inline constexpr const char* kPhotoTables[] = {"photo_info", "video_desc", "vide
                                                "photo_access_right"};
 
 /// How a value of `setting` is saved.
-const SaveForm& SettingForm();
+inline const SaveForm& SettingForm() {
+    static const auto* const form = new SaveForm{kSettingTable, {"name", "value"}};
+    return *form;
+}
 
 }  // namespace koli::host

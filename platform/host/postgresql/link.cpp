@@ -145,10 +145,13 @@ void Link::Push() {
 
 // ---- Receiving
 
-/// Asks by another link: a session that is neither stuck in the network nor waiting for a replica.
+/// Asks by another link: a session that is neither stuck in the network nor waiting for a replica.  One that
+/// writes makes the server's log longer: when it does not, its process is stopped.
 bool Link::IsAtWork() {
     constexpr const char kAsk[] =
-        "SELECT pid FROM pg_stat_activity WHERE pid = $1 AND state = 'active'"
+        "SELECT CASE WHEN backend_xid IS NOT NULL AND wait_event IS NULL"
+        " THEN pg_wal_lsn_diff(pg_current_wal_insert_lsn(), '0/0')::bigint / 8192 END"
+        " FROM pg_stat_activity WHERE pid = $1 AND state = 'active'"
         " AND wait_event_type IS DISTINCT FROM 'Client' AND wait_event IS DISTINCT FROM 'SyncRep'";
     if (!is_to_wait_ || NowMs() - asked_ > kWorkMs) return false;
     SqlFailure failure;
@@ -158,7 +161,9 @@ bool Link::IsAtWork() {
     other->Query(kAsk, {{std::to_string(PQbackendPID(connection_.get())), false}});
     other->Sync();
     const Result answer = other->Answer();
-    return answer != nullptr && PQntuples(answer.get()) == 1;
+    if (answer == nullptr || PQntuples(answer.get()) != 1) return false;
+    const std::string before = std::exchange(log_length_, PQgetvalue(answer.get(), 0, 0));
+    return before.empty() || before != log_length_;
 }
 
 /// Waits until there is something to read, or room to send what is left.
@@ -176,6 +181,7 @@ bool Link::Wait(int64_t deadline, bool is_sending) {
 /// PQgetResult without its own waiting.
 PGresult* Link::Next() {
     asked_ = NowMs();
+    log_length_.clear();
     int64_t deadline = asked_ + kSilenceMs;
     for (int left = PQflush(connection_.get()); PQisBusy(connection_.get()) != 0;) {
         if (left < 0) {

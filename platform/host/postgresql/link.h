@@ -63,6 +63,7 @@ class Link {
     const Settings settings_;
     int64_t asked_ = 0;       // ms; when the server was asked what is waited for
     bool is_to_wait_ = true;  // for a server that is at work
+    std::string log_length_;  // of the server when it was asked last whether it is; in pages
     std::string lost_;
     std::string warning_;
 };
