@@ -143,7 +143,8 @@ def open_database(name):
 def change(name):
     """A database to be changed as another program does it; committed at the end."""
     if ON_SERVER:
-        yield ServerChange()
+        yield (changes := ServerChange())
+        ask_server(";\n".join(("BEGIN", *changes.statements, "COMMIT")))
         return
     connection = sqlite3.connect(f"{STORE}/{name}.db")
     try:
@@ -194,14 +195,16 @@ def own_value(value):
 
 
 class ServerChange:
-    @staticmethod
-    def execute(statement, values=()):
+    def __init__(self):
+        self.statements = []
+
+    def execute(self, statement, values=()):
         def quoted(mark):
             value = values[int(mark[1]) - 1] if mark[1] else next(in_turn)
             return "'" + str(value).replace("'", "''") + "'"
 
         in_turn = iter(values)
-        ask_server(re.sub(r"\?(\d*)", quoted, statement))
+        self.statements.append(re.sub(r"\?(\d*)", quoted, statement))
 
 
 class ServerLock:

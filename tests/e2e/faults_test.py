@@ -11,6 +11,7 @@ import sqlite3
 import subprocess
 import threading
 import time
+import unittest
 
 import fault_points
 import harness
@@ -73,6 +74,7 @@ class Writer(threading.Thread):
         database.close()
 
 
+@unittest.skipIf(appliance.ON_SERVER, "a server locks rows")
 class Locks(harness.DaemonTest):
     def test_other_programs_write_while_a_long_batch_runs(self):
         """What one database has got does not wait for what is done in the other, nor for the end of a line."""
