@@ -1,5 +1,5 @@
-"""What lies between a daemon and its server: passes on what they say to each other, later than it came, or up to some
-message. By itself: wire.py FOLDER SERVER MILLISECONDS (there and back)"""
+"""What lies between a daemon and its server: passes on what they say to each other, up to some message, or later than it
+came. By itself: wire.py FOLDER SERVER MILLISECONDS (there and back)"""
 import os
 import queue
 import socket
@@ -12,7 +12,7 @@ SOCKET = ".s.PGSQL.5432"
 
 class Wire:
     def __init__(self, folder, server, delay=0.0):
-        """Listens in one folder for what the server in the other one is to hear."""
+        """Listens in one folder for what the server in the other one is to hear.  With a delay it only delays that."""
         self.folder, self.server, self.delay, self.lock = folder, server, delay, threading.Lock()
         self.passed, self.stop, self.spoil = 0, None, None  # what becomes of the server's messages
         os.makedirs(folder, exist_ok=True)
@@ -43,18 +43,21 @@ class Wire:
         pending, is_typed = b"", is_answer
         try:
             while chunk := source.recv(1 << 16):
+                if later:
+                    later.put((time.monotonic() + self.delay / 2, chunk))
+                    continue
                 pending += chunk
                 # Only the first message of a client has no letter before its length.
                 while len(pending) >= is_typed + 4 and len(pending) >= (
                         length := is_typed + int.from_bytes(pending[is_typed:is_typed + 4], "big")):
                     message, pending, is_typed = pending[:length], pending[length:], True
-                    self.pass_on(message, is_answer, source, target, later)
+                    self.pass_on(message, is_answer, source, target)
         except OSError:
             pass
         self.close(source, target)
         source.close()
 
-    def pass_on(self, message, is_answer, source, target, later):
+    def pass_on(self, message, is_answer, source, target):
         with self.lock:
             stop = self.stop if self.stop and self.stop[0] == self.passed else None
             self.passed += 1
@@ -67,18 +70,15 @@ class Wire:
             raise OSError("cut")
         if self.spoil and is_answer:
             message = self.spoil(message)
-        if later:
-            later.put((time.monotonic() + self.delay / 2, message))
-        else:
-            target.sendall(message)
+        target.sendall(message)
 
     @staticmethod
     def send_later(later, target):
         try:
             while True:
-                due, message = later.get()
+                due, chunk = later.get()
                 time.sleep(max(0.0, due - time.monotonic()))
-                target.sendall(message)
+                target.sendall(chunk)
         except OSError:
             pass
 

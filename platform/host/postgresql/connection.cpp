@@ -24,7 +24,9 @@ constexpr const char kNoteChange[] = "UPDATE koli_schema SET changed = now() WHE
 }  // namespace
 
 Postgresql::Postgresql(std::unique_ptr<Link> link, int database, ChangeListener changed, bool is_reader)
-    : link_(std::move(link)), database_(database), changed_(changed), is_reader_(is_reader) {}
+    : link_(std::move(link)), database_(database), changed_(changed), is_reader_(is_reader) {
+    if (is_reader) link_->ExpectReading();
+}
 
 Postgresql::~Postgresql() {
     put_off_.clear();

@@ -8,6 +8,7 @@ namespace koli::host {
 namespace {
 
 constexpr int kAttempts = 60;
+constexpr int kLooks = 16;               // a second: the server hears late of a program that was ended
 constexpr long kFirstPause = 2'000'000;  // ns, twice as long each time
 constexpr long kLongestPause = 100'000'000;
 
@@ -43,9 +44,15 @@ bool FenceTake(Postgresql& sql, int database) {
 }
 
 bool FenceIsHeld(Postgresql& sql, int database) {
-    const std::string holders =
-        sql.Answer(std::string("SELECT count(*)") + kHolder, {std::to_string(database)});
-    return !holders.empty() && holders != "0";
+    timespec pause{0, kFirstPause};
+    for (int attempt = 0; attempt < kLooks; ++attempt) {
+        const std::string holders =
+            sql.Answer(std::string("SELECT count(*)") + kHolder, {std::to_string(database)});
+        if (holders.empty() || holders == "0") return false;
+        nanosleep(&pause, nullptr);
+        pause.tv_nsec = std::min(2 * pause.tv_nsec, kLongestPause);
+    }
+    return true;
 }
 
 }  // namespace koli::host

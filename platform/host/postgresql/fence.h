@@ -14,7 +14,7 @@ namespace koli::host {
 /// passes, when another host's session holds it, or one that does not end within some seconds.
 bool FenceTake(Postgresql& sql, int database);
 
-/// Whether a session holds that lock.
+/// Whether a session holds that lock, and still does after a second.
 bool FenceIsHeld(Postgresql& sql, int database);
 
 }  // namespace koli::host

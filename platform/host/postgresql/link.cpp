@@ -145,25 +145,25 @@ void Link::Push() {
 
 // ---- Receiving
 
-/// Asks by another link: a session that is neither stuck in the network nor waiting for a replica.  One that
-/// writes makes the server's log longer: when it does not, its process is stopped.
+/// Asks by another link: a session that is neither stuck in the network nor waiting for a replica.  What
+/// takes a writer long makes the server's log longer: when it does not, the session's process is stopped.
 bool Link::IsAtWork() {
     constexpr const char kAsk[] =
-        "SELECT CASE WHEN backend_xid IS NOT NULL AND wait_event IS NULL"
+        "SELECT CASE WHEN wait_event IS NULL AND NOT pg_is_in_recovery()"
         " THEN pg_wal_lsn_diff(pg_current_wal_insert_lsn(), '0/0')::bigint / 8192 END"
         " FROM pg_stat_activity WHERE pid = $1 AND state = 'active'"
         " AND wait_event_type IS DISTINCT FROM 'Client' AND wait_event IS DISTINCT FROM 'SyncRep'";
-    if (!is_to_wait_ || NowMs() - asked_ > kWorkMs) return false;
+    if (patience_ == Patience::kNone || NowMs() - asked_ > kWorkMs) return false;
     SqlFailure failure;
     const std::unique_ptr<Link> other = Connect(settings_, &failure);
     if (other == nullptr) return false;
-    other->is_to_wait_ = false;
+    other->patience_ = Patience::kNone;
     other->Query(kAsk, {{std::to_string(PQbackendPID(connection_.get())), false}});
     other->Sync();
     const Result answer = other->Answer();
     if (answer == nullptr || PQntuples(answer.get()) != 1) return false;
     const std::string before = std::exchange(log_length_, PQgetvalue(answer.get(), 0, 0));
-    return before.empty() || before != log_length_;
+    return patience_ == Patience::kOfReader || before.empty() || before != log_length_;
 }
 
 /// Waits until there is something to read, or room to send what is left.

@@ -44,6 +44,8 @@ class Link {
     /// The answer to the next message, waited for; null when the link is lost.  The answer to Sync is one of
     /// its own.
     Result Answer();
+    /// What reads much may take the server long, with nothing to see of it outside.
+    void ExpectReading() { patience_ = Patience::kOfReader; }
     /// Gives it up.
     void Lose(std::string reason);
     /// Takes the last warning that has come since it was taken last.
@@ -61,8 +63,8 @@ class Link {
 
     Connection connection_;
     const Settings settings_;
-    int64_t asked_ = 0;       // ms; when the server was asked what is waited for
-    bool is_to_wait_ = true;  // for a server that is at work
+    int64_t asked_ = 0;  // ms; when the server was asked what is waited for
+    enum class Patience { kNone, kOfWriter, kOfReader } patience_ = Patience::kOfWriter;
     std::string log_length_;  // of the server when it was asked last whether it is; in pages
     std::string lost_;
     std::string warning_;

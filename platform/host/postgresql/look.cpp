@@ -24,7 +24,7 @@ DatabaseFault FaultOf(const SqlFailure& failure) {
 /// How the rows of a table are counted: by an index, and then beside it by the table itself, every byte of
 /// each row looked at, both at one moment.
 std::string CountText(const std::string& table, DatabaseCheck check) {
-    const std::string by_index = "SELECT count(*) FROM " + table;
+    std::string by_index = "SELECT count(*) FROM " + table;
     if (check == DatabaseCheck::kQuick) return by_index;
     return "SELECT (" + by_index + "), (SELECT count(hashtext(r::text)) FROM " + table +
            " r TABLESAMPLE SYSTEM (100))";
