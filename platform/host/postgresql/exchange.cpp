@@ -14,7 +14,7 @@ SqlFailure FailureOf(const PGresult* answer) {
     const char* message = PQresultErrorField(answer, PG_DIAG_MESSAGE_PRIMARY);
     std::string scratch;
     return ServerFailure(state != nullptr ? state : "",
-                         std::string(OwnBytes(message != nullptr ? message : "?", &scratch)));
+                         OwnBytes(message != nullptr ? message : "?", &scratch));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
 
 namespace koli::host {
 namespace {
@@ -18,6 +17,7 @@ constexpr std::string_view kPassing[] = {
     "40P01",  // deadlock
     "55006",  // in use
 };
+constexpr size_t kLineMax = 1000;
 constexpr std::string_view kLock = "55P03";
 constexpr std::string_view kDenied = "42501";
 constexpr std::string_view kDamageClass = "XX00";  // XX001, XX002: a page, an index
@@ -29,16 +29,24 @@ bool IsOneOf(std::string_view word, const std::string_view (&words)[N]) {
 
 }  // namespace
 
-SqlFailure LostFailure(std::string reason) {
-    return {.reason = std::move(reason), .is_of_file = true, .passes = true};
+std::string OneLine(std::string_view message) {
+    std::string line(message.substr(0, kLineMax));
+    std::ranges::replace_if(
+        line, [](unsigned char c) { return c < ' ' || c == 0x7F; }, ' ');
+    line.erase(line.find_last_not_of(' ') + 1);
+    return line.empty() ? "?" : line;
 }
 
-SqlFailure ServerFailure(std::string_view state, std::string message) {
+SqlFailure LostFailure(std::string_view reason) {
+    return {.reason = OneLine(reason), .is_of_file = true, .passes = true};
+}
+
+SqlFailure ServerFailure(std::string_view state, std::string_view message) {
     const bool is_lock = state == kLock;
     const bool is_damage = state.starts_with(kDamageClass) && state != "XX000";
     // After these the session is gone, or reads only until another server is asked for.
     const bool is_of_session = state.starts_with("08") || state.starts_with("57P") || state.starts_with("25");
-    return {.reason = std::move(message),
+    return {.reason = OneLine(message),
             .is_lock = is_lock,
             .is_damage = is_damage,
             .is_denied = state == kDenied,

@@ -37,13 +37,11 @@ bool PollUntil(int socket, short events, int64_t deadline) {
     }
 }
 
-/// The library's message as one line.
-std::string OneLine(const char* message) {
-    std::string line = message != nullptr ? message : "";
-    while (!line.empty() && line.back() == '\n')
-        line.pop_back();
-    std::replace(line.begin(), line.end(), '\n', ' ');
-    return line.empty() ? "the connection was lost" : line;
+/// What the library says is wrong.
+std::string Reason(const PGconn* connection) {
+    const char* const message = PQerrorMessage(connection);
+    return message != nullptr && *message != '\0' ? OneLine(message) : "the connection was lost";
+}
 }
 
 std::vector<const char*> Pointers(const std::vector<Parameter>& parameters) {
@@ -74,6 +72,9 @@ Link::Connection Link::ConnectTo(const Settings& server, int64_t deadline, std::
     values.push_back(nullptr);
     Connection connection(PQconnectStartParams(names.data(), values.data(), 0), &PQfinish);
     if (connection == nullptr) throw std::bad_alloc();
+    // What the server says now is nobody's; the library would print it.
+    PQsetNoticeReceiver(
+        connection.get(), [](void*, const PGresult*) {}, nullptr);
     bool is_in_time = true;
     PostgresPollingStatusType step = PGRES_POLLING_WRITING;
     while (PQstatus(connection.get()) != CONNECTION_BAD && step != PGRES_POLLING_OK && is_in_time) {
@@ -85,7 +86,7 @@ Link::Connection Link::ConnectTo(const Settings& server, int64_t deadline, std::
         PQenterPipelineMode(connection.get()) == 1)
         return connection;
     reason->append(reason->empty() ? "" : "; ")
-        .append(is_in_time ? OneLine(PQerrorMessage(connection.get())) : kSilent);
+        .append(is_in_time ? Reason(connection.get()) : kSilent);
     return {nullptr, &PQfinish};
 }
 
@@ -112,7 +113,7 @@ void Link::Lose(std::string reason) {
 }
 
 void Link::Sent(int is_sent) {
-    if (is_sent != 1) Lose(OneLine(PQerrorMessage(connection_.get())));
+    if (is_sent != 1) Lose(Reason(connection_.get()));
 }
 
 void Link::Prepare(const std::string& name, const std::string& text) {
@@ -140,7 +141,7 @@ void Link::Push() {
     // A server whose answers nobody takes reads nothing more.
     if (PQflush(connection_.get()) < 0 ||
         (PollUntil(PQsocket(connection_.get()), POLLIN, NowMs()) && PQconsumeInput(connection_.get()) == 0))
-        Lose(OneLine(PQerrorMessage(connection_.get())));
+        Lose(Reason(connection_.get()));
 }
 
 // ---- Receiving
@@ -174,7 +175,7 @@ bool Link::Wait(int64_t deadline, bool is_sending) {
         return !is_lost();
     }
     if (PQconsumeInput(connection_.get()) == 1) return true;
-    Lose(OneLine(PQerrorMessage(connection_.get())));
+    Lose(Reason(connection_.get()));
     return false;
 }
 
@@ -185,7 +186,7 @@ PGresult* Link::Next() {
     int64_t deadline = asked_ + kSilenceMs;
     for (int left = PQflush(connection_.get()); PQisBusy(connection_.get()) != 0;) {
         if (left < 0) {
-            Lose(OneLine(PQerrorMessage(connection_.get())));
+            Lose(Reason(connection_.get()));
             return nullptr;
         }
         if (!Wait(deadline, left > 0)) return nullptr;
@@ -204,7 +205,7 @@ Result Link::Answer() {
     if (answer == nullptr) {
         Lose("the server's answers make no sense");
     } else if (PQstatus(connection_.get()) == CONNECTION_BAD) {
-        Lose(OneLine(PQerrorMessage(connection_.get())));
+        Lose(Reason(connection_.get()));
         answer.reset();
     }
     return answer;
@@ -215,7 +216,7 @@ void Link::OnNotice(void* self, const PGresult* notice) try {
     const char* severity = PQresultErrorField(notice, PG_DIAG_SEVERITY_NONLOCALIZED);
     const char* message = PQresultErrorField(notice, PG_DIAG_MESSAGE_PRIMARY);
     if (severity != nullptr && message != nullptr && strcmp(severity, "WARNING") == 0)
-        static_cast<Link*>(self)->warning_ = message;
+        static_cast<Link*>(self)->warning_ = OneLine(message);
 } catch (const std::bad_alloc&) {
     static_cast<Link*>(self)->warning_.assign("?");
 }
