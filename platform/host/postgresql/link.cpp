@@ -154,7 +154,7 @@ bool Link::IsAtWork() {
         " THEN pg_wal_lsn_diff(pg_current_wal_insert_lsn(), '0/0')::bigint / 8192 END"
         " FROM pg_stat_activity WHERE pid = $1 AND state = 'active'"
         " AND wait_event_type IS DISTINCT FROM 'Client' AND wait_event IS DISTINCT FROM 'SyncRep'";
-    if (patience_ == Patience::kNone || NowMs() - asked_ > kWorkMs) return false;
+    if (patience_ == Patience::kNone || NowMs() - asked_ >= kWorkMs) return false;
     SqlFailure failure;
     const std::unique_ptr<Link> other = Connect(settings_, &failure);
     if (other == nullptr) return false;
@@ -190,7 +190,7 @@ PGresult* Link::Next() {
             return nullptr;
         }
         if (!Wait(deadline, left > 0)) return nullptr;
-        deadline = NowMs() + kSilenceMs;
+        deadline = std::min(NowMs() + kSilenceMs, asked_ + kWorkMs);
         left = PQflush(connection_.get());
     }
     return PQgetResult(connection_.get());
