@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <new>
 #include <utility>
 
@@ -42,6 +43,29 @@ std::string Reason(const PGconn* connection) {
     const char* const message = PQerrorMessage(connection);
     return message != nullptr && *message != '\0' ? OneLine(message) : "the connection was lost";
 }
+
+constexpr const char kAttributes[] = "target_session_attrs";
+
+/// Why a session is none that the settings ask for; null when it is one.  The library would ask the server
+/// for rows, and read what it does not find there.
+const char* Refusal(const PGconn* connection, const std::string& attributes) {
+    const auto is_on = [connection](const char* name) {
+        const char* const value = PQparameterStatus(connection, name);
+        return value != nullptr && strcmp(value, "on") == 0;
+    };
+    const bool is_standby = is_on("in_hot_standby");
+    const bool is_read_only = is_standby || is_on("default_transaction_read_only");
+    if (attributes == "read-write" && is_read_only) return "session is read-only";
+    if (attributes == "read-only" && !is_read_only) return "session is not read-only";
+    if (attributes == "primary" && is_standby) return "server is in hot standby mode";
+    return attributes == "standby" && !is_standby ? "server is not in hot standby mode" : nullptr;
+}
+
+/// Other words are the library's to complain about.
+bool AreAttributes(const std::string& word) {
+    constexpr const char* kKnown[] = {"any",     "read-write", "read-only",
+                                      "primary", "standby",    "prefer-standby"};
+    return word.empty() || std::ranges::find(kKnown, word) != std::end(kKnown);
 }
 
 std::vector<const char*> Pointers(const std::vector<Parameter>& parameters) {
@@ -68,6 +92,9 @@ Link::Connection Link::ConnectTo(const Settings& server, int64_t deadline, std::
         names.push_back(name.c_str());
         values.push_back(value.c_str());
     }
+    const std::string attributes = ValueOf(server, kAttributes);
+    names.push_back(AreAttributes(attributes) ? kAttributes : nullptr);
+    values.push_back("any");
     names.push_back(nullptr);
     values.push_back(nullptr);
     Connection connection(PQconnectStartParams(names.data(), values.data(), 0), &PQfinish);
@@ -82,11 +109,16 @@ Link::Connection Link::ConnectTo(const Settings& server, int64_t deadline, std::
             PollUntil(PQsocket(connection.get()), step == PGRES_POLLING_READING ? POLLIN : POLLOUT, deadline);
         if (is_in_time) step = PQconnectPoll(connection.get());
     }
-    if (PQstatus(connection.get()) == CONNECTION_OK && PQsetnonblocking(connection.get(), 1) == 0 &&
+    const bool is_connected = PQstatus(connection.get()) == CONNECTION_OK;
+    const char* const refusal = is_connected ? Refusal(connection.get(), attributes) : nullptr;
+    if (is_connected && refusal == nullptr && PQsetnonblocking(connection.get(), 1) == 0 &&
         PQenterPipelineMode(connection.get()) == 1)
         return connection;
-    reason->append(reason->empty() ? "" : "; ")
-        .append(is_in_time ? Reason(connection.get()) : kSilent);
+    reason->append(reason->empty() ? "" : "; ");
+    if (refusal != nullptr)
+        reason->append(OneLine(PQhost(connection.get()))).append(": ").append(refusal);
+    else
+        reason->append(is_in_time ? Reason(connection.get()) : kSilent);
     return {nullptr, &PQfinish};
 }
 

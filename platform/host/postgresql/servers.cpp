@@ -29,12 +29,6 @@ int64_t NowMs() {
     return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1'000'000;
 }
 
-std::string ValueOf(const Settings& settings, const char* name) {
-    const auto found = std::find_if(settings.rbegin(), settings.rend(),
-                                    [name](const auto& setting) { return setting.first == name; });
-    return found != settings.rend() ? found->second : "";
-}
-
 std::vector<std::string> Parts(const std::string& list) {
     std::vector<std::string> parts;
     for (size_t at = 0; at <= list.size();) {
@@ -206,6 +200,12 @@ bool Ask(const Settings& settings, int64_t ms, std::string* answer, std::string*
 }
 
 }  // namespace
+
+std::string ValueOf(const Settings& settings, const char* name) {
+    const auto found = std::find_if(settings.rbegin(), settings.rend(),
+                                    [name](const auto& setting) { return setting.first == name; });
+    return found != settings.rend() ? found->second : "";
+}
 
 std::vector<Settings> ServersOf(const Settings& settings, int64_t ms, std::string* reason) {
     std::vector<Settings> servers;
