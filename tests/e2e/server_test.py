@@ -14,6 +14,8 @@ from wire import Wire
 M, P = "/volume1/music", "/volume1/photo"
 CONFIG = pathlib.Path("/etc/koliinfo.conf")
 SMALL = "/run/small"
+WARNING = b"SWARNING\0VWARNING\0C01000\0M\33[31mred\nbatch=none\0\0"
+NO_COLUMNS = b"\0\0\0\6\0\0"
 
 
 class Server(harness.DaemonTest):
@@ -117,9 +119,17 @@ class Server(harness.DaemonTest):
             self.put(b"%s/%s.jpg" % (P.encode(), name), title="A caption")
         self.index(f"A:{M}", f"A:{P}")
         CONFIG.write_text(appliance.server_settings(self.wire.folder))
-        chance = random.Random(14)
+        chance, is_narrow = random.Random(14), False
 
         def spoil(message):
+            nonlocal is_narrow
+            kind = message[:1]
+            if kind == b"T":
+                is_narrow = chance.random() < 0.1
+            if is_narrow and kind in b"TD":
+                return kind + NO_COLUMNS
+            if chance.random() < 0.1:
+                message = b"N" + (4 + len(WARNING)).to_bytes(4, "big") + WARNING + message
             message = bytearray(message)
             if chance.random() < 0.1:
                 at = chance.randrange(len(message)) if chance.random() < 0.1 else 5  # a length makes who reads it wait
@@ -133,6 +143,7 @@ class Server(harness.DaemonTest):
             done = subprocess.run(self.command(*command.split()), capture_output=True, timeout=60, check=False,
                                   env=appliance.environment())
             self.assertIn(done.returncode, range(6), done)
+            self.assertNotIn(b"\33", done.stdout + done.stderr)
         self.start()
         for _ in range(5):
             appliance.enqueue([f"A:{M}", f"N:{P}/x:{P}/y", f"A:{P}"])

@@ -194,7 +194,7 @@ bool Link::IsAtWork() {
     other->Query(kAsk, {{std::to_string(PQbackendPID(connection_.get())), false}});
     other->Sync();
     const Result answer = other->Answer();
-    if (answer == nullptr || PQntuples(answer.get()) != 1) return false;
+    if (answer == nullptr || PQntuples(answer.get()) != 1 || PQnfields(answer.get()) != 1) return false;
     const std::string before = std::exchange(log_length_, PQgetvalue(answer.get(), 0, 0));
     return patience_ == Patience::kOfReader || before.empty() || before != log_length_;
 }

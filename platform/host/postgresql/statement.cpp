@@ -90,8 +90,13 @@ const char* PostgresqlStatement::Name(int column) const {
     return PQfname(answer_.get(), column);
 }
 
+/// A server may give fewer columns than it was asked for.
+bool PostgresqlStatement::HasField(int column) const {
+    return answer_ != nullptr && row_ >= 0 && row_ < PQntuples(answer_.get()) && column < columns();
+}
+
 std::string_view PostgresqlStatement::Field(int column) const {
-    if (answer_ == nullptr || row_ < 0) return "";
+    if (!HasField(column)) return "";
     const char* const text = PQgetvalue(answer_.get(), row_, column);
     const auto length = static_cast<size_t>(PQgetlength(answer_.get(), row_, column));
     scratch_.resize(static_cast<size_t>(columns()));
@@ -101,11 +106,11 @@ std::string_view PostgresqlStatement::Field(int column) const {
 }
 
 int64_t PostgresqlStatement::Number(int column) const {
-    return answer_ != nullptr ? strtoll(PQgetvalue(answer_.get(), row_, column), nullptr, 10) : 0;
+    return HasField(column) ? strtoll(PQgetvalue(answer_.get(), row_, column), nullptr, 10) : 0;
 }
 
 double PostgresqlStatement::RealNumber(int column) const {
-    return answer_ != nullptr ? strtod(PQgetvalue(answer_.get(), row_, column), nullptr) : 0;
+    return HasField(column) ? strtod(PQgetvalue(answer_.get(), row_, column), nullptr) : 0;
 }
 
 SqlStatement::Kind PostgresqlStatement::KindOf(int column) const {

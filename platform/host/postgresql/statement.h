@@ -40,6 +40,7 @@ class PostgresqlStatement final : public SqlStatement {
 
   private:
     void Set(int index, std::string text);
+    bool HasField(int column) const;
 
     Postgresql& owner_;
     const ServerStatement server_;
