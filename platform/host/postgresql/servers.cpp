@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <memory>
 
 namespace koli::host {
@@ -22,6 +23,7 @@ namespace {
 
 constexpr size_t kAnswerMax = 65536;
 constexpr char kFailure = '!';  // before a reason; what is found has no such line
+constexpr const char* kOfServer[] = {"host", "hostaddr", "port"};
 
 int64_t NowMs() {
     timespec now{};
@@ -196,7 +198,9 @@ bool Ask(const Settings& settings, int64_t ms, std::string* answer, std::string*
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    return is_answered && !answer->empty();
+    if (!is_answered || answer->empty()) return false;
+    reason->clear();
+    return true;
 }
 
 }  // namespace
@@ -215,9 +219,14 @@ std::vector<Settings> ServersOf(const Settings& settings, int64_t ms, std::strin
     else if (!Ask(settings, ms, &answer, reason))
         return servers;
     if (answer[0] == kFailure) *reason = answer.substr(1);
+    // An empty value would leave an earlier one in force: the list of all servers.
+    Settings others = settings;
+    std::erase_if(others, [](const auto& setting) {
+        return std::ranges::find(kOfServer, setting.first) != std::end(kOfServer);
+    });
     for (size_t at = 0; at < answer.size() && answer[0] != kFailure;) {
-        servers.push_back(settings);
-        for (const char* name : {"host", "hostaddr", "port"}) {
+        servers.push_back(others);
+        for (const char* name : kOfServer) {
             const size_t end = std::min(answer.find_first_of("\t\n", at), answer.size());
             servers.back().emplace_back(name, answer.substr(at, end - at));
             at = end + 1;
