@@ -93,6 +93,16 @@ bool Postgresql::IsUsable() {
 
 // ---- Statements
 
+/// Whether a statement has failed because somebody has dropped the library: the next connection makes it
+/// anew. `back` takes the failed part of a transaction back, '' = there is none.
+bool Postgresql::IsLibraryGone(const SqlFailure& failure, const char* back) {
+    if (!failure.is_missing || link_->is_lost()) return false;
+    Exchange exchange(*link_);
+    if (*back != '\0') exchange.Say(back);
+    const size_t place = exchange.Say("SELECT 1 WHERE to_regclass('koli_schema') IS NULL");
+    return exchange.Finish() && PQntuples(exchange.TakeAnswer(place).get()) > 0;
+}
+
 /// What stands before the first statement of a transaction.
 void Postgresql::Open(Exchange& exchange) {
     if (std::exchange(is_begin_due_, false)) exchange.Say("BEGIN");
@@ -108,7 +118,9 @@ Result Postgresql::Ask(PostgresqlStatement& statement) {
     const size_t place = exchange.Run(statement, statement.TakeParameters());
     if (in_transaction_) exchange.Say("RELEASE now");
     if (exchange.Finish()) return exchange.TakeAnswer(place);
-    FailAs(exchange.failure());
+    SqlFailure failure = exchange.failure();
+    failure.passes = failure.passes || IsLibraryGone(failure, in_transaction_ ? "ROLLBACK TO now" : "");
+    FailAs(std::move(failure));
     if (!in_transaction_) return answer;
     Exchange back(*link_);
     back.Say("ROLLBACK TO now");
@@ -229,8 +241,8 @@ bool Postgresql::Settle() {
             return true;
         }
         const size_t place = going_->failed() - first_put_off_;
-        if (going_->failure().passes || place >= put_off_.size()) {
-            SqlFailure failure = going_->failure();
+        SqlFailure failure = going_->failure();
+        if (failure.passes || place >= put_off_.size() || IsLibraryGone(failure, "ROLLBACK TO later")) {
             failure.passes = true;  // the transaction can only be given up
             put_off_.clear();
             going_.reset();

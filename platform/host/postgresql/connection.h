@@ -61,6 +61,7 @@ class Postgresql final : public Sql {
     const char* ColumnsText() const override;
     std::string SaveText(const SaveForm& form) const override { return SaveTextOf(form); }
     bool IsUsable();
+    bool IsLibraryGone(const SqlFailure& failure, const char* back);
     void Open(Exchange& exchange);
     Result Ask(PostgresqlStatement& statement);
     Result FetchSome(PostgresqlStatement& statement, bool* is_last);

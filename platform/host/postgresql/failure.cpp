@@ -20,6 +20,8 @@ constexpr std::string_view kPassing[] = {
 constexpr size_t kLineMax = 1000;
 constexpr std::string_view kLock = "55P03";
 constexpr std::string_view kDenied = "42501";
+constexpr std::string_view kNoTable = "42P01";
+constexpr std::string_view kNoSchema = "3F000";
 constexpr std::string_view kDamageClass = "XX00";  // XX001, XX002: a page, an index
 
 template <size_t N>
@@ -51,6 +53,7 @@ SqlFailure ServerFailure(std::string_view state, std::string_view message) {
             .is_damage = is_damage,
             .is_denied = state == kDenied,
             .is_of_file = is_of_session,
+            .is_missing = state == kNoTable || state == kNoSchema,
             .passes = is_lock || IsOneOf(state.substr(0, 2), kPassingClasses) || IsOneOf(state, kPassing)};
 }
 

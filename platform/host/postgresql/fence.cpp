@@ -4,6 +4,8 @@
 #include <ctime>
 #include <string>
 
+#include "platform/host/postgresql/failure.h"
+
 namespace koli::host {
 namespace {
 
@@ -31,7 +33,8 @@ bool FenceTake(Postgresql& sql, int database) {
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const std::string taken = sql.Answer(kTake, {number});
         if (taken == "t") return true;
-        if (taken.empty()) return false;
+        if (taken.empty())  // without a failure: of a schema that somebody has just dropped
+            return sql.failure().reason.empty() && sql.FailAs(LostFailure("the library has gone"));
         sql.Answer(std::string("SELECT pg_terminate_backend(pid)") + kHolder + kIsOwn, {number});
         if (!sql.failure().reason.empty()) return false;
         nanosleep(&pause, nullptr);

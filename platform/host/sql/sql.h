@@ -25,6 +25,7 @@ struct SqlFailure {
     bool is_damage = false;   // the database is damaged, or is none
     bool is_denied = false;   // this user may not read it
     bool is_of_file = false;  // what the connection stands on failed: it has to be opened anew
+    bool is_missing = false;  // the statement names a table, or a schema, that there is not
     /// It passes by itself: a lock, no room, a disk that does not answer.  Not so what is damaged, not
     /// permitted, or the statement's own fault.
     bool passes = false;
