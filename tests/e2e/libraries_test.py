@@ -102,6 +102,8 @@ class Libraries(harness.DaemonTest):
         self.assertEqual([row["path"] for row in self.ctl(0, "list")], [song])
         self.assertIn("permission denied", psql("DELETE FROM attic.music", user="koli_reader"))
         self.assertEqual(psql("SELECT library, path FROM libraries.music", user="koli_reader"), f"attic|{song}")
+        psql("REVOKE USAGE ON SCHEMA attic FROM koli_reader")
+        self.refused(5, "permission denied for schema attic", "list")
 
     def test_a_copy_goes_on_where_it_was_and_comes_back_byte_for_byte(self):
         for share in harness.SHARES:

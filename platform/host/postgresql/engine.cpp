@@ -15,13 +15,16 @@ namespace {
 // reading a whole one is for what nothing else can answer, however little the server knows of their sizes.
 // Commits are made durable by Harden.  A host that has vanished holds nothing for longer than a minute.
 constexpr const char kSession[] =
-    "SELECT current_setting('server_encoding'), set_config('standard_conforming_strings', 'on', false),"
-    " set_config('search_path', quote_ident(?1), false), set_config('extra_float_digits', '1', false),"
+    "SELECT current_setting('server_encoding'), EXISTS (SELECT 1 FROM pg_namespace"
+    " WHERE nspname = ?1::text AND NOT has_schema_privilege(oid, 'USAGE')),"
+    " set_config('standard_conforming_strings', 'on', false),"
+    " set_config('search_path', coalesce(quote_ident(nullif(?1::text, '')), ''), false),"
+    " set_config('extra_float_digits', '1', false),"
     " set_config('synchronous_commit', 'off', false), set_config('lock_timeout', ?2, false),"
     " set_config('statement_timeout', '0', false), set_config('enable_seqscan', 'off', false),"
     " set_config('jit', 'off', false), set_config('tcp_keepalives_idle', '30', false),"
     " set_config('tcp_keepalives_interval', '10', false), set_config('tcp_keepalives_count', '3', false)";
-constexpr int kEncodingColumn = 0;
+enum SessionColumn : int { kEncoding, kIsClosed };
 
 constexpr const char kHasSchema[] = "SELECT count(*) FROM pg_namespace WHERE nspname = ?1";
 constexpr const char kMakeSchema[] = "CREATE SCHEMA IF NOT EXISTS ";
@@ -42,8 +45,10 @@ std::string PostgresqlEngine::PlaceOf(int database) const {
 bool PostgresqlEngine::Enter(Postgresql& sql, const std::string& library, bool may_make) const {
     const auto session = sql.Prepare(kSession);
     if (!session->Fill(library, std::to_string(Sql::kLockWaitMs)).Next()) return false;
-    if (session->Field(kEncodingColumn) != "UTF8")
+    if (session->Field(kEncoding) != "UTF8")
         return sql.FailAs({.reason = "the server's database is not in UTF-8"});
+    if (session->Field(kIsClosed) == "t")
+        return sql.FailAs({.reason = "permission denied for schema " + library, .is_denied = true});
     session->Reset();
     if (!may_make || sql.Answer(kHasSchema, {library}) != "0") return sql.failure().reason.empty();
     return sql.Execute(kMakeSchema + QuotedName(library)) >= 0;
