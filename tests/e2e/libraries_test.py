@@ -89,6 +89,8 @@ class Libraries(harness.DaemonTest):
         self.assertIn('"house" does not exist', psql("SELECT 1"))
         self.assertEqual(set(self.setup(0, "--apply", "--library", "attic").values()), {"made", "to set"})
         self.assertEqual(CONFIG.read_text(), self.settings)
+        # An administrator must not run what anybody has put into the schema of all.
+        psql("CREATE FUNCTION public.has_database_privilege(oid, name, text) RETURNS boolean RETURN 1 / 0 = 1")
         CONFIG.write_text(f"{self.settings}library=old\n#library=x\nlibrary=older")
         again = self.setup(0, "--apply", "--configure", "--library", "attic")
         self.assertEqual((again.pop("database"), again.pop("library"), again.pop("reader")), ("made",) * 3)

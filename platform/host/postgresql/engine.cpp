@@ -41,7 +41,7 @@ std::string PostgresqlEngine::PlaceOf(int database) const {
     return std::string(DatabaseName(database)) + " of " + place_;
 }
 
-/// Sets the session up and goes into the library's schema.
+/// Sets the session up and goes into the library's schema; '' = into none.
 bool PostgresqlEngine::Enter(Postgresql& sql, const std::string& library, bool may_make) const {
     const auto session = sql.Prepare(kSession);
     if (!session->Fill(library, std::to_string(Sql::kLockWaitMs)).Next()) return false;
@@ -56,8 +56,9 @@ bool PostgresqlEngine::Enter(Postgresql& sql, const std::string& library, bool m
 
 /// Goes into the schema of one of them, whose columns and functions are those of all.
 bool PostgresqlEngine::EnterAll(Postgresql& sql) const {
+    if (!Enter(sql, "", false)) return false;
     const std::vector<std::string> names = LibraryNames(sql);
-    if (!sql.failure().reason.empty() || !Enter(sql, names.empty() ? "" : names.front(), false)) return false;
+    if (!names.empty() && !Enter(sql, names.front(), false)) return false;
     sql.ReadUnions(LibraryUnions(sql));
     return sql.failure().reason.empty();
 }

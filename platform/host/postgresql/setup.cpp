@@ -91,6 +91,9 @@ bool ServerSetup::Connect() {
     if (!has_database_) link = Link::Connect(conninfo_.Changed("dbname", kMaintenance).ForWriter(), &ignored);
     if (link == nullptr) return Refuse(failure.reason);
     sql_ = std::make_unique<Postgresql>(std::move(link), KOLI_MEDIA_DB, nullptr, false);
+    // What others have put into the schema `public` must not be run by an administrator.
+    if (sql_->Execute("SELECT pg_catalog.set_config('search_path', '', false)") < 0)
+        return Refuse(sql_->failure().reason);
     const std::string known =
         sql_->Answer("SELECT count(*) FROM pg_database WHERE datname = ?1", {conninfo_.ValueOf("dbname")});
     return has_database_ || known == "0" || Refuse(failure.reason);
