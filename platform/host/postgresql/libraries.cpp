@@ -42,16 +42,19 @@ SELECT relname, text, encode(sha256(convert_to(text, 'UTF8')), 'hex'),
        obj_description(to_regclass('libraries.' || relname), 'pg_class')
 FROM texts ORDER BY relname)";
 
+/// A view that there is can be given more columns, but none can be taken from it.
+bool MakeView(Postgresql& sql, const LibraryUnion& each) {
+    const std::string view = std::string(kViewSchema) + "." + each.table;
+    const std::string make = " VIEW " + view + " AS " + each.text;
+    const bool is_made = sql.Execute("CREATE OR REPLACE" + make) >= 0 ||
+                         (sql.Execute("DROP VIEW " + view) >= 0 && sql.Execute("CREATE" + make) >= 0);
+    return is_made && sql.Execute("COMMENT ON VIEW " + view + " IS '" + each.sum + "'") >= 0;
+}
+
 bool MakeViews(Postgresql& sql, const std::vector<LibraryUnion>& due) {
     // Daemons that start together would be in each other's way.
     sql.Answer("SELECT pg_advisory_xact_lock(hashtext('koliindexd libraries'))");
-    bool is_made = true;
-    for (const LibraryUnion& each : due) {
-        const std::string view = std::string(kViewSchema) + "." + each.table;
-        is_made = is_made && sql.Execute("CREATE OR REPLACE VIEW " + view + " AS " + each.text) >= 0 &&
-                  sql.Execute("COMMENT ON VIEW " + view + " IS '" + each.sum + "'") >= 0;
-    }
-    return is_made;
+    return std::ranges::all_of(due, [&sql](const LibraryUnion& each) { return MakeView(sql, each); });
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ bool HasViewSchema(Postgresql& sql);
 std::vector<LibraryUnion> ViewsDue(Postgresql& sql);
 
 /// Makes the views that are due in their schema, if there is that, in one transaction.  False when that
-/// fails: who may not make them can do without.
+/// fails: who may not make them can do without, and so can who has made other views of them.
 bool ViewsRefresh(Postgresql& sql);
 
 }  // namespace koli::host
