@@ -30,8 +30,13 @@ std::string& ChosenPlace() {
 /// What the settings say of `key`, or else `otherwise`; "" with the reason when they cannot be read now.
 std::string Setting(const char* key, const std::string& otherwise, SqlFailure* failure) {
     char value[kPathSize];
-    const bool is_set = KLIBFileGetKeyValue(paths::kConfig, key, value, sizeof value, 0) >= 0;
+    const int length = KLIBFileGetKeyValue(paths::kConfig, key, value, sizeof value, 0);
     const int error = errno;
+    const bool is_set = length >= 0;
+    if (length >= static_cast<int>(sizeof value)) {
+        *failure = {.reason = std::string("the setting is too long: ") + key, .passes = true};
+        return "";
+    }
     if (!is_set && error != 0 && IsPassingError(error)) {
         *failure = {.reason = std::string("cannot read the settings: ") + strerror(error), .passes = true};
         return "";

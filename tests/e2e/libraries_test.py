@@ -68,10 +68,10 @@ class Libraries(harness.DaemonTest):
         psql("CREATE ROLE nobody LOGIN", database="postgres")
         for words, conninfo in (("a command line", f"{ADMIN} password=secret"), ("which database", f"host={appliance.SERVER}"),
                                 ("SQL_ASCII", ADMIN.replace("house", "latin")), ("may not make roles", ADMIN.replace("=koli ", "=nobody ")),
-                                ("cannot be read", "postgresql:nonsense"), ("No such file", ADMIN.replace("/run", "/nowhere"))):
+                                ("control characters", f"{ADMIN} options='\n'"), ("cannot be read", "postgresql:nonsense"), ("No such file", ADMIN.replace("/run", "/nowhere"))):
             self.refused(5, words, "setup", "--apply", "--database", conninfo)
             self.assertNotIn("secret", self.complaint)
-        for name in ("pg_mine", "libraries", "*", "n" * 64):
+        for name in ("pg_mine", "libraries", "*", "n" * 64, "two\nlines"):
             self.refused(5, "library", "setup", "--apply", "--database", ADMIN, "--library", name)
         psql("ALTER SYSTEM SET synchronous_standby_names = 'away'", database="postgres")
         psql("SELECT pg_reload_conf()", database="postgres")
@@ -106,6 +106,10 @@ class Libraries(harness.DaemonTest):
         self.assertEqual(psql("SELECT library, path FROM libraries.music", user="koli_reader"), f"attic|{song}")
         psql("REVOKE USAGE ON SCHEMA attic FROM koli_reader")
         self.refused(5, "permission denied for schema attic", "list")
+        odd = " \"it's\" $1 "
+        self.setup(0, "--apply", "--configure", "--library", odd)
+        self.index("A:/volume1/music")
+        self.assertEqual(psql("SELECT library FROM libraries.music ORDER BY library").split("\n"), [odd.lstrip(), "attic"])
 
     def test_a_copy_goes_on_where_it_was_and_comes_back_byte_for_byte(self):
         for share in harness.SHARES:

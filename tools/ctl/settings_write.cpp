@@ -29,6 +29,14 @@ std::string KeyOf(const std::string& line) {
     return last == std::string::npos || last < first ? "" : line.substr(first, last - first + 1);
 }
 
+/// As it is read back: blanks and quotes around a value would be taken off.
+std::string Written(const std::string& value) {
+    constexpr std::string_view kTakenOff = " \t\r\"";
+    const bool is_bare = value.empty() || (kTakenOff.find(value.front()) == std::string_view::npos &&
+                                           kTakenOff.find(value.back()) == std::string_view::npos);
+    return is_bare ? value : '"' + value + '"';
+}
+
 /// Where the file is that a link leads to, if it is one.
 std::string Resolved(const std::string& file) {
     const std::unique_ptr<char, decltype(&free)> real(realpath(file.c_str(), nullptr), &free);
@@ -59,13 +67,13 @@ std::string WithSettings(const std::string& text, const Settings& settings) {
         if (std::ranges::any_of(settings, is_it)) {
             const auto first = std::ranges::find_if(left, is_it);
             if (first == left.end()) continue;  // a later line of the same key would win
-            line = first->first + "=" + first->second;
+            line = first->first + "=" + Written(first->second);
             left.erase(first);
         }
         result.append(line).append("\n");
     }
     for (const auto& [key, value] : left)
-        result.append(key).append("=").append(value).append("\n");
+        result.append(key).append("=").append(Written(value)).append("\n");
     return result;
 }
 

@@ -59,11 +59,16 @@ bool MakeViews(Postgresql& sql, const std::vector<LibraryUnion>& due) {
 
 }  // namespace
 
+bool HasControlCharacters(const std::string& text) {
+    return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7F; });
+}
+
 std::string LibraryNameRefusal(const std::string& name) {
     std::string scratch;
     if (name.empty()) return "a library needs a name";
     if (ServerText(name, &scratch).size() > kNameMax)
         return "the name of a library has " + std::to_string(kNameMax) + " bytes at most";
+    if (HasControlCharacters(name)) return "the name of a library has no control characters";
     const bool is_reserved = name.starts_with("pg_") || name == kEveryLibrary || name == kViewSchema ||
                              name == "public" || name == "information_schema";
     return is_reserved ? "no library can be called " + name : "";

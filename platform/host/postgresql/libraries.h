@@ -15,6 +15,8 @@ class Postgresql;
 /// Stands for all libraries where a library's name is asked for.
 inline constexpr const char kEveryLibrary[] = "*";
 
+bool HasControlCharacters(const std::string& text);
+
 /// Why no library can have this name, as a sentence; "" when one can.
 std::string LibraryNameRefusal(const std::string& name);
 

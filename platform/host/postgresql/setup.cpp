@@ -79,6 +79,7 @@ bool ServerSetup::RefuseWords() {
         return Refuse(
             "everybody can read a command line: the password belongs in ~/.pgpass, or in PGPASSWORD");
     if (conninfo_.ValueOf("dbname").empty()) return Refuse("which database? add dbname=NAME");
+    if (HasControlCharacters(conninfo_.Text())) return Refuse("a conninfo has no control characters");
     const std::string refusal = LibraryNameRefusal(library_);
     return refusal.empty() || Refuse(refusal);
 }
