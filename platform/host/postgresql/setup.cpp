@@ -32,6 +32,9 @@ enum ServerColumn : int {
     kWaitsForReplica
 };
 
+constexpr const char kClosedRole[] =
+    "SELECT rolname FROM pg_roles WHERE rolname IN (?1, ?2) AND NOT rolcanlogin";
+
 constexpr const char kSchema[] = R"(SELECT pg_get_userbyid(nspowner),
     EXISTS (SELECT 1 FROM pg_class WHERE relnamespace = n.oid AND relname = 'koli_schema'),
     EXISTS (SELECT 1 FROM pg_class WHERE relnamespace = n.oid),
@@ -116,6 +119,8 @@ bool ServerSetup::LookAtServer() {
         return Refuse(
             "the server waits for a synchronous replica, and none is connected: nothing could be stored");
     const bool has_roles = HasRole(kWriter) && HasRole(kReader);
+    const std::string closed = sql_->Answer(kClosedRole, {kWriter, kReader});
+    if (!closed.empty()) return Refuse("the role " + closed + " may not log in");
     Add("role", kWriter, !HasRole(kWriter));
     Add("role", kReader, !HasRole(kReader));
     Add("database", conninfo_.ValueOf("dbname"), !has_database_);
