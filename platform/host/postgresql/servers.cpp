@@ -17,6 +17,7 @@
 #include <ctime>
 #include <iterator>
 #include <memory>
+#include <new>
 
 namespace koli::host {
 namespace {
@@ -144,15 +145,19 @@ std::string FindAll(const Settings& settings, int64_t ms) {
 }
 
 /// Nothing of the parent's stays open here, and no handler of its runs: all signals are held back for good.
-[[noreturn]] void Run(Settings settings, int64_t ms, int pipe, pid_t parent) {
+/// Nothing is thrown out of it, either: this process would go on as another of the parent.
+[[noreturn]] void Run(const Settings& settings, int64_t ms, int pipe, pid_t parent) noexcept {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() == parent && dup2(pipe, STDOUT_FILENO) == STDOUT_FILENO &&
-        close_range(STDERR_FILENO + 1, ~0U, 0) == 0) {
-        AddDefaults(&settings);
-        const std::string answer = FindAll(settings, ms - ms / 8);
-        const ssize_t written = write(STDOUT_FILENO, answer.data(), answer.size());
-        _exit(written == static_cast<ssize_t>(answer.size()) ? EXIT_SUCCESS : EXIT_FAILURE);
-    }
+        close_range(STDERR_FILENO + 1, ~0U, 0) == 0)
+        try {
+            Settings all = settings;
+            AddDefaults(&all);
+            const std::string answer = FindAll(all, ms - ms / 8);
+            const ssize_t written = write(STDOUT_FILENO, answer.data(), answer.size());
+            _exit(written == static_cast<ssize_t>(answer.size()) ? EXIT_SUCCESS : EXIT_FAILURE);
+        } catch (const std::bad_alloc&) {
+        }
     _exit(EXIT_FAILURE);
 }
 
