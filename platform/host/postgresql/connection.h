@@ -34,7 +34,7 @@ class Postgresql final : public Sql {
     void WaitForLocks(int) override {}  // rows only are locked, and the server waits for these
     bool HasCompany() const override { return false; }
     bool IsTakenAway() const override { return false; }
-    int ComparePaths(std::string_view a, std::string_view b) const override;
+    Comparison PathComparison() const override;
     std::string ChangeMark() override;
     void SaveMemory() override { fetched_ = kFetchedFew; }
     bool Harden() override;

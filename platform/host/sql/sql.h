@@ -124,8 +124,12 @@ class Sql {
     /// What to order rows of `table` by, to have their paths in the order of their bytes.
     virtual const char* PathOrder(const char*) { return "path"; }
 
-    /// How the engine compares paths: below 0, 0 or above it, as for std::string_view.
-    virtual int ComparePaths(std::string_view a, std::string_view b) const { return a.compare(b); }
+    /// Which of two paths comes first: below 0, 0 or above it.
+    using Comparison = int (*)(std::string_view a, std::string_view b);
+    /// The engine's own, of every connection.
+    virtual Comparison PathComparison() const {
+        return [](std::string_view a, std::string_view b) { return a.compare(b); };
+    }
 
     /// How people order texts: `*key` gets bytes that compare as they would have it.
     using TextKey = void (*)(std::string_view text, std::string* key);
