@@ -134,7 +134,7 @@ class Sql {
     /// How people order texts: `*key` gets bytes that compare as they would have it.
     using TextKey = void (*)(std::string_view text, std::string* key);
     /// What a query orders by so that the texts of `column` come in that order.  An engine that cannot call
-    /// `key` gives the nearest order that it has itself.  What is ordered need not fit into the memory.
+    /// `key` has a term that comes to the same.  What is ordered need not fit into the memory.
     virtual std::string SortTerm(const std::string& column, TextKey key) = 0;
 
     /// Runs a statement to its end.  Returns the number of rows that it inserted, changed or removed itself
