@@ -185,7 +185,7 @@ class ServerSession:
         """What it answers, as bytes; None on failure."""
         lines = []
         with contextlib.suppress(BrokenPipeError):
-            self.psql.stdin.write(statements + b"\n\\echo " + self.END)
+            self.psql.stdin.write(statements + b"\n;\\echo " + self.END)
             self.psql.stdin.flush()
             for line in self.psql.stdout:
                 if line == self.END:
