@@ -1,4 +1,5 @@
 """The appliance as the sandbox shows it: the daemon's queue, its log and its databases at their fixed paths."""
+import atexit
 import contextlib
 import json
 import os
@@ -165,17 +166,56 @@ def server_dump():
 
 
 def server_restore(dump):
-    run_on_server(SERVER, b"DROP SCHEMA IF EXISTS %s CASCADE;\n%s" % (LIBRARY.encode(), dump))
+    session = ServerSession(SERVER)  # one of its own: a dump changes settings
+    if session.ask(b"DROP SCHEMA IF EXISTS %s CASCADE;\n%s" % (LIBRARY.encode(), dump)) is None:
+        raise sqlite3.OperationalError(session.complaint)
+    session.psql.communicate()
+
+
+class ServerSession:
+    """A psql that stays connected until a statement fails."""
+    END = b"-- all is said --\n"
+
+    def __init__(self, server):
+        command = ["psql", "-XqAt", "-v", "ON_ERROR_STOP=1", "-h", server, "-U", "koli", "postgres"]
+        self.psql = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                     env={**os.environ, "PGCLIENTENCODING": "UTF8", "PGOPTIONS": "-c client_min_messages=error"})
+
+    def ask(self, statements):
+        """What it answers, as bytes; None on failure."""
+        lines = []
+        with contextlib.suppress(BrokenPipeError):
+            self.psql.stdin.write(statements + b"\n;\\echo " + self.END)
+            self.psql.stdin.flush()
+            for line in self.psql.stdout:
+                if line == self.END:
+                    return b"".join(lines)
+                lines.append(line)
+        self.complaint = self.psql.communicate()[1].decode()
+        return None
+
+
+sessions = {}  # by the folder of the server's socket
+
+
+@atexit.register
+def end_sessions():
+    """Also for whoever waits for all of this process's children."""
+    while sessions:
+        sessions.popitem()[1].psql.communicate()
 
 
 def run_on_server(server, statements):
     """What it answers, as bytes."""
-    command = ["psql", "-XqAt", "-v", "ON_ERROR_STOP=1", "-h", server, "-U", "koli", "postgres"]
-    asked = subprocess.run(command, input=statements, check=False, capture_output=True,
-                           env={**os.environ, "PGCLIENTENCODING": "UTF8"})
-    if asked.returncode:
-        raise sqlite3.OperationalError(asked.stderr.decode())
-    return asked.stdout
+    session = sessions.pop(server, None)
+    answer = session.ask(statements) if session else None
+    if answer is None:  # the server may have been restarted
+        session = ServerSession(server)
+        answer = session.ask(statements)
+    if answer is None:
+        raise sqlite3.OperationalError(session.complaint)
+    sessions[server] = session
+    return answer
 
 
 def ask_server(statement):

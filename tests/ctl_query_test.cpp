@@ -1,10 +1,13 @@
 // koliindexctl: what list, search and stats find, sort and count, and what is near to a mistyped word.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <random>
 #include <sstream>
 
 #include "base/path_names.h"
+#include "base/text/fold.h"
 #include "platform/host/database_groups.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
@@ -105,6 +108,28 @@ TEST_F(QueryTest, ListKeepsWhatEveryConditionHoldsFor) {
         Run({"list", "--where", refused});
         EXPECT_EQ(code_, 2) << refused;
     }
+}
+
+TEST_F(QueryTest, TextsAreSortedByTheirKeysInEveryDatabase) {
+    const Texts pieces = {"a",      "B",      "Z",      "-",      "_",           " ",       "!",
+                          "~",      "0",      "\u00df", "\u1e9e", "\u00c9",      "e\u0301", "\u03a3",
+                          "\u03c2", "\u0130", "\ufb01", "\u0416", "\u0451",      "\u7b2c",  "\u00ad",
+                          "\u200d", "\uff26", "\u0301", "\u2460", "\u0915\u093f"};
+    std::mt19937 chance(14);
+    std::vector<std::pair<std::string, std::string>> keys;
+    for (int number = 100; number < 400; ++number) {
+        std::string title = "t", key;
+        for (auto left = chance() % 5; left > 0; --left)
+            title += pieces[chance() % pieces.size()];
+        Song("/v/" + std::to_string(number), title);
+        SortKeyTo(title, &key);
+        keys.emplace_back(key, std::to_string(number));
+    }
+    std::sort(keys.begin(), keys.end());
+    std::string sorted;
+    for (const auto& [key, path] : keys)
+        sorted.append(sorted.empty() ? "" : " ").append(path);
+    EXPECT_EQ(Paths({"list", "--sort", "title"}), sorted);
 }
 
 TEST_F(QueryTest, ListSortsCutsAndCounts) {

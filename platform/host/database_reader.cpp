@@ -171,9 +171,9 @@ std::unique_ptr<SqlStatement> DatabaseReader::Behind(const char* table,
     return rows;
 }
 
-int DatabaseReader::Compare(std::string_view a, std::string_view b) const {
+Sql::Comparison DatabaseReader::Comparison() const {
     const Sql* const sql = media_ != nullptr ? media_.get() : photo_.get();
-    return sql != nullptr ? sql->ComparePaths(a, b) : a.compare(b);
+    return sql != nullptr ? sql->PathComparison() : [](std::string_view, std::string_view) { return 0; };
 }
 
 std::unique_ptr<SqlStatement> DatabaseReader::ByKey(const char* table,

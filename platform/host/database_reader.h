@@ -64,8 +64,8 @@ class DatabaseReader {
     std::unique_ptr<SqlStatement> Behind(const char* table, const std::vector<std::string>& columns,
                                          std::string_view key, int64_t limit) const;
 
-    /// Which of two keys comes first in that order: below 0, 0 or above it.
-    int Compare(std::string_view a, std::string_view b) const;
+    /// Which of two keys comes first in that order; to be asked after the end of this, too.
+    Sql::Comparison Comparison() const;
 
     /// The row whose key, `columns`' first, is parameter 1, for whoever asks for many; null without the
     /// table.

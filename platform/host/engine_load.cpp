@@ -11,14 +11,18 @@
 namespace koli::host {
 namespace {
 
-constexpr const char kModuleFile[] = KOLI_ENGINE_MODULE;  // from the program's directory
+constexpr const char kPrivateDir[] = "/" KOLI_PRIVATE_DIR "/";  // behind the top of what is installed
+constexpr const char kModuleFile[] = "postgresql.so";
 
-/// The module's file beside this program; '' when that cannot be told.
+/// The module's file beside this program, which may be a private one itself; '' when that cannot be told.
 std::string ModulePath() {
     char program[kPathSize];
     const ssize_t length = readlink("/proc/self/exe", program, sizeof program);
-    const std::string path(program, length > 0 ? static_cast<size_t>(length) : 0);
-    return path.empty() ? path : path.substr(0, path.rfind('/') + 1) + kModuleFile;
+    std::string folder(program, length > 0 ? static_cast<size_t>(length) : 0);
+    if (folder.empty()) return folder;
+    folder.erase(folder.rfind('/') + 1);
+    if (!folder.ends_with(kPrivateDir)) folder.append("..").append(kPrivateDir);
+    return folder + kModuleFile;
 }
 
 /// Null with a sentence why.  It stays loaded: objects of it may live until the end.

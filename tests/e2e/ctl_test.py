@@ -197,9 +197,12 @@ class Control(harness.DaemonTest):
         broken = self.put(f"{MUSIC}/Album/c.wma", "music/Broken/page.wma")
         self.put(SONG)
         self.index(f"A:{MUSIC}")
+        appliance.enqueue(["nothing to do"])  # once this is done, only a signal leads to a run
         self.start()
+        appliance.wait_for_batch(harness.PATIENCE)
         follow = subprocess.Popen(self.command("status", "--follow", "--json"), stdout=subprocess.PIPE, text=True)
         self.addCleanup(follow.communicate)
+        self.addCleanup(follow.kill)
         self.assertEqual(json.loads(follow.stdout.readline())["requests_waiting"], 0)
         with subprocess.Popen(self.command("add", "--wait", broken, SONG), stderr=subprocess.PIPE, text=True) as waiting:
             self.assertIn(PROGRESS[0], waiting.stderr.readline())

@@ -7,6 +7,7 @@ import random
 import signal
 import subprocess
 import time
+import urllib.request
 
 import harness
 from harness import appliance
@@ -29,7 +30,21 @@ class Engines(harness.DaemonTest):
         found["status"] = {name: value for name, value in found["status"].items() if name.startswith("rows_")}
         for problem in found["problems"]:
             del problem["time"]
-        return found
+        return {**found, "pages": self.pages()}
+
+    def pages(self):
+        """What koliindexserve shows, once it has read them."""
+        with subprocess.Popen(self.command("serve", "--cache", "/tmp/pictures"), stdout=subprocess.PIPE, text=True) as server:
+            base = server.stdout.readline().strip()
+
+            def read(address):
+                with urllib.request.urlopen(base + address, timeout=harness.PATIENCE) as page:
+                    return page.read().decode()
+
+            harness.wait_for("the library", lambda: "Blue Harbour" in read("music/albums"))
+            pages = [read(address) for address in ("music/albums", "films", "photos/albums", "folder/volume1/music")]
+            server.terminate()
+        return pages
 
     def test_rows_and_answers_are_the_same(self):
         chance = random.Random(14)

@@ -135,6 +135,7 @@ def begin():
     if appliance.ON_SERVER:
         if "KOLI_TEST_SERVER" not in os.environ:  # else it is others', too
             control_server("start", appliance.SERVER)
+            os.chmod(appliance.SERVER, 0o711)  # also for a root who may not do everything
         with open("/etc/koliinfo.conf", "a") as config:
             config.write(appliance.server_settings())
 

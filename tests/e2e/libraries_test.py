@@ -185,6 +185,7 @@ class Libraries(harness.DaemonTest):
         status = self.ctl(3, "status", "--library", "*")
         self.assertEqual([(row["library"], row["media.db"], row["rows_music"]) for row in status["libraries"]],
                          [("attic", "sound", 1), ("cellar", "sound", 1)])
+        self.refused(2, "to choose one, name it", "list", "--library", "*", "--where", "library=attic")
         self.refused(5, "no library atic; did you mean attic", "list", "--library", "atic")
         psql("DROP SCHEMA attic CASCADE")
         self.assertEqual([row["library"] for row in self.ctl(0, "list", "--library", "*", "--kind", "music")], ["cellar"])

@@ -32,6 +32,7 @@ class Wire:
                 server.connect(f"{self.server}/{SOCKET}")
             except OSError:  # it does not run
                 client.close()
+                server.close()
                 continue
             for source, target, is_answer in ((client, server, False), (server, client, True)):
                 later = queue.SimpleQueue() if self.delay else None

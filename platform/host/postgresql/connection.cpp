@@ -60,9 +60,11 @@ const char* Postgresql::PathOrder(const char* table) {
     return Answer(text) == "t" ? "koli_bytes(path)" : "path";
 }
 
-int Postgresql::ComparePaths(std::string_view a, std::string_view b) const {
-    std::string of_a, of_b;
-    return ServerText(a, &of_a).compare(ServerText(b, &of_b));
+Sql::Comparison Postgresql::PathComparison() const {
+    return [](std::string_view a, std::string_view b) {
+        std::string of_a, of_b;
+        return ServerText(a, &of_a).compare(ServerText(b, &of_b));
+    };
 }
 
 /// A connection that is lost has one of its own.

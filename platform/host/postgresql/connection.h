@@ -9,6 +9,7 @@
 #include "platform/host/postgresql/exchange.h"
 #include "platform/host/postgresql/libraries.h"
 #include "platform/host/postgresql/link.h"
+#include "platform/host/postgresql/sort_term.h"
 
 namespace koli::host {
 
@@ -22,9 +23,7 @@ class Postgresql final : public Sql {
 
     SqlStatement* PathsInside(const char* table, const std::string& folder) override;
     const char* PathOrder(const char* table) override;
-    std::string SortTerm(const std::string& column, TextKey) override {
-        return "lower(normalize(" + column + R"(, NFKC) COLLATE "und-x-icu"))";
-    }
+    std::string SortTerm(const std::string& column, TextKey key) override { return SortTermOf(column, key); }
     int Run(SqlStatement& statement) override;
     int RunLater(SqlStatement& statement) override;
     bool Settle() override;
@@ -34,7 +33,7 @@ class Postgresql final : public Sql {
     void WaitForLocks(int) override {}  // rows only are locked, and the server waits for these
     bool HasCompany() const override { return false; }
     bool IsTakenAway() const override { return false; }
-    int ComparePaths(std::string_view a, std::string_view b) const override;
+    Comparison PathComparison() const override;
     std::string ChangeMark() override;
     void SaveMemory() override { fetched_ = kFetchedFew; }
     bool Harden() override;

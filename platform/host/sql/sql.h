@@ -125,13 +125,17 @@ class Sql {
     /// What to order rows of `table` by, to have their paths in the order of their bytes.
     virtual const char* PathOrder(const char*) { return "path"; }
 
-    /// How the engine compares paths: below 0, 0 or above it, as for std::string_view.
-    virtual int ComparePaths(std::string_view a, std::string_view b) const { return a.compare(b); }
+    /// Which of two paths comes first: below 0, 0 or above it.
+    using Comparison = int (*)(std::string_view a, std::string_view b);
+    /// The engine's own, of every connection.
+    virtual Comparison PathComparison() const {
+        return [](std::string_view a, std::string_view b) { return a.compare(b); };
+    }
 
     /// How people order texts: `*key` gets bytes that compare as they would have it.
     using TextKey = void (*)(std::string_view text, std::string* key);
     /// What a query orders by so that the texts of `column` come in that order.  An engine that cannot call
-    /// `key` gives the nearest order that it has itself.  What is ordered need not fit into the memory.
+    /// `key` has a term that comes to the same.  What is ordered need not fit into the memory.
     virtual std::string SortTerm(const std::string& column, TextKey key) = 0;
 
     /// Runs a statement to its end.  Returns the number of rows that it inserted, changed or removed itself
