@@ -277,8 +277,10 @@ int Database::EndUnit(bool keep) {
     savepoints_ &= ~bit;
     if (IsGroupOpen()) {
         // A group that was begun inside the unit holds nothing else.
-        if (!keep) sql_->Execute(has_savepoint ? "ROLLBACK TO unit" : "ROLLBACK");
-        if (has_savepoint) sql_->Execute("RELEASE unit");
+        // With a connection that is lost here goes the group, which nothing later would miss.
+        const bool is_taken_back =
+            keep || sql_->Execute(has_savepoint ? "ROLLBACK TO unit" : "ROLLBACK") >= 0;
+        if (!is_taken_back || (has_savepoint && sql_->Execute("RELEASE unit") < 0)) Failed("end a unit of");
     }
     if (units_ == 0) Tick();
     return IsRefusing() ? -1 : 0;
