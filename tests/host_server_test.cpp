@@ -61,6 +61,21 @@ TEST_F(Server, AConnectionThatIsLostRefusesUntilTheNextBatch) {
     EXPECT_EQ(Songs(), (Texts{"/m/a", "/m/b"}));
 }
 
+TEST_F(Server, AGroupThatGoesWithItsConnectionIsMissed) {
+    const auto lose = [this](auto last) {
+        KOLIDBBatchBegin();
+        ASSERT_EQ(Save("/m/a"), 0);
+        ASSERT_TRUE(MediaDatabase().BeginUnit());
+        EXPECT_EQ(Save("/m/b"), 0);
+        EndSession();
+        last();
+        EXPECT_EQ(KOLIDBSync(), -1);
+        EXPECT_EQ(Songs(), Texts{});
+    };
+    lose([] { EXPECT_EQ(MediaDatabase().EndUnit(true), -1); });
+    lose([] { EXPECT_EQ(MediaDatabase().EndUnit(false), -1); });
+}
+
 TEST_F(Server, ASessionThatWasGivenUpWritesNothingMore) {
     ASSERT_EQ(Save("/m/a"), 0);
     ASSERT_EQ(KOLIDBFlush(), 0);

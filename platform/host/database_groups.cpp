@@ -16,6 +16,7 @@ namespace {
 constexpr const char kModule[] = "kolidb";
 constexpr int kGroupWrites = 256;
 constexpr int kRemovedAtOnce = 1000;
+constexpr int kRemovedMax = 1'000'000'000;  // a server may say anything
 constexpr int64_t kGroupAgeMs = 500;
 constexpr int64_t kBusyMs = 500;  // with the age of a group, less than others wait for a lock
 constexpr int64_t kGapMs = 120;
@@ -56,6 +57,7 @@ void Database::BeginBatch() {
 void Database::Refuse(const std::string& reason) {
     refusal_ = reason.empty() ? "unknown reason" : reason;
     if (IsGroupOpen()) sql_->Execute("ROLLBACK");
+    has_group_ = false;
     savepoints_ = 0;
     note_name_ = nullptr;
 }
@@ -63,6 +65,7 @@ void Database::Refuse(const std::string& reason) {
 /// What needs memory itself is tried, no more: without its connection the group is lost as well.
 void Database::RefuseForMemory() noexcept {
     refusal_ = "out of memory";  // short enough to need none
+    has_group_ = false;
     savepoints_ = 0;
     note_name_ = nullptr;
     LogError(LogSite(kModule), "Out of memory: %s takes no more changes.", name_);
@@ -117,7 +120,17 @@ bool Database::BeginTransaction() {
     return is_begun;
 }
 
+/// With a connection goes its group, also where nobody has asked for what failed.
+void Database::MissGroup() {
+    if (!std::exchange(has_group_, IsGroupOpen()) || has_group_) return;
+    if (sql_ != nullptr)
+        Failed("keep a group of");
+    else
+        Refuse("it was closed too early");
+}
+
 bool Database::BeginGroup() {
+    MissGroup();
     if (IsRefusing()) return false;
     if (IsGroupOpen()) return true;
     if (!IsFree() || !DropUnusable() || !Open()) return false;
@@ -126,6 +139,7 @@ bool Database::BeginGroup() {
         Failed("begin a group of");
         return false;
     }
+    has_group_ = true;
     group_began_ = CoarseNowMs();
     group_writes_ = 0;
     group_changes_ = sql_->TotalChanges();
@@ -151,6 +165,7 @@ void Database::Settle() {
 }
 
 int Database::Commit() {
+    has_group_ = false;
     group_ended_ = CoarseNowMs();
     const bool is_settled = SettleGroup();
     const bool wrote = sql_->TotalChanges() != group_changes_;
@@ -169,6 +184,7 @@ int Database::Commit() {
 }
 
 int Database::Flush() {
+    MissGroup();
     return IsGroupOpen() && !IsUnitAtWork() ? Commit() : 0;
 }
 
@@ -222,10 +238,10 @@ int Database::RemoveBelow(const std::string& table, std::string_view path) {
     const std::string text = "DELETE FROM " + table + " WHERE path IN (SELECT path FROM " + table +
                              " WHERE " + kPathRange + " LIMIT " + std::to_string(kRemovedAtOnce) + ")";
     int removed = 0;
-    for (int piece = kRemovedAtOnce; piece >= kRemovedAtOnce; removed += piece) {
+    for (int piece = kRemovedAtOnce; piece == kRemovedAtOnce && removed < kRemovedMax; removed += piece) {
         SqlStatement* const statement = Prepare(text);
         piece = statement != nullptr ? Run(FillPathRange(*statement, path)) : -1;
-        if (piece < 0) return -1;
+        if (piece < 0 || piece > kRemovedAtOnce) return -1;
     }
     return removed;
 }
@@ -277,10 +293,10 @@ int Database::EndUnit(bool keep) {
     savepoints_ &= ~bit;
     if (IsGroupOpen()) {
         // A group that was begun inside the unit holds nothing else.
-        // With a connection that is lost here goes the group, which nothing later would miss.
         const bool is_taken_back =
             keep || sql_->Execute(has_savepoint ? "ROLLBACK TO unit" : "ROLLBACK") >= 0;
         if (!is_taken_back || (has_savepoint && sql_->Execute("RELEASE unit") < 0)) Failed("end a unit of");
+        has_group_ = IsGroupOpen();
     }
     if (units_ == 0) Tick();
     return IsRefusing() ? -1 : 0;

@@ -116,6 +116,7 @@ class Database {
     bool DropUnusable();
     bool BeginGroup();
     bool BeginTransaction();
+    void MissGroup();
     void LeaveGap();
     int Commit();
     bool StoreNote();
@@ -145,6 +146,7 @@ class Database {
     std::string told_;                 // the failure that was logged last in this batch
     std::string refusal_;              // '' = takes changes
     int64_t retry_at_ = 0;             // ms; no attempt to open it before this time, 0 = none failed
+    bool has_group_ = false;           // has been begun, and neither committed nor taken back
     int64_t group_began_ = 0;          // ms
     int64_t group_ended_ = 0;          // ms
     int64_t busy_since_ = 0;           // ms; groups have followed each other without a gap since then
