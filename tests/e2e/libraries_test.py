@@ -156,6 +156,8 @@ class Libraries(harness.DaemonTest):
         self.refused(5, "there is no library", "copy-database", "sqlite:/nowhere", SERVER, "--library", "cellar")
         self.setup(0, "--apply", "--configure", "--library", "attic")
         self.start()
+        locks = b"SELECT count(*) FROM pg_locks WHERE locktype = 'advisory'"
+        harness.wait_for("both fences", lambda: appliance.run_on_server(appliance.SERVER, locks) == b"2\n")
         for settings in (CONFIG.read_text(), self.settings):  # another machine's daemon is known to the server alone
             CONFIG.write_text(settings)
             self.refused(5, "stop it first", "copy-database", SERVER, "sqlite:/var/tmp/none", "--library", "attic")
