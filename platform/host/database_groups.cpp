@@ -147,36 +147,39 @@ bool Database::BeginGroup() {
 }
 
 bool Database::StoreNote() {
-    if (note_name_ == nullptr) return true;
     SqlStatement* const statement = sql_->KeptSave(SettingForm());
     return statement != nullptr && sql_->Run(statement->Fill(note_name_, note_)) >= 0;
 }
 
 /// A row that fails for good leaves the others alone; the batch does not come again for it.
-bool Database::SettleGroup() {
-    const bool is_settled = sql_->Settle();
+void Database::TellLost() {
     for (const std::string& reason : sql_->TakeLost())
         KOLI_LOG("Failed to write to %s. (%s)", name_, reason.c_str());
-    return is_settled;
 }
 
 void Database::Settle() {
-    if (IsGroupOpen() && !SettleGroup()) Failed("write to");
+    if (!IsGroupOpen()) return;
+    const bool is_settled = sql_->Settle();
+    TellLost();
+    if (!is_settled) Failed("write to");
 }
 
+/// What has been put off goes with the end, unless a note waits to hear whether it changes anything.
 int Database::Commit() {
     has_group_ = false;
     group_ended_ = CoarseNowMs();
-    const bool is_settled = SettleGroup();
-    const bool wrote = sql_->TotalChanges() != group_changes_;
-    if (!is_settled || (wrote && !StoreNote()) || sql_->Execute("COMMIT") < 0) {
+    const auto has_written = [this] { return sql_->TotalChanges() != group_changes_; };
+    const bool is_ready = note_name_ == nullptr || (sql_->Settle() && (!has_written() || StoreNote()));
+    const bool is_committed = is_ready && sql_->Execute("COMMIT") >= 0;
+    TellLost();
+    if (!is_committed) {
         Failed("commit to");
         if (IsGroupOpen()) sql_->Execute("ROLLBACK");
         savepoints_ = 0;
         return -1;
     }
     savepoints_ = 0;
-    if (!wrote) return 0;
+    if (!has_written()) return 0;
     note_name_ = nullptr;
     unsynced_ = true;
     written_ = true;

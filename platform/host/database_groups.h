@@ -123,7 +123,7 @@ class Database {
     int CountWrite(int affected);
     bool IsUnitAtWork() const { return units_ > 0 && unit_changed_; }
     bool Report(const SqlFailure& failure, const char* what, int line = __builtin_LINE());
-    bool SettleGroup();
+    void TellLost();
     SqlStatement* Prepared(SqlStatement* statement);
     int Failed(const char* what, int line = __builtin_LINE());
     std::unique_ptr<SqlRows> Given(std::unique_ptr<SqlRows> rows);

@@ -10,7 +10,7 @@
 namespace koli::host {
 namespace {
 
-constexpr size_t kPutOffMax = 256;
+constexpr size_t kPutOffMax = 512;  // more than a group: its COMMIT takes them along
 constexpr size_t kPushEvery = 16;
 
 // The ends of the daemon's batches, and what the server has counted, which comes later and tells of others.
@@ -233,9 +233,16 @@ void Postgresql::DropPutOff(size_t place) {
 }
 
 bool Postgresql::Settle() {
+    return SettleWith("", nullptr);
+}
+
+/// Sends `end` with the last of them, '' = nothing, and takes its answer.
+bool Postgresql::SettleWith(const std::string& end, Result* answer) {
     while (going_) {
-        going_->Say("RELEASE later");
+        const size_t release = going_->Say("RELEASE later");
+        if (!end.empty()) going_->Say(end);
         if (going_->Finish()) {
+            if (answer != nullptr) *answer = going_->TakeAnswer(release + 1);
             for (size_t i = 0; i < put_off_.size(); ++i)
                 CountChange(put_off_[i].statement->server(), going_->Changed(first_put_off_ + i));
             put_off_.clear();
@@ -270,11 +277,11 @@ bool Postgresql::Begin() {
     return true;
 }
 
-/// A transaction that has failed answers a COMMIT with "ROLLBACK".
 int Postgresql::Control(const ServerStatement& server) {
     if (server.command == Command::kBegin) return Begin() ? 0 : -1;
     if (!IsUsable()) return -1;
     if (server.command == Command::kRollback) Discard();
+    if (server.command == Command::kCommit && going_) return CommitPutOff(server.text);
     if (!Settle()) return -1;
     const bool is_end = server.command != Command::kSavepoint;
     if (is_end && is_begin_due_) {
@@ -287,10 +294,21 @@ int Postgresql::Control(const ServerStatement& server) {
     const bool is_done = exchange.Finish();
     if (is_end) in_transaction_ = false;
     if (!is_done) return FailAs(exchange.failure()) ? 0 : -1;
-    const Result answer = exchange.TakeAnswer(place);
-    if (server.command == Command::kCommit && strcmp(PQcmdStatus(answer.get()), "COMMIT") != 0)
-        return FailAs({.reason = "the transaction had failed", .passes = true}) ? 0 : -1;
-    return 0;
+    return server.command != Command::kCommit || IsCommitted(exchange.TakeAnswer(place)) ? 0 : -1;
+}
+
+/// In one round trip with what has been put off.
+int Postgresql::CommitPutOff(const std::string& commit) {
+    Result answer(nullptr, &PQclear);
+    if (!SettleWith(commit, &answer)) return -1;
+    in_transaction_ = false;
+    return IsCommitted(answer) ? 0 : -1;
+}
+
+/// A transaction that has failed answers a COMMIT with "ROLLBACK".
+bool Postgresql::IsCommitted(const Result& answer) {
+    return strcmp(PQcmdStatus(answer.get()), "COMMIT") == 0 ||
+           FailAs({.reason = "the transaction had failed", .passes = true});
 }
 
 /// A commit that the server puts on its disk, and on its replica's where one is waited for, and with it all
@@ -306,9 +324,7 @@ bool Postgresql::Harden() {
     if (changes != hardened_) exchange.Say(kNoteChange, {{DatabaseName(database_), false}});
     const size_t place = exchange.Say("COMMIT");
     if (!exchange.Finish()) return FailAs(exchange.failure());
-    const Result answer = exchange.TakeAnswer(place);
-    if (strcmp(PQcmdStatus(answer.get()), "COMMIT") != 0)
-        return FailAs({.reason = "the transaction had failed", .passes = true});
+    if (!IsCommitted(exchange.TakeAnswer(place))) return false;
     // It was told to wait for its replica no longer: who knows whether that has it.
     std::string warning = link_->TakeWarning();
     hardened_ = changes;

@@ -65,6 +65,9 @@ class Postgresql final : public Sql {
     Result Ask(PostgresqlStatement& statement);
     Result FetchSome(PostgresqlStatement& statement, bool* is_last);
     int Control(const ServerStatement& server);
+    bool SettleWith(const std::string& end, Result* answer);
+    int CommitPutOff(const std::string& commit);
+    bool IsCommitted(const Result& answer);
     void CountChange(const ServerStatement& server, int changed);
     void SendPutOff(PutOff& put_off);
     void DropPutOff(size_t place);
