@@ -106,16 +106,16 @@ class Server(harness.DaemonTest):
         self.assertEqual(self.row("photo_info", picture)["title"], state)
 
     def test_a_library_that_somebody_drops_is_made_anew(self):
-        songs = [self.put(f"{M}/one.mp3")]
+        songs, picture = [self.put(f"{M}/one.mp3")], self.put(f"{P}/a.jpg")
         self.start()
         for name in ("three", "two"):
-            appliance.enqueue([f"A:{M}"])
+            appliance.enqueue([f"A:{P}", f"A:{M}"])  # the connection of the one makes the schema anew, not the other's tables
             self.work_off()
             appliance.ask_server(f"DROP SCHEMA {appliance.LIBRARY} CASCADE")
             songs.append(self.put(f"{M}/{name}.mp3"))
-        appliance.enqueue([f"A:{songs[-1]}", f"A:{M}"])
+        appliance.enqueue([f"A:{P}", f"A:{songs[-1]}", f"A:{M}"])
         self.work_off()
-        self.assertEqual(self.paths("music"), songs)
+        self.assertEqual((self.paths("music"), self.paths("photo_info")), (songs, [picture]))
 
     def test_a_name_that_nobody_knows_keeps_no_other_server_from_being_found(self):
         self.put(f"{M}/one.mp3")

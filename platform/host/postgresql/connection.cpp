@@ -96,13 +96,18 @@ bool Postgresql::IsUsable() {
 // ---- Statements
 
 /// Whether a statement has failed because somebody has dropped the library: the next connection makes it
-/// anew. `back` takes the failed part of a transaction back, '' = there is none.
+/// anew, and that of the other database may have begun to. `back` takes the failed part of a transaction
+/// back, '' = there is none.
 bool Postgresql::IsLibraryGone(const SqlFailure& failure, const char* back) {
     if (!failure.is_missing || link_->is_lost()) return false;
     Exchange exchange(*link_);
     if (*back != '\0') exchange.Say(back);
     const size_t place = exchange.Say("SELECT 1 WHERE to_regclass('koli_schema') IS NULL");
-    return exchange.Finish() && PQntuples(exchange.TakeAnswer(place).get()) > 0;
+    if (!exchange.Finish()) return false;
+    if (PQntuples(exchange.TakeAnswer(place).get()) > 0) return true;
+    Exchange own(*link_);
+    own.Say("SELECT 1 FROM koli_schema WHERE name = $1", {{DatabaseName(database_), false}});
+    return !own.Finish() || PQntuples(own.TakeAnswer(0).get()) == 0;
 }
 
 /// What stands before the first statement of a transaction.
