@@ -251,6 +251,9 @@ class Control(harness.DaemonTest):
         os.unlink(gone)
         self.put(SONG)
         self.change("media")
+        for path, line in (gone, f"d:{gone}"), (f"{MUSIC}/Unknown", f"D:{MUSIC}/Unknown"):  # which may yet become a folder
+            self.refused(3, "not running", "remove", path, queued=[line])
+            os.unlink(appliance.QUEUE)
         with contextlib.closing(self.lock_media_store("EXCLUSIVE")):
             with subprocess.Popen(self.command("status"), stderr=subprocess.PIPE, stdout=subprocess.DEVNULL) as status:
                 self.refused(3, "not running", "remove", gone, queued=[f"D:{gone}"])
