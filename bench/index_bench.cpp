@@ -2,6 +2,8 @@
 // tick, beside bare loops over the same files:
 //
 //   index_bench KIND DIR      mp3, photo, flac, aiff, m4a, m4a-probe, dat or film
+//   index_bench time DIR      into empty stores and once more, and nothing beside it, in whichever stores
+//                             KOLI_BENCH_DATABASE names (postgresql:CONNINFO)
 //   index_bench walk DIR      one pass, for counting system calls from outside
 //   index_bench A|a DIR       the same by a request for each file
 //
@@ -195,6 +197,19 @@ int Compare(const Kind& kind, const std::string& dir) {
     return 0;
 }
 
+int Time(const std::string& dir) {
+    const auto count = static_cast<double>(FilesBelow(dir, "").size());
+    std::vector<Pass> first, again;
+    for (int pass = 0; pass < kPasses; ++pass) {
+        FreshStores();
+        first.push_back(Measure([&] { Walk(dir); }));
+        again.push_back(Measure([&] { Walk(dir); }));
+    }
+    printf("%.1f us each into empty stores, %.1f us once more\n", MedianSeconds(first) / count * 1e6,
+           MedianSeconds(again) / count * 1e6);
+    return 0;
+}
+
 void RequestEach(char letter, const std::string& dir) {
     for (std::string& path : FilesBelow(dir, "")) {
         RequestExecute(letter, {path.data(), false, true, KOLI_MEDIA_DB | KOLI_PHOTO_DB});
@@ -210,6 +225,7 @@ int Run(const std::string& mode, const std::string& dir) {
         if (mode != "walk") RequestEach(mode.front(), dir);
         return 0;
     }
+    if (mode == "time") return Time(dir);
     for (const Kind& kind : kKinds)
         if (mode == kind.name) return Compare(kind, dir);
     fprintf(stderr, "index_bench: no such kind: %s\n", mode.c_str());
@@ -221,6 +237,6 @@ int Run(const std::string& mode, const std::string& dir) {
 
 int main(int argc, char** argv) {
     if (argc == 3) return koli::bench::Run(argv[1], argv[2]);
-    fprintf(stderr, "usage: index_bench KIND|walk|A|a DIR\n");
+    fprintf(stderr, "usage: index_bench KIND|time|walk|A|a DIR\n");
     return 2;
 }

@@ -16,6 +16,7 @@
 
 #include "platform/host/database_groups.h"
 #include "platform/kolidb.h"
+#include "platform/koliindex.h"
 
 namespace koli::bench {
 namespace {
@@ -99,6 +100,13 @@ std::string StoreDirectory() {
 }
 
 void FreshStores() {
+    if (const char* server = getenv("KOLI_BENCH_DATABASE")) {
+        host::DatabaseDirectorySet(server);
+        for (const char* table : {"music", "video", "photo", "playlist", "directory", "photo_info"})
+            KOLITruncateTable(table);
+        KOLIDBSync();
+        return;
+    }
     const std::string directory = StoreDirectory();
     host::DatabaseDirectorySet(nullptr);
     std::filesystem::remove_all(directory);

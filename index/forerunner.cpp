@@ -16,6 +16,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <system_error>
 #include <thread>
@@ -43,7 +44,8 @@ constexpr int kLevels = 2;            // below that folder
 constexpr int kTriedEntries = 16;     // behind one that the walk has waited at
 constexpr int kWantedEntries = 200;   // behind one that the process has waited for
 constexpr rlim_t kMaxOpenFiles = 64;  // each thread has a file or the folders above it open
-constexpr int kMaxEndMs = 200;        // for its end; a disk that does not answer may hold it longer
+
+constexpr std::chrono::milliseconds kMaxEnd{200};  // a disk that does not answer may hold it longer
 
 pid_t left_behind = 0;  // a process that has been killed and has not ended yet
 
@@ -157,18 +159,21 @@ void VisitAll(int paths) {
 }
 
 /// Waits for the end of a child that was killed; at most so long, because a disk that has stopped answering
-/// holds it in the middle of a read.
-bool HasEnded(pid_t child, int milliseconds) {
-    for (;; --milliseconds) {
-        if (waitpid(child, nullptr, WNOHANG) != 0) return true;
-        if (milliseconds == 0) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+/// holds it in the middle of a read.  A signal cuts a pause short: going on with it would never end where
+/// signals come faster than the kernel's clock is fine.
+bool HasEnded(pid_t child, std::chrono::milliseconds most) {
+    constexpr timespec kPause{0, 1'000'000};
+    const auto end = std::chrono::steady_clock::now() + most;
+    while (waitpid(child, nullptr, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() >= end) return false;
+        nanosleep(&kPause, nullptr);
     }
+    return true;
 }
 
 /// Off, or one more would hang on the same disk.
 bool IsKeptBack() {
-    if (left_behind > 0 && HasEnded(left_behind, 0)) left_behind = 0;
+    if (left_behind > 0 && HasEnded(left_behind, {})) left_behind = 0;
     return left_behind > 0 || !RunAheadIsAllowed();
 }
 
@@ -197,7 +202,7 @@ Forerunner::~Forerunner() {
     if (paths_ >= 0) close(paths_);
     if (pid_ <= 0) return;
     kill(pid_, SIGKILL);
-    if (!HasEnded(pid_, kMaxEndMs)) left_behind = pid_;
+    if (!HasEnded(pid_, kMaxEnd)) left_behind = pid_;
 }
 
 bool Forerunner::IsWanted() {

@@ -1,5 +1,7 @@
 """The appliance as the sandbox shows it: the daemon's queue, its log and its databases at their fixed paths."""
+import atexit
 import contextlib
+import json
 import os
 import re
 import signal
@@ -18,6 +20,12 @@ SANITIZER_REPORT = "/run/sanitizer"  # the daemon has no standard error to repor
 PATIENCE = 120  # seconds: a machine may be slow, and busy with other things
 MEDIA_TABLES = ("music", "video", "photo", "playlist", "directory")
 PHOTO_TABLES = ("photo_info", "photo_share", "photo_access_right", "video_desc", "video_comment")
+
+
+ON_SERVER = os.environ.get("KOLI_TEST_ENGINE") == "postgresql"  # the databases, in a server of the sandbox's own
+SERVER = os.environ.get("KOLI_TEST_SERVER", "/run/postgresql")  # the folder of its socket
+LIBRARY = os.environ.get("KOLI_TEST_LIBRARY", "appliance")
+MAPPED = re.compile(rb"\x01[\x01\x02]|\xef[\x9e\x9f][\x80-\xbf]")  # a byte that is no UTF-8, as it is kept there
 
 
 class DaemonGone(Exception):
@@ -92,6 +100,14 @@ def wait_for_batch(seconds, tick=lambda: None):
     wait_until(done, seconds, "the batch")
 
 
+def try_again():
+    """So many signals that the daemon tries a batch that it keeps without waiting longer."""
+    pid = daemon_pid()
+    with contextlib.suppress(ProcessLookupError):
+        for _ in range(200 if pid else 0):
+            os.kill(pid, signal.SIGUSR1)
+
+
 def settle_log():
     """Until everything that has been logged so far is in the file: a mark sent after it has arrived."""
     mark = b"mark %d" % time.monotonic_ns()
@@ -128,6 +144,10 @@ def open_database(name):
 @contextlib.contextmanager
 def change(name):
     """A database to be changed as another program does it; committed at the end."""
+    if ON_SERVER:
+        yield (changes := ServerChange())
+        ask_server(";\n".join(("BEGIN", *changes.statements, "COMMIT")))
+        return
     connection = sqlite3.connect(f"{STORE}/{name}.db")
     try:
         with connection:
@@ -136,8 +156,144 @@ def change(name):
         connection.close()
 
 
+def server_settings(host=SERVER):
+    return f'database="postgresql:host={host} user=koli dbname=postgres"\nlibrary="{LIBRARY}"\n'
+
+
+def server_dump():
+    """All of the library, as statements."""
+    command = ["pg_dump", "-h", SERVER, "-U", "koli", "-n", LIBRARY, "postgres"]
+    return subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, check=False).stdout
+
+
+def server_restore(dump):
+    session = ServerSession(SERVER)  # one of its own: a dump changes settings
+    if session.ask(b"DROP SCHEMA IF EXISTS %s CASCADE;\n%s" % (LIBRARY.encode(), dump)) is None:
+        raise sqlite3.OperationalError(session.complaint)
+    session.psql.communicate()
+
+
+class ServerSession:
+    """A psql that stays connected until a statement fails."""
+    END = b"-- all is said --\n"
+
+    def __init__(self, server):
+        command = ["psql", "-XqAt", "-v", "ON_ERROR_STOP=1", "-h", server, "-U", "koli", "postgres"]
+        self.psql = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                     env={**os.environ, "PGCLIENTENCODING": "UTF8", "PGOPTIONS": "-c client_min_messages=error"})
+
+    def ask(self, statements):
+        """What it answers, as bytes; None on failure."""
+        lines = []
+        with contextlib.suppress(BrokenPipeError):
+            self.psql.stdin.write(statements + b"\n;\\echo " + self.END)
+            self.psql.stdin.flush()
+            for line in self.psql.stdout:
+                if line == self.END:
+                    return b"".join(lines)
+                lines.append(line)
+        self.complaint = self.psql.communicate()[1].decode()
+        return None
+
+
+sessions = {}  # by the folder of the server's socket
+
+
+@atexit.register
+def end_sessions():
+    """Also for whoever waits for all of this process's children."""
+    while sessions:
+        sessions.popitem()[1].psql.communicate()
+
+
+def run_on_server(server, statements):
+    """What it answers, as bytes."""
+    session = sessions.pop(server, None)
+    answer = session.ask(statements) if session else None
+    if answer is None:  # the server may have been restarted
+        session = ServerSession(server)
+        answer = session.ask(statements)
+    if answer is None:
+        raise sqlite3.OperationalError(session.complaint)
+    sessions[server] = session
+    return answer
+
+
+def ask_server(statement):
+    return run_on_server(SERVER, f"SET search_path TO {LIBRARY};\n{statement};\n".encode())
+
+
+def own_byte(mapped):
+    *_, middle, last = mapped[0]
+    return bytes([last - 1 if middle == 1 else last if middle == 0x9e else last + 0x40])
+
+
+def own_value(value):
+    """A value of a row as SQLite has it."""
+    if isinstance(value, bool):
+        return "ft"[value]
+    return os.fsdecode(MAPPED.sub(own_byte, value.encode())) if isinstance(value, str) else value
+
+
+class ServerChange:
+    def __init__(self):
+        self.statements = []
+
+    def execute(self, statement, values=()):
+        def quoted(mark):
+            value = values[int(mark[1]) - 1] if mark[1] else next(in_turn)
+            return "'" + str(value).replace("'", "''") + "'"
+
+        in_turn = iter(values)
+        self.statements.append(re.sub(r"\?(\d*)", quoted, statement))
+
+
+class ServerLock:
+    """Keeps a table from being written, until it is closed."""
+    def __init__(self, table):
+        self.session = subprocess.Popen(["psql", "-XqAt", "-h", SERVER, "-U", "koli", "postgres"], stdin=subprocess.PIPE,
+                                        stdout=subprocess.PIPE)
+        self.session.stdin.write(f"BEGIN; LOCK {LIBRARY}.{table} IN SHARE ROW EXCLUSIVE MODE; SELECT 1;\n".encode())
+        self.session.stdin.flush()
+        self.session.stdout.readline()
+
+    def close(self):
+        self.session.communicate()
+
+
+def row_versions():
+    """Of all rows of the media store: another one for whatever was written, be it the same."""
+    try:
+        return [ask_server(f"SELECT path, xmin, xmax, ctid FROM {table} ORDER BY path") for table in MEDIA_TABLES]
+    except sqlite3.OperationalError:
+        return None  # there are no tables yet
+
+
+class MediaWatch:
+    """Whether something is written to the media store from now on."""
+    def __init__(self):
+        if ON_SERVER:
+            self.version = row_versions
+        else:
+            database = sqlite3.connect(f"{STORE}/media.db")
+            self.version = lambda: database.execute("PRAGMA data_version").fetchone()
+        self.before = self.version()
+
+    def has_changed(self):
+        return self.version() != self.before
+
+
+def server_rows(table):
+    if ask_server(f"SELECT to_regclass('{table}') IS NULL").strip() == b"t":
+        return []
+    lines = ask_server(f"SELECT row_to_json(t) FROM {table} t").decode().split("\n")[:-1]
+    return [{name: own_value(value) for name, value in json.loads(line).items()} for line in lines]
+
+
 def rows(table):
     """All rows of a table as dictionaries; [] as long as there is no such table."""
+    if ON_SERVER:
+        return server_rows(table)
     name = "photo" if table in PHOTO_TABLES else "media"
     if not os.path.exists(f"{STORE}/{name}.db"):
         return []

@@ -1,13 +1,17 @@
 // koliindexctl: what list, search and stats find, sort and count, and what is near to a mistyped word.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <random>
 #include <sstream>
 
 #include "base/path_names.h"
+#include "base/text/fold.h"
 #include "platform/host/database_groups.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
+#include "tests/host_place.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/suggestion.h"
 #include "tools/koliindexctl/command_line.h"
@@ -20,7 +24,10 @@ using Texts = std::vector<std::string>;
 
 class QueryTest : public testing::Test {
   protected:
-    QueryTest() { host::DatabaseDirectorySet(dir_.dir().c_str()); }
+    QueryTest() {
+        test::MakeLibrary();
+        host::DatabaseDirectorySet(databases_.c_str());
+    }
     ~QueryTest() override { host::DatabaseDirectorySet(nullptr); }
 
     static void Store(
@@ -66,6 +73,7 @@ class QueryTest : public testing::Test {
     }
 
     const test::TempDir dir_;
+    const std::string databases_ = test::PlaceOr(dir_.dir());
     int code_ = 0;
     std::string complaint_;
 };
@@ -100,6 +108,28 @@ TEST_F(QueryTest, ListKeepsWhatEveryConditionHoldsFor) {
         Run({"list", "--where", refused});
         EXPECT_EQ(code_, 2) << refused;
     }
+}
+
+TEST_F(QueryTest, TextsAreSortedByTheirKeysInEveryDatabase) {
+    const Texts pieces = {"a",      "B",      "Z",      "-",      "_",           " ",       "!",
+                          "~",      "0",      "\u00df", "\u1e9e", "\u00c9",      "e\u0301", "\u03a3",
+                          "\u03c2", "\u0130", "\ufb01", "\u0416", "\u0451",      "\u7b2c",  "\u00ad",
+                          "\u200d", "\uff26", "\u0301", "\u2460", "\u0915\u093f"};
+    std::mt19937 chance(14);
+    std::vector<std::pair<std::string, std::string>> keys;
+    for (int number = 100; number < 400; ++number) {
+        std::string title = "t", key;
+        for (auto left = chance() % 5; left > 0; --left)
+            title += pieces[chance() % pieces.size()];
+        Song("/v/" + std::to_string(number), title);
+        SortKeyTo(title, &key);
+        keys.emplace_back(key, std::to_string(number));
+    }
+    std::sort(keys.begin(), keys.end());
+    std::string sorted;
+    for (const auto& [key, path] : keys)
+        sorted.append(sorted.empty() ? "" : " ").append(path);
+    EXPECT_EQ(Paths({"list", "--sort", "title"}), sorted);
 }
 
 TEST_F(QueryTest, ListSortsCutsAndCounts) {

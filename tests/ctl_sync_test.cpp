@@ -12,6 +12,7 @@
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "platform/kolisdk.h"
+#include "tests/host_place.h"
 #include "tests/host_temp_dir.h"
 #include "tools/ctl/sync.h"
 #include "tools/ctl/sync_plan.h"
@@ -25,7 +26,10 @@ using Texts = std::vector<std::string>;
 
 class SyncTest : public testing::Test {
   protected:
-    SyncTest() { host::DatabaseDirectorySet(context_.places.databases.c_str()); }
+    SyncTest() {
+        test::MakeLibrary();
+        host::DatabaseDirectorySet(context_.places.databases.c_str());
+    }
     ~SyncTest() override { host::DatabaseDirectorySet(nullptr); }
 
     std::string Path(const std::string& name) const { return dir_.Path(name); }
@@ -81,8 +85,8 @@ class SyncTest : public testing::Test {
 
     const test::TempDir store_, dir_;
     const std::string& top_ = dir_.dir();  // two levels, like a share
-    const Context context_{
-        .places = {store_.Path("queue"), store_.Path("batch"), store_.Path("pid"), store_.Path("db")}};
+    const Context context_{.places = {store_.Path("queue"), store_.Path("batch"), store_.Path("pid"),
+                                      test::PlaceOr(store_.Path("db"))}};
     std::function<void()> meanwhile_ = [] {};  // at each difference
     Texts requests_;
 };

@@ -1,19 +1,22 @@
-// The host platform's databases on real files in a temporary directory, with the machine's settings and the
-// system log in the test's hands (fake_machine.cpp).
+// The host platform's databases on real files in a temporary directory, or on the server that
+// KOLI_TEST_DATABASE names, with the machine's settings and the system log in the test's hands
+// (fake_machine.cpp).
 #pragma once
 
 #include <gtest/gtest.h>
-
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "platform/host/database_groups.h"
+#include "platform/host/engine_choice.h"
 #include "platform/host/sqlite/connection.h"
 #include "platform/kolidb.h"
 #include "platform/koliindex.h"
 #include "tests/fake_platform.h"
+#include "tests/host_place.h"
 
 namespace koli::host {
 
@@ -35,19 +38,37 @@ struct Store : testing::Test, TempDir {
         KOLIIndexMusicTableDirtySet(0);
         KOLIIndexVideoTableDirtySet(0);
         fake = {};
+        MakeLibrary();
     }
     ~Store() override { DatabaseDirectorySet(nullptr); }
 
     static Texts Media(const std::string& query) { return Values(MediaDatabase(), query); }
     static Texts Photo(const std::string& query) { return Values(PhotoDatabase(), query); }
-    /// A database as another program opens it, and what that finds in the media store's.
+    /// What another program finds in a database, in the first field of the first row; "" without one.
+    std::string OutsideText(int database, const char* query) const {
+        SqlFailure failure;
+        const auto sql = EngineIn(directory_, &failure)->OpenToRead(database, &failure);
+        const auto rows = sql != nullptr ? sql->Prepare(query) : nullptr;
+        return rows != nullptr && rows->Next() ? std::string(rows->Field(0)) : "";
+    }
+    int64_t OutsideNumber(const char* query) const {
+        return strtoll(OutsideText(KOLI_MEDIA_DB, query).c_str(), nullptr, 10);
+    }
+
+    const char* const server_ = getenv("KOLI_TEST_DATABASE");
+    const std::string directory_ = PlaceOr(Path("made/for/us"));
+};
+
+/// What is about files, and not about what every engine does.
+struct FileStore : Store {
+    void SetUp() override {
+        if (server_ != nullptr) GTEST_SKIP();
+    }
+    /// A database as another program opens it.
     std::unique_ptr<Sqlite> Outside(const char* file) const {
         SqlFailure failure;
         return Sqlite::Open(directory_ + "/" + file, nullptr, &failure);
     }
-    int64_t OutsideNumber(const char* query) const { return Outside("media.db")->QueryNumber(query); }
-
-    const std::string directory_ = Path("made/for/us");
 };
 
 /// The photos of a condition, in the platform's list.

@@ -1,6 +1,7 @@
 // What the host platform's tables hold: texts, rows, marks, albums, renames.
 #include <algorithm>
 #include <cmath>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -193,7 +194,7 @@ TEST_F(Store, ARebuildRemovesWhatItDidNotMeet) {
     }
     fill();
     EXPECT_EQ(MediaRebuildEnd(1), 0);
-    EXPECT_EQ(Media("SELECT path AS v FROM music"),
+    EXPECT_EQ(Media("SELECT path AS v FROM music ORDER BY path"),
               (Texts{m + "/a.mp3", m + "/far", m + "/far/c.mp3", m + "0"}));
     EXPECT_EQ(Media("SELECT path AS v FROM directory"), Texts{});
     EXPECT_EQ(fake.log.size(), 0U);
@@ -212,8 +213,12 @@ TEST_F(Store, AlbumsHoldTruthValuesAndTakeTheirRightsWithThem) {
     for (const auto& [statement, result] : statements)
         EXPECT_EQ(PhotoDBExec(statement), result) << statement;
     EXPECT_EQ(fake.log.size(), 2U);
-    EXPECT_EQ(Photo("SELECT sharename||':'||public||enabled||is_subdir||updated AS v FROM photo_share"),
-              (Texts{"Trip:ttf1", "Tri_/x:ftt1"}));
+    for (const auto& [column, values] : std::map<std::string, Texts>{{"sharename", {"Trip", "Tri_/x"}},
+                                                                     {"public", {"t", "f"}},
+                                                                     {"enabled", {"t", "t"}},
+                                                                     {"is_subdir", {"f", "t"}},
+                                                                     {"updated", {"1", "1"}}})
+        EXPECT_EQ(Photo("SELECT " + column + " AS v FROM photo_share ORDER BY shareid"), values) << column;
     EXPECT_EQ(Photo("SELECT userid||'/'||shareid AS v FROM photo_access_right"), (Texts{"7/1", "7/3"}));
 }
 
@@ -236,7 +241,7 @@ TEST_F(Store, RenamesMoveRowsToWhereOthersStandThatMoveToo) {
 TEST_F(Store, TheRowsOfAFolderAreFoundWhateverItsName) {
     Texts folders = {""};
     std::istringstream words(
-        "a|a.jpg|a0|%|_x|O'B''|\\|b\\_|\xE9|\xC3|@LO'|A|' or 1|x like 'y' --|/* like|= 'true'");
+        "a|a.jpg|a0|%|_x|O'B''|\\|b\\_|\xE9|\xC3|\xEF\x9E\x80|\x80|\xEF\x9D\xBF|@LO'|A|' or 1|x like 'y' --|/* like|= 'true'");
     Texts names;
     for (std::string name; std::getline(words, name, '|');)
         names.push_back(name);
@@ -287,6 +292,7 @@ TEST_F(Problems, OfThePhotoLibraryAreOverWhenItSaysSo) {
 }
 
 TEST_F(Problems, TableIsAddedToADatabaseThatLacksIt) {
+    if (server_ != nullptr) GTEST_SKIP();  // there was no such version
     Save("/old.mp3");
     ASSERT_GE(MediaDatabase().Execute("DROP TABLE problem"), 0);
     ASSERT_GE(MediaDatabase().Execute("PRAGMA user_version=1"), 0);

@@ -140,7 +140,7 @@ TEST_F(PhotoResync, SweepsNothingWhileSomethingMoves) {
         std::filesystem::create_directory(In("Zoo"));
         KOLITruncateTable("photo_info");
         AddPhotos({"gone.jpg gone"});
-        PhotoDBExec("INSERT OR IGNORE INTO photo_share (sharename, updated) VALUES ('gone', 1)");
+        PhotoDBExec("INSERT INTO photo_share (sharename, updated) VALUES ('gone', 1) ON CONFLICT DO NOTHING");
         if (what == "a folder far down"s) MakeFile(far + "/a/b/new.jpg");
         meanwhile = event;
         const bool is_move = what[0] != '\0' && what[4] != 'm';

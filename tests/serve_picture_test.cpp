@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <future>
+#include <limits>
 
 #include "guard/probe_guard.h"
 #include "tests/host_temp_dir.h"
@@ -242,7 +243,7 @@ struct Served : testing::Test {
     const TempDir folder_;
     PictureSettings settings_;
     Pictures pictures_;
-    pid_t maker_ = 0;
+    pid_t maker_ = std::numeric_limits<pid_t>::max();  // nobody's
 };
 
 TEST_F(Served, AreMadeOfWhatIsAPictureAndOfNothingElse) {
@@ -318,7 +319,7 @@ TEST_F(Served, AMakerThatEndedIsStartedAgain) {
 
 TEST_F(Served, TooManyPushOutTheOldestAndNobodyWaitsForGood) {
     settings_.waiting = 20;
-    settings_.patience = std::chrono::seconds(2);
+    settings_.patience = std::chrono::seconds(5);
     Start();
     kill(maker_, SIGSTOP);
     std::vector<std::future<Answer>> answers;

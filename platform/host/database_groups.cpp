@@ -16,6 +16,7 @@ namespace {
 constexpr const char kModule[] = "kolidb";
 constexpr int kGroupWrites = 256;
 constexpr int kRemovedAtOnce = 1000;
+constexpr int kRemovedMax = 1'000'000'000;  // a server may say anything
 constexpr int64_t kGroupAgeMs = 500;
 constexpr int64_t kBusyMs = 500;  // with the age of a group, less than others wait for a lock
 constexpr int64_t kGapMs = 120;
@@ -56,6 +57,7 @@ void Database::BeginBatch() {
 void Database::Refuse(const std::string& reason) {
     refusal_ = reason.empty() ? "unknown reason" : reason;
     if (IsGroupOpen()) sql_->Execute("ROLLBACK");
+    has_group_ = false;
     savepoints_ = 0;
     note_name_ = nullptr;
 }
@@ -63,6 +65,7 @@ void Database::Refuse(const std::string& reason) {
 /// What needs memory itself is tried, no more: without its connection the group is lost as well.
 void Database::RefuseForMemory() noexcept {
     refusal_ = "out of memory";  // short enough to need none
+    has_group_ = false;
     savepoints_ = 0;
     note_name_ = nullptr;
     LogError(LogSite(kModule), "Out of memory: %s takes no more changes.", name_);
@@ -117,7 +120,17 @@ bool Database::BeginTransaction() {
     return is_begun;
 }
 
+/// With a connection goes its group, also where nobody has asked for what failed.
+void Database::MissGroup() {
+    if (!std::exchange(has_group_, IsGroupOpen()) || has_group_) return;
+    if (sql_ != nullptr)
+        Failed("keep a group of");
+    else
+        Refuse("it was closed too early");
+}
+
 bool Database::BeginGroup() {
+    MissGroup();
     if (IsRefusing()) return false;
     if (IsGroupOpen()) return true;
     if (!IsFree() || !DropUnusable() || !Open()) return false;
@@ -126,6 +139,7 @@ bool Database::BeginGroup() {
         Failed("begin a group of");
         return false;
     }
+    has_group_ = true;
     group_began_ = CoarseNowMs();
     group_writes_ = 0;
     group_changes_ = sql_->TotalChanges();
@@ -133,22 +147,39 @@ bool Database::BeginGroup() {
 }
 
 bool Database::StoreNote() {
-    if (note_name_ == nullptr) return true;
-    SqlStatement* const statement = sql_->Kept(SaveText(kSettingTable, {"name", "value"}));
+    SqlStatement* const statement = sql_->KeptSave(SettingForm());
     return statement != nullptr && sql_->Run(statement->Fill(note_name_, note_)) >= 0;
 }
 
+/// A row that fails for good leaves the others alone; the batch does not come again for it.
+void Database::TellLost() {
+    for (const std::string& reason : sql_->TakeLost())
+        KOLI_LOG("Failed to write to %s. (%s)", name_, reason.c_str());
+}
+
+void Database::Settle() {
+    if (!IsGroupOpen()) return;
+    const bool is_settled = sql_->Settle();
+    TellLost();
+    if (!is_settled) Failed("write to");
+}
+
+/// What has been put off goes with the end, unless a note waits to hear whether it changes anything.
 int Database::Commit() {
+    has_group_ = false;
     group_ended_ = CoarseNowMs();
-    const bool wrote = sql_->TotalChanges() != group_changes_;
-    if ((wrote && !StoreNote()) || sql_->Execute("COMMIT") < 0) {
+    const auto has_written = [this] { return sql_->TotalChanges() != group_changes_; };
+    const bool is_ready = note_name_ == nullptr || (sql_->Settle() && (!has_written() || StoreNote()));
+    const bool is_committed = is_ready && sql_->Execute("COMMIT") >= 0;
+    TellLost();
+    if (!is_committed) {
         Failed("commit to");
         if (IsGroupOpen()) sql_->Execute("ROLLBACK");
         savepoints_ = 0;
         return -1;
     }
     savepoints_ = 0;
-    if (!wrote) return 0;
+    if (!has_written()) return 0;
     note_name_ = nullptr;
     unsynced_ = true;
     written_ = true;
@@ -156,6 +187,7 @@ int Database::Commit() {
 }
 
 int Database::Flush() {
+    MissGroup();
     return IsGroupOpen() && !IsUnitAtWork() ? Commit() : 0;
 }
 
@@ -174,11 +206,17 @@ int Database::CountWrite(int affected) {
     return affected;
 }
 
-SqlStatement* Database::Prepare(std::string_view text) {
-    if (!BeginGroup()) return nullptr;
-    SqlStatement* statement = sql_->Kept(text);
+SqlStatement* Database::Prepared(SqlStatement* statement) {
     if (statement == nullptr) Failed("prepare a statement for");
     return statement;
+}
+
+SqlStatement* Database::Prepare(std::string_view text) {
+    return BeginGroup() ? Prepared(sql_->Kept(text)) : nullptr;
+}
+
+SqlStatement* Database::PrepareSave(const SaveForm& form) {
+    return BeginGroup() ? Prepared(sql_->KeptSave(form)) : nullptr;
 }
 
 int Database::Run(SqlStatement& statement) {
@@ -187,6 +225,10 @@ int Database::Run(SqlStatement& statement) {
 }
 
 int Database::RunAdd(SqlStatement& statement) {
+    return CountWrite(sql_->RunLater(statement));
+}
+
+int Database::RunAddNow(SqlStatement& statement) {
     return CountWrite(sql_->Run(statement));
 }
 
@@ -199,10 +241,10 @@ int Database::RemoveBelow(const std::string& table, std::string_view path) {
     const std::string text = "DELETE FROM " + table + " WHERE path IN (SELECT path FROM " + table +
                              " WHERE " + kPathRange + " LIMIT " + std::to_string(kRemovedAtOnce) + ")";
     int removed = 0;
-    for (int piece = kRemovedAtOnce; piece >= kRemovedAtOnce; removed += piece) {
+    for (int piece = kRemovedAtOnce; piece == kRemovedAtOnce && removed < kRemovedMax; removed += piece) {
         SqlStatement* const statement = Prepare(text);
         piece = statement != nullptr ? Run(FillPathRange(*statement, path)) : -1;
-        if (piece < 0) return -1;
+        if (piece < 0 || piece > kRemovedAtOnce) return -1;
     }
     return removed;
 }
@@ -254,8 +296,10 @@ int Database::EndUnit(bool keep) {
     savepoints_ &= ~bit;
     if (IsGroupOpen()) {
         // A group that was begun inside the unit holds nothing else.
-        if (!keep) sql_->Execute(has_savepoint ? "ROLLBACK TO unit" : "ROLLBACK");
-        if (has_savepoint) sql_->Execute("RELEASE unit");
+        const bool is_taken_back =
+            keep || sql_->Execute(has_savepoint ? "ROLLBACK TO unit" : "ROLLBACK") >= 0;
+        if (!is_taken_back || (has_savepoint && sql_->Execute("RELEASE unit") < 0)) Failed("end a unit of");
+        has_group_ = IsGroupOpen();
     }
     if (units_ == 0) Tick();
     return IsRefusing() ? -1 : 0;

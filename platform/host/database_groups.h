@@ -38,12 +38,29 @@ class Database {
     /// refreshed, which may be committed inside a unit.
     int Run(SqlStatement& statement);
     int RunAdd(SqlStatement& statement);
+    /// RunAdd returns 0 for a row that is put off, which may fail later; this one has its answer.
+    int RunAddNow(SqlStatement& statement);
+
+    /// The same for the kept statement that saves a row.
+    SqlStatement* PrepareSave(const SaveForm& form);
+    template <typename... Values>
+    int Add(const SaveForm& form, const Values&... values) {
+        SqlStatement* const statement = PrepareSave(form);
+        return statement != nullptr ? RunAdd(statement->Fill(values...)) : -1;
+    }
 
     /// Runs the kept statement of `text` with these values, with the same results.
     template <typename... Values>
     int Change(std::string_view text, const Values&... values) {
         SqlStatement* const statement = Prepare(text);
         return statement != nullptr ? Run(statement->Fill(values...)) : -1;
+    }
+
+    /// The same without waiting for the result, where an engine puts that off: not inside of a unit.
+    template <typename... Values>
+    int ChangeLater(std::string_view text, const Values&... values) {
+        SqlStatement* const statement = Prepare(text);
+        return statement != nullptr ? RunAdd(statement->Fill(values...)) : -1;
     }
 
     /// Removes the row of `path` from a table that is keyed by it, or all at and below it, with the same
@@ -80,6 +97,8 @@ class Database {
     /// -1.
     int RemoveNote(const char* name);
 
+    /// Does what RunAdd has put off: from then on the changed tables are known.
+    void Settle();
     int Flush();   ///< commits the group, unless a unit is at work in it; 0 or -1
     void Tick();   ///< Flush for a group that has been open for a while
     int Harden();  ///< Flush, then durable; 1 while a unit is at work, -1 on failure and while it refuses
@@ -97,12 +116,15 @@ class Database {
     bool DropUnusable();
     bool BeginGroup();
     bool BeginTransaction();
+    void MissGroup();
     void LeaveGap();
     int Commit();
     bool StoreNote();
     int CountWrite(int affected);
     bool IsUnitAtWork() const { return units_ > 0 && unit_changed_; }
     bool Report(const SqlFailure& failure, const char* what, int line = __builtin_LINE());
+    void TellLost();
+    SqlStatement* Prepared(SqlStatement* statement);
     int Failed(const char* what, int line = __builtin_LINE());
     std::unique_ptr<SqlRows> Given(std::unique_ptr<SqlRows> rows);
 
@@ -124,6 +146,7 @@ class Database {
     std::string told_;                 // the failure that was logged last in this batch
     std::string refusal_;              // '' = takes changes
     int64_t retry_at_ = 0;             // ms; no attempt to open it before this time, 0 = none failed
+    bool has_group_ = false;           // has been begun, and neither committed nor taken back
     int64_t group_began_ = 0;          // ms
     int64_t group_ended_ = 0;          // ms
     int64_t busy_since_ = 0;           // ms; groups have followed each other without a gap since then

@@ -64,6 +64,7 @@ bool Database::DropUnusable() {
 void Database::Close() {
     Flush();
     sql_.reset();
+    has_group_ = false;
     BeginBatch();
 }
 

@@ -136,11 +136,13 @@ std::unique_ptr<SqlStatement> DatabaseReader::List(const char* table, const std:
 }
 
 std::string DatabaseReader::OrderOf(const char* table, const RowSelection& selection) const {
-    const std::string direction = selection.is_reversed ? " DESC" : "";
-    std::string by_path = "path" + direction;
-    if (selection.sort.empty()) return by_path;
     Sql* const sql = With(table);
-    const bool is_text = selection.sort_key != nullptr && sql != nullptr;
+    if (sql == nullptr) return "path";
+    const std::string direction = selection.is_reversed ? " DESC" : "";
+    std::string by_path = sql->PathOrder(table) + direction;
+    if (HasEveryLibrary()) by_path += ", library" + direction;
+    if (selection.sort.empty()) return by_path;
+    const bool is_text = selection.sort_key != nullptr;
     return (is_text ? sql->SortTerm(selection.sort, selection.sort_key) : selection.sort) + direction + ", " +
            by_path;
 }
@@ -150,8 +152,11 @@ std::unique_ptr<SqlStatement> DatabaseReader::Between(const char* table, std::st
     const bool is_problem = strcmp(table, kProblemTable) == 0;
     if (is_problem && !KnowsProblemKinds()) return nullptr;
     const char* const which = is_problem ? " AND kind <> 0" : "";
-    auto rows = Rows(table, std::string("SELECT ") + ShapeOf(table) + " FROM " + table +
-                                " WHERE path >= ?1 AND path < ?2" + which + " ORDER BY path");
+    Sql* const sql = With(table);
+    if (sql == nullptr) return nullptr;
+    auto rows =
+        sql->Prepare(std::string("SELECT ") + ShapeOf(table) + " FROM " + table +
+                     " WHERE path >= ?1 AND path < ?2" + which + " ORDER BY " + sql->PathOrder(table));
     if (rows != nullptr) rows->Fill(first, behind);
     return rows;
 }
@@ -164,6 +169,11 @@ std::unique_ptr<SqlStatement> DatabaseReader::Behind(const char* table,
                                 std::to_string(limit));
     if (rows != nullptr) rows->Fill(key);
     return rows;
+}
+
+Sql::Comparison DatabaseReader::Comparison() const {
+    const Sql* const sql = media_ != nullptr ? media_.get() : photo_.get();
+    return sql != nullptr ? sql->PathComparison() : [](std::string_view, std::string_view) { return 0; };
 }
 
 std::unique_ptr<SqlStatement> DatabaseReader::ByKey(const char* table,
@@ -217,8 +227,11 @@ bool DatabaseReader::IsRecordedFolder(const std::string& path) const {
 }
 
 std::unique_ptr<SqlStatement> DatabaseReader::Albums() const {
-    return Rows(kPhotoTables[KOLI_PHOTO_SHARE],
-                "SELECT sharename, title, description FROM photo_share ORDER BY sharename");
+    return Rows(
+        kPhotoTables[KOLI_PHOTO_SHARE],
+        HasEveryLibrary()
+            ? "SELECT sharename, title, description, library FROM photo_share ORDER BY sharename, library"
+            : "SELECT sharename, title, description FROM photo_share ORDER BY sharename");
 }
 
 std::unordered_set<std::string> DatabaseReader::AlbumNames() const {

@@ -39,6 +39,10 @@ class DatabaseReader {
     /// False when there is a database that cannot be read; error() tells why.
     bool Open(std::unique_ptr<DatabaseEngine> engine);
 
+    /// True when the rows are those of all libraries, and each table has a column `library`, by which rows of
+    /// the same path are ordered.
+    bool HasEveryLibrary() const { return engine_->HasEveryLibrary(); }
+
     /// The columns of a table; none without it.
     std::vector<std::string> Columns(const char* table) const;
 
@@ -59,6 +63,9 @@ class DatabaseReader {
     /// without the table.  A whole table read so holds no database for longer than a piece of it.
     std::unique_ptr<SqlStatement> Behind(const char* table, const std::vector<std::string>& columns,
                                          std::string_view key, int64_t limit) const;
+
+    /// Which of two keys comes first in that order; to be asked after the end of this, too.
+    Sql::Comparison Comparison() const;
 
     /// The row whose key, `columns`' first, is parameter 1, for whoever asks for many; null without the
     /// table.
@@ -82,7 +89,8 @@ class DatabaseReader {
     /// True when `path` is recorded as a folder.
     bool IsRecordedFolder(const std::string& path) const;
 
-    /// All albums in the order of their names: sharename, title, description; null without the table.
+    /// All albums in the order of their names: sharename, title, description, and of all libraries library;
+    /// null without the table.
     std::unique_ptr<SqlStatement> Albums() const;
 
     /// The names of all albums.

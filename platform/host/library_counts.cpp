@@ -12,12 +12,12 @@ struct Term {
 
 /// By CountedBy.
 constexpr Term kTerms[] = {
-    {"artist", "''"},
-    {"album", "''"},
-    {"genre", "''"},
+    {R"(artist COLLATE "C")", "''"},
+    {R"(album COLLATE "C")", "''"},
+    {R"(genre COLLATE "C")", "''"},
     {"year", "0"},
-    {"CASE WHEN camera_model <> '' THEN camera_model ELSE camera_make END", "''"},
-    {"substr(date_taken, 1, 4)", "''"},
+    {R"((CASE WHEN camera_model <> '' THEN camera_model ELSE camera_make END) COLLATE "C")", "''"},
+    {R"(substr(date_taken, 1, 4) COLLATE "C")", "''"},
 };
 static_assert(std::size(kTerms) == static_cast<size_t>(CountedBy::kTakenYear) + 1);
 
@@ -43,6 +43,16 @@ TableTotals LibraryCounts::Totals(const char* table) const {
     const auto rows = Query(table, "count(*), sum(file_size), sum(duration)", "");
     if (rows == nullptr || !rows->Next()) return {};
     return {rows->Number(0), rows->Number(1), rows->RealNumber(2)};
+}
+
+std::vector<std::pair<std::string, TableTotals>> LibraryCounts::TotalsByLibrary(const char* table) const {
+    const auto rows = Query(table, "library, count(*), sum(file_size), sum(duration)",
+                            " GROUP BY library ORDER BY library");
+    std::vector<std::pair<std::string, TableTotals>> totals;
+    while (rows != nullptr && rows->Next())
+        totals.emplace_back(rows->Field(0),
+                            TableTotals{rows->Number(1), rows->Number(2), rows->RealNumber(3)});
+    return totals;
 }
 
 int64_t LibraryCounts::Rows(const char* table) const {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/host/database_reader.h"
@@ -38,6 +39,9 @@ class LibraryCounts {
 
     /// Of a table of the media store that holds files.
     TableTotals Totals(const char* table) const;
+
+    /// The same for each library, by its name, where the reader has those of all.
+    std::vector<std::pair<std::string, TableTotals>> TotalsByLibrary(const char* table) const;
 
     /// Rows of any table with a path.
     int64_t Rows(const char* table) const;

@@ -21,14 +21,19 @@ namespace {
 
 constexpr const char kModule[] = "kolidb";
 
-/// The statement that saves a record; built once, as it is long.
-const std::string& SaveTextOf(int type) {
-    static auto* const texts = new std::array<std::string, kMediaStoreTables>;
-    std::string& text = (*texts)[static_cast<size_t>(type)];
-    if (!text.empty()) return text;
-    std::vector<const char*> columns;
-    EachMediaField([&columns](const auto& field) { columns.push_back(field.column); });
-    return text = SaveText(kMediaTables[type], columns);
+const SaveForm& FormOf(int type) {
+    static auto* const forms = new std::array<SaveForm, kMediaStoreTables>;
+    SaveForm& form = (*forms)[static_cast<size_t>(type)];
+    if (!form.table.empty()) return form;
+    form.columns.clear();
+    EachMediaField([&form](const auto& field) { form.columns.push_back(field.column); });
+    form.table = kMediaTables[type];
+    return form;
+}
+
+const SaveForm& DirectoryForm() {
+    static const auto* const form = new SaveForm{kDirectoryTable, {"path", "title"}};
+    return *form;
 }
 
 bool IsStoreTable(int type) {
@@ -93,10 +98,10 @@ int MediaInfoDBSave(int type, const MediaInfo* record) {
             return -1;
         }
         RebuildNote(type, record->path);
-        SqlStatement* statement = MediaDatabase().Prepare(SaveTextOf(type));
+        SqlStatement* statement = MediaDatabase().PrepareSave(FormOf(type));
         if (statement == nullptr) return -1;
         EachMediaField(RecordBinder(*statement, *record));
-        return MediaDatabase().Run(*statement) < 0 ? -1 : 0;
+        return MediaDatabase().RunAdd(*statement) < 0 ? -1 : 0;
     });
 }
 
@@ -111,8 +116,7 @@ int MediaInfoDBDirSave(const char* path) {
         RebuildNote(kRebuildDirectory, directory);
         std::string scratch;
         const std::string_view title = Utf8FromUnmarked(FileNameOf(directory.c_str()), &scratch);
-        return MediaDatabase().Change(SaveText(kDirectoryTable, {"path", "title"}), directory, title) < 0 ? -1
-                                                                                                          : 0;
+        return MediaDatabase().Add(DirectoryForm(), directory, title) < 0 ? -1 : 0;
     });
 }
 
@@ -123,7 +127,8 @@ int MediaInfoDBDelete(int type, const char* path) {
             return -1;
         }
         if (type == kStoreBelowDirectory) return DeleteBelow(path);
-        if (MediaDatabase().Remove(kMediaTables[type], path) < 0) return -1;
+        const std::string text = std::string("DELETE FROM ") + kMediaTables[type] + " WHERE path = ?1";
+        if (MediaDatabase().ChangeLater(text, path) < 0) return -1;
         ProblemForget(path);
         return 0;
     });

@@ -21,14 +21,14 @@ constexpr const char kTitle[] = "CASE WHEN ?17 = 1 THEN photo_info.title ELSE ex
 constexpr const char kDescription[] =
     "CASE WHEN excluded.description = '' THEN photo_info.description ELSE excluded.description END";
 
-/// The statement that saves a record; built once, as it is long.  `status` is not the record's.
-const std::string& SaveTextOfPhoto() {
-    static const auto* const text = new std::string(
-        SaveText("photo_info",
-                 {"path", "name", "folder", "camera_make", "camera_model", "exposure_time", "f_number",
-                  "date_taken", "ctime", "width", "height", "iso_speed", "file_size", "updated"},
-                 {{"title", kTitle}, {"description", kDescription}}));
-    return *text;
+/// `status` is not the record's.
+const SaveForm& PhotoForm() {
+    static const auto* const form =
+        new SaveForm{"photo_info",
+                     {"path", "name", "folder", "camera_make", "camera_model", "exposure_time", "f_number",
+                      "date_taken", "ctime", "width", "height", "iso_speed", "file_size", "updated"},
+                     {{"title", kTitle}, {"description", kDescription}}};
+    return *form;
 }
 
 constexpr const char kVideoStatus[] =
@@ -89,10 +89,14 @@ int PhotoInfoDBSave(const PhotoRecord* record, int mode) {
             KOLI_LOG("Bad parameter.");
             return -1;
         }
-        SqlStatement* statement = PhotoDatabase().Prepare(SaveTextOfPhoto());
+        SqlStatement* statement = PhotoDatabase().PrepareSave(PhotoForm());
         if (statement == nullptr) return -1;
         FillPhoto(*statement, *record);
-        return PhotoDatabase().RunAdd(*statement) < 0 ? -1 : 0;
+        // What may come from a caption: its file goes when the row is there.
+        const bool has_texts = HasOwnTitle(*record) || record->description[0] != '\0';
+        const int saved =
+            has_texts ? PhotoDatabase().RunAddNow(*statement) : PhotoDatabase().RunAdd(*statement);
+        return saved < 0 ? -1 : 0;
     });
 }
 
@@ -136,7 +140,8 @@ int PhotoDBSettingGet(const char* name, char* value, int size) {
 
 int PhotoDBSettingSet(const char* name, const char* value) {
     return Guarded(PhotoDatabase(), [&] {
-        return PhotoDatabase().Change(SaveText(kSettingTable, {"name", "value"}), name, value) < 0 ? -1 : 0;
+        SqlStatement* const statement = PhotoDatabase().PrepareSave(SettingForm());
+        return statement != nullptr && PhotoDatabase().Run(statement->Fill(name, value)) >= 0 ? 0 : -1;
     });
 }
 

@@ -39,9 +39,9 @@ void Save(const char* path, std::string_view reason, int kind) {
     char now[sizeof MediaInfo::ctime];
     std::string scratch;
     WriteLocalTime(time(nullptr), now, sizeof now);
-    MediaDatabase().Change(
-        SaveText(kProblemTable, {"path"}, {{"reason", kReason}, {"kind", kKind}, {"time", kTime}}), path,
-        Utf8FromUnmarked(reason, &scratch), kind, now);
+    static const auto* const form =
+        new SaveForm{kProblemTable, {"path"}, {{"reason", kReason}, {"kind", kKind}, {"time", kTime}}};
+    MediaDatabase().Add(*form, path, Utf8FromUnmarked(reason, &scratch), kind, now);
 }
 
 /// Mostly there are none, and nothing is worth a statement for each file.
@@ -61,7 +61,7 @@ void ProblemBatchBegin() {
 }
 
 void ProblemForget(const char* path) {
-    MediaDatabase().Remove(kProblemTable, path);
+    MediaDatabase().ChangeLater("DELETE FROM problem WHERE path = ?1", path);
 }
 
 void ProblemForgetBelow(const char* path) {
@@ -88,8 +88,8 @@ void KOLIProblemSet(const char* path, const char* reason, int kind) {
 void KOLIProblemClear(const char* path, int kind) {
     Guarded(MediaDatabase(), [=] {
         if (path != nullptr && HasRows())
-            MediaDatabase().Change((kind & KOLI_PROBLEM_PHOTOS) != 0 ? kRemoveOfPhotos : kRemoveOfStore,
-                                   path);
+            MediaDatabase().ChangeLater((kind & KOLI_PROBLEM_PHOTOS) != 0 ? kRemoveOfPhotos : kRemoveOfStore,
+                                        path);
     });
 }
 

@@ -2,11 +2,21 @@
 
 #include <cstring>
 
+#include "platform/host/database_groups.h"
+#include "platform/host/guard.h"
 #include "platform/koliindex.h"
+
+using namespace koli::host;
 
 namespace {
 int music_dirty = 0;
 int video_dirty = 0;
+
+/// A row that has been put off may yet change its table.
+int Settled(const int& mark) {
+    Guarded(MediaDatabase(), [] { MediaDatabase().Settle(); });
+    return mark;
+}
 }  // namespace
 
 namespace koli::host {
@@ -29,11 +39,11 @@ void KOLIIndexVideoTableDirtySet(int dirty) {
 }
 
 int BlKOLIIndexIsMusicTableDirty(void) {
-    return music_dirty;
+    return Settled(music_dirty);
 }
 
 int BlKOLIIndexIsVideoTableDirty(void) {
-    return video_dirty;
+    return Settled(video_dirty);
 }
 
 }  // extern "C"

@@ -9,13 +9,12 @@
 // - `problem` tells which files could not be parsed or read, and why: one row per path, `kind` a set of
 //   KOLIProblem; see problems.h.
 // - `setting` of the photo database is the daemon's own memory: 'batch_mark', how far a batch has come, and
-//   'photo_device', the device of the photo share's top when it was swept last.
+//   'photo_device', the device of the photo share's top when it was swept last, 'copied_from' while a copy
+//   of a library is not whole (database_copy.h).
 // - The access rights of an album go with it, whichever program deletes it.
 #pragma once
 
-#include <string>
-#include <utility>
-#include <vector>
+#include "platform/host/sql/save_form.h"
 
 namespace koli::host {
 
@@ -30,10 +29,10 @@ inline constexpr const char kSettingTable[] = "setting";
 inline constexpr const char* kPhotoTables[] = {"photo_info", "video_desc", "video_comment", "photo_share",
                                                "photo_access_right"};
 
-/// The statement that saves a row: parameters in the order of the columns, of which the first is the key, and
-/// behind them those of `special`: each a column and what a row that is there gets for it instead.  A row
-/// that would stay as it is counts as not affected.
-std::string SaveText(const std::string& table, std::vector<const char*> columns,
-                     const std::vector<std::pair<const char*, const char*>>& special = {});
+/// How a value of `setting` is saved.
+inline const SaveForm& SettingForm() {
+    static const auto* const form = new SaveForm{kSettingTable, {"name", "value"}};
+    return *form;
+}
 
 }  // namespace koli::host

@@ -169,8 +169,8 @@ class Family:
             database.execute("UPDATE photo_share SET public = ?, description = ? WHERE sharename = ?",
                              ("ft"[public], description, name))
             database.execute(f"DELETE FROM photo_access_right WHERE shareid = {album}", (name,))
-            database.executemany(f"INSERT INTO photo_access_right VALUES (?, {album}, '')",
-                                 [(user, name) for user in users])
+            for user in users:
+                database.execute(f"INSERT INTO photo_access_right VALUES (?, {album}, '')", (user, name))
         self.things[path].album = (public, description, frozenset(users))
 
     def tell(self, path, text):
@@ -178,7 +178,8 @@ class Family:
         if path not in self.things or not self.things[path].known:
             return
         with appliance.change("photo") as database:
-            database.execute("REPLACE INTO video_desc (path, title) VALUES (?, ?)", (path, text))
+            database.execute("INSERT INTO video_desc (path, title) VALUES (?, ?)"
+                             " ON CONFLICT (path) DO UPDATE SET title = excluded.title", (path, text))
             database.execute("INSERT INTO video_comment (path, comment) VALUES (?, ?)", (path, text))
         self.things[path].texts["video"] = text
 

@@ -167,6 +167,11 @@ class Check:
 
 
 class Life(harness.DaemonTest):
+    def setUp(self):
+        super().setUp()
+        self.settings = CONFIG.read_text() if CONFIG.exists() else ""
+        self.addCleanup(CONFIG.write_text, self.settings)
+
     def execute(self, killed_after=None):
         """What has been asked for; `sent` tells it."""
         queue = pathlib.Path(appliance.QUEUE)
@@ -274,8 +279,7 @@ class Life(harness.DaemonTest):
 
     def live(self, seed, is_watched):
         self.clean()
-        CONFIG.write_text(f"albumdefpublic={'yes' if seed % 2 else 'no'}\n")
-        self.addCleanup(CONFIG.write_text, "")
+        CONFIG.write_text(f"{self.settings}albumdefpublic={'yes' if seed % 2 else 'no'}\n")
         chance = random.Random(seed)
         family_model.FOLDERS = (USUAL, HOSTILE)[seed == LAST]
         family = Family(lambda: self.wait_noticed(family) if is_watched else None)

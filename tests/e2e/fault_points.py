@@ -19,6 +19,7 @@ from tracer import KILL, Hook, Tracer
 P, V, M = "/volume1/photo", "/volume1/video", "/volume1/music"
 SHARES = ("/volume1", "/var/services")
 ROOTS = (appliance.STORE, "/var/spool", P, V, M)
+DUMP = "the server's rows"  # among the files of a state
 BATCH_FILES = {appliance.QUEUE, appliance.BATCH}
 SAME_FILE = "/var/queue-"  # a batch that a disk brings back is the same file, by its inode; told by its content
 PICTURES = [f"photo/Family/IMG_300{number}.jpg" for number in range(3)]
@@ -154,11 +155,18 @@ def snapshot(roots=ROOTS):
     return found
 
 
+def whole_state():
+    return snapshot() | ({DUMP: (appliance.server_dump(), 0)} if appliance.ON_SERVER else {})
+
+
 def restore(state):
     for root in ROOTS:
         harness.empty_folder(root)
     for path in glob.glob("/run/koliindexd*"):
         os.unlink(path)
+    if appliance.ON_SERVER:
+        state = dict(state)
+        appliance.server_restore(state.pop(DUMP, (b"", 0))[0])
     for path, (content, _) in sorted(state.items()):
         if content is None:
             os.mkdir(path)
@@ -267,23 +275,36 @@ class Points:
         self.binary, self.unreached = binary, 0
         with open("/etc/koliinfo.conf", "w") as config:
             config.write("runahead=no\n")  # one call after the other
+            config.write(self.settings())
         restore({})
         batch = BATCHES[name]()
         try:
             while True:
                 appliance.enqueue(next(batch))
-                self.start = snapshot()
+                self.start = whole_state()
                 work_off(binary)
         except StopIteration as end:
             wanted = end.value
         restore(self.start)
-        self.disk = power.Disk(ROOTS, is_volatile, self.start)
+        self.disk = power.Disk(ROOTS, is_volatile, {path: self.start[path] for path in self.start if path != DUMP})
         recorder = Recorder(self.disk)
+        self.watch()
         Tracer(binary, recorder).run()
+        self.end_watch()
         self.calls, self.expected = recorder.calls, outcome()
         self.lacks = self.missing(*wanted)
         self.sync()
         self.synced = outcome()
+
+    @staticmethod
+    def settings():
+        return ""
+
+    def watch(self):
+        """Around the undisturbed run."""
+
+    def end_watch(self):
+        pass
 
     def sync(self):
         subprocess.run([os.path.join(os.path.dirname(self.binary), "koliindexctl"), "sync"], capture_output=True,

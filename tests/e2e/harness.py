@@ -74,6 +74,8 @@ class DaemonTest(unittest.TestCase):
     def forget_everything(self):
         for folder in (appliance.STORE, "/var/spool"):
             empty_folder(folder)
+        if appliance.ON_SERVER:
+            appliance.ask_server(f"DROP SCHEMA IF EXISTS {appliance.LIBRARY} CASCADE")
         for path in {name for pattern in ("/run/*.pid", "/run/koliindexd.*", appliance.SANITIZER_REPORT + "*")
                      for name in glob.glob(pattern)}:
             os.unlink(path)
@@ -133,7 +135,22 @@ def stored_rows():
     return {table: sorted(sorted(row.items()) for row in appliance.rows(table)) for table in tables}
 
 
-def main():
+def control_server(command, directory, *arguments):
+    subprocess.run([f"{TOP}/tests/postgresql-server", command, os.environ["KOLI_TEST_POSTGRES"], directory, *arguments],
+                   check=True, stdout=subprocess.DEVNULL)
+
+
+def begin():
     appliance.require_sandbox()
+    if appliance.ON_SERVER:
+        if "KOLI_TEST_SERVER" not in os.environ:  # else it is others', too
+            control_server("start", appliance.SERVER)
+            os.chmod(appliance.SERVER, 0o711)  # also for a root who may not do everything
+        with open("/etc/koliinfo.conf", "a") as config:
+            config.write(appliance.server_settings())
+
+
+def main():
+    begin()
     DaemonTest.binary = sys.argv.pop(1)
     unittest.main(verbosity=2)

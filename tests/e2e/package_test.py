@@ -7,6 +7,7 @@ import functools
 import glob
 import grp
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -40,8 +41,9 @@ def dpkg(*arguments):
 
 
 def unit_lines(unit, key):
-    with open(f"{UNITS}/{unit}") as file:
-        return re.findall(f"^{key}=(.*)", file.read(), re.MULTILINE)
+    """From the unit and what is laid over it."""
+    texts = [pathlib.Path(path).read_text() for path in [f"{UNITS}/{unit}", *sorted(glob.glob(f"{UNITS}/{unit}.d/*.conf"))]]
+    return re.findall(f"^{key}=(.*)", "\n".join(texts), re.MULTILINE)
 
 
 def unit_values(unit, key):
@@ -102,7 +104,8 @@ def within_limits(unit, *command):
     setup += [f"mount -o remount,bind,ro '{point}'" for point in locked]
     setup.append(f'exec setpriv --no-new-privs --regid={group or 0} --clear-groups --bounding-set=-all{rights} -- "$@"')
     filtered = [sys.executable, os.path.abspath(__file__), "--filtered", unit] if shutil.which("systemd-analyze") else []
-    return ["unshare", "--mount", "--net", "sh", "-ec", "\n".join(setup), "sh", *filtered, *command]
+    network = ["--net"] if unit_lines(f"{unit}.service", "PrivateNetwork")[-1:] == ["yes"] else []
+    return ["unshare", "--mount", *network, "sh", "-ec", "\n".join(setup), "sh", *filtered, *command]
 
 
 def as_user(user, *command, groups="--clear-groups"):
@@ -129,7 +132,7 @@ def serve_queue():
 
 
 class Package(harness.DaemonTest):
-    package = ""
+    package = module = ""
 
     @classmethod
     def setUpClass(cls):
@@ -167,7 +170,7 @@ class Package(harness.DaemonTest):
     def test_2_manual_and_completion(self):
         page = re.sub(r"\\f.|\\", "", run("zcat", "/usr/share/man/man1/koliindexctl.1.gz"))  # hyphens as they are typed
         text = run(CTL, "--help")
-        commands = re.findall(r"^  ([a-z]+) ", text.split("Exit codes:")[0], re.MULTILINE)
+        commands = re.findall(r"^  ([a-z][a-z-]+) ", text.split("Exit codes:")[0], re.MULTILINE)
         self.assertGreater(len(commands), 10)
         for command in commands:
             said = run(CTL, command, "--help")
@@ -298,6 +301,28 @@ class Package(harness.DaemonTest):
         self.assertEqual((server.communicate()[1], server.returncode), ("", 0))
         self.assertTrue(os.listdir(folders[1] + "/pictures"))
 
+    def test_6_server(self):
+        settings = pathlib.Path(CONFFILES[1]).read_text()
+        self.addCleanup(pathlib.Path(CONFFILES[1]).write_text, settings)
+        with open(CONFFILES[1], "a") as file:
+            file.write("database=postgresql:host=127.0.0.1 port=1 dbname=koli\n")
+        path = self.put("/volume1/music/song.mp3")
+        for installed, reason in (False, "koliindexd-postgresql is not installed"), (True, "127.0.0.1.*Connection refused"):
+            if installed:
+                dpkg("--install", self.module)
+                self.assertEqual(unit_lines("koliindexd-serve.service", "IPAddressDeny")[-1], "")
+                self.assertIn("AF_INET", unit_values("koliindexd-watch", "RestrictAddressFamilies"))
+            appliance.clear_log()
+            appliance.enqueue([f"a:{path}"])
+            self.start()
+            harness.hurry()
+            harness.wait_for("the refusal", lambda text=reason: re.search(text, "\n".join(appliance.log_messages())))
+            self.assertRegex(run(CTL, "list", check=False), reason)
+            appliance.stop()
+        self.assertIn("depends on koliindexd", run("dpkg", "--remove", "koliindexd", check=False))
+        dpkg("--purge", "koliindexd-postgresql")
+        self.assertEqual(glob.glob(f"{UNITS}/koli*.d"), [])
+
     def test_7_removal_keeps_the_data(self):
         path = self.put("/volume1/music/cover.mp3", "music/Blue Harbour/01 First Light.mp3")
         self.index(f"a:{path}")
@@ -323,5 +348,7 @@ if __name__ == "__main__":
     if os.stat("/usr/bin").st_uid != os.getuid():
         print("only root can install a package")
         sys.exit(SKIPPED)
-    Package.package = max(glob.glob(f"{sys.argv.pop(1)}/koliindexd_*.deb"), key=os.path.getmtime)
+    Package.package, Package.module = (max(glob.glob(f"{sys.argv[1]}/{name}_*.deb"), key=os.path.getmtime)
+                                       for name in ("koliindexd", "koliindexd-postgresql"))
+    del sys.argv[1]
     unittest.main(verbosity=2)

@@ -5,7 +5,6 @@ import os
 import pathlib
 import re
 import signal
-import sqlite3
 import subprocess
 import time
 
@@ -63,7 +62,8 @@ class Requests(harness.DaemonTest):
 
     def test_old_tags_in_the_charset_of_the_settings(self):
         settings = pathlib.Path("/etc/koliinfo.conf")
-        self.addCleanup(settings.write_text, settings.read_text() if settings.exists() else "")
+        others = settings.read_text() if settings.exists() else ""
+        self.addCleanup(settings.write_text, others)
         kept = [self.put(f"{M}/{number}.mp3", f"music/{name}.mp3") for number, name in
                 enumerate(("Blue Harbour/02 Second Wind", "Каравелла/02 Закат"))]  # UTF-8, UTF-16
         def stored():
@@ -78,7 +78,7 @@ class Requests(harness.DaemonTest):
                 ("SHIFT_JIS", "ソ連の桜~", "ƒ\\˜A‚Ì\x8d÷~"), ("EUC-KR", "나비야", "³ªºñ¾ß")):
             for name, data in files_with_tags(text.encode(charset)).items():
                 pathlib.Path(f"{M}/tagged {name}").write_bytes(data)
-            settings.write_text("")
+            settings.write_text(others)
             self.index(f"A:{M}")
             self.assertIn(misread, stored())
             for path in (f"{M}/tagged v1.mp3", f"{M}/tagged v22.mp3"):
@@ -87,10 +87,10 @@ class Requests(harness.DaemonTest):
                 self.assertIn(("windows-1252", True, misread),
                               {(row["charset"], row["in_force"], row["title"]) for row in found})
                 self.assertEqual({row["path"] for row in found}, {path})
-            settings.write_text(f"tagcharset={charset}\n")
+            settings.write_text(f"{others}tagcharset={charset}\n")
             self.index("R:music")
             self.assertEqual(stored(), {text})
-        settings.write_text("tagcharset=UTF-16\n")
+        settings.write_text(f"{others}tagcharset=UTF-16\n")
         log = self.index("R:music")
         self.assertEqual(len([line for line in log if "The charset [UTF-16] is none" in line]), 1)
         self.assertIn(misread, stored())
@@ -240,16 +240,14 @@ class Neighbours(harness.DaemonTest):
         for first in (True, False):
             signals.clear()
             appliance.enqueue([f"A:{M}"])
-            watch = sqlite3.connect(f"{appliance.STORE}/media.db")
-            version = watch.execute("PRAGMA data_version").fetchone()
+            watch = appliance.MediaWatch()
             begin = time.monotonic()
             os.kill(appliance.daemon_pid(), signal.SIGUSR1)
             appliance.wait_for_batch(harness.PATIENCE)
             self.assertGreater(time.monotonic() - begin, 8)
             wait_for_the_last_signal()
             self.assertEqual(signal.SIGHUP in signals, first)
-            self.assertEqual(watch.execute("PRAGMA data_version").fetchone() != version, first)
-            watch.close()
+            self.assertEqual(watch.has_changed(), first)
         self.assertEqual((self.paths("music"), self.paths("problem")), ([f"{M}/a.mp3", f"{M}/b.mp3"], [f"{M}/b.mp3"]))
 
 

@@ -84,10 +84,13 @@ class Readme(harness.DaemonTest):
                 ("sync", "sync", "--dry-run"), ("repair", "repair", "--dry-run"), ("status", "status"), ("show", "show", song),
                 ("list", "list"), ("list --count", "list", "--count"), ("search", "search", "light"),
                 ("search --count", "search", "--count", "light"), ("stats", "stats"), ("problems", "problems"),
-                ("why", "why", "/volume1/music/Album/broken.wma"), ("charset", "charset", old), ("setup", "setup", "/volume1")):
+                ("why", "why", "/volume1/music/Album/broken.wma"), ("charset", "charset", old), ("setup", "setup", "/volume1"),
+                ("copy-database", "copy-database", "sqlite:/var/lib/koli", "sqlite:/var/tmp/copy")):
             with self.subTest(entry):
                 if entry == "sync":
                     self.put("/volume1/music/newer.mp3")
+                if entry == "copy-database":
+                    appliance.stop()
                 done = subprocess.run(self.command(*arguments, "--json"), stdout=subprocess.PIPE, check=False)
                 document = json.loads(done.stdout)
                 if entry == "show":

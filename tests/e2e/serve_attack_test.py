@@ -12,6 +12,7 @@ import signal
 import socket
 import subprocess
 import threading
+import unittest
 
 import harness
 from harness import appliance
@@ -274,6 +275,7 @@ class Attack(harness.DaemonTest):
                     received += piece
             self.assertTrue(answers_in(received)[0].body == big)
 
+    @unittest.skipIf(appliance.ON_SERVER, "about files")
     def test_a_damaged_database_is_told_where_something_is_missing(self):
         away = f"{appliance.STORE}.away"
         with Server(self) as server:

@@ -117,6 +117,7 @@ class Tracer:
 
     def run(self):
         """Until the hook ends it: then the result is "", else what else has happened. Nothing is left running."""
+        appliance.end_sessions()
         signal.signal(signal.SIGALRM, self.give_up)
         signal.alarm(HANG)
         try:

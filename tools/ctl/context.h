@@ -30,6 +30,7 @@ struct Places {
     std::string reading_file = paths::kReading;
     std::string progress = paths::kProgress;
     std::string watchers = paths::kWatchers;
+    std::string library = {};  // on a server, "*" = all; '' = as the settings say
 };
 
 struct Context {

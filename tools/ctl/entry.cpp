@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -18,25 +19,43 @@ constexpr size_t kRecordsMax = 1000;                  // of one table and path: 
 constexpr size_t kAlbumNameAt = kShareTopLength + 1;  // behind "/volume1/photo/"
 constexpr const char kCoverPrefix[] = "cover";
 
-void AddRows(const StoreReader& store, const char* table, const char* key, const std::string& value,
-             std::vector<Section>* sections) {
+Section RowsOf(const StoreReader& store, const char* table, const char* key, const std::string& value) {
     const auto rows = store.Find(table, key, value);
     Section section{table};
     while (rows != nullptr && section.records.size() < kRecordsMax && rows->Next())
         section.records.push_back(RecordOf(*rows));
+    return section;
+}
+
+void AddRows(const StoreReader& store, const char* table, const char* key, const std::string& value,
+             std::vector<Section>* sections) {
+    Section section = RowsOf(store, table, key, value);
     if (!section.records.empty()) sections->push_back(std::move(section));
+}
+
+/// The text of a field, "" without it.
+std::string TextOf(const Record& record, const char* name) {
+    const auto found =
+        std::ranges::find_if(record, [name](const auto& field) { return field.first == name; });
+    return found != record.end() ? found->second.text : "";
+}
+
+/// The rights of these albums, whose numbers are another's in another library.
+void AddRights(const StoreReader& store, const std::vector<Record>& albums, std::vector<Section>* sections) {
+    Section rights{"photo_access_right"};
+    for (const Record& album : albums)
+        for (Record& right : RowsOf(store, "photo_access_right", "shareid", TextOf(album, "shareid")).records)
+            if (TextOf(right, "library") == TextOf(album, "library"))
+                rights.records.push_back(std::move(right));
+    if (!rights.records.empty()) sections->push_back(std::move(rights));
 }
 
 void AddAlbum(const StoreReader& store, const std::string& path, std::vector<Section>* sections) {
     if (IsPhotoSharePath(path.c_str()) == 0 || path.size() <= kAlbumNameAt) return;
-    const size_t before = sections->size();
-    AddRows(store, "photo_share", "sharename", path.substr(kAlbumNameAt), sections);
-    if (sections->size() == before) return;
-    for (const auto& [name, field] : sections->back().records.front())
-        if (name == "shareid") {
-            const std::string id = field.text;
-            return AddRows(store, "photo_access_right", "shareid", id, sections);
-        }
+    Section albums = RowsOf(store, "photo_share", "sharename", path.substr(kAlbumNameAt));
+    if (albums.records.empty()) return;
+    sections->push_back(albums);
+    AddRights(store, albums.records, sections);
 }
 
 void AddBelow(const StoreReader& store, const std::string& path, std::vector<Section>* sections) {
@@ -73,7 +92,7 @@ std::vector<Section> EntryOf(const StoreReader& store, const std::string& path) 
         AddRows(store, table, "path", path, &sections);
     AddAlbum(store, path, &sections);
     AddBelow(store, path, &sections);
-    AddCovers(path, &sections);
+    if (store.IsOfMachine()) AddCovers(path, &sections);
     return sections;
 }
 

@@ -18,21 +18,32 @@ namespace {
 using Texts = std::vector<std::string>;
 
 constexpr const char kKind[] = "kind";
+constexpr const char kLibrary[] = "library";
+
+bool HasEveryLibrary(const Context& context) {
+    return context.places.library == kEveryLibrary;
+}
 
 /// What is shown, column by column.
 Texts ShownColumns(const Context& context, const ListOptions& options) {
     if (!options.columns.empty()) return options.columns;
-    if (!context.json) return {kKind, "title", "artist", "album", "path"};
     Texts shown{kKind};
-    for (const MediaColumn& column : MediaColumns())
-        shown.push_back(column.name);
+    if (HasEveryLibrary(context)) shown.insert(shown.begin(), kLibrary);
+    if (!context.json)
+        shown.insert(shown.end(), {"title", "artist", "album", "path"});
+    else
+        for (const MediaColumn& column : MediaColumns())
+            shown.push_back(column.name);
     return shown;
 }
 
 /// What stands in the options and cannot be; "" when all can.
-std::string Refusal(const ListOptions& options, Conditions* conditions) {
-    for (const std::string& column : options.columns)
-        if (column != kKind && MediaColumnFind(column) == nullptr) return MediaColumnUnknown(column);
+std::string Refusal(const Context& context, const ListOptions& options, Conditions* conditions) {
+    for (const std::string& column : options.columns) {
+        const bool is_library = HasEveryLibrary(context) && column == kLibrary;
+        if (column != kKind && !is_library && MediaColumnFind(column) == nullptr)
+            return MediaColumnUnknown(column);
+    }
     if (!options.sort.empty() && MediaColumnFind(options.sort) == nullptr)
         return MediaColumnUnknown(options.sort);
     for (const std::string& text : options.where)
@@ -53,8 +64,9 @@ host::RowSelection SelectionOf(const ListOptions& options, const Conditions& con
 /// The rows of a kind: the path first, then what is shown, then what the conditions look at.
 void PrintKind(const std::string& kind, host::SqlStatement& rows, const Texts& shown, Conditions& conditions,
                KindRows* out) {
-    const int judged = rows.columns() - static_cast<int>(conditions.Columns().size());
+    const auto judged_columns = static_cast<int>(conditions.Columns().size());
     while (out->HasRoom() && rows.Next()) {
+        const int judged = rows.columns() - judged_columns;
         if (!conditions.Hold(rows, judged)) continue;
         std::vector<Field> fields;
         int column = 1;
@@ -71,7 +83,7 @@ void PrintKind(const std::string& kind, host::SqlStatement& rows, const Texts& s
 
 int List(const Context& context, const ListOptions& options) {
     Conditions conditions;
-    if (const std::string refusal = Refusal(options, &conditions); !refusal.empty()) {
+    if (const std::string refusal = Refusal(context, options, &conditions); !refusal.empty()) {
         Complain("%s", refusal.c_str());
         return kExitUsage;
     }

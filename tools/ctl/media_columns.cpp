@@ -36,6 +36,8 @@ std::string MediaColumnNames() {
 }
 
 std::string MediaColumnUnknown(const std::string& name) {
+    if (name == "library")
+        return "library: a column that --library '*' adds; to choose one, name it: --library NAME";
     std::vector<std::string> names;
     for (const MediaColumn& column : MediaColumns())
         names.push_back(column.name);

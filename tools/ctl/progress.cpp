@@ -15,25 +15,13 @@
 namespace koli::ctl {
 namespace {
 
-constexpr double kSecondsPerLine = 5;  // where there is no terminal
-constexpr double kSecondsPerDrawing = 0.5;
 constexpr double kFirstRate = 1;     // seconds after which a rate says something
 constexpr size_t kShortestName = 8;  // columns
-
-double Now() {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
 
 WorkShare ShareOf(const QueuedBatch& batch) {
     struct stat status {};
     fstat(batch.file.get(), &status);
     return {status.st_dev, status.st_ino, batch.begin, batch.end};
-}
-
-size_t BarColumns(size_t columns) {
-    return columns >= 76 ? 24 : columns >= 56 ? 12 : 0;
 }
 
 /// "3 requests come before", as far as that can be said.
@@ -43,6 +31,16 @@ std::string Ahead(int64_t requests) {
 }
 
 }  // namespace
+
+double MonotonicSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+size_t BarColumns(size_t columns) {
+    return columns >= 76 ? 24 : columns >= 56 ? 12 : 0;
+}
 
 void WorkShare::Look(const WorkReport& report, double now) {
     const bool is_batch =
@@ -160,7 +158,7 @@ void Progress::Draw(const std::string& line) const {
 }
 
 void Progress::Tell(bool begun) {
-    const double now = Now();
+    const double now = MonotonicSeconds();
     const int pid = DaemonPid(context_.places.pid_file);
     is_reported_ = WorkReportOf(context_.places, pid, &report_);
     if (is_reported_) share_.Look(report_, now);

@@ -10,6 +10,14 @@
 
 namespace koli::ctl {
 
+inline constexpr double kSecondsPerLine = 5;  // where there is no terminal
+inline constexpr double kSecondsPerDrawing = 0.5;
+
+double MonotonicSeconds();
+
+/// How wide a bar is on a terminal of so many columns; 0 = there is no room for one.
+size_t BarColumns(size_t columns);
+
 /// What has been done of the requests between two places of a batch, from one look at the daemon's report to
 /// the next.
 class WorkShare {

@@ -116,15 +116,15 @@ int Mend(const Context& context, const host::DatabaseEngine& engine, bool dry_ru
     DatabaseFault& fault = finding->fault;
     if (!finding->is_begun && fault.state != DatabaseState::kDamaged) {
         if (IsInOrder(*finding)) return kExitDone;
-        const bool is_refused = fault.state == DatabaseState::kNotPermitted;
-        Complain("%s%s", DatabaseFaultText(finding->database, fault).c_str(),
+        const bool is_refused = fault.state == DatabaseState::kNotPermitted && engine.IsInFiles();
+        Complain("%s%s", DatabaseFaultText(engine, finding->database, fault).c_str(),
                  is_refused ? RootHint().c_str() : "");
         return kExitDatabase;
     }
-    if (dry_run) {
+    if (dry_run || !engine.IsInFiles()) {
         if (finding->is_begun) fault = {DatabaseState::kDamaged, "its repair was interrupted"};
-        Complain("%s", DatabaseFaultText(finding->database, fault).c_str());
-        return kExitDifferences;
+        Complain("%s", DatabaseFaultText(engine, finding->database, fault).c_str());
+        return dry_run ? kExitDifferences : kExitDatabase;
     }
     if (IsBatchInTheWay(context.places, name)) return kExitDatabase;
     if (access(engine.place().c_str(), W_OK) != 0) {
@@ -174,7 +174,7 @@ int Repair(const Context& context, const RepairOptions& options) {
         has_lost |= HasLostForGood(finding);
     }
     Print(findings, context.json);
-    const bool is_sync_due = access((engine->place() + kSyncDue).c_str(), F_OK) == 0;
+    const bool is_sync_due = engine->IsInFiles() && access((engine->place() + kSyncDue).c_str(), F_OK) == 0;
     if (failure != kExitDone || options.dry_run || !is_sync_due) return failure;
     const int code = SyncAfter(context, engine->place(), options);
     return code == kExitDone && has_lost ? static_cast<int>(kExitDifferences) : code;

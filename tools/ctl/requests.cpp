@@ -40,11 +40,12 @@ void AddLine(const std::string& line, Submission* submission) {
     ++submission->requests;
 }
 
-/// A folder and a file that are gone look alike; what the databases say decides.  Without them the request
-/// for a folder removes either.
+/// A folder and a file that are gone look alike; what the databases say decides.  Of what they do not know,
+/// or not yet, because a batch is at work, the request for a folder removes either.
 char RemoveCode(const StoreReader& store, bool is_readable, const std::string& path) {
-    const bool is_folder = !is_readable || store.IsRecordedFolder(path) || store.HasRowsBelow(path);
-    return is_folder ? 'D' : 'd';
+    const bool is_file =
+        is_readable && !store.IsRecordedFolder(path) && !store.HasRowsBelow(path) && store.HasRowsAt(path);
+    return is_file ? 'd' : 'D';
 }
 
 }  // namespace

@@ -20,36 +20,44 @@ namespace {
 using Texts = std::vector<std::string>;
 
 const Texts kShown = {"kind", "title", "artist", "album", "path"};
+constexpr const char kLibrary[] = "library";
 enum Column : int { kPath, kTitle, kArtist, kAlbum };
 
 /// Rows of one table in the order of their paths.
 class Cursor {
   public:
-    /// `prefix` stands before what the first column holds; null rows are none.
-    explicit Cursor(std::unique_ptr<host::SqlStatement> rows, std::string prefix = "")
-        : rows_(std::move(rows)), prefix_(std::move(prefix)) {
+    /// `prefix` stands before what the first column holds; null rows are none.  With `has_library` the last
+    /// column tells of which library a row is.
+    Cursor(std::unique_ptr<host::SqlStatement> rows, bool has_library, std::string prefix = "")
+        : rows_(std::move(rows)), prefix_(std::move(prefix)), libraries_(has_library ? 1 : 0) {
         Next();
     }
     void Next() {
         has_row_ = rows_ != nullptr && rows_->Next();
-        if (has_row_) path_.assign(prefix_).append(rows_->Field(kPath));
+        if (!has_row_) return;
+        path_.assign(prefix_).append(rows_->Field(kPath));
+        key_.assign(path_).append(1, '\0').append(library());
     }
     /// True when this row is the next of both; without a row it is not.
-    bool IsNext(const Cursor& other) const { return has_row_ && (!other.has_row_ || path_ <= other.path_); }
+    bool IsNext(const Cursor& other) const { return has_row_ && (!other.has_row_ || key_ <= other.key_); }
+    std::string_view library() const { return libraries_ > 0 ? rows_->Field(columns()) : ""; }
 
     const std::string& path() const { return path_; }
     std::string_view Text(int column) const {
-        return column < rows_->columns() ? rows_->Field(column) : std::string_view();
+        return column < columns() ? rows_->Field(column) : std::string_view();
     }
     void AppendTexts(std::string* text) const {
-        for (int column = kTitle; column < rows_->columns(); ++column)
+        for (int column = kTitle; column < columns(); ++column)
             text->append("\n").append(rows_->Field(column));
     }
 
   private:
+    int columns() const { return rows_->columns() - libraries_; }
+
     std::unique_ptr<host::SqlStatement> rows_;
     std::string prefix_;
-    std::string path_;
+    int libraries_;  // columns
+    std::string path_, key_;
     bool has_row_ = false;
 };
 
@@ -64,19 +72,20 @@ class Searcher {
         Pass(kind, Rows(kind.c_str(), SearchedTags()),
              kind == "video"   ? Rows(host::kPhotoTables[KOLI_VIDEO_DESC], SearchedCaption())
              : kind == "photo" ? Rows(host::kPhotoTables[KOLI_PHOTO_INFO], SearchedCaption())
-                               : Cursor(nullptr));
+                               : Cursor(nullptr, false));
     }
 
   private:
-    Cursor Rows(const char* table, const Texts& columns) const {
-        return Cursor(store_.List(table, columns, {.below = below_}));
+    Cursor Rows(const char* table, Texts columns) const {
+        if (store_.HasEveryLibrary()) columns.emplace_back(kLibrary);
+        return {store_.List(table, columns, {.below = below_}), store_.HasEveryLibrary()};
     }
     Cursor Albums() const {
         const std::string share = VolumePath(paths::kPhotoShare);
-        return share.empty() ? Cursor(nullptr) : Cursor(store_.Albums(), share + "/");
+        return {share.empty() ? nullptr : store_.Albums(), store_.HasEveryLibrary(), share + "/"};
     }
 
-    /// What two tables hold of the same path is one row, and either may lack it.
+    /// What two tables hold of the same path of a library is one row, and either may lack it.
     void Pass(const std::string& kind, Cursor tags, Cursor captions) {
         while (out_->HasRoom()) {
             const bool has_tags = tags.IsNext(captions), has_caption = captions.IsNext(tags);
@@ -88,9 +97,11 @@ class Searcher {
             if (IsBelow(path) && IsFound()) {
                 const auto tag = [&](int column) { return has_tags ? tags.Text(column) : ""; };
                 const bool is_titled = has_caption && !captions.Text(kTitle).empty();
-                out_->Row(
-                    {kind, is_titled ? captions.Text(kTitle) : tag(kTitle), tag(kArtist), tag(kAlbum), path},
-                    path);
+                std::vector<Field> fields = {kind, is_titled ? captions.Text(kTitle) : tag(kTitle),
+                                             tag(kArtist), tag(kAlbum), path};
+                if (store_.HasEveryLibrary())
+                    fields.insert(fields.begin(), has_tags ? tags.library() : captions.library());
+                out_->Row(fields, path);
             }
             if (has_tags) tags.Next();
             if (has_caption) captions.Next();
@@ -124,7 +135,9 @@ int Search(const Context& context, const std::vector<std::string>& texts, const 
     StoreReader store;
     if (!OpenStore(context, &store)) return kExitDatabase;
     const std::string below = DaemonPath(options.below);
-    KindRows out(context, options, kShown);
+    Texts shown = kShown;
+    if (store.HasEveryLibrary()) shown.insert(shown.begin(), kLibrary);
+    KindRows out(context, options, shown);
     Searcher searcher(store, std::move(words), below, &out);
     for (const std::string& kind : kSearchedKinds)
         if (options.Wants(kind)) searcher.Kind(kind);

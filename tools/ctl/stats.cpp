@@ -59,6 +59,25 @@ Section KindsOf(const LibraryCounts& counts) {
     return section;
 }
 
+/// All kinds together.
+Section LibrariesOf(const LibraryCounts& counts) {
+    std::map<std::string, host::TableTotals> libraries;
+    for (int type = 0; type < host::kMediaStoreTables; ++type)
+        for (const auto& [library, totals] : counts.TotalsByLibrary(host::kMediaTables[type])) {
+            host::TableTotals& all = libraries[library];
+            all.rows += totals.rows;
+            all.bytes += totals.bytes;
+            all.seconds += totals.seconds;
+        }
+    Section section{"libraries"};
+    for (const auto& [library, totals] : libraries)
+        section.records.push_back({{"library", library},
+                                   {"files", totals.rows},
+                                   {"bytes", totals.bytes},
+                                   {"hours", Field::Real(totals.seconds / kSecondsOfHour)}});
+    return section;
+}
+
 std::string FormatOf(const std::string& path) {
     const char* const extension = KOLIIndexExtGet(path.c_str());
     return extension != nullptr ? Folded(extension) : "";
@@ -156,7 +175,7 @@ int Stats(const Context& context, const std::string& given) {
     const std::string below = DaemonPath(given);
     if (!below.empty() && !store.HasRowsAt(below)) return ResultBelow(store, below, false, kExitDone);
     const LibraryCounts counts(store, below);
-    const std::vector<Section> sections = {
+    std::vector<Section> sections = {
         {"totals", {TotalsOf(store, counts, below)}, true},
         KindsOf(counts),
         FormatsOf(store, below),
@@ -165,6 +184,7 @@ int Stats(const Context& context, const std::string& given) {
         GroupsOf("artists", "artist", counts.Most(kMusic, CountedBy::kArtist, kMost)),
         GroupsOf("cameras", "camera", counts.Most(kPhoto, CountedBy::kCamera, kMost)),
         YearsOf("years_taken", counts.InOrder(kPhoto, CountedBy::kTakenYear, kYearsMax))};
+    if (store.HasEveryLibrary()) sections.insert(sections.begin() + 1, LibrariesOf(counts));
     if (const int code = StoreResult(store, kExitDone); code != kExitDone) return code;
     if (context.json)
         PrintSections(sections, true);

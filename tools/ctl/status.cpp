@@ -46,7 +46,8 @@ bool AddDatabase(const host::DatabaseEngine& engine, int database, bool complain
     const bool is_missing = fault.state == host::DatabaseState::kMissing;
     record->emplace_back(name, host::DatabaseStateName(fault.state));
     if (!fault.reason.empty()) record->emplace_back(name + "_fault", fault.reason);
-    record->emplace_back(name + "_changed", view.changed > 0 ? TimeText(view.changed) : "not created yet");
+    const std::string unchanged = is_missing ? "not created yet" : "";
+    record->emplace_back(name + "_changed", view.changed > 0 ? TimeText(view.changed) : unchanged);
     if (database == KOLI_PHOTO_DB) {
         AddRows(host::kPhotoTables, view.counts, is_missing, record);
     } else {
@@ -56,9 +57,9 @@ bool AddDatabase(const host::DatabaseEngine& engine, int database, bool complain
     }
     if (fault.state == host::DatabaseState::kSound || is_missing) return true;
     if (!complains) return false;
-    const bool is_refused = fault.state == host::DatabaseState::kNotPermitted;
+    const bool is_refused = fault.state == host::DatabaseState::kNotPermitted && engine.IsInFiles();
     const std::string hint = is_refused ? JoinHint(engine.place()) : "";
-    Complain("%s%s", DatabaseFaultText(database, fault).c_str(), hint.c_str());
+    Complain("%s%s", DatabaseFaultText(engine, database, fault).c_str(), hint.c_str());
     return false;
 }
 
@@ -71,11 +72,14 @@ void AddHost(Record* record) {
 
 }  // namespace
 
-std::string DatabaseFaultText(int database, const host::DatabaseFault& fault) {
+std::string DatabaseFaultText(const host::DatabaseEngine& engine, int database,
+                              const host::DatabaseFault& fault) {
     const std::string name = host::DatabaseName(database);
     switch (fault.state) {
         case host::DatabaseState::kDamaged:
-            return name + " is damaged: " + fault.reason + "; koliindexctl repair mends it";
+            return name + " is damaged: " + fault.reason +
+                   (engine.IsInFiles() ? "; koliindexctl repair mends it"
+                                       : "; its server's own tools mend it");
         case host::DatabaseState::kUnknownSchema:
             return name + " is of an unknown schema: " + fault.reason;
         case host::DatabaseState::kLocked:
@@ -99,17 +103,45 @@ bool AddDatabases(const Context& context, bool complains, Record* record) {
     return is_sound;
 }
 
+bool AddLibraries(const Context& context, Record* record, Section* libraries) {
+    std::string error;
+    const auto engine = EngineOf(context.places, &error);
+    host::SqlFailure failure;
+    const std::vector<std::string> names =
+        engine != nullptr ? engine->Libraries(&failure) : std::vector<std::string>();
+    if (engine == nullptr || !failure.reason.empty()) {
+        Complain("%s", engine == nullptr ? error.c_str() : failure.reason.c_str());
+        return false;
+    }
+    record->emplace_back("databases", engine->place());
+    bool is_sound = true;
+    Context of_library = context;
+    for (const std::string& name : names) {
+        Record library{{"library", name}};
+        of_library.places.library = name;
+        is_sound &= AddDatabases(of_library, true, &library);
+        libraries->records.push_back(std::move(library));
+    }
+    return is_sound;
+}
+
 int Status(const Context& context) {
+    const bool has_libraries = context.places.library == kEveryLibrary;
     const StatusLook look = StatusLookNow(context.places);
     Record record = RecordOf(look);
-    const bool is_sound = AddDatabases(context, true, &record);
+    Section libraries{"libraries"};
+    const bool is_sound =
+        has_libraries ? AddLibraries(context, &record, &libraries) : AddDatabases(context, true, &record);
     AddHost(&record);
     if (context.json) {
-        printf("%s\n", RecordJson(record, {WatchedOf(look)}, false).c_str());
+        std::vector<Section> lists = {WatchedOf(look)};
+        if (has_libraries) lists.push_back(libraries);
+        printf("%s\n", RecordJson(record, lists, false).c_str());
     } else {
         const Record watched = WatchedTexts(look);
         record.insert(record.end(), watched.begin(), watched.end());
         PrintRecord(record, false);
+        PrintSections({{"library", libraries.records}}, false);
     }
     if (!is_sound) return kExitDatabase;
     return look.pid > 0 ? kExitDone : kExitNoDaemon;

@@ -10,11 +10,15 @@
 namespace koli::ctl {
 
 /// What is wrong with a database (KOLIDatabase), in one line.
-std::string DatabaseFaultText(int database, const host::DatabaseFault& fault);
+std::string DatabaseFaultText(const host::DatabaseEngine& engine, int database,
+                              const host::DatabaseFault& fault);
 
 /// Adds what can be read of the databases, and counts their rows.  False: something is wrong with one of
 /// them, or with the settings, and has been complained about if `complains`.
 bool AddDatabases(const Context& context, bool complains, Record* record);
+
+/// Adds the libraries that a server keeps, each with what can be read of it; the rest as above.
+bool AddLibraries(const Context& context, Record* record, Section* libraries);
 
 /// Shows what can be read.  Returns kExitDone, kExitNoDaemon when the daemon does not run, or kExitDatabase
 /// when something is wrong with a database.

@@ -1,29 +1,49 @@
 #include "tools/ctl/store_reader.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "platform/host/engine_choice.h"
 #include "tools/ctl/membership.h"
+#include "tools/ctl/suggestion.h"
 
 namespace koli::ctl {
 
+namespace {
+
+/// Why there is no such library; "" when there is.
+std::string LibraryRefusal(const host::DatabaseEngine& engine, const std::string& library) {
+    host::SqlFailure failure;
+    const std::vector<std::string> names = engine.Libraries(&failure);
+    if (!failure.reason.empty()) return "cannot read " + engine.place() + ": " + failure.reason;
+    if (library == kEveryLibrary || std::ranges::count(names, library) > 0) return "";
+    return "there is no library " + library + DidYouMean(library, names);
+}
+
+}  // namespace
+
 std::unique_ptr<host::DatabaseEngine> EngineOf(const Places& places, std::string* error) {
     host::SqlFailure failure;
-    std::unique_ptr<host::DatabaseEngine> engine = host::EngineIn(places.databases, &failure);
+    std::unique_ptr<host::DatabaseEngine> engine = host::EngineIn(places.databases, &failure, places.library);
     if (engine == nullptr)
-        *error = failure.passes ? "cannot read the settings: " + failure.reason
-                                : "the settings name an unknown database engine";
+        *error = failure.reason;
+    else if (!places.library.empty())
+        *error = LibraryRefusal(*engine, places.library);
+    if (!error->empty()) engine.reset();
     return engine;
 }
 
 bool StoreReader::Open(const Places& places) {
     std::unique_ptr<host::DatabaseEngine> engine = EngineOf(places, &engine_error_);
     if (engine == nullptr) return false;
-    place_ = engine->place();
+    if (engine->IsInFiles()) folder_ = engine->place();
+    is_of_machine_ = places.library.empty();
     return DatabaseReader::Open(std::move(engine));
 }
 
 std::string StoreReader::error() const {
     if (!engine_error_.empty()) return engine_error_;
-    return DatabaseReader::error() + (is_denied() ? JoinHint(place_) : "");
+    return DatabaseReader::error() + (is_denied() && !folder_.empty() ? JoinHint(folder_) : "");
 }
 
 bool OpenStore(const Context& context, StoreReader* store) {

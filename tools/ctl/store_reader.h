@@ -12,6 +12,9 @@ namespace koli::ctl {
 using host::FirstKeyBelow;
 using host::KeyBehind;
 
+/// As the name of a library: all of them.
+inline constexpr const char kEveryLibrary[] = "*";
+
 /// What keeps the databases; null with the reason in `*error`.
 std::unique_ptr<host::DatabaseEngine> EngineOf(const Places& places, std::string* error);
 
@@ -21,12 +24,16 @@ class StoreReader : public host::DatabaseReader {
     /// tells why.
     bool Open(const Places& places);
 
+    /// False for a library that was asked for by name: its files may be another machine's.
+    bool IsOfMachine() const { return is_of_machine_; }
+
     /// What has failed so far, and what would help; "" = nothing.
     std::string error() const;
 
   private:
-    std::string place_;
+    std::string folder_;  // of the databases, '' = a server has them
     std::string engine_error_;
+    bool is_of_machine_ = true;
 };
 
 /// Opens, and complains in one line when that fails.

@@ -49,6 +49,14 @@ void AddWaitOptions(CLI::App* command, WaitOptions& wait) {
         ->check(CLI::Range(1, INT_MAX));
 }
 
+CLI::Option* AddLibrary(CLI::App* command, Arguments& arguments) {
+    return command
+        ->add_option("--library", arguments.context.places.library,
+                     "Another library of the same server, or '*' for all together")
+        ->type_name("NAME")
+        ->check([](const std::string& name) { return name.empty() ? "a library needs a name" : ""; });
+}
+
 void AddQuiet(CLI::App* command, Arguments& arguments) {
     command->add_flag("-q,--quiet", arguments.context.quiet, "Print nothing but what went wrong")
         ->excludes(command->get_option("--json"));

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "tools/ctl/context.h"
+#include "tools/ctl/copy_database.h"
 #include "tools/ctl/list.h"
 #include "tools/ctl/setup.h"
+#include "tools/ctl/setup_server.h"
 #include "tools/ctl/sync.h"
 #include "tools/serve/options.h"
 
@@ -35,6 +37,8 @@ struct Arguments {
     SyncOptions sync;
     ListOptions list;
     SetupOptions setup;
+    ServerSetupOptions server_setup;
+    CopyOptions copy;
     serve::ServeOptions serve;
     std::vector<std::string> words;  // behind the sub-command, as they were typed
     std::map<const CLI::Option*, Offer> offers;
@@ -54,6 +58,9 @@ CLI::Option* TakesOneOf(CLI::Option* option, std::vector<std::string> words, Arg
 
 /// --wait and what belongs to it.
 void AddWaitOptions(CLI::App* command, WaitOptions& wait);
+
+/// --library, for commands that ask what is stored.
+CLI::Option* AddLibrary(CLI::App* command, Arguments& arguments);
 
 /// --quiet, for commands that are asked to do something.
 void AddQuiet(CLI::App* command, Arguments& arguments);

@@ -36,6 +36,7 @@ void AddRowsOptions(CLI::App* command, const std::vector<std::string>& kinds, Ar
                             ->take_all();
     TakesOneOf(kind, kinds, a);
     AddBelow(command, a);
+    AddLibrary(command, a);
     CLI::Option* limit = command->add_option("--limit", a.list.limit, "At most this many rows of each kind")
                              ->type_name("NUMBER")
                              ->check(CLI::Range(1, INT_MAX));
@@ -94,6 +95,7 @@ void AddQueries(CLI::App& app, Arguments& a) {
     CLI::App* show = AddCommand(app, "show", "Everything that is stored for a file or folder",
                                 "show /volume1/music/Album/Song.mp3", a);
     show->add_option("PATH", a.first, "A file or folder")->required();
+    AddLibrary(show, a);
     SetWork(show, a, [&a] { return Show(a.context, a.first); });
 
     AddList(app, a);
@@ -102,6 +104,7 @@ void AddQueries(CLI::App& app, Arguments& a) {
     CLI::App* stats = AddCommand(app, "stats", "How many files, artists, albums, hours and bytes are stored",
                                  "stats --below /volume1/music", a);
     AddBelow(stats, a);
+    AddLibrary(stats, a);
     SetWork(stats, a, [&a] { return Stats(a.context, a.list.below); });
 
     CLI::App* problems = AddCommand(app, "problems", "Files whose metadata could not be read, and why",

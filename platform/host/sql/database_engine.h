@@ -89,6 +89,8 @@ class DatabaseEngine {
 
     virtual const std::string& place() const = 0;         ///< of both databases, for people
     virtual std::string PlaceOf(int database) const = 0;  ///< of the one
+    /// Whether they are files in place(): else a server has them, and who may do what is its own to say.
+    virtual bool IsInFiles() const = 0;
 
     /// For whoever is about to open or to write it: false, with the reason, while a repair is at work, which
     /// passes.  A repair that was left half-way is carried out first.  Cheap.
@@ -104,6 +106,17 @@ class DatabaseEngine {
 
     /// Looks at it without changing anything.  Not for a process that has it open: it would lose its locks.
     virtual DatabaseView Look(int database, DatabaseCheck check) const = 0;
+
+    /// True when its rows are those of all libraries that the place keeps, with a column `library` in front;
+    /// such a one is only read.
+    virtual bool HasEveryLibrary() const { return false; }
+    /// Their names; none where there is one without a name, and on failure.
+    virtual std::vector<std::string> Libraries(SqlFailure*) const { return {}; }
+    /// Whether a daemon, wherever it runs, has it open to write, as far as that can be told.
+    virtual bool IsWritten(int, SqlFailure*) const { return false; }
+
+    /// Whether it was told a password.
+    virtual bool HoldsPassword() const { return false; }
 
     /// Puts a new database with the rows that can be read in the place of the damaged one, or carries out
     /// what a killed repair has left.  An album that was lost would be made anew as the settings say, perhaps

@@ -8,10 +8,9 @@
 namespace koli::host {
 
 SqlRows::SqlRows(SqlStatement& statement) {
-    for (int i = 0; i < statement.columns(); ++i)
-        columns_.emplace_back(statement.Name(i));
     for (; count_ < INT_MAX && statement.Next(); ++count_)
         for (int i = 0; i < statement.columns(); ++i) {
+            if (count_ == 0) columns_.emplace_back(statement.Name(i));
             offsets_.push_back(text_.size());
             text_.append(statement.Field(i)).push_back('\0');
         }
@@ -30,6 +29,19 @@ SqlStatement* Sql::Kept(std::string_view text) {
     if (known != kept_.end()) return known->second.get();
     std::unique_ptr<SqlStatement> made = Make(text, true);
     return made != nullptr ? kept_.emplace(text, std::move(made)).first->second.get() : nullptr;
+}
+
+SqlStatement* Sql::KeptSave(const SaveForm& form) {
+    const auto known = saves_.find(&form);
+    if (known != saves_.end()) return known->second;
+    SqlStatement* const made = Kept(SaveText(form));
+    if (made != nullptr) saves_.emplace(&form, made);
+    return made;
+}
+
+void Sql::DropKept() {
+    saves_.clear();
+    kept_.clear();
 }
 
 int Sql::Execute(std::string_view text) {

@@ -1,8 +1,8 @@
 // What the databases' layer asks of an engine: a connection, its statements and the rows that they give.
 //
-// An engine implements the abstract classes of this file and of database_engine.h; sqlite/ is the one there
-// is. Texts are PostgreSQL's, with parameters ?1, ?2 ...; an engine that speaks otherwise translates them.
-// Nothing here logs: a failed operation leaves its reason in Sql::failure().
+// An engine implements the abstract classes of this file and of database_engine.h.  Texts are PostgreSQL's,
+// with parameters ?1, ?2 ...; an engine that speaks otherwise translates them. Nothing here logs: a failed
+// operation leaves its reason in Sql::failure().
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,10 @@
 #include <string_view>
 #include <type_traits>
 #include <unordered_map>
+#include <utility>
 #include <vector>
+
+#include "platform/host/sql/save_form.h"
 
 namespace koli::host {
 
@@ -22,6 +25,7 @@ struct SqlFailure {
     bool is_damage = false;   // the database is damaged, or is none
     bool is_denied = false;   // this user may not read it
     bool is_of_file = false;  // what the connection stands on failed: it has to be opened anew
+    bool is_missing = false;  // the statement names a table, or a schema, that there is not
     /// It passes by itself: a lock, no room, a disk that does not answer.  Not so what is damaged, not
     /// permitted, or the statement's own fault.
     bool passes = false;
@@ -51,6 +55,7 @@ class SqlStatement {
     virtual bool Next() = 0;
     bool failed() const { return failed_; }  ///< the last Next; Sql::failure() tells why
 
+    // Of the row:
     virtual int columns() const = 0;
     virtual const char* Name(int column) const = 0;        ///< columns count from 0
     virtual std::string_view Field(int column) const = 0;  ///< as text, "" for NULL; until the next Next
@@ -109,23 +114,43 @@ class Sql {
     /// The same, prepared on first use and kept for whoever brings the same text again.  Owned by the
     /// connection.
     SqlStatement* Kept(std::string_view text);
+    /// The kept statement that saves a row of that form, which lives as long as the process.
+    SqlStatement* KeptSave(const SaveForm& form);
 
     /// The kept query of the paths of `table` directly inside `folder` (its column `path`), in their order
     /// and filled in.  It reads nothing of what lies below the sub-folders, so that a tree costs what it
     /// holds, however deep it is.
     virtual SqlStatement* PathsInside(const char* table, const std::string& folder) = 0;
 
+    /// What to order rows of `table` by, to have their paths in the order of their bytes.
+    virtual const char* PathOrder(const char*) { return "path"; }
+
+    /// Which of two paths comes first: below 0, 0 or above it.
+    using Comparison = int (*)(std::string_view a, std::string_view b);
+    /// The engine's own, of every connection.
+    virtual Comparison PathComparison() const {
+        return [](std::string_view a, std::string_view b) { return a.compare(b); };
+    }
+
     /// How people order texts: `*key` gets bytes that compare as they would have it.
     using TextKey = void (*)(std::string_view text, std::string* key);
     /// What a query orders by so that the texts of `column` come in that order.  An engine that cannot call
-    /// `key` gives the nearest order that it has itself, as PostgreSQL: column COLLATE "und-x-icu".  What is
-    /// ordered need not fit into the memory.
+    /// `key` has a term that comes to the same.  What is ordered need not fit into the memory.
     virtual std::string SortTerm(const std::string& column, TextKey key) = 0;
 
     /// Runs a statement to its end.  Returns the number of rows that it inserted, changed or removed itself
     /// (its triggers' not counted), or -1.
     virtual int Run(SqlStatement& statement) = 0;
     int Execute(std::string_view text);  ///< one statement, the same results
+
+    /// The same for a kept statement in a transaction that nobody has to know the result of: an engine may
+    /// put it off.  Whatever asks the connection anything finds it done.
+    virtual int RunLater(SqlStatement& statement) { return Run(statement); }
+    /// Does what has been put off.  False when that failed for a reason that passes; what fails for good
+    /// concerns its own row and is told by TakeLost.
+    virtual bool Settle() { return true; }
+    /// Why rows that were put off have failed for good, each with its first parameter; told once.
+    std::vector<std::string> TakeLost() { return std::exchange(lost_, {}); }
 
     /// The rows of a query, or null on failure.
     std::unique_ptr<SqlRows> Query(std::string_view text);
@@ -168,8 +193,10 @@ class Sql {
     Sql() = default;
     virtual std::unique_ptr<SqlStatement> Make(std::string_view text, bool is_kept) = 0;
     virtual const char* ColumnsText() const = 0;  ///< the query of the columns' names of table ?1
-    void DropKept() { kept_.clear(); }            ///< before the connection is closed
+    virtual std::string SaveText(const SaveForm& form) const = 0;
+    void DropKept();  ///< before the connection is closed
     SqlFailure failure_;
+    std::vector<std::string> lost_;
 
   private:
     /// Texts of a statement that saves a row are long, and differ where they begin.
@@ -180,6 +207,7 @@ class Sql {
         }
     };
     std::unordered_map<std::string, std::unique_ptr<SqlStatement>, TextHash, std::equal_to<>> kept_;
+    std::unordered_map<const SaveForm*, SqlStatement*> saves_;  // among them
 };
 
 }  // namespace koli::host

@@ -251,6 +251,10 @@ const char* Sqlite::ColumnsText() const {
     return "SELECT name FROM pragma_table_info(?1)";
 }
 
+std::string Sqlite::SaveText(const SaveForm& form) const {
+    return UpsertText(form, "VALUES (" + SaveParameters(form) + ")");
+}
+
 int Sqlite::Run(SqlStatement& statement) {
     const int64_t before = TotalChanges();
     while (statement.Next()) {

@@ -54,6 +54,7 @@ class Sqlite final : public Sql {
     explicit Sqlite(ChangeListener changed) : changed_(changed) { prepared_table_.reserve(kNameSize); }
     std::unique_ptr<SqlStatement> Make(std::string_view text, bool is_kept) override;
     const char* ColumnsText() const override;
+    std::string SaveText(const SaveForm& form) const override;
     bool Connect(const std::string& name, int flags);
     bool Configure();
     bool ConnectToRead(const std::string& name);

@@ -87,10 +87,11 @@ std::string_view BooleanLiteral(Token kind, std::string_view token) {
 }
 
 /// What the tokens read so far lead to.
-enum class Expecting { kNothing, kPattern, kBooleanOperator, kBooleanValue };
+enum class Expecting { kNothing, kPattern, kCollation, kBooleanOperator, kBooleanValue };
 
 Expecting AfterWord(std::string_view word, Expecting before) {
     if (Equals(word, "like")) return Expecting::kPattern;
+    if (Equals(word, "collate")) return Expecting::kCollation;
     if (IsOneOf(word, kBooleanColumns)) return Expecting::kBooleanOperator;
     const bool in_comparison = before == Expecting::kBooleanOperator || before == Expecting::kBooleanValue;
     return in_comparison && (Equals(word, "is") || Equals(word, "not")) ? Expecting::kBooleanValue
@@ -112,6 +113,7 @@ std::string ToSqliteText(std::string_view text) {
     std::string_view token;
     for (Token kind; (kind = NextToken(&text, &token)) != Token::kEnd;) {
         if (kind == Token::kWord && Equals(token, "strpos")) token = "instr";
+        if (expecting == Expecting::kCollation && token == R"("C")") token = "BINARY";
         const bool is_value = kind == Token::kLiteral || kind == Token::kWord;
         out += is_value && expecting == Expecting::kBooleanValue ? BooleanLiteral(kind, token) : token;
         if (kind == Token::kLiteral && expecting == Expecting::kPattern && !IsFollowedByEscape(text))

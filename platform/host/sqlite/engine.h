@@ -13,6 +13,7 @@ class SqliteEngine final : public DatabaseEngine {
 
     const std::string& place() const override { return directory_; }
     std::string PlaceOf(int database) const override { return directory_ + "/" + DatabaseName(database); }
+    bool IsInFiles() const override { return true; }
     bool IsFree(int database, std::string* reason) const override;
     /// Creates the directory, 0750, and those above it, 0755, each made durable.
     std::unique_ptr<Sql> Open(int database, Sql::ChangeListener changed, SqlFailure* failure) const override;

@@ -43,7 +43,7 @@ uint32_t FirstFileFrom(const Snapshot& snapshot, FileKind kind, const std::strin
     uint32_t at = 0;
     for (auto behind = static_cast<uint32_t>(snapshot.Of(kind).files.size()); at < behind;) {
         const uint32_t middle = at + (behind - at) / 2;
-        if (snapshot.PathOf(kind, middle) < path)
+        if (snapshot.compare(snapshot.PathOf(kind, middle), path) < 0)
             at = middle + 1;
         else
             behind = middle;

@@ -91,6 +91,7 @@ using Numbers = std::vector<uint32_t>;
 
 struct Snapshot {
     Texts texts;
+    int (*compare)(std::string_view a, std::string_view b) = nullptr;  // of paths: the files are in its order
     std::array<FilesOfKind, kFileKinds> kinds;
 
     Blocks<Record> records;

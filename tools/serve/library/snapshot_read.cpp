@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <tuple>
 #include <unordered_map>
 #include <unordered_set>
@@ -58,6 +59,7 @@ class Reader {
     Reader(const StoreReader& store, const Snapshot& earlier, const std::function<bool()>& is_wanted,
            Snapshot* snapshot)
         : store_(store), is_wanted_(is_wanted), snapshot_(*snapshot) {
+        snapshot_.compare = store.Comparison();
         snapshot_.texts.pool.ShareWith(earlier.texts.pool);
         for (size_t kind = 0; kind < kFileKinds; ++kind) {
             snapshot_.kinds[kind].names.ShareWith(earlier.kinds[kind].names);
@@ -128,8 +130,10 @@ void Reader::Kind(FileKind kind, const char* captions) {
     TableCursor other(store_, captions != nullptr ? captions : "",
                       kind == FileKind::kPicture ? kPictureColumns : kCaptionColumns);
     while (is_going_on_ && (tags.HasRow() || (kind == FileKind::kPicture && other.HasRow()))) {
-        const bool has_tags = tags.HasRow() && (!other.HasRow() || tags.Key() <= other.Key());
-        const bool has_other = other.HasRow() && (!tags.HasRow() || other.Key() <= tags.Key());
+        const bool are_both = tags.HasRow() && other.HasRow();
+        const int order = are_both ? snapshot_.compare(tags.Key(), other.Key()) : 0;
+        const bool has_tags = tags.HasRow() && order <= 0;
+        const bool has_other = other.HasRow() && order >= 0;
         // A film's caption outlives the film.
         if (has_tags || kind == FileKind::kPicture)
             Add(kind, std::string(has_tags ? tags.Key() : other.Key()), has_tags ? &tags : nullptr,
@@ -217,15 +221,17 @@ void Reader::PhotoAlbums() {
     const FilesOfKind& pictures = snapshot_.Of(FileKind::kPicture);
     for (size_t group = 0; group < pictures.groups.size(); ++group)
         counts[pictures.groups[group].folder] += pictures.Behind(group) - pictures.First(group);
-    TableCursor albums(store_, host::kPhotoTables[KOLI_PHOTO_SHARE], {"sharename", "title", "description"});
-    for (; albums.HasRow(); albums.Next()) {
-        const std::string name(albums.Key());
-        const uint32_t number = snapshot_.FolderOf(snapshot_.photo_top + "/" + name);
-        std::string others;
+    std::map<std::string, std::string> albums;  // by name: what else is searched
+    TableCursor rows(store_, host::kPhotoTables[KOLI_PHOTO_SHARE], {"sharename", "title", "description"});
+    for (; rows.HasRow(); rows.Next()) {
+        std::string& others = albums[std::string(rows.Key())];
         for (const size_t column : {size_t{1}, size_t{2}}) {
-            FoldLineTo(albums.Field(column), &line_);
+            FoldLineTo(rows.Field(column), &line_);
             others.append(line_).append("\n");
         }
+    }
+    for (const auto& [name, others] : albums) {
+        const uint32_t number = snapshot_.FolderOf(snapshot_.photo_top + "/" + name);
         const auto count = counts.find(number);
         snapshot_.photo_albums.push_back({snapshot_.album_texts.Add(name, others), number,
                                           number != 0 && count != counts.end() ? count->second : 0});

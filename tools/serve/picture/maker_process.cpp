@@ -17,7 +17,7 @@
 namespace koli::serve {
 namespace {
 
-constexpr int kStartMs = 10000;  // that a busy machine may take to load the libraries
+constexpr int kStartMs = 60'000;  // that a busy machine may take to load the libraries
 constexpr int kFreeDescriptor = 16;
 
 /// A copy with a number that no standard or agreed descriptor has.
