@@ -57,13 +57,12 @@ void AppendMark(uint8_t byte, std::string* out) {
 }
 
 bool IsPlain(char c) {
-    return c > kEscape;  // ASCII, where a char has a sign
+    return static_cast<signed char>(c) > kEscape;  // ASCII
 }
 
 }  // namespace
 
 std::string_view ServerText(std::string_view bytes, std::string* scratch) {
-    static_assert(static_cast<char>(0x80) < 0);
     size_t clean = static_cast<size_t>(std::find_if_not(bytes.begin(), bytes.end(), IsPlain) - bytes.begin());
     while (clean < bytes.size()) {
         const size_t length = PlainLength(bytes, clean);
