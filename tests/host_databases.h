@@ -62,7 +62,7 @@ struct Store : testing::Test, TempDir {
 /// What is about files, and not about what every engine does.
 struct FileStore : Store {
     void SetUp() override {
-        if (server_ != nullptr) GTEST_SKIP();
+        if (server_ != nullptr) GTEST_SKIP() << "a server has no files of databases";
     }
     /// A database as another program opens it.
     std::unique_ptr<Sqlite> Outside(const char* file) const {

@@ -292,7 +292,7 @@ TEST_F(Problems, OfThePhotoLibraryAreOverWhenItSaysSo) {
 }
 
 TEST_F(Problems, TableIsAddedToADatabaseThatLacksIt) {
-    if (server_ != nullptr) GTEST_SKIP();  // there was no such version
+    if (server_ != nullptr) GTEST_SKIP() << "on servers there was no such version";
     Save("/old.mp3");
     ASSERT_GE(MediaDatabase().Execute("DROP TABLE problem"), 0);
     ASSERT_GE(MediaDatabase().Execute("PRAGMA user_version=1"), 0);

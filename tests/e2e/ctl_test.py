@@ -244,7 +244,7 @@ class Control(harness.DaemonTest):
         lock.execute("BEGIN EXCLUSIVE")
         return lock
 
-    @unittest.skipIf(appliance.ON_SERVER, "about files")
+    @unittest.skipIf(appliance.ON_SERVER, "a server has no files of databases")
     def test_database_that_is_locked_or_damaged(self):
         gone = self.put(f"{MUSIC}/Album/gone.mp3")
         self.index(f"A:{MUSIC}")
@@ -280,7 +280,7 @@ class Control(harness.DaemonTest):
         self.ctl(3, "sync")
         self.stored_at_next_start(SONG)
 
-    @unittest.skipIf(appliance.ON_SERVER, "about files")
+    @unittest.skipIf(appliance.ON_SERVER, "a server has no files of databases")
     def test_repair_beside_a_daemon_at_work(self):
         pictures = [self.put(f"/volume1/photo/Trip/{name}.jpg", "photo/Coast 2019/IMG_0001.jpg") for name in "ab"]
         self.put(SONG)

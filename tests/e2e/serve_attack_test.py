@@ -275,7 +275,7 @@ class Attack(harness.DaemonTest):
                     received += piece
             self.assertTrue(answers_in(received)[0].body == big)
 
-    @unittest.skipIf(appliance.ON_SERVER, "about files")
+    @unittest.skipIf(appliance.ON_SERVER, "a server has no files of databases")
     def test_a_damaged_database_is_told_where_something_is_missing(self):
         away = f"{appliance.STORE}.away"
         with Server(self) as server:
