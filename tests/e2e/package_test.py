@@ -273,7 +273,7 @@ class Package(harness.DaemonTest):
         told(3, member, "add", path)
         self.assertEqual(os.stat(appliance.QUEUE).st_mode & 0o777, 0o640)
 
-    @unittest.skipIf(harness.IS_EMULATED, "no picture is made where the kernel guards no child")
+    @harness.MAKES_PICTURES
     def test_6_pages_within_their_limits(self):
         """With the socket that systemd hands over, and no other way out; a picture is made."""
         unit, folders = "koliindexd-serve", [f"{place}/koliindexd-serve" for place in ("/var/lib", "/var/cache")]

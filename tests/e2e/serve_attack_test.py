@@ -21,6 +21,7 @@ SECRET = b"nobody may see this"
 ALBUM, ELSEWHERE = "/volume1/music/Album", "/volume1/music/Elsewhere"
 SONG, PICTURE = f"{ALBUM}/a.mp3", "/volume1/photo/Family/b.jpg"
 KINDS = ("/file", "/small/160", "/cover/160", "/entry", "/playlist", "/folder")
+COMPLAINT = "koliindexctl: this kernel has nothing that guards a child\n" if harness.IS_EMULATED else ""
 FORM = "Content-Type: application/x-www-form-urlencoded\r\n"
 Answer = collections.namedtuple("Answer", "status headers body")
 
@@ -90,7 +91,7 @@ class Server:
     def __exit__(self, *_):
         self.process.send_signal(signal.SIGTERM)
         _, said = self.process.communicate(timeout=harness.PATIENCE)
-        self.test.assertEqual((self.process.returncode, said), (0, ""))
+        self.test.assertEqual((self.process.returncode, said), (0, COMPLAINT))
 
     def connect(self, text=b""):
         client = socket.create_connection(("127.0.0.1", int(self.host.rpartition(":")[2])), timeout=harness.PATIENCE)
@@ -228,6 +229,7 @@ class Attack(harness.DaemonTest):
             self.swapped(server, "folder above")
             harness.wait_for("all files closed", lambda: server.files() <= before)
 
+    @harness.MAKES_PICTURES
     def test_a_cover_is_no_way_out(self):
         steps = [f"{ALBUM}/@eaDir", f"{ALBUM}/@eaDir/a.mp3", f"{ALBUM}/@eaDir/a.mp3/cover1.jpg"]
         shutil.rmtree(steps[0], ignore_errors=True)
