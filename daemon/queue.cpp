@@ -108,8 +108,8 @@ bool MustWaitForShare(const std::string& fault) {
     return false;
 }
 
-/// The batch goes when its work is on the disk.
-void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
+/// Has the batch's work on the disk.  True when the batch may go; else it is kept, to be executed again.
+bool FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
     CaptionRemovalsRun();
     const bool is_synced = KOLIDBSync() == 0;
     WrittenFileSystemsSync();
@@ -125,19 +125,36 @@ void FinishBatch(const QueueFiles& files, BatchEnd end, int error) {
         BatchKeep(files.state, "", share_fault.c_str());
     } else {
         if (!is_synced) KOLI_LOG("Failed to sync the databases.");  // for good: no repetition would help
-        RemoveBatch(files);
+        return true;
     }
+    return false;
 }
 
-/// Executes the lines as far as the stores take them.
-void Execute(FILE* batch, bool is_repeated, const QueueFiles& files) {
+/// Executes the lines as far as the stores take them.  True when the batch may go.
+bool Execute(FILE* batch, bool is_repeated, const QueueFiles& files) {
     struct stat status {};
     if (fstat(fileno(batch), &status) == 0) WorkBatchBegin(status.st_dev, status.st_ino);
     const BatchEnd end =
         ProcessBatchLines(batch, files.queue, is_repeated, BatchKeptSeconds() < kTornLinePatience);
-    FinishBatch(files, end, errno);
-    WorkBatchEnd();
+    return FinishBatch(files, end, errno);
 }
+
+/// Holds SIGTERM back while it lives.
+class StopHeldBack {
+  public:
+    StopHeldBack() {
+        sigset_t stop;
+        sigemptyset(&stop);
+        sigaddset(&stop, SIGTERM);
+        sigprocmask(SIG_BLOCK, &stop, &outer_mask_);
+    }
+    ~StopHeldBack() { sigprocmask(SIG_SETMASK, &outer_mask_, nullptr); }
+    StopHeldBack(const StopHeldBack&) = delete;
+    StopHeldBack& operator=(const StopHeldBack&) = delete;
+
+  private:
+    sigset_t outer_mask_;
+};
 
 void Notify(const char* pid_file, int signo) {
     const int pid = KLIBReadPidFile(pid_file);
@@ -168,10 +185,11 @@ void ProcessQueueFiles(const QueueFiles& files) {
         MakeDurable(batch, files);
     }
     const std::string fault = SettingsFault();
-    if (fault.empty())
-        Execute(batch, is_repeated, files);
-    else
-        BatchKeep(files.state, "", fault.c_str());
+    if (!fault.empty()) BatchKeep(files.state, "", fault.c_str());
+    const bool is_done = fault.empty() && Execute(batch, is_repeated, files);
+    const StopHeldBack until_told;  // of a batch that is gone nobody would tell the media servers any more
+    if (is_done) RemoveBatch(files);
+    WorkBatchEnd();
     fclose(batch);  // and with it the lock
     NotifyMediaServers();
 }

@@ -7,6 +7,7 @@ import os
 import platform
 import random
 import re
+import signal
 import sqlite3
 import subprocess
 import threading
@@ -127,8 +128,25 @@ class Fault(Hook):
         return self.error if call.name == self.name and any(path.endswith(self.path) for path in call.paths) else None
 
 
+class Stop(Hook):
+    """The batch has been done and is about to go when the daemon is told to stop."""
+
+    def entry(self, call):
+        if call.name == "unlink" and call.paths == [appliance.BATCH]:
+            os.kill(call.pid, signal.SIGTERM)
+
+
 @TRACED
 class Troubles(harness.DaemonTest):
+    def test_a_stop_leaves_no_server_untold(self):
+        told = []  # the test is the media server
+        self.addCleanup(signal.signal, signal.SIGUSR1, signal.signal(signal.SIGUSR1, lambda *_: told.append("a batch")))
+        with open("/run/dms.pid", "w") as file:
+            file.write(str(os.getpid()))
+        appliance.enqueue([f"A:{M}"])
+        self.assertEqual(Tracer(self.binary, Stop()).run(), "ended with wait status 0")
+        self.assertEqual((told, os.path.exists(appliance.BATCH)), (["a batch"], False))
+
     def control(self, *arguments):
         printed = subprocess.run(self.command(*arguments, "--json"), capture_output=True, text=True, check=False).stdout
         return json.loads(printed)
