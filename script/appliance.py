@@ -1,6 +1,7 @@
 """The appliance as the sandbox shows it: the daemon's queue, its log and its databases at their fixed paths."""
 import atexit
 import contextlib
+import glob
 import json
 import os
 import re
@@ -269,14 +270,20 @@ def row_versions():
         return None  # there are no tables yet
 
 
+def database_bytes():
+    """Of the media store, its log included: a machine's order of bytes in what SQLite shares may not be ours."""
+    contents = []
+    for path in sorted(glob.glob(f"{STORE}/media.db*")):
+        if not path.endswith("-shm"):
+            with open(path, "rb") as file:
+                contents.append(file.read())
+    return contents
+
+
 class MediaWatch:
     """Whether something is written to the media store from now on."""
     def __init__(self):
-        if ON_SERVER:
-            self.version = row_versions
-        else:
-            database = sqlite3.connect(f"{STORE}/media.db")
-            self.version = lambda: database.execute("PRAGMA data_version").fetchone()
+        self.version = row_versions if ON_SERVER else database_bytes
         self.before = self.version()
 
     def has_changed(self):
