@@ -95,6 +95,7 @@ TEST(Output, IsCutByTheColumnsThatItTakes) {
     const std::string cut = HasUtf8() ? "\u2026" : "...";
     const std::string name = "/\u30a2\u30a2\u30a2\u30a2/caf\u0065\u0301.mp3";  // wide, and a combining accent
     EXPECT_EQ(ColumnsOf(name), 18U);
+    EXPECT_EQ(ColumnsOf("\u1112\u1161\u11ab\uae00\xE9"), 5U);  // Hangul, of three pieces and of one; no UTF-8
     EXPECT_EQ(CutMiddle(name, 18), name);
     for (size_t columns = 0; columns < 18; ++columns) {
         EXPECT_LE(ColumnsOf(CutMiddle(name, columns)), columns);

@@ -8,45 +8,24 @@
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
-#include <cwchar>
 #include <vector>
+
+#include "base/text/columns.h"
 
 namespace koli::ctl {
 namespace {
-
-/// This thread's characters are UTF-8 as long as it lives, whatever the locale says.
-class Utf8Scope {
-  public:
-    Utf8Scope() : before_(uselocale(Utf8())) {}
-    ~Utf8Scope() { uselocale(before_); }
-    Utf8Scope(const Utf8Scope&) = delete;
-    Utf8Scope& operator=(const Utf8Scope&) = delete;
-
-  private:
-    static locale_t Utf8() {
-        static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-        return utf8;
-    }
-    const locale_t before_;
-};
 
 struct Character {
     std::string_view bytes;
     size_t columns;
 };
 
-/// What cannot be decoded is taken byte by byte.
 std::vector<Character> CharactersOf(std::string_view text) {
-    const Utf8Scope utf8;
     std::vector<Character> characters;
     for (size_t length = 0; !text.empty(); text.remove_prefix(length)) {
-        wchar_t character = 0;
-        mbstate_t state{};
-        length = mbrtowc(&character, text.data(), text.size(), &state);
-        const bool is_valid = length > 0 && length <= text.size();
-        if (!is_valid) length = 1;
-        const int columns = is_valid ? wcwidth(character) : 1;
-        characters.push_back({text.substr(0, length), static_cast<size_t>(columns < 0 ? 1 : columns)});
+        size_t columns = 0;
+        length = CharacterColumns(text, &columns);
+        characters.push_back({text.substr(0, length), columns});
     }
     return characters;
 }
