@@ -7,6 +7,7 @@ import re
 import shutil
 import signal
 import subprocess
+import tempfile
 
 import harness
 import terminal_picture
@@ -55,7 +56,7 @@ class Readme(harness.DaemonTest):
             shutil.copytree(f"{harness.SAMPLES}/{share}", f"/volume1/{share}", dirs_exist_ok=True)
         appliance.enqueue(harness.EVERYTHING)
         self.start()
-        appliance.wait_for_batch(300)
+        appliance.wait_for_batch(harness.LONG_PATIENCE)
         drawn = terminal_picture.picture(terminal_picture.session(self.binary))
         appliance.stop()
         self.assertEqual(*(re.sub(r"[\d.]+| +", "", svg) for svg in (drawn, text_of("terminal.svg"))))
@@ -111,7 +112,8 @@ class Readme(harness.DaemonTest):
         for command in commands:
             if command.split()[0] in ELSEWHERE:
                 continue
-            with self.subTest(command), open("/tmp/output", "w+", encoding="utf-8") as output:
+            # To a file of its own: one of them goes on in the background.
+            with self.subTest(command), tempfile.TemporaryFile("w+", encoding="utf-8") as output:
                 process = subprocess.Popen(["bash", "-c", command], stdout=output, stderr=output)
                 harness.wait_for(command, lambda: process.poll() is not None or harness.hurry())
                 output.seek(0)
