@@ -5,6 +5,7 @@ import glob
 import json
 import os
 import re
+import shutil
 import signal
 import socket
 import sqlite3
@@ -18,6 +19,8 @@ PID_FILE = "/var/run/koliindexd.pid"
 STORE = "/var/lib/koli"
 LOG = "/run/syslog"
 SANITIZER_REPORT = "/run/sanitizer"  # the daemon has no standard error to report to
+# A machine of the other order of bytes, in an emulator: what its programs share of a database is not for ours.
+IS_FOREIGN = os.environ.get("KOLI_MACHINE") == "s390x"
 PATIENCE = 120  # seconds: a machine may be slow, and busy with other things
 MEDIA_TABLES = ("music", "video", "photo", "playlist", "directory")
 PHOTO_TABLES = ("photo_info", "photo_share", "photo_access_right", "video_desc", "video_comment")
@@ -135,8 +138,32 @@ def log_messages():
     return [re.sub(r"^<\d+>\w+ +\d+ [\d:]+ [^:]*: ", "", line) for line in lines if line.startswith("<")]
 
 
+def database_files(name):
+    """With the log, and without what the processes of one machine share."""
+    return sorted(path for path in glob.glob(f"{STORE}/{name}.db*") if not path.endswith("-shm"))
+
+
+def settled_copy(name):
+    """The folder of a copy that nobody has written to meanwhile."""
+    folder = "/tmp/copied"
+
+    def changes():
+        return [(path, os.stat(path).st_mtime_ns) for path in database_files(name)]
+
+    while True:
+        with contextlib.suppress(FileNotFoundError):  # the log has just gone
+            before = changes()
+            shutil.rmtree(folder, ignore_errors=True)
+            os.mkdir(folder)
+            for path, _ in before:
+                shutil.copy(path, folder)
+            if changes() == before:
+                return folder
+
+
 def open_database(name):
-    connection = sqlite3.connect(f"file:{STORE}/{name}.db?mode=ro", uri=True)
+    folder = settled_copy(name) if IS_FOREIGN else STORE
+    connection = sqlite3.connect(f"file:{folder}/{name}.db?mode=ro", uri=True)
     connection.text_factory = os.fsdecode
     connection.row_factory = sqlite3.Row
     return connection
@@ -271,12 +298,11 @@ def row_versions():
 
 
 def database_bytes():
-    """Of the media store, its log included: a machine's order of bytes in what SQLite shares may not be ours."""
+    """Of the media store."""
     contents = []
-    for path in sorted(glob.glob(f"{STORE}/media.db*")):
-        if not path.endswith("-shm"):
-            with open(path, "rb") as file:
-                contents.append(file.read())
+    for path in database_files("media"):
+        with open(path, "rb") as file:
+            contents.append(file.read())
     return contents
 
 

@@ -193,6 +193,7 @@ class Control(harness.DaemonTest):
             self.assertEqual(waiting.returncode, 3)
             self.stored_at_next_start(*stored[:count])
 
+    @unittest.skipIf(appliance.IS_FOREIGN, "a lock of ours on a database is none to a machine of the other order of bytes")
     def test_status_tells_of_the_work(self):
         broken = self.put(f"{MUSIC}/Album/c.wma", "music/Broken/page.wma")
         self.put(SONG)

@@ -18,6 +18,7 @@ PICTURE, SONG = "photo/Family/IMG_3000.jpg", "music/Old Tapes/side b.mp3"
 SHARES = ("music", "video", "photo")
 EVERYTHING = [f"A:/volume1/{share}" for share in SHARES]
 PATIENCE = appliance.PATIENCE
+LONG_PATIENCE = 900  # of a whole library, on one busy processor
 IS_EMULATED = "KOLI_TRIPLE" in os.environ  # by script/machine
 MAKES_PICTURES = unittest.skipIf(IS_EMULATED, "no picture is made where the kernel guards no child")
 
@@ -97,7 +98,7 @@ class DaemonTest(unittest.TestCase):
         appliance.clear_log()
         appliance.enqueue(lines)
         self.start()
-        appliance.wait_for_batch(300)
+        appliance.wait_for_batch(LONG_PATIENCE)
         before_stop()
         appliance.stop()
         return appliance.log_messages()
