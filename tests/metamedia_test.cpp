@@ -21,6 +21,8 @@
 #include "video/probe_ahead.h"
 #include "video/program_guard.h"
 
+extern "C" void* __libc_stack_end;  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
 namespace koli::test {
 
 struct Probe : Fixture {
@@ -327,6 +329,15 @@ long Map(int) {
     errno = 0;
     mmap(nullptr, 4096, kProtection, kFlags | MAP_ANONYMOUS, -1, 0);
     return errno == EPERM ? -1 : 0;
+}
+
+TEST_F(Probe, HasAStackWithoutCode) {
+    char* const end = static_cast<char*>(__libc_stack_end);  // as the loader does it for a library
+    void* const page = end - reinterpret_cast<uintptr_t>(end) % 4096;
+    ASSERT_EQ(mprotect(page, 4096, PROT_READ | PROT_WRITE | PROT_EXEC | PROT_GROWSDOWN), 0);
+    EXPECT_NE(ReadFile("/proc/self/maps").find(" rwxp "), std::string::npos);
+    EXPECT_TRUE(ProbeGuardPrepare());
+    EXPECT_EQ(ReadFile("/proc/self/maps").find(" rwxp "), std::string::npos);
 }
 
 #if defined(__i386__) || defined(__x86_64__)
