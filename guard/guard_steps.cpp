@@ -2,6 +2,7 @@
 
 #include <linux/capability.h>
 #include <linux/seccomp.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -12,6 +13,9 @@
 #include "base/log.h"
 #include "guard/landlock.h"
 #include "guard/sanitized_build.h"
+
+// The loader's: where the first stack begins, from which it goes down.
+extern "C" void* __libc_stack_end;  // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace koli {
 namespace {
@@ -44,6 +48,13 @@ const KernelGuards& KernelGuardsGet() {
 rlim_t MachineMemory() {
     const auto pages = static_cast<rlim_t>(std::max(sysconf(_SC_PHYS_PAGES), 0L));
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
+}
+
+bool RefuseCodeOnStack() {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t behind = reinterpret_cast<uintptr_t>(__libc_stack_end) % page;
+    return mprotect(static_cast<char*>(__libc_stack_end) - behind, page,
+                    PROT_READ | PROT_WRITE | PROT_GROWSDOWN) == 0;
 }
 
 bool SignalAtParentsEnd(pid_t parent, int signal) {

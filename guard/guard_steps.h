@@ -23,6 +23,10 @@ rlim_t MachineMemory();
 
 // Each step is false, with errno set, when it has failed.
 
+/// Has the stack of the first thread hold no code any more, nor that of children of this process. Libraries
+/// that say nothing of it (x264 for ARM) have it made executable when they are loaded.
+bool RefuseCodeOnStack();
+
 /// Has `signal` sent to this process when `parent` ends.  Fails when that has ended already.
 bool SignalAtParentsEnd(pid_t parent, int signal);
 

@@ -84,8 +84,11 @@ constexpr int kRefusedToPrograms[] = {
     SCMP_SYS(lchown), SCMP_SYS(lchown32), SCMP_SYS(fchown), SCMP_SYS(fchown32), SCMP_SYS(fchownat),
     SCMP_SYS(setxattr), SCMP_SYS(lsetxattr), SCMP_SYS(fsetxattr), SCMP_SYS(removexattr),
     SCMP_SYS(lremovexattr), SCMP_SYS(fremovexattr), SCMP_SYS(utime), SCMP_SYS(utimes), SCMP_SYS(futimesat),
-    SCMP_SYS(utimensat), SCMP_SYS(utimensat_time64),
-    // other processes; kill and prlimit64 are below
+    SCMP_SYS(utimensat), SCMP_SYS(utimensat_time64), SCMP_SYS(ioctl),
+    // memory, semaphores and queues of any process of the same user
+    SCMP_SYS(ipc), SCMP_SYS(shmat), SCMP_SYS(shmctl), SCMP_SYS(semctl), SCMP_SYS(semop), SCMP_SYS(semtimedop),
+    SCMP_SYS(semtimedop_time64), SCMP_SYS(msgctl), SCMP_SYS(msgsnd), SCMP_SYS(msgrcv),
+    // other processes; kill, prlimit64 and fcntl are below
     SCMP_SYS(ptrace), SCMP_SYS(process_vm_readv), SCMP_SYS(process_vm_writev), SCMP_SYS(process_madvise),
     SCMP_SYS(process_mrelease), SCMP_SYS(pidfd_getfd), SCMP_SYS(pidfd_send_signal), SCMP_SYS(tkill),
     SCMP_SYS(tgkill), SCMP_SYS(rt_sigqueueinfo), SCMP_SYS(rt_tgsigqueueinfo), SCMP_SYS(setpriority),
@@ -155,12 +158,24 @@ bool AddRules(scmp_filter_ctx filter, uint32_t architecture) {
            (!kSanitizedBuild || AddAll(filter, SCMP_ACT_ALLOW, kForSanitizers));
 }
 
+/// Who is named as a pipe's owner gets a signal, any one, when the pipe can be read.
+bool RefuseOwners(scmp_filter_ctx filter) {
+    for (const int call : {SCMP_SYS(fcntl), SCMP_SYS(fcntl64)})
+        for (const unsigned request : {F_SETOWN, F_SETOWN_EX}) {
+            const scmp_arg_cmp is_it[] = {
+                {1, SCMP_CMP_MASKED_EQ, ~0U, request}};  // all that the kernel reads
+            if (!Succeeded(seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(EPERM), call, 1, is_it)))
+                return false;
+        }
+    return true;
+}
+
 bool AddProgramRules(scmp_filter_ctx filter, uint32_t architecture) {
     constexpr scmp_arg_cmp kOther[] = {{0, SCMP_CMP_NE, 0, 0}};
     for (const int call : kForOneself)
         if (!Succeeded(seccomp_rule_add_array(filter, SCMP_ACT_ERRNO(EPERM), call, 1, kOther))) return false;
     // The library takes numbers without a name for its own architecture only.
-    return AddAll(filter, SCMP_ACT_ERRNO(EPERM), kRefusedToPrograms) &&
+    return AddAll(filter, SCMP_ACT_ERRNO(EPERM), kRefusedToPrograms) && RefuseOwners(filter) &&
            (architecture != seccomp_arch_native() || AddAll(filter, SCMP_ACT_ERRNO(EPERM), kNewToPrograms));
 }
 

@@ -26,8 +26,9 @@ struct ProbeFilter {
 bool ProbeFilterBuild(ProbeFilter* filter, uint32_t architecture = 0);
 
 /// Builds the filter of a program that reads a file: no network, no file's length, mode, owner, times or
-/// attributes are changed, no other process is looked into, changed or, but for its own group, signalled, and
-/// that group is not left; all else is allowed.  Returns as ProbeFilterBuild does.
+/// attributes are changed, no device is spoken to, no other process is looked into, changed, shared memory
+/// with or, but for its own group, signalled, and that group is not left; all else is allowed.  Returns as
+/// ProbeFilterBuild does.
 bool ProgramFilterBuild(ProbeFilter* filter, uint32_t architecture = 0);
 
 /// Puts this process under the filter for good, with `flags` of seccomp(2).  Needs PR_SET_NO_NEW_PRIVS.

@@ -42,6 +42,7 @@ bool FilterSystemCalls() {
 bool ProbeGuardPrepare() {
     // More than the whole machine's memory is never needed: one poll of the watch is long enough to fill it.
     if (guard.address_space == 0) guard.address_space = MachineMemory() + kLibraryBytes;
+    if (!RefuseCodeOnStack()) return GuardFailed("stack without code");
     if (!KernelGuardsGet().has_filters || guard.filter.length != 0) return true;
     return ProbeFilterBuild(&guard.filter) || GuardFailed("building the filter");
 }

@@ -12,9 +12,9 @@ struct ProbeGuardStatus {
     bool file_rules;          // Landlock
 };
 
-/// In the parent, before each child: asks the kernel what it offers and builds what all children share, once.
-/// False (logged) when it could not be built, for want of memory or descriptors: no child may run, and the
-/// next call tries again.
+/// In the parent, before each child: asks the kernel what it offers and builds what all children share, once,
+/// and sees to it that no code can stand on their stack.  False (logged) when it could not be done, for want
+/// of memory or descriptors: no child may run, and the next call tries again.
 bool ProbeGuardPrepare();
 
 /// What the children are guarded with beyond the limits that every kernel has.

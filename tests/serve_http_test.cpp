@@ -379,6 +379,8 @@ TEST_F(ServerTest, ATokenThatOthersMayReadIsNone) {
     EXPECT_EQ(TokenFrom(Path("link"), &error), "");
     Write("token", "short\n");
     EXPECT_EQ(TokenFrom(path, &error), "");
+    std::filesystem::resize_file(path, (uintmax_t{1} << 32) + 6);
+    EXPECT_EQ(TokenFrom(path, &error) + error, path + ": it is too long");
     for (const char* address :
          {"", "8080", ":8080", "localhost", "127.0.0.1:65536", "127.0.0.1:+1", "[::1:80", "host:80"})
         EXPECT_FALSE(ListenOn(address, &error).valid()) << address;

@@ -205,8 +205,11 @@ TEST_F(LibraryTest, AFileKnowsWhatStandsBesideIt) {
     EXPECT_EQ(Titles(library.Films(FileOrder::kTitle, all_)), "f.mkv g.avi");
     EXPECT_EQ(beside(FileKind::kFilm, "video/g.avi"), "f.mkv<1/2>");
     EXPECT_EQ(library.Counts().films, 2U);
-    EXPECT_TRUE(Library::IsAway(dir_.dir() + "/none") && Library::IsAway(test::TempDir().dir()));
-    EXPECT_FALSE(Library::IsAway("/proc"));
+    const test::TempDir empty;
+    constexpr timespec kFar{5'000'000'000, 0}, kTimes[] = {kFar, kFar};
+    EXPECT_EQ(utimensat(AT_FDCWD, empty.dir().c_str(), kTimes, 0), 0);
+    EXPECT_TRUE(Library::IsAway(dir_.dir() + "/none") && Library::IsAway(empty.dir()));
+    EXPECT_FALSE(Library::IsAway("/proc") || Library::IsAway("/etc/passwd"));
     const ctl::Reasons reasons = library.WhyNotInStep("/volume1/music/X/4.mp3");
     EXPECT_TRUE(std::any_of(reasons.begin(), reasons.end(),
                             [](const ctl::Reason& reason) { return reason.code == "gone"; }));

@@ -13,7 +13,7 @@ import damage_test
 import harness
 from harness import appliance
 
-TIMES = (0, 1_000_000_000, 5_000_000_000)  # of files, in turn; the last one is in 2128
+TIMES = (-2_500_000_000, 0, 1_000_000_000, 3_000_000_000, 5_000_000_000)  # of files, in turn: from 1890 to 2128
 OF_THE_RUN = {"ctime", "time"}  # columns
 TODAY = re.compile("^" + time.strftime("%Y-%m-%d") + ".*")  # so is a picture without a date dated
 

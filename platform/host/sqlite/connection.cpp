@@ -302,6 +302,7 @@ bool Sqlite::HasCompany() const {
     struct stat status;
     const std::unique_ptr<FILE, decltype(&fclose)> locks(fopen("/proc/locks", "re"), &fclose);
     if (locks == nullptr || stat((file_ + "-shm").c_str(), &status) != 0) return true;
+    const auto known = [](uint64_t number) { return static_cast<uint32_t>(number); };  // to 32-bit kernels
     char line[256];
     while (fgets(line, sizeof line, locks.get()) != nullptr) {
         // "1: POSIX  ADVISORY  READ 4711 fd:01:262157 128 128"
@@ -310,7 +311,7 @@ bool Sqlite::HasCompany() const {
         for (size_t i = 0; i < std::size(word); ++i)
             word[i] = strtok_r(i == 0 ? line : nullptr, " ", &rest);
         const char* inode = word[5] != nullptr ? strrchr(word[5], ':') : nullptr;
-        if (inode != nullptr && strtoull(inode + 1, nullptr, 10) == status.st_ino &&
+        if (inode != nullptr && known(strtoull(inode + 1, nullptr, 10)) == known(status.st_ino) &&
             strtol(word[4], nullptr, 10) != getpid())
             return true;
     }

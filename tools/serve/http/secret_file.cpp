@@ -16,8 +16,8 @@
 namespace koli::serve {
 namespace {
 
-constexpr size_t kSizeMax = 16384;  // of a file of secrets
-constexpr size_t kTokenMin = 16;    // characters of one that somebody has thought of
+constexpr int kSizeMax = 16384;   // of a file of secrets
+constexpr size_t kTokenMin = 16;  // characters of one that somebody has thought of
 
 std::string Why(const std::string& path, const char* what) {
     return path + ": " + what;
@@ -28,7 +28,7 @@ const char* Distrust(const struct stat& status) {
     if (!S_ISREG(status.st_mode)) return "it is not a regular file";
     if (status.st_uid != geteuid() && status.st_uid != 0) return "it belongs to somebody else";
     if ((status.st_mode & 077) != 0) return "others may read or write it (chmod 600)";
-    if (static_cast<size_t>(status.st_size) > kSizeMax) return "it is too long";
+    if (status.st_size > off_t{kSizeMax}) return "it is too long";
     return nullptr;
 }
 

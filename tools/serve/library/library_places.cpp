@@ -86,9 +86,10 @@ ctl::Reasons Library::WhyNotInStep(const std::string& path) const {
 
 bool Library::IsAway(const std::string& folder) {
     if (KLIBPathLook(folder.c_str()) == KLIB_PATH_ABSENT) return true;
+    // No look at the folder itself, which fails on machines of 32 bits when it is dated after 2038.
+    namespace fs = std::filesystem;
     std::error_code unknown;
-    return std::filesystem::is_directory(folder, unknown) && std::filesystem::is_empty(folder, unknown) &&
-           !unknown;
+    return fs::directory_iterator(folder, unknown) == fs::directory_iterator() && !unknown;
 }
 
 }  // namespace koli::serve
