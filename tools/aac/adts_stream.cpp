@@ -129,7 +129,7 @@ bool AdtsScan::IsIntact(int64_t offset, const AdtsHeader& header, int64_t next_f
     if (next_frame == file_.size() || sum_.frames == 0) return true;
     const uint8_t* behind = At(end, kHeaderBytes);
     if (behind != nullptr && LengthIn(behind) == next_frame - end) return true;
-    return (next_frame - offset) * sum_.frames * 2 > sum_.bytes * 3;
+    return next_frame - offset > sum_.bytes * 3 / (sum_.frames * 2);  // in this order: a hole may be vast
 }
 
 void AdtsScan::Add(int64_t offset, const AdtsHeader& header) {
