@@ -18,6 +18,7 @@ namespace koli::serve {
 namespace {
 
 constexpr int64_t kMaxFile = 192 << 20;  // bytes: file and pixels must have room in the memory of a child
+constexpr size_t kPadding = 64;          // behind the file, which decoders read: no second copy for that
 
 /// Bytes of the file, 0 when it cannot be a picture.
 size_t SizeOf(int file) {
@@ -29,7 +30,9 @@ size_t SizeOf(int file) {
 /// Nothing when the disk has failed.  A file that has become shorter is what is left of it.
 std::optional<std::vector<uint8_t>> Whole(int file, size_t size) {
     posix_fadvise(file, 0, static_cast<off_t>(size), POSIX_FADV_WILLNEED);
-    std::vector<uint8_t> bytes(size);
+    std::vector<uint8_t> bytes;
+    bytes.reserve(size + kPadding);
+    bytes.resize(size);
     size_t length = 0;
     while (length < size) {
         const ssize_t count = read(file, bytes.data() + length, size - length);
