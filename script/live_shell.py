@@ -13,9 +13,12 @@ SECONDS = 15  # until a change is stored: the watcher lets it settle, then the d
 
 
 def start_watcher(control, shares):
-    log = open(WATCH_LOG, "wb")
-    return subprocess.Popen([control, "watch", *(f"/volume1/{share}" for share in shares)], stdin=subprocess.DEVNULL,
-                            stdout=log, stderr=log)
+    """It is at work when it has said so."""
+    with open(WATCH_LOG, "wb") as log:
+        watcher = subprocess.Popen([control, "watch", *(f"/volume1/{share}" for share in shares)], stdin=subprocess.DEVNULL,
+                                   stdout=log, stderr=log)
+    appliance.wait_until(lambda: os.path.getsize(WATCH_LOG) or watcher.poll() is not None, appliance.PATIENCE, "the watcher")
+    return watcher
 
 
 def some_file():
