@@ -408,7 +408,7 @@ TEST(ListedFileTest, NothingIsOpenedThroughALink) {
                     (share + "/folder").c_str(), RENAME_EXCHANGE);
     });
     int opened = 0;
-    for (int i = 0; i < 4000; ++i) {
+    for (int i = 0; i < 4000 || opened == 0; ++i) {  // a busy machine has the swapper rest on the link
         UniqueFd one;
         if (OpenBelowShare(share + "/album/song", &one) != OpenVerdict::kOpened) continue;
         ++opened;
@@ -416,7 +416,6 @@ TEST(ListedFileTest, NothingIsOpenedThroughALink) {
     }
     is_ending = true;
     swapper.join();
-    EXPECT_GT(opened, 0);
 }
 
 TEST(PlaylistFileTest, EntriesBecomePathsOfTheLibrary) {
